@@ -1,0 +1,20 @@
+# Compile options that every target of this project carries, as one interface library.
+add_library(tessaly_options INTERFACE)
+target_compile_options(tessaly_options INTERFACE -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor)
+target_compile_definitions(tessaly_options INTERFACE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH)
+target_include_directories(tessaly_options INTERFACE ${PROJECT_SOURCE_DIR})
+
+set(TESSALY_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
+if(TESSALY_SANITIZE)
+  target_compile_options(tessaly_options INTERFACE
+    -fsanitize=${TESSALY_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+  target_link_options(tessaly_options INTERFACE -fsanitize=${TESSALY_SANITIZE})
+endif()
+
+# tessaly_library(NAME SOURCES... [LINKS...]): one static library a folder.
+function(tessaly_library name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINKS" ${ARGN})
+  add_library(tessaly_${name} STATIC ${arg_SOURCES})
+  add_library(tessaly::${name} ALIAS tessaly_${name})
+  target_link_libraries(tessaly_${name} PUBLIC tessaly_options ${arg_LINKS})
+endfunction()

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace tessaly::db {
+
+/// One diagnostic record as the driver gave it; text is UTF-8.
+struct Diagnostic {
+    std::string sqlState;  ///< five characters, "HY000" where the driver knows no better
+    int nativeCode = 0;    ///< the engine's own number
+    std::string message;
+};
+
+/// Every fault of this layer. what() is the description that the user is shown: the first diagnostic's
+/// message, unchanged. Thrown by value, caught by const reference.
+class Error : public std::runtime_error {
+  public:
+    /// `Number` of a row that the engine refused because a key would stand twice.
+    static constexpr int DuplicateKey = 40002;
+
+    /// From the driver. `diagnostics` must not be empty; `statement` is the SQL text or empty.
+    Error(std::vector<Diagnostic> diagnostics, std::string statement);
+    /// From this layer itself: a wrong column name, a closed connection.
+    explicit Error(const std::string& description);
+
+    /// DuplicateKey, or else the first record's native code (0 for a fault of this layer).
+    [[nodiscard]] int Number() const noexcept { return number_; }
+    [[nodiscard]] const std::string& sqlState() const noexcept { return diagnostics_.front().sqlState; }
+    [[nodiscard]] int nativeCode() const noexcept { return diagnostics_.front().nativeCode; }
+    [[nodiscard]] const std::vector<Diagnostic>& diagnostics() const noexcept { return diagnostics_; }
+    [[nodiscard]] const std::string& statement() const noexcept { return statement_; }
+
+  private:
+    std::vector<Diagnostic> diagnostics_;
+    std::string statement_;
+    int number_ = 0;
+};
+
+}  // namespace tessaly::db

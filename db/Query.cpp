@@ -1,0 +1,98 @@
+#include "db/Query.h"
+
+#include "db/Odbc.h"
+
+namespace tessaly::db {
+
+namespace {
+
+/// What ODBC reads while a statement runs; lives as long as the run.
+struct Bound {
+    SQLBIGINT number = 0;
+    unsigned char flag = 0;
+    SQLLEN length = 0;
+};
+
+void bindOne(const detail::Statement& statement, SQLUSMALLINT position, const Param& param, Bound& bound) {
+    const auto* text = std::get_if<std::string>(&param.value);
+    const auto* number = std::get_if<long long>(&param.value);
+    // Without a declared type the value's own decides, as it would in a statement typed by hand.
+    const Type type = param.type != Type::Undeclared ? param.type
+                      : number != nullptr            ? Type::Integer
+                                                     : Type::Varchar;
+    const auto sqlType = static_cast<SQLSMALLINT>(type);
+
+    SQLRETURN result = SQL_ERROR;
+    if (text != nullptr) {
+        bound.length = static_cast<SQLLEN>(text->size());
+        const SQLULEN width = text->empty() ? 1 : text->size();
+        result = SQLBindParameter(statement.get(), position, SQL_PARAM_INPUT, SQL_C_CHAR, sqlType, width, 0,
+                                  detail::odbcText(*text), static_cast<SQLLEN>(text->size()), &bound.length);
+    } else if (number != nullptr && type == Type::Bit) {
+        bound.flag = *number != 0 ? 1 : 0;
+        result = SQLBindParameter(statement.get(), position, SQL_PARAM_INPUT, SQL_C_BIT, sqlType, 1, 0,
+                                  &bound.flag, 0, &bound.length);
+    } else if (number != nullptr) {
+        bound.number = *number;
+        result = SQLBindParameter(statement.get(), position, SQL_PARAM_INPUT, SQL_C_SBIGINT, sqlType, 0, 0,
+                                  &bound.number, 0, &bound.length);
+    } else {
+        bound.length = SQL_NULL_DATA;
+        result = SQLBindParameter(statement.get(), position, SQL_PARAM_INPUT, SQL_C_CHAR, sqlType, 1, 0,
+                                  nullptr, 0, &bound.length);
+    }
+    statement.check(result);
+}
+
+}  // namespace
+
+Query::Query(const Connection& connection, std::string text)
+    : statement_(std::make_shared<detail::Statement>(connection.session(), std::move(text))) {}
+
+Query& Query::bind(int position, Param value) {
+    const auto index = static_cast<std::size_t>(position - 1);
+    if (position < 1)
+        throw Error("Parameters are counted from 1");
+    if (params_.size() <= index)
+        params_.resize(index + 1);
+    params_[index] = std::move(value);
+    return *this;
+}
+
+Query& Query::bindAll(std::initializer_list<Param> values) {
+    params_ = values;
+    return *this;
+}
+
+void Query::run() {
+    detail::Statement& statement = *statement_;
+    if (statement.walking)
+        throw Error("The statement's rows are still being read");
+    if (!statement.prepared) {
+        statement.check(SQLPrepare(statement.get(), detail::odbcText(statement.text()),
+                                   static_cast<SQLINTEGER>(statement.text().size())));
+        statement.prepared = true;
+    }
+    std::vector<Bound> bound(params_.size());
+    for (std::size_t i = 0; i < params_.size(); ++i)
+        bindOne(statement, static_cast<SQLUSMALLINT>(i + 1), params_[i], bound[i]);
+    const SQLRETURN result = SQLExecute(statement.get());
+    SQLFreeStmt(statement.get(), SQL_RESET_PARAMS);  // keeps no pointer to `bound`; the diagnostics stay
+    statement.check(result);
+}
+
+ResultSet Query::open() {
+    run();
+    return ResultSet{statement_};
+}
+
+void Query::execute() {
+    run();
+    SQLFreeStmt(statement_->get(), SQL_CLOSE);
+}
+
+void execute(const Connection& connection, std::string text, std::initializer_list<Param> values) {
+    Query{connection, std::move(text)}.bindAll(values).execute();
+}
+
+}  // namespace tessaly::db

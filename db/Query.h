@@ -1,0 +1,71 @@
+#pragma once
+
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "db/Connection.h"
+#include "db/ResultSet.h"
+
+namespace tessaly::db {
+
+/// A parameter's declared type; the values are ODBC's own.
+enum class Type { Undeclared = 0, Integer = 4, Varchar = 12, Bit = -7 };
+
+/// A value for one `?`; an empty optional is NULL. Text is UTF-8.
+struct Param {
+    Type type = Type::Undeclared;
+    std::variant<std::monostate, std::string, long long> value;
+};
+
+[[nodiscard]] inline Param varchar(std::string text) {
+    return {Type::Varchar, std::move(text)};
+}
+[[nodiscard]] inline Param integer(long long number) {
+    return {Type::Integer, number};
+}
+[[nodiscard]] inline Param bit(bool flag) {
+    return {Type::Bit, static_cast<long long>(flag)};
+}
+[[nodiscard]] inline Param undeclared(std::string text) {
+    return {Type::Undeclared, std::move(text)};
+}
+[[nodiscard]] inline Param undeclared(long long number) {
+    return {Type::Undeclared, number};
+}
+[[nodiscard]] inline Param null(Type type) {
+    return {type, std::monostate{}};
+}
+
+/// One statement with positional `?` markers. It is prepared by the first run and may be run again with other
+/// values. Keeps its connection's session alive; throws db::Error.
+class Query {
+  public:
+    Query(const Connection& connection, std::string text);
+
+    /// Binds the parameter at `position`, counted from 1.
+    Query& bind(int position, Param value);
+    /// Binds from the first parameter onward.
+    Query& bindAll(std::initializer_list<Param> values);
+
+    /// Runs a statement that returns rows, as a forward-only, read-only set. Throws while an earlier set of
+    /// this query is still alive.
+    [[nodiscard]] ResultSet open();
+
+    /// Runs a statement once; nothing is read back from it.
+    void execute();
+
+  private:
+    void run();
+
+    std::shared_ptr<detail::Statement> statement_;
+    std::vector<Param> params_;
+};
+
+/// Runs one statement with its parameters in order.
+void execute(const Connection& connection, std::string text, std::initializer_list<Param> values = {});
+
+}  // namespace tessaly::db

@@ -1,0 +1,129 @@
+#include "db/ResultSet.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+
+#include "db/Odbc.h"
+#include "db/Text.h"
+
+namespace tessaly::db {
+
+namespace {
+
+bool isCharacterType(SQLSMALLINT type) {
+    switch (type) {
+        case SQL_CHAR:
+        case SQL_VARCHAR:
+        case SQL_LONGVARCHAR:
+        case SQL_WCHAR:
+        case SQL_WVARCHAR:
+        case SQL_WLONGVARCHAR:
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+ResultSet::ResultSet(std::shared_ptr<detail::Statement> statement) : statement_(std::move(statement)) {
+    SQLSMALLINT count = 0;
+    statement_->check(SQLNumResultCols(statement_->get(), &count));
+    columns_.reserve(static_cast<std::size_t>(count));
+    for (SQLSMALLINT i = 1; i <= count; ++i) {
+        std::array<SQLCHAR, 256> name{};
+        SQLSMALLINT length = 0;
+        SQLSMALLINT type = 0;
+        statement_->check(SQLDescribeCol(statement_->get(), static_cast<SQLUSMALLINT>(i), name.data(),
+                                         name.size(), &length, &type, nullptr, nullptr, nullptr));
+        columns_.push_back({reinterpret_cast<const char*>(name.data()), isCharacterType(type)});
+    }
+    cells_.resize(columns_.size());
+    statement_->walking = true;
+}
+
+ResultSet::~ResultSet() {
+    if (!statement_)
+        return;  // moved from
+    SQLFreeStmt(statement_->get(), SQL_CLOSE);
+    statement_->walking = false;
+}
+
+bool ResultSet::next() {
+    cellsRead_ = 0;
+    onRow_ = false;  // stays so when the fetch throws
+    onRow_ = statement_->check(SQLFetch(statement_->get())) != SQL_NO_DATA;
+    return onRow_;
+}
+
+bool ResultSet::isNull(std::string_view column) {
+    return cell(column).null;
+}
+
+const std::string& ResultSet::text(std::string_view column) {
+    return cell(column).text;
+}
+
+std::optional<std::string> ResultSet::optionalText(std::string_view column) {
+    const Cell& found = cell(column);
+    return found.null ? std::nullopt : std::optional{found.text};
+}
+
+long long ResultSet::integer(std::string_view column) {
+    const Cell& found = cell(column);
+    if (found.null)
+        throw Error("The column " + std::string{column} + " is empty");
+    const char* end = found.text.data() + found.text.size();
+    double number = 0;
+    long long whole = 0;
+    if (const auto parsed = std::from_chars(found.text.data(), end, whole);
+        parsed.ec == std::errc{} && parsed.ptr == end)
+        return whole;
+    constexpr double Limit = 9.2e18;  // beyond it a long long cannot hold the number
+    if (const auto parsed = std::from_chars(found.text.data(), end, number);
+        parsed.ec == std::errc{} && parsed.ptr == end && std::abs(number) < Limit)
+        return static_cast<long long>(number);
+    throw Error("The column " + std::string{column} + " holds no number");
+}
+
+bool ResultSet::flag(std::string_view column) {
+    return !isNull(column) && integer(column) != 0;
+}
+
+ResultSet::Cell& ResultSet::cell(std::string_view column) {
+    if (!onRow_)
+        throw Error("There is no current row");
+    std::size_t index = 0;
+    while (index < columns_.size() && !detail::sameName(columns_[index].name, column))
+        ++index;
+    if (index == columns_.size())
+        throw Error("Unknown column " + std::string{column});
+    // From left to right, which every driver can, and each cell once: a second read would find no data.
+    for (; cellsRead_ <= index; ++cellsRead_)
+        read(cellsRead_);
+    return cells_[index];
+}
+
+void ResultSet::read(std::size_t index) {
+    Cell& target = cells_[index];
+    target.text.clear();
+    std::array<char, 1024> part;
+    for (;;) {
+        SQLLEN length = 0;
+        const SQLRETURN result =
+            statement_->check(SQLGetData(statement_->get(), static_cast<SQLUSMALLINT>(index + 1), SQL_C_CHAR,
+                                         part.data(), static_cast<SQLLEN>(part.size()), &length));
+        target.null = length == SQL_NULL_DATA;
+        if (result == SQL_NO_DATA || target.null)
+            return;
+        constexpr auto Whole =
+            static_cast<SQLLEN>(std::tuple_size_v<decltype(part)> - 1);  // less the final NUL
+        const bool more = length == SQL_NO_TOTAL || length > Whole;
+        target.text.append(part.data(), static_cast<std::size_t>(more ? Whole : length));
+        if (!more)
+            return;
+    }
+}
+
+}  // namespace tessaly::db

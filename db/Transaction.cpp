@@ -1,0 +1,46 @@
+#include "db/Transaction.h"
+
+#include "db/Odbc.h"
+
+namespace tessaly::db {
+
+namespace {
+
+SQLRETURN setAutoCommit(const detail::Session& session, SQLULEN mode) {
+    return SQLSetConnectAttr(session.connection().get(), SQL_ATTR_AUTOCOMMIT,
+                             reinterpret_cast<SQLPOINTER>(mode), 0);
+}
+
+}  // namespace
+
+Transaction::Transaction(const Connection& connection) : session_(connection.session()) {
+    if (session_->inTransaction)
+        throw Error("A transaction is already open");
+    session_->connection().check(setAutoCommit(*session_, SQL_AUTOCOMMIT_OFF));
+    session_->inTransaction = true;
+}
+
+Transaction::~Transaction() {
+    rollBack();
+}
+
+void Transaction::commit() {
+    if (!open_)
+        throw Error("The transaction has ended");
+    const auto& connection = session_->connection();
+    connection.check(SQLEndTran(SQL_HANDLE_DBC, connection.get(), SQL_COMMIT));
+    open_ = false;
+    session_->inTransaction = false;
+    connection.check(setAutoCommit(*session_, SQL_AUTOCOMMIT_ON));
+}
+
+void Transaction::rollBack() noexcept {
+    if (!open_)
+        return;
+    open_ = false;
+    session_->inTransaction = false;
+    SQLEndTran(SQL_HANDLE_DBC, session_->connection().get(), SQL_ROLLBACK);
+    setAutoCommit(*session_, SQL_AUTOCOMMIT_ON);
+}
+
+}  // namespace tessaly::db

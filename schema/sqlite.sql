@@ -1,0 +1,145 @@
+-- The configuration database and the archive's tables, for SQLite.
+--
+-- Widths are those that the console's forms enforce; SQLite itself only records them. Key columns compare
+-- without case, as administrators expect of names and as the console's look-ups rely on.
+
+CREATE TABLE DicomServer (
+    LogLevel     INTEGER NOT NULL,
+    DumpLevel    INTEGER NOT NULL,
+    QueryTimeout INTEGER NOT NULL
+);
+
+CREATE TABLE SiteData (
+    Organization VARCHAR(64) NOT NULL,
+    BaseUID      VARCHAR(64) NOT NULL
+);
+
+CREATE TABLE DicomNodes (
+    Name         VARCHAR(16) COLLATE NOCASE NOT NULL PRIMARY KEY,
+    AETitle      VARCHAR(16),
+    LocalAETitle VARCHAR(16),
+    Host         VARCHAR(64),
+    Port         VARCHAR(16),
+    Store        INTEGER NOT NULL DEFAULT 0,
+    Query        INTEGER NOT NULL DEFAULT 0,
+    Print        INTEGER NOT NULL DEFAULT 0
+);
+
+CREATE TABLE FtpNodes (
+    Name        VARCHAR(16) COLLATE NOCASE NOT NULL PRIMARY KEY,
+    Host        VARCHAR(64),
+    UserName    VARCHAR(16),
+    UserPwd     VARCHAR(16),
+    Destination VARCHAR(128),
+    NodeType    VARCHAR(8)
+);
+
+CREATE TABLE Port (
+    Port           VARCHAR(16) COLLATE NOCASE NOT NULL PRIMARY KEY,
+    AETitle        VARCHAR(16) NOT NULL,
+    MaxConnections INTEGER NOT NULL,
+    Root           VARCHAR(255) NOT NULL,
+    CheckCallingAE BIT NOT NULL DEFAULT 0,
+    CheckCalledAE  BIT NOT NULL DEFAULT 0,
+    SaveCompressed BIT NOT NULL DEFAULT 1
+);
+
+CREATE TABLE PortRemoteNodes (
+    Port VARCHAR(16) COLLATE NOCASE NOT NULL,
+    Name VARCHAR(16) COLLATE NOCASE NOT NULL,
+    PRIMARY KEY (Port, Name)
+);
+CREATE INDEX PortRemoteNodesByName ON PortRemoteNodes (Name);
+
+CREATE TABLE Printers (
+    Name           VARCHAR(16) COLLATE NOCASE NOT NULL PRIMARY KEY,
+    AETitle        VARCHAR(16),
+    Host           VARCHAR(64),
+    Port           VARCHAR(16),
+    Priority       VARCHAR(16),
+    Medium         VARCHAR(16),
+    Destination    VARCHAR(16),
+    Copies         INTEGER,
+    Illumination   INTEGER,
+    Reflection     INTEGER,
+    MinDensity     INTEGER,
+    MaxDensity     INTEGER,
+    Border         VARCHAR(16),
+    Polarity       VARCHAR(16),
+    EmptyDensity   VARCHAR(16),
+    Layout         VARCHAR(64),
+    FilmSize       VARCHAR(16),
+    Resolution     VARCHAR(16),
+    Orientation    VARCHAR(16),
+    Magnification  VARCHAR(16),
+    Smoothing      VARCHAR(16),
+    Trim           VARCHAR(16),
+    GridSizeDx     INTEGER,
+    GridSizeDy     INTEGER,
+    UserParams     VARCHAR(255),
+    ForceBW        BIT,
+    DefaultPrinter BIT,
+    Force8bit      INTEGER
+);
+
+-- User repeats the key, so that a listing ordered by it resolves.
+CREATE TABLE Users (
+    UserName  VARCHAR(16) COLLATE NOCASE NOT NULL PRIMARY KEY,
+    UserPwd   VARCHAR(16),
+    DcmUpdate BIT NOT NULL DEFAULT 0,
+    DcmDelete BIT NOT NULL DEFAULT 0,
+    Move      BIT NOT NULL DEFAULT 0,
+    Refert    BIT NOT NULL DEFAULT 0,
+    DcmAdmin  BIT NOT NULL DEFAULT 0,
+    Signature VARCHAR(32),
+    Send      BIT NOT NULL DEFAULT 0,
+    Backup    BIT NOT NULL DEFAULT 0,
+    Import    BIT NOT NULL DEFAULT 0,
+    ROI       BIT NOT NULL DEFAULT 0,
+    WLogin    BIT NOT NULL DEFAULT 0,
+    ModTags   BIT NOT NULL DEFAULT 0,
+    User      VARCHAR(16) COLLATE NOCASE GENERATED ALWAYS AS (UserName) VIRTUAL
+);
+
+-- The archive. UIDs are digits and dots, so that case never matters there.
+
+CREATE TABLE Patient (
+    ID        INTEGER NOT NULL PRIMARY KEY,
+    PatientID VARCHAR(64) NOT NULL,
+    Name      VARCHAR(324),
+    BirthDate VARCHAR(8),
+    Sex       VARCHAR(16)
+);
+CREATE UNIQUE INDEX PatientByPatientID ON Patient (PatientID);
+
+CREATE TABLE Study (
+    StudyInstanceUID VARCHAR(64) NOT NULL PRIMARY KEY,
+    IDPatient        INTEGER NOT NULL,
+    StudyPath        VARCHAR(255) NOT NULL,
+    StudyID          VARCHAR(16),
+    StudyDate        VARCHAR(8),
+    StudyTime        VARCHAR(16),
+    AccessionNumber  VARCHAR(16),
+    Description      VARCHAR(64)
+);
+CREATE INDEX StudyByPatient ON Study (IDPatient);
+
+CREATE TABLE Series (
+    SeriesInstanceUID VARCHAR(64) NOT NULL PRIMARY KEY,
+    StudyInstanceUID  VARCHAR(64) NOT NULL,
+    SeriesDir         VARCHAR(64) NOT NULL,
+    Modality          VARCHAR(16),
+    SeriesNumber      VARCHAR(12),
+    Description       VARCHAR(64)
+);
+CREATE INDEX SeriesByStudy ON Series (StudyInstanceUID);
+
+CREATE TABLE Image (
+    SOPInstanceUID    VARCHAR(64) NOT NULL PRIMARY KEY,
+    SeriesInstanceUID VARCHAR(64) NOT NULL,
+    ImageFile         VARCHAR(128) NOT NULL,
+    SOPClassUID       VARCHAR(64),
+    TransferSyntaxUID VARCHAR(64),
+    InstanceNumber    VARCHAR(12)
+);
+CREATE INDEX ImageBySeries ON Image (SeriesInstanceUID);
