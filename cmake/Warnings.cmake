@@ -1,6 +1,7 @@
 # Compile options that every target of this project carries, as one interface library.
 add_library(tessaly_options INTERFACE)
-target_compile_options(tessaly_options INTERFACE -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor)
+target_compile_options(tessaly_options INTERFACE -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor
+  -Wno-missing-field-initializers)  # designated initialisers leave fields at their defaults on purpose
 target_compile_definitions(tessaly_options INTERFACE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH)
 target_include_directories(tessaly_options INTERFACE ${PROJECT_SOURCE_DIR})
 

@@ -73,12 +73,11 @@ void Query::run() {
                                    static_cast<SQLINTEGER>(statement.text().size())));
         statement.prepared = true;
     }
+    SQLFreeStmt(statement.get(), SQL_RESET_PARAMS);  // the last run's values are gone
     std::vector<Bound> bound(params_.size());
     for (std::size_t i = 0; i < params_.size(); ++i)
         bindOne(statement, static_cast<SQLUSMALLINT>(i + 1), params_[i], bound[i]);
-    const SQLRETURN result = SQLExecute(statement.get());
-    SQLFreeStmt(statement.get(), SQL_RESET_PARAMS);  // keeps no pointer to `bound`; the diagnostics stay
-    statement.check(result);
+    statement.check(SQLExecute(statement.get()));
 }
 
 ResultSet Query::open() {

@@ -1,0 +1,132 @@
+#include "app/TessalyManager.h"
+
+#include <QCloseEvent>
+#include <QMenuBar>
+#include <QTabWidget>
+
+#include "app/AdministrationPage.h"
+#include "app/Globals.h"
+#include "app/frmAbout.h"
+#include "network/FtpNodesPage.h"
+#include "network/LocalServerPage.h"
+#include "network/NodesPage.h"
+#include "printers/PrintersPage.h"
+#include "ui/ConsoleEnd.h"
+#include "ui/Guard.h"
+#include "users/SitePage.h"
+#include "users/UsersPage.h"
+
+namespace tessaly {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr QSize InitialSize{900, 560};
+
+}  // namespace
+
+TessalyManager::TessalyManager()
+    : tabNodes_(new QTabWidget(this)),
+      nodes_(new network::NodesPage(*this)),
+      localServer_(new network::LocalServerPage(*this)),
+      ftpNodes_(new network::FtpNodesPage(*this)),
+      administration_(new AdministrationPage),
+      users_(new users::UsersPage(*this)),
+      site_(new users::SitePage(*this)),
+      printers_(new printers::PrintersPage(*this)) {
+    setObjectName(u"TessalyManager"_s);
+    setWindowTitle(u"Tessaly Configuration"_s);
+    resize(InitialSize);
+    buildPages();
+    buildMenus();
+}
+
+void TessalyManager::buildPages() {
+    tabNodes_->setObjectName(u"tabNodes"_s);
+    tabNodes_->addTab(nodes_, u"Dicom Nodes"_s);
+    tabNodes_->addTab(localServer_, u"Local server"_s);
+    tabNodes_->addTab(ftpNodes_, u"FTP Nodes"_s);
+    tabNodes_->addTab(administration_, u"Administration"_s);
+    tabNodes_->addTab(users_, u"Users"_s);
+    tabNodes_->addTab(site_, u"Site Parameters"_s);
+    tabNodes_->addTab(printers_, u"Dicom Printers"_s);
+    setCentralWidget(tabNodes_);
+}
+
+void TessalyManager::buildMenus() {
+    QAction* exit = menuBar()->addAction(u"E&xit"_s);
+    exit->setObjectName(u"mnuExit"_s);
+    connect(exit, &QAction::triggered, this, &QWidget::close);
+
+    QMenu* tools = menuBar()->addMenu(u"&Tools"_s);
+    tools->menuAction()->setObjectName(u"mnuTools"_s);
+    tools->addAction(u"&Repair Database"_s)->setObjectName(u"mnuToolsRepair"_s);
+
+    QMenu* help = menuBar()->addMenu(u"&Help"_s);
+    help->menuAction()->setObjectName(u"mnuHelp"_s);
+    help->addSeparator()->setObjectName(u"mnuSep0"_s);
+    QAction* about = help->addAction(u"&About"_s);
+    about->setObjectName(u"mnuHelpAbout"_s);
+    connect(about, &QAction::triggered, this, ui::handler([this] { mnuHelpAbout_Click(); }));
+}
+
+void TessalyManager::load() {
+    tabNodes_->setCurrentIndex(0);
+    ui::ignoringErrors([this] { LoadNodes(); });
+    ui::ignoringErrors([this] { LoadPorts(); });
+    ui::ignoringErrors([this] { LoadFTPNodes(); });
+    ui::ignoringErrors([this] { LoadUsers(); });
+    ui::ignoringErrors([this] { LoadSiteData(); });
+    ui::ignoringErrors([this] { LoadDicomPrinters(); });
+}
+
+void TessalyManager::LoadNodes() {
+    nodes_->LoadNodes();
+}
+
+void TessalyManager::LoadFTPNodes() {
+    ftpNodes_->LoadFTPNodes();
+}
+
+void TessalyManager::LoadPortNodes(const QString& port) {
+    localServer_->LoadPortNodes(port);
+}
+
+void TessalyManager::LoadPorts() {
+    localServer_->LoadPorts();
+}
+
+void TessalyManager::LoadDicomPrinters() {
+    printers_->LoadDicomPrinters();
+}
+
+void TessalyManager::LoadUsers() {
+    users_->LoadUsers();
+}
+
+void TessalyManager::LoadSiteData() {
+    site_->LoadSiteData();
+}
+
+QString TessalyManager::selectedPort() const {
+    return {};
+}
+
+void TessalyManager::setImageRoot(const QString& /*root*/) {}
+
+void TessalyManager::closeEvent(QCloseEvent* event) {
+    // The question is about the server alone; it cannot keep the window open.
+    if (Globals::ConfigChanged())
+        ui::messageBox(this,
+                       u"The server parameters have been modified. Do you want to restart the server?"_s,
+                       ui::BoxStyle::YesNo);
+    event->accept();
+    ui::endConsole(0);
+}
+
+void TessalyManager::mnuHelpAbout_Click() {
+    frmAbout{this}.exec();
+}
+
+}  // namespace tessaly

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "app/MainWindowOperations.h"
+#include "ui/ListPanel.h"
+
+namespace tessaly::network {
+
+/// The page "Dicom Nodes" of the main window.
+class NodesPage : public ui::ListPanel {
+    Q_OBJECT
+
+  public:
+    explicit NodesPage(MainWindowOperations& window, QWidget* parent = nullptr);
+
+    void LoadNodes();
+
+  private:
+    MainWindowOperations& window_;
+};
+
+}  // namespace tessaly::network

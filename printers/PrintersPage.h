@@ -1,0 +1,21 @@
+#pragma once
+
+#include "app/MainWindowOperations.h"
+#include "ui/ListPanel.h"
+
+namespace tessaly::printers {
+
+/// The page "Dicom Printers" of the main window.
+class PrintersPage : public ui::ListPanel {
+    Q_OBJECT
+
+  public:
+    explicit PrintersPage(MainWindowOperations& window, QWidget* parent = nullptr);
+
+    void LoadDicomPrinters();
+
+  private:
+    MainWindowOperations& window_;
+};
+
+}  // namespace tessaly::printers

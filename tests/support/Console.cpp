@@ -1,0 +1,22 @@
+#include "tests/support/Console.h"
+
+#include <QApplication>
+#include <QTimer>
+
+#include "ui/ConsoleEnd.h"
+
+namespace tessaly::test {
+
+std::optional<int> takeConsoleEnd() {
+    if (!ui::isConsoleEnding())
+        return std::nullopt;
+    const int status = ui::consoleStatus();
+    ui::resetConsoleEnd();
+    // An exit that no outer loop has taken keeps later ones from running; an exec of the application clears
+    // it.
+    QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+    QApplication::exec();
+    return status;
+}
+
+}  // namespace tessaly::test

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFormLayout>
+#include <QLineEdit>
+#include <functional>
+#include <vector>
+
+namespace tessaly::ui {
+
+/// Ties the controls of a form to the members of a record: a control, its label, object name and limit in one
+/// line. The controls belong to the form; the binder must not outlive it.
+template <class Record>
+class FieldBinder {
+  public:
+    /// A text box of at most `limit` characters (0: no limit) in a labelled row.
+    QLineEdit* text(QFormLayout* rows, const QString& label, const QString& name, int limit,
+                    QString Record::*member) {
+        auto* box = new QLineEdit;
+        box->setObjectName(name);
+        if (limit > 0)
+            box->setMaxLength(limit);
+        rows->addRow(label, box);
+        tie([=](const Record& record) { box->setText(record.*member); },
+            [=](Record& record) { record.*member = box->text(); });
+        return box;
+    }
+
+    /// A drop-down list without free typing in a labelled row.
+    QComboBox* choice(QFormLayout* rows, const QString& label, const QString& name, const QStringList& items,
+                      QString Record::*member) {
+        auto* box = new QComboBox;
+        box->setObjectName(name);
+        box->addItems(items);
+        rows->addRow(label, box);
+        tie([=](const Record& record) { box->setCurrentIndex(box->findText(record.*member)); },
+            [=](Record& record) { record.*member = box->currentText(); });
+        return box;
+    }
+
+    /// A check box with its caption; the caller places it.
+    QCheckBox* check(const QString& caption, const QString& name, bool Record::*member) {
+        auto* box = new QCheckBox(caption);
+        box->setObjectName(name);
+        tie([=](const Record& record) { box->setChecked(record.*member); },
+            [=](Record& record) { record.*member = box->isChecked(); });
+        return box;
+    }
+
+    /// Shows the record in the controls, in the order in which they were tied.
+    void show(const Record& record) const {
+        for (const Tie& tie : ties_)
+            tie.show(record);
+    }
+
+    /// The record as the controls hold it.
+    [[nodiscard]] Record read() const {
+        Record record;
+        for (const Tie& tie : ties_)
+            tie.read(record);
+        return record;
+    }
+
+  private:
+    struct Tie {
+        std::function<void(const Record&)> show;
+        std::function<void(Record&)> read;
+    };
+    void tie(std::function<void(const Record&)> show, std::function<void(Record&)> read) {
+        ties_.push_back({std::move(show), std::move(read)});
+    }
+
+    std::vector<Tie> ties_;
+};
+
+}  // namespace tessaly::ui

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "app/MainWindowOperations.h"
+#include "ui/ListPanel.h"
+
+namespace tessaly::users {
+
+/// The page "Users" of the main window.
+class UsersPage : public ui::ListPanel {
+    Q_OBJECT
+
+  public:
+    explicit UsersPage(MainWindowOperations& window, QWidget* parent = nullptr);
+
+    void LoadUsers();
+
+  private:
+    MainWindowOperations& window_;
+};
+
+}  // namespace tessaly::users
