@@ -11,9 +11,17 @@ namespace {
 // drivers pass over the word. A mistyped path in the data source must fail instead.
 constexpr const char* NeverCreate = ";NoCreat=1";
 
-/// Walks the catalogue's tables until `visit` returns true; false at its end.
-template <class Visit>
-bool findTable(const std::shared_ptr<detail::Session>& session, Visit visit) {
+/// The SQLite driver connects to anything and looks at the file with the first statement; a file that is no
+/// database, or locked, or unreadable is to fail the connecting already.
+void readOnce(const std::shared_ptr<detail::Session>& session) {
+    if (session->engineName() != "SQLite")
+        return;
+    const detail::Statement statement{session, "SELECT COUNT(*) FROM sqlite_master"};
+    statement.check(SQLExecDirect(statement.get(), detail::odbcText(statement.text()), SQL_NTS));
+    statement.check(SQLFetch(statement.get()));
+}
+
+bool findTable(const std::shared_ptr<detail::Session>& session, std::string_view wanted) {
     const detail::Statement tables{session, "the catalogue of tables"};
     tables.check(SQLTables(tables.get(), nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0));
     constexpr SQLUSMALLINT NameColumn = 3;
@@ -21,7 +29,7 @@ bool findTable(const std::shared_ptr<detail::Session>& session, Visit visit) {
     SQLLEN length = 0;
     while (tables.check(SQLFetch(tables.get())) != SQL_NO_DATA) {
         tables.check(SQLGetData(tables.get(), NameColumn, SQL_C_CHAR, name, sizeof name, &length));
-        if (length != SQL_NULL_DATA && visit(std::string_view{name}))
+        if (length != SQL_NULL_DATA && detail::sameName(name, wanted))
             return true;
     }
     return false;
@@ -46,7 +54,7 @@ void Connection::establish() {
     } else {
         session = std::make_shared<detail::Session>(connectString, static_cast<SQLULEN>(cursorDriver_));
     }
-    findTable(session, [](std::string_view) { return true; });
+    readOnce(session);
     session_ = std::move(session);
 }
 
@@ -57,7 +65,7 @@ void Connection::close() {
 }
 
 bool Connection::hasTable(std::string_view name) const {
-    return findTable(session(), [name](std::string_view table) { return detail::sameName(table, name); });
+    return findTable(session(), name);
 }
 
 std::string Connection::engineName() const {

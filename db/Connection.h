@@ -26,7 +26,7 @@ class Connection {
     void setConnectString(std::string text) { connectString_ = std::move(text); }
     void setCursorDriver(CursorDriver driver) { cursorDriver_ = driver; }
 
-    /// Connects without ever prompting, and reads the catalogue once, so that a file that is missing, locked,
+    /// Connects without ever prompting, and reads from the database once, so that a file that is missing, locked,
     /// unreadable or no database fails here and not at the first statement. Throws when already open.
     void establish();
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "db/Connection.h"
+#include "db/Error.h"
 #include "db/ResultSet.h"
 
 namespace tessaly::db {
