@@ -25,6 +25,12 @@ QString readFile(const QString& path) {
     return QString::fromUtf8(file.readAll());
 }
 
+/// Encoding is slow by design; every scratch database needs the same form.
+const QString& encodedPassword() {
+    static const QString encoded = Globals::EncodePassword(ScratchDatabase::Password);
+    return encoded;
+}
+
 void runScript(sqlite3* handle, const QString& sql) {
     if (sqlite3_exec(handle, sql.toUtf8().constData(), nullptr, nullptr, nullptr) != SQLITE_OK)
         fail(handle, sql);
@@ -44,7 +50,7 @@ ScratchDatabase::ScratchDatabase(Content content) {
         run(u"INSERT INTO SiteData VALUES ('Test Hospital', '2.25.1234')"_s);
         run(u"INSERT INTO Port VALUES ('11112', 'TESSALY', 10, ?, 0, 0, 1)"_s, {imageRoot()});
         run(u"INSERT INTO Users (UserName, UserPwd, DcmAdmin) VALUES (?, ?, 1)"_s,
-            {Administrator, Globals::EncodePassword(Password)});
+            {Administrator, encodedPassword()});
     }
     writeDataSource(path());
     qputenv("ODBCINI", odbcIni().toUtf8());
