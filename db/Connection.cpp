@@ -27,6 +27,15 @@ bool findTable(const std::shared_ptr<detail::Session>& session, Visit visit) {
     return false;
 }
 
+/// Fails where the file cannot be read as a database. The SQLite driver opens whatever it is given, and its
+/// list of tables is then merely empty; asked for a table's columns it has to say what is wrong.
+void readCatalogue(const std::shared_ptr<detail::Session>& session) {
+    const std::string anyTable = "Users";
+    const detail::Statement columns{session, "the catalogue of columns"};
+    columns.check(
+        SQLColumns(columns.get(), nullptr, 0, nullptr, 0, detail::odbcText(anyTable), SQL_NTS, nullptr, 0));
+}
+
 }  // namespace
 
 Connection::Connection() = default;
@@ -46,7 +55,7 @@ void Connection::establish() {
     } else {
         session = std::make_shared<detail::Session>(connectString, static_cast<SQLULEN>(cursorDriver_));
     }
-    findTable(session, [](std::string_view) { return true; });
+    readCatalogue(session);
     session_ = std::move(session);
 }
 
