@@ -87,6 +87,11 @@ ResultSet Query::open() {
 
 void Query::execute() {
     run();
+    // A statement that returns rows may do its work only while they are fetched.
+    SQLSMALLINT columns = 0;
+    statement_->check(SQLNumResultCols(statement_->get(), &columns));
+    while (columns > 0 && statement_->check(SQLFetch(statement_->get())) != SQL_NO_DATA) {
+    }
     SQLFreeStmt(statement_->get(), SQL_CLOSE);
 }
 

@@ -3,6 +3,9 @@
 -- Widths are those that the console's forms enforce; SQLite itself only records them. Key columns compare
 -- without case, as administrators expect of names and as the console's look-ups rely on.
 
+-- With a write-ahead log the console reads while the server writes; the file keeps the mode.
+PRAGMA journal_mode = WAL;
+
 CREATE TABLE DicomServer (
     LogLevel     INTEGER NOT NULL,
     DumpLevel    INTEGER NOT NULL,

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The tables of the configuration database, one SQL file of this folder per engine.
+namespace tessaly::schema {
+
+/// What this folder knows of one engine.
+struct Engine {
+    std::string_view name;       ///< as db::Connection::engineName() gives it
+    std::string_view tables;     ///< the SQL text that makes all tables in an empty database
+    std::string_view catalogue;  ///< one query: a row (TableName, Fact) for each thing that `tables` made
+    std::string_view scratch;  ///< for a connect string: an empty database that vanishes with its connection
+};
+
+/// Throws std::runtime_error for an engine that has no SQL file here. The case of the name does not matter.
+[[nodiscard]] const Engine& engine(std::string_view name);
+
+/// The single statements of an SQL text, in order and without its comments. The text has no apostrophes
+/// around semicolons or comment marks.
+[[nodiscard]] std::vector<std::string> statements(std::string_view sql);
+
+}  // namespace tessaly::schema

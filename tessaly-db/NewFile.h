@@ -1,0 +1,32 @@
+#pragma once
+
+#include <filesystem>
+
+namespace tessaly::tool {
+
+/// A database file in the making. It grows as a temporary file beside its place, for its owner's eyes alone,
+/// and is put in place whole or not at all.
+class NewFile {
+  public:
+    /// Makes the folder, where it is missing, and the temporary file, empty. Throws std::runtime_error when
+    /// something stands in the file's place, and std::system_error when the folder does not let it.
+    explicit NewFile(std::filesystem::path place);
+    /// Removes the temporary file unless it was put in place.
+    ~NewFile();
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    /// Throws std::runtime_error when there is a file, or a log that the engine would take for its own.
+    static void requireFree(const std::filesystem::path& place);
+
+    [[nodiscard]] const std::filesystem::path& temporary() const noexcept { return temporary_; }
+
+    /// Writes it to the disk and gives it its name; never replaces a file. The database must be closed.
+    void putInPlace();
+
+  private:
+    std::filesystem::path place_;
+    std::filesystem::path temporary_;
+};
+
+}  // namespace tessaly::tool

@@ -1,0 +1,126 @@
+#include <sys/stat.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <csignal>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+#include "tessaly-db/Check.h"
+#include "tessaly-db/Create.h"
+#include "tessaly-db/DataSource.h"
+#include "tessaly-db/NewFile.h"
+#include "tessaly-db/Password.h"
+#include "tessaly-db/Users.h"
+
+namespace {
+
+using namespace tessaly;
+
+struct Options {
+    std::string dsn = "DicomFDB";
+    std::string user = "admin";
+    std::string root;
+    bool random = false;
+};
+
+/// A random password is told this once and stands nowhere in clear.
+void tell(const std::string& user, const tool::Password& password) {
+    if (!password.random)
+        return;
+    std::cout << "Password of " << user << ": " << password.text << std::endl;
+    if (!std::cout)
+        throw std::runtime_error("The password of " + user +
+                                 " is set but could not be printed: set another one with set-password");
+}
+
+int create(const Options& options) {
+    tool::requireUserName(options.user);
+    tool::NewFile::requireFree(tool::databaseFile(options.dsn));  // before anybody is asked for a password
+    const auto password = tool::newPassword(options.user, options.random);
+    tool::createDatabase({.dsn = options.dsn,
+                          .administrator = options.user,
+                          .password = password.text,
+                          .imageRoot = options.root});
+    tell(options.user, password);
+    return 0;
+}
+
+/// Adds a user or changes one, as `change` does; `exists` is what must hold of the name before.
+int changeUser(const Options& options, bool exists,
+               void (*change)(const db::Connection&, const std::string&, const std::string&)) {
+    tool::requireDataSource(options.dsn);
+    db::Connection connection;
+    tool::connect(connection, options.dsn);
+    if (tool::hasUser(connection, options.user) != exists)
+        throw std::runtime_error((exists ? "There is no user " : "There is a user already: ") + options.user);
+    const auto password = tool::newPassword(options.user, options.random);
+    change(connection, options.user, password.text);
+    tell(options.user, password);
+    return 0;
+}
+
+int addAdmin(const Options& options) {
+    tool::requireUserName(options.user);
+    return changeUser(options, false, tool::addAdministrator);
+}
+
+int setPassword(const Options& options) {
+    return changeUser(options, true, tool::setPassword);
+}
+
+int check(const Options& options) {
+    const auto faults = tool::findFaults(options.dsn);
+    for (const auto& fault : faults)
+        std::cout << fault << '\n';
+    if (faults.empty())
+        std::cout << options.dsn << ": ok\n";
+    return faults.empty() ? 0 : 1;
+}
+
+int run(int argc, char** argv) {
+    Options options;
+    int (*command)(const Options&) = nullptr;
+    CLI::App app{"Makes and checks the configuration database of a data source.", "tessaly-db"};
+    app.fallthrough()->require_subcommand(1);
+    app.add_option("--dsn", options.dsn, "ODBC data source")->capture_default_str();
+
+    const auto add = [&](const char* name, const char* what, int (*function)(const Options&)) {
+        auto* sub = app.add_subcommand(name, what);
+        sub->callback([&command, function] { command = function; });
+        return sub;
+    };
+    auto* const creating = add("create", "Make the database file with one administrator", create);
+    creating->add_option("--admin", options.user, "The administrator's name")->capture_default_str();
+    creating->add_option("--root", options.root, "Folder for images; default: images beside the database");
+    auto* const adding = add("add-admin", "Add a user with all rights", addAdmin);
+    auto* const setting = add("set-password", "Give a user a new password", setPassword);
+    for (auto* const sub : {adding, setting})
+        sub->add_option("name", options.user, "The user's name")->required();
+    for (auto* const sub : {creating, adding, setting})
+        sub->add_flag("--random", options.random, "Make a password and print it, instead of asking");
+    add("check", "List what is missing or wrong", check);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        return app.exit(help);
+    }
+    return command(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    umask(S_IRWXG | S_IRWXO);  // what is made here holds passwords and patients' names
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::string line = error.what();  // the driver's may have several
+        std::replace(line.begin(), line.end(), '\n', ' ');
+        std::cerr << "tessaly-db: " << line << '\n';
+        return 1;
+    }
+}

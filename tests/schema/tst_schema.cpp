@@ -1,0 +1,124 @@
+#include <QSet>
+#include <QTest>
+#include <stdexcept>
+
+#include "db/Error.h"
+#include "db/Query.h"
+#include "schema/Schema.h"
+
+using namespace Qt::StringLiterals;
+using namespace tessaly;
+
+namespace {
+
+class TestSchema : public QObject {
+    Q_OBJECT
+  private slots:
+    void init();
+    void cleanup();
+    void splitsStatements();
+    void knowsItsEngines();
+    void makesEveryTable();
+    void listsWhatItMade_data();
+    void listsWhatItMade();
+    void keysCompareWithoutCase_data();
+    void keysCompareWithoutCase();
+    void usersSortByUser();
+
+  private:
+    std::unique_ptr<db::Connection> connection_;
+};
+
+}  // namespace
+
+void TestSchema::init() {
+    const auto& sqlite = schema::engine("SQLite");
+    connection_ = std::make_unique<db::Connection>();
+    connection_->setConnectString("Driver=SQLite3;StepAPI=1;" + std::string{sqlite.scratch});
+    connection_->establish();
+    for (const auto& statement : schema::statements(sqlite.tables))
+        db::execute(*connection_, statement);
+}
+
+void TestSchema::cleanup() {
+    connection_.reset();
+}
+
+void TestSchema::splitsStatements() {
+    const std::vector<std::string> expected{"CREATE TABLE a (\n  b INTEGER \n)", "DROP TABLE a"};
+    QCOMPARE(schema::statements("-- first; not a statement\n\nCREATE TABLE a (\n  b INTEGER -- a; b\n);\n\n"
+                                "DROP TABLE a;\n;\n  "),
+             expected);
+    QVERIFY(schema::statements("").empty());
+    QCOMPARE(schema::statements("SELECT 1"), std::vector<std::string>{"SELECT 1"});
+}
+
+void TestSchema::knowsItsEngines() {
+    QCOMPARE(schema::engine(connection_->engineName()).name, std::string_view{"SQLite"});
+    QCOMPARE(&schema::engine("sqlite"), &schema::engine("SQLite"));
+    QVERIFY_EXCEPTION_THROWN((void)schema::engine("Abacus"), std::runtime_error);
+}
+
+void TestSchema::makesEveryTable() {
+    for (const char* table : {"DicomServer", "SiteData", "DicomNodes", "FtpNodes", "Port", "PortRemoteNodes",
+                              "Printers", "Users", "Patient", "Study", "Series", "Image"})
+        QVERIFY2(connection_->hasTable(table), table);
+}
+
+void TestSchema::listsWhatItMade_data() {
+    QTest::addColumn<QString>("fact");
+    for (const auto* fact :
+         {"Image: the table", "Users: the column DcmAdmin for numbers", "Users: the column User for text",
+          "Users: the unique key (UserName without case)", "Patient: the unique key (ID)",
+          "PortRemoteNodes: the unique key (Name without case, Port without case)",
+          "Image: an index for look-ups by SeriesInstanceUID", "Study: an index for look-ups by IDPatient",
+          "Series: an index for look-ups by StudyInstanceUID"})
+        QTest::newRow(fact) << QString::fromLatin1(fact);
+}
+
+void TestSchema::listsWhatItMade() {
+    QFETCH(QString, fact);
+    QSet<QString> facts;
+    db::Query query{*connection_, std::string{schema::engine("SQLite").catalogue}};
+    auto rows = query.open();
+    while (rows.next())
+        facts += QString::fromStdString(rows.text("TableName") + ": " + rows.text("Fact"));
+    QVERIFY2(facts.contains(fact), qPrintable(QStringList(facts.values()).join(u'\n')));
+}
+
+void TestSchema::keysCompareWithoutCase_data() {
+    QTest::addColumn<QString>("insert");
+    QTest::newRow("node") << u"INSERT INTO DicomNodes (Name) VALUES (?)"_s;
+    QTest::newRow("FTP node") << u"INSERT INTO FtpNodes (Name) VALUES (?)"_s;
+    QTest::newRow("port")
+        << u"INSERT INTO Port (Port, AETitle, MaxConnections, Root) VALUES (?, '', 1, '')"_s;
+    QTest::newRow("accepted node") << u"INSERT INTO PortRemoteNodes (Port, Name) VALUES ('104', ?)"_s;
+    QTest::newRow("printer") << u"INSERT INTO Printers (Name) VALUES (?)"_s;
+    QTest::newRow("user") << u"INSERT INTO Users (UserName) VALUES (?)"_s;
+}
+
+void TestSchema::keysCompareWithoutCase() {
+    QFETCH(QString, insert);
+    db::execute(*connection_, insert.toStdString(), {db::varchar("Alpha")});
+    int number = 0;
+    try {
+        db::execute(*connection_, insert.toStdString(), {db::varchar("ALPHA")});
+    } catch (const db::Error& error) {
+        number = error.Number();
+    }
+    QCOMPARE(number, db::Error::DuplicateKey);
+}
+
+void TestSchema::usersSortByUser() {
+    for (const char* name : {"cara", "Anna", "bert"})
+        db::execute(*connection_, "INSERT INTO Users (UserName) VALUES (?)", {db::varchar(name)});
+    QStringList names;
+    db::Query query{*connection_, "SELECT UserName FROM Users ORDER BY User"};
+    auto rows = query.open();
+    while (rows.next())
+        names += QString::fromStdString(rows.text("UserName"));
+    QCOMPARE(names, QStringList({u"Anna"_s, u"bert"_s, u"cara"_s}));
+}
+
+QTEST_APPLESS_MAIN(TestSchema)
+#include "tst_schema.moc"
