@@ -4,6 +4,7 @@
 #include <QComboBox>
 #include <QFormLayout>
 #include <QLineEdit>
+#include <algorithm>
 #include <functional>
 #include <vector>
 
@@ -21,6 +22,10 @@ class FieldBinder {
         box->setObjectName(name);
         if (limit > 0)
             box->setMaxLength(limit);
+        // As wide as the text it may hold, as far as that is sensible.
+        constexpr int Shortest = 16;
+        constexpr int Longest = 40;
+        box->setMinimumWidth(box->fontMetrics().averageCharWidth() * std::clamp(limit, Shortest, Longest));
         rows->addRow(label, box);
         tie([=](const Record& record) { box->setText(record.*member); },
             [=](Record& record) { record.*member = box->text(); });

@@ -9,7 +9,6 @@ ListPanel::ListPanel(const QString& listName, const std::vector<ReportList::Colu
                      const Buttons& buttons, QWidget* parent)
     : QWidget(parent), list_(new ReportList(listName, columns, this)) {
     auto* row = new QHBoxLayout(this);
-    row->setContentsMargins(0, 0, 0, 0);
     row->addWidget(list_, 1);
     auto* column = new QVBoxLayout;
     row->addLayout(column);

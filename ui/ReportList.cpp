@@ -4,6 +4,7 @@
 #include <QHeaderView>
 #include <QHelpEvent>
 #include <QKeyEvent>
+#include <QStyledItemDelegate>
 #include <QToolTip>
 #include <cmath>
 #include <stdexcept>
@@ -15,11 +16,23 @@ namespace {
 constexpr double PixelsPerInch = 96;
 constexpr int MinimumSection = 8;  // narrow fractions must hold in a narrow window
 
+/// Gives the rows some air.
+class RowDelegate : public QStyledItemDelegate {
+  public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    [[nodiscard]] QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
+        constexpr int Air = 5;
+        return QStyledItemDelegate::sizeHint(option, index) + QSize{0, Air};
+    }
+};
+
 }  // namespace
 
 ReportList::ReportList(const QString& name, const std::vector<Column>& columns, QWidget* parent)
     : QTreeWidget(parent) {
     setObjectName(name);
+    setItemDelegate(new RowDelegate(this));
     setRootIsDecorated(false);
     setUniformRowHeights(true);
     setAllColumnsShowFocus(true);
