@@ -1,5 +1,7 @@
 #include "db/Connection.h"
 
+#include <array>
+
 #include "db/Odbc.h"
 #include "db/Text.h"
 
@@ -25,11 +27,11 @@ bool findTable(const std::shared_ptr<detail::Session>& session, std::string_view
     const detail::Statement tables{session, "the catalogue of tables"};
     tables.check(SQLTables(tables.get(), nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0));
     constexpr SQLUSMALLINT NameColumn = 3;
-    char name[256];
+    std::array<char, 256> name{};
     SQLLEN length = 0;
     while (tables.check(SQLFetch(tables.get())) != SQL_NO_DATA) {
-        tables.check(SQLGetData(tables.get(), NameColumn, SQL_C_CHAR, name, sizeof name, &length));
-        if (length != SQL_NULL_DATA && detail::sameName(name, wanted))
+        tables.check(SQLGetData(tables.get(), NameColumn, SQL_C_CHAR, name.data(), name.size(), &length));
+        if (length != SQL_NULL_DATA && detail::sameName(name.data(), wanted))
             return true;
     }
     return false;

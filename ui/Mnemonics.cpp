@@ -15,7 +15,7 @@ QKeySequence takeLetter(const QString& caption, QSet<QChar>& taken) {
         const QChar letter = c.toUpper();
         if (letter.isLetter() && !taken.contains(letter)) {
             taken.insert(letter);
-            return QKeySequence(Qt::ALT | static_cast<Qt::Key>(letter.unicode()));
+            return {Qt::ALT | static_cast<Qt::Key>(letter.unicode())};
         }
     }
     return {};
