@@ -15,7 +15,7 @@ constexpr std::array Engines{
     Engine{.name = "SQLite",
            .tables = embedded::sqlite,
            .catalogue = embedded::sqlite_catalogue,
-           .scratch = "Database=:memory:"},
+           .scratch = ":memory:"},
 };
 
 std::string_view trimmed(std::string_view text) {

@@ -12,7 +12,7 @@ struct Engine {
     std::string_view name;       ///< as db::Connection::engineName() gives it
     std::string_view tables;     ///< the SQL text that makes all tables in an empty database
     std::string_view catalogue;  ///< one query: a row (TableName, Fact) for each thing that `tables` made
-    std::string_view scratch;  ///< for a connect string: an empty database that vanishes with its connection
+    std::string_view scratch;  ///< the name of an empty database that vanishes with its connection
 };
 
 /// Throws std::runtime_error for an engine that has no SQL file here. The case of the name does not matter.

@@ -66,7 +66,7 @@ void createDatabase(const NewDatabase& wanted) {
     NewFile file{place};
     {
         db::Connection connection;
-        connect(connection, wanted.dsn, "Database=" + file.temporary().string());
+        connect(connection, wanted.dsn, file.temporary().string());
         for (const auto& statement : schema::statements(schema::engine(connection.engineName()).tables))
             db::execute(connection, statement);
         addRows(connection, wanted,

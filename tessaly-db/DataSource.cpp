@@ -28,11 +28,13 @@ std::filesystem::path databaseFile(const std::string& dsn) {
     const std::filesystem::path file = attribute(dsn, "Database");
     if (!file.is_absolute() || !file.has_filename())
         throw std::runtime_error("The data source " + dsn + " names no database file by its whole path");
+    if (file.string().find(';') != std::string::npos)  // in a connect string it begins the next attribute
+        throw std::runtime_error("A new database cannot have a semicolon in its path: " + file.string());
     return file;
 }
 
-void connect(db::Connection& connection, const std::string& dsn, const std::string& extra) {
-    connection.setConnectString("DSN=" + dsn + (extra.empty() ? "" : ";" + extra));
+void connect(db::Connection& connection, const std::string& dsn, const std::string& database) {
+    connection.setConnectString("DSN=" + dsn + (database.empty() ? "" : ";Database=" + database));
     connection.establish();
 }
 

@@ -34,7 +34,7 @@ class TestSchema : public QObject {
 void TestSchema::init() {
     const auto& sqlite = schema::engine("SQLite");
     connection_ = std::make_unique<db::Connection>();
-    connection_->setConnectString("Driver=SQLite3;StepAPI=1;" + std::string{sqlite.scratch});
+    connection_->setConnectString("Driver=SQLite3;StepAPI=1;Database=" + std::string{sqlite.scratch});
     connection_->establish();
     for (const auto& statement : schema::statements(sqlite.tables))
         db::execute(*connection_, statement);

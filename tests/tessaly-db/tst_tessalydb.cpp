@@ -35,6 +35,7 @@ class TestTessalyDb : public QObject {
     void leavesNothingBehindAFailure_data();
     void leavesNothingBehindAFailure();
     void refusesAnOldLog();
+    void refusesASemicolonInThePath();
     void addsAnAdministrator();
     void changesAPassword();
     void refusesNames_data();
@@ -242,6 +243,17 @@ void TestTessalyDb::refusesAnOldLog() {
     QCOMPARE(refused.status, 1);
     QVERIFY2(refused.err.contains(u"DicomDB.mdb-wal"_s), qPrintable(refused.err));
     QVERIFY(!QFile::exists(file()));
+}
+
+void TestTessalyDb::refusesASemicolonInThePath() {
+    const QString named = path(u"a;b/DicomDB.mdb"_s);
+    scratch_->writeDataSource(named);
+    const auto refused = run({u"create"_s});
+    QCOMPARE(refused.status, 1);
+    QCOMPARE(refused.err,
+             u"tessaly-db: A new database cannot have a semicolon in its path: %1\n"_s.arg(named));
+    QVERIFY(!QFile::exists(path(u"a"_s)));
+    QVERIFY(!QFile::exists(path(u"a;b"_s)));
 }
 
 void TestTessalyDb::addsAnAdministrator() {

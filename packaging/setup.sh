@@ -1,0 +1,50 @@
+# What ./run and ./test share, to be sourced: it installs what is missing and builds.
+# Debian 12 is all that is expected to be there.
+
+top=$(dirname "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")")
+
+die() {
+    printf '%s: %s\n' "${0##*/}" "$*" >&2
+    exit 1
+}
+
+# Compiler, libraries and what the programs need at run time. Qt's SVG icons come with qt6-svg-dev.
+build_packages=(
+    g++ cmake ninja-build pkg-config
+    qt6-base-dev qt6-base-dev-tools qt6-svg-dev libgl-dev
+    unixodbc-dev odbcinst libsqliteodbc libsqlite3-dev
+    libdcmtk-dev libsodium-dev libcli11-dev
+    dbus fonts-dejavu-core
+)
+# A screen for a machine that has none.
+screen_packages=(tigervnc-standalone-server tigervnc-tools openbox xauth)
+# Peers and tools of the tests, openssl among them to answer the screen's password question.
+test_packages=(dcmtk libgdcm-tools orthanc openssl xvfb)
+
+# Prints those of the packages that are not installed, a line each.
+missing_packages() {
+    command -v dpkg-query >/dev/null || die "Debian 12 is needed: there is no dpkg-query here"
+    dpkg-query -W -f '${Package} ${db:Status-Status}\n' "$@" 2>/dev/null |
+        awk -v wanted="$*" '
+            $2 == "installed" { there[$1] = 1 }
+            END { n = split(wanted, names, " "); for (i = 1; i <= n; ++i) if (!(names[i] in there)) print names[i] }'
+}
+
+install_packages() {
+    local missing as_root=()
+    mapfile -t missing < <(missing_packages "$@")
+    ((${#missing[@]} > 0)) || return 0
+    if [[ $(id -u) != 0 ]]; then
+        command -v sudo >/dev/null || die "These packages are missing, and there is no sudo: ${missing[*]}"
+        as_root=(sudo)
+        [[ -t 0 ]] || as_root+=(--non-interactive)
+    fi
+    echo "Installing ${missing[*]}"
+    "${as_root[@]}" "$top/packaging/install-packages.sh" "${missing[@]}" ||
+        die "These packages could not be installed: ${missing[*]}"
+}
+
+build() {
+    [[ -e $top/build/release/build.ninja ]] || cmake -S "$top" --preset release || die "The build cannot be set up"
+    cmake --build "$top/build/release" || die "The build failed"
+}

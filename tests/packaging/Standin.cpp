@@ -1,0 +1,8 @@
+// In the server's place: takes its name on the session bus and stays there.
+#include <QCoreApplication>
+#include <QDBusConnection>
+
+int main(int argc, char** argv) {
+    const QCoreApplication app{argc, argv};
+    return QDBusConnection::sessionBus().registerService(QStringLiteral("org.tessaly.Server")) ? app.exec() : 1;
+}

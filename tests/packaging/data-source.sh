@@ -1,0 +1,102 @@
+#!/bin/bash
+# The data source and the database of the first use.
+. "$(dirname "$0")/support.sh"
+
+ensure() (
+    . "$packaging/setup.sh"
+    . "$packaging/data-source.sh"
+    ensure_data_source "$programs/tessaly-db"
+)
+section() {
+    printf '[DicomFDB]\nDescription=Configuration of the DICOM server\nDriver=SQLite3\nDatabase=%s\n' "$1"
+    printf 'StepAPI=1\nJournalMode=WAL\nSyncPragma=NORMAL\nTimeout=5000\nNoCreat=1\n'
+}
+start_anew() {
+    rm -rf "$HOME"
+    mkdir "$HOME"
+}
+
+# The first use makes both, for their owner's eyes alone, and tells the password once.
+run ensure
+expect_success
+grep -qE '^Password of admin: [a-zA-Z2-9]{16}$' "$scratch/out" || fail "no password"
+cmp <(section "$database") "$ODBCINI"
+[[ $(stat -c %a "$ODBCINI" "$database" "$(dirname "$database")") == $'600\n600\n700' ]] || fail "modes"
+run "$programs/tessaly-db" check
+expect_success
+[[ -z $(ls -A "$TMPDIR") ]] || fail "leaves temporary files"
+
+# The next use changes nothing and says nothing.
+cp -p "$ODBCINI" "$scratch/before.ini"
+cp -p "$database" "$scratch/before.mdb"
+run ensure
+expect_success
+[[ ! -s $scratch/out ]] || fail "said something"
+cmp "$ODBCINI" "$scratch/before.ini"
+cmp "$database" "$scratch/before.mdb"
+
+# Other entries stay byte for byte, and so does the file's mode.
+for entries in $'[Other]\nDriver = x\n' $'; a remark\r\n[Other]\nDriver=x' $'\n\n'; do
+    start_anew
+    printf '%s' "$entries" >"$ODBCINI"
+    chmod 640 "$ODBCINI"
+    run ensure
+    expect_success
+    cmp <(printf '%s' "$entries") <(head -c ${#entries} "$ODBCINI")
+    cmp <(section "$database") <(tail -n 9 "$ODBCINI")
+    [[ $(stat -c %a "$ODBCINI") == 640 ]] || fail "mode"
+    run "$programs/tessaly-db" check
+    expect_success
+done
+
+# A folder for data that the user chose.
+start_anew
+XDG_DATA_HOME="$HOME/my data" run ensure
+expect_success
+cmp <(section "$HOME/my data/tessaly/DicomDB.mdb") "$ODBCINI"
+[[ -e "$HOME/my data/tessaly/DicomDB.mdb" ]] || fail "no database"
+
+# A database from before, whose data source is gone, is used again.
+rm "$ODBCINI"
+mkdir -p "$(dirname "$database")"
+cp -p "$scratch/before.mdb" "$database"
+run ensure
+expect_success
+[[ ! -s $scratch/out ]] || fail "said something"
+cmp "$database" "$scratch/before.mdb"
+
+# A data source whose database is gone may have its disk somewhere else: nothing takes its place.
+start_anew
+mkdir "$HOME/unmounted"
+section "$HOME/unmounted/DicomDB.mdb" >"$ODBCINI"
+run ensure
+expect_one_line "*: $HOME/unmounted/DicomDB.mdb, the database of the data source DicomFDB, is not there; *"
+[[ -z $(ls -A "$HOME/unmounted") ]] || fail "makes a database"
+
+# A data source that is no file, or the whole system's, is used as it is.
+printf '[DicomFDB]\nDriver=Other\nDatabase=dicom\n' >"$ODBCINI"
+cp "$ODBCINI" "$scratch/before.ini"
+run ensure
+expect_success
+cmp "$ODBCINI" "$scratch/before.ini"
+rm "$ODBCINI"
+mkdir "$scratch/system"
+cp /etc/odbcinst.ini "$scratch/system/"
+mv "$scratch/before.ini" "$scratch/system/odbc.ini"
+ODBCSYSINI=$scratch/system run ensure
+expect_success
+[[ ! -s $ODBCINI ]] || fail "hides the system's data source"
+
+# What cannot be done is said in a line, and leaves nothing half done.
+start_anew
+rm "$scratch/system/"*
+ODBCSYSINI=$scratch/system run ensure
+expect_one_line '*: ODBC has no driver SQLite3; *'
+[[ -z $(ls -A "$HOME") ]] || fail "leaves something"
+XDG_DATA_HOME=/dev/null run ensure
+expect_one_line 'tessaly-db: *'
+[[ ! -s $ODBCINI ]] || fail "leaves a data source"
+rm -f "$ODBCINI"
+mkdir "$ODBCINI"
+run ensure
+expect_one_line "*: Cannot write the data source into $ODBCINI"
