@@ -1,5 +1,7 @@
 #include <sys/resource.h>
+#include <unistd.h>
 
+#include <QFile>
 #include <QTest>
 #include <stdexcept>
 
@@ -58,7 +60,12 @@ void TestPasswordEncoder::takesAPasswordOfAnyLength() {
 void TestPasswordEncoder::throwsWhenMemoryFails() {
     rlimit before{};
     QCOMPARE(getrlimit(RLIMIT_AS, &before), 0);
-    const rlimit tight{.rlim_cur = 1U << 20U, .rlim_max = before.rlim_max};
+    // Room for the process as it is and a little more, but not for the 64 MiB of an encoding.
+    QFile statm{u"/proc/self/statm"_s};
+    QVERIFY(statm.open(QIODevice::ReadOnly));
+    const rlim_t used =
+        statm.readLine().split(' ').first().toULongLong() * static_cast<rlim_t>(getpagesize());
+    const rlimit tight{.rlim_cur = used + (16U << 20U), .rlim_max = before.rlim_max};
     QString description;
     QCOMPARE(setrlimit(RLIMIT_AS, &tight), 0);
     try {
