@@ -51,6 +51,7 @@ trap 'exit 130' INT
 trap 'exit 143' TERM
 trap 'exit 129' HUP
 
+[[ -n ${XDG_RUNTIME_DIR:-} ]] || export XDG_RUNTIME_DIR=$private  # the toolkit and the bus want one
 ensure_data_source "$programs/tessaly-db"
 ensure_session_bus "$programs/tessalyd"
 ensure_screen
