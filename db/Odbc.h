@@ -9,6 +9,7 @@
 #include <string>
 
 #include "db/Error.h"
+#include "db/ResultSet.h"
 
 namespace tessaly::db::detail {
 
@@ -81,6 +82,8 @@ class Statement {
 
     bool prepared = false;
     bool walking = false;  ///< a result set is alive on it
+    std::size_t boundParams = 0;
+    std::vector<ResultSet::Column> columns;  ///< of the sets that it opens, described by the first
 
   private:
     std::shared_ptr<Session> session_;  // declared first: it outlives the handle

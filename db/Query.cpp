@@ -73,8 +73,10 @@ void Query::run() {
                                    static_cast<SQLINTEGER>(statement.text().size())));
         statement.prepared = true;
     }
-    SQLFreeStmt(statement.get(), SQL_RESET_PARAMS);  // the last run's values are gone
     std::vector<Bound> bound(params_.size());
+    if (params_.size() < statement.boundParams)  // the last run's values are gone
+        SQLFreeStmt(statement.get(), SQL_RESET_PARAMS);
+    statement.boundParams = params_.size();
     for (std::size_t i = 0; i < params_.size(); ++i)
         bindOne(statement, static_cast<SQLUSMALLINT>(i + 1), params_[i], bound[i]);
     statement.check(SQLExecute(statement.get()));

@@ -30,17 +30,27 @@ bool isCharacterType(SQLSMALLINT type) {
 ResultSet::ResultSet(std::shared_ptr<detail::Statement> statement) : statement_(std::move(statement)) {
     SQLSMALLINT count = 0;
     statement_->check(SQLNumResultCols(statement_->get(), &count));
-    columns_.reserve(static_cast<std::size_t>(count));
-    for (SQLSMALLINT i = 1; i <= count; ++i) {
+    if (statement_->columns.size() != static_cast<std::size_t>(count))
+        describeColumns(count);
+    cells_.resize(columns().size());
+    statement_->walking = true;
+}
+
+void ResultSet::describeColumns(int count) {
+    auto& columns = statement_->columns;
+    columns.clear();
+    for (int i = 1; i <= count; ++i) {
         std::array<SQLCHAR, 256> name{};
         SQLSMALLINT length = 0;
         SQLSMALLINT type = 0;
         statement_->check(SQLDescribeCol(statement_->get(), static_cast<SQLUSMALLINT>(i), name.data(),
                                          name.size(), &length, &type, nullptr, nullptr, nullptr));
-        columns_.push_back({reinterpret_cast<const char*>(name.data()), isCharacterType(type)});
+        columns.push_back({reinterpret_cast<const char*>(name.data()), isCharacterType(type)});
     }
-    cells_.resize(columns_.size());
-    statement_->walking = true;
+}
+
+const std::vector<ResultSet::Column>& ResultSet::columns() const noexcept {
+    return statement_->columns;
 }
 
 ResultSet::~ResultSet() {
@@ -95,9 +105,10 @@ ResultSet::Cell& ResultSet::cell(std::string_view column) {
     if (!onRow_)
         throw Error("There is no current row");
     std::size_t index = 0;
-    while (index < columns_.size() && !detail::sameName(columns_[index].name, column))
+    const auto& columns = statement_->columns;
+    while (index < columns.size() && !detail::sameName(columns[index].name, column))
         ++index;
-    if (index == columns_.size())
+    if (index == columns.size())
         throw Error("Unknown column " + std::string{column});
     // From left to right, which every driver can, and each cell once: a second read would find no data.
     for (; cellsRead_ <= index; ++cellsRead_)

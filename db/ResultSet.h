@@ -42,7 +42,7 @@ class ResultSet {
         bool isText = false;  ///< declared as a character type of any length
     };
     /// The set's columns in order, known before the first row too.
-    [[nodiscard]] const std::vector<Column>& columns() const noexcept { return columns_; }
+    [[nodiscard]] const std::vector<Column>& columns() const noexcept;
 
   private:
     struct Cell {
@@ -51,9 +51,9 @@ class ResultSet {
     };
     Cell& cell(std::string_view column);
     void read(std::size_t index);
+    void describeColumns(int count);
 
     std::shared_ptr<detail::Statement> statement_;
-    std::vector<Column> columns_;
     std::vector<Cell> cells_;    // reused from row to row, so that a long walk allocates nothing
     std::size_t cellsRead_ = 0;  // cells 0 to cellsRead_-1 hold the current row
     bool onRow_ = false;
