@@ -115,6 +115,16 @@ QString TessalyManager::selectedPort() const {
 
 void TessalyManager::setImageRoot(const QString& /*root*/) {}
 
+// The window has no server yet: there is nothing to end, to let go of or to look at.
+
+void TessalyManager::TerminateServer() {}
+
+void TessalyManager::DropServer() {}
+
+void TessalyManager::setConnectionTimerEnabled(bool /*enabled*/) {}
+
+void TessalyManager::RefreshServerState() {}
+
 void TessalyManager::closeEvent(QCloseEvent* event) {
     // The question is about the server alone; it cannot keep the window open.
     if (Globals::ConfigChanged())

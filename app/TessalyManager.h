@@ -42,6 +42,10 @@ class TessalyManager : public QMainWindow, public MainWindowOperations {
     void LoadSiteData() override;
     [[nodiscard]] QString selectedPort() const override;
     void setImageRoot(const QString& root) override;
+    void TerminateServer() override;
+    void DropServer() override;
+    void setConnectionTimerEnabled(bool enabled) override;
+    void RefreshServerState() override;
 
   protected:
     void closeEvent(QCloseEvent* event) override;
