@@ -23,6 +23,17 @@ class MainWindowOperations {
     [[nodiscard]] virtual QString selectedPort() const = 0;
     /// Preset of both path boxes of the image path relocation.
     virtual void setImageRoot(const QString& root) = 0;
+
+    // The server, for what needs it out of the way.
+    /// Ends the server process that the console controls and waits until it is gone; nothing when there is
+    /// none. Throws std::runtime_error when it does not answer or does not end.
+    virtual void TerminateServer() = 0;
+    /// Lets go of the server, running or not.
+    virtual void DropServer() = 0;
+    /// Suspends or resumes the look at the server that is taken once a second.
+    virtual void setConnectionTimerEnabled(bool enabled) = 0;
+    /// Takes that look now; re-creates the server when there is none. Never throws.
+    virtual void RefreshServerState() = 0;
 };
 
 }  // namespace tessaly

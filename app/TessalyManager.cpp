@@ -6,11 +6,14 @@
 
 #include "app/AdministrationPage.h"
 #include "app/Globals.h"
+#include "app/StatusBar.h"
 #include "app/frmAbout.h"
 #include "network/FtpNodesPage.h"
 #include "network/LocalServerPage.h"
 #include "network/NodesPage.h"
 #include "printers/PrintersPage.h"
+#include "server/DBusServer.h"
+#include "server/ServerControl.h"
 #include "ui/ConsoleEnd.h"
 #include "ui/Guard.h"
 #include "users/SitePage.h"
@@ -26,7 +29,9 @@ constexpr QSize InitialSize{900, 560};
 
 }  // namespace
 
-TessalyManager::TessalyManager()
+TessalyManager::TessalyManager() : TessalyManager(server::dbusServerFactory()) {}
+
+TessalyManager::TessalyManager(server::ServerFactory serverFactory)
     : tabNodes_(new QTabWidget(this)),
       nodes_(new network::NodesPage(*this)),
       localServer_(new network::LocalServerPage(*this)),
@@ -34,13 +39,21 @@ TessalyManager::TessalyManager()
       administration_(new AdministrationPage),
       users_(new users::UsersPage(*this)),
       site_(new users::SitePage(*this)),
-      printers_(new printers::PrintersPage(*this)) {
+      printers_(new printers::PrintersPage(*this)),
+      stsBar_(new StatusBar(this)),
+      server_(std::make_unique<server::ServerControl>(std::move(serverFactory), administration_->server(),
+                                                      *stsBar_)) {
     setObjectName(u"TessalyManager"_s);
     setWindowTitle(u"Tessaly Configuration"_s);
     resize(InitialSize);
     buildPages();
     buildMenus();
+    setStatusBar(stsBar_);
+    connect(&administration_->logFile(), &server::LogFileFrame::loaded, this,
+            ui::handler([this] { server_->showService(); }));
 }
+
+TessalyManager::~TessalyManager() = default;
 
 void TessalyManager::buildPages() {
     tabNodes_->setObjectName(u"tabNodes"_s);
@@ -72,9 +85,11 @@ void TessalyManager::buildMenus() {
 }
 
 void TessalyManager::load() {
+    ui::ignoringErrors([this] { server_->createServer(); });
     tabNodes_->setCurrentIndex(0);
     ui::ignoringErrors([this] { LoadNodes(); });
     ui::ignoringErrors([this] { LoadPorts(); });
+    ui::ignoringErrors([this] { administration_->logFile().LoadServerParameters(); });
     ui::ignoringErrors([this] { LoadFTPNodes(); });
     ui::ignoringErrors([this] { LoadUsers(); });
     ui::ignoringErrors([this] { LoadSiteData(); });
@@ -115,12 +130,29 @@ QString TessalyManager::selectedPort() const {
 
 void TessalyManager::setImageRoot(const QString& /*root*/) {}
 
+void TessalyManager::TerminateServer() {
+    server_->call(&server::Server::Terminate);
+}
+
+void TessalyManager::DropServer() {
+    server_->dropServer();
+}
+
+void TessalyManager::setConnectionTimerEnabled(bool enabled) {
+    server_->setTimerEnabled(enabled);
+}
+
+void TessalyManager::RefreshServerState() {
+    server_->RefreshServerState();
+}
+
 void TessalyManager::closeEvent(QCloseEvent* event) {
     // The question is about the server alone; it cannot keep the window open.
-    if (Globals::ConfigChanged())
+    if (Globals::ConfigChanged() &&
         ui::messageBox(this,
                        u"The server parameters have been modified. Do you want to restart the server?"_s,
-                       ui::BoxStyle::YesNo);
+                       ui::BoxStyle::YesNo) == ui::Answer::Yes)
+        ui::ignoringErrors([this] { server_->call(&server::Server::Restart); });
     event->accept();
     ui::endConsole(0);
 }

@@ -2,13 +2,17 @@
 
 #include <QMainWindow>
 
+#include <memory>
+
 #include "app/MainWindowOperations.h"
+#include "server/Server.h"
 
 class QTabWidget;
 
 namespace tessaly {
 
 class AdministrationPage;
+class StatusBar;
 namespace network {
 class FtpNodesPage;
 class LocalServerPage;
@@ -16,6 +20,9 @@ class NodesPage;
 }  // namespace network
 namespace printers {
 class PrintersPage;
+}
+namespace server {
+class ServerControl;
 }
 namespace users {
 class SitePage;
@@ -29,8 +36,12 @@ class TessalyManager : public QMainWindow, public MainWindowOperations {
 
   public:
     TessalyManager();
+    /// With a server of the caller's choice.
+    explicit TessalyManager(server::ServerFactory serverFactory);
+    ~TessalyManager() override;
 
-    /// Fills every page from the database; one that fails reports it and does not stop the others.
+    /// Makes the Server object and fills every page from the database; one that fails reports it and does not
+    /// stop the others.
     void load();
 
     void LoadNodes() override;
@@ -42,6 +53,10 @@ class TessalyManager : public QMainWindow, public MainWindowOperations {
     void LoadSiteData() override;
     [[nodiscard]] QString selectedPort() const override;
     void setImageRoot(const QString& root) override;
+    void TerminateServer() override;
+    void DropServer() override;
+    void setConnectionTimerEnabled(bool enabled) override;
+    void RefreshServerState() override;
 
   protected:
     void closeEvent(QCloseEvent* event) override;
@@ -59,6 +74,8 @@ class TessalyManager : public QMainWindow, public MainWindowOperations {
     users::UsersPage* users_;
     users::SitePage* site_;
     printers::PrintersPage* printers_;
+    StatusBar* stsBar_;
+    std::unique_ptr<server::ServerControl> server_;
 };
 
 }  // namespace tessaly

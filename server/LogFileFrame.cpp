@@ -1,11 +1,143 @@
 #include "server/LogFileFrame.h"
 
+#include <QAbstractSpinBox>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFormLayout>
+#include <QGridLayout>
+#include <QLineEdit>
+#include <QPushButton>
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+
+#include "app/Globals.h"
+#include "db/Query.h"
+#include "ui/Guard.h"
+#include "ui/Text.h"
+
 namespace tessaly::server {
 
 using namespace Qt::StringLiterals;
 
-LogFileFrame::LogFileFrame(QWidget* parent) : QGroupBox(u"Log file"_s, parent) {
+namespace {
+
+struct DumpOption {
+    const char* caption;
+    int bit;  // in DumpLevel; the jump to 16 is the record's format
+};
+constexpr std::array<DumpOption, 4> DumpOptions{
+    {{"Dump Socket", 1}, {"Dump Association", 16}, {"Dump DUL", 2}, {"Dump VR", 4}}};
+
+/// The number that the text begins with, a fraction cut; 0 where it begins with none. Beyond what the column
+/// holds it is the nearest that it does.
+int leadingNumber(const QString& text) {
+    const std::string digits = text.trimmed().toStdString();
+    const long long number = std::strtoll(digits.c_str(), nullptr, 10);  // saturates
+    return static_cast<int>(
+        std::clamp<long long>(number, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+}
+
+/// Arrows beside a text box that takes any text: they step its number.
+class UpDown : public QAbstractSpinBox {
+  public:
+    static constexpr int Maximum = 3600;  // seconds
+
+    UpDown(QLineEdit* box, QWidget* parent) : QAbstractSpinBox(parent) {
+        setLineEdit(box);
+        setFocusPolicy(Qt::StrongFocus);
+    }
+    void stepBy(int steps) override {
+        lineEdit()->setText(QString::number(std::clamp(leadingNumber(text()) + steps, 0, Maximum)));
+    }
+    QValidator::State validate(QString& /*input*/, int& /*position*/) const override {
+        return QValidator::Acceptable;
+    }
+
+  protected:
+    [[nodiscard]] StepEnabled stepEnabled() const override {
+        const int value = leadingNumber(text());
+        return (value > 0 ? StepDownEnabled : StepNone) | (value < Maximum ? StepUpEnabled : StepNone);
+    }
+};
+
+}  // namespace
+
+LogFileFrame::LogFileFrame(QWidget* parent)
+    : QGroupBox(u"Log file"_s, parent),
+      cmbOutputLevel_(new QComboBox(this)),
+      txtQueryTimeout_(new QLineEdit(this)) {
     setObjectName(u"Frame1"_s);
+    cmbOutputLevel_->setObjectName(u"cmbOutputLevel"_s);
+    cmbOutputLevel_->addItems({u"Errors"_s, u"Normal"_s, u"Warnings"_s, u"Debug"_s});  // in stored order
+    txtQueryTimeout_->setObjectName(u"txtQueryTimeout"_s);
+    txtQueryTimeout_->setToolTip(u"Timeout on Query connections"_s);
+    auto* arrows = new UpDown(txtQueryTimeout_, this);
+    arrows->setObjectName(u"UpDown1"_s);
+
+    auto* options = new QGridLayout;
+    for (int i = 0; i < static_cast<int>(DumpOptions.size()); ++i) {
+        auto* box =
+            new QCheckBox(QString::fromLatin1(DumpOptions[static_cast<std::size_t>(i)].caption), this);
+        box->setObjectName(u"chkDumpOpt"_s + QString::number(i));
+        options->addWidget(box, i / 2, i % 2);
+        chkDumpOpt_[static_cast<std::size_t>(i)] = box;
+    }
+
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch();
+    const auto addButton = [&](const QString& name, const QString& caption) {
+        auto* button = new QPushButton(caption, this);
+        button->setObjectName(name);
+        button->setAutoDefault(false);
+        buttons->addWidget(button);
+        return button;
+    };
+    connect(addButton(u"cmdOk"_s, u"Confirm"_s), &QPushButton::clicked, this,
+            ui::handler([this] { cmdOk_Click(); }));
+    connect(addButton(u"cmdCancel"_s, u"Cancel"_s), &QPushButton::clicked, this, ui::handler([this] {
+                ui::guarded(this, ui::BoxStyle::Critical, [this] { LoadServerParameters(); });
+            }));
+
+    auto* rows = new QFormLayout;
+    rows->addRow(u"Logfile level"_s, cmbOutputLevel_);
+    rows->addRow(options);
+    rows->addRow(u"Query Timeout"_s, arrows);
+    auto* whole = new QVBoxLayout(this);
+    whole->addLayout(rows);
+    whole->addStretch();
+    whole->addLayout(buttons);
+}
+
+void LogFileFrame::LoadServerParameters() {
+    fill();
+    Q_EMIT loaded();
+}
+
+void LogFileFrame::fill() {
+    db::Query query{Globals::DbConnection(), "SELECT * FROM DicomServer"};
+    db::ResultSet row = query.open();
+    if (!row.next()) {
+        ui::messageBox(this, u"Cannot find server configuration"_s, ui::BoxStyle::Critical);
+        return;
+    }
+    cmbOutputLevel_->setCurrentIndex(static_cast<int>(row.integer("loglevel")));
+    const long long dumpLevel = row.integer("DumpLevel");
+    for (std::size_t i = 0; i < DumpOptions.size(); ++i)
+        chkDumpOpt_[i]->setChecked((dumpLevel & DumpOptions[i].bit) != 0);
+    txtQueryTimeout_->setText(ui::text(row, "QueryTimeout"));
+}
+
+void LogFileFrame::cmdOk_Click() {
+    ui::guarded(this, ui::BoxStyle::Critical, [this] {
+        int dumpLevel = 0;
+        for (std::size_t i = 0; i < DumpOptions.size(); ++i)
+            dumpLevel += chkDumpOpt_[i]->isChecked() ? DumpOptions[i].bit : 0;
+        db::execute(Globals::DbConnection(), "UPDATE DicomServer SET LogLevel=?,DumpLevel=?, QueryTimeout=?",
+                    {db::integer(cmbOutputLevel_->currentIndex()), db::integer(dumpLevel),
+                     db::integer(leadingNumber(txtQueryTimeout_->text()))});
+        Globals::setConfigChanged(true);
+    });
 }
 
 }  // namespace tessaly::server
