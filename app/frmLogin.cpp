@@ -9,6 +9,7 @@
 #include "app/Globals.h"
 #include "db/Query.h"
 #include "ui/Guard.h"
+#include "ui/PasswordBox.h"
 #include "ui/Text.h"
 
 namespace tessaly {
@@ -33,10 +34,7 @@ frmLogin::frmLogin(QWidget* parent)
     };
     addRow(u"&Login"_s, u"lblLabels0"_s, txtUserName_, u"txtUserName"_s);
     addRow(u"&Password:"_s, u"lblLabels1"_s, txtPassword_, u"txtPassword"_s);
-    txtPassword_->setEchoMode(QLineEdit::Password);
-    // The style decides what a password box shows; here it is always an asterisk.
-    txtPassword_->setStyleSheet(
-        u"QLineEdit { lineedit-password-character: 42; lineedit-password-mask-delay: 0 }"_s);
+    ui::makePasswordBox(txtPassword_);
 
     auto* ok = new QPushButton(u"OK"_s, this);
     ok->setObjectName(u"cmdOk"_s);

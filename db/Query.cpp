@@ -59,8 +59,8 @@ Query& Query::bind(int position, Param value) {
     return *this;
 }
 
-Query& Query::bindAll(std::initializer_list<Param> values) {
-    params_ = values;
+Query& Query::bindAll(std::vector<Param> values) {
+    params_ = std::move(values);
     return *this;
 }
 
@@ -87,14 +87,17 @@ ResultSet Query::open() {
     return ResultSet{statement_};
 }
 
-void Query::execute() {
+long long Query::execute() {
     run();
+    SQLLEN changed = 0;
+    statement_->check(SQLRowCount(statement_->get(), &changed));
     // A statement that returns rows may do its work only while they are fetched.
     SQLSMALLINT columns = 0;
     statement_->check(SQLNumResultCols(statement_->get(), &columns));
     while (columns > 0 && statement_->check(SQLFetch(statement_->get())) != SQL_NO_DATA) {
     }
     SQLFreeStmt(statement_->get(), SQL_CLOSE);
+    return changed;
 }
 
 void execute(const Connection& connection, std::string text, std::initializer_list<Param> values) {

@@ -50,14 +50,15 @@ class Query {
     /// Binds the parameter at `position`, counted from 1.
     Query& bind(int position, Param value);
     /// Binds from the first parameter onward.
-    Query& bindAll(std::initializer_list<Param> values);
+    Query& bindAll(std::vector<Param> values);
 
     /// Runs a statement that returns rows, as a forward-only, read-only set. Throws while an earlier set of
     /// this query is still alive.
     [[nodiscard]] ResultSet open();
 
     /// Runs a statement once; nothing is read back from it.
-    void execute();
+    /// Gives the number of rows it changed, -1 where the driver does not know.
+    long long execute();
 
   private:
     void run();

@@ -1,7 +1,15 @@
 #pragma once
 
+#include <QWidget>
+
 #include "app/MainWindowOperations.h"
-#include "ui/ListPanel.h"
+
+class QLineEdit;
+class QPushButton;
+
+namespace tessaly::ui {
+class LeaveCheck;
+}
 
 namespace tessaly::users {
 
@@ -10,12 +18,22 @@ class SitePage : public QWidget {
     Q_OBJECT
 
   public:
+    /// The page has no use for the window: it is its own list.
     explicit SitePage(MainWindowOperations& window, QWidget* parent = nullptr);
 
     void LoadSiteData();
 
   private:
-    MainWindowOperations& window_;
+    void enableButtons(bool enabled);
+    void cmdApplySiteData_Click();
+    void cmdCancelSiteData_Click();
+
+    QLineEdit* txtOrganization_;
+    QLineEdit* txtBaseUID_;
+    ui::LeaveCheck* organizationCheck_;
+    ui::LeaveCheck* baseUidCheck_;
+    QPushButton* cmdApplySiteData_;
+    QPushButton* cmdCancelSiteData_;
 };
 
 }  // namespace tessaly::users

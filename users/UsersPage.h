@@ -15,6 +15,10 @@ class UsersPage : public ui::ListPanel {
     void LoadUsers();
 
   private:
+    void edit(const QString& name);
+    void cmdModifyUser_Click();
+    void cmdDelUser_Click();
+
     MainWindowOperations& window_;
 };
 

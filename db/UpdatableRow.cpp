@@ -1,0 +1,119 @@
+#include "db/UpdatableRow.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+#include "db/Error.h"
+#include "db/Query.h"
+#include "db/Text.h"
+
+namespace tessaly::db {
+
+namespace {
+
+bool isNumber(const std::string& text) {
+    double number = 0;
+    const char* end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number);
+    return parsed.ec == std::errc{} && parsed.ptr == end && std::isfinite(number);
+}
+
+}  // namespace
+
+UpdatableRow::UpdatableRow(const Connection& connection, std::string table, std::string_view key,
+                           const std::string& select)
+    : connection_(connection), table_(std::move(table)) {
+    Query query{connection, select};
+    ResultSet row = query.open();
+    for (const ResultSet::Column& column : row.columns())
+        fields_.push_back({.name = column.name, .isText = column.isText});
+    key_ = indexOf(key);
+    exists_ = row.next();
+    if (!exists_)
+        return;
+    for (Field& each : fields_)
+        each.value = row.optionalText(each.name);
+    keyRead_ = fields_[key_].value;
+}
+
+std::size_t UpdatableRow::indexOf(std::string_view column) const {
+    const auto found = std::find_if(fields_.begin(), fields_.end(), [column](const Field& each) {
+        return detail::sameName(each.name, column);
+    });
+    if (found == fields_.end())
+        throw Error("Unknown column " + std::string{column});
+    return static_cast<std::size_t>(found - fields_.begin());
+}
+
+bool UpdatableRow::isText(std::string_view column) const {
+    return fields_[indexOf(column)].isText;
+}
+
+const std::optional<std::string>& UpdatableRow::value(std::string_view column) const {
+    return fields_[indexOf(column)].value;
+}
+
+void UpdatableRow::set(std::string_view column, std::optional<std::string> value) {
+    Field& target = fields_[indexOf(column)];
+    if (value && !target.isText && !isNumber(*value))
+        throw Error("The column " + target.name + " takes a number, not \"" + *value + "\"");
+    target.value = std::move(value);
+    target.set = true;
+}
+
+Param UpdatableRow::Field::parameter() const {
+    if (isText || !value)
+        return value ? varchar(*value) : null(isText ? Type::Varchar : Type::Integer);
+    const char* end = value->data() + value->size();
+    long long whole = 0;
+    const auto parsed = std::from_chars(value->data(), end, whole);
+    return parsed.ec == std::errc{} && parsed.ptr == end ? integer(whole) : undeclared(*value);
+}
+
+UpdatableRow::Change UpdatableRow::change() const {
+    Change change;
+    const auto append = [](std::string& list, const std::string& item) {
+        list += (list.empty() ? "" : ", ") + item;
+    };
+    for (const Field& each : fields_) {
+        if (!each.set)
+            continue;
+        append(change.columns, each.name);
+        append(change.markers, "?");
+        append(change.assignments, each.name + "=?");
+        change.values.push_back(each.parameter());
+    }
+    return change;
+}
+
+void UpdatableRow::update() {
+    if (!exists_)
+        throw Error("There is no row to be changed");
+    Change change = this->change();
+    if (change.values.empty())
+        return;
+    const Field& key = fields_[key_];
+    change.values.push_back(Field{.name = key.name, .isText = key.isText, .value = keyRead_}.parameter());
+    Query query{connection_, "UPDATE " + table_ + " SET " + change.assignments + " WHERE " + key.name + "=?"};
+    if (query.bindAll(std::move(change.values)).execute() == 0)
+        throw Error("The row is no longer there");
+    written();
+}
+
+void UpdatableRow::insert() {
+    Change change = this->change();
+    Query query{connection_,
+                "INSERT INTO " + table_ + " (" + change.columns + ") VALUES (" + change.markers + ")"};
+    query.bindAll(std::move(change.values)).execute();
+    written();
+}
+
+void UpdatableRow::written() {
+    exists_ = true;
+    keyRead_ = fields_[key_].value;
+    for (Field& each : fields_)
+        each.set = false;
+}
+
+}  // namespace tessaly::db

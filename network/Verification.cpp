@@ -1,0 +1,79 @@
+#include "network/Verification.h"
+
+#include <QApplication>
+#include <QCursor>
+#include <QEventLoop>
+#include <QPointer>
+#include <QThread>
+#include <QWidget>
+#include <exception>
+#include <memory>
+
+namespace tessaly::network {
+
+namespace {
+
+/// Blocks a dialog and shows the wait cursor while it lives.
+class Blocked : public QObject {
+  public:
+    explicit Blocked(QWidget* dialog) : dialog_(dialog), focus_(dialog->focusWidget()) {
+        QGuiApplication::setOverrideCursor(Qt::WaitCursor);
+        dialog->setEnabled(false);
+        dialog->installEventFilter(this);  // a disabled window still has its close button
+    }
+    ~Blocked() override {
+        QGuiApplication::restoreOverrideCursor();
+        if (!dialog_)
+            return;
+        dialog_->setEnabled(true);
+        if (focus_)
+            focus_->setFocus();
+    }
+
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::Close) {
+            event->ignore();
+            return true;
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+  private:
+    QPointer<QWidget> dialog_;
+    QPointer<QWidget> focus_;
+};
+
+}  // namespace
+
+bool EchoVerify(QWidget* dialog, const QString& host, const QString& port, const QString& callingAETitle,
+                const QString& calledAETitle, const Verifier::Limits& limits) {
+    const VerificationRequest request{.host = host.toStdString(),
+                                      .port = port.toStdString(),
+                                      .callingAETitle = callingAETitle.toStdString(),
+                                      .calledAETitle = calledAETitle.toStdString()};
+    VerificationResult result;
+    std::exception_ptr fault;
+    std::stop_source stop;
+    const std::unique_ptr<QThread> worker{QThread::create([&, token = stop.get_token()] {
+        try {
+            result = Verifier{limits}.verify(request, token);
+        } catch (...) {
+            fault = std::current_exception();
+        }
+    })};
+
+    const Blocked blocked{dialog};
+    QEventLoop loop;  // comes back early when the console ends
+    QObject::connect(worker.get(), &QThread::finished, &loop, &QEventLoop::quit);
+    QObject::connect(dialog, &QObject::destroyed, &loop, &QEventLoop::quit);
+    worker->start();
+    loop.exec();
+    stop.request_stop();
+    worker->wait();
+
+    if (fault)
+        std::rethrow_exception(fault);
+    return result.outcome == VerificationResult::Outcome::Success;
+}
+
+}  // namespace tessaly::network
