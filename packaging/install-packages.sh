@@ -1,12 +1,12 @@
 #!/bin/bash
-# Installs Debian packages; for root. Orthanc is wanted as a program for the tests alone: no service of it is
-# left running, now or after a restart of the machine.
+# Installs Debian packages; for root. Orthanc is wanted as a program for the tests alone, and of D-Bus only the
+# session's: no service of theirs is left running, and Orthanc's not after a restart of the machine either.
 set -euo pipefail
 
 policy=/usr/sbin/policy-rc.d
 if [[ ! -e $policy ]]; then
     trap 'rm -f "$policy"' EXIT
-    printf '#!/bin/sh\ncase "$*" in *orthanc*) exit 101 ;; esac\n' >"$policy"
+    printf '#!/bin/sh\ncase "$*" in *orthanc* | *dbus*) exit 101 ;; esac\n' >"$policy"
     chmod 755 "$policy"
 fi
 

@@ -55,6 +55,10 @@ trap 'exit 129' HUP
 ensure_data_source "$programs/tessaly-db"
 ensure_session_bus "$programs/tessalyd"
 ensure_screen
+if [[ -z ${XDG_RUNTIME_DIR:-} ]]; then  # the toolkit would make a folder and leave it when it is stopped
+    export XDG_RUNTIME_DIR=$private/runtime
+    mkdir -m 700 "$XDG_RUNTIME_DIR"
+fi
 "${until_the_end[@]}" "$programs/tessalycfg" &
 console=$!
 status=0

@@ -7,7 +7,7 @@ start_vnc_screen() {
     vncpasswd -f <<<"$password" >"$private/vnc-password"
     cookie=$(mcookie)
     # The server takes a cookie for any number, and tells its own number only when it runs.
-    : >"$private/server-auth" >"$private/Xauthority"
+    touch "$private/server-auth" "$private/Xauthority"
     xauth -q -f "$private/server-auth" add :0 . "$cookie"
     start_companion "$private/screen.log" Xtigervnc -displayfd 1 -auth "$private/server-auth" -nolisten tcp \
         -interface 127.0.0.1 -SecurityTypes VncAuth -PasswordFile "$private/vnc-password" \

@@ -1,6 +1,7 @@
 #include "tessaly-db/Check.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <optional>
 #include <set>
@@ -57,7 +58,7 @@ void compareTables(const Catalogue& expected, const Catalogue& actual, std::vect
         }
         for (const auto& fact : facts)
             if (!found->second.contains(fact))
-                faults.push_back(table + " lacks " + fact);
+                faults.emplace_back(table).append(" lacks ").append(fact);
     }
 }
 
@@ -97,11 +98,11 @@ struct RowCheck {
     std::optional<std::string> (*run)(const db::Connection&, const std::string& table);
 };
 
-constexpr RowCheck RowChecks[] = {
-    {"DicomServer", checkOneRow},
-    {"SiteData", checkOneRow},
-    {"Port", checkAnyRow},
-    {"Users", checkAdministrator},
+constexpr std::array RowChecks{
+    RowCheck{"DicomServer", checkOneRow},
+    RowCheck{"SiteData", checkOneRow},
+    RowCheck{"Port", checkAnyRow},
+    RowCheck{"Users", checkAdministrator},
 };
 
 }  // namespace

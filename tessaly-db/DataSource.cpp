@@ -25,7 +25,7 @@ void requireDataSource(const std::string& dsn) {
 
 std::filesystem::path databaseFile(const std::string& dsn) {
     requireDataSource(dsn);
-    const std::filesystem::path file = attribute(dsn, "Database");
+    std::filesystem::path file = attribute(dsn, "Database");
     if (!file.is_absolute() || !file.has_filename())
         throw std::runtime_error("The data source " + dsn + " names no database file by its whole path");
     if (file.string().find(';') != std::string::npos)  // in a connect string it begins the next attribute

@@ -16,7 +16,7 @@ constexpr std::size_t BoxLimit = 16;
 /// False where the text is no UTF-8.
 bool toUtf16(std::string_view text, std::u16string& result) {
     result.resize(text.size());
-    const iconv_t converter = iconv_open("UTF-16LE", "UTF-8");
+    iconv_t converter = iconv_open("UTF-16LE", "UTF-8");
     auto* in = const_cast<char*>(text.data());  // iconv's prototype lacks const
     auto inLeft = text.size();
     auto* out = reinterpret_cast<char*>(result.data());

@@ -66,6 +66,8 @@ password=$(sed -n "s/^The console is to be seen by VNC at 127.0.0.1:$port, passw
     "$scratch/out")
 [[ -n $password ]] || fail "does not say where to look"
 
+[[ -d $(of_console XDG_RUNTIME_DIR) ]] || fail "leaves the console without a folder for its run"
+
 # Only this machine can reach the screen.
 hex_port=$(printf %04X "$port")
 listeners=$(awk -v port=":$hex_port" '$4 == "0A" && substr($2, length($2) - 4) == port { print $2 }' /proc/net/tcp /proc/net/tcp6)

@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <utmp.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <vector>
@@ -19,13 +20,11 @@ constexpr int PatienceMs = 20'000;
 }  // namespace
 
 Terminal::Terminal(const char* program, const QStringList& arguments) {
-    std::vector<QByteArray> words{program};
+    QByteArrayList words{program};
     for (const QString& argument : arguments)
-        words.push_back(argument.toUtf8());
-    std::vector<char*> argv;
-    for (QByteArray& word : words)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
+        words += argument.toUtf8();
+    std::vector<char*> argv(static_cast<std::size_t>(words.size()) + 1, nullptr);
+    std::transform(words.begin(), words.end(), argv.begin(), [](QByteArray& word) { return word.data(); });
     if (openpty(&master_, &keepOpen_, nullptr, nullptr, nullptr) != 0)
         qFatal("no terminal");
     child_ = fork();
@@ -63,7 +62,7 @@ bool Terminal::waitFor(const QByteArray& text) {
     return screen_.contains(text);
 }
 
-void Terminal::type(const QByteArray& keys) {
+void Terminal::type(const QByteArray& keys) const {
     if (write(master_, keys.constData(), static_cast<std::size_t>(keys.size())) != keys.size())
         qFatal("the terminal takes no keys");
 }

@@ -15,7 +15,7 @@ class Terminal {
 
     /// Reads on until `text` has come; false when the program ends first.
     [[nodiscard]] bool waitFor(const QByteArray& text);
-    void type(const QByteArray& keys);
+    void type(const QByteArray& keys) const;
     /// Reads to the end. The exit status, or -1 where a signal ended the program.
     [[nodiscard]] int finish();
     /// Whether the terminal shows what is typed.
