@@ -25,7 +25,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr QSize InitialSize{900, 560};
+constexpr QSize InitialSize{1000, 600};
 
 }  // namespace
 

@@ -49,6 +49,7 @@ ReportList::ReportList(const QString& name, const std::vector<Column>& columns, 
     setHeaderLabels(titles);
     for (int i = 0; i < static_cast<int>(columns.size()); ++i) {
         const Column& column = columns[static_cast<std::size_t>(i)];
+        headerItem()->setToolTip(i, column.title);  // a narrow column cuts it
         headerItem()->setTextAlignment(i, column.alignment | Qt::AlignVCenter);
         setColumnWidth(i, static_cast<int>(std::lround(column.inches * PixelsPerInch)));
         alignments_.push_back(column.alignment);
