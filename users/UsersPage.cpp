@@ -1,5 +1,7 @@
 #include "users/UsersPage.h"
 
+#include <QHeaderView>
+
 #include "app/Globals.h"
 #include "db/Query.h"
 #include "ui/Guard.h"
@@ -30,6 +32,11 @@ UsersPage::UsersPage(MainWindowOperations& window, QWidget* parent)
                  .remove = {u"cmdDelUser"_s, u"Delete"_s}},
                 parent),
       window_(window) {
+    // Eleven columns are a twentieth of the list each: in a window of usual width their titles fit only so.
+    constexpr double TitleScale = 0.82;
+    QFont titles = list().header()->font();
+    titles.setPointSizeF(titles.pointSizeF() * TitleScale);
+    list().header()->setFont(titles);
     connect(this, &ListPanel::addClicked, this, ui::handler([this] { edit({}); }));
     connect(this, &ListPanel::modifyClicked, this, ui::handler([this] { cmdModifyUser_Click(); }));
     connect(this, &ListPanel::deleteClicked, this, ui::handler([this] { cmdDelUser_Click(); }));
