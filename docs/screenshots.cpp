@@ -123,6 +123,8 @@ int main(int argc, char* argv[]) {
     }
     for (const Picture& picture : QList<Picture>{
              {2, u"cmdFTPModify"_s, u"FTPNode"_s, u"dialog-ftp-node"_s},
+             {4, u"cmdModifyUser"_s, u"frmUser"_s, u"dialog-user"_s},
+             {6, u"cmdModifyPrinter"_s, u"frmDcmPrinter"_s, u"dialog-printer"_s},
          }) {
         tabs.setCurrentIndex(picture.page);
         album.keepDialog(picture.dialog, picture.name, [&] { form.click(picture.button); });

@@ -15,6 +15,10 @@ class PrintersPage : public ui::ListPanel {
     void LoadDicomPrinters();
 
   private:
+    void edit(const QString& name);
+    void cmdModifyPrinter_Click();
+    void cmdDeletePrinter_Click();
+
     MainWindowOperations& window_;
 };
 

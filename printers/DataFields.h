@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QString>
+
+#include "db/UpdatableRow.h"
+
+class QComboBox;
+class QWidget;
+
+// A control names the column that it shows in its dynamic property "DataField"; text boxes and combo boxes
+// move their text, check boxes 1 or 0.
+
+namespace tessaly::printers {
+
+/// Binds a control to a column.
+void setDataField(QWidget* control, const QString& column);
+
+/// Puts the row's values into the form's controls; where the column is NULL a control stays as it is.
+void showRow(const QWidget& form, const db::UpdatableRow& row);
+
+/// Sets the row's columns from the form's controls: an empty control is NULL in a column that is no text.
+void takeRow(const QWidget& form, db::UpdatableRow& row);
+
+/// Selects the text of a drop-down list; one that the list lacks is added, so that a value from elsewhere is
+/// shown, and stored again, as it stands. The empty text is no selection.
+void selectText(QComboBox* combo, const QString& text);
+
+}  // namespace tessaly::printers
