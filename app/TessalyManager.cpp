@@ -128,7 +128,9 @@ QString TessalyManager::selectedPort() const {
     return {};
 }
 
-void TessalyManager::setImageRoot(const QString& /*root*/) {}
+void TessalyManager::setImageRoot(const QString& root) {
+    administration_->database().setImageRoot(root);
+}
 
 void TessalyManager::TerminateServer() {
     server_->call(&server::Server::Terminate);
