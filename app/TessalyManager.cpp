@@ -8,6 +8,7 @@
 #include "app/Globals.h"
 #include "app/StatusBar.h"
 #include "app/frmAbout.h"
+#include "maintenance/frmRepairDB.h"
 #include "network/FtpNodesPage.h"
 #include "network/LocalServerPage.h"
 #include "network/NodesPage.h"
@@ -74,7 +75,9 @@ void TessalyManager::buildMenus() {
 
     QMenu* tools = menuBar()->addMenu(u"&Tools"_s);
     tools->menuAction()->setObjectName(u"mnuTools"_s);
-    tools->addAction(u"&Repair Database"_s)->setObjectName(u"mnuToolsRepair"_s);
+    QAction* repair = tools->addAction(u"&Repair Database"_s);
+    repair->setObjectName(u"mnuToolsRepair"_s);
+    connect(repair, &QAction::triggered, this, ui::handler([this] { mnuToolsRepair_Click(); }));
 
     QMenu* help = menuBar()->addMenu(u"&Help"_s);
     help->menuAction()->setObjectName(u"mnuHelp"_s);
@@ -128,7 +131,9 @@ QString TessalyManager::selectedPort() const {
     return {};
 }
 
-void TessalyManager::setImageRoot(const QString& /*root*/) {}
+void TessalyManager::setImageRoot(const QString& root) {
+    administration_->database().setImageRoot(root);
+}
 
 void TessalyManager::TerminateServer() {
     server_->call(&server::Server::Terminate);
@@ -155,6 +160,17 @@ void TessalyManager::closeEvent(QCloseEvent* event) {
         ui::ignoringErrors([this] { server_->call(&server::Server::Restart); });
     event->accept();
     ui::endConsole(0);
+}
+
+void TessalyManager::mnuToolsRepair_Click() {
+    if (repair_) {  // the pass processes events: the menu can be used again before it has returned
+        repair_->activateWindow();
+        return;
+    }
+    maintenance::frmRepairDB form{*this, this};
+    repair_ = &form;
+    form.show();
+    form.Repair();
 }
 
 void TessalyManager::mnuHelpAbout_Click() {

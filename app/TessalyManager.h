@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QPointer>
 
 #include <memory>
 
@@ -13,6 +14,9 @@ namespace tessaly {
 
 class AdministrationPage;
 class StatusBar;
+namespace maintenance {
+class frmRepairDB;
+}
 namespace network {
 class FtpNodesPage;
 class LocalServerPage;
@@ -64,6 +68,7 @@ class TessalyManager : public QMainWindow, public MainWindowOperations {
   private:
     void buildPages();
     void buildMenus();
+    void mnuToolsRepair_Click();
     void mnuHelpAbout_Click();
 
     QTabWidget* tabNodes_;
@@ -76,6 +81,7 @@ class TessalyManager : public QMainWindow, public MainWindowOperations {
     printers::PrintersPage* printers_;
     StatusBar* stsBar_;
     std::unique_ptr<server::ServerControl> server_;
+    QPointer<maintenance::frmRepairDB> repair_;  // while its pass runs
 };
 
 }  // namespace tessaly

@@ -40,6 +40,9 @@ Answer messageBox(QWidget* parent, const QString& text, BoxStyle style, const QS
     const auto buttons = buttonsOf(style);
     QMessageBox box{critical ? QMessageBox::Critical : QMessageBox::NoIcon, title, text, buttons, parent};
     box.setTextFormat(Qt::PlainText);
+    // A description can be copied into a mail; and only a label whose text can be selected breaks its line at a
+    // carriage return.
+    box.setTextInteractionFlags(Qt::TextSelectableByMouse);
     box.setDefaultButton(buttons.testFlag(QMessageBox::Yes) ? QMessageBox::Yes : QMessageBox::Ok);
     return answerOf(box.exec());
 }

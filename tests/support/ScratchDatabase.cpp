@@ -40,9 +40,7 @@ void runScript(sqlite3* handle, const QString& sql) {
 
 ScratchDatabase::ScratchDatabase(Content content) {
     QDir{}.mkpath(imageRoot());
-    if (sqlite3_open(path().toUtf8().constData(), &handle_) != SQLITE_OK)
-        fail(handle_, path());
-    sqlite3_busy_timeout(handle_, 5000);
+    open();
     runScript(handle_, u"PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF"_s);
     if (content == Content::Seeded) {
         runScript(handle_, readFile(QStringLiteral(TESSALY_SCHEMA)));
@@ -58,7 +56,18 @@ ScratchDatabase::ScratchDatabase(Content content) {
 
 ScratchDatabase::~ScratchDatabase() {
     Globals::DbConnection().close();
+    release();
+}
+
+void ScratchDatabase::open() const {
+    if (sqlite3_open(path().toUtf8().constData(), &handle_) != SQLITE_OK)
+        fail(handle_, path());
+    sqlite3_busy_timeout(handle_, 5000);
+}
+
+void ScratchDatabase::release() const {
     sqlite3_close(handle_);
+    handle_ = nullptr;
 }
 
 void ScratchDatabase::writeDataSource(const QString& databasePath, const QString& section) const {
@@ -85,6 +94,8 @@ void ScratchDatabase::run(const QString& sql, const QVariantList& values) const 
 }
 
 QList<QStringList> ScratchDatabase::rows(const QString& sql, const QVariantList& values) const {
+    if (handle_ == nullptr)
+        open();
     sqlite3_stmt* statement = nullptr;
     if (sqlite3_prepare_v2(handle_, sql.toUtf8().constData(), -1, &statement, nullptr) != SQLITE_OK)
         fail(handle_, sql);

@@ -41,6 +41,9 @@ class ScratchDatabase {
     /// Opens Globals::DbConnection() on it as Main does.
     void openConsoleConnection() const;
 
+    /// Closes the file, for what needs it alone; the next statement opens it again.
+    void release() const;
+
     void run(const QString& sql, const QVariantList& values = {}) const;
     /// Rows as texts; NULL is a null QString.
     [[nodiscard]] QList<QStringList> rows(const QString& sql, const QVariantList& values = {}) const;
@@ -55,8 +58,10 @@ class ScratchDatabase {
     inline static const QString Failure = QStringLiteral("the disk of the test refuses");
 
   private:
+    void open() const;
+
     QTemporaryDir folder_;
-    sqlite3* handle_ = nullptr;
+    mutable sqlite3* handle_ = nullptr;
 };
 
 }  // namespace tessaly::test

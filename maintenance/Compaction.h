@@ -1,0 +1,20 @@
+#pragma once
+
+#include <filesystem>
+
+namespace tessaly::maintenance {
+
+/// The file that a compaction of the database writes: the database's path with its last ".mdb" and all that
+/// follows it replaced by "2.mdb". Throws std::runtime_error where the path has no ".mdb" in these letters.
+[[nodiscard]] std::filesystem::path temporaryPathOf(const std::filesystem::path& database);
+
+/// Replaces a database file by a compacted copy of itself, in the same journal mode, with the same owner,
+/// mode and access list; where `database` is a symbolic link, the file that it leads to. Throws
+/// std::exception with the engine's or the system's description, and the database is then what it was: when
+/// the file is no database, when any process has it open, when there is no room, no right, no sound copy.
+/// Killed or powered off at any instant it leaves the old database or the new one, whole, at the path.
+///
+/// Needs no user interface and may run on a thread of its own; this process must not have the file open.
+void compactDatabase(const std::filesystem::path& database);
+
+}  // namespace tessaly::maintenance

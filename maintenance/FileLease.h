@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+
+namespace tessaly::maintenance {
+
+/// Asks the kernel whether anybody else has a file open, and keeps newcomers waiting in their open() while it
+/// lives. Sees what no database lock shows: a connection that idles without a lock. Hold it for an instant
+/// only, and with no other descriptor of the file in this process.
+class FileLease {
+  public:
+    enum class State {
+        Held,        ///< this process alone has it open
+        InUse,       ///< somebody else has it open
+        Unavailable  ///< the file system gives no leases, or not to this user: nothing is known
+    };
+
+    /// Throws std::system_error when the file cannot be read.
+    explicit FileLease(const std::filesystem::path& file);
+    ~FileLease();
+    FileLease(const FileLease&) = delete;
+    FileLease& operator=(const FileLease&) = delete;
+
+    [[nodiscard]] State state() const noexcept { return state_; }
+
+  private:
+    int descriptor_;
+    State state_;
+};
+
+}  // namespace tessaly::maintenance

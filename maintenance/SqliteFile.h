@@ -1,0 +1,32 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+struct sqlite3;
+
+namespace tessaly::maintenance {
+
+/// A database file in the hands of the engine's own library, for what no data source offers. Throws
+/// std::runtime_error with the engine's description.
+class SqliteFile {
+  public:
+    /// Opens an existing file for reading and writing. Whether it is a database shows with the first run().
+    explicit SqliteFile(const std::filesystem::path& path);
+    ~SqliteFile();
+    SqliteFile(const SqliteFile&) = delete;
+    SqliteFile& operator=(const SqliteFile&) = delete;
+
+    /// Runs one statement to its end, with `parameter` for its `?` if it has one. Gives the first column of
+    /// the first row, empty without rows.
+    std::string run(
+        const std::string& sql,
+        const std::string& parameter = {});  // NOLINT(modernize-use-nodiscard): most are run for what they do
+
+  private:
+    [[noreturn]] void fail() const;
+
+    sqlite3* handle_ = nullptr;
+};
+
+}  // namespace tessaly::maintenance
