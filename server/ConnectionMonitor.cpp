@@ -60,6 +60,9 @@ void ConnectionMonitor::OnEndConnection(const QString& port, const QString& call
     if (const int open = count(row); open > 1) {
         setCount(row, open - 1);
     } else {
+        // The view would make the next row the current one and lay out the whole list for it, row by row.
+        if (list_.currentItem() == &row)
+            list_.setCurrentItem(nullptr);
         delete &row;
         rows_.erase(found);
     }

@@ -1,6 +1,5 @@
 #include "server/LogFileFrame.h"
 
-#include <QAbstractSpinBox>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFormLayout>
@@ -14,6 +13,7 @@
 #include "app/Globals.h"
 #include "db/Query.h"
 #include "ui/Guard.h"
+#include "ui/SpinButtons.h"
 #include "ui/Text.h"
 
 namespace tessaly::server {
@@ -38,28 +38,7 @@ int leadingNumber(const QString& text) {
         std::clamp<long long>(number, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
-/// Arrows beside a text box that takes any text: they step its number.
-class UpDown : public QAbstractSpinBox {
-  public:
-    static constexpr int Maximum = 3600;  // seconds
-
-    UpDown(QLineEdit* box, QWidget* parent) : QAbstractSpinBox(parent) {
-        setLineEdit(box);
-        setFocusPolicy(Qt::StrongFocus);
-    }
-    void stepBy(int steps) override {
-        lineEdit()->setText(QString::number(std::clamp(leadingNumber(text()) + steps, 0, Maximum)));
-    }
-    QValidator::State validate(QString& /*input*/, int& /*position*/) const override {
-        return QValidator::Acceptable;
-    }
-
-  protected:
-    [[nodiscard]] StepEnabled stepEnabled() const override {
-        const int value = leadingNumber(text());
-        return (value > 0 ? StepDownEnabled : StepNone) | (value < Maximum ? StepUpEnabled : StepNone);
-    }
-};
+constexpr int LongestTimeout = 3600;  // seconds
 
 }  // namespace
 
@@ -72,8 +51,10 @@ LogFileFrame::LogFileFrame(QWidget* parent)
     cmbOutputLevel_->addItems({u"Errors"_s, u"Normal"_s, u"Warnings"_s, u"Debug"_s});  // in stored order
     txtQueryTimeout_->setObjectName(u"txtQueryTimeout"_s);
     txtQueryTimeout_->setToolTip(u"Timeout on Query connections"_s);
-    auto* arrows = new UpDown(txtQueryTimeout_, this);
-    arrows->setObjectName(u"UpDown1"_s);
+    auto* timeout = new QHBoxLayout;
+    timeout->setSpacing(0);
+    timeout->addWidget(txtQueryTimeout_);
+    timeout->addWidget(new ui::SpinButtons(u"UpDown1"_s, txtQueryTimeout_, 0, LongestTimeout, this));
 
     auto* options = new QGridLayout;
     for (int i = 0; i < static_cast<int>(DumpOptions.size()); ++i) {
@@ -102,7 +83,7 @@ LogFileFrame::LogFileFrame(QWidget* parent)
     auto* rows = new QFormLayout;
     rows->addRow(u"Logfile level"_s, cmbOutputLevel_);
     rows->addRow(options);
-    rows->addRow(u"Query Timeout"_s, arrows);
+    rows->addRow(u"Query Timeout"_s, timeout);
     auto* whole = new QVBoxLayout(this);
     whole->addLayout(rows);
     whole->addStretch();

@@ -29,12 +29,12 @@ class ServerFrame : public QGroupBox {
   private:
     [[nodiscard]] QPushButton* addButton(const QString& name, const QString& caption, const QString& toolTip);
 
-    QCheckBox* chkService_;
+    ui::ReportList* lstStatus_;
     QPushButton* cmdStart_;
     QPushButton* cmdStop_;
     QPushButton* cmdRestart_;
     QPushButton* cmdLoad_;
-    ui::ReportList* lstStatus_;
+    QCheckBox* chkService_;
 };
 
 }  // namespace tessaly::server

@@ -21,25 +21,37 @@ void write(const QString& path, const QString& text) {
 
 }  // namespace
 
-ScratchBus::ScratchBus() {
+ScratchBus::ScratchBus() : address_(u"unix:path="_s + folder_.filePath(u"bus"_s)) {
     QDir{folder_.path()}.mkdir(u"services"_s);
-    const QString config = folder_.filePath(u"bus.conf"_s);
-    write(config,
+    write(folder_.filePath(u"bus.conf"_s),
           u"<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
           "  \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-          "<busconfig><type>session</type><listen>unix:dir=%1</listen><servicedir>%1/services</servicedir>\n"
+          "<busconfig><type>session</type><listen>%2</listen><servicedir>%1/services</servicedir>\n"
           "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
-          "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n"_s.arg(folder_.path()));
-    daemon_.start(u"dbus-daemon"_s, {u"--config-file="_s + config, u"--nofork"_s, u"--print-address"_s});
-    if (!daemon_.waitForReadyRead())
-        throw std::runtime_error("no session bus");
-    address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
+          "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>\n"_s.arg(folder_.path(),
+                                                                                       address_));
+    start();
     qputenv("DBUS_SESSION_BUS_ADDRESS", address_.toUtf8());
 }
 
 ScratchBus::~ScratchBus() {
-    daemon_.terminate();
-    daemon_.waitForFinished();
+    stop();
+}
+
+void ScratchBus::start() {
+    daemon_ = std::make_unique<QProcess>();
+    daemon_->start(u"dbus-daemon"_s, {u"--config-file="_s + folder_.filePath(u"bus.conf"_s), u"--nofork"_s,
+                                      u"--print-address"_s});
+    if (!daemon_->waitForReadyRead())
+        throw std::runtime_error("no session bus");
+}
+
+void ScratchBus::stop() {
+    if (!daemon_)
+        return;
+    daemon_->terminate();
+    daemon_->waitForFinished();
+    daemon_.reset();
 }
 
 void ScratchBus::offer(const QString& name, const QString& command) const {

@@ -3,6 +3,7 @@
 #include <QProcess>
 #include <QString>
 #include <QTemporaryDir>
+#include <memory>
 
 namespace tessaly::test {
 
@@ -16,6 +17,9 @@ class ScratchBus {
     ScratchBus& operator=(const ScratchBus&) = delete;
 
     [[nodiscard]] QString address() const { return address_; }
+    /// Takes the bus away from everybody, and brings it back under the same address.
+    void stop();
+    void start();
     /// Makes `name` activatable: the bus starts `command` when somebody asks for it.
     void offer(const QString& name, const QString& command) const;
     /// Takes the offer back.
@@ -25,7 +29,7 @@ class ScratchBus {
     void reload() const;
 
     QTemporaryDir folder_;
-    QProcess daemon_;
+    std::unique_ptr<QProcess> daemon_;
     QString address_;
 };
 

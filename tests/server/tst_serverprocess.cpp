@@ -1,0 +1,264 @@
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QTabWidget>
+#include <QTest>
+
+#include "app/Globals.h"
+#include "app/TessalyManager.h"
+#include "server/ServerBus.h"
+#include "tests/server/FakeServer.h"
+#include "tests/support/BoxScript.h"
+#include "tests/support/Console.h"
+#include "tests/support/ScratchDatabase.h"
+
+using namespace Qt::StringLiterals;
+using namespace tessaly;
+using namespace tessaly::test;
+
+namespace {
+
+constexpr int Patience = 30'000;  // ms for what takes a second or two on an idle machine
+
+/// The longest time that the window was not served, from its construction on, in milliseconds.
+class Freeze : public QObject {
+  public:
+    Freeze() {
+        last_.start();
+        startTimer(Step);
+    }
+    [[nodiscard]] qint64 longest() const { return longest_; }
+    void forget() {
+        last_.restart();
+        longest_ = 0;
+        turns_ = 0;
+    }
+    [[nodiscard]] int turns() const { return turns_; }
+
+  protected:
+    void timerEvent(QTimerEvent* /*event*/) override {
+        longest_ = std::max(longest_, last_.restart());
+        ++turns_;
+    }
+
+  private:
+    static constexpr int Step = 20;
+    QElapsedTimer last_;
+    qint64 longest_ = 0;
+    int turns_ = 0;
+};
+
+}  // namespace
+
+/// The main window and a server process of its own.
+class ServerProcessTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void initTestCase() { fake_ = std::make_unique<FakeServer>(); }
+    void cleanupTestCase() { fake_.reset(); }
+    void init() {
+        fake_->offer();
+        database_ = std::make_unique<ScratchDatabase>();
+        database_->openConsoleConnection();
+        window_ = std::make_unique<TessalyManager>();
+        window_->load();
+        window_->show();
+        window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(3);
+    }
+    void cleanup() {
+        window_.reset();
+        database_.reset();
+        (void)takeConsoleEnd();
+        fake_->endAll();
+        QTRY_VERIFY(!fake_->runs());
+    }
+
+    void theWindowStartsTheServer();
+    void theButtonsDriveTheServer();
+    void terminateBringsAnotherProcess();
+    void aKilledServerComesBack();
+    void aCommandThatCrashesTheServer();
+    void anAbsentServerIsAnErrorUntilItComes();
+    void aHungServerLeavesTheWindowUsable();
+    void closingDoesNotWaitForAHungServer();
+    void eventsShowInTheList();
+    void aBurstLeavesTheWindowUsable();
+    void theLastEndsOfATerminatedServerCount();
+    void rowsOfAKilledServerStay();
+
+  private:
+    [[nodiscard]] Form window() const { return Form{*window_}; }
+    [[nodiscard]] QString state() const { return window().text(u"stsBarText1"_s); }
+    [[nodiscard]] QList<QStringList> rows() const { return window().rows(u"lstStatus"_s); }
+    [[nodiscard]] bool isEnabled(const QString& name) const { return window().find(name).isEnabled(); }
+
+    std::unique_ptr<FakeServer> fake_;
+    std::unique_ptr<ScratchDatabase> database_;
+    std::unique_ptr<TessalyManager> window_;
+};
+
+void ServerProcessTest::theWindowStartsTheServer() {
+    QVERIFY(fake_->runs());
+    QCOMPARE(fake_->calls(), (QStringList{u"created"_s, u"IsService"_s}));
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    QVERIFY(!isEnabled(u"cmdStart"_s) && isEnabled(u"cmdStop"_s) && isEnabled(u"cmdRestart"_s));
+    fake_->tell(u"SetState"_s, {2});
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Stopped"_s, Patience);
+    QVERIFY(isEnabled(u"cmdStart"_s) && !isEnabled(u"cmdStop"_s) && !isEnabled(u"cmdRestart"_s));
+}
+
+void ServerProcessTest::theButtonsDriveTheServer() {
+    window_->RefreshServerState();
+    window().click(u"cmdStop"_s);
+    QCOMPARE(state(), u"Stopped"_s);
+    window().click(u"cmdStart"_s);
+    QCOMPARE(state(), u"Listening"_s);
+    window().click(u"cmdRestart"_s);
+    QCOMPARE(state(), u"Listening"_s);
+    QCOMPARE(fake_->calls().mid(2), (QStringList{u"Stop"_s, u"Start"_s, u"Restart"_s}));
+    BoxScript script;
+    script.expect(yesNo(u"The service will be stopped: do you want to proceed?"_s, QMessageBox::Yes));
+    window().click(u"chkService"_s);
+    QVERIFY(script.isDone());
+    QCOMPARE(fake_->calls().mid(5), (QStringList{u"RegisterService"_s, u"IsService"_s}));
+}
+
+void ServerProcessTest::terminateBringsAnotherProcess() {
+    window_->RefreshServerState();
+    for (int round = 0; round < 3; ++round) {
+        const int process = fake_->process();
+        window().click(u"cmdLoad"_s);
+        QVERIFY(fake_->process() != process);
+        QCOMPARE(state(), u"Listening"_s);  // without a look at the clock: no "Error" in between
+        QCOMPARE(window().text(u"cmdLoad"_s), u"Terminate"_s);
+    }
+    QCOMPARE(fake_->calls().count(u"Terminate"_s), 3);
+    QCOMPARE(fake_->calls().count(u"created"_s), 4);
+}
+
+void ServerProcessTest::aKilledServerComesBack() {
+    window_->RefreshServerState();
+    fake_->kill(fake_->process());
+    QTRY_COMPARE_WITH_TIMEOUT(fake_->calls().count(u"created"_s), 2, Patience);
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+}
+
+void ServerProcessTest::aCommandThatCrashesTheServer() {
+    window_->RefreshServerState();
+    fake_->tell(u"SetCrashes"_s, {true});
+    window().click(u"cmdRestart"_s);
+    QCOMPARE(state(), u"Error"_s);
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    QCOMPARE(fake_->calls().count(u"created"_s), 2);
+}
+
+void ServerProcessTest::anAbsentServerIsAnErrorUntilItComes() {
+    fake_->withdraw();
+    window_->RefreshServerState();
+    const Freeze freeze;
+    const BoxScript noBox;
+    fake_->kill(fake_->process());
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Error"_s, Patience);
+    window().click(u"cmdLoad"_s);
+    QCOMPARE(window().text(u"cmdLoad"_s), u"Run"_s);
+    QVERIFY(!isEnabled(u"cmdStart"_s) && !isEnabled(u"cmdStop"_s) && !isEnabled(u"cmdRestart"_s));
+    fake_->offer();
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    QVERIFY(freeze.longest() < server::ServerBus::CallLimit);
+}
+
+void ServerProcessTest::aHungServerLeavesTheWindowUsable() {
+    window_->RefreshServerState();
+    const int process = fake_->process();
+    Freeze freeze;
+    const BoxScript noBox;
+    fake_->hang();
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Error"_s, Patience);
+    // One time-out, and from then on the looks wait for nothing.
+    QTRY_VERIFY_WITH_TIMEOUT(freeze.turns() > 0, Patience);
+    freeze.forget();
+    QTRY_VERIFY_WITH_TIMEOUT(freeze.turns() > 150, Patience);  // three seconds' worth: three looks at least
+    QVERIFY2(freeze.longest() < server::ServerBus::CallLimit, qPrintable(QString::number(freeze.longest())));
+    QCOMPARE(state(), u"Error"_s);
+    window().click(u"cmdLoad"_s);
+    QCOMPARE(state(), u"Error"_s);
+
+    fake_->resume(process);
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    QCOMPARE(fake_->process(), process);
+    QVERIFY(isEnabled(u"cmdStop"_s));
+}
+
+void ServerProcessTest::closingDoesNotWaitForAHungServer() {
+    window_->RefreshServerState();
+    Globals::setConfigChanged(true);
+    fake_->hang();
+    BoxScript script;
+    script.expect(yesNo(u"The server parameters have been modified. Do you want to restart the server?"_s,
+                        QMessageBox::Yes));
+    QElapsedTimer time;
+    time.start();
+    QVERIFY(window_->close());
+    window_.reset();
+    QVERIFY(time.elapsed() < 2 * server::ServerBus::CallLimit);
+    QVERIFY(script.isDone());
+    QCOMPARE(takeConsoleEnd(), std::optional{0});
+}
+
+void ServerProcessTest::eventsShowInTheList() {
+    window_->setConnectionTimerEnabled(false);
+    fake_->tell(u"Connect"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s, QVariant::fromValue<short>(9)});
+    QTRY_COMPARE(rows(), (QList<QStringList>{{u"104"_s, u"CT1"_s, u"TESSALY"_s, u"1"_s}}));
+    QCOMPARE(state(), u"Connected"_s);
+    QCOMPARE(window().text(u"stsBarText2"_s), u"Num. Connections =9"_s);
+    fake_->tell(u"Suspend"_s);
+    QTRY_COMPARE(state(), u"Stopped"_s);
+    fake_->tell(u"Begin"_s);
+    QTRY_COMPARE(state(), u"Listening"_s);
+    fake_->tell(u"End"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s});
+    QTRY_COMPARE(rows(), QList<QStringList>{});
+}
+
+void ServerProcessTest::aBurstLeavesTheWindowUsable() {
+    constexpr int Associations = 10'000;
+    constexpr int Callers = 100;
+    window_->RefreshServerState();
+    const Freeze freeze;
+    fake_->tell(u"Burst"_s, {Associations, Callers});
+    const auto counts = [this] {
+        QStringList numbers;
+        for (const QStringList& row : rows())
+            numbers << row.last();
+        return numbers;
+    };
+    QTRY_COMPARE_WITH_TIMEOUT(counts(), (QStringList{Callers, QString::number(Associations / Callers)}),
+                              Patience);
+    fake_->tell(u"EndBurst"_s, {Associations - Callers, Callers});
+    QTRY_COMPARE_WITH_TIMEOUT(counts(), (QStringList{Callers, u"1"_s}), Patience);
+    fake_->tell(u"EndBurst"_s, {Callers, Callers});
+    QTRY_COMPARE_WITH_TIMEOUT(rows().size(), 0, Patience);
+    QVERIFY2(freeze.longest() < server::ServerBus::CallLimit, qPrintable(QString::number(freeze.longest())));
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+}
+
+void ServerProcessTest::theLastEndsOfATerminatedServerCount() {
+    window_->setConnectionTimerEnabled(false);
+    fake_->tell(u"Connect"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s, QVariant::fromValue<short>(1)});
+    QTRY_COMPARE(rows().size(), 1);
+    fake_->tell(u"SetEndsOnTerminate"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s});
+    window().click(u"cmdLoad"_s);
+    QCOMPARE(rows(), QList<QStringList>{});
+}
+
+void ServerProcessTest::rowsOfAKilledServerStay() {
+    window_->RefreshServerState();
+    fake_->tell(u"Connect"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s, QVariant::fromValue<short>(1)});
+    QTRY_COMPARE(rows().size(), 1);
+    fake_->kill(fake_->process());
+    QTRY_COMPARE_WITH_TIMEOUT(fake_->calls().count(u"created"_s), 2, Patience);
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    QCOMPARE(rows().size(), 1);
+}
+
+QTEST_MAIN(ServerProcessTest)
+#include "tst_serverprocess.moc"
