@@ -1,9 +1,8 @@
 #include "db/ResultSet.h"
 
 #include <array>
-#include <charconv>
-#include <cmath>
 
+#include "db/Number.h"
 #include "db/Odbc.h"
 #include "db/Text.h"
 
@@ -23,6 +22,10 @@ bool isCharacterType(SQLSMALLINT type) {
         default:
             return false;
     }
+}
+
+Error noNumber(std::string_view column) {
+    return Error{"The column " + std::string{column} + " holds no number"};
 }
 
 }  // namespace
@@ -84,21 +87,18 @@ long long ResultSet::integer(std::string_view column) {
     const Cell& found = cell(column);
     if (found.null)
         throw Error("The column " + std::string{column} + " is empty");
-    const char* end = found.text.data() + found.text.size();
-    double number = 0;
-    long long whole = 0;
-    if (const auto parsed = std::from_chars(found.text.data(), end, whole);
-        parsed.ec == std::errc{} && parsed.ptr == end)
-        return whole;
-    constexpr double Limit = 9.2e18;  // beyond it a long long cannot hold the number
-    if (const auto parsed = std::from_chars(found.text.data(), end, number);
-        parsed.ec == std::errc{} && parsed.ptr == end && std::abs(number) < Limit)
-        return static_cast<long long>(number);
-    throw Error("The column " + std::string{column} + " holds no number");
+    if (const auto number = toInteger(found.text))
+        return *number;
+    throw noNumber(column);
 }
 
 bool ResultSet::flag(std::string_view column) {
-    return !isNull(column) && integer(column) != 0;
+    const Cell& found = cell(column);
+    if (found.null)
+        return false;
+    if (const auto number = toNumber(found.text))
+        return *number != 0;
+    throw noNumber(column);
 }
 
 ResultSet::Cell& ResultSet::cell(std::string_view column) {

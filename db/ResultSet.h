@@ -34,7 +34,7 @@ class ResultSet {
     [[nodiscard]] std::optional<std::string> optionalText(std::string_view column);
     /// A number; a fraction is cut. Throws on NULL and on text that is no number.
     [[nodiscard]] long long integer(std::string_view column);
-    /// True for any non-zero value; NULL is false.
+    /// True for any number but zero, a fraction too; NULL is false. Throws on text that is no number.
     [[nodiscard]] bool flag(std::string_view column);
 
     struct Column {

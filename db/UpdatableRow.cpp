@@ -1,25 +1,13 @@
 #include "db/UpdatableRow.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 
 #include "db/Error.h"
+#include "db/Number.h"
 #include "db/Query.h"
 #include "db/Text.h"
 
 namespace tessaly::db {
-
-namespace {
-
-bool isNumber(const std::string& text) {
-    double number = 0;
-    const char* end = text.data() + text.size();
-    const auto parsed = std::from_chars(text.data(), end, number);
-    return parsed.ec == std::errc{} && parsed.ptr == end && std::isfinite(number);
-}
-
-}  // namespace
 
 UpdatableRow::UpdatableRow(const Connection& connection, std::string table, std::string_view key,
                            const std::string& select)
@@ -56,7 +44,7 @@ const std::optional<std::string>& UpdatableRow::value(std::string_view column) c
 
 void UpdatableRow::set(std::string_view column, std::optional<std::string> value) {
     Field& target = fields_[indexOf(column)];
-    if (value && !target.isText && !isNumber(*value))
+    if (value && !target.isText && !toNumber(*value))
         throw Error("The column " + target.name + " takes a number, not \"" + *value + "\"");
     target.value = std::move(value);
     target.set = true;
@@ -65,10 +53,8 @@ void UpdatableRow::set(std::string_view column, std::optional<std::string> value
 Param UpdatableRow::Field::parameter() const {
     if (isText || !value)
         return value ? varchar(*value) : null(isText ? Type::Varchar : Type::Integer);
-    const char* end = value->data() + value->size();
-    long long whole = 0;
-    const auto parsed = std::from_chars(value->data(), end, whole);
-    return parsed.ec == std::errc{} && parsed.ptr == end ? integer(whole) : undeclared(*value);
+    const auto whole = toWholeNumber(*value);
+    return whole ? integer(*whole) : undeclared(*value);
 }
 
 UpdatableRow::Change UpdatableRow::change() const {

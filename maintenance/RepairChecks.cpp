@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "db/Error.h"
+#include "db/Number.h"
 #include "db/Query.h"
 #include "maintenance/RowSpool.h"
 #include "maintenance/StoredPath.h"
@@ -30,7 +32,9 @@ struct Shape {
 };
 
 db::Param number(const std::string& cell) {
-    return db::integer(std::stoll(cell));
+    if (const auto value = db::toInteger(cell))
+        return db::integer(*value);
+    throw db::Error{"\"" + cell + "\" is no number of a patient"};
 }
 
 db::Param text(const std::string& cell) {

@@ -6,12 +6,10 @@
 #include <QGridLayout>
 #include <QLineEdit>
 #include <QPushButton>
-#include <algorithm>
-#include <cstdlib>
-#include <limits>
 
 #include "app/Globals.h"
 #include "db/Query.h"
+#include "server/LeadingNumber.h"
 #include "ui/Guard.h"
 #include "ui/SpinButtons.h"
 #include "ui/Text.h"
@@ -28,15 +26,6 @@ struct DumpOption {
 };
 constexpr std::array<DumpOption, 4> DumpOptions{
     {{"Dump Socket", 1}, {"Dump Association", 16}, {"Dump DUL", 2}, {"Dump VR", 4}}};
-
-/// The number that the text begins with, a fraction cut; 0 where it begins with none. Beyond what the column
-/// holds it is the nearest that it does.
-int leadingNumber(const QString& text) {
-    const std::string digits = text.trimmed().toStdString();
-    const long long number = std::strtoll(digits.c_str(), nullptr, 10);  // saturates
-    return static_cast<int>(
-        std::clamp<long long>(number, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
-}
 
 constexpr int LongestTimeout = 3600;  // seconds
 

@@ -1,5 +1,6 @@
 #include <QFile>
 #include <QTest>
+#include <limits>
 
 #include "db/Query.h"
 #include "db/Transaction.h"
@@ -126,7 +127,9 @@ void DbTest::nullIsNotEmpty() {
 }
 
 void DbTest::numbersAreReadAsNumbers() {
-    scratch_->run(u"INSERT INTO T (K, N, B) VALUES ('a', -1, -1), ('b', 2.75, 2), ('c', 'x', 0)"_s);
+    scratch_->run(
+        u"INSERT INTO T (K, N, B) VALUES ('a', -1, -1), ('b', 2.75, 2), ('c', 'x', 0),"
+        u" ('d', 9.3e18, 0.5), ('e', -9223372036854775808, 'x')"_s);
     ResultSet rows = select("SELECT * FROM T ORDER BY K");
     QVERIFY(rows.next());
     QCOMPARE(rows.integer("N"), -1);
@@ -137,6 +140,12 @@ void DbTest::numbersAreReadAsNumbers() {
     QVERIFY(rows.next());
     QVERIFY_EXCEPTION_THROWN((void)rows.integer("N"), db::Error);
     QVERIFY(!rows.flag("B"));
+    QVERIFY(rows.next());
+    QVERIFY_EXCEPTION_THROWN((void)rows.integer("N"), db::Error);
+    QVERIFY(rows.flag("B"));
+    QVERIFY(rows.next());
+    QCOMPARE(rows.integer("N"), std::numeric_limits<long long>::min());
+    QVERIFY_EXCEPTION_THROWN((void)rows.flag("B"), db::Error);
 }
 
 void DbTest::columnsAreFoundByNameInAnyOrder() {
