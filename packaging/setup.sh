@@ -19,7 +19,9 @@ build_packages=(
 # A screen for a machine that has none.
 screen_packages=(tigervnc-standalone-server tigervnc-tools openbox xauth)
 # Peers and tools of the tests, openssl among them to answer the screen's password question.
-test_packages=(dcmtk libgdcm-tools orthanc openssl xvfb)
+test_packages=(dcmtk libgdcm-tools orthanc openssl xvfb lintian desktop-file-utils appstream man-db sqlite3)
+# Compiler and checks of ./test --long alone.
+long_test_packages=(clang-14 clang-tidy-14 libclang-rt-14-dev)
 
 # Prints those of the packages that are not installed, a line each.
 missing_packages() {
@@ -44,7 +46,7 @@ install_packages() {
         die "These packages could not be installed: ${missing[*]}"
 }
 
-build() {
-    [[ -e $top/build/release/build.ninja ]] || cmake -S "$top" --preset release || die "The build cannot be set up"
-    cmake --build "$top/build/release" || die "The build failed"
+build() {  # PRESET
+    [[ -e $top/build/$1/build.ninja ]] || cmake -S "$top" --preset "$1" || die "The build cannot be set up"
+    (cd "$top" && cmake --build --preset "$1") || die "The build failed"
 }
