@@ -1,0 +1,59 @@
+#!/bin/bash
+# What ./test --long does. Every stage is run, whatever became of the others; the last line says which failed.
+set -uo pipefail
+
+. "$(dirname "$(readlink -f "$0")")/../packaging/setup.sh"
+cd "$top" || exit 1
+fuzz_seconds=${FUZZ_SECONDS:-20}  # for each target
+
+passed=()
+failed=()
+stage() {  # NAME COMMAND...
+    local name=$1 begin=$SECONDS
+    shift
+    printf '\n=== %s\n' "$name"
+    if ("$@"); then
+        passed+=("$name ($((SECONDS - begin)) s)")
+    else
+        failed+=("$name ($((SECONDS - begin)) s)")
+    fi
+}
+
+tests_of() {  # PRESET
+    build "$1"
+    ctest --preset "$1"
+}
+
+# What a target made up in earlier runs is where it begins. An input that breaks something is kept beside it.
+fuzz() {
+    local target name findings=build/fuzz/findings
+    build fuzz
+    for target in build/fuzz/fuzzers/*; do
+        name=${target##*/}
+        mkdir -p "build/fuzz/corpus/$name" "$findings"
+        echo "$name, $fuzz_seconds s"
+        UBSAN_OPTIONS=print_stacktrace=1 "$target" -max_total_time="$fuzz_seconds" -timeout=10 -rss_limit_mb=2048 \
+            -verbosity=0 -print_final_stats=1 -artifact_prefix="$findings/$name-" \
+            "build/fuzz/corpus/$name" "tests/fuzz/seeds/$name" || return 1
+    done
+}
+
+static_checks() {
+    build release  # for the sources that it makes
+    run-clang-tidy-14 -quiet -j "$(nproc)" -p build/release "^$top/(?!build/).*\.cpp\$" >build/clang-tidy.log 2>&1 &&
+        return
+    grep -E '(error|warning):' build/clang-tidy.log | sort -u
+    return 1
+}
+
+stage 'tests' tests_of release
+stage 'address and undefined-behaviour sanitizers' tests_of asan
+stage 'fuzz targets' fuzz
+stage 'static checks' static_checks
+
+printf '\n'
+if ((${#failed[@]} > 0)); then
+    (IFS=,; echo "./test --long FAILED: ${failed[*]}; passed: ${passed[*]:-nothing}")
+    exit 1
+fi
+(IFS=,; echo "./test --long passed: ${passed[*]}")
