@@ -128,7 +128,7 @@ void TessalyManager::LoadSiteData() {
 }
 
 QString TessalyManager::selectedPort() const {
-    return {};
+    return localServer_->selectedPort();
 }
 
 void TessalyManager::setImageRoot(const QString& root) {

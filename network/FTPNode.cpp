@@ -38,8 +38,7 @@ FTPNode::FTPNode(MainWindowOperations& window, QWidget* parent)
 }
 
 void FTPNode::Init(const QString& name) {
-    ui::guarded(this, ui::BoxStyle::Critical, [&] { fill(name); });
-    showModal();
+    fillAndShow([&] { fill(name); });
 }
 
 void FTPNode::fill(const QString& name) {
@@ -48,7 +47,6 @@ void FTPNode::fill(const QString& name) {
         fields_.show({.type = u"Quib"_s});
         return;
     }
-    fields_.show({});
     db::Query query{Globals::DbConnection(), "SELECT * FROM FTPNodes WHERE Name=?"};
     db::ResultSet row = query.bind(1, ui::varchar(name)).open();
     if (!row.next()) {
@@ -57,22 +55,19 @@ void FTPNode::fill(const QString& name) {
         ui::messageBox(this, u"Node "_s + name + u" not found"_s, ui::BoxStyle::Critical);
         return;
     }
+    name_->setReadOnly(true);
     fields_.show({.name = ui::text(row, "Name"),
                   .host = ui::text(row, "Host"),
                   .user = ui::text(row, "UserName"),
                   .password = ui::text(row, "UserPwd"),
                   .destination = ui::text(row, "Destination"),
                   .type = ui::text(row, "NodeType")});
-    name_->setReadOnly(true);
 }
 
 bool FTPNode::FormValidate() {
-    for (const QLineEdit* box : findChildren<QLineEdit*>()) {
-        if (box->text().isEmpty()) {
-            ui::messageBox(this, box->property("tag").toString() + u" cannot be empty"_s,
-                           ui::BoxStyle::Critical);
+    for (QLineEdit* box : findChildren<QLineEdit*>()) {
+        if (!isFilled(box, box->property("tag").toString() + u" cannot be empty"_s, ui::BoxStyle::Critical))
             return false;
-        }
     }
     return nameIsFree(this, name_->text(), NameSpace::DicomNodes);
 }

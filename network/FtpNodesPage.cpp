@@ -4,6 +4,7 @@
 #include "db/Query.h"
 #include "network/FTPNode.h"
 #include "ui/Guard.h"
+#include "ui/Mnemonics.h"
 #include "ui/Text.h"
 
 namespace tessaly::network {
@@ -26,6 +27,7 @@ FtpNodesPage::FtpNodesPage(MainWindowOperations& window, QWidget* parent)
     connect(this, &ListPanel::addClicked, this, ui::handler([this] { edit({}); }));
     connect(this, &ListPanel::modifyClicked, this, ui::handler([this] { cmdFTPModify_Click(); }));
     connect(this, &ListPanel::deleteClicked, this, ui::handler([this] { cmdFTPDelete_Click(); }));
+    ui::assignMnemonics(this);
 }
 
 void FtpNodesPage::LoadFTPNodes() {

@@ -15,6 +15,10 @@ class NodesPage : public ui::ListPanel {
     void LoadNodes();
 
   private:
+    void edit(const QString& name);
+    void cmdModifyNode_Click();
+    void cmdDelNode_Click();
+
     MainWindowOperations& window_;
 };
 

@@ -1,6 +1,7 @@
 #include "ui/EditorDialog.h"
 
 #include <QHBoxLayout>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -38,6 +39,19 @@ void EditorDialog::addButtons(std::initializer_list<QPushButton*> sideButtons) {
     connect(confirm, &QPushButton::clicked, this, handler([this] { cmdOk_Click(); }));
     connect(addButton(u"cmdCancel"_s, u"Cancel"_s), &QPushButton::clicked, this, &QDialog::reject);
     assignMnemonics(this);
+}
+
+void EditorDialog::fillAndShow(const std::function<void()>& fill) {
+    guarded(this, BoxStyle::Critical, fill);
+    showModal();
+}
+
+bool EditorDialog::isFilled(QLineEdit* box, const QString& message, BoxStyle style) {
+    if (!box->text().isEmpty())
+        return true;
+    messageBox(this, message, style);
+    box->setFocus();
+    return false;
 }
 
 void EditorDialog::cmdOk_Click() {

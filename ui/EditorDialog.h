@@ -1,9 +1,11 @@
 #pragma once
 
 #include <QDialog>
+#include <functional>
 
 #include "ui/MessageBox.h"
 
+class QLineEdit;
 class QPushButton;
 class QVBoxLayout;
 
@@ -16,8 +18,9 @@ class EditorDialog : public QDialog {
     Q_OBJECT
 
   public:
-    /// Checks the fields and reports the first fault in a message box; false keeps the dialog open.
-    [[nodiscard]] virtual bool FormValidate() = 0;
+    /// Checks the fields and reports the first fault in a message box; false keeps the dialog open. A dialog
+    /// in which nothing can be wrong leaves it as it is.
+    [[nodiscard]] virtual bool FormValidate() { return true; }
 
   protected:
     struct Traits {
@@ -41,6 +44,12 @@ class EditorDialog : public QDialog {
 
     /// Shows the dialog and returns when it is closed.
     void showModal() { exec(); }
+    /// Fills the dialog from the database and shows it, also when filling failed and said why.
+    void fillAndShow(const std::function<void()>& fill);
+
+    /// For FormValidate: true unless the box has no text at all, not even a blank; says `message` otherwise
+    /// and takes the user to the box.
+    [[nodiscard]] bool isFilled(QLineEdit* box, const QString& message, BoxStyle style = BoxStyle::Plain);
 
     /// The handler of Confirm. An editor whose validation is outside the guard overrides it.
     virtual void cmdOk_Click();

@@ -6,6 +6,7 @@
 #include <QLineEdit>
 #include <algorithm>
 #include <functional>
+#include <stdexcept>
 #include <vector>
 
 namespace tessaly::ui {
@@ -32,14 +33,17 @@ class FieldBinder {
         return box;
     }
 
-    /// A drop-down list without free typing in a labelled row.
+    /// A drop-down list without free typing in a labelled row, with nothing chosen. Showing a record whose
+    /// text is no entry of the list throws std::runtime_error, and the controls tied after it are left alone;
+    /// only an empty text finds its like in an empty list.
     QComboBox* choice(QFormLayout* rows, const QString& label, const QString& name, const QStringList& items,
                       QString Record::*member) {
         auto* box = new QComboBox;
         box->setObjectName(name);
         box->addItems(items);
+        box->setCurrentIndex(-1);
         rows->addRow(label, box);
-        tie([=](const Record& record) { box->setCurrentIndex(box->findText(record.*member)); },
+        tie([=](const Record& record) { choose(box, label, record.*member); },
             [=](Record& record) { record.*member = box->currentText(); });
         return box;
     }
@@ -68,6 +72,13 @@ class FieldBinder {
     }
 
   private:
+    static void choose(QComboBox* box, const QString& label, const QString& text) {
+        box->setCurrentIndex(box->findText(text, Qt::MatchExactly | Qt::MatchCaseSensitive));
+        if (box->currentIndex() < 0 && !(text.isEmpty() && box->count() == 0))
+            throw std::runtime_error(
+                QStringLiteral("'%1' is no entry of the list '%2'").arg(text, label).toStdString());
+    }
+
     struct Tie {
         std::function<void(const Record&)> show;
         std::function<void(Record&)> read;

@@ -21,7 +21,8 @@ class RowDelegate : public QStyledItemDelegate {
   public:
     using QStyledItemDelegate::QStyledItemDelegate;
 
-    [[nodiscard]] QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
+    [[nodiscard]] QSize sizeHint(const QStyleOptionViewItem& option,
+                                 const QModelIndex& index) const override {
         constexpr int Air = 5;
         return QStyledItemDelegate::sizeHint(option, index) + QSize{0, Air};
     }
@@ -55,6 +56,12 @@ ReportList::ReportList(const QString& name, const std::vector<Column>& columns, 
         alignments_.push_back(column.alignment);
     }
     connect(this, &QTreeWidget::itemDoubleClicked, this, &ReportList::modifyRequested);
+    // Not currentItemChanged: a press makes the row the current one before it selects it.
+    connect(this, &QTreeWidget::itemSelectionChanged, this, &ReportList::announceRow);
+    connect(this, &QTreeWidget::itemClicked, this, [this] {
+        if (!announced_)  // or else the press moved to the row and said so
+            announceRow();
+    });
 }
 
 void ReportList::setFractions(std::vector<double> fractions) {
@@ -93,6 +100,18 @@ void ReportList::keyPressEvent(QKeyEvent* event) {
         QTreeWidget::keyPressEvent(event);
 }
 
+void ReportList::mousePressEvent(QMouseEvent* event) {
+    announced_ = false;
+    QTreeWidget::mousePressEvent(event);
+}
+
+void ReportList::announceRow() {
+    if (loading_ || selectedItems().isEmpty())
+        return;
+    announced_ = true;
+    Q_EMIT rowChosen();
+}
+
 void ReportList::resizeEvent(QResizeEvent* event) {
     QTreeWidget::resizeEvent(event);
     applyFractions();
@@ -123,6 +142,7 @@ QItemSelectionModel::SelectionFlags ReportList::selectionCommand(const QModelInd
 }
 
 ReportList::Load::Load(ReportList& list) : list_(list) {
+    list_.loading_ = true;
     list_.clear();
 }
 
@@ -139,6 +159,7 @@ ReportList::Load::~Load() {
     list_.addTopLevelItems(rows_);
     if (list_.selectionMode() == SingleSelection && !rows_.isEmpty())
         list_.setCurrentItem(rows_.first());
+    list_.loading_ = false;
 }
 
 }  // namespace tessaly::ui

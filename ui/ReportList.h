@@ -45,11 +45,14 @@ class ReportList : public QTreeWidget {
     [[nodiscard]] QStringList selectedTexts() const;
 
   Q_SIGNALS:
+    /// The user went to a row by key, or clicked on one, also on the one where he was. Not during a load.
+    void rowChosen();
     void modifyRequested();  ///< double click or Enter on a row
     void deleteRequested();  ///< Delete on a row
 
   protected:
     void keyPressEvent(QKeyEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     bool viewportEvent(QEvent* event) override;
     [[nodiscard]] QItemSelectionModel::SelectionFlags selectionCommand(const QModelIndex& index,
@@ -57,9 +60,12 @@ class ReportList : public QTreeWidget {
 
   private:
     void applyFractions();
+    void announceRow();
 
     std::vector<Qt::Alignment> alignments_;
     std::vector<double> fractions_;
+    bool loading_ = false;
+    bool announced_ = false;  // since the mouse went down
 };
 
 }  // namespace tessaly::ui

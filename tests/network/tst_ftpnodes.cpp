@@ -1,53 +1,45 @@
 #include <QLineEdit>
-#include <QTabWidget>
 #include <QTest>
 
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
-#include "tests/support/BoxScript.h"
-#include "tests/support/ScratchDatabase.h"
+#include "tests/network/NetworkTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
 
-class FtpNodesTest : public QObject {
+class FtpNodesTest : public NetworkTest {
     Q_OBJECT
 
-  private Q_SLOTS:
-    void init() {
-        database_ = std::make_unique<ScratchDatabase>();
-        database_->run(u"INSERT INTO FtpNodes VALUES ('Beta', 'b.example', 'ub', 'pb', '/b', 'Lorvo')"_s);
-        database_->run(u"INSERT INTO FtpNodes VALUES ('alpha', 'a.example', 'ua', 'pa', '.', 'Quib')"_s);
-        database_->openConsoleConnection();
-        window_ = std::make_unique<TessalyManager>();
-        window_->show();
-        window_->LoadFTPNodes();
-        window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(2);
-    }
-    void cleanup() {
-        window_.reset();
-        database_.reset();
+  public:
+    FtpNodesTest() : NetworkTest(Page::FtpNodes) {}
+
+  protected:
+    void seed() const override {
+        database().run(u"INSERT INTO FtpNodes VALUES ('Beta', 'b.example', 'ub', 'pb', '/b', 'Lorvo')"_s);
+        database().run(u"INSERT INTO FtpNodes VALUES ('alpha', 'a.example', 'ua', 'pa', '.', 'Quib')"_s);
     }
 
+  private Q_SLOTS:
     void listShowsTheTableInOrder();
     void addWritesTheRowAndReloads();
     void emptyFieldsAreRefusedOneByOne();
     void leavingTheDestinationEmptyFillsInADot();
     void aNameOfADicomNodeIsRefused();
     void aDuplicateShowsTheEnginesDescription();
-    void modifyKeepsEveryCharacter_data();
-    void modifyKeepsEveryCharacter();
+    void modifyShowsAndWritesTheRow();
+    void textComesBackUnchanged_data() { addAwkwardTexts(); }
+    void textComesBackUnchanged();
+    void boxesHoldTheirLimits();
     void aVanishedNodeLeavesTheDialogInUpdateMode();
+    void aTypeThatIsNoneIsReported();
+    void aNodeThatCannotBeReadOpensEmpty();
+    void modifyOfAnEmptyListDoesNothing();
     void deleteAsksAndReloads();
+    void deleteWithNothingSelectedIsReported();
     void deleteKeyAndDoubleClickPressTheButtons();
     void aFailedLoadSaysWhy();
-
-  private:
-    [[nodiscard]] Form window() const { return Form{*window_}; }
-
-    std::unique_ptr<ScratchDatabase> database_;
-    std::unique_ptr<TessalyManager> window_;
 };
 
 void FtpNodesTest::listShowsTheTableInOrder() {
@@ -75,7 +67,7 @@ void FtpNodesTest::addWritesTheRowAndReloads() {
     window().click(u"cmdFTPAdd"_s);
     QVERIFY(script.isDone());
     // The password box holds sixteen characters, and the name keeps its blanks.
-    QCOMPARE(database_->rows(u"SELECT * FROM FtpNodes WHERE Name=' New one'"_s),
+    QCOMPARE(database().rows(u"SELECT * FROM FtpNodes WHERE Name=' New one'"_s),
              (QList<QStringList>{
                  {u" New one"_s, u"host"_s, u"user"_s, u"seventeen letter"_s, u"/in"_s, u"Analyze"_s}}));
     QCOMPARE(window().rows(u"lstFTPNodes"_s).size(), 3);
@@ -99,14 +91,13 @@ void FtpNodesTest::emptyFieldsAreRefusedOneByOne() {
         script.expect(critical(QString::fromLatin1(tag) + u" cannot be empty"_s));
     window().click(u"cmdFTPAdd"_s);
     QVERIFY(script.isDone());
-    QCOMPARE(database_->value(u"SELECT count(*) FROM FtpNodes"_s), u"2"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM FtpNodes"_s), u"2"_s);
 }
 
 void FtpNodesTest::leavingTheDestinationEmptyFillsInADot() {
     BoxScript script;
     script.drive(u"FTPNode"_s, [](Form form) {
-        form.window().activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(&form.window()));
+        activate(form.window());
         form.type(u"txtName"_s, u"dot"_s);
         form.type(u"txtHost"_s, u"h"_s);
         form.type(u"txtUser"_s, u"u"_s);
@@ -119,11 +110,11 @@ void FtpNodesTest::leavingTheDestinationEmptyFillsInADot() {
     });
     window().click(u"cmdFTPAdd"_s);
     QVERIFY(script.isDone());
-    QCOMPARE(database_->value(u"SELECT Destination FROM FtpNodes WHERE Name='dot'"_s), u"."_s);
+    QCOMPARE(database().value(u"SELECT Destination FROM FtpNodes WHERE Name='dot'"_s), u"."_s);
 }
 
 void FtpNodesTest::aNameOfADicomNodeIsRefused() {
-    database_->run(u"INSERT INTO DicomNodes (Name) VALUES ('PACS')"_s);
+    database().run(u"INSERT INTO DicomNodes (Name) VALUES ('PACS')"_s);
     BoxScript script;
     script.drive(u"FTPNode"_s, [](Form form) {
         for (const auto& name :
@@ -151,41 +142,82 @@ void FtpNodesTest::aDuplicateShowsTheEnginesDescription() {
     window().click(u"cmdFTPAdd"_s);
     QVERIFY(script.isDone());
     QVERIFY(script.boxes().front().text.contains(u"UNIQUE constraint failed: FtpNodes.Name"_s));
-    QCOMPARE(database_->value(u"SELECT Host FROM FtpNodes WHERE Name='alpha'"_s), u"a.example"_s);
+    QCOMPARE(database().value(u"SELECT Host FROM FtpNodes WHERE Name='alpha'"_s), u"a.example"_s);
 }
 
-void FtpNodesTest::modifyKeepsEveryCharacter_data() {
-    QTest::addColumn<QString>("text");
-    QTest::newRow("apostrophe and percent") << u"O'Hara 100%'--"_s;
-    QTest::newRow("umlauts") << u"Größe Ä ß"_s;
-    QTest::newRow("CJK") << u"東京 서울"_s;
-    QTest::newRow("four bytes") << u"🩻🏥"_s;
-    QTest::newRow("blanks at both ends") << u"  two  "_s;
-}
-
-void FtpNodesTest::modifyKeepsEveryCharacter() {
-    QFETCH(QString, text);
+void FtpNodesTest::modifyShowsAndWritesTheRow() {
     window().selectRow(u"lstFTPNodes"_s, u"Beta"_s);
     BoxScript script;
-    script.drive(u"FTPNode"_s, [&](Form form) {
+    script.drive(u"FTPNode"_s, [](Form form) {
         QVERIFY(form.find<QLineEdit>(u"txtName"_s).isReadOnly());
         QCOMPARE(form.text(u"txtName"_s), u"Beta"_s);
+        QCOMPARE(form.text(u"txtHost"_s), u"b.example"_s);
+        QCOMPARE(form.text(u"txtUser"_s), u"ub"_s);
         QCOMPARE(form.text(u"txtPassword"_s), u"pb"_s);
+        QCOMPARE(form.find<QLineEdit>(u"txtPassword"_s).echoMode(), QLineEdit::Normal);
+        QCOMPARE(form.text(u"txtDestination"_s), u"/b"_s);
         QCOMPARE(form.text(u"cmbType"_s), u"Lorvo"_s);
-        for (const auto& name : {u"txtHost"_s, u"txtUser"_s, u"txtPassword"_s, u"txtDestination"_s})
-            form.type(name, text);
+        form.type(u"txtHost"_s, u"other"_s);
+        form.choose(u"cmbType"_s, u"Analyze"_s);
         form.click(u"cmdOk"_s);
     });
     window().click(u"cmdFTPModify"_s);
     QVERIFY(script.isDone());
-    QCOMPARE(
-        database_->rows(u"SELECT Host, UserName, UserPwd, Destination FROM FtpNodes WHERE Name='Beta'"_s),
-        (QList<QStringList>{{text, text, text, text}}));
-    QCOMPARE(window().rows(u"lstFTPNodes"_s).at(1).at(3), text);
+    QCOMPARE(database().rows(u"SELECT * FROM FtpNodes WHERE Name='Beta'"_s),
+             (QList<QStringList>{{u"Beta"_s, u"other"_s, u"ub"_s, u"pb"_s, u"/b"_s, u"Analyze"_s}}));
+    QCOMPARE(window().rows(u"lstFTPNodes"_s).at(1).at(1), u"other"_s);
+}
+
+void FtpNodesTest::textComesBackUnchanged() {
+    QFETCH(QString, text);
+    const QStringList boxes{u"txtName"_s, u"txtHost"_s, u"txtUser"_s, u"txtPassword"_s, u"txtDestination"_s};
+    BoxScript script;
+    script.drive(u"FTPNode"_s, [&](Form form) {
+        for (const QString& name : boxes)
+            form.type(name, text);
+        form.click(u"cmdOk"_s);
+    });
+    window().click(u"cmdFTPAdd"_s);
+    const QList<QStringList> row{{text, text, text, text, text, u"Quib"_s}};
+    QCOMPARE(database().rows(u"SELECT * FROM FtpNodes WHERE Name=?"_s, {text}), row);
+    QVERIFY(window().rows(u"lstFTPNodes"_s).contains(row.first()));
+
+    window().selectRow(u"lstFTPNodes"_s, text);
+    script.drive(u"FTPNode"_s, [&](Form form) {
+        for (const QString& name : boxes)
+            QCOMPARE(form.text(name), text);
+        form.click(u"cmdOk"_s);
+    });
+    window().click(u"cmdFTPModify"_s);
+    QCOMPARE(database().rows(u"SELECT * FROM FtpNodes WHERE Name=?"_s, {text}), row);
+
+    window().selectRow(u"lstFTPNodes"_s, text);
+    script.expect(okCancel(u"Are you sure you want to delete "_s + text + u"?"_s, QMessageBox::Ok));
+    window().click(u"cmdFTPDelete"_s);
+    QVERIFY(script.isDone());
+    QCOMPARE(database().value(u"SELECT count(*) FROM FtpNodes"_s), u"2"_s);
+}
+
+void FtpNodesTest::boxesHoldTheirLimits() {
+    BoxScript script;
+    script.drive(u"FTPNode"_s, [](Form form) {
+        const QList<std::pair<QString, int>> limits{{u"txtName"_s, 16},
+                                                    {u"txtHost"_s, 64},
+                                                    {u"txtUser"_s, 16},
+                                                    {u"txtPassword"_s, 16},
+                                                    {u"txtDestination"_s, 128}};
+        for (const auto& [name, limit] : limits) {
+            form.type(name, QString{200, u'x'});
+            QCOMPARE(form.text(name).size(), limit);
+        }
+        form.click(u"cmdCancel"_s);
+    });
+    window().click(u"cmdFTPAdd"_s);
+    QVERIFY(script.isDone());
 }
 
 void FtpNodesTest::aVanishedNodeLeavesTheDialogInUpdateMode() {
-    database_->run(u"DELETE FROM FtpNodes WHERE Name='alpha'"_s);
+    database().run(u"DELETE FROM FtpNodes WHERE Name='alpha'"_s);
     BoxScript script;
     script.expect(critical(u"Node alpha not found"_s));
     script.drive(u"FTPNode"_s, [](Form form) {
@@ -198,29 +230,72 @@ void FtpNodesTest::aVanishedNodeLeavesTheDialogInUpdateMode() {
     });
     window().click(u"cmdFTPModify"_s);
     QVERIFY(script.isDone());
-    QCOMPARE(database_->value(u"SELECT count(*) FROM FtpNodes"_s), u"1"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM FtpNodes"_s), u"1"_s);
+}
+
+void FtpNodesTest::aTypeThatIsNoneIsReported() {
+    database().run(u"UPDATE FtpNodes SET NodeType='Other' WHERE Name='alpha'"_s);
+    BoxScript script;
+    script.expect(critical(u"'Other' is no entry of the list 'Type'"_s));
+    script.drive(u"FTPNode"_s, [](Form form) {
+        QCOMPARE(form.text(u"txtName"_s), u"alpha"_s);
+        QVERIFY(form.find<QLineEdit>(u"txtName"_s).isReadOnly());
+        QCOMPARE(form.text(u"cmbType"_s), QString{});
+        form.click(u"cmdCancel"_s);
+    });
+    window().click(u"cmdFTPModify"_s);
+    QVERIFY(script.isDone());
+}
+
+void FtpNodesTest::aNodeThatCannotBeReadOpensEmpty() {
+    database().run(u"DROP TABLE FtpNodes"_s);
+    BoxScript script;
+    script.expect(critical(BoxScript::AnyText));
+    script.drive(u"FTPNode"_s, [](Form form) {
+        QCOMPARE(form.text(u"txtName"_s), QString{});
+        form.click(u"cmdCancel"_s);
+    });
+    window().click(u"cmdFTPModify"_s);
+    QVERIFY(script.isDone());
+}
+
+void FtpNodesTest::modifyOfAnEmptyListDoesNothing() {
+    database().run(u"DELETE FROM FtpNodes"_s);
+    manager().LoadFTPNodes();
+    const BoxScript script;
+    window().click(u"cmdFTPModify"_s);
+    QVERIFY(script.isDone());
 }
 
 void FtpNodesTest::deleteAsksAndReloads() {
     const QString question = u"Are you sure you want to delete alpha?"_s;
-    database_->run(u"INSERT INTO FtpNodes (Name) VALUES ('zeta')"_s);
+    database().run(u"INSERT INTO FtpNodes (Name) VALUES ('zeta')"_s);
     BoxScript script;
     script.expect(okCancel(question, QMessageBox::Cancel));
     window().click(u"cmdFTPDelete"_s);
     QCOMPARE(window().rows(u"lstFTPNodes"_s).size(), 3);  // reloaded, nothing deleted
 
-    database_->failOn(u"FtpNodes"_s, u"DELETE"_s);
+    database().failOn(u"FtpNodes"_s, u"DELETE"_s);
     script.expect(okCancel(question, QMessageBox::Ok));
     script.expect(critical(BoxScript::AnyText));
     window().click(u"cmdFTPDelete"_s);
     QVERIFY(script.boxes().back().text.contains(ScratchDatabase::Failure));
 
-    database_->allow(u"FtpNodes"_s, u"DELETE"_s);
+    database().allow(u"FtpNodes"_s, u"DELETE"_s);
     script.expect(okCancel(question, QMessageBox::Ok));
     window().click(u"cmdFTPDelete"_s);
     QVERIFY(script.isDone());
     QCOMPARE(window().rows(u"lstFTPNodes"_s).size(), 2);
     QVERIFY(!Globals::ConfigChanged());
+}
+
+void FtpNodesTest::deleteWithNothingSelectedIsReported() {
+    database().run(u"DELETE FROM FtpNodes"_s);
+    manager().LoadFTPNodes();
+    BoxScript script;
+    script.expect(critical(u"No item is selected"_s));
+    window().click(u"cmdFTPDelete"_s);
+    QVERIFY(script.isDone());
 }
 
 void FtpNodesTest::deleteKeyAndDoubleClickPressTheButtons() {
@@ -241,10 +316,10 @@ void FtpNodesTest::deleteKeyAndDoubleClickPressTheButtons() {
 }
 
 void FtpNodesTest::aFailedLoadSaysWhy() {
-    database_->run(u"DROP TABLE FtpNodes"_s);
+    database().run(u"DROP TABLE FtpNodes"_s);
     BoxScript script;
     script.expect(plain(BoxScript::AnyText));
-    window_->LoadFTPNodes();
+    manager().LoadFTPNodes();
     QVERIFY(script.isDone());
     QVERIFY(script.boxes().front().text.contains(u"no such table: FtpNodes"_s));
 }

@@ -13,8 +13,8 @@ std::optional<int> takeConsoleEnd() {
     const int status = ui::consoleStatus();
     ui::resetConsoleEnd();
     // An exit that no outer loop has taken keeps later ones from running; an exec of the application clears
-    // it.
-    QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+    // it. Not by quit(), which would close the windows and so end the console once more.
+    QTimer::singleShot(0, qApp, [] { QCoreApplication::exit(); });
     QApplication::exec();
     return status;
 }

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QString>
+
+#include "db/Query.h"
+
+namespace tessaly::network {
+
+/// Writes rows of PortRemoteNodes: which nodes a listening port accepts. Throws db::Error.
+class AcceptedNodes {
+  public:
+    AcceptedNodes();
+
+    void accept(const QString& port, const QString& node);
+
+    /// Nodes that are new are accepted on every port there is, ports that are new accept every node there is.
+    void acceptOnEveryPort(const QString& node);
+    void acceptEveryNode(const QString& port);
+
+  private:
+    db::Query insert_;
+};
+
+}  // namespace tessaly::network

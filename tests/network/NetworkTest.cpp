@@ -1,0 +1,56 @@
+#include "tests/network/NetworkTest.h"
+
+#include <QApplication>
+#include <QTabWidget>
+#include <QTest>
+
+#include "app/TessalyManager.h"
+
+namespace tessaly::test {
+
+using namespace Qt::StringLiterals;
+
+NetworkTest::NetworkTest(Page page) : page_(page) {}
+
+NetworkTest::~NetworkTest() = default;
+
+Form NetworkTest::window() const {
+    return Form{*window_};
+}
+
+void NetworkTest::activate(QWidget& window) {
+    window.activateWindow();
+    QTRY_COMPARE(QApplication::activeWindow(), &window);
+}
+
+void NetworkTest::init() {
+    database_ = std::make_unique<ScratchDatabase>();
+    seed();
+    database_->openConsoleConnection();
+    window_ = std::make_unique<TessalyManager>();
+    window_->LoadNodes();
+    window_->LoadPorts();
+    window_->LoadFTPNodes();
+    window_->show();
+    window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(static_cast<int>(page_));
+}
+
+void NetworkTest::cleanup() {
+    window_.reset();
+    database_.reset();
+}
+
+void NetworkTest::addAwkwardTexts() {
+    QTest::addColumn<QString>("text");
+    QTest::newRow("apostrophe") << u"O'Hara's"_s;
+    QTest::newRow("statement") << u"';DROP TABLE x--"_s;
+    QTest::newRow("percent and marks") << u"100% %1 ?_\"\\&"_s;
+    QTest::newRow("umlauts") << u"Größe Äöü ß"_s;
+    QTest::newRow("CJK") << u"東京 서울"_s;
+    QTest::newRow("four bytes") << u"🩻🏥 x"_s;
+    QTest::newRow("blanks at both ends") << u"  two  "_s;
+    QTest::newRow("only blanks") << u"   "_s;
+    QTest::newRow("markup") << u"<b>a</b> &amp;"_s;
+}
+
+}  // namespace tessaly::test
