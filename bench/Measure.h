@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -52,6 +53,7 @@ inline std::string connectStringOf(const std::string& file) {
 /// What a child hands back to its parent.
 struct Result {
     double seconds = 0;
+    double processor = 0;   ///< seconds of processor time: the same on a machine with other work to do
     double megabytes = 0;   ///< the process's peak of memory
     std::size_t proof = 0;  ///< of the work: each way must come to the same
 };
@@ -65,13 +67,23 @@ inline double peakMegabytes() {
     throw std::runtime_error("no VmHWM");
 }
 
+inline double processorSeconds() {
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
 /// Times some work that gives its proof.
 template <class Work>
 Result measure(Work work) {
     const auto start = std::chrono::steady_clock::now();
+    const double processor = processorSeconds();
     const std::size_t proof = work();
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-    return {.seconds = time.count(), .megabytes = peakMegabytes(), .proof = proof};
+    return {.seconds = time.count(),
+            .processor = processorSeconds() - processor,
+            .megabytes = peakMegabytes(),
+            .proof = proof};
 }
 
 /// Does the work in a child. It starts from a parent that has allocated next to nothing.
@@ -104,6 +116,7 @@ auto inChild(Work work) -> decltype(work()) {
 inline Result better(const Result& a, const Result& b) {
     return {
         .seconds = std::min(a.seconds, b.seconds),
+        .processor = std::min(a.processor, b.processor),
         .megabytes = std::max(a.megabytes, b.megabytes),
         .proof = a.proof == b.proof ? a.proof : throw std::runtime_error("two rounds did different work")};
 }
