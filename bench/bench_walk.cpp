@@ -2,64 +2,22 @@
 // does: through db/, and in plain C on SQLite. Each measurement is a process of its own, so that its peak of
 // memory is its own too. Prints a table; judges nothing.
 
-#include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <stdexcept>
-#include <string>
-
+#include "bench/Measure.h"
 #include "db/Query.h"
 #include "schema/Schema.h"
 
 namespace {
 
 using namespace tessaly;
+using namespace tessaly::bench;
 
 constexpr const char* Walk = "SELECT * FROM Image";
 constexpr const char* LookUp = "SELECT SeriesDir FROM Series WHERE SeriesInstanceUID=?";
 constexpr int Rounds = 5;
 constexpr int ImagesPerSeries = 100;
 
-/// What a child hands back to its parent.
-struct Result {
-    double seconds = 0;
-    double megabytes = 0;     ///< the process's peak of memory
-    std::size_t letters = 0;  ///< read in all: the proof that each way did the same work
-};
-
 /// One way of doing the work; the letters read.
 using Way = std::size_t (*)(const std::string& file);
-
-void requireOk(int result, int expected, sqlite3* handle) {
-    if (result != expected)
-        throw std::runtime_error(sqlite3_errmsg(handle));
-}
-
-sqlite3* openPlain(const std::string& file) {
-    sqlite3* handle = nullptr;
-    requireOk(sqlite3_open(file.c_str(), &handle), SQLITE_OK, handle);
-    return handle;
-}
-
-sqlite3_stmt* prepare(sqlite3* handle, const char* sql) {
-    sqlite3_stmt* statement = nullptr;
-    requireOk(sqlite3_prepare_v2(handle, sql, -1, &statement, nullptr), SQLITE_OK, handle);
-    return statement;
-}
-
-const char* textOf(sqlite3_stmt* statement, int column) {
-    return reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
-}
 
 /// The look-up's statement is prepared once or anew for every row, as the ways of db/ beside it do.
 template <bool Anew>
@@ -97,8 +55,7 @@ std::size_t lookUp(db::Query& series, const std::string& uid) {
 template <bool Anew>
 std::size_t walkThroughDb(const std::string& file) {
     db::Connection connection;
-    connection.setConnectString("Driver=SQLite3;StepAPI=1;JournalMode=WAL;SyncPragma=NORMAL;Database=" +
-                                file);
+    connection.setConnectString(connectStringOf(file));
     connection.setCursorDriver(db::Connection::CursorDriver::Odbc);
     connection.establish();
     db::Query walk{connection, Walk};
@@ -131,85 +88,28 @@ void fill(const std::string& file, int images) {
         " SELECT '2.25.1234567890.2.'||i, '2.25.1234567890.3', 'SERIES'||i FROM n WHERE i*" +
         perSeries + "<" + count + "; COMMIT";
     sqlite3* handle = openPlain(file);
-    requireOk(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK, handle);
+    runPlain(handle, sql);
     sqlite3_close(handle);
-}
-
-/// The kernel's count for this process alone.
-double peakMegabytes() {
-    std::ifstream status{"/proc/self/status"};
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with("VmHWM:"))
-            return std::strtod(line.c_str() + std::strlen("VmHWM:"), nullptr) / 1024;
-    throw std::runtime_error("no VmHWM");
-}
-
-Result measure(Way way, const std::string& file) {
-    const auto start = std::chrono::steady_clock::now();
-    const auto letters = way(file);
-    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-    return {.seconds = time.count(), .megabytes = peakMegabytes(), .letters = letters};
-}
-
-/// Does the work in a child. It starts from a parent that has allocated next to nothing.
-template <class Work>
-Result inChild(Work work) {
-    std::array<int, 2> ends{};
-    if (pipe(ends.data()) != 0)
-        throw std::runtime_error("no pipe");
-    const pid_t child = fork();
-    if (child == 0) {
-        Result result;
-        try {
-            result = work();
-        } catch (const std::exception& error) {
-            std::fprintf(stderr, "%s\n", error.what());
-            _exit(1);
-        }
-        _exit(write(ends[1], &result, sizeof result) == sizeof result ? 0 : 1);
-    }
-    close(ends[1]);
-    Result result;
-    const bool whole = read(ends[0], &result, sizeof result) == sizeof result;
-    close(ends[0]);
-    int status = 0;
-    if (waitpid(child, &status, 0) != child || status != 0 || !whole)
-        throw std::runtime_error("a measurement failed");
-    return result;
 }
 
 /// The fastest of some rounds: what else ran on the machine only ever adds. The ways take turns, so that it
 /// adds to both.
 void compare(const char* what, int rows, const std::string& file, Way plain, Way throughDb) {
-    Result c{.seconds = HUGE_VAL};
-    Result db{.seconds = HUGE_VAL};
-    const auto improve = [&file](Result& best, Way way) {
-        const Result next = inChild([&] { return measure(way, file); });
-        best = {.seconds = std::min(best.seconds, next.seconds),
-                .megabytes = std::max(best.megabytes, next.megabytes),
-                .letters = next.letters};
+    const auto once = [&file](Way way) {
+        return inChild([&] { return measure([&] { return way(file); }); });
     };
-    for (int round = 0; round < Rounds; ++round) {
-        improve(c, plain);
-        improve(db, throughDb);
+    Result c = once(plain);
+    Result db = once(throughDb);
+    for (int round = 1; round < Rounds; ++round) {
+        c = better(c, once(plain));
+        db = better(db, once(throughDb));
     }
-    if (c.letters != db.letters)
+    if (c.proof != db.proof)
         throw std::runtime_error("the two ways did different work");
     std::printf("%9d  %-14s  %7.3f s  %5.1f MB   %7.3f s  %5.1f MB   %5.2f\n", rows, what, c.seconds,
                 c.megabytes, db.seconds, db.megabytes, db.seconds / c.seconds);
     std::fflush(stdout);
 }
-
-struct TemporaryFolder {
-    std::string path = (std::filesystem::temp_directory_path() / "walk.XXXXXX").string();
-    TemporaryFolder() {
-        if (mkdtemp(path.data()) == nullptr)
-            throw std::runtime_error("no temporary folder");
-    }
-    ~TemporaryFolder() { std::filesystem::remove_all(path); }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-};
 
 }  // namespace
 

@@ -148,7 +148,8 @@ int countArchiveRows(const db::Connection& connection) {
            countRows(connection, "SELECT Count(*) as Num FROM Patient");
 }
 
-void runCheck(const db::Connection& connection, Check check, const RepairCallbacks& callbacks) {
+void runCheck(const db::Connection& connection, SharedRead& read, Check check,
+              const RepairCallbacks& callbacks) {
     if (callbacks.stopRequested())
         return;
     const Shape& shape = shapeOf(check);
@@ -157,13 +158,19 @@ void runCheck(const db::Connection& connection, Check check, const RepairCallbac
     RowSpool rows = readRows(connection, shape, callbacks);
     Row row;
     while (!callbacks.stopRequested() && rows.next(row)) {
-        const Verdict verdict = judge(test, shape, row);
+        read.hold();
+        Verdict verdict = judge(test, shape, row);
+        if (verdict != Verdict::Keep) {
+            read.letGo();
+            verdict = judge(test, shape, row);  // once more, on what holds now and not when the read began
+        }
         if (verdict == Verdict::SayAndRemove)
             callbacks.missingFile();
         if (verdict != Verdict::Keep)
             removal.bind(1, shape.parameter(row.front())).execute();
         callbacks.rowDone();
     }
+    read.letGo();
 }
 
 }  // namespace tessaly::maintenance

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "db/Connection.h"
+#include "maintenance/SharedRead.h"
 
 // The repair pass without its form: which rows of the archive's tables go, and why.
 
@@ -16,7 +17,7 @@ struct RepairCallbacks {
     std::function<void()> missingFile;    ///< an image's file is not there; returns when the user knows
     std::function<void()> rowDone;        ///< after every row, removed or not
     std::function<bool()> stopRequested;  ///< asked before every row
-    std::function<void()> reading;        ///< from time to time before the first row, while the rows are read
+    std::function<void()> reading;        ///< now and then before the first row; is not to use the connection
 };
 
 /// Rows of the four tables together.
@@ -25,6 +26,9 @@ struct RepairCallbacks {
 /// Walks one table and removes, one at a time and at once, the rows that have lost what they stand for. Every
 /// removal counts by itself: what was removed before a fault, a db::Error or a std::system_error of a file
 /// look-up that failed without an answer, stays removed.
-void runCheck(const db::Connection& connection, Check check, const RepairCallbacks& callbacks);
+///
+/// `read` is held between the rows; a callback that lets others use the connection lets go of it.
+void runCheck(const db::Connection& connection, SharedRead& read, Check check,
+              const RepairCallbacks& callbacks);
 
 }  // namespace tessaly::maintenance

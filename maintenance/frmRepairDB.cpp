@@ -14,6 +14,7 @@
 
 #include "app/Globals.h"
 #include "maintenance/Compaction.h"
+#include "maintenance/PassEvents.h"
 #include "ui/ConsoleEnd.h"
 #include "ui/FileDialogs.h"
 #include "ui/Guard.h"
@@ -82,17 +83,19 @@ void frmRepairDB::Repair() {
 }
 
 void frmRepairDB::run(Check check) {
-    runCheck(Globals::DbConnection(), check,
+    const db::Connection& connection = Globals::DbConnection();
+    SharedRead read{connection};
+    PassEvents events{read, *this};
+    const auto rowDone = [&] {
+        ++processed_;
+        prgBar_->setValue(static_cast<int>(static_cast<double>(processed_) / total_ * FullBar));
+        events.handle();
+    };
+    runCheck(connection, read, check,
              {.missingFile = [this] { ui::messageBox(this, u"Non existing file"_s); },
-              .rowDone = [this] { rowDone(); },
+              .rowDone = rowDone,
               .stopRequested = [this] { return stopRequested(); },
-              .reading = [] { QCoreApplication::processEvents(); }});
-}
-
-void frmRepairDB::rowDone() {
-    ++processed_;
-    prgBar_->setValue(static_cast<int>(static_cast<double>(processed_) / total_ * FullBar));
-    QCoreApplication::processEvents();
+              .reading = [&events] { events.handleOwn(); }});
 }
 
 void frmRepairDB::CompactDB() {

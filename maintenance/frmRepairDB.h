@@ -39,7 +39,6 @@ class frmRepairDB : public QDialog {
 
   private:
     void run(Check check);
-    void rowDone();
     [[nodiscard]] bool stopRequested() const;
     void chooseAndCompact();
     [[nodiscard]] QString chooseFile();

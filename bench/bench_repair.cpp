@@ -1,0 +1,304 @@
+// The repair pass on a large archive, through its form and in plain C on SQLite that runs the same statements
+// and the same look-ups of files: with nothing to remove, and with every tenth patient's files gone. Then how
+// long the window goes without an answer, and how long Stop takes. The pass waits for nothing but the
+// processor, so processor time is what is compared. Prints a table; judges nothing.
+//
+// bench_repair [IMAGES]
+
+#include <sys/stat.h>
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QMessageBox>
+#include <QTimer>
+#include <functional>
+
+#include "app/Globals.h"
+#include "bench/BigArchive.h"
+#include "bench/Measure.h"
+#include "maintenance/PassEvents.h"
+#include "maintenance/frmRepairDB.h"
+
+using namespace tessaly;
+using namespace tessaly::bench;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int Rounds = 3;
+constexpr int StopAfter = 100;  // ms
+
+std::size_t rowsLeft(const std::string& database) {
+    sqlite3* handle = openPlain(database);
+    sqlite3_stmt* count = prepare(handle,
+                                  "SELECT (SELECT count(*) FROM Image) + (SELECT count(*) FROM Series) + "
+                                  "(SELECT count(*) FROM Study) + (SELECT count(*) FROM Patient)");
+    requireOk(sqlite3_step(count), SQLITE_ROW, handle);
+    const auto rows = static_cast<std::size_t>(sqlite3_column_int64(count, 0));
+    sqlite3_finalize(count);
+    sqlite3_close(handle);
+    return rows;
+}
+
+// --- plain C ---------------------------------------------------------------------------------------------
+
+bool isThere(sqlite3* handle, sqlite3_stmt* join, const char* series, const char* file) {
+    sqlite3_bind_text(join, 1, series, -1, SQLITE_TRANSIENT);
+    bool found = false;
+    if (sqlite3_step(join) == SQLITE_ROW) {
+        char path[4096];
+        std::snprintf(path, sizeof path, "%s\\%s\\%s", textOf(join, 1), textOf(join, 0), file);
+        for (char* c = path; *c != '\0'; ++c)
+            *c = *c == '\\' ? '/' : *c;
+        struct stat status {};
+        const char* name = std::strrchr(path, '/') + 1;
+        found = *name != '.' && stat(path, &status) == 0 && S_ISREG(status.st_mode);
+    }
+    requireOk(sqlite3_reset(join), SQLITE_OK, handle);
+    return found;
+}
+
+void removeRow(sqlite3* handle, sqlite3_stmt* removal, const char* key) {
+    sqlite3_bind_text(removal, 1, key, -1, SQLITE_TRANSIENT);
+    requireOk(sqlite3_step(removal), SQLITE_DONE, handle);
+    sqlite3_reset(removal);
+}
+
+void checkImagesPlain(sqlite3* handle) {
+    sqlite3_stmt* walk = prepare(handle, "SELECT * FROM Image");
+    sqlite3_stmt* join = prepare(handle,
+                                 "SELECT Series.SeriesDir, Study.StudyPath from Study, Series "
+                                 "WHERE Series.SeriesInstanceUID=? "
+                                 "AND Study.StudyInstanceUID=Series.StudyInstanceUID");
+    sqlite3_stmt* removal = prepare(handle, "DELETE FROM Image WHERE SOPInstanceUID=?");
+    while (sqlite3_step(walk) == SQLITE_ROW) {
+        if (!isThere(handle, join, textOf(walk, 1), textOf(walk, 2)))
+            removeRow(handle, removal, textOf(walk, 0));
+    }
+    for (sqlite3_stmt* statement : {walk, join, removal})
+        sqlite3_finalize(statement);
+}
+
+void checkOwnersPlain(sqlite3* handle, const char* walkText, const char* testText, const char* removalText) {
+    sqlite3_stmt* walk = prepare(handle, walkText);
+    sqlite3_stmt* test = prepare(handle, testText);
+    sqlite3_stmt* removal = prepare(handle, removalText);
+    while (sqlite3_step(walk) == SQLITE_ROW) {
+        sqlite3_bind_text(test, 1, textOf(walk, 0), -1, SQLITE_TRANSIENT);
+        requireOk(sqlite3_step(test), SQLITE_ROW, handle);
+        const bool empty = sqlite3_column_int(test, 0) == 0;
+        sqlite3_reset(test);
+        if (empty)
+            removeRow(handle, removal, textOf(walk, 0));
+    }
+    for (sqlite3_stmt* statement : {walk, test, removal})
+        sqlite3_finalize(statement);
+}
+
+std::size_t repairPlain(const std::string& database) {
+    sqlite3* handle = openPlain(database);
+    runPlain(handle, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL");
+    for (const char* table : {"Image", "Series", "Study", "Patient"})
+        runPlain(handle, std::string{"SELECT Count(*) as Num FROM "} + table);
+    checkImagesPlain(handle);
+    checkOwnersPlain(handle, "SELECT SeriesInstanceUID FROM Series",
+                     "SELECT COUNT(*) AS NumImg FROM Image Where SeriesInstanceUID=?",
+                     "DELETE FROM Series WHERE SeriesInstanceUID=?");
+    checkOwnersPlain(handle, "SELECT * FROM Study",
+                     "SELECT COUNT(*) AS NumSeries FROM Series Where StudyInstanceUID=?",
+                     "DELETE FROM Study WHERE StudyInstanceUID=?");
+    checkOwnersPlain(handle, "SELECT * FROM Patient",
+                     "SELECT COUNT(*) AS NumStudies FROM [Study] WHERE IDPatient=?",
+                     "DELETE FROM Patient WHERE ID=?");
+    sqlite3_close(handle);
+    return 0;
+}
+
+// --- the console's own -----------------------------------------------------------------------------------
+
+/// A main window without a server.
+class NoWindow : public MainWindowOperations {
+  public:
+    void TerminateServer() override {}
+    void DropServer() override {}
+    void setConnectionTimerEnabled(bool /*enabled*/) override {}
+    void RefreshServerState() override {}
+    void LoadNodes() override {}
+    void LoadFTPNodes() override {}
+    void LoadPortNodes(const QString& /*port*/) override {}
+    void LoadPorts() override {}
+    void LoadDicomPrinters() override {}
+    void LoadUsers() override {}
+    void LoadSiteData() override {}
+    [[nodiscard]] QString selectedPort() const override { return {}; }
+    void setImageRoot(const QString& /*root*/) override {}
+};
+
+/// Answers every message box at once: OK, or No to the question that ends the pass.
+class Answers : public QObject {
+  public:
+    Answers() { qApp->installEventFilter(this); }
+    int boxes = 0;
+
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::Show) {
+            if (auto* box = qobject_cast<QMessageBox*>(watched)) {
+                ++boxes;
+                QTimer::singleShot(0, box, [box] { box->buttons().last()->click(); });
+            }
+        }
+        return QObject::eventFilter(watched, event);
+    }
+};
+
+/// The form on a database, shown, in an application of its own. For use in a child process.
+template <class Body>
+auto withForm(const std::string& database, Body body) {
+    int count = 1;
+    std::string name = "bench_repair";
+    char* arguments[] = {name.data(), nullptr};
+    QApplication application{count, arguments};
+    db::Connection& connection = Globals::DbConnection();
+    connection.setConnectString(connectStringOf(database));
+    connection.setCursorDriver(db::Connection::CursorDriver::Odbc);
+    connection.establish();
+    NoWindow window;
+    auto result = [&] {
+        maintenance::frmRepairDB form{window, nullptr};
+        form.show();
+        QCoreApplication::processEvents();
+        return body(form);
+    }();
+    connection.close();
+    return result;
+}
+
+Result repairByForm(const std::string& database) {
+    return withForm(database, [](maintenance::frmRepairDB& form) {
+        Answers answers;
+        return measure([&] {
+            form.Repair();
+            return std::size_t{0};
+        });
+    });
+}
+
+/// The checks with all that the form does for a row but the boxes, which wait for a user.
+Result repairWithoutBoxes(const std::string& database) {
+    return withForm(database, [](maintenance::frmRepairDB& form) {
+        using maintenance::Check;
+        maintenance::SharedRead read{Globals::DbConnection()};
+        maintenance::PassEvents events{read, form};
+        const maintenance::RepairCallbacks callbacks{.missingFile = [] {},
+                                                     .rowDone = [&] { events.handle(); },
+                                                     .stopRequested = [] { return false; },
+                                                     .reading = [&] { events.handleOwn(); }};
+        return measure([&] {
+            for (const Check check : {Check::Images, Check::Series, Check::Studies, Check::Patients})
+                maintenance::runCheck(Globals::DbConnection(), read, check, callbacks);
+            return std::size_t{0};
+        });
+    });
+}
+
+struct Answering {
+    double longestGap = 0;  ///< ms between two turns of the window's events
+    double stop = 0;        ///< ms from the click on Stop to the end of the pass
+};
+
+/// Lets the pass run for that many milliseconds, then stops it.
+Answering answering(const std::string& database, int stopAfter) {
+    return withForm(database, [stopAfter](maintenance::frmRepairDB& form) {
+        Answering found;
+        Answers answers;
+        QElapsedTimer gap;
+        QElapsedTimer sinceStop;
+        QTimer turn;  // due in every turn of the events
+        QObject::connect(&turn, &QTimer::timeout, &form, [&] {
+            if (sinceStop.isValid())
+                return;
+            found.longestGap = std::max(found.longestGap, static_cast<double>(gap.nsecsElapsed()) / 1e6);
+            gap.start();
+        });
+        QTimer::singleShot(stopAfter, &form, [&] {
+            sinceStop.start();
+            form.findChild<QAbstractButton*>(QStringLiteral("cmdStop"))->click();
+        });
+        gap.start();
+        turn.start(0);
+        form.CheckImages();
+        found.stop = static_cast<double>(sinceStop.nsecsElapsed()) / 1e6;
+        return found;
+    });
+}
+
+// --- the table -------------------------------------------------------------------------------------------
+
+/// Runs one way on a fresh copy of the database, several times.
+template <class Way>
+Result best(const std::string& database, Way way) {
+    const std::string copy = database + ".copy.mdb";
+    Result result;
+    for (int round = 0; round < Rounds; ++round) {
+        fs::copy_file(database, copy, fs::copy_options::overwrite_existing);
+        Result next = inChild([&] { return way(copy); });
+        next.proof = inChild([&] { return Result{.proof = rowsLeft(copy)}; }).proof;
+        result = round == 0 ? next : better(result, next);
+    }
+    fs::remove(copy);
+    return result;
+}
+
+void compare(const char* what, int rows, const std::string& database,
+             const std::function<Result(const std::string&)>& own) {
+    const Result c =
+        best(database, [](const std::string& copy) { return measure([&] { return repairPlain(copy); }); });
+    const Result console = best(database, own);
+    if (c.proof != console.proof)
+        throw std::runtime_error("the two ways left different rows");
+    std::printf("%9d  %-20s  %7.3f s  %7.0f rows/s  %5.1f MB   %7.3f s  %7.0f rows/s  %5.1f MB   %5.2f\n",
+                rows, what, c.processor, rows / c.processor, c.megabytes, console.processor,
+                rows / console.processor, console.megabytes, console.processor / c.processor);
+    std::fflush(stdout);
+}
+
+void run(int images) {
+    const TemporaryFolder folder;
+    const BigArchive archive{folder.path + "/archive.mdb", folder.path + "/files", images};
+    (void)inChild([&] {
+        archive.writeTables();
+        archive.writeFiles();
+        return Result{};
+    });
+    compare("nothing to remove", images, archive.database, repairByForm);
+    const Answering answer = inChild([&] { return answering(archive.database, StopAfter); });
+    (void)inChild([&] {
+        archive.loseFiles();
+        return Result{};
+    });
+    compare("one in ten to remove", images, archive.database, repairWithoutBoxes);
+    std::printf("           longest wait of the window %.2f ms, of Stop %.2f ms\n", answer.longestGap,
+                answer.stop);
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    constexpr int Small = 10'000;
+    constexpr int Large = 1'000'000;
+    try {
+        std::printf(
+            "   images  pass                  plain C, processor time          "
+            "    console, processor time              ratio\n");
+        run(Small);
+        run(argc > 1 ? std::atoi(argv[1]) : Large);
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "bench_repair: %s\n", error.what());
+        return 1;
+    }
+}
