@@ -1,0 +1,21 @@
+// Numbers of a port's limit of connections, as they are typed.
+
+#include <QString>
+#include <cmath>
+#include <exception>
+
+#include "network/ShortNumber.h"
+#include "tests/fuzz/Fuzz.h"
+
+void tessaly::fuzz::tryInput(std::string_view input) {
+    const QString text = QString::fromUtf8(input.data(), static_cast<qsizetype>(input.size()));
+    bool isNumber = false;
+    const double exact = text.trimmed().toDouble(&isNumber);
+    try {
+        const auto number = network::shortNumber(text);
+        require(isNumber && std::abs(exact - number) <= 0.5);
+        require(network::shortNumber(QString::number(number)) == number);
+    } catch (const std::exception&) {
+        require(!isNumber || !(exact > -32768.5 && exact < 32767.5));
+    }
+}
