@@ -21,8 +21,7 @@ constexpr unsigned long EndPoll = 10;
 }  // namespace
 
 DBusServer::DBusServer(std::shared_ptr<ServerBus> bus)
-    : bus_(std::move(bus)),
-      proxy_(bus_->startServer(), QLatin1StringView{ObjectPath}, bus_->connection(), nullptr) {
+    : bus_(std::move(bus)), proxy_(bus_->startServer(), ObjectPath, bus_->connection(), nullptr) {
     proxy_.setTimeout(ServerBus::CallLimit);
     connect(&proxy_, &ServerProxy::OnConnection, this, &Server::OnConnection);
     connect(&proxy_, &ServerProxy::OnEndConnection, this, &Server::OnEndConnection);

@@ -44,11 +44,11 @@ QString ServerBus::startServer() {
         QDBusConnection::disconnectFromBus(name_);
         connection_ = QDBusConnection::connectToBus(QDBusConnection::SessionBus, name_);
     }
-    const QDBusMessage start = busCall(u"StartServiceByName"_s, {QLatin1StringView{ServiceName}, 0U});
+    const QDBusMessage start = busCall(u"StartServiceByName"_s, {ServiceName, 0U});
     const QDBusMessage started = connection_.call(start, QDBus::Block, CallLimit);
     if (started.type() != QDBusMessage::ReplyMessage)
         fail(QDBusError{started}, start);
-    const QString process = owner();
+    QString process = owner();
     if (process.isEmpty())
         tessaly::server::fail(u"The server ended while it was started"_s);
     if (process == renounced_)
@@ -57,8 +57,8 @@ QString ServerBus::startServer() {
 }
 
 QString ServerBus::owner() const {
-    const QDBusMessage reply = connection_.call(busCall(u"GetNameOwner"_s, {QLatin1StringView{ServiceName}}),
-                                                QDBus::Block, CallLimit);
+    const QDBusMessage reply =
+        connection_.call(busCall(u"GetNameOwner"_s, {ServiceName}), QDBus::Block, CallLimit);
     return reply.type() == QDBusMessage::ReplyMessage ? reply.arguments().value(0).toString() : QString{};
 }
 

@@ -33,7 +33,7 @@ class FakeObject : public QObject, protected QDBusContext {
     void Start() { obey("Start", 0); }
     void Stop() { obey("Stop", 2); }
     void Restart() { obey("Restart", 0); }
-    int GetStatus(int& openAssociations, int& portsBound) {
+    int GetStatus(int& openAssociations, int& portsBound) const {
         QThread::msleep(delay_);
         openAssociations = 3;
         portsBound = 1;

@@ -1,12 +1,11 @@
 #include "tests/server/FakeServer.h"
 
-#include <signal.h>
-
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QFile>
 #include <QSet>
+#include <csignal>
 #include <stdexcept>
 
 #include "server/DBusNames.h"
@@ -17,7 +16,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString Name = QLatin1StringView{server::ServiceName};
+const QString Name = server::ServiceName;
 
 }  // namespace
 
@@ -50,8 +49,7 @@ void FakeServer::withdraw() {
 }
 
 void FakeServer::tell(const QString& method, const QVariantList& arguments) const {
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        Name, QLatin1StringView{server::ObjectPath} + u"/script"_s, {}, method);
+    QDBusMessage call = QDBusMessage::createMethodCall(Name, server::ObjectPath + u"/script"_s, {}, method);
     call.setAutoStartService(false);
     call.setArguments(arguments);
     const QDBusMessage reply = QDBusConnection::sessionBus().call(call);

@@ -18,10 +18,9 @@ int main(int argc, char* argv[]) {
                 QCoreApplication::instance(), SLOT(quit()));
     test::FakeObject object{arguments.at(1)};
     new ServerAdaptor{&object};
-    const QString path = QLatin1StringView{server::ObjectPath};
-    const bool served =
-        bus.registerObject(path, &object, QDBusConnection::ExportAdaptors) &&
-        bus.registerObject(path + u"/script"_s, &object, QDBusConnection::ExportAllSlots) &&
-        (arguments.contains(u"silent"_s) || bus.registerService(QLatin1StringView{server::ServiceName}));
+    const QString path = server::ObjectPath;
+    const bool served = bus.registerObject(path, &object, QDBusConnection::ExportAdaptors) &&
+                        bus.registerObject(path + u"/script"_s, &object, QDBusConnection::ExportAllSlots) &&
+                        (arguments.contains(u"silent"_s) || bus.registerService(server::ServiceName));
     return served ? QCoreApplication::exec() : 1;
 }

@@ -45,10 +45,11 @@ class ConnectionMonitorTest : public QObject {
                 window().find<QLabel>(u"stsBarIcon1"_s).property("key").toString(),
                 window().text(u"stsBarText2"_s)};
     }
-    void connection(const QString& port, const QString& calling, const QString& called, short total = 1) {
+    void connection(const QString& port, const QString& calling, const QString& called,
+                    short total = 1) const {
         Q_EMIT script_.current->OnConnection(port, calling, called, total);
     }
-    void end(const QString& port, const QString& calling, const QString& called) {
+    void end(const QString& port, const QString& calling, const QString& called) const {
         Q_EMIT script_.current->OnEndConnection(port, calling, called, 0);
     }
 

@@ -200,7 +200,7 @@ void ServerProcessTest::closingDoesNotWaitForAHungServer() {
     time.start();
     QVERIFY(window_->close());
     window_.reset();
-    QVERIFY(time.elapsed() < 2 * server::ServerBus::CallLimit);
+    QVERIFY(time.elapsed() < 2LL * server::ServerBus::CallLimit);
     QVERIFY(script.isDone());
     QCOMPARE(takeConsoleEnd(), std::optional{0});
 }
