@@ -28,26 +28,32 @@ std::string quotient(int divisor) {
 
 }  // namespace
 
-void BigArchive::writeTables() const {
+void BigArchive::writeStudies() const {
     sqlite3* handle = openPlain(database);
     runPlain(handle, "PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF");
-    runPlain(handle,
-             std::string{schema::engine("SQLite").tables} + "; BEGIN;" +
-                 insert("Patient", "i, 'P'||i, 'Name^'||i, '19700101', 'O'", patients()) +
-                 insert("Study",
-                        uid(1, "i") + "," + quotient(StudiesPerPatient) + ",'" + root +
-                            "\\'||i, i, '20060102', '120000', 'A'||i, 'Thorax'",
-                        studies()) +
-                 insert("Series",
-                        uid(2, "i") + "," + uid(1, quotient(SeriesPerStudy)) + ", 'S'||i, 'CT', i, 'Axial'",
-                        series()) +
-                 insert("Image",
-                        uid(3, "i") + "," + uid(2, quotient(ImagesPerSeries)) + ", 'I'||(i%" +
-                            std::to_string(FilesPerSeries) +
-                            ")||'.dcm', '1.2.840.10008.5.1.4.1.1.2', '1.2.840.10008.1.2.1', i%" +
-                            std::to_string(ImagesPerSeries),
-                        images) +
-                 "COMMIT");
+    runPlain(handle, std::string{schema::engine("SQLite").tables});
+    runPlain(handle, insert("Patient", "i, 'P'||i, 'Name^'||i, '19700101', 'O'", patients()));
+    runPlain(handle, insert("Study",
+                            uid(1, "i") + "," + quotient(StudiesPerPatient) + ",'" + root +
+                                "\\'||i, i, '20060102', '120000', 'A'||i, 'Thorax'",
+                            studies()));
+    sqlite3_close(handle);
+}
+
+void BigArchive::writeTables() const {
+    writeStudies();
+    sqlite3* handle = openPlain(database);
+    runPlain(handle, "PRAGMA synchronous=OFF");
+    runPlain(
+        handle,
+        insert("Series", uid(2, "i") + "," + uid(1, quotient(SeriesPerStudy)) + ", 'S'||i, 'CT', i, 'Axial'",
+               series()));
+    runPlain(handle, insert("Image",
+                            uid(3, "i") + "," + uid(2, quotient(ImagesPerSeries)) + ", 'I'||(i%" +
+                                std::to_string(FilesPerSeries) +
+                                ")||'.dcm', '1.2.840.10008.5.1.4.1.1.2', '1.2.840.10008.1.2.1', i%" +
+                                std::to_string(ImagesPerSeries),
+                            images));
     sqlite3_close(handle);
 }
 

@@ -20,6 +20,9 @@ struct BigArchive {
     [[nodiscard]] int studies() const { return series() / SeriesPerStudy; }
     [[nodiscard]] int patients() const { return studies() / StudiesPerPatient; }
 
+    /// The database with its tables, patients and studies.
+    void writeStudies() const;
+    /// The same with series and images.
     void writeTables() const;
     void writeFiles() const;
     /// Deletes the files of every tenth patient.
