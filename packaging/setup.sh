@@ -47,6 +47,6 @@ install_packages() {
 }
 
 build() {  # PRESET
-    [[ -e $top/build/$1/build.ninja ]] || cmake -S "$top" --preset "$1" || die "The build cannot be set up"
+    [[ $top/build/$1/build.ninja -nt $top/CMakePresets.json ]] || cmake -S "$top" --preset "$1" || die "The build cannot be set up"
     (cd "$top" && cmake --build --preset "$1") || die "The build failed"
 }

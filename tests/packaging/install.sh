@@ -16,13 +16,15 @@ export XDG_RUNTIME_DIR=$scratch/runtime TESSALY_CLOSE=$scratch/close
 mkdir -m 700 "$XDG_RUNTIME_DIR"
 bus=
 console=
+server=
 root=$scratch/root
 mkdir "$root"
 
 end_everything() {
-    [[ -z $console ]] || kill "$console" 2>/dev/null || true
-    # The bus takes what it started with it only when that looks at the bus; the server does.
-    [[ -z $bus ]] || kill "$bus" 2>/dev/null || true
+    local pid
+    for pid in $console $server $bus; do
+        kill "$pid" 2>/dev/null || true
+    done
     wait
     [[ -z ${own_mounts:-} ]] || umount --recursive --lazy "$root" "$scratch/changes" 2>/dev/null || true
     rm -rf "$scratch"
@@ -42,13 +44,13 @@ whole_system() {
     done
 }
 if [[ -n ${own_mounts:-} ]] && whole_system; then
-    inside() { chroot "$root" "$@"; }
+    inside=(chroot "$root")
     # Whoever makes a session has its bus; here it is the test's own.
-    dpkg_there() { inside dpkg --ignore-depends=dbus-user-session,dbus-session-bus "$@"; }
+    dpkg_there() { "${inside[@]}" dpkg --ignore-depends=dbus-user-session,dbus-session-bus "$@"; }
     turn_paths() { :; }
 else
     own_mounts=
-    inside() { PATH=$root/usr/bin:$PATH "$@"; }
+    inside=(env "PATH=$root/usr/bin:$PATH")
     mkdir -p "$root"/var/lib/dpkg/{info,updates,triggers}
     touch "$root/var/lib/dpkg/status"
     dpkg_there() {
@@ -84,11 +86,11 @@ grep -qx /usr/bin/tessalyd <<<"$(printf '%s\n' "${installed[@]}")" || fail "the 
 turn_paths
 
 # --- Set up, twice: the second time there is nothing to do.
-run inside tessaly-setup
+run "${inside[@]}" tessaly-setup
 expect_success
 password=$(sed -n 's/^Password of admin: //p' "$scratch/out")
 [[ -n $password ]] || fail "no password"
-run inside tessaly-setup
+run "${inside[@]}" tessaly-setup
 expect_success
 ! grep -q Password "$scratch/out" || fail "sets up again"
 
@@ -114,7 +116,7 @@ cat >"$scratch/bus.conf" <<END
   </policy>
 </busconfig>
 END
-inside dbus-daemon --nofork --nopidfile --config-file="$scratch/bus.conf" 2>"$scratch/bus.log" &
+"${inside[@]}" dbus-daemon --nofork --nopidfile --config-file="$scratch/bus.conf" 2>"$scratch/bus.log" &
 bus=$!
 eventually test -S "$scratch/bus"
 export DBUS_SESSION_BUS_ADDRESS=unix:path=$scratch/bus
@@ -123,7 +125,7 @@ export DBUS_SESSION_BUS_ADDRESS=unix:path=$scratch/bus
 command=$(sed -n 's/^Exec=//p' "$root/usr/share/applications/org.tessaly.Configuration.desktop")
 cp -r "$3" "$scratch/plugins"
 QT_PLUGIN_PATH=$scratch/plugins QT_QPA_GENERIC_PLUGINS=visitor TESSALY_PASSWORD=$password \
-    inside sh -c "exec $command" >"$scratch/console" 2>"$scratch/err" </dev/null &
+    "${inside[@]}" sh -c "exec $command" >"$scratch/console" 2>"$scratch/err" </dev/null &
 console=$!
 eventually says 'state Listening'
 server=$(dbus-send --session --print-reply=literal --dest=org.freedesktop.DBus / \
@@ -157,7 +159,7 @@ wait "$console" || status=$?
 console=
 [[ $status == 0 ]] || fail "the console's exit status is $status"
 ! grep -q '^box' "$scratch/console" || fail "the console: $(<"$scratch/console")"
-dbus-send --session --dest=org.tessaly.Server /org/tessaly/Server org.tessaly.Server1.Terminate
+dbus-send --session --print-reply --dest=org.tessaly.Server /org/tessaly/Server org.tessaly.Server1.Terminate >/dev/null
 eventually test ! -e "/proc/$server"
 
 # --- Remove: all that was installed goes, all that is the user's stays.
