@@ -122,6 +122,9 @@ int main(int argc, char* argv[]) {
         album.keep(window, u"page-"_s + pages.at(i));
     }
     for (const Picture& picture : QList<Picture>{
+             {0, u"cmdModifyNode"_s, u"DicomNode"_s, u"dialog-node"_s},
+             {1, u"cmdEditPort"_s, u"DicomPort"_s, u"dialog-port"_s},
+             {1, u"cmdAddPortNode"_s, u"PortNodesSelection"_s, u"dialog-port-nodes"_s},
              {2, u"cmdFTPModify"_s, u"FTPNode"_s, u"dialog-ftp-node"_s},
              {4, u"cmdModifyUser"_s, u"frmUser"_s, u"dialog-user"_s},
              {6, u"cmdModifyPrinter"_s, u"frmDcmPrinter"_s, u"dialog-printer"_s},

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <future>
 #include <optional>
 #include <stdexcept>
 
@@ -77,10 +76,10 @@ void writeCompacted(SqliteFile& source, const fs::path& temporary) {
 /// The old file goes only when the new one is known to be sound: every page of every tree, every row. That
 /// the indexes hold the table's rows is not looked up again: the engine copies them entry by entry, and the
 /// look-up takes longer than the compaction.
-void checkCompacted(const fs::path& temporary, bool writeAhead) {
+void checkCompacted(const fs::path& temporary, bool writeAhead, const std::function<void()>& breathe) {
     constexpr const char* Map =
         "PRAGMA mmap_size=1099511627776";  // the pages were just written: no second copy
-    SqliteFile copy{temporary};
+    SqliteFile copy{temporary, breathe};
     copy.run("PRAGMA locking_mode=EXCLUSIVE");
     copy.run(Map);
     if (writeAhead)
@@ -102,7 +101,7 @@ fs::path besideTarget(const fs::path& temporary, const fs::path& target) {
 /// Whoever refused us the file has it open and may refuse this too; then the mode is his to choose.
 void restoreWriteAhead(const fs::path& database) noexcept {
     try {
-        SqliteFile{database}.run("PRAGMA journal_mode=wal");
+        SqliteFile{database, [] {}}.run("PRAGMA journal_mode=wal");
     } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch)
     }
 }
@@ -134,19 +133,17 @@ fs::path temporaryPathOf(const fs::path& database) {
     return path.substr(0, extension) + "2.mdb";
 }
 
-void compactDatabase(const fs::path& database) {
+void compactDatabase(const fs::path& database, const std::function<void()>& breathe) {
     const fs::path temporary = temporaryPathOf(fs::absolute(database));
     const fs::path target = fs::canonical(database);
     removeStale(temporary, target);
 
     const bool leases = isAlone(FileLease{target});
-    std::optional<SqliteFile> source{std::in_place, target};
+    std::optional<SqliteFile> source{std::in_place, target, breathe};
     const bool writeAhead = lockAlone(*source);
     writeCompacted(*source, temporary);
-    // Beside the check: both take their time.
-    auto flushed = std::async(std::launch::async, flushFile, temporary);
-    checkCompacted(temporary, writeAhead);
-    flushed.get();
+    startFlush(temporary);  // the disk works while the check reads
+    checkCompacted(temporary, writeAhead, breathe);
     const fs::path staged = besideTarget(temporary, target);
     copyAttributes(target, staged);
     flushFile(staged);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 
 namespace tessaly::maintenance {
 
@@ -14,7 +15,9 @@ namespace tessaly::maintenance {
 /// the file is no database, when any process has it open, when there is no room, no right, no sound copy.
 /// Killed or powered off at any instant it leaves the old database or the new one, whole, at the path.
 ///
-/// Needs no user interface and may run on a thread of its own; this process must not have the file open.
-void compactDatabase(const std::filesystem::path& database);
+/// `breathe` is called now and then while the engine works, so that a window can repaint; it must not throw.
+/// This process must not have the file open.
+void compactDatabase(
+    const std::filesystem::path& database, const std::function<void()>& breathe = [] {});
 
 }  // namespace tessaly::maintenance

@@ -67,6 +67,14 @@ void copyAttributes(const fs::path& model, const fs::path& file) {
     }
 }
 
+void startFlush(const fs::path& file) noexcept {
+    const int descriptor = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        return;
+    sync_file_range(descriptor, 0, 0, SYNC_FILE_RANGE_WRITE);
+    close(descriptor);
+}
+
 void flushFile(const fs::path& file) {
     flush(file, 0);
 }

@@ -10,6 +10,10 @@ namespace tessaly::maintenance {
 /// Gives `file` the owner, the mode, the access list and the user attributes of `model`.
 void copyAttributes(const std::filesystem::path& model, const std::filesystem::path& file);
 
+/// Lets the system begin to write the file's content to the disk and returns at once, so that flushFile() has
+/// less to wait for. Promises nothing.
+void startFlush(const std::filesystem::path& file) noexcept;
+
 /// Returns when the file's content and attributes are on the disk.
 void flushFile(const std::filesystem::path& file);
 

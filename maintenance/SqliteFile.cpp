@@ -7,9 +7,24 @@
 
 namespace tessaly::maintenance {
 
-SqliteFile::SqliteFile(const std::filesystem::path& path) {
-    if (sqlite3_open_v2(path.c_str(), &handle_, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK)
+namespace {
+
+constexpr int StepsPerBreath = 10'000;  // about a millisecond's work
+
+int callBreathe(void* breathe) {
+    (*static_cast<const std::function<void()>*>(breathe))();
+    return 0;  // go on
+}
+
+}  // namespace
+
+SqliteFile::SqliteFile(const std::filesystem::path& path, const std::function<void()>& breathe) {
+    if (sqlite3_open_v2(path.c_str(), &handle_, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+        // SQLite hands the pointer back as it is, though its prototype lacks const.
+        sqlite3_progress_handler(handle_, StepsPerBreath, callBreathe,
+                                 const_cast<std::function<void()>*>(&breathe));
         return;
+    }
     const std::string description = sqlite3_errmsg(handle_);
     sqlite3_close(handle_);
     throw std::runtime_error(description);

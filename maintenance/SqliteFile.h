@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 
 struct sqlite3;
@@ -12,7 +13,9 @@ namespace tessaly::maintenance {
 class SqliteFile {
   public:
     /// Opens an existing file for reading and writing. Whether it is a database shows with the first run().
-    explicit SqliteFile(const std::filesystem::path& path);
+    /// `breathe` is called now and then while the engine works, every few thousand steps of a statement; it
+    /// must outlive the object, must not throw, and must not come back to it.
+    SqliteFile(const std::filesystem::path& path, const std::function<void()>& breathe);
     ~SqliteFile();
     SqliteFile(const SqliteFile&) = delete;
     SqliteFile& operator=(const SqliteFile&) = delete;

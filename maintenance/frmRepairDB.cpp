@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileDialog>
 #include <QGridLayout>
@@ -9,7 +10,6 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QThread>
-#include <future>
 #include <optional>
 
 #include "app/Globals.h"
@@ -159,13 +159,15 @@ bool frmRepairDB::waitForServer() {
 
 void frmRepairDB::CompactDatabaseFile() {
     try {
-        // Beside this thread, which repaints meanwhile and takes no input: whoever clicks waits, closing
-        // included.
-        auto work = std::async(std::launch::async, compactDatabase,
-                               std::filesystem::path{QFile::encodeName(databasePath_).toStdString()});
-        while (work.wait_for(Tick) != std::future_status::ready)
-            QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
-        work.get();
+        // The window repaints meanwhile and takes no input: whoever clicks waits, closing included.
+        QElapsedTimer sinceRepaint;
+        sinceRepaint.start();
+        compactDatabase(QFile::encodeName(databasePath_).toStdString(), [&sinceRepaint] {
+            if (sinceRepaint.hasExpired(Tick.count())) {
+                QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+                sinceRepaint.start();
+            }
+        });
     } catch (const std::exception& fault) {
         ui::messageBox(this, u"DBRepair: "_s + QString::fromUtf8(fault.what()));
     }

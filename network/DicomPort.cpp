@@ -45,6 +45,7 @@ DicomPort::DicomPort(MainWindowOperations& window, QWidget* parent)
     auto* browse = new QPushButton(u"..."_s, this);
     browse->setObjectName(u"cmdRootDir"_s);
     browse->setAutoDefault(false);
+    browse->setFixedWidth(2 * browse->sizeHint().height());
     connect(browse, &QPushButton::clicked, this, ui::handler([this] { cmdRootDir_Click(); }));
     rows->removeWidget(txtRoot_);
     auto* rootRow = new QHBoxLayout;

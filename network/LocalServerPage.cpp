@@ -22,10 +22,10 @@ LocalServerPage::LocalServerPage(MainWindowOperations& window, QWidget* parent)
       window_(window),
       ports_(new ui::ListPanel(u"lstPorts"_s,
                                {{.title = u"Port"_s, .inches = 0.8},
-                                {.title = u"AETitle"_s, .inches = 2},
+                                {.title = u"AETitle"_s, .inches = 2.3},
                                 {.title = u"Max. Connections"_s, .inches = 1.3},
                                 {.title = u"Decode"_s, .inches = 0.7, .alignment = Qt::AlignHCenter},
-                                {.title = u"Root dir"_s, .inches = 3}},
+                                {.title = u"Root dir"_s, .inches = 4}},
                                {.add = {u"cmdAddPort"_s, u"Add..."_s},
                                 .modify = {u"cmdEditPort"_s, u"Modify..."_s},
                                 .remove = {u"cmdDelPort"_s, u"Delete"_s}},
@@ -37,7 +37,12 @@ LocalServerPage::LocalServerPage(MainWindowOperations& window, QWidget* parent)
     lblAcceptedNodes_->setObjectName(u"lblAcceptedNodes"_s);
     portNodes_->list().setSelectionMode(QAbstractItemView::ExtendedSelection);
 
+    // The panels bring their own margins, which the label shares.
+    const int margin = portNodes_->layout()->contentsMargins().left();
+    lblAcceptedNodes_->setContentsMargins(margin, 0, margin, 0);
     auto* column = new QVBoxLayout(this);
+    column->setContentsMargins({});
+    column->setSpacing(0);
     column->addWidget(ports_, 1);
     column->addWidget(lblAcceptedNodes_);
     column->addWidget(portNodes_, 1);

@@ -1,0 +1,142 @@
+#include "tessalyd/ArchiveFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view Prefix = ".tessalyd-";
+constexpr std::string_view Suffix = ".part";
+
+[[noreturn]] void fail(const fs::path& path) {
+    throw std::system_error{errno, std::generic_category(), path.string()};
+}
+
+std::string temporaryName() {
+    static std::atomic<unsigned long long> last{0};
+    return std::string{Prefix} + std::to_string(::getpid()) + '-' + std::to_string(++last) +
+           std::string{Suffix};
+}
+
+void flushFolder(const fs::path& folder) {
+    const FileDescriptor handle{::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    if (!handle.isOpen() || ::fsync(handle.get()) < 0)
+        fail(folder);
+}
+
+/// Makes a folder that lasts; nothing happens when it is there.
+void makeFolder(const fs::path& folder) {
+    constexpr mode_t Mode = 0777;  // less the process's mask
+    if (::mkdir(folder.c_str(), Mode) == 0)
+        flushFolder(folder.parent_path());
+    else if (errno != EEXIST)
+        fail(folder);
+}
+
+}  // namespace
+
+fs::path nativePath(std::string_view stored) {
+    std::string path{stored};
+    std::replace(path.begin(), path.end(), '\\', '/');
+    return path;
+}
+
+bool isTemporaryName(std::string_view name) noexcept {
+    if (!name.starts_with(Prefix) || !name.ends_with(Suffix))
+        return false;
+    const std::string_view numbers = name.substr(Prefix.size(), name.size() - Prefix.size() - Suffix.size());
+    return !numbers.empty() && numbers.find_first_not_of("0123456789-") == std::string_view::npos;
+}
+
+ArchiveFile::ArchiveFile(fs::path folder, std::string name)
+    : folder_(std::move(folder)), name_(std::move(name)), temporary_(folder_ / temporaryName()) {
+    // A store that fails in another thread may take the empty folders away before the file is in them.
+    constexpr int Attempts = 5;
+    for (int attempt = 1; !file_.isOpen(); ++attempt) {
+        try {
+            makeFolders();
+            open();
+        } catch (const std::system_error& error) {
+            if (error.code() != std::errc::no_such_file_or_directory || attempt == Attempts) {
+                withdraw();
+                throw;
+            }
+        }
+    }
+}
+
+ArchiveFile::~ArchiveFile() {
+    if (stage_ != Stage::Kept)
+        withdraw();
+}
+
+void ArchiveFile::makeFolders() {
+    // The root is the administrator's: a mistyped one, or one that is not mounted, must fail.
+    makeFolder(folder_.parent_path());
+    makeFolder(folder_);
+}
+
+void ArchiveFile::open() {
+    constexpr mode_t Mode = 0666;  // less the process's mask
+    file_ = FileDescriptor{::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, Mode)};
+    if (!file_.isOpen())
+        fail(temporary_);
+    ::flock(file_.get(), LOCK_EX | LOCK_NB);  // where locks are not to be had, only the file's age tells
+}
+
+void ArchiveFile::write(std::span<const char> data) {
+    while (!data.empty()) {
+        const ssize_t written = ::write(file_.get(), data.data(), data.size());
+        if (written < 0 && errno != EINTR)
+            fail(temporary_);
+        if (written > 0)
+            data = data.subspan(static_cast<std::size_t>(written));
+    }
+}
+
+void ArchiveFile::publish() {
+    const fs::path final = folder_ / name_;
+    if (::fsync(file_.get()) < 0)
+        fail(temporary_);
+    if (::renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, final.c_str(), RENAME_EXCHANGE) == 0) {
+        stage_ = Stage::Replaced;
+    } else {
+        // Nothing there to change places with, or a file system that cannot: a file there is lost then even
+        // if this one is not kept.
+        if (::rename(temporary_.c_str(), final.c_str()) < 0)
+            fail(final);
+        stage_ = Stage::Published;
+    }
+    flushFolder(folder_);
+}
+
+void ArchiveFile::keep() noexcept {
+    if (stage_ == Stage::Replaced)
+        ::unlink(temporary_.c_str());
+    stage_ = Stage::Kept;
+    file_.reset();
+}
+
+void ArchiveFile::withdraw() noexcept {
+    const fs::path final = folder_ / name_;
+    if (stage_ == Stage::Replaced)
+        ::renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, final.c_str(), RENAME_EXCHANGE);
+    else if (stage_ == Stage::Published)
+        ::unlink(final.c_str());
+    ::unlink(temporary_.c_str());
+    ::rmdir(folder_.c_str());  // each only when nothing is in it
+    ::rmdir(folder_.parent_path().c_str());
+}
+
+}  // namespace tessaly::tessalyd

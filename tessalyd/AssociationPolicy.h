@@ -1,0 +1,31 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmnet/assoc.h>
+
+#include <optional>
+#include <string>
+
+#include "tessalyd/Configuration.h"
+
+namespace tessaly::tessalyd {
+
+/// Why an association is not accepted.
+enum class Refusal { CalledAETitle, CallingAETitle, LimitExceeded, NotListening };
+
+/// What the port's checks say of the two titles, both without blanks around them. Titles are compared with
+/// regard to case, as the standard has it.
+[[nodiscard]] std::optional<Refusal> checkTitles(const PortConfiguration& port, const std::string& calling,
+                                                 const std::string& called);
+
+/// Result, source and reason for the peer.
+[[nodiscard]] T_ASC_RejectParameters rejection(Refusal refusal);
+
+/// For the log.
+[[nodiscard]] const char* description(Refusal refusal);
+
+/// Answers each proposed presentation context: verification and every storage class that the toolkit knows,
+/// in the first of the proposed transfer syntaxes that this server takes: a sender names first what it has.
+void negotiate(T_ASC_Parameters* parameters);
+
+}  // namespace tessaly::tessalyd

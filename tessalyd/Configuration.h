@@ -1,0 +1,61 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "db/Connection.h"
+
+namespace tessaly::tessalyd {
+
+/// How much goes into the log; the values are those of DicomServer.LogLevel, and each level writes all that
+/// the one before it writes, and more.
+enum class LogLevel { Errors = 0, Normal = 1, Warnings = 2, Debug = 3 };
+
+/// A layer whose traffic is written into the log; the values are the bits of DicomServer.DumpLevel.
+enum class Dump : unsigned { Socket = 1, Dul = 2, Vr = 4, Association = 16 };
+
+struct LogOptions {
+    LogLevel level = LogLevel::Normal;
+    unsigned dumpBits = 0;
+
+    [[nodiscard]] bool dumps(Dump layer) const noexcept {
+        return (dumpBits & static_cast<unsigned>(layer)) != 0;
+    }
+};
+
+/// One row of the table Port with the callers that it accepts.
+struct PortConfiguration {
+    std::string port;  ///< as the table has it; events name the port by this text
+    std::string aeTitle;
+    int maxConnections = 0;
+    std::string root;
+    bool checkCallingAE = false;
+    bool checkCalledAE = false;
+    bool saveCompressed = true;
+    std::vector<std::string> acceptedCallers;  ///< AE titles
+
+    /// The TCP port; nothing when the text is no number from 1 to 65535.
+    [[nodiscard]] std::optional<std::uint16_t> number() const noexcept;
+};
+
+struct Configuration {
+    LogOptions log;
+    std::chrono::seconds queryTimeout{0};
+    std::vector<PortConfiguration> ports;  ///< in port order
+};
+
+/// Opens the configuration database. `settings` go before those of the data source: "Word=value", one or
+/// more, with semicolons between them. Throws db::Error.
+void openDatabase(db::Connection& connection, const std::string& settings = {});
+
+/// Reads everything that the server is configured by. Without a row of DicomServer its columns have the
+/// values above. Throws db::Error.
+[[nodiscard]] Configuration readConfiguration(const db::Connection& connection);
+
+/// An AE title without the blanks around it, which carry no meaning.
+[[nodiscard]] std::string trimmed(const std::string& title);
+
+}  // namespace tessaly::tessalyd

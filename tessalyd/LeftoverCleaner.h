@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace tessaly::tessalyd {
+
+/// Takes away the temporary files that a killed server left below the roots: beside the listening, from the
+/// constructor on, until it is through or destroyed. It looks where this server writes, two folders below a
+/// root, and touches only names that this server gives, of files that are older than itself and that no
+/// process is writing.
+class LeftoverCleaner {
+  public:
+    explicit LeftoverCleaner(std::vector<std::string> roots);
+
+  private:
+    std::jthread thread_;
+};
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <stop_token>
+#include <thread>
+
+#include "tessalyd/Configuration.h"
+#include "tessalyd/FileDescriptor.h"
+
+namespace tessaly::tessalyd {
+
+/// Accepts connections on one port, from the constructor to the destructor.
+class Listener {
+  public:
+    /// Takes an accepted socket; the token is stopped when the port is no longer listened on. Called in the
+    /// listener's thread, which waits for it.
+    using Accepted = std::function<void(FileDescriptor, const std::stop_token&)>;
+
+    /// Throws std::system_error when the port cannot be bound.
+    Listener(const PortConfiguration& port, Accepted accepted);
+    ~Listener();
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+  private:
+    void run(const std::stop_token& stop);
+
+    std::string name_;
+    Accepted accepted_;
+    FileDescriptor socket_;
+    std::jthread thread_;
+};
+
+}  // namespace tessaly::tessalyd

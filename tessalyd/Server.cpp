@@ -1,0 +1,101 @@
+#include "tessalyd/Server.h"
+
+#include <algorithm>
+#include <numeric>
+#include <system_error>
+
+#include "tessalyd/AssociationHandler.h"
+#include "tessalyd/Log.h"
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+/// Seconds for a connection's association request, and for a peer that is to close after an abort.
+constexpr int RequestPatience = 10;
+
+/// Connections beyond the ports' limits: those that are being rejected, or have not said yet what they want.
+constexpr std::size_t SpareThreads = 64;
+
+}  // namespace
+
+Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended)
+    : transport_(RequestPatience), open_(std::move(opened), std::move(ended)) {}
+
+Server::~Server() {
+    shutDown();
+}
+
+void Server::start() {
+    if (listening_)
+        return;
+    db::Connection connection;
+    openDatabase(connection);
+    const Configuration configuration = readConfiguration(connection);
+    configure(configuration);
+    for (const PortConfiguration& port : configuration.ports)
+        listen(port);
+    listening_ = true;
+    OFLOG_INFO(serverLog(),
+               "listening on " << portsBound_ << " of " << configuration.ports.size() << " ports");
+}
+
+void Server::configure(const Configuration& configuration) {
+    LogFile::apply(configuration.log);
+    index_.setWait(configuration.queryTimeout);
+    const auto limit =
+        std::accumulate(configuration.ports.begin(), configuration.ports.end(), SpareThreads,
+                        [](std::size_t sum, const PortConfiguration& port) {
+                            return sum + static_cast<std::size_t>(std::max(port.maxConnections, 0));
+                        });
+    threads_.setLimit(limit);
+    std::vector<std::string> roots;
+    for (const PortConfiguration& port : configuration.ports)
+        roots.push_back(port.root);
+    cleaner_.emplace(std::move(roots));
+}
+
+void Server::listen(const PortConfiguration& port) {
+    try {
+        auto shared = std::make_shared<const PortConfiguration>(port);
+        listeners_.push_back(std::make_unique<Listener>(
+            port, [this, shared](FileDescriptor socket, const std::stop_token& listening) {
+                accept(shared, std::move(socket), listening);
+            }));
+        ++portsBound_;
+        OFLOG_INFO(serverLog(), "port " << port.port << ": listening as " << port.aeTitle);
+    } catch (const std::system_error& error) {
+        OFLOG_ERROR(serverLog(), "port " << port.port << ": cannot listen: " << error.what());
+    }
+}
+
+void Server::accept(const std::shared_ptr<const PortConfiguration>& port, FileDescriptor socket,
+                    const std::stop_token& listening) {
+    // Shared, because a std::function is to be copyable and the socket is not.
+    auto held = std::make_shared<FileDescriptor>(std::move(socket));
+    const bool started = threads_.start([this, port, held, listening](Interrupter& interrupter) {
+        AssociationHandler{{transport_, open_, index_}, port, interrupter, listening}.run(std::move(*held));
+    });
+    if (!started)
+        OFLOG_WARN(serverLog(), "port " << port->port << ": too many connections; one was closed");
+}
+
+void Server::stop() {
+    listeners_.clear();
+    portsBound_ = 0;
+    if (listening_.exchange(false))
+        OFLOG_INFO(serverLog(), "listening no more");
+}
+
+Server::Status Server::status() const {
+    return {.listening = listening_, .openAssociations = open_.total(), .portsBound = portsBound_};
+}
+
+void Server::shutDown() {
+    stop();
+    threads_.finish();
+    cleaner_.reset();
+    index_.close();
+}
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "tessalyd/ArchiveIndex.h"
+#include "tessalyd/AssociationThreads.h"
+#include "tessalyd/Configuration.h"
+#include "tessalyd/Decoder.h"
+#include "tessalyd/LeftoverCleaner.h"
+#include "tessalyd/Listener.h"
+#include "tessalyd/OpenAssociations.h"
+#include "tessalyd/Transport.h"
+
+namespace tessaly::tessalyd {
+
+/// The DICOM server: configuration, listeners, associations. start(), stop() and shutDown() take their time
+/// and belong to one thread at a time; everything else may be called from any.
+class Server {
+  public:
+    /// As OpenAssociations: called in the associations' threads.
+    Server(OpenAssociations::Event opened, OpenAssociations::Event ended);
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    /// Reads the configuration and listens on every port that can be bound; the others are in the log. Throws
+    /// db::Error when there is no configuration to be had: nothing listens then.
+    void start();
+    /// Listens no more; open associations go on.
+    void stop();
+
+    struct Status {
+        bool listening = false;
+        int openAssociations = 0;
+        int portsBound = 0;
+    };
+    [[nodiscard]] Status status() const;
+
+    /// Names all connections so far, for abortThrough().
+    [[nodiscard]] std::uint64_t latestConnection() const { return threads_.latest(); }
+    /// Aborts those that are still open.
+    void abortThrough(std::uint64_t connection) { threads_.interruptThrough(connection); }
+
+    /// Stops, aborts what is open, waits for its end and closes the database; the server is not used
+    /// afterwards.
+    void shutDown();
+
+  private:
+    void configure(const Configuration& configuration);
+    void listen(const PortConfiguration& port);
+    void accept(const std::shared_ptr<const PortConfiguration>& port, FileDescriptor socket,
+                const std::stop_token& listening);
+
+    Decoders decoders_;
+    Transport transport_;
+    OpenAssociations open_;
+    ArchiveIndex index_;
+    AssociationThreads threads_;
+    std::optional<LeftoverCleaner> cleaner_;
+    std::vector<std::unique_ptr<Listener>> listeners_;
+    std::atomic<bool> listening_{false};
+    std::atomic<int> portsBound_{0};
+};
+
+}  // namespace tessaly::tessalyd

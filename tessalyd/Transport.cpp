@@ -1,0 +1,179 @@
+#include "tessalyd/Transport.h"
+
+#include <dcmtk/dcmnet/dcmlayer.h>
+#include <dcmtk/dcmnet/dcmtrans.h>
+#include <dcmtk/dcmnet/dul.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <mutex>
+#include <stdexcept>
+
+#include "tessalyd/Log.h"
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+constexpr seconds SendPatience{30};
+
+void setFlag(int socket, int level, int option) {
+    constexpr int On = 1;
+    ::setsockopt(socket, level, option, &On, sizeof On);  // a kernel without it is only slower
+}
+
+class Connection final : public DcmTCPConnection {
+  public:
+    Connection(int socket, Interrupter& interrupter) : DcmTCPConnection(socket), interrupter_(interrupter) {
+        setFlag(socket, IPPROTO_TCP, TCP_NODELAY);
+        setFlag(socket, SOL_SOCKET, SO_KEEPALIVE);  // a peer that lost its power never says so
+        interrupter_.attach(socket);
+    }
+    ~Connection() override { letGo(); }
+
+    ssize_t read(void* target, size_t size) override {
+        if (begin_ == end_ && !fill())
+            return received_;
+        const std::size_t count = std::min(size, end_ - begin_);
+        std::memcpy(target, ahead_.data() + begin_, count);
+        begin_ += count;
+        return static_cast<ssize_t>(count);
+    }
+
+    ssize_t write(void* source, size_t size) override {
+        // The upper layer takes a part written for a failure, so that all of it goes or nothing.
+        const char* next = static_cast<const char*>(source);
+        const char* const end = next + size;
+        while (next != end) {
+            const ssize_t sent =
+                ::send(getSocket(), next, static_cast<std::size_t>(end - next), MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (sent > 0)
+                next += sent;
+            else if (errno == EAGAIN ? !wait(POLLOUT, SendPatience) : errno != EINTR)
+                return -1;
+        }
+        OFLOG_DEBUG(dumpLog(Dump::Socket), "socket " << getSocket() << ": sent " << size << " bytes");
+        return static_cast<ssize_t>(size);
+    }
+
+    OFBool networkDataAvailable(int timeout) override {
+        return begin_ != end_ || wait(POLLIN, seconds{timeout});
+    }
+
+    void close() override {
+        letGo();
+        DcmTCPConnection::close();
+    }
+    void closeTransportConnection() override {
+        letGo();
+        DcmTCPConnection::closeTransportConnection();
+    }
+
+  private:
+    /// False at the end of the data and on an error; received_ then is what a read returns.
+    bool fill() {
+        do {
+            received_ = ::recv(getSocket(), ahead_.data(), ahead_.size(), 0);
+        } while (received_ < 0 && errno == EINTR);
+        setFlag(getSocket(), IPPROTO_TCP, TCP_QUICKACK);  // holds for the next segments only
+        OFLOG_DEBUG(dumpLog(Dump::Socket),
+                    "socket " << getSocket() << ": received " << received_ << " bytes");
+        begin_ = 0;
+        end_ = received_ > 0 ? static_cast<std::size_t>(received_) : 0;
+        return end_ > 0;
+    }
+
+    bool wait(short event, seconds patience) {
+        const auto deadline = steady_clock::now() + patience;
+        pollfd wanted{.fd = getSocket(), .events = event, .revents = 0};
+        while (!interrupter_.interrupted()) {
+            const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+            const int ready =
+                ::poll(&wanted, 1, static_cast<int>(std::max(left.count(), milliseconds::rep{0})));
+            if (ready == 0 || (ready < 0 && errno != EINTR))
+                break;
+            if (ready > 0)
+                return !interrupter_.interrupted();
+        }
+        return false;
+    }
+
+    void letGo() {
+        interrupter_.detach();
+        if (getSocket() >= 0)
+            OFLOG_DEBUG(dumpLog(Dump::Socket), "socket " << getSocket() << ": closed");
+    }
+
+    Interrupter& interrupter_;
+    std::array<char, 65536> ahead_;
+    std::size_t begin_ = 0;
+    std::size_t end_ = 0;
+    ssize_t received_ = 0;
+};
+
+/// The toolkit takes an accepted socket through a variable of the whole process, and reads it before it asks
+/// its transport layer for a connection: from one to the other the handover belongs to one thread.
+struct Handover {
+    Interrupter& interrupter;
+    std::unique_lock<std::mutex> turn;
+    bool taken = false;
+};
+std::mutex handoverTurn;
+thread_local Handover* handover = nullptr;
+constexpr int NoSocket = -1;
+
+class Layer final : public DcmTransportLayer {
+  public:
+    DcmTransportConnection* createConnection(DcmNativeSocketType socket, OFBool /*secure*/) override {
+        handover->taken = true;
+        dcmExternalSocketHandle.set(NoSocket);
+        handover->turn.unlock();
+        return new Connection{socket, handover->interrupter};
+    }
+};
+
+}  // namespace
+
+Transport::Transport(int timeoutSeconds) {
+    dcmDisableGethostbyaddr.set(OFTrue);  // a look-up of the peer's name may take longer than its patience
+    // With a socket given from outside the toolkit opens no port of its own; any number will do here.
+    const std::lock_guard turn{handoverTurn};
+    dcmExternalSocketHandle.set(STDIN_FILENO + 1);
+    const OFCondition made = ASC_initializeNetwork(NET_ACCEPTOR, 0, timeoutSeconds, &network_);
+    dcmExternalSocketHandle.set(NoSocket);
+    if (made.bad())
+        throw std::runtime_error{made.text()};
+    ASC_setTransportLayer(network_, new Layer, OFTrue);
+}
+
+Transport::~Transport() {
+    ASC_dropNetwork(&network_);
+}
+
+OFCondition Transport::receive(FileDescriptor socket, Interrupter& interrupter, AssociationPtr& association) {
+    Handover mine{.interrupter = interrupter, .turn = std::unique_lock{handoverTurn}};
+    handover = &mine;
+    dcmExternalSocketHandle.set(socket.get());
+    T_ASC_Association* raw = nullptr;
+    const OFCondition received = ASC_receiveAssociation(network_, &raw, ASC_MAXIMUMPDUSIZE);
+    handover = nullptr;
+    association.reset(raw);
+    if (mine.taken)
+        static_cast<void>(socket.release());  // the connection closes it
+    else
+        dcmExternalSocketHandle.set(NoSocket);
+    return received;
+}
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,87 @@
+#include <sys/stat.h>
+
+#include <CLI/CLI.hpp>
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+
+#include "tessalyd/ControlObject.h"
+#include "tessalyd/EndSignals.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using namespace tessaly::tessalyd;
+
+std::filesystem::path stateFolder() {
+    if (const char* state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state != '\0')
+        return state;
+    const char* home = std::getenv("HOME");
+    return std::filesystem::path{home != nullptr ? home : "/"} / ".local" / "state";
+}
+
+int fail(const std::string& why) {
+    std::cerr << "tessalyd: " << why << '\n';
+    return EXIT_FAILURE;
+}
+
+int serve(const Options& options) {
+    EndSignals endSignals;  // before the bus, which makes a thread
+    const QString name = u"org.tessaly.Server"_s;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return fail("no session bus: " + bus.lastError().message().toStdString());
+    ControlObject control{bus, options};
+    // The object first: the call that started this process comes as soon as the name is owned.
+    bus.registerObject(u"/org/tessaly/Server"_s, &control);
+    if (!bus.registerService(name))
+        return fail("another process is org.tessaly.Server already");
+    QObject::connect(&endSignals, &EndSignals::received, &control, &ControlObject::Terminate);
+    QObject::connect(&control, &ControlObject::finished, qApp, &QCoreApplication::quit);
+    // Without its bus the server could not be controlled any more, and a new one could not have its ports.
+    bus.connect({}, u"/org/freedesktop/DBus/Local"_s, u"org.freedesktop.DBus.Local"_s, u"Disconnected"_s,
+                &control, SLOT(Terminate()));
+    try {
+        control.run();
+    } catch (const std::exception& fault) {
+        return fail(fault.what());
+    }
+    const int result = QCoreApplication::exec();
+    control.close();
+    bus.unregisterService(name);  // last: who waits for this may take the ports and the files at once
+    return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App commandLine{"The Tessaly DICOM server"};
+    Options options{.logFile = stateFolder() / "tessaly" / "tessalyd.log",
+                    .logBytes = 10L << 20U,
+                    .grace = std::chrono::seconds{15}};
+    std::string logFile = options.logFile;
+    long graceSeconds = options.grace.count();
+    commandLine.add_option("--log-file", logFile, "Log file")->capture_default_str();
+    commandLine.add_option("--log-size", options.logBytes, "Size in bytes at which a new log file is begun")
+        ->capture_default_str()
+        ->check(CLI::Range(200L << 10U, 1L << 40U));
+    commandLine
+        .add_option("--grace", graceSeconds,
+                    "Seconds that open associations have to end when the server is stopped")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 3600));
+    CLI11_PARSE(commandLine, argc, argv);
+    options.logFile = logFile;
+    options.grace = std::chrono::seconds{graceSeconds};
+
+    constexpr mode_t NotForOthers = 027;  // images and the log are of patients
+    umask(NotForOthers);
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow any more fails its write, not the server
+    QCoreApplication application{argc, argv};
+    return serve(options);
+}

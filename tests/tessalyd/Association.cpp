@@ -1,0 +1,162 @@
+#include "tests/tessalyd/Association.h"
+
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcostrmb.h>
+#include <dcmtk/dcmdata/dcuid.h>
+#include <dcmtk/dcmnet/assoc.h>
+#include <dcmtk/dcmnet/dul.h>
+
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+namespace tessaly::test {
+
+namespace {
+
+constexpr int Patience = 60;  // seconds
+
+void check(const OFCondition& condition) {
+    if (condition.bad())
+        throw std::runtime_error{condition.text()};
+}
+
+void writePdv(T_ASC_Association* association, T_ASC_PresentationContextID context, DUL_DATAPDV type,
+              bool last, const char* data, std::size_t size) {
+    DUL_PDV pdv{};
+    pdv.fragmentLength = size;
+    pdv.presentationContextID = context;
+    pdv.pdvType = type;
+    pdv.lastPDV = last ? OFTrue : OFFalse;
+    pdv.data = const_cast<char*>(data);
+    DUL_PDVLIST list{.count = 1, .scratch = nullptr, .scratchLength = 0, .abort = {}, .pdv = &pdv};
+    check(DUL_WritePDVs(&association->DULassociation, &list));
+}
+
+std::vector<char> bytesOf(DcmDataset& set, E_TransferSyntax syntax) {
+    std::vector<char> bytes(4U << 20U);
+    DcmOutputBufferStream stream{bytes.data(), static_cast<offile_off_t>(bytes.size())};
+    set.transferInit();
+    check(set.write(stream, syntax, EET_ExplicitLength, nullptr));
+    set.transferEnd();
+    bytes.resize(static_cast<std::size_t>(stream.tell()));
+    return bytes;
+}
+
+}  // namespace
+
+std::vector<Association::Context> Association::usual() {
+    return {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
+            {UID_CTImageStorage, {UID_LittleEndianExplicitTransferSyntax}}};
+}
+
+Association::Association(const QString& port, const std::string& calling, const std::string& called,
+                         const std::vector<Context>& contexts) {
+    check(ASC_initializeNetwork(NET_REQUESTOR, 0, Patience, &network_));
+    check(ASC_createAssociationParameters(&parameters_, ASC_MAXIMUMPDUSIZE));
+    ASC_setAPTitles(parameters_, calling.c_str(), called.c_str(), nullptr);
+    ASC_setPresentationAddresses(parameters_, "localhost", ("127.0.0.1:" + port.toStdString()).c_str());
+    int id = 1;
+    for (const Context& context : contexts) {
+        std::vector<const char*> syntaxes;
+        for (const std::string& syntax : context.transferSyntaxes)
+            syntaxes.push_back(syntax.c_str());
+        check(ASC_addPresentationContext(parameters_, static_cast<T_ASC_PresentationContextID>(id),
+                                         context.abstractSyntax.c_str(), syntaxes.data(),
+                                         static_cast<int>(syntaxes.size())));
+        id += 2;
+    }
+    opened_ = ASC_requestAssociation(network_, parameters_, &association_);
+}
+
+Association::~Association() {
+    if (association_ != nullptr)
+        ASC_destroyAssociation(&association_);  // with its parameters
+    else
+        ASC_destroyAssociationParameters(&parameters_);
+    ASC_dropNetwork(&network_);
+}
+
+T_ASC_RejectParameters Association::rejection() const {
+    T_ASC_RejectParameters rejected{};
+    ASC_getRejectParameters(parameters_, &rejected);
+    return rejected;
+}
+
+std::string Association::accepted(int index) const {
+    T_ASC_PresentationContext context;
+    check(ASC_getPresentationContext(parameters_, index, &context));
+    return context.resultReason == ASC_P_ACCEPTANCE ? context.acceptedTransferSyntax : "";
+}
+
+bool Association::echo() {
+    DIC_US status = 0xffff;
+    DcmDataset* detail = nullptr;
+    const OFCondition answered = DIMSE_echoUser(association_, association_->nextMsgID++, DIMSE_NONBLOCKING,
+                                                Patience, &status, &detail);
+    delete detail;
+    return answered.good() && status == STATUS_Success;
+}
+
+Association::Answer Association::store(DcmFileFormat& object, const std::optional<std::string>& instance,
+                                       const std::optional<std::string>& sopClass) {
+    DcmDataset& set = *object.getDataset();
+    OFString ownInstance;
+    OFString ownClass;
+    set.findAndGetOFString(DCM_SOPInstanceUID, ownInstance);
+    set.findAndGetOFString(DCM_SOPClassUID, ownClass);
+    T_DIMSE_C_StoreRQ request{};
+    request.MessageID = association_->nextMsgID++;
+    std::strncpy(request.AffectedSOPClassUID, sopClass.value_or(ownClass.c_str()).c_str(), DIC_UI_LEN);
+    std::strncpy(request.AffectedSOPInstanceUID, instance.value_or(ownInstance.c_str()).c_str(), DIC_UI_LEN);
+    request.DataSetType = DIMSE_DATASET_PRESENT;
+    request.Priority = DIMSE_PRIORITY_MEDIUM;
+    constexpr T_ASC_PresentationContextID Storage = 3;
+    T_DIMSE_C_StoreRSP response{};
+    DcmDataset* detail = nullptr;
+    const OFCondition answered = DIMSE_storeUser(association_, Storage, &request, nullptr, &set, nullptr,
+                                                 nullptr, DIMSE_NONBLOCKING, Patience, &response, &detail);
+    const std::unique_ptr<DcmDataset> owned{detail};
+    OFString comment;
+    if (owned)
+        owned->findAndGetOFString(DCM_ErrorComment, comment);
+    return {.arrived = answered.good(), .status = response.DimseStatus, .comment = comment.c_str()};
+}
+
+void Association::beginStore(const ObjectSpec& spec, int bytes) {
+    constexpr T_ASC_PresentationContextID Storage = 3;
+    DcmDataset command;
+    command.putAndInsertUint32(DCM_CommandGroupLength, 0);
+    command.putAndInsertString(DCM_AffectedSOPClassUID, UID_CTImageStorage);
+    command.putAndInsertUint16(DCM_CommandField, DIMSE_C_STORE_RQ);
+    command.putAndInsertUint16(DCM_MessageID, association_->nextMsgID++);
+    command.putAndInsertUint16(DCM_Priority, DIMSE_PRIORITY_MEDIUM);
+    command.putAndInsertUint16(DCM_CommandDataSetType, DIMSE_DATASET_PRESENT);
+    command.putAndInsertString(DCM_AffectedSOPInstanceUID, spec.instance.c_str());
+    command.computeGroupLengthAndPadding(EGL_recalcGL, EPD_noChange, EXS_LittleEndianImplicit,
+                                         EET_ExplicitLength);
+    const auto commandBytes = bytesOf(command, EXS_LittleEndianImplicit);
+    writePdv(association_, Storage, DUL_COMMANDPDV, true, commandBytes.data(), commandBytes.size());
+    const auto data = bytesOf(*makeObject(spec)->getDataset(), EXS_LittleEndianExplicit);
+    constexpr std::size_t Part = 16000;
+    for (std::size_t sent = 0; sent < static_cast<std::size_t>(bytes); sent += Part)
+        writePdv(association_, Storage, DUL_DATASETPDV, false, data.data() + sent, Part);
+}
+
+void Association::release() {
+    check(ASC_releaseAssociation(association_));
+}
+
+void Association::abort() {
+    check(ASC_abortAssociation(association_));
+}
+
+bool Association::waitForEnd() {
+    T_DIMSE_Message message{};
+    T_ASC_PresentationContextID context = 0;
+    const OFCondition end =
+        DIMSE_receiveCommand(association_, DIMSE_NONBLOCKING, Patience, &context, &message, nullptr);
+    return end == DUL_PEERABORTEDASSOCIATION || end == DUL_NETWORKCLOSED;
+}
+
+}  // namespace tessaly::test

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmnet/dimse.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/tessalyd/Objects.h"
+
+namespace tessaly::test {
+
+/// An association asked for from the test itself, over the toolkit's bare calls: what the tools of a package
+/// do not do, this does. Not released when it is destroyed: the connection just closes.
+class Association {
+  public:
+    struct Context {
+        std::string abstractSyntax;
+        std::vector<std::string> transferSyntaxes;
+    };
+    /// What is proposed unless a test says otherwise: verification and CT images.
+    [[nodiscard]] static std::vector<Context> usual();
+
+    explicit Association(const QString& port, const std::string& calling = "TESTER",
+                         const std::string& called = "TESSALY",
+                         const std::vector<Context>& contexts = usual());
+    ~Association();
+    Association(const Association&) = delete;
+    Association& operator=(const Association&) = delete;
+
+    [[nodiscard]] bool isOpen() const { return opened_.good(); }
+    /// Meaningful when the peer rejected it.
+    [[nodiscard]] T_ASC_RejectParameters rejection() const;
+    /// The transfer syntax accepted for the n-th proposed context; empty when it was refused.
+    [[nodiscard]] std::string accepted(int index) const;
+
+    [[nodiscard]] bool echo();
+
+    struct Answer {
+        bool arrived = false;
+        int status = -1;
+        std::string comment;
+    };
+    /// Sends the object. The class and instance of the command are the object's own unless given.
+    [[nodiscard]] Answer store(DcmFileFormat& object, const std::optional<std::string>& instance = {},
+                               const std::optional<std::string>& sopClass = {});
+    /// Sends a C-STORE request and only the beginning of its data set.
+    void beginStore(const ObjectSpec& spec, int bytes);
+
+    void release();
+    void abort();
+    /// True when the peer's abort, or its closing of the connection, comes within some seconds.
+    [[nodiscard]] bool waitForEnd();
+
+  private:
+    T_ASC_Network* network_ = nullptr;
+    T_ASC_Parameters* parameters_ = nullptr;
+    T_ASC_Association* association_ = nullptr;
+    OFCondition opened_;
+};
+
+}  // namespace tessaly::test

@@ -1,0 +1,156 @@
+#include "tests/tessalyd/Daemon.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <QDirIterator>
+#include <QFile>
+#include <QTest>
+#include <stdexcept>
+
+#include "tessalyd/FileDescriptor.h"
+
+using namespace Qt::StringLiterals;
+
+namespace tessaly::test {
+
+namespace {
+
+const QString Service = u"org.tessaly.Server"_s;
+
+QStringList below(const QString& folder, QDir::Filters filters) {
+    QStringList found;
+    for (QDirIterator entry{folder, filters | QDir::Hidden | QDir::NoDotAndDotDot,
+                            QDirIterator::Subdirectories};
+         entry.hasNext();)
+        found << entry.next();
+    found.sort();
+    return found;
+}
+
+}  // namespace
+
+QString freePort() {
+    const tessalyd::FileDescriptor socket{::socket(AF_INET, SOCK_STREAM, 0)};
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    socklen_t size = sizeof address;
+    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), size) < 0 ||
+        ::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &size) < 0)
+        throw std::runtime_error{"no free port"};
+    return QString::number(ntohs(address.sin_port));
+}
+
+Outcome run(const QString& program, const QStringList& arguments) {
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, arguments);
+    if (!process.waitForFinished(PatienceMs))
+        return {};
+    return {.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            .output = QString::fromLocal8Bit(process.readAll())};
+}
+
+Daemon::Daemon(const QList<PortRow>& ports)
+    : proxy(Service, u"/org/tessaly/Server"_s, QDBusConnection::sessionBus()), ports_(ports) {
+    database.run(u"DELETE FROM Port"_s);
+    for (const PortRow& port : ports_) {
+        database.run(u"INSERT INTO Port VALUES (?, ?, ?, ?, ?, ?, ?)"_s,
+                     {port.port, port.aeTitle, port.maxConnections,
+                      port.root.isEmpty() ? database.imageRoot() : port.root, port.checkCalling,
+                      port.checkCalled, port.saveCompressed});
+    }
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    using Proxy = OrgTessalyServer1Interface;
+    const auto collect = [](QList<Event>& events) {
+        return [&events](const QString& port, const QString& calling, const QString& called, int total) {
+            events << Event{.port = port, .calling = calling, .called = called, .total = total};
+        };
+    };
+    QObject::connect(&proxy, &Proxy::OnConnection, &proxy, collect(connections));
+    QObject::connect(&proxy, &Proxy::OnEndConnection, &proxy, collect(ends));
+    QObject::connect(&proxy, &Proxy::OnStart, &proxy, [this] { ++starts; });
+    QObject::connect(&proxy, &Proxy::OnStop, &proxy, [this] { ++stops; });
+}
+
+Daemon::~Daemon() {
+    if (QTest::currentTestFailed())
+        qInfo().noquote() << "log of the server:\n" << log() << process.readAll();
+    if (process.state() != QProcess::NotRunning && !terminate())
+        process.kill();
+    process.waitForFinished(PatienceMs);
+}
+
+void Daemon::launch(const QStringList& arguments) {
+    const int before = starts;
+    process.start(QStringLiteral(TESSALY_BINARY_DIR "/tessalyd"),
+                  QStringList{u"--log-file"_s, logFile()} + arguments);
+    const auto isUp = [this, before] {
+        return starts > before || process.state() == QProcess::NotRunning ||
+               log().contains(u"not listening"_s);
+    };
+    if (!QTest::qWaitFor(isUp, PatienceMs) || process.state() == QProcess::NotRunning)
+        throw std::runtime_error{("the server does not start: " + process.readAll()).toStdString()};
+}
+
+void Daemon::kill() {
+    process.kill();
+    process.waitForFinished(PatienceMs);
+}
+
+bool Daemon::succeeds(QDBusPendingReply<> (OrgTessalyServer1Interface::*method)()) {
+    QDBusPendingReply<> reply = (proxy.*method)();
+    reply.waitForFinished();
+    return !reply.isError();
+}
+
+bool Daemon::terminate() {
+    if (!succeeds(&OrgTessalyServer1Interface::Terminate))
+        return false;
+    const auto ended = [this] { return process.state() == QProcess::NotRunning; };
+    return QTest::qWaitFor(ended, PatienceMs) && process.exitStatus() == QProcess::NormalExit &&
+           process.exitCode() == 0;
+}
+
+Daemon::Status Daemon::status() {
+    Status status;
+    const QDBusReply<int> state = proxy.GetStatus(status.open, status.ports);
+    if (state.isValid())
+        status.state = state;
+    return status;
+}
+
+QString Daemon::log() const {
+    QFile file{logFile()};
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString{};
+}
+
+QList<Daemon::Image> Daemon::images() const {
+    QList<Image> found;
+    const auto rows = database.rows(
+        u"SELECT Image.SOPInstanceUID, Study.StudyPath, Series.SeriesDir, Image.ImageFile FROM Image, "
+        u"Series, Study "
+        "WHERE Series.SeriesInstanceUID=Image.SeriesInstanceUID AND "
+        "Study.StudyInstanceUID=Series.StudyInstanceUID"_s);
+    for (const QStringList& row : rows)
+        found << Image{row.at(0), row.mid(1).join(u'\\').replace(u'\\', u'/')};
+    return found;
+}
+
+QStringList Daemon::files() const {
+    return below(database.imageRoot(), QDir::Files);
+}
+
+QStringList Daemon::entries() const {
+    return below(database.imageRoot(), QDir::AllEntries);
+}
+
+int Daemon::archiveRows() const {
+    return database
+        .value(
+            u"SELECT (SELECT COUNT(*) FROM Patient) + (SELECT COUNT(*) FROM Study) + "
+            "(SELECT COUNT(*) FROM Series) + (SELECT COUNT(*) FROM Image)"_s)
+        .toInt();
+}
+
+}  // namespace tessaly::test

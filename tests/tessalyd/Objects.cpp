@@ -1,0 +1,130 @@
+#include "tests/tessalyd/Objects.h"
+
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcmetinf.h>
+#include <dcmtk/dcmdata/dcrleerg.h>
+#include <dcmtk/dcmdata/dcuid.h>
+#include <dcmtk/dcmjpeg/djencode.h>
+#include <dcmtk/dcmjpls/djencode.h>
+
+#include <QFile>
+#include <stdexcept>
+#include <vector>
+
+#include "tessalyd/Decoder.h"
+
+namespace tessaly::test {
+
+namespace {
+
+void check(const OFCondition& condition) {
+    if (condition.bad())
+        throw std::runtime_error{condition.text()};
+}
+
+struct Codecs {
+    Codecs() {
+        DJEncoderRegistration::registerCodecs(ECC_lossyYCbCr, EUC_never);
+        DJLSEncoderRegistration::registerCodecs();
+        DcmRLEEncoderRegistration::registerCodecs();
+    }
+    ~Codecs() {
+        DJEncoderRegistration::cleanup();
+        DJLSEncoderRegistration::cleanup();
+        DcmRLEEncoderRegistration::cleanup();
+    }
+    tessalyd::Decoders decoders;
+};
+
+void needCodecs() {
+    static const Codecs codecs;
+}
+
+void loadFile(DcmFileFormat& object, const QString& file) {
+    check(object.loadFile(qPrintable(file)));
+    object.loadAllDataIntoMemory();
+}
+
+}  // namespace
+
+std::unique_ptr<DcmFileFormat> makeObject(const ObjectSpec& spec) {
+    auto object = std::make_unique<DcmFileFormat>();
+    DcmDataset& set = *object->getDataset();
+    const auto put = [&set](const DcmTagKey& tag, const std::string& value) {
+        check(set.putAndInsertString(tag, value.c_str()));
+    };
+    put(DCM_SOPClassUID, UID_CTImageStorage);
+    put(DCM_SOPInstanceUID, spec.instance);
+    put(DCM_StudyDate, "20240131");
+    put(DCM_StudyTime, "101530");
+    put(DCM_AccessionNumber, "A77");
+    put(DCM_Modality, "CT");
+    put(DCM_StudyDescription, "Thorax");
+    put(DCM_SeriesDescription, "Native");
+    put(DCM_PatientName, spec.patientName);
+    put(DCM_PatientID, spec.patientId);
+    put(DCM_PatientBirthDate, "19700102");
+    put(DCM_PatientSex, "F");
+    put(DCM_StudyInstanceUID, spec.study);
+    put(DCM_SeriesInstanceUID, spec.series);
+    put(DCM_StudyID, "S5");
+    put(DCM_SeriesNumber, "3");
+    put(DCM_InstanceNumber, std::to_string(spec.seed));
+    put(DCM_PhotometricInterpretation, "MONOCHROME2");
+    const auto side = static_cast<Uint16>(spec.side);
+    for (const auto& [tag, value] : {std::pair{DCM_Rows, side},
+                                     {DCM_Columns, side},
+                                     {DCM_SamplesPerPixel, Uint16{1}},
+                                     {DCM_BitsAllocated, Uint16{16}},
+                                     {DCM_BitsStored, Uint16{12}},
+                                     {DCM_HighBit, Uint16{11}},
+                                     {DCM_PixelRepresentation, Uint16{0}}})
+        check(set.putAndInsertUint16(tag, value));
+    std::vector<Uint16> pixels(static_cast<std::size_t>(spec.side) * static_cast<std::size_t>(spec.side));
+    for (std::size_t i = 0; i < pixels.size(); ++i)
+        pixels[i] = static_cast<Uint16>((i / 3 + static_cast<std::size_t>(spec.seed)) & 0xfffU);
+    check(set.putAndInsertUint16Array(DCM_PixelData, pixels.data(), pixels.size()));
+    return object;
+}
+
+QString writeObject(const ObjectSpec& spec, const QString& file, E_TransferSyntax syntax) {
+    const auto object = makeObject(spec);
+    if (DcmXfer{syntax}.isEncapsulated()) {
+        needCodecs();
+        check(object->chooseRepresentation(syntax, nullptr));
+    }
+    check(object->saveFile(qPrintable(file), syntax, EET_ExplicitLength));
+    return file;
+}
+
+QByteArray dataSetOf(const QString& file) {
+    DcmMetaInfo meta;
+    check(meta.loadFile(qPrintable(file)));
+    Uint32 groupLength = 0;
+    check(meta.findAndGetUint32(DCM_FileMetaInformationGroupLength, groupLength));
+    constexpr qint64 PreambleAndGroupLength = 128 + 4 + 12;
+    QFile bytes{file};
+    if (!bytes.open(QIODevice::ReadOnly) || !bytes.seek(PreambleAndGroupLength + groupLength))
+        throw std::runtime_error{"cannot read the data set"};
+    return bytes.readAll();
+}
+
+E_TransferSyntax syntaxOf(const QString& file) {
+    DcmFileFormat object;
+    loadFile(object, file);
+    return object.getDataset()->getOriginalXfer();
+}
+
+QByteArray pixelsOf(const QString& file) {
+    needCodecs();
+    DcmFileFormat object;
+    loadFile(object, file);
+    DcmDataset& set = *object.getDataset();
+    check(set.chooseRepresentation(EXS_LittleEndianExplicit, nullptr));
+    const Uint16* pixels = nullptr;
+    unsigned long count = 0;
+    check(set.findAndGetUint16Array(DCM_PixelData, pixels, &count));
+    return {reinterpret_cast<const char*>(pixels), static_cast<qsizetype>(count * sizeof *pixels)};
+}
+
+}  // namespace tessaly::test

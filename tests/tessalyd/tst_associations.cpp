@@ -1,0 +1,236 @@
+#include <dcmtk/dcmdata/dcuid.h>
+
+#include <QTcpSocket>
+#include <QTest>
+#include <csignal>
+
+#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/Daemon.h"
+
+using namespace Qt::StringLiterals;
+using namespace tessaly::test;
+
+/// Who is let in, how many, and what is said of them on the bus.
+class AssociationsTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void cleanup() { daemon_.reset(); }
+
+    void anEchoIsAnswered();
+    void aWrongCalledTitleIsRejected();
+    void anUnknownCallerIsRejected();
+    void theLimitHoldsPerPort();
+    void onlyVerificationAndStorageAreAccepted();
+    void everyStorageClassIsAccepted();
+    void theFirstSyntaxThatIsTakenWins();
+    void fiftyAssociationsAreOpenAtOnce();
+    void anAbortInTheMiddleOfAStoreLeavesNothing();
+    void aKilledClientIsNoticed();
+    void silentConnectionsHoldNobodyUp();
+    void whatIsNoDicomIsDropped();
+
+  private:
+    void launch(const PortRow& port) {
+        daemon_ = std::make_unique<Daemon>(QList<PortRow>{port});
+        daemon_->launch();
+    }
+    Outcome echo(const QStringList& options = {}) {
+        return run(u"echoscu"_s,
+                   QStringList{u"-v"_s} + options + QStringList{u"localhost"_s, daemon_->port()});
+    }
+
+    std::unique_ptr<Daemon> daemon_;
+};
+
+void AssociationsTest::anEchoIsAnswered() {
+    launch({});
+    const Outcome peer = echo({u"-aet"_s, u"MODALITY"_s, u"-aec"_s, u"ANYTHING"_s});
+    QCOMPARE(peer.exitCode, 0);
+    QVERIFY(peer.output.contains(u"Received Echo Response (Success)"_s));
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
+    QCOMPARE(daemon_->connections,
+             (QList<Daemon::Event>{{daemon_->port(), u"MODALITY"_s, u"ANYTHING"_s, 1}}));
+    QCOMPARE(daemon_->ends, (QList<Daemon::Event>{{daemon_->port(), u"MODALITY"_s, u"ANYTHING"_s, 0}}));
+}
+
+void AssociationsTest::aWrongCalledTitleIsRejected() {
+    launch({.checkCalled = true});
+    const Outcome wrong = echo({u"-aec"_s, u"tessaly"_s});
+    QVERIFY(wrong.exitCode != 0);
+    QVERIFY2(wrong.output.contains(u"Result: Rejected Permanent, Source: Service User"_s),
+             qPrintable(wrong.output));
+    QVERIFY2(wrong.output.contains(u"Reason: Called AE Title Not Recognized"_s), qPrintable(wrong.output));
+    QCOMPARE(echo({u"-aec"_s, u"TESSALY"_s}).exitCode, 0);
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
+    QCOMPARE(daemon_->connections.size(), 1);
+}
+
+void AssociationsTest::anUnknownCallerIsRejected() {
+    const PortRow port{.checkCalling = true};
+    daemon_ = std::make_unique<Daemon>(QList<PortRow>{port});
+    const ScratchDatabase& database = daemon_->database;
+    database.run(
+        u"INSERT INTO DicomNodes (Name, AETitle) VALUES ('ct', 'CT1'), ('mr', 'MR1'), ('none', NULL)"_s);
+    database.run(u"INSERT INTO PortRemoteNodes VALUES (?, 'CT'), (?, 'none'), ('1', 'mr')"_s,
+                 {port.port, port.port});
+    daemon_->launch();
+    for (const QString& stranger : {u"MR1"_s, u"ct1"_s}) {
+        const Outcome wrong = echo({u"-aet"_s, stranger});
+        QVERIFY(wrong.exitCode != 0);
+        QVERIFY2(wrong.output.contains(u"Result: Rejected Permanent, Source: Service User"_s),
+                 qPrintable(wrong.output));
+        QVERIFY2(wrong.output.contains(u"Reason: Calling AE Title Not Recognized"_s),
+                 qPrintable(wrong.output));
+    }
+    QCOMPARE(echo({u"-aet"_s, u"CT1"_s}).exitCode, 0);
+}
+
+void AssociationsTest::theLimitHoldsPerPort() {
+    const QList<PortRow> ports{{.maxConnections = 2}, {.maxConnections = 1}};
+    daemon_ = std::make_unique<Daemon>(ports);
+    daemon_->launch();
+    Association first{daemon_->port()};
+    Association second{daemon_->port()};
+    QVERIFY(first.isOpen() && second.isOpen());
+    const Outcome third = echo();
+    QVERIFY2(third.output.contains(
+                 u"Result: Rejected Transient, Source: Service Provider (Presentation Related)"_s),
+             qPrintable(third.output));
+    QVERIFY2(third.output.contains(u"Reason: Local Limit Exceeded"_s), qPrintable(third.output));
+    Association elsewhere{daemon_->port(1)};
+    QVERIFY(elsewhere.isOpen());
+    QCOMPARE(daemon_->status(), (Daemon::Status{0, 3, 2}));
+    first.release();
+    QCOMPARE(echo().exitCode, 0);
+}
+
+void AssociationsTest::onlyVerificationAndStorageAreAccepted() {
+    launch({});
+    const std::vector<std::string> plain{UID_LittleEndianImplicitTransferSyntax};
+    Association peer{daemon_->port(),
+                     "TESTER",
+                     "TESSALY",
+                     {{UID_VerificationSOPClass, plain},
+                      {UID_FINDStudyRootQueryRetrieveInformationModel, plain},
+                      {UID_CTImageStorage, {UID_JPEG2000TransferSyntax}},
+                      {UID_VerificationSOPClass, {UID_RLELosslessTransferSyntax}}}};
+    QVERIFY(peer.isOpen());
+    QCOMPARE(peer.accepted(0), std::string{UID_LittleEndianImplicitTransferSyntax});
+    QCOMPARE(peer.accepted(1), std::string{});
+    QCOMPARE(peer.accepted(2), std::string{});
+    QCOMPARE(peer.accepted(3), std::string{});
+    QVERIFY(peer.echo());
+}
+
+void AssociationsTest::everyStorageClassIsAccepted() {
+    launch({});
+    const std::vector<std::string> syntaxes{
+        UID_LittleEndianImplicitTransferSyntax, UID_LittleEndianExplicitTransferSyntax,
+        UID_BigEndianExplicitTransferSyntax,    UID_JPEGProcess1TransferSyntax,
+        UID_JPEGProcess2_4TransferSyntax,       UID_JPEGProcess14TransferSyntax,
+        UID_JPEGProcess14SV1TransferSyntax,     UID_JPEGLSLosslessTransferSyntax,
+        UID_JPEGLSLossyTransferSyntax,          UID_RLELosslessTransferSyntax};
+    QVERIFY(numberOfDcmAllStorageSOPClassUIDs > 100);
+    constexpr int Most = 120;  // contexts in one association
+    std::vector<Association::Context> contexts;
+    for (int i = 0; i < numberOfDcmAllStorageSOPClassUIDs; ++i) {
+        contexts.push_back(
+            {dcmAllStorageSOPClassUIDs[i], {syntaxes.at(static_cast<std::size_t>(i) % syntaxes.size())}});
+        if (contexts.size() < Most && i + 1 < numberOfDcmAllStorageSOPClassUIDs)
+            continue;
+        Association peer{daemon_->port(), "TESTER", "TESSALY", contexts};
+        for (std::size_t n = 0; n < contexts.size(); ++n)
+            QCOMPARE(peer.accepted(static_cast<int>(n)), contexts[n].transferSyntaxes.front());
+        contexts.clear();
+    }
+}
+
+void AssociationsTest::theFirstSyntaxThatIsTakenWins() {
+    launch({});
+    Association peer{daemon_->port(),
+                     "TESTER",
+                     "TESSALY",
+                     {{UID_CTImageStorage,
+                       {UID_JPEG2000TransferSyntax, UID_JPEGProcess14SV1TransferSyntax,
+                        UID_LittleEndianImplicitTransferSyntax}}}};
+    QCOMPARE(peer.accepted(0), std::string{UID_JPEGProcess14SV1TransferSyntax});
+}
+
+void AssociationsTest::fiftyAssociationsAreOpenAtOnce() {
+    constexpr int Many = 50;
+    launch({.maxConnections = Many});
+    std::vector<std::unique_ptr<Association>> peers;
+    for (int i = 0; i < Many; ++i)
+        peers.push_back(std::make_unique<Association>(daemon_->port(), i % 2 == 0 ? "EVEN" : "ODD"));
+    for (const auto& peer : peers)
+        QVERIFY(peer->isOpen() && peer->echo());
+    QCOMPARE(daemon_->status(), (Daemon::Status{0, Many, 1}));
+    QVERIFY(!Association{daemon_->port()}.isOpen());
+    for (const auto& peer : peers)
+        peer->release();
+    EVENTUALLY_COMPARE(daemon_->ends.size(), Many);
+    QCOMPARE(daemon_->connections.size(), Many);
+    QCOMPARE(daemon_->connections.last().total, Many);
+    QCOMPARE(daemon_->ends.last().total, 0);
+    QCOMPARE(daemon_->connections.count(Daemon::Event{daemon_->port(), u"ODD"_s, u"TESSALY"_s, Many}), 1);
+}
+
+void AssociationsTest::anAbortInTheMiddleOfAStoreLeavesNothing() {
+    launch({});
+    const ObjectSpec large{.side = 1200};  // 2.8 MB
+    Association peer{daemon_->port()};
+    peer.beginStore(large, 2'000'000);  // enough for the file to be begun
+    EVENTUALLY_COMPARE(daemon_->files().size(), 1);
+    QVERIFY(daemon_->files().first().endsWith(u".part"_s));
+    peer.abort();
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
+    EVENTUALLY_COMPARE(daemon_->entries(), QStringList{});
+    QCOMPARE(daemon_->archiveRows(), 0);
+    QCOMPARE(echo().exitCode, 0);
+}
+
+void AssociationsTest::aKilledClientIsNoticed() {
+    launch({});
+    const QString object = writeObject({.side = 512}, daemon_->database.folder() + u"/one.dcm"_s);
+    QProcess sender;
+    sender.start(u"storescu"_s, {u"--repeat"_s, u"100000"_s, u"localhost"_s, daemon_->port(), object});
+    EVENTUALLY_COMPARE(daemon_->archiveRows(), 4);
+    sender.kill();
+    sender.waitForFinished();
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
+    QCOMPARE(daemon_->connections.size(), 1);
+    EVENTUALLY_COMPARE(daemon_->files().size(), 1);  // no part of the object that was under way
+    QCOMPARE(daemon_->status(), (Daemon::Status{0, 0, 1}));
+    QCOMPARE(dataSetOf(daemon_->files().first()), dataSetOf(object));
+}
+
+void AssociationsTest::silentConnectionsHoldNobodyUp() {
+    launch({});
+    QTcpSocket silent;
+    QTcpSocket halfway;
+    for (QTcpSocket* socket : {&silent, &halfway}) {
+        socket->connectToHost(u"127.0.0.1"_s, daemon_->port().toUShort());
+        QVERIFY(socket->waitForConnected());
+    }
+    halfway.write(QByteArray::fromHex("0100000000ff0001"));  // the beginning of a request
+    QVERIFY(halfway.waitForBytesWritten());
+    QCOMPARE(echo().exitCode, 0);
+    QCOMPARE(daemon_->status(), (Daemon::Status{0, 0, 1}));
+    QVERIFY(daemon_->terminate());  // does not wait for them either
+}
+
+void AssociationsTest::whatIsNoDicomIsDropped() {
+    launch({});
+    QTcpSocket browser;
+    browser.connectToHost(u"127.0.0.1"_s, daemon_->port().toUShort());
+    QVERIFY(browser.waitForConnected());
+    browser.write("GET / HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    EVENTUALLY_COMPARE(browser.state(), QAbstractSocket::UnconnectedState);
+    QCOMPARE(echo().exitCode, 0);
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
+    QCOMPARE(daemon_->connections.size(), 1);
+}
+
+QTEST_GUILESS_MAIN(AssociationsTest)
+#include "tst_associations.moc"

@@ -1,0 +1,335 @@
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusReply>
+#include <QDBusVirtualObject>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTcpServer>
+#include <QTest>
+#include <csignal>
+
+#include "tests/support/ScratchBus.h"
+#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/Daemon.h"
+
+using namespace Qt::StringLiterals;
+using namespace tessaly::test;
+
+namespace {
+
+using Proxy = OrgTessalyServer1Interface;
+
+/// In systemd's place on the bus; keeps the state of one unit and what it was asked.
+class UnitManager : public QDBusVirtualObject {
+  public:
+    QStringList calls;
+    QString state = u"disabled"_s;
+
+    [[nodiscard]] QString introspect(const QString& /*path*/) const override { return {}; }
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection& bus) override {
+        calls << message.member() + u' ' + joined(message.arguments());
+        if (message.member() == u"EnableUnitFiles"_s)
+            state = u"enabled"_s;
+        else if (message.member() == u"DisableUnitFiles"_s)
+            state = u"disabled"_s;
+        return bus.send(message.member() == u"GetUnitFileState"_s ? message.createReply(state)
+                                                                  : message.createReply());
+    }
+
+  private:
+    static QString joined(const QVariantList& arguments) {
+        QStringList texts;
+        for (const QVariant& argument : arguments)
+            texts << (argument.canConvert<QStringList>() && argument.typeId() != QMetaType::Bool
+                          ? argument.toStringList().join(u',')
+                          : argument.toString());
+        return texts.join(u' ');
+    }
+};
+
+}  // namespace
+
+/// The server as its console has it: on the bus.
+class ControlTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void cleanup() { daemon_.reset(); }
+
+    void itListensFromTheLaunchOn();
+    void aSecondInstanceGivesWay();
+    void startAndStop();
+    void openAssociationsGoOnAfterStop();
+    void theGraceEnds();
+    void restartRereadsEverything();
+    void aPortInUseDoesNotStopTheOthers();
+    void aPortThatIsNoneIsReported();
+    void terminateEndsTheProcess();
+    void terminateAbortsWhatIsOpen();
+    void terminateIsFollowedByANewProcess();
+    void aSignalTerminates();
+    void withoutADatabaseItIsStopped();
+    void repliesArePromptWhileTheDatabaseIsLocked();
+    void withoutSystemdItIsNoService();
+    void itRegistersWithSystemd();
+    void itEndsWithItsBus();
+
+  private:
+    void launch(const QStringList& arguments = {}) {
+        daemon_ = std::make_unique<Daemon>();
+        daemon_->launch(arguments);
+    }
+    [[nodiscard]] QVariant isService() const;
+    [[nodiscard]] bool echoes(int port = 0) {
+        Association peer{daemon_->port(port)};
+        if (!peer.isOpen() || !peer.echo())
+            return false;
+        peer.release();
+        return true;
+    }
+
+    static constexpr int Listening = 0;
+    static constexpr int Stopped = 2;
+
+    std::unique_ptr<Daemon> daemon_;
+};
+
+void ControlTest::itListensFromTheLaunchOn() {
+    launch();
+    QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
+    QCOMPARE(daemon_->starts, 1);
+    QVERIFY(echoes());
+}
+
+void ControlTest::aSecondInstanceGivesWay() {
+    launch();
+    const QString log = daemon_->database.folder() + u"/second.log"_s;
+    const Outcome second = run(QStringLiteral(TESSALY_BINARY_DIR "/tessalyd"), {u"--log-file"_s, log});
+    QCOMPARE(second.exitCode, 1);
+    QCOMPARE(second.output.trimmed().count(u'\n'), 0);
+    QVERIFY(second.output.contains(u"org.tessaly.Server"_s));
+    QVERIFY(!QFile::exists(log));
+    QVERIFY(echoes());
+}
+
+void ControlTest::startAndStop() {
+    launch();
+    QVERIFY(daemon_->succeeds(&Proxy::Stop));
+    QCOMPARE(daemon_->status(), (Daemon::Status{Stopped, 0, 0}));
+    QVERIFY(!echoes());
+    QVERIFY(daemon_->succeeds(&Proxy::Stop));
+    QVERIFY(daemon_->succeeds(&Proxy::Start));
+    QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
+    QVERIFY(daemon_->succeeds(&Proxy::Start));
+    QVERIFY(echoes());
+    EVENTUALLY_COMPARE(daemon_->starts, 2);
+    QCOMPARE(daemon_->stops, 1);
+}
+
+void ControlTest::openAssociationsGoOnAfterStop() {
+    launch();
+    Association peer{daemon_->port()};
+    QVERIFY(daemon_->succeeds(&Proxy::Stop));
+    QCOMPARE(daemon_->status(), (Daemon::Status{Stopped, 1, 0}));
+    QCOMPARE(peer.store(*makeObject({})).status, 0);
+    QVERIFY(!Association{daemon_->port()}.isOpen());
+    peer.release();
+    EVENTUALLY_COMPARE(daemon_->status(), (Daemon::Status{Stopped, 0, 0}));
+    QCOMPARE(daemon_->archiveRows(), 4);
+}
+
+void ControlTest::theGraceEnds() {
+    launch({u"--grace"_s, u"1"_s});
+    Association before{daemon_->port()};
+    QVERIFY(daemon_->succeeds(&Proxy::Restart));
+    Association after{daemon_->port()};
+    QVERIFY(before.isOpen() && after.isOpen());
+    QVERIFY(before.waitForEnd());
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
+    QVERIFY(after.echo());
+    QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 1, 1}));
+}
+
+void ControlTest::restartRereadsEverything() {
+    launch();
+    const QString another = freePort();
+    daemon_->database.run(u"UPDATE Port SET Port=?, CheckCalledAE=1, AETitle='OTHER'"_s, {another});
+    daemon_->database.run(u"UPDATE DicomServer SET LogLevel=0"_s);
+    QVERIFY(daemon_->succeeds(&Proxy::Restart));
+    QVERIFY(!echoes());
+    QVERIFY(!Association(another).isOpen());
+    QVERIFY(Association(another, "TESTER", "OTHER").isOpen());
+    QVERIFY(!daemon_->log().contains(u"TESTER > OTHER"_s));
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
+    QCOMPARE(daemon_->ends.first(), (Daemon::Event{another, u"TESTER"_s, u"OTHER"_s, 0}));
+}
+
+void ControlTest::aPortInUseDoesNotStopTheOthers() {
+    QTcpServer other;
+    QVERIFY(other.listen(QHostAddress::Any));
+    const QString taken = QString::number(other.serverPort());
+    daemon_ = std::make_unique<Daemon>(QList<PortRow>{{.port = taken}, {}});
+    daemon_->launch();
+    QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
+    QVERIFY(daemon_->log().contains(u"port %1: cannot listen: bind: Address already in use"_s.arg(taken)));
+    QVERIFY(echoes(1));
+    other.close();
+    QVERIFY(daemon_->succeeds(&Proxy::Restart));
+    QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 2}));
+    QVERIFY(echoes(0));
+}
+
+void ControlTest::aPortThatIsNoneIsReported() {
+    daemon_ = std::make_unique<Daemon>(QList<PortRow>{{.port = u"104x"_s}, {.port = u"70000"_s}, {}});
+    daemon_->launch();
+    QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
+    QVERIFY(daemon_->log().contains(u"port 104x: cannot listen: not a TCP port"_s));
+    QVERIFY(daemon_->log().contains(u"port 70000: cannot listen: not a TCP port"_s));
+    QVERIFY(echoes(2));
+}
+
+void ControlTest::terminateEndsTheProcess() {
+    launch();
+    QVERIFY(daemon_->terminate());
+    QVERIFY(!QDBusConnection::sessionBus().interface()->isServiceRegistered(u"org.tessaly.Server"_s));
+    QVERIFY(!echoes());
+    // The database's log is gone: its last connection was closed in order.
+    daemon_->database.run(u"PRAGMA wal_checkpoint(TRUNCATE)"_s);
+    EVENTUALLY_COMPARE(daemon_->stops, 1);
+}
+
+void ControlTest::terminateAbortsWhatIsOpen() {
+    launch();
+    Association idle{daemon_->port()};
+    Association busy{daemon_->port()};
+    busy.beginStore({.side = 1200}, 2'000'000);
+    EVENTUALLY_COMPARE(daemon_->files().size(), 1);
+    QVERIFY(daemon_->terminate());
+    QVERIFY(idle.waitForEnd());
+    QVERIFY(busy.waitForEnd());
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 2);
+    QCOMPARE(daemon_->entries(), QStringList{});
+}
+
+void ControlTest::terminateIsFollowedByANewProcess() {
+    daemon_ = std::make_unique<Daemon>();
+    const QByteArray before = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    const ScratchBus offering;
+    qputenv("DBUS_SESSION_BUS_ADDRESS", before);
+    offering.offer(u"org.tessaly.Server"_s,
+                   QStringLiteral(TESSALY_BINARY_DIR "/tessalyd --log-file ") + daemon_->logFile());
+    {
+        QDBusConnection bus = QDBusConnection::connectToBus(offering.address(), u"offering"_s);
+        OrgTessalyServer1Interface server{u"org.tessaly.Server"_s, u"/org/tessaly/Server"_s, bus};
+        QList<uint> pids;
+        for (int i = 0; i < 3; ++i) {
+            int open = -1;
+            int ports = -1;
+            // The first call starts the process, and finds it listening.
+            EVENTUALLY_COMPARE(server.GetStatus(open, ports).value(), Listening);
+            QCOMPARE(ports, 1);
+            QVERIFY(echoes());
+            const uint pid = bus.interface()->servicePid(u"org.tessaly.Server"_s);
+            QVERIFY(!pids.contains(pid));
+            pids << pid;
+            server.Terminate().waitForFinished();
+            EVENTUALLY(!bus.interface()->isServiceRegistered(u"org.tessaly.Server"_s));
+        }
+    }
+    QDBusConnection::disconnectFromBus(u"offering"_s);
+}
+
+void ControlTest::aSignalTerminates() {
+    launch();
+    Association open{daemon_->port()};
+    QVERIFY(open.isOpen());
+    ::kill(static_cast<pid_t>(daemon_->process.processId()), SIGTERM);
+    EVENTUALLY_COMPARE(daemon_->process.state(), QProcess::NotRunning);
+    QCOMPARE(daemon_->process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(daemon_->process.exitCode(), 0);
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
+}
+
+void ControlTest::withoutADatabaseItIsStopped() {
+    daemon_ = std::make_unique<Daemon>();
+    daemon_->database.writeDataSource(u"/nowhere/DicomDB.mdb"_s);
+    daemon_->launch();
+    QCOMPARE(daemon_->status(), (Daemon::Status{Stopped, 0, 0}));
+    QVERIFY(!daemon_->succeeds(&Proxy::Start));
+    QVERIFY(!daemon_->succeeds(&Proxy::Restart));
+    daemon_->database.writeDataSource(daemon_->database.path());
+    QVERIFY(daemon_->succeeds(&Proxy::Start));
+    QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
+}
+
+void ControlTest::repliesArePromptWhileTheDatabaseIsLocked() {
+    launch();
+    const ScratchDatabase& database = daemon_->database;
+    QVERIFY(daemon_->succeeds(&Proxy::Stop));
+    database.run(u"PRAGMA locking_mode=EXCLUSIVE"_s);
+    database.run(u"UPDATE SiteData SET BaseUID='1'"_s);  // from here on nobody else reads it
+    daemon_->proxy.setTimeout(1900);
+    QVERIFY(daemon_->succeeds(&Proxy::Start));
+    QCOMPARE(daemon_->status(), (Daemon::Status{Stopped, 0, 0}));
+    database.run(u"PRAGMA locking_mode=NORMAL"_s);
+    (void)database.rows(u"SELECT * FROM SiteData"_s);  // gives the lock back
+    EVENTUALLY_COMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
+}
+
+QVariant ControlTest::isService() const {
+    QDBusMessage get = QDBusMessage::createMethodCall(u"org.tessaly.Server"_s, u"/org/tessaly/Server"_s,
+                                                      u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
+    get << u"org.tessaly.Server1"_s << u"IsService"_s;
+    // Not blocking: the manager that the server asks is in this thread.
+    const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(get);
+    if (!QTest::qWaitFor([&call] { return call.isFinished(); }, PatienceMs) || call.isError())
+        return {};
+    return call.reply().arguments().value(0).value<QDBusVariant>().variant();
+}
+
+void ControlTest::withoutSystemdItIsNoService() {
+    launch();
+    QCOMPARE(isService(), QVariant{false});
+    QVERIFY(daemon_->succeeds(&Proxy::RegisterService));
+    QCOMPARE(isService(), QVariant{false});
+    QVERIFY(daemon_->succeeds(&Proxy::UnregisterService));
+}
+
+void ControlTest::itRegistersWithSystemd() {
+    UnitManager manager;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    QVERIFY(bus.registerVirtualObject(u"/org/freedesktop/systemd1"_s, &manager));
+    QVERIFY(bus.registerService(u"org.freedesktop.systemd1"_s));
+    launch();
+    QCOMPARE(isService(), QVariant{false});
+    QDBusPendingReply<> call = daemon_->proxy.RegisterService();
+    EVENTUALLY(call.isFinished());
+    QVERIFY(!call.isError());
+    QVERIFY(manager.calls.contains(u"EnableUnitFiles tessalyd.service false true"_s));
+    EVENTUALLY_COMPARE(manager.calls.last(), u"Reload "_s);
+    QCOMPARE(isService(), QVariant{true});
+    call = daemon_->proxy.UnregisterService();
+    EVENTUALLY(call.isFinished());
+    QVERIFY(manager.calls.contains(u"DisableUnitFiles tessalyd.service false"_s));
+    QCOMPARE(isService(), QVariant{false});
+    bus.unregisterService(u"org.freedesktop.systemd1"_s);
+    bus.unregisterObject(u"/org/freedesktop/systemd1"_s);
+}
+
+void ControlTest::itEndsWithItsBus() {
+    daemon_ = std::make_unique<Daemon>();
+    QProcess server;
+    const QByteArray before = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    {
+        const ScratchBus bus;
+        server.start(QStringLiteral(TESSALY_BINARY_DIR "/tessalyd"), {u"--log-file"_s, daemon_->logFile()});
+        EVENTUALLY(daemon_->log().contains(u"listening on 1 of 1 ports"_s));
+    }
+    qputenv("DBUS_SESSION_BUS_ADDRESS", before);
+    EVENTUALLY_COMPARE(server.state(), QProcess::NotRunning);
+    QCOMPARE(server.exitStatus(), QProcess::NormalExit);
+    QVERIFY(daemon_->log().contains(u"listening no more"_s));
+}
+
+QTEST_GUILESS_MAIN(ControlTest)
+#include "tst_control.moc"

@@ -1,0 +1,163 @@
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcuid.h>
+#include <sys/resource.h>
+
+#include <QFile>
+#include <QTest>
+
+#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/Daemon.h"
+
+using namespace Qt::StringLiterals;
+using namespace tessaly::test;
+
+/// Objects that cannot be stored: the sender is told so, and nothing of them stays.
+class RefusalsTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void cleanup() { daemon_.reset(); }
+
+    void unfitUidsAreRefused();
+    void anotherObjectThanAnnouncedIsRefused();
+    void aSeriesOfTwoStudiesIsRefused();
+    void aFailingTableRefusesTheObject_data();
+    void aFailingTableRefusesTheObject();
+    void aFailedReplacementKeepsTheOldObject();
+    void aLockedDatabaseRefusesTheObject();
+    void anUnfitRootRefusesTheObject_data();
+    void anUnfitRootRefusesTheObject();
+    void aFullDiskRefusesTheObject();
+
+  private:
+    void launch(const QList<PortRow>& ports = {PortRow{}}) {
+        daemon_ = std::make_unique<Daemon>(ports);
+        daemon_->launch();
+    }
+    Association::Answer store(const ObjectSpec& spec, int port = 0) {
+        return Association{daemon_->port(port)}.store(*makeObject(spec));
+    }
+    void compareRefused(const Association::Answer& answer, int status) {
+        QVERIFY(answer.arrived);
+        QCOMPARE(answer.status, status);
+        QVERIFY(!answer.comment.empty());
+        QVERIFY(answer.comment.size() <= 64);
+        QCOMPARE(daemon_->archiveRows(), 0);
+        QCOMPARE(daemon_->entries(), QStringList{});
+        QVERIFY(Association{daemon_->port()}.echo());
+    }
+
+    static constexpr int OutOfResources = 0xa700;
+    static constexpr int DoesNotMatch = 0xa900;
+    static constexpr int CannotUnderstand = 0xc000;
+
+    std::unique_ptr<Daemon> daemon_;
+};
+
+void RefusalsTest::unfitUidsAreRefused() {
+    launch();
+    for (const DcmTagKey& tag : {DCM_StudyInstanceUID, DCM_SeriesInstanceUID, DCM_SOPInstanceUID}) {
+        for (const char* uid : {"", "..", "../../../tmp/x", "1..2", ".1.2", "1.2.", "1/2", "1\\2", "1.a"}) {
+            const auto object = makeObject({});
+            const bool missing = *uid == '\0';
+            if (missing)
+                delete object->getDataset()->remove(tag);
+            else
+                object->getDataset()->putAndInsertString(tag, uid);
+            const std::string announced = tag == DCM_SOPInstanceUID && !missing ? uid : "1.2.826.0.1.1.1.1";
+            compareRefused(Association{daemon_->port()}.store(*object, announced), CannotUnderstand);
+            QVERIFY2(!QTest::currentTestFailed(), uid);
+        }
+    }
+}
+
+void RefusalsTest::anotherObjectThanAnnouncedIsRefused() {
+    launch();
+    compareRefused(Association{daemon_->port()}.store(*makeObject({}), "1.2.3"), DoesNotMatch);
+    const auto object = makeObject({});
+    object->getDataset()->putAndInsertString(DCM_SOPClassUID, UID_MRImageStorage);
+    compareRefused(Association{daemon_->port()}.store(*object, {}, UID_CTImageStorage), DoesNotMatch);
+    constexpr int NotSupported = 0x0122;  // the presentation context is for CT images
+    compareRefused(Association{daemon_->port()}.store(*object, {}, UID_MRImageStorage), NotSupported);
+}
+
+void RefusalsTest::aSeriesOfTwoStudiesIsRefused() {
+    launch();
+    QCOMPARE(store({}).status, 0);
+    const QStringList before = daemon_->entries();
+    const auto answer = store({.study = "1.2.9", .instance = "1.2.9.1"});
+    QCOMPARE(answer.status, CannotUnderstand);
+    QCOMPARE(QString::fromStdString(answer.comment), u"The series belongs to another study"_s);
+    QCOMPARE(daemon_->entries(), before);
+    QCOMPARE(daemon_->archiveRows(), 4);
+}
+
+void RefusalsTest::aFailingTableRefusesTheObject_data() {
+    QTest::addColumn<QString>("table");
+    for (const char* table : {"Patient", "Study", "Series", "Image"})
+        QTest::newRow(table) << QString::fromLatin1(table);
+}
+
+void RefusalsTest::aFailingTableRefusesTheObject() {
+    QFETCH(const QString, table);
+    launch();
+    daemon_->database.failOn(table, u"INSERT"_s);
+    compareRefused(store({}), OutOfResources);
+    QVERIFY(daemon_->log().contains(ScratchDatabase::Failure));
+    daemon_->database.allow(table, u"INSERT"_s);
+    QCOMPARE(store({}).status, 0);
+}
+
+void RefusalsTest::aFailedReplacementKeepsTheOldObject() {
+    launch();
+    QCOMPARE(store({.seed = 1}).status, 0);
+    const QByteArray before = dataSetOf(daemon_->files().first());
+    daemon_->database.failOn(u"Image"_s, u"UPDATE"_s);
+    QCOMPARE(store({.seed = 2}).status, OutOfResources);
+    QCOMPARE(daemon_->files().size(), 1);
+    QCOMPARE(dataSetOf(daemon_->files().first()), before);
+    QCOMPARE(daemon_->database.value(u"SELECT InstanceNumber FROM Image"_s), u"1"_s);
+}
+
+void RefusalsTest::aLockedDatabaseRefusesTheObject() {
+    daemon_ = std::make_unique<Daemon>();
+    daemon_->database.run(u"UPDATE DicomServer SET QueryTimeout=1"_s);
+    daemon_->launch();
+    daemon_->database.run(u"BEGIN IMMEDIATE"_s);
+    compareRefused(store({}), OutOfResources);
+    daemon_->database.run(u"COMMIT"_s);
+    QCOMPARE(store({}).status, 0);
+}
+
+void RefusalsTest::anUnfitRootRefusesTheObject_data() {
+    QTest::addColumn<bool>("file");
+    QTest::newRow("a file") << true;
+    QTest::newRow("nothing") << false;
+}
+
+void RefusalsTest::anUnfitRootRefusesTheObject() {
+    QFETCH(const bool, file);
+    QTemporaryDir folder;
+    const QString root = folder.filePath(u"root"_s);
+    QFile blocker{root};
+    QVERIFY(!file || blocker.open(QIODevice::WriteOnly));
+    launch({PortRow{.root = root}});
+    compareRefused(store({}), OutOfResources);
+    QCOMPARE(QFileInfo{root}.isDir(), false);
+    QCOMPARE(QFileInfo::exists(root), file);
+}
+
+void RefusalsTest::aFullDiskRefusesTheObject() {
+    constexpr rlim_t Most = 4U << 20U;  // no file of the server may become larger
+    daemon_ = std::make_unique<Daemon>();
+    daemon_->process.setChildProcessModifier([] {
+        constexpr rlimit Limit{.rlim_cur = Most, .rlim_max = Most};
+        ::setrlimit(RLIMIT_FSIZE, &Limit);
+    });
+    daemon_->launch();
+    compareRefused(store({.side = 1500}), OutOfResources);  // 4.5 MB
+    QCOMPARE(store({.side = 500}).status, 0);
+}
+
+QTEST_GUILESS_MAIN(RefusalsTest)
+#include "tst_refusals.moc"
