@@ -48,7 +48,7 @@ static_checks() {
 
 stage 'tests' tests_of release
 stage 'address and undefined-behaviour sanitizers' tests_of asan
-[[ ! -d tests/tessalyd ]] || stage 'thread sanitizer' tests_of tsan
+stage 'thread sanitizer' tests_of tsan
 stage 'fuzz targets' fuzz
 stage 'static checks' static_checks
 
