@@ -37,6 +37,8 @@ HostAddress resolve(const std::string& host, int flags) {
 
 HostAddress lookUpHost(const std::string& host, std::chrono::steady_clock::time_point deadline,
                        const std::stop_token& stop) {
+    if (host.empty())
+        return {.failure = "There is no host"};
     if (HostAddress numeric = resolve(host, AI_NUMERICHOST); numeric.dotted)
         return numeric;
 

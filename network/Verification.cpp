@@ -13,13 +13,14 @@ namespace tessaly::network {
 
 namespace {
 
-/// Blocks a dialog and shows the wait cursor while it lives.
+/// Blocks a dialog and shows the wait cursor while it lives. A dialog that goes all the same ends the loop.
 class Blocked : public QObject {
   public:
-    explicit Blocked(QWidget* dialog) : dialog_(dialog), focus_(dialog->focusWidget()) {
+    Blocked(QWidget* dialog, QEventLoop& loop) : dialog_(dialog), focus_(dialog->focusWidget()), loop_(loop) {
         QGuiApplication::setOverrideCursor(Qt::WaitCursor);
         dialog->setEnabled(false);
         dialog->installEventFilter(this);  // a disabled window still has its close button
+        connect(dialog, &QObject::destroyed, &loop_, &QEventLoop::quit);
     }
     ~Blocked() override {
         QGuiApplication::restoreOverrideCursor();
@@ -35,12 +36,15 @@ class Blocked : public QObject {
             event->ignore();
             return true;
         }
+        if (event->type() == QEvent::Hide && !event->spontaneous())
+            loop_.quit();
         return QObject::eventFilter(watched, event);
     }
 
   private:
     QPointer<QWidget> dialog_;
     QPointer<QWidget> focus_;
+    QEventLoop& loop_;
 };
 
 }  // namespace
@@ -62,10 +66,9 @@ bool EchoVerify(QWidget* dialog, const QString& host, const QString& port, const
         }
     })};
 
-    const Blocked blocked{dialog};
     QEventLoop loop;  // comes back early when the console ends
+    const Blocked blocked{dialog, loop};
     QObject::connect(worker.get(), &QThread::finished, &loop, &QEventLoop::quit);
-    QObject::connect(dialog, &QObject::destroyed, &loop, &QEventLoop::quit);
     worker->start();
     loop.exec();
     stop.request_stop();

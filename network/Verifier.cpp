@@ -39,10 +39,15 @@ void configureLibraryOnce() {
     (void)configured;
 }
 
+bool isBlank(const std::string& text) {
+    return text.find_first_not_of(' ') == std::string::npos;
+}
+
 std::string withoutBlanks(const std::string& text) {
+    if (isBlank(text))
+        return {};
     const auto first = text.find_first_not_of(' ');
-    return first == std::string::npos ? std::string{}
-                                      : text.substr(first, text.find_last_not_of(' ') - first + 1);
+    return text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
 int portNumber(const std::string& text) {
@@ -55,8 +60,6 @@ int portNumber(const std::string& text) {
 }
 
 void checkAETitle(const std::string& title, const std::string& whose) {
-    if (withoutBlanks(title).empty())
-        throw std::runtime_error("The " + whose + " AE title is empty");
     if (title.size() > LongestAETitle)
         throw std::runtime_error("The " + whose + " AE title '" + title + "' is longer than 16 characters");
     if (!std::all_of(title.begin(), title.end(), [](char c) { return c >= ' ' && c <= '~' && c != '\\'; }))
@@ -176,12 +179,12 @@ VerificationResult Exchange::run(const VerificationRequest& request, const std::
 }  // namespace
 
 VerificationResult Verifier::verify(const VerificationRequest& request, const std::stop_token& stop) const {
-    if (request.host.empty())
-        throw std::runtime_error("The host is empty");
     const int port = portNumber(request.port);
-    if (!request.callingAETitle.empty())
-        checkAETitle(request.callingAETitle, "calling");
+    checkAETitle(request.callingAETitle, "calling");
     checkAETitle(request.calledAETitle, "called");
+    if (isBlank(request.calledAETitle) ||
+        (isBlank(request.callingAETitle) && !request.callingAETitle.empty()))
+        return {.outcome = Outcome::Untitled, .detail = "An AE title is blank"};
     configureLibraryOnce();
 
     const auto deadline = Clock::now() + limits_.total;

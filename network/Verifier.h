@@ -19,6 +19,7 @@ struct VerificationRequest {
 struct VerificationResult {
     enum class Outcome {
         Success,
+        Untitled,               ///< not tried: an AE title of blanks, to which peers do not even answer
         Unreachable,            ///< the name does not resolve, or nobody takes the connection
         TimedOut,               ///< no answer in time, to the connection or to a message
         Rejected,               ///< A-ASSOCIATE-RJ; rejectSource and rejectReason say why
@@ -51,8 +52,8 @@ class Verifier {
 
     /// Opens an association, sends one C-ECHO and releases. Blocks until it is done or stopped: a stop is
     /// obeyed at once but for a TCP connection in the making, whose end is waited for. Throws
-    /// std::runtime_error for a request that cannot be sent at all: an empty host, a port that is no number
-    /// from 1 to 65535, a title that is no AE title.
+    /// std::runtime_error for a request that cannot be sent at all: a port that is no number from 1 to 65535,
+    /// a title that is too long or has characters that no AE title has.
     [[nodiscard]] VerificationResult verify(const VerificationRequest& request,
                                             const std::stop_token& stop = {}) const;
 

@@ -2,6 +2,7 @@
 #include <netdb.h>
 #include <QDialog>
 #include <QLineEdit>
+#include <QPointer>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -63,6 +64,7 @@ class VerificationTest : public QObject {
     void aResolverThatHangsIsLeftBehind();
     void theLimitHoldsWhateverThePeerDoes();
     void anEmptyCallingTitleIsTheVerifiersOwn();
+    void aBlankTitleIsNotTried();
     void whatCannotBeSentIsRaised_data();
     void whatCannotBeSentIsRaised();
     void aStopEndsTheWait();
@@ -72,6 +74,7 @@ class VerificationTest : public QObject {
     void theDialogComesBackWithItsFocus();
     void theComponentsDescriptionReachesTheCaller();
     void theConsoleMayEndMeanwhile();
+    void theDialogMayGoMeanwhile_data();
     void theDialogMayGoMeanwhile();
 };
 
@@ -120,6 +123,8 @@ void VerificationTest::nobodyTakesTheConnection() {
 }
 
 void VerificationTest::unknownHost() {
+    QCOMPARE(Verifier{}.verify({.host = "", .port = "104", .calledAETitle = "PEER"}).outcome,
+             Outcome::Unreachable);
     QCOMPARE(Verifier{}.verify({.host = "no such host", .port = "104", .calledAETitle = "PEER"}).outcome,
              Outcome::Unreachable);
 }
@@ -151,6 +156,14 @@ void VerificationTest::anEmptyCallingTitleIsTheVerifiersOwn() {
     QCOMPARE(peer.calledAETitle(), std::string{"With Blank"});
 }
 
+void VerificationTest::aBlankTitleIsNotTried() {
+    const Peer peer{Peer::Manner::Accepts};
+    QCOMPARE(verify(peer.port(), "").outcome, Outcome::Untitled);
+    QCOMPARE(verify(peer.port(), "  ").outcome, Outcome::Untitled);
+    QCOMPARE(verify(peer.port(), "PEER", {}, "  ").outcome, Outcome::Untitled);
+    QCOMPARE(peer.connections(), 0);
+}
+
 void VerificationTest::whatCannotBeSentIsRaised_data() {
     QTest::addColumn<QString>("host");
     QTest::addColumn<QString>("port");
@@ -169,11 +182,6 @@ void VerificationTest::whatCannotBeSentIsRaised_data() {
     badPort("port 0", u"0"_s);
     badPort("port too big", u"65536"_s);
     badPort("port that overflows", u"99999999999999"_s);
-    QTest::newRow("no host") << u""_s << u"104"_s << u"A"_s << u"B"_s << u"The host is empty"_s;
-    QTest::newRow("no called title") << host << u"104"_s << u"A"_s << u""_s
-                                     << u"The called AE title is empty"_s;
-    QTest::newRow("blank calling title")
-        << host << u"104"_s << u"  "_s << u"B"_s << u"The calling AE title is empty"_s;
     QTest::newRow("umlaut")
         << host << u"104"_s << u"A"_s << u"RÖNTGEN"_s
         << u"The called AE title 'RÖNTGEN' has characters that DICOM does not allow in it"_s;
@@ -301,13 +309,27 @@ void VerificationTest::theConsoleMayEndMeanwhile() {
     QCOMPARE(takeConsoleEnd(), 0);
 }
 
+void VerificationTest::theDialogMayGoMeanwhile_data() {
+    QTest::addColumn<bool>("deleted");
+    QTest::newRow("rejected by program") << false;
+    QTest::newRow("deleted") << true;
+}
+
 void VerificationTest::theDialogMayGoMeanwhile() {
+    QFETCH(bool, deleted);
     const Peer peer{Peer::Manner::NeverSpeaks};
-    auto* dialog = new QDialog;
+    QPointer dialog{new QDialog};
     dialog->show();
-    QTimer::singleShot(0, qApp, [dialog] { delete dialog; });
+    QTimer::singleShot(0, qApp, [dialog, deleted] {
+        if (deleted)
+            delete dialog;
+        else
+            dialog->reject();
+    });
     QVERIFY(!EchoVerify(dialog, u"127.0.0.1"_s, peer.port(), u"A"_s, u"B"_s, {.total = 1h}));
     QCOMPARE(QGuiApplication::overrideCursor(), nullptr);
+    QVERIFY(!dialog || dialog->isEnabled());
+    delete dialog;
 }
 
 QTEST_MAIN(VerificationTest)
