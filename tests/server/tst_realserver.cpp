@@ -9,6 +9,7 @@
 #include <QTabWidget>
 #include <QTest>
 #include <csignal>
+#include <stdexcept>
 
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
@@ -30,9 +31,11 @@ QString freePort() {
     const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{.sin_family = AF_INET, .sin_addr = {.s_addr = htonl(INADDR_LOOPBACK)}};
     socklen_t size = sizeof address;
-    ::bind(listener, reinterpret_cast<sockaddr*>(&address), size);
-    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    const bool bound = ::bind(listener, generic, size) == 0 && ::getsockname(listener, generic, &size) == 0;
     ::close(listener);
+    if (!bound)
+        throw std::runtime_error("no free port");
     return QString::number(ntohs(address.sin_port));
 }
 

@@ -1,7 +1,7 @@
 #include "tests/support/ScratchBus.h"
 
 #include <QDBusConnection>
-#include <QDBusInterface>
+#include <QDBusMessage>
 #include <QDir>
 #include <QFile>
 #include <stdexcept>
@@ -66,8 +66,9 @@ void ScratchBus::withdraw(const QString& name) const {
 }
 
 void ScratchBus::reload() const {
-    QDBusInterface bus{u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s, u"org.freedesktop.DBus"_s};
-    bus.call(u"ReloadConfig"_s);
+    const QString bus = u"org.freedesktop.DBus"_s;
+    QDBusConnection::sessionBus().call(
+        QDBusMessage::createMethodCall(bus, u"/org/freedesktop/DBus"_s, bus, u"ReloadConfig"_s));
 }
 
 }  // namespace tessaly::test
