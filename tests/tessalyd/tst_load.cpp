@@ -38,10 +38,10 @@ class LoadTest : public QObject {
 void LoadTest::initTestCase() {
     for (int client = 0; client < Clients; ++client) {
         QDir{}.mkpath(folder(client));
-        const std::string root = "1.2.3." + std::to_string(client);
+        const std::string root = std::string{"1.2.3."} + std::to_string(client);
         for (int i = 0; i < ObjectsEach; ++i) {
             // Two clients share a patient, and each client's objects are of two series.
-            writeObject({.patientId = "P" + std::to_string(client / 2),
+            writeObject({.patientId = std::string{"P"} + std::to_string(client / 2),
                          .study = root,
                          .series = root + "." + std::to_string(i % 2),
                          .instance = root + ".9." + std::to_string(i),
