@@ -10,6 +10,7 @@
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
 #include "app/frmLogin.h"
+#include "maintenance/frmRepairDB.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/ScratchDatabase.h"
 
@@ -132,6 +133,10 @@ int main(int argc, char* argv[]) {
         tabs.setCurrentIndex(picture.page);
         album.keepDialog(picture.dialog, picture.name, [&] { form.click(picture.button); });
     }
+    maintenance::frmRepairDB repair{window, &window};
+    repair.show();
+    album.keep(repair, u"dialog-repair"_s);
+    repair.hide();
     album.keepDialog(u"frmAbout"_s, u"dialog-about"_s, [&] { form.trigger(u"mnuHelpAbout"_s); });
     return album.failed() ? 1 : 0;
 }
