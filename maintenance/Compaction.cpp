@@ -18,6 +18,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/// The pages are in the system's cache anyway: the engine need not copy them into its own to read them.
+constexpr const char* MapPages = "PRAGMA mmap_size=1099511627776";
+
 void removeSideFiles(const fs::path& database) {
     for (const char* suffix : {"-journal", "-wal", "-shm"})
         fs::remove(database.string() + suffix);
@@ -64,6 +67,7 @@ void writeCompacted(SqliteFile& source, const fs::path& temporary) {
     // The flush comes later and once, when the copy is known to be sound. The database itself is never
     // written without one.
     source.run("PRAGMA synchronous=OFF");
+    source.run(MapPages);
     try {
         source.run("VACUUM INTO ?", temporary.string());
     } catch (...) {
@@ -77,11 +81,9 @@ void writeCompacted(SqliteFile& source, const fs::path& temporary) {
 /// the indexes hold the table's rows is not looked up again: the engine copies them entry by entry, and the
 /// look-up takes longer than the compaction.
 void checkCompacted(const fs::path& temporary, bool writeAhead, const std::function<void()>& breathe) {
-    constexpr const char* Map =
-        "PRAGMA mmap_size=1099511627776";  // the pages were just written: no second copy
     SqliteFile copy{temporary, breathe};
     copy.run("PRAGMA locking_mode=EXCLUSIVE");
-    copy.run(Map);
+    copy.run(MapPages);
     if (writeAhead)
         setJournalMode(copy, "wal");
     if (const std::string verdict = copy.run("PRAGMA quick_check(1)"); verdict != "ok")
