@@ -1,6 +1,11 @@
 #include <dlfcn.h>
 #include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
 #include <QDialog>
+#include <QDir>
 #include <QLineEdit>
 #include <QPointer>
 #include <QPushButton>
@@ -9,6 +14,7 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <cstring>
 #include <future>
 
@@ -40,6 +46,25 @@ VerificationResult verify(const QString& port, const std::string& called = "PEER
                                     .calledAETitle = called});
 }
 
+/// This process's sockets that are connected to the port.
+std::vector<int> socketsTo(const QString& port) {
+    std::vector<int> found;
+    for (const QString& name : QDir{u"/proc/self/fd"_s}.entryList(QDir::System | QDir::Files)) {
+        sockaddr_in peer{};
+        socklen_t size = sizeof peer;
+        if (getpeername(name.toInt(), reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+            peer.sin_family == AF_INET && ntohs(peer.sin_port) == port.toInt())
+            found.push_back(name.toInt());
+    }
+    return found;
+}
+
+bool sendsAtOnce(int socket) {
+    int on = 0;
+    socklen_t size = sizeof on;
+    return getsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, &size) == 0 && on != 0;
+}
+
 }  // namespace
 
 /// The system's resolver, but for one name that it never answers while the test says so.
@@ -68,6 +93,7 @@ class VerificationTest : public QObject {
     void whatCannotBeSentIsRaised_data();
     void whatCannotBeSentIsRaised();
     void aStopEndsTheWait();
+    void nothingWaitsForAnAcknowledgement();
     void storescpAnswers();
     void orthancAnswersAndRejects();
     void theWindowLivesAndTheDialogIsBlocked();
@@ -221,6 +247,20 @@ void VerificationTest::aStopEndsTheWait() {
         stop.request_stop();
         QCOMPARE(waiting.get().outcome, Outcome::Stopped);
     }
+}
+
+void VerificationTest::nothingWaitsForAnAcknowledgement() {
+    const Peer peer{Peer::Manner::IgnoresTheEcho};
+    std::stop_source stop;
+    const auto verification = std::async(std::launch::async, [&] {
+        return Verifier{}.verify({.host = "127.0.0.1",
+                                  .port = peer.port().toStdString(),
+                                  .callingAETitle = "TESSALY",
+                                  .calledAETitle = "PEER"},
+                                 stop.get_token());
+    });
+    QTRY_VERIFY(std::ranges::any_of(socketsTo(peer.port()), sendsAtOnce));
+    stop.request_stop();
 }
 
 void VerificationTest::storescpAnswers() {
