@@ -15,6 +15,7 @@
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
+#include <vector>
 
 #include "tessalyd/Log.h"
 
@@ -43,7 +44,7 @@ class Connection final : public DcmTCPConnection {
     ~Connection() override { letGo(); }
 
     ssize_t read(void* target, size_t size) override {
-        if (begin_ == end_ && !fill())
+        if (begin_ == end_ && !(flush() && fill()))
             return received_;
         const std::size_t count = std::min(size, end_ - begin_);
         std::memcpy(target, ahead_.data() + begin_, count);
@@ -51,31 +52,27 @@ class Connection final : public DcmTCPConnection {
         return static_cast<ssize_t>(count);
     }
 
+    /// The upper layer writes a message in pieces: they go out together, once it turns to what comes back.
     ssize_t write(void* source, size_t size) override {
-        // The upper layer takes a part written for a failure, so that all of it goes or nothing.
-        const char* next = static_cast<const char*>(source);
-        const char* const end = next + size;
-        while (next != end) {
-            const ssize_t sent =
-                ::send(getSocket(), next, static_cast<std::size_t>(end - next), MSG_NOSIGNAL | MSG_DONTWAIT);
-            if (sent > 0)
-                next += sent;
-            else if (errno == EAGAIN ? !wait(POLLOUT, SendPatience) : errno != EINTR)
-                return -1;
-        }
-        OFLOG_DEBUG(dumpLog(Dump::Socket), "socket " << getSocket() << ": sent " << size << " bytes");
-        return static_cast<ssize_t>(size);
+        const char* piece = static_cast<const char*>(source);
+        waiting_.insert(waiting_.end(), piece, piece + size);
+        return waiting_.size() < ahead_.size() || flush() ? static_cast<ssize_t>(size) : -1;
     }
 
     OFBool networkDataAvailable(int timeout) override {
-        return begin_ != end_ || wait(POLLIN, seconds{timeout});
+        if (begin_ != end_)
+            return OFTrue;
+        // A failure to send is what the read then comes to.
+        return !flush() || wait(POLLIN, seconds{timeout});
     }
 
     void close() override {
+        static_cast<void>(flush());
         letGo();
         DcmTCPConnection::close();
     }
     void closeTransportConnection() override {
+        static_cast<void>(flush());
         letGo();
         DcmTCPConnection::closeTransportConnection();
     }
@@ -92,6 +89,25 @@ class Connection final : public DcmTCPConnection {
         begin_ = 0;
         end_ = received_ > 0 ? static_cast<std::size_t>(received_) : 0;
         return end_ > 0;
+    }
+
+    /// False once something could not be sent; received_ then is what a read returns.
+    bool flush() {
+        for (std::size_t sent = 0; sent < waiting_.size() && !broken_;) {
+            const ssize_t count = ::send(getSocket(), waiting_.data() + sent, waiting_.size() - sent,
+                                         MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (count > 0)
+                sent += static_cast<std::size_t>(count);
+            else
+                broken_ = errno == EAGAIN ? !wait(POLLOUT, SendPatience) : errno != EINTR;
+        }
+        if (!waiting_.empty())
+            OFLOG_DEBUG(dumpLog(Dump::Socket),
+                        "socket " << getSocket() << ": sent " << waiting_.size() << " bytes");
+        waiting_.clear();
+        if (broken_)
+            received_ = -1;
+        return !broken_;
     }
 
     bool wait(short event, seconds patience) {
@@ -116,6 +132,8 @@ class Connection final : public DcmTCPConnection {
     }
 
     Interrupter& interrupter_;
+    std::vector<char> waiting_;  // to be sent
+    bool broken_ = false;
     std::array<char, 65536> ahead_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
