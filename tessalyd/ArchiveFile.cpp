@@ -35,6 +35,10 @@ void flushFolder(const fs::path& folder) {
         fail(folder);
 }
 
+bool moved(const fs::path& from, const fs::path& to, unsigned flags) noexcept {
+    return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0;
+}
+
 /// Makes a folder that lasts; nothing happens when it is there.
 void makeFolder(const fs::path& folder) {
     constexpr mode_t Mode = 0777;  // less the process's mask
@@ -61,11 +65,13 @@ bool isTemporaryName(std::string_view name) noexcept {
 
 ArchiveFile::ArchiveFile(fs::path folder, std::string name)
     : folder_(std::move(folder)), name_(std::move(name)), temporary_(folder_ / temporaryName()) {
-    // A store that fails in another thread may take the empty folders away before the file is in them.
+    // Mostly the folders are there. Those that are made here, a store that fails in another thread may take
+    // away again before the file is in them.
     constexpr int Attempts = 5;
-    for (int attempt = 1; !file_.isOpen(); ++attempt) {
+    for (int attempt = 0; !file_.isOpen(); ++attempt) {
         try {
-            makeFolders();
+            if (attempt > 0)
+                makeFolders();
             open();
         } catch (const std::system_error& error) {
             if (error.code() != std::errc::no_such_file_or_directory || attempt == Attempts) {
@@ -109,11 +115,12 @@ void ArchiveFile::publish() {
     const fs::path final = folder_ / name_;
     if (::fsync(file_.get()) < 0)
         fail(temporary_);
-    if (::renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, final.c_str(), RENAME_EXCHANGE) == 0) {
+    if (moved(temporary_, final, RENAME_NOREPLACE)) {
+        stage_ = Stage::Published;
+    } else if (moved(temporary_, final, RENAME_EXCHANGE)) {
         stage_ = Stage::Replaced;
     } else {
-        // Nothing there to change places with, or a file system that cannot: a file there is lost then even
-        // if this one is not kept.
+        // A file system that can neither: a file there is lost then even if this one is not kept.
         if (::rename(temporary_.c_str(), final.c_str()) < 0)
             fail(final);
         stage_ = Stage::Published;
@@ -131,7 +138,7 @@ void ArchiveFile::keep() noexcept {
 void ArchiveFile::withdraw() noexcept {
     const fs::path final = folder_ / name_;
     if (stage_ == Stage::Replaced)
-        ::renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, final.c_str(), RENAME_EXCHANGE);
+        moved(temporary_, final, RENAME_EXCHANGE);
     else if (stage_ == Stage::Published)
         ::unlink(final.c_str());
     ::unlink(temporary_.c_str());
