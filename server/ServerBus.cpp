@@ -46,11 +46,14 @@ QString ServerBus::startServer() {
     }
     const QDBusMessage start = busCall(u"StartServiceByName"_s, {ServiceName, 0U});
     const QDBusMessage started = connection_.call(start, QDBus::Block, CallLimit);
-    if (started.type() != QDBusMessage::ReplyMessage)
-        fail(QDBusError{started}, start);
+    const QDBusError refusal{started};
+    if (refusal.type() == QDBusError::NoReply)
+        fail(refusal, start);
+    // One that somebody else has started is a server, too, where the bus knows of none to start.
     QString process = owner();
     if (process.isEmpty())
-        tessaly::server::fail(u"The server ended while it was started"_s);
+        tessaly::server::fail(refusal.isValid() ? refusal.message()
+                                                : u"The server ended while it was started"_s);
     if (process == renounced_)
         tessaly::server::fail(u"The server that was terminated has not ended yet"_s);
     return process;

@@ -38,6 +38,7 @@ class DBusServerTest : public QObject {
 
     void makingItStartsTheServerOnce();
     void withoutAServerItCannotBeMade();
+    void aServerThatTheBusCannotStartIsTakenWhereItRuns();
     void aServerThatNeverComesUpIsWaitedForOnce();
     void everyOperationArrives();
     void anErrorIsThrown();
@@ -105,6 +106,13 @@ void DBusServerTest::withoutAServerItCannotBeMade() {
     QVERIFY_FAILS_AT_ONCE((void)make());
     fake_->offer();
     QVERIFY(canBeMade());
+}
+
+void DBusServerTest::aServerThatTheBusCannotStartIsTakenWhereItRuns() {
+    const auto first = make();
+    fake_->withdraw();
+    QCOMPARE(make()->GetStatus().state, 0);
+    QCOMPARE(fake_->calls(), QStringList{u"created"_s});
 }
 
 void DBusServerTest::aServerThatNeverComesUpIsWaitedForOnce() {
