@@ -1,0 +1,282 @@
+// How fast the server stores and answers, beside other products' receivers on the same disk in the same run:
+// from one sender as it comes, from one and from eight with TCP_NODELAY. Its peak of memory, and associations
+// for a C-ECHO. Prints tables; judges nothing.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <vector>
+
+#include "network/Verifier.h"
+#include "tests/network/Peers.h"
+#include "tests/support/ScratchBus.h"
+#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/Objects.h"
+
+using namespace Qt::StringLiterals;
+using namespace tessaly;
+using namespace tessaly::test;
+
+namespace {
+
+constexpr int Senders = 8;
+constexpr int Batches = 5;  // beyond the first for the memory alone
+constexpr int Part = 250;   // objects of one sender in one batch
+constexpr int Rounds = 3;
+
+/// The toolkit turns Nagle's algorithm off where the variable is set: in this process and those it starts.
+enum class Tcp { AsItComes, NoDelay };
+void set(Tcp tcp) {
+    if (tcp == Tcp::NoDelay)
+        qputenv("TCP_NODELAY", "1");
+    else
+        qunsetenv("TCP_NODELAY");
+}
+
+/// CT images of 33 KB: folders of batches, in them folders of senders.
+class Objects {
+  public:
+    Objects() {
+        constexpr int Side = 128;
+        for (int batch = 0; batch < Batches; ++batch) {
+            for (int sender = 0; sender < Senders; ++sender) {
+                QDir{}.mkpath(folder(batch, sender));
+                const std::string study = "1.2.3." + std::to_string(batch) + '.' + std::to_string(sender);
+                for (int i = 0; i < Part; ++i) {
+                    writeObject({.patientId = 'P' + std::to_string(sender),
+                                 .study = study,
+                                 .series = study + ".1",
+                                 .instance = study + ".1." + std::to_string(i),
+                                 .side = Side,
+                                 .seed = i},
+                                folder(batch, sender) + u"/%1.dcm"_s.arg(i));
+                }
+            }
+        }
+    }
+    [[nodiscard]] QString folder(int batch) const { return folder_.filePath(QString::number(batch)); }
+    [[nodiscard]] QString folder(int batch, int sender) const { return folder(batch) + u"/%1"_s.arg(sender); }
+
+  private:
+    QTemporaryDir folder_;
+};
+
+double secondsOf(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// Sends each folder, with all below it, over an association of its own, all at once; returns the seconds.
+double send(const QString& port, const QStringList& folders) {
+    return secondsOf([&] {
+        std::vector<std::unique_ptr<QProcess>> senders;
+        for (const QString& folder : folders) {
+            senders.push_back(std::make_unique<QProcess>());
+            senders.back()->start(u"storescu"_s,
+                                  {u"-aec"_s, u"ORTHANC"_s, u"+sd"_s, u"+r"_s, u"localhost"_s, port, folder});
+        }
+        for (const auto& sender : senders) {
+            if (!sender->waitForFinished(-1) || sender->exitCode() != 0)
+                throw std::runtime_error("a sender failed: " + sender->readAllStandardError().toStdString());
+        }
+    });
+}
+
+/// Whatever was stored stays until the end: while many files are being deleted, and for some seconds after,
+/// some file systems take long to make new ones.
+template <class Receiver>
+Receiver& keep(std::unique_ptr<Receiver> receiver) {
+    static std::vector<std::unique_ptr<Receiver>> kept;
+    return *kept.emplace_back(std::move(receiver));
+}
+
+/// Objects a second at a receiver that the senders have for themselves; the tessalyd among them must have
+/// all.
+double rateAtTessalyd(Tcp tcp, const QStringList& folders, int objects) {
+    set(Tcp::AsItComes);  // the variable is the sender's alone: the server does without
+    Daemon& daemon = keep(std::make_unique<Daemon>());
+    daemon.launch();
+    set(tcp);
+    const double seconds = send(daemon.port(), folders);
+    if (daemon.images().size() != objects || !daemon.terminate())
+        throw std::runtime_error("the server has not stored all, or does not end");
+    return objects / seconds;
+}
+
+double rateAt(std::unique_ptr<Product> (*product)(), Tcp tcp, const QStringList& folders, int objects) {
+    set(tcp);
+    return objects / send(keep(product()).port(), folders);
+}
+
+void compareStores(const Objects& made) {
+    const QStringList few{made.folder(0, 0)};
+    const QStringList all{made.folder(0)};
+    QStringList eight;
+    for (int sender = 0; sender < Senders; ++sender)
+        eight << made.folder(0, sender);
+    constexpr int All = Senders * Part;
+
+    struct Row {
+        const char* sender;
+        const char* other;
+        std::function<double()> here;
+        std::function<double()> there;
+        int roundsThere;
+    };
+    const std::vector<Row> rows{
+        {"one, as it comes", "storescp as it comes", [&] { return rateAtTessalyd(Tcp::AsItComes, all, All); },
+         [&] { return rateAt(Product::storescp, Tcp::AsItComes, few, Part); }, 1},
+        {"one, TCP_NODELAY", "storescp, TCP_NODELAY", [&] { return rateAtTessalyd(Tcp::NoDelay, all, All); },
+         [&] { return rateAt(Product::storescp, Tcp::NoDelay, all, All); }, Rounds},
+        {"eight, TCP_NODELAY", "Orthanc, TCP_NODELAY",
+         [&] { return rateAtTessalyd(Tcp::NoDelay, eight, All); },
+         [&] { return rateAt(Product::orthanc, Tcp::NoDelay, eight, All); }, Rounds}};
+    std::printf("senders             tessalyd        other product                  ratio\n");
+    for (const Row& row : rows) {
+        double here = 0;
+        double there = 0;
+        for (int round = 0; round < Rounds; ++round) {  // in turns
+            here = std::max(here, row.here());
+            if (round < row.roundsThere)
+                there = std::max(there, row.there());
+        }
+        std::printf("%-18s %6.0f objects/s   %-22s %6.0f/s %6.2f\n", row.sender, here, row.other, there,
+                    here / there);
+        std::fflush(stdout);
+    }
+}
+
+/// What the flushes of one store cost on this disk, in plain C: the file, its folder, the database's log.
+void measureFlushes() {
+    static const QTemporaryDir folder;  // stays, as what was stored does
+    const int root = ::open(qPrintable(folder.path()), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int log = ::openat(root, "log", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const std::vector<char> object(33'000, 'x');
+    const std::vector<char> pages(4L * 4096, 'x');
+    enum Flushed { Nothing, File, Folder, Log };
+    const auto millisecondsOf = [&](Flushed flushed) {
+        constexpr int Objects = 500;
+        bool good = root >= 0 && log >= 0;
+        const double seconds = secondsOf([&] {
+            for (int i = 0; i < Objects; ++i) {
+                const std::string name = std::to_string(flushed) + '.' + std::to_string(i);
+                const int file = ::openat(root, "part", O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+                good = good && ::write(file, object.data(), object.size()) == ssize_t(object.size()) &&
+                       (flushed < File || ::fsync(file) == 0) &&
+                       ::renameat(root, "part", root, name.c_str()) == 0 &&
+                       (flushed < Folder || ::fsync(root) == 0) &&
+                       ::pwrite(log, pages.data(), pages.size(), i % 100 * ssize_t(pages.size())) > 0 &&
+                       (flushed < Log || ::fdatasync(log) == 0);
+                ::close(file);
+            }
+        });
+        if (!good)
+            throw std::runtime_error("the disk cannot be measured");
+        return seconds * 1000 / Objects;
+    };
+    (void)millisecondsOf(Log);  // the log has its size
+    std::printf("\nthis disk, an object of 33 KB written and renamed, its pages written to a log\n");
+    for (const auto& [flushed, what] : {std::pair{Nothing, "nothing flushed"},
+                                        {File, "the file flushed"},
+                                        {Folder, "the file and its folder"},
+                                        {Log, "the file, its folder and the log"}})
+        std::printf("%-34s %8.3f ms\n", what, millisecondsOf(flushed));
+    ::close(log);
+    ::close(root);
+}
+
+/// Of another process, in MB.
+double peakMemory(qint64 process) {
+    QFile status{u"/proc/%1/status"_s.arg(process)};
+    if (status.open(QIODevice::ReadOnly)) {
+        for (const QByteArray& line : status.readAll().split('\n')) {
+            if (line.startsWith("VmHWM:"))
+                return line.simplified().split(' ').at(1).toDouble() / 1024;
+        }
+    }
+    throw std::runtime_error("no peak of memory");
+}
+
+void measureMemory(const Objects& made) {
+    set(Tcp::NoDelay);
+    Daemon daemon;
+    daemon.launch();
+    std::printf("\ntessalyd's peak of memory, eight senders\nno object         %6.1f MB\n",
+                peakMemory(daemon.process.processId()));
+    for (int batch = 0; batch < Batches; ++batch) {
+        QStringList folders;
+        for (int sender = 0; sender < Senders; ++sender)
+            folders << made.folder(batch, sender);
+        (void)send(daemon.port(), folders);
+        std::printf("%6d objects    %6.1f MB\n", (batch + 1) * Senders * Part,
+                    peakMemory(daemon.process.processId()));
+    }
+}
+
+/// Associations a second, each opened for one C-ECHO and released.
+double echoes(int count, const std::function<bool()>& echo) {
+    return count / secondsOf([&] {
+               for (int i = 0; i < count; ++i) {
+                   if (!echo())
+                       throw std::runtime_error("an echo failed");
+               }
+           });
+}
+bool echoOfTheToolkit(const QString& port) {
+    Association association{port};
+    const bool answered = association.isOpen() && association.echo();
+    association.release();
+    return answered;
+}
+bool echoOfTheConsole(const QString& port) {
+    return network::Verifier{}
+               .verify({.host = "127.0.0.1", .port = port.toStdString(), .calledAETitle = "ANY"})
+               .outcome == network::VerificationResult::Outcome::Success;
+}
+
+void compareEchoes() {
+    set(Tcp::AsItComes);
+    const auto untuned = Product::storescp();
+    Daemon daemon;
+    daemon.launch();
+    set(Tcp::NoDelay);
+    const auto tuned = Product::storescp();
+    constexpr int Few = 100;  // where each one waits for acknowledgements
+    constexpr int Many = 1'000;
+    std::printf("\nassociations with one C-ECHO, a second     tessalyd   storescp\n");
+    const auto print = [](const char* client, double here, double there) {
+        std::printf("%-42s %8.0f %10.0f\n", client, here, there);
+    };
+    set(Tcp::AsItComes);
+    print("the toolkit as it comes", echoes(Many, [&] { return echoOfTheToolkit(daemon.port()); }),
+          echoes(Few, [&] { return echoOfTheToolkit(untuned->port()); }));
+    print("the console's verification", echoes(Many, [&] { return echoOfTheConsole(daemon.port()); }),
+          echoes(Few, [&] { return echoOfTheConsole(untuned->port()); }));
+    set(Tcp::NoDelay);
+    print("the toolkit, TCP_NODELAY at both ends",
+          echoes(Many, [&] { return echoOfTheToolkit(daemon.port()); }),
+          echoes(Many, [&] { return echoOfTheToolkit(tuned->port()); }));
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    const ScratchBus bus;
+    const QCoreApplication application{argc, argv};
+    const Objects objects;
+    compareStores(objects);
+    measureFlushes();
+    measureMemory(objects);
+    compareEchoes();
+    return 0;
+}
