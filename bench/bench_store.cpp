@@ -271,12 +271,17 @@ void compareEchoes() {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    const ScratchBus bus;
-    const QCoreApplication application{argc, argv};
-    const Objects objects;
-    compareStores(objects);
-    measureFlushes();
-    measureMemory(objects);
-    compareEchoes();
+    try {
+        const ScratchBus bus;
+        const QCoreApplication application{argc, argv};
+        const Objects objects;
+        compareStores(objects);
+        measureFlushes();
+        measureMemory(objects);
+        compareEchoes();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
     return 0;
 }
