@@ -9,8 +9,8 @@
 #include <QPushButton>
 
 #include "app/Globals.h"
+#include "db/StoredPath.h"
 #include "maintenance/Relocation.h"
-#include "maintenance/StoredPath.h"
 #include "ui/ConsoleEnd.h"
 #include "ui/FolderPicker.h"
 #include "ui/Guard.h"
@@ -22,7 +22,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 bool isFolder(const QString& path) {
-    return !path.isEmpty() && QFileInfo{QString::fromStdString(localPath(path.toStdString()))}.isDir();
+    return !path.isEmpty() && QFileInfo{QString::fromStdString(db::localPath(path.toStdString()))}.isDir();
 }
 
 class WaitCursor {

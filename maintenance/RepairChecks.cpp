@@ -9,8 +9,8 @@
 #include "db/Error.h"
 #include "db/Number.h"
 #include "db/Query.h"
+#include "db/StoredPath.h"
 #include "maintenance/RowSpool.h"
-#include "maintenance/StoredPath.h"
 
 namespace tessaly::maintenance {
 
@@ -60,7 +60,7 @@ Verdict judgeImage(db::ResultSet& owner, const Row& image) {
         return Verdict::Remove;
     const std::string& folder = owner.text("SeriesDir");
     const std::string path = owner.text("StudyPath") + "\\" + folder + "\\" + image.back();
-    return isOrdinaryFile(localPath(path)) ? Verdict::Keep : Verdict::SayAndRemove;
+    return isOrdinaryFile(db::localPath(path)) ? Verdict::Keep : Verdict::SayAndRemove;
 }
 
 template <const char* Column>

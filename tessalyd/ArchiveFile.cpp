@@ -4,7 +4,6 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -49,12 +48,6 @@ void makeFolder(const fs::path& folder) {
 }
 
 }  // namespace
-
-fs::path nativePath(std::string_view stored) {
-    std::string path{stored};
-    std::replace(path.begin(), path.end(), '\\', '/');
-    return path;
-}
 
 bool isTemporaryName(std::string_view name) noexcept {
     if (!name.starts_with(Prefix) || !name.ends_with(Suffix))

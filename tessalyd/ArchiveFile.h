@@ -9,9 +9,6 @@
 
 namespace tessaly::tessalyd {
 
-/// The path that a stored path means here: backslashes separate, as the tables have them.
-[[nodiscard]] std::filesystem::path nativePath(std::string_view stored);
-
 /// True for a name that only this server gives, and only while an object is being written.
 [[nodiscard]] bool isTemporaryName(std::string_view name) noexcept;
 

@@ -8,6 +8,7 @@
 
 #include <system_error>
 
+#include "db/StoredPath.h"
 #include "tessalyd/Decoder.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/StoreFailure.h"
@@ -55,7 +56,7 @@ void ArchiveWriter::begin(bool complete) {
     header_->transferSyntaxUid = DcmXfer{object_.syntax}.getXferID();
     placement_ = index_.place(*header_, port_.root);
     const ArchiveLocation& location = placement_->location();
-    file_ = std::make_unique<ArchiveFile>(nativePath(location.folder()), location.imageFile);
+    file_ = std::make_unique<ArchiveFile>(db::localPath(location.folder()), location.imageFile);
     writeMetaHeader();
     file_->write(buffer_);
     buffer_.clear();
@@ -124,7 +125,7 @@ void ArchiveWriter::publish() {
     file_->keep();
     if (previous && *previous != location) {
         std::error_code ignored;  // a file that is gone already, or a folder that cannot be written any more
-        std::filesystem::remove(nativePath(previous->path()), ignored);
+        std::filesystem::remove(db::localPath(previous->path()), ignored);
     }
 }
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "db/StoredPath.h"
 #include "tessalyd/ArchiveFile.h"
 #include "tessalyd/FileDescriptor.h"
 #include "tessalyd/Log.h"
@@ -59,7 +60,7 @@ void cleanFolder(const fs::path& folder, const timespec& started, const std::sto
 
 void clean(const std::vector<std::string>& roots, const timespec& started, const std::stop_token& stop) {
     for (const std::string& root : roots) {
-        forEach(nativePath(root), stop, [&](const fs::directory_entry& study) {
+        forEach(db::localPath(root), stop, [&](const fs::directory_entry& study) {
             forEach(study.path(), stop,
                     [&](const fs::directory_entry& series) { cleanFolder(series.path(), started, stop); });
         });

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "db/Query.h"
+#include "db/StoredPath.h"
 #include "db/Transaction.h"
 #include "tests/support/ScratchDatabase.h"
 
@@ -66,6 +67,7 @@ class DbTest : public QObject {
     void aMissingFileIsNotCreated();
     void whatIsNoDatabaseIsRefused();
     void anUnknownDataSourceSaysSo();
+    void aStoredPathHasBackslashesAndALocalOneNone();
 
   private:
     [[nodiscard]] ResultSet select(const std::string& text) const { return Query{*connection_, text}.open(); }
@@ -336,6 +338,12 @@ void DbTest::anUnknownDataSourceSaysSo() {
     const db::Error fault = faultOf([&] { connection_->establish(); });
     QVERIFY2(QString::fromUtf8(fault.what()).contains(u"Data source name not found"_s), fault.what());
     QCOMPARE(fault.sqlState(), std::string{"IM002"});
+}
+
+void DbTest::aStoredPathHasBackslashesAndALocalOneNone() {
+    QCOMPARE(db::localPath("/a/b\\1.2\\1.2.3"), "/a/b/1.2/1.2.3");
+    QCOMPARE(db::localPath("\\\\host\\share\\"), "//host/share/");
+    QCOMPARE(db::localPath(""), "");
 }
 
 QTEST_GUILESS_MAIN(DbTest)

@@ -1,4 +1,4 @@
-// UIDs, stored paths, file names and the text of East Asian devices.
+// UIDs, file names and the text of East Asian devices.
 
 #include <QUtf8StringView>
 #include <algorithm>
@@ -15,8 +15,6 @@ void tessaly::fuzz::tryInput(std::string_view input) {
         require(input.find_first_not_of("0123456789.") == std::string_view::npos);
         require(input.find("..") == std::string_view::npos);
     }
-    const std::string native = tessalyd::nativePath(input).string();
-    require(native.size() == input.size() && native.find('\\') == std::string::npos);
     if (tessalyd::isTemporaryName(input))
         require(input.find('/') == std::string_view::npos && input.front() == '.');
     if (const auto text = tessalyd::fromCodeExtensions(std::string{input}))

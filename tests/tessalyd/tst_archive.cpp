@@ -97,7 +97,6 @@ void ArchiveTest::temporaryNamesAreItsOwnOnly() {
     for (const char* other : {"", ".tessalyd-.part", ".tessalyd-1-2.part~", "tessalyd-1-2.part",
                               ".tessalyd-x.part", "1.2.3.dcm", ".part", ".tessalyd-"})
         QVERIFY2(!isTemporaryName(other), other);
-    QCOMPARE(nativePath("/a/b\\1.2\\1.2.3"), std::filesystem::path{"/a/b/1.2/1.2.3"});
 }
 
 void ArchiveTest::aHeaderIsReadAsSoonAsItIsThere() {
