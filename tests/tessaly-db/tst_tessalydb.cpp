@@ -6,6 +6,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include "app/Globals.h"
 #include "app/PasswordEncoder.h"
 #include "db/Query.h"
 #include "tests/support/ScratchDatabase.h"
@@ -46,6 +47,7 @@ class TestTessalyDb : public QObject {
     void isBrokenOffWithTheTerminalIntact_data();
     void isBrokenOffWithTheTerminalIntact();
     void findsNoFault();
+    void hasNothingAgainstTheConsolesOwnTable();
     void findsFaults_data();
     void findsFaults();
     void findsNoDatabase_data();
@@ -392,6 +394,15 @@ void TestTessalyDb::findsNoFault() {
     QVERIFY(!QFile::exists(file() + u"-wal"_s));
 }
 
+void TestTessalyDb::hasNothingAgainstTheConsolesOwnTable() {
+    create();
+    change(u"DROP TABLE FtpNodes"_s);
+    scratch_->openConsoleConnection();
+    Globals::EnsureFtpNodesTable();
+    Globals::DbConnection().close();
+    QCOMPARE(run({u"check"_s}).out, u"DicomFDB: ok\n"_s);
+}
+
 void TestTessalyDb::findsFaults_data() {
     QTest::addColumn<QStringList>("changes");
     QTest::addColumn<QStringList>("faults");
@@ -413,11 +424,16 @@ void TestTessalyDb::findsFaults_data() {
     row("unique index", {u"DROP INDEX PatientByPatientID"_s},
         {u"Patient lacks the unique key (PatientID)"_s});
     row("key that compares with case",
+        {u"DROP TABLE DicomNodes"_s,
+         u"CREATE TABLE DicomNodes (Name VARCHAR(16) NOT NULL PRIMARY KEY, AETitle VARCHAR(16),"
+         " LocalAETitle VARCHAR(16), Host VARCHAR(64), Port VARCHAR(16), Store INTEGER, Query INTEGER,"
+         " Print INTEGER)"_s},
+        {u"DicomNodes lacks the unique key (Name without case)"_s});
+    row("destinations without a key",
         {u"DROP TABLE FtpNodes"_s,
-         u"CREATE TABLE FtpNodes (Name VARCHAR(16) NOT NULL PRIMARY KEY, Host VARCHAR(64),"
-         " UserName VARCHAR(16), UserPwd VARCHAR(16), Destination VARCHAR(128),"
-         " NodeType VARCHAR(8))"_s},
-        {u"FtpNodes lacks the unique key (Name without case)"_s});
+         u"CREATE TABLE FtpNodes (Name VARCHAR(16), Host VARCHAR(64), UserName VARCHAR(16),"
+         " UserPwd VARCHAR(16), Destination VARCHAR(128), NodeType VARCHAR(8))"_s},
+        {u"FtpNodes lacks the unique key (Name)"_s});
     row("no server row", {u"DELETE FROM DicomServer"_s}, {u"DicomServer has 0 rows instead of one"_s});
     row("two site rows", {u"INSERT INTO SiteData VALUES ('', '')"_s},
         {u"SiteData has 2 rows instead of one"_s});
