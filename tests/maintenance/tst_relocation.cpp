@@ -248,6 +248,11 @@ void RelocationTest::noIsNo() {
     BoxScript script;
     script.expect(question(folder(u"Old"_s), QMessageBox::No));
     window().click(u"cmdChangePath"_s);
+    // A root that is written as the studies' paths are is a folder as well.
+    const QString stored = database_->folder() + u"\\Old"_s;
+    setPaths(stored, stored);
+    script.expect(question(stored, QMessageBox::No));
+    window().click(u"cmdChangePath"_s);
     QVERIFY(script.isDone());
     QCOMPARE(pathOf(u"1"_s), folder(u"Old"_s) + u"\\1"_s);
 }
@@ -279,7 +284,7 @@ void RelocationTest::everyMatchingStudyIsRewritten() {
 
 void RelocationTest::aFailureEndsTheConsole() {
     const QString old = folder(u"Old"_s);
-    for (const QString& uid : {u"1"_s, u"2"_s, u"3"_s})
+    for (const QString& uid : {u"3"_s, u"1"_s, u"2"_s})  // the walk goes by their UIDs
         addStudy(uid, old + u'\\' + uid);
     database_->failOn(u"Study"_s, u"UPDATE"_s, ScratchDatabase::Failure, u"OLD.StudyInstanceUID = '2'"_s);
     setPaths(old, folder(u"New"_s));
