@@ -7,6 +7,7 @@
 
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 
 #include "maintenance/FileLease.h"
 #include "maintenance/FileSwap.h"
@@ -35,6 +36,12 @@ bool isAlone(const FileLease& lease) {
     if (lease.state() == FileLease::State::InUse)
         refuseInUse();
     return lease.state() == FileLease::State::Held;
+}
+
+/// The other names of a file would go on leading to the old one.
+void requireOneName(const fs::path& target) {
+    if (fs::hard_link_count(target) > 1)
+        throw std::runtime_error(target.string() + " has more than one name");
 }
 
 /// A file left by a compaction that did not end is no database to be opened, and its journals would be taken
@@ -90,15 +97,36 @@ void checkCompacted(const fs::path& temporary, bool writeAhead, const std::funct
         throw std::runtime_error(verdict);
 }
 
-/// The compacted file in the target's own folder, where a rename can put it into its place. They differ where
-/// the database was chosen by a symbolic link.
-fs::path besideTarget(const fs::path& temporary, const fs::path& target) {
-    if (fs::equivalent(temporary.parent_path(), target.parent_path()))
-        return temporary;
-    const fs::path staged = target.string() + ".compacted";
-    fs::copy_file(temporary, staged, fs::copy_options::overwrite_existing);
-    return staged;
-}
+/// The compacted file in the target's own folder, where a rename can put it into its place: a copy where the
+/// database was chosen by a symbolic link in another folder. Nobody would look for the copy there, so it goes
+/// when it was not renamed.
+class Staged {
+  public:
+    Staged(const fs::path& temporary, const fs::path& target)
+        : temporary_(temporary),
+          path_(fs::equivalent(temporary.parent_path(), target.parent_path())
+                    ? temporary
+                    : fs::path{target.string() + ".compacted"}) {}
+    ~Staged() {
+        std::error_code ignored;
+        if (path_ != temporary_)
+            fs::remove(path_, ignored);
+    }
+    Staged(const Staged&) = delete;
+    Staged& operator=(const Staged&) = delete;
+
+    void make() const {
+        if (path_ == temporary_)
+            return;
+        fs::remove(path_);  // a killed run left it
+        fs::copy_file(temporary_, path_);
+    }
+    [[nodiscard]] const fs::path& path() const noexcept { return path_; }
+
+  private:
+    fs::path temporary_;
+    fs::path path_;
+};
 
 /// Whoever refused us the file has it open and may refuse this too; then the mode is his to choose.
 void restoreWriteAhead(const fs::path& database) noexcept {
@@ -138,6 +166,7 @@ fs::path temporaryPathOf(const fs::path& database) {
 void compactDatabase(const fs::path& database, const std::function<void()>& breathe) {
     const fs::path temporary = temporaryPathOf(fs::absolute(database));
     const fs::path target = fs::canonical(database);
+    requireOneName(target);
     removeStale(temporary, target);
 
     const bool leases = isAlone(FileLease{target});
@@ -146,9 +175,10 @@ void compactDatabase(const fs::path& database, const std::function<void()>& brea
     writeCompacted(*source, temporary);
     startFlush(temporary);  // the disk works while the check reads
     checkCompacted(temporary, writeAhead, breathe);
-    const fs::path staged = besideTarget(temporary, target);
-    copyAttributes(target, staged);
-    flushFile(staged);
+    const Staged staged{temporary, target};
+    staged.make();
+    copyAttributes(target, staged.path());
+    flushFile(staged.path());
 
     // A write-ahead log is found by the database's path: the old one's, taken for the new one's, would ruin
     // it. So the old database gives its log up first, with everything in it.
@@ -165,7 +195,7 @@ void compactDatabase(const fs::path& database, const std::function<void()>& brea
             if (!isAlone(*lease) || locked != Stamp{target})
                 refuseInUse();
         }
-        replaceFile(staged, target);
+        replaceFile(staged.path(), target);
     } catch (...) {
         source.reset();
         if (writeAhead)

@@ -12,8 +12,9 @@ namespace tessaly::maintenance {
 /// Replaces a database file by a compacted copy of itself, in the same journal mode, with the same owner,
 /// mode and access list; where `database` is a symbolic link, the file that it leads to. Throws
 /// std::exception with the engine's or the system's description, and the database is then what it was: when
-/// the file is no database, when any process has it open, when there is no room, no right, no sound copy.
-/// Killed or powered off at any instant it leaves the old database or the new one, whole, at the path.
+/// the file is no database, when any process has it open, when it has a second name (a hard link), when there
+/// is no room, no right, no sound copy. Killed or powered off at any instant it leaves the old database or
+/// the new one, whole, at the path.
 ///
 /// `breathe` is called now and then while the engine works, so that a window can repaint; it must not throw.
 /// This process must not have the file open.

@@ -80,8 +80,10 @@ void flushFile(const fs::path& file) {
 }
 
 void replaceFile(const fs::path& file, const fs::path& target) {
+    const fs::path folder = target.parent_path();
+    flush(folder, O_DIRECTORY);
     check(rename(file.c_str(), target.c_str()) == 0, target);
-    flush(target.parent_path(), O_DIRECTORY);
+    flush(folder, O_DIRECTORY);
 }
 
 }  // namespace tessaly::maintenance

@@ -17,7 +17,8 @@ void startFlush(const std::filesystem::path& file) noexcept;
 /// Returns when the file's content and attributes are on the disk.
 void flushFile(const std::filesystem::path& file);
 
-/// Renames `file`, flushed before, to `target` in the same folder, and flushes the folder.
+/// Renames `file`, flushed before, to `target` in the same folder. The folder is flushed before, so that what
+/// was removed from it does not come back beside the new file, and after.
 void replaceFile(const std::filesystem::path& file, const std::filesystem::path& target);
 
 }  // namespace tessaly::maintenance

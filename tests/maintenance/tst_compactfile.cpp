@@ -13,15 +13,13 @@
 #include <QRandomGenerator>
 #include <QTest>
 #include <chrono>
-#include <future>
-#include <thread>
+#include <functional>
 
 #include "maintenance/Compaction.h"
 #include "maintenance/FileLease.h"
 #include "tests/support/ScratchDatabase.h"
 
 using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
 using namespace tessaly;
 using namespace tessaly::test;
 
@@ -50,13 +48,22 @@ std::string nativePath(const QString& path) {
 }
 
 /// The failure of a compaction in this process, empty when it succeeded.
-QString compact(const QString& path) {
+QString compact(
+    const QString& path, const std::function<void()>& breathe = [] {}) {
     try {
-        maintenance::compactDatabase(nativePath(path));
+        maintenance::compactDatabase(nativePath(path), breathe);
         return {};
     } catch (const std::exception& fault) {
         return QString::fromUtf8(fault.what());
     }
+}
+
+/// The same, with a newcomer who opens a file while the engine works.
+QString compactBeside(QFile& newcomer, const QString& path) {
+    return compact(path, [&newcomer] {
+        if (!newcomer.isOpen())
+            (void)newcomer.open(QIODevice::ReadOnly);
+    });
 }
 
 /// The failure of a compaction in a process of its own.
@@ -103,11 +110,15 @@ class CompactFileTest : public QObject {
     void anUnfinishedLogIsNotLost();
     void ownerModeAndAttributesStay();
     void theFileBehindALinkIsReplaced();
+    void aLinksOwnCopyGoesWhenItWasOfNoUse();
+    void aSecondNameIsRefused();
+    void everythingIsOnTheDiskBeforeTheRename();
     void theCopyIsNeverReadableToOthers();
     void leftoversOfAnEarlierRunAreDeleted();
     void aLinkToTheTemporaryFileIsRefused();
     void whatIsNoDatabaseIsRefused();
     void aDamagedDatabaseIsRefused();
+    void aDamagedCopyIsRefused();
     void anybodyElseIsARefusal_data();
     void anybodyElseIsARefusal();
     void aLeaseSeesAnIdleDescriptor();
@@ -127,6 +138,16 @@ class CompactFileTest : public QObject {
         return names;
     }
     void checkContent(int images);
+    /// As many images instead of those of init(): enough for the engine to call back while it copies them.
+    void fillAnew(int images) {
+        database_->run(u"DELETE FROM Image"_s);
+        fill(*database_, images);
+        database_->release();
+    }
+    [[nodiscard]] bool hasLeases() const {
+        using maintenance::FileLease;
+        return FileLease{nativePath(path())}.state() != FileLease::State::Unavailable;
+    }
 
     std::unique_ptr<ScratchDatabase> database_;
 };
@@ -240,6 +261,64 @@ void CompactFileTest::theFileBehindALinkIsReplaced() {
     checkContent(1000);
 }
 
+void CompactFileTest::aLinksOwnCopyGoesWhenItWasOfNoUse() {
+    QTemporaryDir elsewhere;
+    const QString link = elsewhere.filePath(u"Link.mdb"_s);
+    QVERIFY(QFile::link(path(), link));
+    const QString bystander = elsewhere.filePath(u"bystander"_s);
+    QFile file{bystander};
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("mine") > 0);
+    file.close();
+    // In the copy's place stands what a killed run left, and by now it leads elsewhere.
+    QVERIFY(QFile::link(bystander, path() + u".compacted"_s));
+    QCOMPARE(compact(link), QString{});
+    QCOMPARE(companions(), QStringList{});
+    QCOMPARE(contentOf(bystander), "mine"_ba);
+    checkContent(1000);
+
+    // A newcomer makes the copy useless.
+    fillAnew(20'000);
+    QFile newcomer{path()};
+    const QString failure = compactBeside(newcomer, link);
+    QVERIFY(newcomer.isOpen());
+    if (hasLeases())
+        QCOMPARE(failure, u"database is locked"_s);
+    QCOMPARE(companions(), QStringList{});
+    newcomer.close();
+    checkContent(20'000);
+}
+
+void CompactFileTest::aSecondNameIsRefused() {
+    const QString other = database_->folder() + u"/other.mdb"_s;
+    QCOMPARE(::link(path().toUtf8().constData(), other.toUtf8().constData()), 0);
+    const QByteArray before = contentOf(path());
+    QCOMPARE(compact(path()), path() + u" has more than one name"_s);
+    QCOMPARE(contentOf(other), before);
+    QVERIFY(QFile::remove(other));
+    QCOMPARE(compact(path()), QString{});
+    checkContent(1000);
+}
+
+void CompactFileTest::everythingIsOnTheDiskBeforeTheRename() {
+    {
+        const Other killed{path()};
+        killed.leaveLog();
+        QVERIFY(killed.run("INSERT INTO Image VALUES ('1.2.new', '1.3.1', 'new.dcm', '', '', 1001)"));
+    }
+    const QString folder = u"flush "_s + QFileInfo{database_->folder()}.fileName();
+    const QStringList steps = compactInChild({path(), u"watch"_s}).split(u'\n', Qt::SkipEmptyParts);
+    const auto rename = steps.indexOf(u"rename DicomDB2.mdb to DicomDB.mdb"_s);
+    QVERIFY2(rename > 1 && rename + 2 == steps.size(), qPrintable(steps.join(u'|')));
+    // The new file whole; the old one with all of its log, and the log gone for good.
+    QVERIFY(steps.mid(0, rename).contains(u"flush DicomDB2.mdb"_s));
+    const auto logGone = steps.indexOf(u"remove DicomDB.mdb-wal"_s);
+    QVERIFY(steps.mid(0, logGone).contains(u"flush DicomDB.mdb"_s));
+    QVERIFY(logGone > 0 && logGone < rename - 1);
+    QCOMPARE(steps.at(rename - 1), folder);
+    QCOMPARE(steps.at(rename + 1), folder);
+    checkContent(1001);
+}
+
 void CompactFileTest::theCopyIsNeverReadableToOthers() {
     // The limit breaks the copy off, so that it can be looked at as it was being written.
     QVERIFY(!compactInChild({path(), u"limit"_s, u"8192"_s}).isEmpty());
@@ -252,6 +331,18 @@ void CompactFileTest::leftoversOfAnEarlierRunAreDeleted() {
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write("left over");
     }
+    QCOMPARE(compact(path()), QString{});
+    QCOMPARE(companions(), QStringList{});
+    checkContent(1000);
+
+    // A log that the engine would believe, with rows that are none of ours.
+    QVERIFY(QFile::copy(path(), temporary()));
+    {
+        const Other killed{temporary()};
+        killed.leaveLog();
+        QVERIFY(killed.run("DELETE FROM Image"));
+    }
+    QVERIFY(QFileInfo{temporary() + u"-wal"_s}.size() > 0);
     QCOMPARE(compact(path()), QString{});
     QCOMPARE(companions(), QStringList{});
     checkContent(1000);
@@ -290,6 +381,15 @@ void CompactFileTest::aDamagedDatabaseIsRefused() {
     QCOMPARE(contentOf(path()), damaged);
 }
 
+void CompactFileTest::aDamagedCopyIsRefused() {
+    const QByteArray before = contentOf(path());
+    const QString failure = compactInChild({path(), u"spoil"_s});
+    QVERIFY2(failure.startsWith(u"*** in database main ***"_s), qPrintable(failure));
+    QCOMPARE(contentOf(path()), before);
+    QCOMPARE(compact(path()), QString{});
+    checkContent(1000);
+}
+
 void CompactFileTest::anybodyElseIsARefusal_data() {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QByteArray>("doing");
@@ -321,33 +421,25 @@ void CompactFileTest::anybodyElseIsARefusal() {
 
 void CompactFileTest::aLeaseSeesAnIdleDescriptor() {
     using maintenance::FileLease;
-    {
-        const FileLease alone{nativePath(path())};
-        QVERIFY(alone.state() != FileLease::State::InUse);
-        if (alone.state() == FileLease::State::Unavailable)
-            return;  // a file system without leases: the locks are all there is
-    }
+    QVERIFY(FileLease{nativePath(path())}.state() != FileLease::State::InUse);
+    if (!hasLeases())
+        return;  // a file system without leases: the locks are all there is
     const Other idle{path()};
     QVERIFY(FileLease{nativePath(path())}.state() == FileLease::State::InUse);
 }
 
 void CompactFileTest::whoeverComesMeanwhileIsARefusal() {
-    if (maintenance::FileLease{nativePath(path())}.state() == maintenance::FileLease::State::Unavailable)
+    if (!hasLeases())
         return;  // where the kernel gives no leases he waits for the lock, and is not seen
-    database_->run(u"DELETE FROM Image"_s);
-    fill(*database_, 100'000);
-    database_->release();
-    auto compaction = std::async(std::launch::async, compact, path());
-    while (QFileInfo{temporary()}.size() == 0 && compaction.wait_for(0s) != std::future_status::ready)
-        std::this_thread::yield();
-    QFile newcomer{path()};
-    QVERIFY(newcomer.open(QIODevice::ReadOnly));
+    fillAnew(20'000);
     const ino_t before = statusOf(path()).st_ino;
-    QCOMPARE(compaction.get(), u"database is locked"_s);
+    QFile newcomer{path()};
+    QCOMPARE(compactBeside(newcomer, path()), u"database is locked"_s);
+    QVERIFY(newcomer.isOpen());
     QCOMPARE(statusOf(path()).st_ino, before);
     newcomer.close();
     QCOMPARE(database_->value(u"PRAGMA journal_mode"_s), u"wal"_s);
-    checkContent(100'000);
+    checkContent(20'000);
 }
 
 void CompactFileTest::aFullDiskIsRefused() {
@@ -386,9 +478,7 @@ void CompactFileTest::aFolderThatCannotBeWrittenIsRefused() {
 
 void CompactFileTest::aKilledCompactionLeavesOneOrTheOther() {
     constexpr int Kills = 200;
-    database_->run(u"DELETE FROM Image"_s);
-    fill(*database_, 4000);
-    database_->release();
+    fillAnew(4000);
 
     QProcess whole;
     const auto started = std::chrono::steady_clock::now();
