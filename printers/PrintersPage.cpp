@@ -4,6 +4,7 @@
 #include "db/Query.h"
 #include "printers/frmDcmPrinter.h"
 #include "ui/Guard.h"
+#include "ui/Mnemonics.h"
 #include "ui/Text.h"
 
 namespace tessaly::printers {
@@ -29,6 +30,7 @@ PrintersPage::PrintersPage(MainWindowOperations& window, QWidget* parent)
     connect(this, &ListPanel::addClicked, this, ui::handler([this] { edit({}); }));
     connect(this, &ListPanel::modifyClicked, this, ui::handler([this] { cmdModifyPrinter_Click(); }));
     connect(this, &ListPanel::deleteClicked, this, ui::handler([this] { cmdDeletePrinter_Click(); }));
+    ui::assignMnemonics(this);
 }
 
 void PrintersPage::LoadDicomPrinters() {

@@ -11,6 +11,7 @@
 #include "db/Query.h"
 #include "ui/Guard.h"
 #include "ui/LeaveCheck.h"
+#include "ui/Mnemonics.h"
 #include "ui/Text.h"
 
 namespace tessaly::users {
@@ -71,6 +72,7 @@ SitePage::SitePage(MainWindowOperations& /*window*/, QWidget* parent)
             ui::handler([this] { cmdApplySiteData_Click(); }));
     connect(cmdCancelSiteData_, &QPushButton::clicked, this,
             ui::handler([this] { cmdCancelSiteData_Click(); }));
+    ui::assignMnemonics(this);
 }
 
 void SitePage::enableButtons(bool enabled) {

@@ -5,6 +5,7 @@
 #include "app/Globals.h"
 #include "db/Query.h"
 #include "ui/Guard.h"
+#include "ui/Mnemonics.h"
 #include "ui/Text.h"
 #include "users/frmUser.h"
 
@@ -40,6 +41,7 @@ UsersPage::UsersPage(MainWindowOperations& window, QWidget* parent)
     connect(this, &ListPanel::addClicked, this, ui::handler([this] { edit({}); }));
     connect(this, &ListPanel::modifyClicked, this, ui::handler([this] { cmdModifyUser_Click(); }));
     connect(this, &ListPanel::deleteClicked, this, ui::handler([this] { cmdDelUser_Click(); }));
+    ui::assignMnemonics(this);
 }
 
 void UsersPage::LoadUsers() {

@@ -4,6 +4,7 @@
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
 #include "tests/network/NetworkTest.h"
+#include "tests/support/ListPage.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -38,7 +39,7 @@ class FtpNodesTest : public NetworkTest {
     void modifyOfAnEmptyListDoesNothing();
     void deleteAsksAndReloads();
     void deleteWithNothingSelectedIsReported();
-    void deleteKeyAndDoubleClickPressTheButtons();
+    void keysAndDoubleClickPressTheButtons();
     void aFailedLoadSaysWhy();
 };
 
@@ -298,21 +299,12 @@ void FtpNodesTest::deleteWithNothingSelectedIsReported() {
     QVERIFY(script.isDone());
 }
 
-void FtpNodesTest::deleteKeyAndDoubleClickPressTheButtons() {
-    auto& list = window().find<QAbstractItemView>(u"lstFTPNodes"_s);
-    BoxScript script;
-    script.expect(okCancel(u"Are you sure you want to delete alpha?"_s, QMessageBox::Cancel));
-    QTest::keyClick(&list, Qt::Key_Delete);
-    script.drive(u"FTPNode"_s, [](Form form) { QTest::keyClick(&form.window(), Qt::Key_Escape); });
-    QTest::keyClick(&list, Qt::Key_Return);
-    const QPoint cell = list.visualRect(list.model()->index(1, 0)).center();
-    QTest::mouseClick(list.viewport(), Qt::LeftButton, {}, cell);
-    script.drive(u"FTPNode"_s, [](Form form) {
-        QCOMPARE(form.text(u"txtName"_s), u"Beta"_s);
-        form.click(u"cmdCancel"_s);
-    });
-    QTest::mouseDClick(list.viewport(), Qt::LeftButton, {}, cell);
-    QVERIFY(script.isDone());
+void FtpNodesTest::keysAndDoubleClickPressTheButtons() {
+    checkKeys(manager(),
+              {.list = u"lstFTPNodes"_s,
+               .dialog = u"FTPNode"_s,
+               .keyBox = u"txtName"_s,
+               .question = okCancel(u"Are you sure you want to delete alpha?"_s, QMessageBox::Cancel)});
 }
 
 void FtpNodesTest::aFailedLoadSaysWhy() {

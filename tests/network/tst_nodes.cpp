@@ -10,6 +10,7 @@
 #include "tests/network/NetworkTest.h"
 #include "tests/network/Peers.h"
 #include "tests/support/Console.h"
+#include "tests/support/ListPage.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -475,25 +476,11 @@ void NodesTest::deleteWithNothingSelectedIsReported() {
 }
 
 void NodesTest::keysAndDoubleClickPressTheButtons() {
-    auto& list = window().find<QAbstractItemView>(u"lstNodes"_s);
-    BoxScript script;
-    script.expect(okCancel(u"Are you sure you want to delete CT?"_s, QMessageBox::Cancel));
-    QTest::keyClick(&list, Qt::Key_Delete);
-    const auto escape = [](Form form) { QTest::keyClick(&form.window(), Qt::Key_Escape); };
-    script.drive(u"DicomNode"_s, escape);
-    QTest::keyClick(&list, Qt::Key_Return);
-    script.drive(u"DicomNode"_s, escape);
-    activate(manager());
-    QTest::keyClick(&manager(), Qt::Key_A, Qt::AltModifier);
-    QTRY_VERIFY(script.isDone());  // the button stays down for a moment
-    const QPoint cell = list.visualRect(list.model()->index(1, 0)).center();
-    QTest::mouseClick(list.viewport(), Qt::LeftButton, {}, cell);
-    script.drive(u"DicomNode"_s, [&](Form form) {
-        QCOMPARE(form.text(u"txtName"_s), u"pacs"_s);
-        escape(form);
-    });
-    QTest::mouseDClick(list.viewport(), Qt::LeftButton, {}, cell);
-    QVERIFY(script.isDone());
+    checkKeys(manager(),
+              {.list = u"lstNodes"_s,
+               .dialog = u"DicomNode"_s,
+               .keyBox = u"txtName"_s,
+               .question = okCancel(u"Are you sure you want to delete CT?"_s, QMessageBox::Cancel)});
 }
 
 void NodesTest::theDialogIsWorkedByKeys() {

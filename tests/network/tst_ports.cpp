@@ -10,6 +10,7 @@
 #include "app/TessalyManager.h"
 #include "tests/network/NetworkTest.h"
 #include "tests/support/Console.h"
+#include "tests/support/ListPage.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -657,21 +658,10 @@ void PortsTest::withNothingSelectedModifyAndDeleteDoNoHarm() {
 }
 
 void PortsTest::keysAndDoubleClickPressTheButtons() {
-    auto& list = window().find<QAbstractItemView>(u"lstPorts"_s);
-    BoxScript script;
-    script.expect(yesNo(BoxScript::AnyText, QMessageBox::No));
-    QTest::keyClick(&list, Qt::Key_Delete);
-    const auto escape = [](Form form) { QTest::keyClick(&form.window(), Qt::Key_Escape); };
-    script.drive(u"DicomPort"_s, escape);
-    QTest::keyClick(&list, Qt::Key_Return);
-    const QPoint cell = list.visualRect(list.model()->index(1, 0)).center();
-    QTest::mouseClick(list.viewport(), Qt::LeftButton, {}, cell);
-    script.drive(u"DicomPort"_s, [&](Form form) {
-        QCOMPARE(form.text(u"txtPort"_s), u"11112"_s);
-        escape(form);
-    });
-    QTest::mouseDClick(list.viewport(), Qt::LeftButton, {}, cell);
-    QVERIFY(script.isDone());
+    checkKeys(manager(), {.list = u"lstPorts"_s,
+                          .dialog = u"DicomPort"_s,
+                          .keyBox = u"txtPort"_s,
+                          .question = yesNo(BoxScript::AnyText, QMessageBox::No)});
 }
 
 QTEST_MAIN(PortsTest)

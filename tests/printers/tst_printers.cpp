@@ -11,6 +11,7 @@
 #include "app/TessalyManager.h"
 #include "tests/network/Peers.h"
 #include "tests/support/BoxScript.h"
+#include "tests/support/ListPage.h"
 #include "tests/support/ScratchDatabase.h"
 #include "ui/SpinButtons.h"
 
@@ -106,6 +107,7 @@ class PrintersTest : public QObject {
 
     void listShowsTheTableInOrder();
     void theDialogIsBuiltAsKnown();
+    void keysAndDoubleClickPressTheButtons();
     void definedTermsAreInOrder_data();
     void definedTermsAreInOrder();
     void aNewPrinterStartsEmpty();
@@ -237,6 +239,14 @@ void PrintersTest::theDialogIsBuiltAsKnown() {
         form.click(u"cmdCancel"_s);
     });
     QVERIFY(script.isDone());
+}
+
+void PrintersTest::keysAndDoubleClickPressTheButtons() {
+    checkKeys(*window_,
+              {.list = u"lstDcmPrinters"_s,
+               .dialog = u"frmDcmPrinter"_s,
+               .keyBox = u"txtName"_s,
+               .question = okCancel(u"Are you sure you want to delete Alpha?"_s, QMessageBox::Cancel)});
 }
 
 void PrintersTest::definedTermsAreInOrder_data() {

@@ -40,6 +40,8 @@ class SiteTest : public QObject {
     void anyChangeEnablesBothButtons();
     void confirmWritesEveryRow_data();
     void confirmWritesEveryRow();
+    void confirmShowsWhatIsStored();
+    void theLettersReachBoxesAndButtons();
     void cancelPutsTheStoredValuesBack();
     void aFaultKeepsTheFocus_data();
     void aFaultKeepsTheFocus();
@@ -143,6 +145,38 @@ void SiteTest::confirmWritesEveryRow() {
     QCOMPARE(stored(), (QList<QStringList>{row, row}));
     QVERIFY(buttonsAreEnabled(false));
     QVERIFY(!Globals::ConfigChanged());
+}
+
+void SiteTest::confirmShowsWhatIsStored() {
+    database_->run(
+        u"CREATE TRIGGER shorten AFTER UPDATE ON SiteData WHEN length(NEW.Organization) > 3 BEGIN "
+        "UPDATE SiteData SET Organization=substr(NEW.Organization, 1, 3); END"_s);
+    const BoxScript noBox;
+    window().type(u"txtOrganization"_s, u"Clinic"_s);
+    window().click(u"cmdApplySiteData"_s);
+    QCOMPARE(box(u"txtOrganization"_s).text(), u"Cli"_s);
+    QVERIFY(buttonsAreEnabled(false));
+}
+
+void SiteTest::theLettersReachBoxesAndButtons() {
+    QTest::keyClick(window_.get(), Qt::Key_U, Qt::AltModifier);
+    QVERIFY(box(u"txtBaseUID"_s).hasFocus());
+    QTest::keyClick(window_.get(), Qt::Key_O, Qt::AltModifier);
+    QVERIFY(box(u"txtOrganization"_s).hasFocus());
+    window().type(u"txtOrganization"_s, u"Clinic"_s);
+    QTest::keyClick(window_.get(), Qt::Key_A, Qt::AltModifier);
+    QTRY_COMPARE(box(u"txtOrganization"_s).text(), u"Test Hospital"_s);
+    window().type(u"txtOrganization"_s, u"Clinic"_s);
+    QTest::keyClick(window_.get(), Qt::Key_C, Qt::AltModifier);
+    QTRY_COMPARE(stored().front().front(), u"Clinic"_s);
+    // With a fault the letters are no way round the check.
+    window().type(u"txtOrganization"_s, {});
+    BoxScript script;
+    script.expect(plain(u"Organization name required"_s));
+    QTest::keyClick(window_.get(), Qt::Key_C, Qt::AltModifier);
+    QTRY_VERIFY(script.isDone());
+    QVERIFY(hasFocus(u"txtOrganization"_s));
+    QCOMPARE(stored().front().front(), u"Clinic"_s);
 }
 
 void SiteTest::cancelPutsTheStoredValuesBack() {

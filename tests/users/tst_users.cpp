@@ -12,6 +12,7 @@
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
 #include "tests/support/BoxScript.h"
+#include "tests/support/ListPage.h"
 #include "tests/support/ScratchDatabase.h"
 
 using namespace Qt::StringLiterals;
@@ -76,6 +77,7 @@ class UsersTest : public QObject {
     void aNewUserStartsWithTheDefaults();
     void theDialogIsBuiltAsKnown();
     void tabOrderReachesConfirmEarly();
+    void keysAndDoubleClickPressTheButtons();
     void addWritesTheRow();
     void eachFlagIsReadAndWrittenOnItsOwn_data();
     void eachFlagIsReadAndWrittenOnItsOwn();
@@ -230,6 +232,14 @@ void UsersTest::tabOrderReachesConfirmEarly() {
         form.click(u"cmdCancel"_s);
     });
     QVERIFY(script.isDone());
+}
+
+void UsersTest::keysAndDoubleClickPressTheButtons() {
+    checkKeys(*window_, {.list = u"lstUsers"_s,
+                         .dialog = u"frmUser"_s,
+                         .keyBox = u"txtUser"_s,
+                         .question = okCancel(u"Are you sure you want to delete user [admin] ?"_s,
+                                              QMessageBox::Cancel)});
 }
 
 void UsersTest::addWritesTheRow() {
