@@ -34,6 +34,7 @@ class Recorder : public MainWindowOperations {
   public:
     QStringList calls;
     bool refusesToTerminate = false;
+    std::function<void()> onTimer = [] {};  ///< when it is switched on again
 
     void TerminateServer() override {
         record(u"terminate"_s);
@@ -43,6 +44,8 @@ class Recorder : public MainWindowOperations {
     void DropServer() override { record(u"drop"_s); }
     void setConnectionTimerEnabled(bool enabled) override {
         record(enabled ? u"timer on"_s : u"timer off"_s);
+        if (enabled)
+            onTimer();
     }
     void RefreshServerState() override { record(u"refresh"_s); }
 
@@ -87,6 +90,7 @@ class CompactionTest : public QObject {
     void anUpperCaseNameIsRefused();
     void aDatabaseInUseIsRefused();
     void reconnectingMayFail();
+    void reconnectingIsTriedTwice();
 
   private:
     [[nodiscard]] Form form() const { return Form{*form_}; }
@@ -318,6 +322,19 @@ void CompactionTest::reconnectingMayFail() {
     QVERIFY(!Globals::DbConnection().isOpen());
     QCOMPARE(window_->calls, (QStringList{u"terminate, open"_s, u"timer off, open"_s, u"drop, open"_s,
                                           u"timer on, closed"_s, u"refresh, closed"_s}));
+}
+
+void CompactionTest::reconnectingIsTriedTwice() {
+    const QString away = database_->folder() + u"/away.mdb"_s;
+    window_->onTimer = [&] { QVERIFY(QFile::rename(away, database_->path())); };
+    BoxScript script;
+    script.expect(question(QMessageBox::Yes)).drive(u"QFileDialog"_s, [&](Form form) {
+        QVERIFY(QFile::rename(database_->path(), away));
+        static_cast<QFileDialog&>(form.window()).reject();
+    });
+    form_->CompactDB();
+    QVERIFY(script.isDone());
+    QCOMPARE(window_->calls.mid(3), (QStringList{u"timer on, closed"_s, u"refresh, open"_s}));
 }
 
 QTEST_MAIN(CompactionTest)

@@ -1,7 +1,6 @@
 #include <QDialogButtonBox>
 #include <QDir>
 #include <QFileDialog>
-#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTabWidget>
@@ -123,10 +122,7 @@ void RelocationTest::setPaths(const QString& from, const QString& to) const {
 void RelocationTest::theFrameHasItsControls() {
     const Form frame{window().find(u"frmDatabase"_s)};
     QCOMPARE(frame.window().property("title").toString(), u"Database"_s);
-    QStringList labels;
-    for (const QLabel* label : frame.window().findChildren<QLabel*>())
-        labels << label->text();
-    QCOMPARE(labels, (QStringList{u"Image path"_s, u"From"_s, u"To"_s}));
+    QCOMPARE(frame.labels(), (QStringList{u"Image path"_s, u"From"_s, u"To"_s}));
     for (const auto& name : {u"txtPathIni"_s, u"txtPathFin"_s}) {
         frame.type(name, u"typed"_s);
         QCOMPARE(frame.text(name), QString{});

@@ -1,5 +1,7 @@
+#include <QComboBox>
 #include <QLineEdit>
 #include <QTest>
+#include <QTreeWidget>
 
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
@@ -50,13 +52,27 @@ void FtpNodesTest::listShowsTheTableInOrder() {
              (QList<QStringList>{{u"alpha"_s, u"a.example"_s, u"ua"_s, u"pa"_s, u"."_s, u"Quib"_s},
                                  {u"Beta"_s, u"b.example"_s, u"ub"_s, u"pb"_s, u"/b"_s, u"Lorvo"_s}}));
     QCOMPARE(window().selectedRows(u"lstFTPNodes"_s), QStringList{u"alpha"_s});
+    const QList<int> widths{96, 96, 66, 96, 167};
+    for (int column = 0; column < widths.size(); ++column)
+        QCOMPARE(window().find<QTreeWidget>(u"lstFTPNodes"_s).columnWidth(column), widths.at(column));
 }
 
 void FtpNodesTest::addWritesTheRowAndReloads() {
     BoxScript script;
     script.drive(u"FTPNode"_s, [](Form form) {
         QCOMPARE(form.window().windowTitle(), u"FTP Node"_s);
-        QCOMPARE(form.text(u"cmbType"_s), u"Quib"_s);
+        QCOMPARE(form.labels(), (QStringList{u"Name"_s, u"Host"_s, u"User"_s, u"Password"_s,
+                                             u"Destination dir"_s, u"Type"_s}));
+        for (const auto& box :
+             {u"txtName"_s, u"txtHost"_s, u"txtUser"_s, u"txtPassword"_s, u"txtDestination"_s})
+            QCOMPARE(form.text(box), QString{});
+        QVERIFY(!form.find<QLineEdit>(u"txtName"_s).isReadOnly());
+        const auto& types = form.find<QComboBox>(u"cmbType"_s);
+        QCOMPARE(types.currentText(), u"Quib"_s);
+        QVERIFY(!types.isEditable());
+        QCOMPARE((QStringList{types.itemText(0), types.itemText(1), types.itemText(2)}),
+                 (QStringList{u"Quib"_s, u"Analyze"_s, u"Lorvo"_s}));
+        QCOMPARE(types.count(), 3);
         form.type(u"txtName"_s, u" New one"_s);
         form.type(u"txtHost"_s, u"host"_s);
         form.type(u"txtUser"_s, u"user"_s);

@@ -127,6 +127,13 @@ void NodesTest::aNewNodeStartsWithItsDefaults() {
         QVERIFY(form.isChecked(u"chkStore"_s));
         QVERIFY(form.isChecked(u"chkQuery"_s));
         QVERIFY(!form.isChecked(u"chkPrint"_s));
+        QCOMPARE(form.labels(),
+                 (QStringList{u"Name"_s, u"AETitle"_s, u"Host"_s, u"Port"_s, u"Local server"_s}));
+        QCOMPARE(form.text(u"chkStore"_s), u"Store"_s);
+        QCOMPARE(form.text(u"chkQuery"_s), u"Query"_s);
+        QCOMPARE(form.text(u"chkPrint"_s), u"Print"_s);
+        QCOMPARE(form.text(u"cmdOk"_s), u"Confirm"_s);
+        QCOMPARE(form.text(u"cmdCancel"_s), u"Cancel"_s);
         QCOMPARE(form.text(u"cmdTest"_s), u"Verify"_s);
         QCOMPARE(form.find(u"cmdTest"_s).toolTip(), u"Do a C-ECHO Dicom Verify"_s);
         form.click(u"cmdCancel"_s);
@@ -176,6 +183,8 @@ void NodesTest::withoutPortsANodeIsAcceptedNowhere() {
     QVERIFY(script.isDone());
     QCOMPARE(database().value(u"SELECT count(*) FROM DicomNodes WHERE Name='new'"_s), u"1"_s);
     QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Name='new'"_s), u"0"_s);
+    QCOMPARE(window().rows(u"lstNodes"_s).size(), 3);  // reloaded before the fault
+    QVERIFY(!Globals::ConfigChanged());                // marked after it
 }
 
 void NodesTest::aPortThatFailsKeepsWhatWasWritten() {

@@ -321,6 +321,7 @@ void PortNodesTest::aFailedDeleteTakesTheOthersBack() {
     QVERIFY(script.boxes().back().text.contains(ScratchDatabase::Failure));
     QCOMPARE(database().rows(PortRemoteNodes), before);
     QCOMPARE(window().selectedRows(u"lstPortNodes"_s).size(), 3);  // not reloaded
+    QVERIFY(Globals::ConfigChanged());                             // marked by each that went
 }
 
 void PortNodesTest::deleteWithoutAPortIsReported() {

@@ -107,6 +107,7 @@ class PortsTest : public NetworkTest {
     void anotherPortReachesTheNodes();
     void titleAndPortTogether();
     void blanksAtTheEndsStayOutOfTheRowAlone();
+    void theOldPortIsLookedForWithoutItsBlanks();
     void blanksAreTextForTheCheck();
     void textComesBackUnchanged_data() { addAwkwardTexts(); }
     void textComesBackUnchanged();
@@ -115,6 +116,7 @@ class PortsTest : public NetworkTest {
     void aFailedCascadeTakesAllBack();
     void aDuplicateIsRefusedByTheEngine();
     void aVanishedPortIsInsertedAgain();
+    void aVanishedPortsNodesFollowAnotherNumber();
     void theRootIsPickedNotTyped();
     void deleteRepeatsTheListsText();
     void deleteRemovesThePortAndItsPlaces();
@@ -173,6 +175,10 @@ void PortsTest::aNewPortStartsWithItsDefaults() {
         QVERIFY(form.find<QLineEdit>(u"txtRoot"_s).isReadOnly());
         for (const auto& name : {u"chkCalled"_s, u"chkCalling"_s, u"chkSaveCompressed"_s})
             QVERIFY(!form.isChecked(name));
+        QCOMPARE(form.labels(),
+                 (QStringList{u"Port"_s, u"AETitle"_s, u"Max.connections"_s, u"Root directory"_s}));
+        QCOMPARE(form.text(u"cmdOk"_s), u"Confirm"_s);
+        QCOMPARE(form.text(u"cmdCancel"_s), u"Cancel"_s);
         QCOMPARE(form.text(u"chkCalled"_s), u"Check called AE Title"_s);
         QCOMPARE(form.text(u"chkCalling"_s), u"Check calling AE Title"_s);
         QCOMPARE(form.text(u"chkSaveCompressed"_s), u"Decode DICOM compressed Syntaxes"_s);
@@ -409,6 +415,7 @@ void PortsTest::anotherPortReachesTheNodes() {
     QCOMPARE(database().rows(PortRemoteNodes),
              (QList<QStringList>{{u"105"_s, u"remote"_s}, {u"105"_s, u"self"_s}, {u"11112"_s, u"remote"_s}}));
     QCOMPARE(database().rows(Ports).front().front(), u"105"_s);
+    QCOMPARE(window().rows(u"lstNodes"_s).at(1).at(2), u"105"_s);
 }
 
 void PortsTest::titleAndPortTogether() {
@@ -450,6 +457,29 @@ void PortsTest::blanksAtTheEndsStayOutOfTheRowAlone() {
     QVERIFY(script.isDone());
     QCOMPARE(database().value(u"SELECT AETitle FROM Port WHERE Port='9'"_s), u"N"_s);
     QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Port=' 9 '"_s), u"3"_s);
+}
+
+void PortsTest::theOldPortIsLookedForWithoutItsBlanks() {
+    database().run(u"INSERT INTO Port VALUES (' 9 ', 'BLANKS', 1, '/blanks', 0, 0, 1)"_s);
+    database().run(u"INSERT INTO Port VALUES ('9', 'BARE', 1, '/bare', 0, 0, 1)"_s);
+    database().run(u"INSERT INTO PortRemoteNodes VALUES (' 9 ', 'remote'), ('9', 'twin')"_s);
+    database().run(u"UPDATE DicomNodes SET AETitle='BLANKS', Port=' 9 ' WHERE Name='remote'"_s);
+    manager().LoadPorts();
+    window().selectRow(u"lstPorts"_s, u" 9 "_s);
+    BoxScript script;
+    modifyPort(script, [](Form form) {
+        QCOMPARE(form.text(u"txtAETitle"_s), u"BLANKS"_s);
+        form.type(u"txtPort"_s, u"10"_s);
+    });
+    QVERIFY(script.isDone());
+    // The rows of port 9 have moved; the node, compared as it stands, was that of the port with blanks.
+    QCOMPARE(database().value(u"SELECT Root FROM Port WHERE Port='10'"_s), u"/blanks"_s);
+    QCOMPARE(database().value(u"SELECT AETitle FROM Port WHERE Port=' 9 '"_s), u"BLANKS"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Port WHERE Port='9'"_s), u"0"_s);
+    QCOMPARE(database().rows(
+                 u"SELECT Port, Name FROM PortRemoteNodes WHERE Name='twin' OR Port=' 9 ' ORDER BY Port"_s),
+             (QList<QStringList>{{u" 9 "_s, u"remote"_s}, {u"10"_s, u"twin"_s}}));
+    QCOMPARE(database().value(u"SELECT Port FROM DicomNodes WHERE Name='remote'"_s), u"10"_s);
 }
 
 void PortsTest::blanksAreTextForTheCheck() {
@@ -574,6 +604,43 @@ void PortsTest::aVanishedPortIsInsertedAgain() {
     QCOMPARE(database().value(u"SELECT AETitle FROM Port WHERE Port='104'"_s), u"AGAIN"_s);
     QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Port='104'"_s), u"3"_s);
     QCOMPARE(database().value(u"SELECT AETitle FROM DicomNodes WHERE Name='self'"_s), u"STORESCP"_s);
+}
+
+void PortsTest::aVanishedPortsNodesFollowAnotherNumber() {
+    database().run(u"DELETE FROM Port WHERE Port='104'"_s);
+    BoxScript script;
+    script.expect(critical(u"Port 104 not found"_s));
+    script.drive(u"DicomPort"_s, [](Form form) {
+        form.type(u"txtPort"_s, u"105"_s);
+        form.type(u"txtAETitle"_s, u"STORESCP"_s);
+        form.type(u"txtMaxConnections"_s, u"5"_s);
+        form.click(u"cmdRootDir"_s);
+        form.click(u"cmdOk"_s);
+        if (form.window().isVisible())
+            form.click(u"cmdCancel"_s);
+    });
+    expectFolder(script, database().imageRoot());
+    // The new port accepts every node, and so cannot take over those of the old one: nothing is written.
+    script.expect(critical(BoxScript::AnyText));
+    const QString before = portsAndNodes();
+    window().click(u"cmdEditPort"_s);
+    QVERIFY(script.boxes().back().text.contains(u"UNIQUE constraint failed: PortRemoteNodes"_s));
+    QCOMPARE(portsAndNodes(), before);
+
+    database().run(u"DELETE FROM PortRemoteNodes WHERE Port='104'"_s);
+    script.expect(critical(u"Port 104 not found"_s));
+    script.drive(u"DicomPort"_s, [](Form form) {
+        form.type(u"txtPort"_s, u"105"_s);
+        form.type(u"txtAETitle"_s, u"STORESCP"_s);
+        form.type(u"txtMaxConnections"_s, u"5"_s);
+        form.click(u"cmdRootDir"_s);
+        form.click(u"cmdOk"_s);
+    });
+    expectFolder(script, database().imageRoot());
+    window().click(u"cmdEditPort"_s);
+    QVERIFY(script.isDone());
+    QCOMPARE(database().value(u"SELECT Port FROM DicomNodes WHERE Name='self'"_s), u"105"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Port='105'"_s), u"3"_s);
 }
 
 void PortsTest::theRootIsPickedNotTyped() {

@@ -1,7 +1,6 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QGroupBox>
-#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTabWidget>
@@ -126,6 +125,7 @@ class PrintersTest : public QObject {
     void aRenameOntoAnExistingNameIsRefused();
     void aVanishedPrinterIsNoSilentSuccess();
     void aPrinterThatIsGoneOpensAsANewOne();
+    void aNameOfBlanksOpensAsANewOne();
     void oneDefaultPrinterAtMost();
     void theDefaultIsNotInATransaction();
     void anApostropheIsSavedButNotOpened();
@@ -202,9 +202,7 @@ void PrintersTest::theDialogIsBuiltAsKnown() {
                                                                         {u"txtGridSizeDx"_s, 5},
                                                                         {u"txtGridSizeDy"_s, 5}})
             QCOMPARE(form.find<QLineEdit>(name).maxLength(), limit);
-        QStringList labels;
-        for (const QLabel* label : form.window().findChildren<QLabel*>())
-            labels << label->text();
+        const QStringList labels = form.labels();
         for (const auto& label : {u"Name"_s,
                                   u"AETitle"_s,
                                   u"Host"_s,
@@ -558,6 +556,21 @@ void PrintersTest::aPrinterThatIsGoneOpensAsANewOne() {
     });
     QVERIFY(script.isDone());
     QCOMPARE(stored(u"Alpha"_s, u"Host"_s), u"host"_s);
+}
+
+void PrintersTest::aNameOfBlanksOpensAsANewOne() {
+    database_->run(u"INSERT INTO Printers (Name, AETitle, Host, Port) VALUES ('  ', 'BLANK', 'b', '3')"_s);
+    window_->LoadDicomPrinters();
+    BoxScript script;
+    edit(script, u"  "_s, [](Form form) {
+        for (const auto& name : {u"txtName"_s, u"txtAETitle"_s, u"txtHost"_s})
+            QCOMPARE(form.text(name), QString{});
+        fillAddress(form, u"named"_s);
+        form.click(u"cmdOk"_s);
+    });
+    QVERIFY(script.isDone());
+    QCOMPARE(stored(u"named"_s, u"Host"_s), u"host"_s);
+    QCOMPARE(stored(u"  "_s, u"Host"_s), u"b"_s);
 }
 
 void PrintersTest::oneDefaultPrinterAtMost() {

@@ -54,6 +54,13 @@ bool Form::isChecked(const QString& name) const {
     return find<QAbstractButton>(name).isChecked();
 }
 
+QStringList Form::labels() const {
+    QStringList texts;
+    for (const auto* label : window_->findChildren<QLabel*>())
+        texts << label->text();
+    return texts;
+}
+
 void Form::click(const QString& name) const {
     auto& button = find<QAbstractButton>(name);
     if (!button.isEnabled())

@@ -31,6 +31,8 @@ class Form {
     void choose(const QString& name, const QString& entry) const;
     void check(const QString& name, bool checked) const;
     [[nodiscard]] bool isChecked(const QString& name) const;
+    /// The texts of all labels, in the order in which they were made.
+    [[nodiscard]] QStringList labels() const;
     /// A mouse click on an enabled button; throws on a disabled one.
     void click(const QString& name) const;
     /// Triggers a menu item.

@@ -2,7 +2,6 @@
 #include <QCheckBox>
 #include <QGroupBox>
 #include <QHeaderView>
-#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTabWidget>
@@ -201,10 +200,8 @@ void UsersTest::theDialogIsBuiltAsKnown() {
             QCOMPARE(form.find<QLineEdit>(name).toolTip(), toolTip);
             QCOMPARE(form.find<QLineEdit>(name).maxLength(), limit);
         }
-        QStringList labels;
-        for (const QLabel* label : form.window().findChildren<QLabel*>())
-            labels << label->text();
-        QCOMPARE(labels, (QStringList{u"User"_s, u"Password"_s, u"Password confirm"_s, u"Signature"_s}));
+        QCOMPARE(form.labels(),
+                 (QStringList{u"User"_s, u"Password"_s, u"Password confirm"_s, u"Signature"_s}));
         QCOMPARE(form.text(u"lblSignature"_s), u"Signature"_s);
         QVERIFY(form.find<QPushButton>(u"cmdOk"_s).isDefault());
         QCOMPARE(form.text(u"cmdOk"_s), u"Confirm"_s);
