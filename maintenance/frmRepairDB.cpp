@@ -10,6 +10,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QThread>
+#include <algorithm>
 #include <optional>
 
 #include "app/Globals.h"
@@ -88,7 +89,9 @@ void frmRepairDB::run(Check check) {
     PassEvents events{read, *this};
     const auto rowDone = [&] {
         ++processed_;
-        prgBar_->setValue(static_cast<int>(static_cast<double>(processed_) / total_ * FullBar));
+        // Rows that came after the counting are beyond the whole, and the whole may be nothing.
+        const double share = std::min(1.0, static_cast<double>(processed_) / total_);
+        prgBar_->setValue(static_cast<int>(share * FullBar));
         events.handle();
     };
     runCheck(connection, read, check,

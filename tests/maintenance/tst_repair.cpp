@@ -57,6 +57,8 @@ class RepairTest : public QObject {
     void cleanup();
 
     void theFormShowsTheProgress();
+    void theBarEndsAtItsEnd();
+    void aStopOfBeforeIsForgotten();
     void anEmptyArchiveGoesOnToTheQuestion();
     void aSoundArchiveLosesNothing();
     void anImageWithoutSeriesGoesSilently();
@@ -133,6 +135,28 @@ void RepairTest::theFormShowsTheProgress() {
     QVERIFY(script.isDone());
     QCOMPARE(values, (QList<int>{12, 25, 37, 50, 62, 75, 87, 100}));
     QVERIFY(window_->findChild<QWidget*>(u"frmRepairDB"_s) == nullptr);
+}
+
+void RepairTest::theBarEndsAtItsEnd() {
+    // Nobody has counted the rows.
+    archive_->addPatient(1);
+    archive_->addPatient(2);
+    maintenance::frmRepairDB form{*window_, nullptr};
+    form.CheckPatients();
+    QCOMPARE(archive_->keys(), QStringList{});
+    QCOMPARE(Form{form}.find<QProgressBar>(u"prgBar"_s).value(), 100);
+}
+
+void RepairTest::aStopOfBeforeIsForgotten() {
+    archive_->addPatient(1);
+    maintenance::frmRepairDB form{*window_, nullptr};
+    form.show();
+    Form{form}.click(u"cmdStop"_s);
+    BoxScript script;
+    script.expect(yesNo(Question, QMessageBox::No));
+    form.Repair();
+    QVERIFY(script.isDone());
+    QCOMPARE(archive_->keys(), QStringList{});
 }
 
 void RepairTest::anEmptyArchiveGoesOnToTheQuestion() {
