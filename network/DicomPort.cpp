@@ -19,15 +19,6 @@ namespace {
 
 constexpr int MostConnections = 100;
 
-/// Without the blanks at both ends, and blanks alone: other white space is part of the text.
-QString trimmed(QString text) {
-    while (text.endsWith(u' '))
-        text.chop(1);
-    while (text.startsWith(u' '))
-        text.remove(0, 1);
-    return text;
-}
-
 }  // namespace
 
 DicomPort::DicomPort(MainWindowOperations& window, QWidget* parent)
@@ -133,11 +124,11 @@ void DicomPort::writeRow(const PortRecord& port) const {
                 "SaveCompressed, Port) values(?,?,?,?,?,?,?)"
               : "Update Port set AETitle=?, MaxConnections=?, Root=?, CheckCallingAE=?, CheckCalledAE=?, "
                 "SaveCompressed=?, Port=?  WHERE Port=?"};
-    query.bindAll({ui::varchar(trimmed(port.aeTitle)), db::integer(shortNumber(port.maxConnections)),
-                   ui::varchar(trimmed(port.root)), db::bit(port.checkCallingAE), db::bit(port.checkCalledAE),
-                   db::bit(!port.decode), ui::varchar(trimmed(port.port))});
+    query.bindAll({ui::varchar(ui::trimmed(port.aeTitle)), db::integer(shortNumber(port.maxConnections)),
+                   ui::varchar(ui::trimmed(port.root)), db::bit(port.checkCallingAE),
+                   db::bit(port.checkCalledAE), db::bit(!port.decode), ui::varchar(ui::trimmed(port.port))});
     if (!isNew)
-        query.bind(8, ui::varchar(trimmed(OldPort_)));
+        query.bind(8, ui::varchar(ui::trimmed(OldPort_)));
     query.execute();
 }
 
@@ -154,7 +145,7 @@ void DicomPort::renamePort(const PortRecord& port) const {
     db::execute(Globals::DbConnection(), "UPDATE DicomNodes SET Port=? WHERE AETitle=? AND Port=?",
                 {ui::varchar(port.port), ui::varchar(port.aeTitle), ui::varchar(OldPort_)});
     db::execute(Globals::DbConnection(), "Update PortRemoteNodes Set Port=? where Port=?",
-                {ui::varchar(trimmed(port.port)), ui::varchar(trimmed(OldPort_))});
+                {ui::varchar(ui::trimmed(port.port)), ui::varchar(ui::trimmed(OldPort_))});
 }
 
 void DicomPort::reload() {

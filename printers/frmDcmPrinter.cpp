@@ -12,6 +12,7 @@
 #include "printers/DataFields.h"
 #include "printers/PrinterForm.h"
 #include "ui/Guard.h"
+#include "ui/Text.h"
 
 namespace tessaly::printers {
 
@@ -51,7 +52,7 @@ void frmDcmPrinter::Init(const QString& name) {
 
 void frmDcmPrinter::LoadPrinter(const QString& name) {
     selectText(form_->numBits(), numBitsOf({}));
-    if (name.trimmed().isEmpty())
+    if (ui::trimmed(name).isEmpty())
         return;
     // The name goes into the text as it is, not escaped, here and in writeDefault(): one with an apostrophe
     // cannot be opened.
@@ -66,7 +67,7 @@ void frmDcmPrinter::LoadPrinter(const QString& name) {
 bool frmDcmPrinter::FormValidate() {
     const auto required = {form_->name(), form_->aeTitle(), form_->host(), form_->port()};
     if (std::none_of(required.begin(), required.end(),
-                     [](const QLineEdit* box) { return box->text().trimmed().isEmpty(); }))
+                     [](const QLineEdit* box) { return ui::trimmed(box->text()).isEmpty(); }))
         return true;
     ui::messageBox(this, u"Name, AE Title, Host and Port cannot be empty"_s);
     return false;

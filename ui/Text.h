@@ -5,7 +5,7 @@
 
 #include "db/Query.h"
 
-// The border between the forms' text and the database's UTF-8.
+// The border between the forms' text and what the database holds.
 
 namespace tessaly::ui {
 
@@ -16,6 +16,16 @@ namespace tessaly::ui {
 /// A column as the forms show it; NULL is empty.
 [[nodiscard]] inline QString text(db::ResultSet& rows, std::string_view column) {
     return QString::fromStdString(rows.text(column));
+}
+
+/// Without the blanks at both ends, and blanks alone: other white space, of other scripts too, is part of a
+/// name.
+[[nodiscard]] inline QString trimmed(QString text) {
+    while (text.endsWith(u' '))
+        text.chop(1);
+    while (text.startsWith(u' '))
+        text.remove(0, 1);
+    return text;
 }
 
 /// A set flag as the lists show it.

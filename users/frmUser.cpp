@@ -104,7 +104,7 @@ void frmUser::orderTabs() {
 }
 
 void frmUser::Init(const QString& name) {
-    loadedName_ = name.trimmed();
+    loadedName_ = ui::trimmed(name);
     if (ui::guarded(parentWidget(), ui::BoxStyle::Critical, [this] { fill(); }))
         showModal();
 }
@@ -140,7 +140,7 @@ bool frmUser::FormValidate() {
         ui::messageBox(this, why);
         return false;
     };
-    if (user_->text().trimmed().isEmpty())
+    if (ui::trimmed(user_->text()).isEmpty())
         return refuse(u"User name cannot be empty"_s);
     if (password1_->text().isEmpty())
         return refuse(u"Password cannot be empty"_s);

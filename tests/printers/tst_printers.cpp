@@ -642,6 +642,7 @@ void PrintersTest::textsKeepEveryCharacter_data() {
     QTest::newRow("CJK") << u"印刷機"_s << u"東京 서울"_s;
     QTest::newRow("four bytes") << u"🖨 1"_s << u"🩻🏥"_s;
     QTest::newRow("blanks at both ends") << u"  two  "_s << u" x "_s;
+    QTest::newRow("an ideographic blank alone") << u"\u3000"_s << u"\u3000"_s;
     QTest::newRow("SQL") << u"100% \"b\" ?"_s << u"'; DELETE FROM Printers --"_s;
 }
 

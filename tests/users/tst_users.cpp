@@ -439,6 +439,8 @@ void UsersTest::textsKeepEveryCharacter_data() {
     QTest::newRow("CJK") << u"山田"_s << u"医師 서울"_s;
     QTest::newRow("four bytes") << u"🩻 bob"_s << u"🏥🏥"_s;
     QTest::newRow("percent and quotes") << u"100% \"b\" ?"_s << u"O'Hara's --"_s;
+    QTest::newRow("an ideographic blank at both ends") << u"\u3000山田\u3000"_s << u"\u3000"_s;
+    QTest::newRow("an ideographic blank alone") << u"\u3000"_s << u"x"_s;
     QTest::newRow("no signature") << u"bob"_s << QString{};
 }
 
