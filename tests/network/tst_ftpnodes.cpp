@@ -5,18 +5,18 @@
 
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
-#include "tests/network/NetworkTest.h"
 #include "tests/support/ListPage.h"
+#include "tests/support/WindowTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
 
-class FtpNodesTest : public NetworkTest {
+class FtpNodesTest : public WindowTest {
     Q_OBJECT
 
   public:
-    FtpNodesTest() : NetworkTest(Page::FtpNodes) {}
+    FtpNodesTest() : WindowTest(Page::FtpNodes) {}
 
   protected:
     void seed() const override {

@@ -7,10 +7,10 @@
 
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
-#include "tests/network/NetworkTest.h"
 #include "tests/network/Peers.h"
 #include "tests/support/Console.h"
 #include "tests/support/ListPage.h"
+#include "tests/support/WindowTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -28,11 +28,11 @@ void fillNode(const Form& form, const QString& name) {
 
 }  // namespace
 
-class NodesTest : public NetworkTest {
+class NodesTest : public WindowTest {
     Q_OBJECT
 
   public:
-    NodesTest() : NetworkTest(Page::Nodes) {}
+    NodesTest() : WindowTest(Page::Nodes) {}
 
   protected:
     void seed() const override {

@@ -3,8 +3,8 @@
 
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
-#include "tests/network/NetworkTest.h"
 #include "tests/support/Console.h"
+#include "tests/support/WindowTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -30,11 +30,11 @@ void select(const Form& form, const QString& list, const QStringList& names) {
 
 }  // namespace
 
-class PortNodesTest : public NetworkTest {
+class PortNodesTest : public WindowTest {
     Q_OBJECT
 
   public:
-    PortNodesTest() : NetworkTest(Page::LocalServer) {}
+    PortNodesTest() : WindowTest(Page::LocalServer) {}
 
   protected:
     void seed() const override {

@@ -8,9 +8,9 @@
 
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
-#include "tests/network/NetworkTest.h"
 #include "tests/support/Console.h"
 #include "tests/support/ListPage.h"
+#include "tests/support/WindowTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -42,11 +42,11 @@ void expectFolder(BoxScript& script, const QString& folder) {
 
 }  // namespace
 
-class PortsTest : public NetworkTest {
+class PortsTest : public WindowTest {
     Q_OBJECT
 
   public:
-    PortsTest() : NetworkTest(Page::LocalServer) {}
+    PortsTest() : WindowTest(Page::LocalServer) {}
 
   protected:
     void seed() const override {

@@ -3,15 +3,13 @@
 #include <QGroupBox>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QTabWidget>
 #include <QTest>
 
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
 #include "tests/network/Peers.h"
-#include "tests/support/BoxScript.h"
 #include "tests/support/ListPage.h"
-#include "tests/support/ScratchDatabase.h"
+#include "tests/support/WindowTest.h"
 #include "ui/SpinButtons.h"
 
 using namespace Qt::StringLiterals;
@@ -82,28 +80,22 @@ void fillAddress(const Form& form, const QString& name) {
 
 }  // namespace
 
-class PrintersTest : public QObject {
+class PrintersTest : public WindowTest {
     Q_OBJECT
 
-  private Q_SLOTS:
-    void init() {
-        database_ = std::make_unique<ScratchDatabase>();
-        database_->run(u"INSERT INTO Printers (Name, AETitle, Host, Port) VALUES ('zoo', 'ZOO', 'z', '1')"_s);
-        database_->run(
+  public:
+    PrintersTest() : WindowTest(Page::Printers) {}
+
+  protected:
+    void seed() const override {
+        database().run(u"INSERT INTO Printers (Name, AETitle, Host, Port) VALUES ('zoo', 'ZOO', 'z', '1')"_s);
+        database().run(
             u"INSERT INTO Printers (Name, AETitle, Host, Port, Layout, FilmSize, Medium, "
             "Destination, Orientation, DefaultPrinter) VALUES ('Alpha', 'A', 'a', '2', "
             "'STANDARD\\1,2', 'A4', 'PAPER', 'BIN_1', 'PORTRAIT', 1)"_s);
-        database_->openConsoleConnection();
-        window_ = std::make_unique<TessalyManager>();
-        window_->show();
-        window_->LoadDicomPrinters();
-        window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(6);
-    }
-    void cleanup() {
-        window_.reset();
-        database_.reset();
     }
 
+  private Q_SLOTS:
     void listShowsTheTableInOrder();
     void theDialogIsBuiltAsKnown();
     void keysAndDoubleClickPressTheButtons();
@@ -143,7 +135,6 @@ class PrintersTest : public QObject {
     void failuresSayWhy();
 
   private:
-    [[nodiscard]] Form window() const { return Form{*window_}; }
     /// Opens the dialog for the printer of that name, empty for a new one, and lets `body` drive it.
     void edit(BoxScript& script, const QString& name, std::function<void(Form)> body) const {
         script.drive(u"frmDcmPrinter"_s, std::move(body));
@@ -158,11 +149,8 @@ class PrintersTest : public QObject {
         }
     }
     [[nodiscard]] QString stored(const QString& name, const QString& column) const {
-        return database_->value(u"SELECT %1 FROM Printers WHERE Name=?"_s.arg(column), {name});
+        return database().value(u"SELECT %1 FROM Printers WHERE Name=?"_s.arg(column), {name});
     }
-
-    std::unique_ptr<ScratchDatabase> database_;
-    std::unique_ptr<TessalyManager> window_;
 };
 
 void PrintersTest::listShowsTheTableInOrder() {
@@ -240,7 +228,7 @@ void PrintersTest::theDialogIsBuiltAsKnown() {
 }
 
 void PrintersTest::keysAndDoubleClickPressTheButtons() {
-    checkKeys(*window_,
+    checkKeys(manager(),
               {.list = u"lstDcmPrinters"_s,
                .dialog = u"frmDcmPrinter"_s,
                .keyBox = u"txtName"_s,
@@ -300,7 +288,7 @@ void PrintersTest::aNewPrinterStartsEmpty() {
         QTest::keyClick(&form.window(), Qt::Key_Escape);
     });
     QVERIFY(script.isDone());
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Printers"_s), u"2"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Printers"_s), u"2"_s);
 }
 
 void PrintersTest::anAddressAloneMakesARow() {
@@ -347,14 +335,14 @@ void PrintersTest::everyColumnIsSavedAndLoaded() {
         for (const Field& field : fields())
             QCOMPARE(stored(u"Film Ä"_s, field.column), field.value);
         QVERIFY(script.isDone());
-        database_->run(u"DELETE FROM Printers WHERE Name='Film Ä'"_s);
+        database().run(u"DELETE FROM Printers WHERE Name='Film Ä'"_s);
     }
-    QCOMPARE(database_->rows(u"SELECT Name, DefaultPrinter FROM Printers"_s),
+    QCOMPARE(database().rows(u"SELECT Name, DefaultPrinter FROM Printers"_s),
              (QList<QStringList>{{u"Alpha"_s, u"0"_s}}));
 }
 
 void PrintersTest::clearedFieldsAreEmptyOrNull() {
-    database_->run(
+    database().run(
         u"UPDATE Printers SET Copies=2, Illumination=1, Reflection=1, MinDensity=1, MaxDensity=1, "
         "GridSizeDx=1, GridSizeDy=1, UserParams='x' WHERE Name='Alpha'"_s);
     const QStringList numbers{u"txtCopies"_s,     u"txtIllumination"_s, u"txtReflection"_s,
@@ -383,7 +371,7 @@ void PrintersTest::clearedFieldsAreEmptyOrNull() {
 }
 
 void PrintersTest::valuesFromElsewhereStayAsTheyAre() {
-    database_->run(
+    database().run(
         u"UPDATE Printers SET Layout='SLIDE', Medium='paper', FilmSize='', Resolution=NULL, "
         "Force8bit=14, Illumination=2.5 WHERE Name='Alpha'"_s);
     BoxScript script;
@@ -397,15 +385,15 @@ void PrintersTest::valuesFromElsewhereStayAsTheyAre() {
         form.click(u"cmdOk"_s);
     });
     QVERIFY(script.isDone());
-    QCOMPARE(database_->rows(u"SELECT Layout, Medium, FilmSize, Resolution, Force8bit, Illumination "
+    QCOMPARE(database().rows(u"SELECT Layout, Medium, FilmSize, Resolution, Force8bit, Illumination "
                              "FROM Printers WHERE Name='Alpha'"_s),
              (QList<QStringList>{{u"SLIDE"_s, u"paper"_s, u""_s, u""_s, u"14"_s, u"2.5"_s}}));
 }
 
 void PrintersTest::foreignColumnsAreLeftAlone() {
-    database_->run(u"ALTER TABLE Printers ADD COLUMN Calibration VARCHAR(16) DEFAULT 'none'"_s);
-    database_->run(u"UPDATE Printers SET Calibration='mine' WHERE Name='Alpha'"_s);
-    database_->openConsoleConnection();  // an open one goes by the tables that it knows
+    database().run(u"ALTER TABLE Printers ADD COLUMN Calibration VARCHAR(16) DEFAULT 'none'"_s);
+    database().run(u"UPDATE Printers SET Calibration='mine' WHERE Name='Alpha'"_s);
+    database().openConsoleConnection();  // an open one goes by the tables that it knows
     BoxScript script;
     edit(script, u"Alpha"_s, [](Form form) { form.click(u"cmdOk"_s); });
     edit(script, {}, [](Form form) {
@@ -429,7 +417,7 @@ void PrintersTest::flagsAreSetWhenNotZero_data() {
 void PrintersTest::flagsAreSetWhenNotZero() {
     QFETCH(QString, value);
     QFETCH(bool, set);
-    database_->run(u"UPDATE Printers SET ForceBW=%1, DefaultPrinter=%1 WHERE Name='zoo'"_s.arg(value));
+    database().run(u"UPDATE Printers SET ForceBW=%1, DefaultPrinter=%1 WHERE Name='zoo'"_s.arg(value));
     BoxScript script;
     edit(script, u"zoo"_s, [&](Form form) {
         QCOMPARE(form.isChecked(u"chkForce"_s), set);
@@ -454,7 +442,7 @@ void PrintersTest::numBitsReadOlderRows_data() {
 void PrintersTest::numBitsReadOlderRows() {
     QFETCH(QString, value);
     QFETCH(QString, bits);
-    database_->run(u"UPDATE Printers SET Force8bit=%1 WHERE Name='zoo'"_s.arg(value));
+    database().run(u"UPDATE Printers SET Force8bit=%1 WHERE Name='zoo'"_s.arg(value));
     BoxScript script;
     edit(script, u"zoo"_s, [&](Form form) {
         QCOMPARE(form.text(u"cmbNumBits"_s), bits);
@@ -480,7 +468,7 @@ void PrintersTest::emptyAddressesAreRefused() {
         script.expect(plain(u"Name, AE Title, Host and Port cannot be empty"_s));
     open({});
     QVERIFY(script.isDone());
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Printers"_s), u"2"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Printers"_s), u"2"_s);
 }
 
 void PrintersTest::aDuplicateNameIsRefused() {
@@ -511,7 +499,7 @@ void PrintersTest::renamingKeepsTheRow() {
         form.click(u"cmdOk"_s);
     });
     QVERIFY(script.isDone());
-    QCOMPARE(database_->rows(u"SELECT Name, FilmSize, DefaultPrinter FROM Printers ORDER BY Name"_s),
+    QCOMPARE(database().rows(u"SELECT Name, FilmSize, DefaultPrinter FROM Printers ORDER BY Name"_s),
              (QList<QStringList>{{u"Omega"_s, u"A4"_s, u"1"_s}, {u"zoo"_s, {}, u"0"_s}}));
 }
 
@@ -528,13 +516,13 @@ void PrintersTest::aRenameOntoAnExistingNameIsRefused() {
     QVERIFY(script.isDone());
     QCOMPARE(stored(u"Zoo 2"_s, u"FilmSize"_s), u"A4"_s);
     QCOMPARE(stored(u"zoo"_s, u"AETitle"_s), u"ZOO"_s);
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Printers"_s), u"2"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Printers"_s), u"2"_s);
 }
 
 void PrintersTest::aVanishedPrinterIsNoSilentSuccess() {
     BoxScript script;
     script.drive(u"frmDcmPrinter"_s, [this](Form form) {
-        database_->run(u"DELETE FROM Printers WHERE Name='Alpha'"_s);
+        database().run(u"DELETE FROM Printers WHERE Name='Alpha'"_s);
         form.click(u"cmdOk"_s);
         QVERIFY(form.window().isVisible());
         form.click(u"cmdCancel"_s);
@@ -545,7 +533,7 @@ void PrintersTest::aVanishedPrinterIsNoSilentSuccess() {
 }
 
 void PrintersTest::aPrinterThatIsGoneOpensAsANewOne() {
-    database_->run(u"DELETE FROM Printers WHERE Name='Alpha'"_s);
+    database().run(u"DELETE FROM Printers WHERE Name='Alpha'"_s);
     BoxScript script;
     edit(script, u"Alpha"_s, [](Form form) {
         QCOMPARE(form.text(u"txtName"_s), QString{});
@@ -559,8 +547,8 @@ void PrintersTest::aPrinterThatIsGoneOpensAsANewOne() {
 }
 
 void PrintersTest::aNameOfBlanksOpensAsANewOne() {
-    database_->run(u"INSERT INTO Printers (Name, AETitle, Host, Port) VALUES ('  ', 'BLANK', 'b', '3')"_s);
-    window_->LoadDicomPrinters();
+    database().run(u"INSERT INTO Printers (Name, AETitle, Host, Port) VALUES ('  ', 'BLANK', 'b', '3')"_s);
+    manager().LoadDicomPrinters();
     BoxScript script;
     edit(script, u"  "_s, [](Form form) {
         for (const auto& name : {u"txtName"_s, u"txtAETitle"_s, u"txtHost"_s})
@@ -574,14 +562,14 @@ void PrintersTest::aNameOfBlanksOpensAsANewOne() {
 }
 
 void PrintersTest::oneDefaultPrinterAtMost() {
-    database_->run(u"UPDATE Printers SET DefaultPrinter=-1"_s);
+    database().run(u"UPDATE Printers SET DefaultPrinter=-1"_s);
     BoxScript script;
     edit(script, {}, [](Form form) {
         fillAddress(form, u"plain"_s);
         form.click(u"cmdOk"_s);
     });
     const auto defaults = [this] {
-        return database_->rows(u"SELECT Name FROM Printers WHERE DefaultPrinter<>0 ORDER BY Name"_s);
+        return database().rows(u"SELECT Name FROM Printers WHERE DefaultPrinter<>0 ORDER BY Name"_s);
     };
     QCOMPARE(defaults(), (QList<QStringList>{{u"Alpha"_s}, {u"zoo"_s}}));
     edit(script, u"plain"_s, [](Form form) {
@@ -593,7 +581,7 @@ void PrintersTest::oneDefaultPrinterAtMost() {
 }
 
 void PrintersTest::theDefaultIsNotInATransaction() {
-    database_->failOn(u"Printers"_s, u"UPDATE"_s, ScratchDatabase::Failure, u"NEW.Name='zoo'"_s);
+    database().failOn(u"Printers"_s, u"UPDATE"_s, ScratchDatabase::Failure, u"NEW.Name='zoo'"_s);
     BoxScript script;
     script.drive(u"frmDcmPrinter"_s, [this](Form form) {
         fillAddress(form, u"third"_s);
@@ -602,7 +590,7 @@ void PrintersTest::theDefaultIsNotInATransaction() {
         QCOMPARE(stored(u"third"_s, u"Host"_s), u"host"_s);
         QVERIFY(form.window().isVisible());
         // The row is there by now: another Confirm is for it and no duplicate.
-        database_->allow(u"Printers"_s, u"UPDATE"_s);
+        database().allow(u"Printers"_s, u"UPDATE"_s);
         form.type(u"txtHost"_s, u"other"_s);
         form.click(u"cmdOk"_s);
     });
@@ -627,12 +615,12 @@ void PrintersTest::anApostropheIsSavedButNotOpened() {
     open(u"O'Hara"_s);
     QVERIFY(script.isDone());
     QVERIFY(!script.boxes().back().text.isEmpty());
-    QVERIFY(window_->isVisible());
+    QVERIFY(manager().isVisible());
     // It can be deleted: there the name is bound.
     script.expect(okCancel(u"Are you sure you want to delete O'Hara?"_s, QMessageBox::Ok));
     window().click(u"cmdDeletePrinter"_s);
     QVERIFY(script.isDone());
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Printers"_s), u"2"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Printers"_s), u"2"_s);
 }
 
 void PrintersTest::textsKeepEveryCharacter_data() {
@@ -664,7 +652,7 @@ void PrintersTest::textsKeepEveryCharacter() {
     QVERIFY(script.isDone());
     QCOMPARE(stored(name, u"Host"_s), text);
     QCOMPARE(stored(name, u"UserParams"_s), text);
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Printers"_s), u"3"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Printers"_s), u"3"_s);
 }
 
 void PrintersTest::deleteKeyClearsNineLists_data() {
@@ -800,7 +788,7 @@ void PrintersTest::verifyAsksThePeer() {
     QVERIFY(script.isDone());
     QCOMPARE(printer.calledAETitle(), std::string{"PRINTER"});
     QVERIFY(!printer.callingAETitle().empty());
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Printers"_s), u"2"_s);  // nothing saved
+    QCOMPARE(database().value(u"SELECT count(*) FROM Printers"_s), u"2"_s);  // nothing saved
 }
 
 void PrintersTest::deleteAsksAndReloads() {
@@ -810,27 +798,27 @@ void PrintersTest::deleteAsksAndReloads() {
     window().click(u"cmdDeletePrinter"_s);
     QCOMPARE(window().rows(u"lstDcmPrinters"_s).size(), 2);
 
-    database_->failOn(u"Printers"_s, u"DELETE"_s);
+    database().failOn(u"Printers"_s, u"DELETE"_s);
     script.expect(okCancel(question, QMessageBox::Ok));
     script.expect(critical(BoxScript::AnyText));
     window().click(u"cmdDeletePrinter"_s);
     QVERIFY(script.boxes().back().text.contains(ScratchDatabase::Failure));
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Printers"_s), u"2"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Printers"_s), u"2"_s);
 
-    database_->allow(u"Printers"_s, u"DELETE"_s);
-    database_->run(u"INSERT INTO DicomNodes (Name) VALUES ('Alpha')"_s);
+    database().allow(u"Printers"_s, u"DELETE"_s);
+    database().run(u"INSERT INTO DicomNodes (Name) VALUES ('Alpha')"_s);
     script.expect(okCancel(question, QMessageBox::Ok));
     window().click(u"cmdDeletePrinter"_s);
     QVERIFY(script.isDone());
     QCOMPARE(window().rows(u"lstDcmPrinters"_s).size(), 1);
-    QCOMPARE(database_->rows(u"SELECT Name FROM Printers"_s), (QList<QStringList>{{u"zoo"_s}}));
-    QCOMPARE(database_->value(u"SELECT count(*) FROM DicomNodes"_s), u"1"_s);  // its row and nothing else
+    QCOMPARE(database().rows(u"SELECT Name FROM Printers"_s), (QList<QStringList>{{u"zoo"_s}}));
+    QCOMPARE(database().value(u"SELECT count(*) FROM DicomNodes"_s), u"1"_s);  // its row and nothing else
     QVERIFY(!Globals::ConfigChanged());
 }
 
 void PrintersTest::anEmptyListHasNothingToModify() {
-    database_->run(u"DELETE FROM Printers"_s);
-    window_->LoadDicomPrinters();
+    database().run(u"DELETE FROM Printers"_s);
+    manager().LoadDicomPrinters();
     BoxScript script;
     window().click(u"cmdModifyPrinter"_s);
     script.expect(critical(BoxScript::AnyText));
@@ -839,8 +827,8 @@ void PrintersTest::anEmptyListHasNothingToModify() {
 }
 
 void PrintersTest::failuresSayWhy() {
-    database_->failOn(u"Printers"_s, u"UPDATE"_s);
-    database_->failOn(u"Printers"_s, u"INSERT"_s);
+    database().failOn(u"Printers"_s, u"UPDATE"_s);
+    database().failOn(u"Printers"_s, u"INSERT"_s);
     BoxScript script;
     for (const auto& name : {QString{}, u"zoo"_s}) {
         script.drive(u"frmDcmPrinter"_s, [](Form form) {
@@ -855,11 +843,11 @@ void PrintersTest::failuresSayWhy() {
         QVERIFY(script.boxes().back().text.startsWith(u"Update Printer: "_s));
         QVERIFY(script.boxes().back().text.contains(ScratchDatabase::Failure));
     }
-    database_->run(u"DROP TABLE Printers"_s);
+    database().run(u"DROP TABLE Printers"_s);
     script.expect(critical(BoxScript::AnyText));
     open(u"zoo"_s);
     script.expect(plain(BoxScript::AnyText));
-    window_->LoadDicomPrinters();
+    manager().LoadDicomPrinters();
     QVERIFY(script.isDone());
     QVERIFY(script.boxes().back().text.contains(u"no such table: Printers"_s));
 }

@@ -4,15 +4,13 @@
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QTabWidget>
 #include <QTest>
 #include <QTreeView>
 
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
-#include "tests/support/BoxScript.h"
 #include "tests/support/ListPage.h"
-#include "tests/support/ScratchDatabase.h"
+#include "tests/support/WindowTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -51,26 +49,20 @@ const QList<Permission>& permissions() {
 
 }  // namespace
 
-class UsersTest : public QObject {
+class UsersTest : public WindowTest {
     Q_OBJECT
 
-  private Q_SLOTS:
-    void init() {
-        database_ = std::make_unique<ScratchDatabase>();
-        database_->run(
+  public:
+    UsersTest() : WindowTest(Page::Users) {}
+
+  protected:
+    void seed() const override {
+        database().run(
             u"INSERT INTO Users (UserName, UserPwd, Signature, DcmUpdate, Send, ModTags) "
             "VALUES ('zoe', 'storedform16byte', 'Dr. Zoe', 1, -1, -1)"_s);
-        database_->openConsoleConnection();
-        window_ = std::make_unique<TessalyManager>();
-        window_->show();
-        window_->LoadUsers();
-        window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(4);
-    }
-    void cleanup() {
-        window_.reset();
-        database_.reset();
     }
 
+  private Q_SLOTS:
     void listMarksEveryFlagThatIsNotZero();
     void columnWidthsFollowTheList();
     void aNewUserStartsWithTheDefaults();
@@ -98,7 +90,6 @@ class UsersTest : public QObject {
     void failuresSayWhy();
 
   private:
-    [[nodiscard]] Form window() const { return Form{*window_}; }
     /// Opens the dialog for the user of that name, empty for a new one, and lets `body` drive it.
     void edit(BoxScript& script, const QString& name, std::function<void(Form)> body) const {
         script.drive(u"frmUser"_s, std::move(body));
@@ -110,15 +101,12 @@ class UsersTest : public QObject {
         }
     }
     [[nodiscard]] QString stored(const QString& name, const QString& column) const {
-        return database_->value(u"SELECT %1 FROM Users WHERE UserName=?"_s.arg(column), {name});
+        return database().value(u"SELECT %1 FROM Users WHERE UserName=?"_s.arg(column), {name});
     }
     static void typePassword(const Form& form, const QString& password) {
         form.type(u"txtPassword1"_s, password);
         form.type(u"txtPassword2"_s, password);
     }
-
-    std::unique_ptr<ScratchDatabase> database_;
-    std::unique_ptr<TessalyManager> window_;
 };
 
 void UsersTest::listMarksEveryFlagThatIsNotZero() {
@@ -143,7 +131,7 @@ void UsersTest::listMarksEveryFlagThatIsNotZero() {
 void UsersTest::columnWidthsFollowTheList() {
     auto& list = window().find<QTreeView>(u"lstUsers"_s);
     for (const QSize size : {QSize{700, 500}, QSize{1400, 700}, QSize{1001, 600}}) {
-        window_->resize(size);
+        manager().resize(size);
         QCoreApplication::processEvents();
         QVERIFY(list.width() > size.width() / 2);
         for (int column = 0; column < 13; ++column) {
@@ -152,7 +140,7 @@ void UsersTest::columnWidthsFollowTheList() {
         }
     }
     list.header()->resizeSection(0, 10);
-    window_->LoadUsers();
+    manager().LoadUsers();
     QVERIFY(qAbs(list.columnWidth(0) - 0.15 * list.width()) <= 1);
 }
 
@@ -166,7 +154,7 @@ void UsersTest::aNewUserStartsWithTheDefaults() {
         form.click(u"cmdCancel"_s);
     });
     QVERIFY(script.isDone());
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Users"_s), u"2"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Users"_s), u"2"_s);
 }
 
 void UsersTest::theDialogIsBuiltAsKnown() {
@@ -232,11 +220,11 @@ void UsersTest::tabOrderReachesConfirmEarly() {
 }
 
 void UsersTest::keysAndDoubleClickPressTheButtons() {
-    checkKeys(*window_, {.list = u"lstUsers"_s,
-                         .dialog = u"frmUser"_s,
-                         .keyBox = u"txtUser"_s,
-                         .question = okCancel(u"Are you sure you want to delete user [admin] ?"_s,
-                                              QMessageBox::Cancel)});
+    checkKeys(manager(), {.list = u"lstUsers"_s,
+                          .dialog = u"frmUser"_s,
+                          .keyBox = u"txtUser"_s,
+                          .question = okCancel(u"Are you sure you want to delete user [admin] ?"_s,
+                                               QMessageBox::Cancel)});
 }
 
 void UsersTest::addWritesTheRow() {
@@ -249,7 +237,7 @@ void UsersTest::addWritesTheRow() {
     });
     QVERIFY(script.isDone());
     QCOMPARE(
-        database_->rows(u"SELECT UserPwd, Signature, %1 FROM Users WHERE UserName='bob'"_s.arg(FlagColumns)),
+        database().rows(u"SELECT UserPwd, Signature, %1 FROM Users WHERE UserName='bob'"_s.arg(FlagColumns)),
         (QList<QStringList>{{Globals::EncodePassword(u"pw"_s), u"Bob, M.D."_s, u"1"_s, u"1"_s, u"1"_s, u"1"_s,
                              u"1"_s, u"1"_s, u"1"_s, u"1"_s, u"0"_s, u"0"_s, u"0"_s}}));
     QCOMPARE(window().rows(u"lstUsers"_s).size(), 3);
@@ -271,9 +259,9 @@ void UsersTest::eachFlagIsReadAndWrittenOnItsOwn() {
     QFETCH(QString, box);
     QFETCH(QString, column);
     QFETCH(int, set);
-    database_->run(
+    database().run(
         u"INSERT INTO Users (UserName, UserPwd, %1) VALUES ('bob', 'x', %2)"_s.arg(column).arg(set));
-    window_->LoadUsers();
+    manager().LoadUsers();
     const auto flags = [&] {
         QStringList names;
         for (const Permission& permission : permissions()) {
@@ -325,7 +313,7 @@ void UsersTest::faultsAreRefusedInOrder() {
     script.expect(plain(u"Password mismatch"_s));
     window().click(u"cmdAddUser"_s);
     QVERIFY(script.isDone());
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Users"_s), u"2"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Users"_s), u"2"_s);
 }
 
 void UsersTest::anUntouchedPasswordIsStoredByteForByte_data() {
@@ -340,7 +328,7 @@ void UsersTest::anUntouchedPasswordIsStoredByteForByte_data() {
 void UsersTest::anUntouchedPasswordIsStoredByteForByte() {
     QFETCH(QByteArray, bytes);
     const QString hex = QString::fromLatin1(bytes.toHex().toUpper());
-    database_->run(u"UPDATE Users SET UserPwd=CAST(x'%1' AS TEXT) WHERE UserName='zoe'"_s.arg(hex));
+    database().run(u"UPDATE Users SET UserPwd=CAST(x'%1' AS TEXT) WHERE UserName='zoe'"_s.arg(hex));
     BoxScript script;
     edit(script, u"zoe"_s, [](Form form) {
         QCOMPARE(form.text(u"txtPassword1"_s), form.text(u"txtPassword2"_s));
@@ -382,7 +370,7 @@ void UsersTest::aNewPasswordIsStoredEncoded() {
     QCOMPARE(form, Globals::EncodePassword(password));
     QCOMPARE(form.size(), 16);
     // Nowhere in the database is the password as it was typed.
-    for (const QStringList& row : database_->rows(u"SELECT * FROM Users"_s))
+    for (const QStringList& row : database().rows(u"SELECT * FROM Users"_s))
         QVERIFY(!row.contains(password));
 }
 
@@ -411,7 +399,7 @@ void UsersTest::renamingFindsTheRowByTheLoadedName() {
         form.click(u"cmdOk"_s);
     });
     QVERIFY(script.isDone());
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Users"_s), u"2"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Users"_s), u"2"_s);
     QCOMPARE(stored(u"O'Zoe "_s, u"Signature"_s), u"Dr. Zoe"_s);
     QCOMPARE(stored(u"O'Zoe "_s, u"UserPwd"_s), u"storedform16byte"_s);
 }
@@ -465,8 +453,8 @@ void UsersTest::textsKeepEveryCharacter() {
 }
 
 void UsersTest::anApostropheCannotBeOpened() {
-    database_->run(u"INSERT INTO Users (UserName, UserPwd) VALUES ('O''Hara', 'x')"_s);
-    window_->LoadUsers();
+    database().run(u"INSERT INTO Users (UserName, UserPwd) VALUES ('O''Hara', 'x')"_s);
+    manager().LoadUsers();
     window().selectRow(u"lstUsers"_s, u"O'Hara"_s);
     BoxScript script;
     script.expect(critical(BoxScript::AnyText));
@@ -477,7 +465,7 @@ void UsersTest::anApostropheCannotBeOpened() {
     script.expect(okCancel(u"Are you sure you want to delete user [O'Hara] ?"_s, QMessageBox::Ok));
     window().click(u"cmdDelUser"_s);
     QVERIFY(script.isDone());
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Users"_s), u"2"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Users"_s), u"2"_s);
 }
 
 void UsersTest::theKeyIsTrimmedAndTheNameIsNot() {
@@ -487,12 +475,12 @@ void UsersTest::theKeyIsTrimmedAndTheNameIsNot() {
         typePassword(form, u"pw"_s);
         form.click(u"cmdOk"_s);
     });
-    QCOMPARE(database_->value(u"SELECT count(*) FROM Users WHERE UserName=' ann '"_s), u"1"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM Users WHERE UserName=' ann '"_s), u"1"_s);
     // Looked for without its blanks, such a name is not found: the dialog has its defaults, and Confirm
     // changes the row of the trimmed name if there is one.
-    database_->run(u"INSERT INTO Users (UserName, UserPwd, Signature) VALUES ('kim', 'x', 'Kim')"_s);
-    database_->run(u"INSERT INTO Users (UserName, UserPwd, Signature) VALUES (' kim', 'y', 'Other')"_s);
-    window_->LoadUsers();
+    database().run(u"INSERT INTO Users (UserName, UserPwd, Signature) VALUES ('kim', 'x', 'Kim')"_s);
+    database().run(u"INSERT INTO Users (UserName, UserPwd, Signature) VALUES (' kim', 'y', 'Other')"_s);
+    manager().LoadUsers();
     edit(script, u" kim"_s, [](Form form) {
         QCOMPARE(form.text(u"txtUser"_s), u"kim"_s);
         QCOMPARE(form.text(u"txtSignature"_s), u"Kim"_s);
@@ -505,7 +493,7 @@ void UsersTest::theKeyIsTrimmedAndTheNameIsNot() {
 }
 
 void UsersTest::aVanishedUserChangesNothing() {
-    database_->run(u"DELETE FROM Users WHERE UserName='zoe'"_s);
+    database().run(u"DELETE FROM Users WHERE UserName='zoe'"_s);
     BoxScript script;
     edit(script, u"zoe"_s, [](Form form) {
         QCOMPARE(form.text(u"txtUser"_s), QString{});
@@ -521,21 +509,21 @@ void UsersTest::aVanishedUserChangesNothing() {
 
 void UsersTest::deleteAsksAndReloads() {
     const QString question = u"Are you sure you want to delete user [admin] ?"_s;
-    database_->run(u"INSERT INTO Users (UserName) VALUES ('zz')"_s);
+    database().run(u"INSERT INTO Users (UserName) VALUES ('zz')"_s);
     BoxScript script;
     script.expect(okCancel(question, QMessageBox::Cancel));
     window().click(u"cmdDelUser"_s);
     QCOMPARE(window().rows(u"lstUsers"_s).size(), 3);  // reloaded, nothing deleted
 
-    database_->run(u"INSERT INTO Users (UserName) VALUES ('zzz')"_s);
-    database_->failOn(u"Users"_s, u"DELETE"_s);
+    database().run(u"INSERT INTO Users (UserName) VALUES ('zzz')"_s);
+    database().failOn(u"Users"_s, u"DELETE"_s);
     script.expect(okCancel(question, QMessageBox::Ok));
     script.expect(critical(BoxScript::AnyText));
     window().click(u"cmdDelUser"_s);
     QVERIFY(script.boxes().back().text.contains(ScratchDatabase::Failure));
     QCOMPARE(window().rows(u"lstUsers"_s).size(), 4);
 
-    database_->allow(u"Users"_s, u"DELETE"_s);
+    database().allow(u"Users"_s, u"DELETE"_s);
     script.expect(okCancel(question, QMessageBox::Ok));
     window().click(u"cmdDelUser"_s);
     QVERIFY(script.isDone());
@@ -544,8 +532,8 @@ void UsersTest::deleteAsksAndReloads() {
 }
 
 void UsersTest::anEmptyListHasNothingToModify() {
-    database_->run(u"DELETE FROM Users"_s);
-    window_->LoadUsers();
+    database().run(u"DELETE FROM Users"_s);
+    manager().LoadUsers();
     BoxScript script;
     window().click(u"cmdModifyUser"_s);
     script.expect(critical(BoxScript::AnyText));
@@ -554,8 +542,8 @@ void UsersTest::anEmptyListHasNothingToModify() {
 }
 
 void UsersTest::failuresSayWhy() {
-    database_->failOn(u"Users"_s, u"UPDATE"_s);
-    database_->failOn(u"Users"_s, u"INSERT"_s);
+    database().failOn(u"Users"_s, u"UPDATE"_s);
+    database().failOn(u"Users"_s, u"INSERT"_s);
     BoxScript script;
     for (const auto& name : {QString{}, u"zoe"_s}) {
         script.drive(u"frmUser"_s, [](Form form) {
@@ -572,11 +560,11 @@ void UsersTest::failuresSayWhy() {
         QVERIFY(script.boxes().back().text.contains(ScratchDatabase::Failure));
         QVERIFY(!script.boxes().back().text.contains(u"pw"_s));
     }
-    database_->run(u"DROP TABLE Users"_s);
+    database().run(u"DROP TABLE Users"_s);
     script.expect(critical(BoxScript::AnyText));
     window().click(u"cmdModifyUser"_s);
     script.expect(plain(BoxScript::AnyText));
-    window_->LoadUsers();
+    manager().LoadUsers();
     QVERIFY(script.isDone());
     QVERIFY(script.boxes().back().text.contains(u"no such table: Users"_s));
 }

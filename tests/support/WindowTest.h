@@ -12,15 +12,15 @@ class TessalyManager;
 
 namespace tessaly::test {
 
-/// What the tests of the network pages share: a main window of its own on a database of its own for each
-/// test.
-class NetworkTest : public QObject {
+/// What the tests of the pages share: a main window of its own, its lists loaded, on a database of its own
+/// for each test.
+class WindowTest : public QObject {
     Q_OBJECT
 
   protected:
-    enum class Page { Nodes, LocalServer, FtpNodes };
-    explicit NetworkTest(Page page);
-    ~NetworkTest() override;
+    enum class Page { Nodes, LocalServer, FtpNodes, Administration, Users, Site, Printers };
+    explicit WindowTest(Page page);
+    ~WindowTest() override;
 
     /// Fills the tables that the page shows, before the window loads them.
     virtual void seed() const = 0;

@@ -1,4 +1,4 @@
-#include "tests/network/NetworkTest.h"
+#include "tests/support/WindowTest.h"
 
 #include <QApplication>
 #include <QTabWidget>
@@ -10,20 +10,20 @@ namespace tessaly::test {
 
 using namespace Qt::StringLiterals;
 
-NetworkTest::NetworkTest(Page page) : page_(page) {}
+WindowTest::WindowTest(Page page) : page_(page) {}
 
-NetworkTest::~NetworkTest() = default;
+WindowTest::~WindowTest() = default;
 
-Form NetworkTest::window() const {
+Form WindowTest::window() const {
     return Form{*window_};
 }
 
-void NetworkTest::activate(QWidget& window) {
+void WindowTest::activate(QWidget& window) {
     window.activateWindow();
     QTRY_COMPARE(QApplication::activeWindow(), &window);
 }
 
-void NetworkTest::init() {
+void WindowTest::init() {
     database_ = std::make_unique<ScratchDatabase>();
     seed();
     database_->openConsoleConnection();
@@ -31,16 +31,18 @@ void NetworkTest::init() {
     window_->LoadNodes();
     window_->LoadPorts();
     window_->LoadFTPNodes();
+    window_->LoadUsers();
+    window_->LoadDicomPrinters();
     window_->show();
     window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(static_cast<int>(page_));
 }
 
-void NetworkTest::cleanup() {
+void WindowTest::cleanup() {
     window_.reset();
     database_.reset();
 }
 
-void NetworkTest::addAwkwardTexts() {
+void WindowTest::addAwkwardTexts() {
     QTest::addColumn<QString>("text");
     QTest::newRow("apostrophe") << u"O'Hara's"_s;
     QTest::newRow("statement") << u"';DROP TABLE x--"_s;
