@@ -40,6 +40,13 @@ void expectFolder(BoxScript& script, const QString& folder) {
     });
 }
 
+/// What every port must have; the browse button opens a folder dialog.
+void fillPort(const Form& form, const QString& port, const QString& title) {
+    form.type(u"txtPort"_s, port);
+    form.type(u"txtAETitle"_s, title);
+    form.click(u"cmdRootDir"_s);
+}
+
 }  // namespace
 
 class PortsTest : public WindowTest {
@@ -194,9 +201,7 @@ void PortsTest::aNewPortStartsWithItsDefaults() {
 void PortsTest::aNewPortAcceptsEveryNode() {
     BoxScript script;
     script.drive(u"DicomPort"_s, [](Form form) {
-        form.type(u"txtPort"_s, u"105"_s);
-        form.type(u"txtAETitle"_s, u"NEW"_s);
-        form.click(u"cmdRootDir"_s);
+        fillPort(form, u"105"_s, u"NEW"_s);
         form.check(u"chkCalling"_s, true);
         form.click(u"cmdOk"_s);
     });
@@ -216,9 +221,7 @@ void PortsTest::withoutNodesANewPortAcceptsNone() {
     database().run(u"DELETE FROM PortRemoteNodes"_s);
     BoxScript script;
     script.drive(u"DicomPort"_s, [](Form form) {
-        form.type(u"txtPort"_s, u"105"_s);
-        form.type(u"txtAETitle"_s, u"NEW"_s);
-        form.click(u"cmdRootDir"_s);
+        fillPort(form, u"105"_s, u"NEW"_s);
         form.click(u"cmdOk"_s);
     });
     expectFolder(script, database().imageRoot());
@@ -233,9 +236,7 @@ void PortsTest::aNewPortThatFailsHalfWayIsNotThere() {
     const QString before = portsAndNodes();
     BoxScript script;
     script.drive(u"DicomPort"_s, [](Form form) {
-        form.type(u"txtPort"_s, u"105"_s);
-        form.type(u"txtAETitle"_s, u"NEW"_s);
-        form.click(u"cmdRootDir"_s);
+        fillPort(form, u"105"_s, u"NEW"_s);
         form.click(u"cmdOk"_s);
         QVERIFY(form.window().isVisible());
         QCOMPARE(form.text(u"txtPort"_s), u"105"_s);
@@ -447,9 +448,7 @@ void PortsTest::blanksAtTheEndsStayOutOfTheRowAlone() {
 
     // A new port: its row loses the blanks, its accepted nodes keep them.
     script.drive(u"DicomPort"_s, [](Form form) {
-        form.type(u"txtPort"_s, u" 9 "_s);
-        form.type(u"txtAETitle"_s, u" N "_s);
-        form.click(u"cmdRootDir"_s);
+        fillPort(form, u" 9 "_s, u" N "_s);
         form.click(u"cmdOk"_s);
     });
     expectFolder(script, database().imageRoot());
@@ -592,10 +591,8 @@ void PortsTest::aVanishedPortIsInsertedAgain() {
     script.drive(u"DicomPort"_s, [](Form form) {
         for (const auto& name : {u"txtPort"_s, u"txtAETitle"_s, u"txtRoot"_s, u"txtMaxConnections"_s})
             QCOMPARE(form.text(name), QString{});
-        form.type(u"txtPort"_s, u"104"_s);
-        form.type(u"txtAETitle"_s, u"AGAIN"_s);
+        fillPort(form, u"104"_s, u"AGAIN"_s);
         form.type(u"txtMaxConnections"_s, u"5"_s);
-        form.click(u"cmdRootDir"_s);
         form.click(u"cmdOk"_s);
     });
     expectFolder(script, database().imageRoot());
@@ -609,18 +606,19 @@ void PortsTest::aVanishedPortIsInsertedAgain() {
 void PortsTest::aVanishedPortsNodesFollowAnotherNumber() {
     database().run(u"DELETE FROM Port WHERE Port='104'"_s);
     BoxScript script;
-    script.expect(critical(u"Port 104 not found"_s));
-    script.drive(u"DicomPort"_s, [](Form form) {
-        form.type(u"txtPort"_s, u"105"_s);
-        form.type(u"txtAETitle"_s, u"STORESCP"_s);
-        form.type(u"txtMaxConnections"_s, u"5"_s);
-        form.click(u"cmdRootDir"_s);
-        form.click(u"cmdOk"_s);
-        if (form.window().isVisible())
-            form.click(u"cmdCancel"_s);
-    });
-    expectFolder(script, database().imageRoot());
+    const auto openAndConfirm = [&] {
+        script.expect(critical(u"Port 104 not found"_s));
+        script.drive(u"DicomPort"_s, [](Form form) {
+            fillPort(form, u"105"_s, u"STORESCP"_s);
+            form.type(u"txtMaxConnections"_s, u"5"_s);
+            form.click(u"cmdOk"_s);
+            if (form.window().isVisible())
+                form.click(u"cmdCancel"_s);
+        });
+        expectFolder(script, database().imageRoot());
+    };
     // The new port accepts every node, and so cannot take over those of the old one: nothing is written.
+    openAndConfirm();
     script.expect(critical(BoxScript::AnyText));
     const QString before = portsAndNodes();
     window().click(u"cmdEditPort"_s);
@@ -628,15 +626,7 @@ void PortsTest::aVanishedPortsNodesFollowAnotherNumber() {
     QCOMPARE(portsAndNodes(), before);
 
     database().run(u"DELETE FROM PortRemoteNodes WHERE Port='104'"_s);
-    script.expect(critical(u"Port 104 not found"_s));
-    script.drive(u"DicomPort"_s, [](Form form) {
-        form.type(u"txtPort"_s, u"105"_s);
-        form.type(u"txtAETitle"_s, u"STORESCP"_s);
-        form.type(u"txtMaxConnections"_s, u"5"_s);
-        form.click(u"cmdRootDir"_s);
-        form.click(u"cmdOk"_s);
-    });
-    expectFolder(script, database().imageRoot());
+    openAndConfirm();
     window().click(u"cmdEditPort"_s);
     QVERIFY(script.isDone());
     QCOMPARE(database().value(u"SELECT Port FROM DicomNodes WHERE Name='self'"_s), u"105"_s);
