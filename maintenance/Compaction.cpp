@@ -19,9 +19,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// The pages are in the system's cache anyway: the engine need not copy them into its own to read them.
-constexpr const char* MapPages = "PRAGMA mmap_size=1099511627776";
-
 void removeSideFiles(const fs::path& database) {
     for (const char* suffix : {"-journal", "-wal", "-shm"})
         fs::remove(database.string() + suffix);
@@ -74,7 +71,6 @@ void writeCompacted(SqliteFile& source, const fs::path& temporary) {
     // The flush comes later and once, when the copy is known to be sound. The database itself is never
     // written without one.
     source.run("PRAGMA synchronous=OFF");
-    source.run(MapPages);
     try {
         source.run("VACUUM INTO ?", temporary.string());
     } catch (...) {
@@ -90,7 +86,9 @@ void writeCompacted(SqliteFile& source, const fs::path& temporary) {
 void checkCompacted(const fs::path& temporary, bool writeAhead, const std::function<void()>& breathe) {
     SqliteFile copy{temporary, breathe};
     copy.run("PRAGMA locking_mode=EXCLUSIVE");
-    copy.run(MapPages);
+    // Its pages have just been written and are in the system's cache: they are read where they lie. Not so
+    // the old file's: a disk's error would come as a signal.
+    copy.run("PRAGMA mmap_size=1099511627776");
     if (writeAhead)
         setJournalMode(copy, "wal");
     if (const std::string verdict = copy.run("PRAGMA quick_check(1)"); verdict != "ok")
