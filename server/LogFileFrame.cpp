@@ -6,6 +6,7 @@
 #include <QGridLayout>
 #include <QLineEdit>
 #include <QPushButton>
+#include <algorithm>
 
 #include "app/Globals.h"
 #include "db/Query.h"
@@ -65,9 +66,8 @@ LogFileFrame::LogFileFrame(QWidget* parent)
     };
     connect(addButton(u"cmdOk"_s, u"Confirm"_s), &QPushButton::clicked, this,
             ui::handler([this] { cmdOk_Click(); }));
-    connect(addButton(u"cmdCancel"_s, u"Cancel"_s), &QPushButton::clicked, this, ui::handler([this] {
-                ui::guarded(this, ui::BoxStyle::Critical, [this] { LoadServerParameters(); });
-            }));
+    connect(addButton(u"cmdCancel"_s, u"Cancel"_s), &QPushButton::clicked, this,
+            ui::handler([this] { LoadServerParameters(); }));
 
     auto* rows = new QFormLayout;
     rows->addRow(u"Logfile level"_s, cmbOutputLevel_);
@@ -91,7 +91,10 @@ void LogFileFrame::fill() {
         ui::messageBox(this, u"Cannot find server configuration"_s, ui::BoxStyle::Critical);
         return;
     }
-    cmbOutputLevel_->setCurrentIndex(static_cast<int>(row.integer("loglevel")));
+    // A number that is no level is shown as the one that the server takes it for: with nothing selected,
+    // Confirm would store -1.
+    cmbOutputLevel_->setCurrentIndex(
+        static_cast<int>(std::clamp<long long>(row.integer("loglevel"), 0, cmbOutputLevel_->count() - 1)));
     const long long dumpLevel = row.integer("DumpLevel");
     for (std::size_t i = 0; i < DumpOptions.size(); ++i)
         chkDumpOpt_[i]->setChecked((dumpLevel & DumpOptions[i].bit) != 0);

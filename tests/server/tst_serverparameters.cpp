@@ -38,6 +38,8 @@ class ServerParametersTest : public QObject {
     void captionsAndToolTips();
     void levelsAreStoredByTheirOrder_data();
     void levelsAreStoredByTheirOrder();
+    void aNumberThatIsNoLevelIsNeverStored_data();
+    void aNumberThatIsNoLevelIsNeverStored();
     void dumpOptionsAreBits_data();
     void dumpOptionsAreBits();
     void otherBitsAreLost();
@@ -49,7 +51,7 @@ class ServerParametersTest : public QObject {
     void cancelBringsTheServersBoxesUpToDate();
     void withoutARecordNothingIsFilled();
     void aFailedUpdateChangesNothing();
-    void aFailedLoadDoesNotEndTheConsole();
+    void aFailedLoadIsNoMatterAtFirstAndEndsTheConsoleLater();
 
   private:
     [[nodiscard]] Form frame() const { return Form{Form{*window_}.find(u"Frame1"_s)}; }
@@ -122,6 +124,29 @@ void ServerParametersTest::levelsAreStoredByTheirOrder() {
     frame().choose(u"cmbOutputLevel"_s, name);
     frame().click(u"cmdOk"_s);
     QCOMPARE(stored(), (QStringList{QString::number(level), u"0"_s, u"30"_s}));
+}
+
+void ServerParametersTest::aNumberThatIsNoLevelIsNeverStored_data() {
+    QTest::addColumn<QString>("number");
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<QString>("confirmed");
+    QTest::newRow("-1") << u"-1"_s << u"Errors"_s << u"0"_s;
+    QTest::newRow("4") << u"4"_s << u"Debug"_s << u"3"_s;
+    QTest::newRow("more than an int holds") << u"4294967297"_s << u"Debug"_s << u"3"_s;
+}
+
+void ServerParametersTest::aNumberThatIsNoLevelIsNeverStored() {
+    QFETCH(QString, number);
+    store({number.toLongLong(), 5, 30});
+    open();
+    QTEST(frame().text(u"cmbOutputLevel"_s), "shown");
+    frame().choose(u"cmbOutputLevel"_s, u"Normal"_s);
+    frame().click(u"cmdCancel"_s);
+    QTEST(frame().text(u"cmbOutputLevel"_s), "shown");
+    QCOMPARE(stored().at(0), number);  // looking at it changes nothing
+    frame().click(u"cmdOk"_s);
+    QTEST(stored().at(0), "confirmed");
+    QCOMPARE(stored().mid(1), (QStringList{u"5"_s, u"30"_s}));
 }
 
 void ServerParametersTest::dumpOptionsAreBits_data() {
@@ -246,10 +271,12 @@ void ServerParametersTest::withoutARecordNothingIsFilled() {
     frame().type(u"txtQueryTimeout"_s, u"77"_s);
     frame().check(u"chkDumpOpt3"_s, true);
     database_->run(u"DELETE FROM DicomServer"_s);
+    script_.service = true;
     BoxScript script;
     script.expect(critical(u"Cannot find server configuration"_s));
     frame().click(u"cmdCancel"_s);
     QVERIFY(script.isDone());
+    QVERIFY(Form{*window_}.isChecked(u"chkService"_s));  // that is the server's, not the record's
     QCOMPARE(frame().text(u"txtQueryTimeout"_s), u"77"_s);
     QCOMPARE(checked(), QStringList{u"Dump VR"_s});
     frame().click(u"cmdOk"_s);
@@ -278,15 +305,15 @@ void ServerParametersTest::aFailedUpdateChangesNothing() {
     QVERIFY(Globals::ConfigChanged());  // left as it was
 }
 
-void ServerParametersTest::aFailedLoadDoesNotEndTheConsole() {
+void ServerParametersTest::aFailedLoadIsNoMatterAtFirstAndEndsTheConsoleLater() {
     database_->run(u"DROP TABLE DicomServer"_s);
     BoxScript script;
+    open();  // without a word
     script.expect(critical(BoxScript::AnyText));
     frame().click(u"cmdCancel"_s);
     QVERIFY(script.isDone());
     QVERIFY(script.boxes().front().text.contains(u"no such table: DicomServer"_s));
-    QCOMPARE(takeConsoleEnd(), std::nullopt);
-    open();  // without a word
+    QCOMPARE(takeConsoleEnd(), std::optional{1});
 }
 
 QTEST_MAIN(ServerParametersTest)
