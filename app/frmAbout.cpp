@@ -10,6 +10,16 @@ namespace tessaly {
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+/// Major, minor and revision of a build's number: the first two and the last of three or four.
+QString threeNumbers(const QString& build) {
+    const QStringList numbers = build.split(u'.');
+    return QStringList{numbers.value(0), numbers.value(1), numbers.last()}.join(u'.');
+}
+
+}  // namespace
+
 frmAbout::frmAbout(QWidget* parent) : QDialog(parent) {
     setObjectName(u"frmAbout"_s);
     setWindowTitle(u"About "_s + QCoreApplication::applicationName());
@@ -39,7 +49,8 @@ frmAbout::frmAbout(QWidget* parent) : QDialog(parent) {
     grid->setHorizontalSpacing(Spacing);
     grid->addWidget(image, 0, 0, 3, 1, Qt::AlignTop);
     grid->addWidget(title, 0, 1);
-    grid->addWidget(label(u"lblVersion"_s, u"Version "_s + QCoreApplication::applicationVersion()), 1, 1);
+    grid->addWidget(
+        label(u"lblVersion"_s, u"Version "_s + threeNumbers(QCoreApplication::applicationVersion())), 1, 1);
     grid->addWidget(label(u"lblDescription"_s, tr("Administration console of the Tessaly DICOM server")), 2,
                     1);
     grid->addWidget(ok, 3, 1, Qt::AlignRight);

@@ -10,6 +10,7 @@
 #include <QTextStream>
 #include <QTimer>
 
+#include "app/Globals.h"
 #include "app/Startup.h"
 #include "tests/support/Form.h"
 
@@ -66,5 +67,6 @@ int main(int argc, char* argv[]) {
     const QApplication application{argc, argv};
     const Administrator administrator{QString::fromUtf8(argc > 1 ? argv[1] : ""),
                                       QString::fromUtf8(argc > 2 ? argv[2] : "")};
+    tessaly::Globals::setConfigChanged(true);  // no matter: the start-up clears it
     return tessaly::Main();
 }

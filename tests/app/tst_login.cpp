@@ -36,6 +36,7 @@ class LoginTest : public QObject {
     void othersAreRefused();
     void aNullPasswordLetsAnyPasswordIn();
     void anEmptyStoredPasswordMatchesAnEmptyOne();
+    void ofTwoUsersOfOneNameTheFirstCounts();
     void afterAFailureThePasswordIsSelected();
     void cancelAndTheWindowFrameRefuse();
     void aDatabaseFailureEndsTheConsole();
@@ -122,6 +123,27 @@ void LoginTest::aNullPasswordLetsAnyPasswordIn() {
 void LoginTest::anEmptyStoredPasswordMatchesAnEmptyOne() {
     database_->run(u"UPDATE Users SET UserPwd=''"_s);
     QVERIFY(logIn(u"admin"_s, u""_s));
+}
+
+void LoginTest::ofTwoUsersOfOneNameTheFirstCounts() {
+    // Only a database without the table's key holds them.
+    database_->run(u"DROP TABLE Users"_s);
+    database_->run(u"CREATE TABLE Users (UserName VARCHAR(16), UserPwd VARCHAR(16), DcmAdmin BIT)"_s);
+    for (const QString& password : {u"first"_s, u"second"_s})
+        database_->run(u"INSERT INTO Users VALUES ('twin', ?, 1)"_s, {Globals::EncodePassword(password)});
+    frmLogin login;
+    BoxScript script;
+    script.drive(u"frmLogin"_s, [](Form form) {
+        form.type(u"txtUserName"_s, u"twin"_s);
+        for (const QString& password : {u"second"_s, u"first"_s}) {
+            form.type(u"txtPassword"_s, password);
+            form.click(u"cmdOk"_s);
+        }
+    });
+    script.expect(refusal());
+    login.exec();
+    QVERIFY(script.isDone());
+    QVERIFY(login.LoginSucceeded());
 }
 
 void LoginTest::afterAFailureThePasswordIsSelected() {

@@ -18,10 +18,7 @@ class MainWindowTest : public QObject {
     Q_OBJECT
 
   private Q_SLOTS:
-    void initTestCase() {
-        QApplication::setApplicationName(u"TessalyCfg"_s);
-        QApplication::setApplicationVersion(u"1.13.4"_s);
-    }
+    void initTestCase() { QApplication::setApplicationName(u"TessalyCfg"_s); }
     void init() {
         database_ = std::make_unique<ScratchDatabase>();
         database_->openConsoleConnection();
@@ -41,6 +38,8 @@ class MainWindowTest : public QObject {
     void closesWithoutAQuestionWhenNothingChanged();
     void asksToRestartAfterAChange();
     void exitIsACommandOfTheBar();
+    void theListsAreFilledInOrder();
+    void theAboutBoxShowsThreeNumbers_data();
     void theAboutBoxShowsThreeNumbers();
 
   private:
@@ -142,7 +141,37 @@ void MainWindowTest::exitIsACommandOfTheBar() {
     QCOMPARE(takeConsoleEnd(), std::optional{0});
 }
 
+void MainWindowTest::theListsAreFilledInOrder() {
+    for (const char* table : {"DicomNodes", "Port", "FtpNodes", "Users", "SiteData", "Printers"})
+        database_->run(u"DROP TABLE "_s + QString::fromLatin1(table));
+    database_->run(u"DELETE FROM DicomServer"_s);
+    BoxScript script;
+    for (int list = 0; list < 6; ++list) {
+        if (list == 2)
+            script.expect(critical(u"Cannot find server configuration"_s));
+        script.expect(plain(BoxScript::AnyText));
+    }
+    window_->load();
+    QVERIFY(script.isDone());
+    QStringList texts;
+    for (const Box& box : script.boxes())
+        texts << box.text.section(u": "_s, -1);
+    QCOMPARE(texts.size(), 7);
+    const QStringList order{u"DicomNodes"_s, u"Port"_s,     u"Cannot find"_s, u"FtpNodes"_s,
+                            u"Users"_s,      u"SiteData"_s, u"Printers"_s};
+    for (qsizetype i = 0; i < order.size(); ++i)
+        QVERIFY2(texts.at(i).startsWith(order.at(i)), qPrintable(texts.at(i)));
+}
+
+void MainWindowTest::theAboutBoxShowsThreeNumbers_data() {
+    QTest::addColumn<QString>("build");
+    QTest::newRow("of three") << u"1.13.4"_s;
+    QTest::newRow("of four") << u"1.13.0.4"_s;
+}
+
 void MainWindowTest::theAboutBoxShowsThreeNumbers() {
+    QFETCH(QString, build);
+    QApplication::setApplicationVersion(build);
     BoxScript script;
     script.drive(u"frmAbout"_s, [](Form form) {
         QCOMPARE(form.window().windowTitle(), u"About TessalyCfg"_s);
