@@ -26,6 +26,7 @@ class FakeObject : public QObject, protected QDBusContext {
 
     [[nodiscard]] bool isService() {
         note("IsService");
+        QThread::msleep(delay_);
         return service_;
     }
 
@@ -33,7 +34,8 @@ class FakeObject : public QObject, protected QDBusContext {
     void Start() { obey("Start", 0); }
     void Stop() { obey("Stop", 2); }
     void Restart() { obey("Restart", 0); }
-    int GetStatus(int& openAssociations, int& portsBound) const {
+    int GetStatus(int& openAssociations, int& portsBound) {
+        ++looks_;
         QThread::msleep(delay_);
         openAssociations = 3;
         portsBound = 1;
@@ -58,7 +60,8 @@ class FakeObject : public QObject, protected QDBusContext {
     }
 
     // What only tests call.
-    int Process() { return static_cast<int>(QCoreApplication::applicationPid()); }
+    /// Calls of GetStatus so far; the file has none of them.
+    int Looks() { return looks_; }
     void SetState(int state) { state_ = state; }
     void SetService(bool service) { service_ = service; }
     /// Every answer takes so long, in milliseconds.
@@ -125,6 +128,7 @@ class FakeObject : public QObject, protected QDBusContext {
 
     QFile log_;
     int state_ = 0;
+    int looks_ = 0;
     bool service_ = false;
     bool refuses_ = false;
     bool refusesService_ = false;

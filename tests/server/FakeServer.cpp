@@ -48,13 +48,14 @@ void FakeServer::withdraw() {
     bus_.withdraw(Name);
 }
 
-void FakeServer::tell(const QString& method, const QVariantList& arguments) const {
+QVariant FakeServer::tell(const QString& method, const QVariantList& arguments) const {
     QDBusMessage call = QDBusMessage::createMethodCall(Name, server::ObjectPath + u"/script"_s, {}, method);
     call.setAutoStartService(false);
     call.setArguments(arguments);
     const QDBusMessage reply = QDBusConnection::sessionBus().call(call);
     if (reply.type() != QDBusMessage::ReplyMessage)
         throw std::runtime_error(qPrintable(method + u": "_s + reply.errorMessage()));
+    return reply.arguments().value(0);
 }
 
 bool FakeServer::runs() const {
@@ -70,6 +71,11 @@ int FakeServer::process() const {
 
 void FakeServer::hang() const {
     ::kill(process(), SIGSTOP);
+}
+
+bool FakeServer::isHung(int process) const {
+    QFile status{u"/proc/%1/stat"_s.arg(process)};
+    return status.open(QIODevice::ReadOnly) && status.readAll().contains(") T ");
 }
 
 void FakeServer::resume(int process) const {

@@ -22,13 +22,14 @@ class FakeServer {
     void offerFailing();
     void withdraw();
 
-    /// Makes the running server do one of the things of FakeObject's second half.
-    void tell(const QString& method, const QVariantList& arguments = {}) const;
+    /// Makes the running server do one of the things of FakeObject's second half; returns what it says.
+    QVariant tell(const QString& method, const QVariantList& arguments = {}) const;
     /// The process that runs now; throws when none does.
     [[nodiscard]] int process() const;
     [[nodiscard]] bool runs() const;
     /// SIGSTOP, SIGCONT, SIGKILL.
     void hang() const;
+    [[nodiscard]] bool isHung(int process) const;
     void resume(int process) const;
     void kill(int process) const;
 
