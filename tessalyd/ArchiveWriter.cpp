@@ -91,6 +91,7 @@ void ArchiveWriter::writeMetaHeader() {
     meta.write(out, META_HEADER_DEFAULT_TRANSFERSYNTAX, EET_ExplicitLength, nullptr);
     meta.transferEnd();
     file_->write(bytes);
+    dataSetAt_ = bytes.size();
 }
 
 void ArchiveWriter::finish() {
@@ -108,7 +109,7 @@ void ArchiveWriter::finish() {
 
 void ArchiveWriter::decode() {
     auto decoded = std::make_unique<ArchiveFile>(file_->folder(), placement_->location().imageFile);
-    if (Decoders::decode(file_->temporaryPath(), *decoded)) {
+    if (Decoders::decode(file_->temporaryPath(), dataSetAt_, *decoded)) {
         file_ = std::move(decoded);
         header_->transferSyntaxUid = DcmXfer{Decoders::Target}.getXferID();
     } else {

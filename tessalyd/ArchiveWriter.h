@@ -53,6 +53,7 @@ class ArchiveWriter {
     std::optional<ObjectHeader> header_;  // once it is known, with placement_ and file_
     std::unique_ptr<ArchiveIndex::Placement> placement_;
     std::unique_ptr<ArchiveFile> file_;
+    std::size_t dataSetAt_ = 0;  // in the file
 };
 
 }  // namespace tessaly::tessalyd

@@ -73,6 +73,8 @@ void AssociationHandler::run(FileDescriptor socket) noexcept {
 void AssociationHandler::answer() {
     dump("requested", ASC_ASSOC_RQ);
     names_ = namesOf(*port_, association_->params);
+    if (const auto refusal = checkProtocol(association_->params))
+        return reject(*refusal);
     if (const auto refusal = checkTitles(*port_, names_.callingAETitle, names_.calledAETitle))
         return reject(*refusal);
     if (listening_.stop_requested())

@@ -48,6 +48,14 @@ void answer(T_ASC_Parameters* parameters, const T_ASC_PresentationContext& conte
 
 }  // namespace
 
+std::optional<Refusal> checkProtocol(T_ASC_Parameters* parameters) {
+    DIC_UI context{};
+    if (ASC_getApplicationContextName(parameters, context, sizeof context).bad() ||
+        std::string_view{context} != UID_StandardApplicationContext)
+        return Refusal::ApplicationContext;
+    return std::nullopt;
+}
+
 std::optional<Refusal> checkTitles(const PortConfiguration& port, const std::string& calling,
                                    const std::string& called) {
     if (port.checkCalledAE && called != port.aeTitle)
@@ -60,6 +68,9 @@ std::optional<Refusal> checkTitles(const PortConfiguration& port, const std::str
 
 T_ASC_RejectParameters rejection(Refusal refusal) {
     switch (refusal) {
+        case Refusal::ApplicationContext:
+            return {ASC_RESULT_REJECTEDPERMANENT, ASC_SOURCE_SERVICEUSER,
+                    ASC_REASON_SU_APPCONTEXTNAMENOTSUPPORTED};
         case Refusal::CalledAETitle:
             return {ASC_RESULT_REJECTEDPERMANENT, ASC_SOURCE_SERVICEUSER,
                     ASC_REASON_SU_CALLEDAETITLENOTRECOGNIZED};
@@ -78,6 +89,8 @@ T_ASC_RejectParameters rejection(Refusal refusal) {
 
 const char* description(Refusal refusal) {
     switch (refusal) {
+        case Refusal::ApplicationContext:
+            return "application context not supported";
         case Refusal::CalledAETitle:
             return "called AE title not recognised";
         case Refusal::CallingAETitle:

@@ -11,7 +11,10 @@
 namespace tessaly::tessalyd {
 
 /// Why an association is not accepted.
-enum class Refusal { CalledAETitle, CallingAETitle, LimitExceeded, NotListening };
+enum class Refusal { ApplicationContext, CalledAETitle, CallingAETitle, LimitExceeded, NotListening };
+
+/// What is to be said of the protocol that the peer means to speak.
+[[nodiscard]] std::optional<Refusal> checkProtocol(T_ASC_Parameters* parameters);
 
 /// What the port's checks say of the two titles, both without blanks around them. Titles are compared with
 /// regard to case, as the standard has it.

@@ -23,9 +23,11 @@ class Decoders {
     /// True for a compressed syntax that there is a decoder for.
     [[nodiscard]] static bool has(E_TransferSyntax syntax) noexcept;
 
-    /// Writes the object in `file`, decoded and with its UIDs unchanged. False when its pixel data cannot be
-    /// decoded. Throws std::system_error when `target` cannot be written.
-    [[nodiscard]] static bool decode(const std::filesystem::path& file, ArchiveFile& target);
+    /// Writes the object in `file`, whose data set begins at `dataSetAt`, decoded and with its UIDs
+    /// unchanged. False when its pixel data cannot be decoded. Throws std::system_error when `target` cannot
+    /// be written.
+    [[nodiscard]] static bool decode(const std::filesystem::path& file, std::size_t dataSetAt,
+                                     ArchiveFile& target);
 };
 
 }  // namespace tessaly::tessalyd

@@ -11,6 +11,7 @@
 
 #include "tessalyd/CodeExtensions.h"
 #include "tessalyd/Log.h"
+#include "tessalyd/Nesting.h"
 #include "tessalyd/StoreFailure.h"
 
 namespace tessaly::tessalyd {
@@ -88,14 +89,17 @@ ObjectHeader extract(DcmDataset& dataset) {
 }  // namespace
 
 std::optional<ObjectHeader> readHeader(std::span<const char> data, E_TransferSyntax syntax, bool complete) {
+    const DcmTagKey behind{DCM_InstanceNumber.getGroup(),
+                           static_cast<Uint16>(DCM_InstanceNumber.getElement() + 1)};
+    if (nestsTooDeep(data, syntax, behind))
+        throw StoreFailure{STATUS_STORE_Error_CannotUnderstand,
+                           "Sequences of the object are nested too deeply"};
     DcmInputBufferStream stream;
     stream.setBuffer(data.data(), static_cast<offile_off_t>(data.size()));
     if (complete)
         stream.setEos();
     DcmDataset dataset;
     dataset.transferInit();
-    const DcmTagKey behind{DCM_InstanceNumber.getGroup(),
-                           static_cast<Uint16>(DCM_InstanceNumber.getElement() + 1)};
     const OFCondition read = dataset.readUntilTag(stream, syntax, EGL_noChange, LongestValue, behind);
     dataset.transferEnd();
     if (read == EC_StreamNotifyClient && !complete)

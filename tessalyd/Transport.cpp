@@ -17,6 +17,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "tessalyd/CommandMeter.h"
 #include "tessalyd/Log.h"
 
 namespace tessaly::tessalyd {
@@ -36,12 +37,16 @@ void setFlag(int socket, int level, int option) {
 
 class Connection final : public DcmTCPConnection {
   public:
-    Connection(int socket, Interrupter& interrupter) : DcmTCPConnection(socket), interrupter_(interrupter) {
+    /// Until endRequest() no wait goes beyond `requestEnd`, however many there are.
+    Connection(int socket, Interrupter& interrupter, steady_clock::time_point requestEnd)
+        : DcmTCPConnection(socket), interrupter_(interrupter), latest_(requestEnd) {
         setFlag(socket, IPPROTO_TCP, TCP_NODELAY);
         setFlag(socket, SOL_SOCKET, SO_KEEPALIVE);  // a peer that lost its power never says so
         interrupter_.attach(socket);
     }
     ~Connection() override { letGo(); }
+
+    void endRequest() { latest_ = steady_clock::time_point::max(); }
 
     ssize_t read(void* target, size_t size) override {
         if (begin_ == end_ && !(flush() && fill()))
@@ -80,6 +85,10 @@ class Connection final : public DcmTCPConnection {
   private:
     /// False at the end of the data and on an error; received_ then is what a read returns.
     bool fill() {
+        received_ = -1;
+        // The time between two parts of a message is the socket's own affair.
+        if (latest_ != steady_clock::time_point::max() && !wait(POLLIN, SendPatience))
+            return false;
         do {
             received_ = ::recv(getSocket(), ahead_.data(), ahead_.size(), 0);
         } while (received_ < 0 && errno == EINTR);
@@ -88,6 +97,10 @@ class Connection final : public DcmTCPConnection {
                     "socket " << getSocket() << ": received " << received_ << " bytes");
         begin_ = 0;
         end_ = received_ > 0 ? static_cast<std::size_t>(received_) : 0;
+        if (!meter_.follow({ahead_.data(), end_})) {
+            received_ = -1;
+            end_ = 0;
+        }
         return end_ > 0;
     }
 
@@ -111,7 +124,7 @@ class Connection final : public DcmTCPConnection {
     }
 
     bool wait(short event, seconds patience) {
-        const auto deadline = steady_clock::now() + patience;
+        const auto deadline = std::min(steady_clock::now() + patience, latest_);
         pollfd wanted{.fd = getSocket(), .events = event, .revents = 0};
         while (!interrupter_.interrupted()) {
             const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
@@ -134,6 +147,8 @@ class Connection final : public DcmTCPConnection {
     Interrupter& interrupter_;
     std::vector<char> waiting_;  // to be sent
     bool broken_ = false;
+    steady_clock::time_point latest_;
+    CommandMeter meter_;
     std::array<char, 65536> ahead_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
@@ -144,8 +159,9 @@ class Connection final : public DcmTCPConnection {
 /// its transport layer for a connection: from one to the other the handover belongs to one thread.
 struct Handover {
     Interrupter& interrupter;
+    std::chrono::seconds requestPatience;
     std::unique_lock<std::mutex> turn;
-    bool taken = false;
+    Connection* connection = nullptr;  // when it was taken
 };
 std::mutex handoverTurn;
 thread_local Handover* handover = nullptr;
@@ -154,16 +170,17 @@ constexpr int NoSocket = -1;
 class Layer final : public DcmTransportLayer {
   public:
     DcmTransportConnection* createConnection(DcmNativeSocketType socket, OFBool /*secure*/) override {
-        handover->taken = true;
         dcmExternalSocketHandle.set(NoSocket);
         handover->turn.unlock();
-        return new Connection{socket, handover->interrupter};
+        handover->connection =
+            new Connection{socket, handover->interrupter, steady_clock::now() + handover->requestPatience};
+        return handover->connection;
     }
 };
 
 }  // namespace
 
-Transport::Transport(int timeoutSeconds) {
+Transport::Transport(int timeoutSeconds) : requestPatience_(timeoutSeconds) {
     dcmDisableGethostbyaddr.set(OFTrue);  // a look-up of the peer's name may take longer than its patience
     // With a socket given from outside the toolkit opens no port of its own; any number will do here.
     const std::lock_guard turn{handoverTurn};
@@ -180,17 +197,21 @@ Transport::~Transport() {
 }
 
 OFCondition Transport::receive(FileDescriptor socket, Interrupter& interrupter, AssociationPtr& association) {
-    Handover mine{.interrupter = interrupter, .turn = std::unique_lock{handoverTurn}};
+    Handover mine{.interrupter = interrupter,
+                  .requestPatience = requestPatience_,
+                  .turn = std::unique_lock{handoverTurn}};
     handover = &mine;
     dcmExternalSocketHandle.set(socket.get());
     T_ASC_Association* raw = nullptr;
     const OFCondition received = ASC_receiveAssociation(network_, &raw, ASC_MAXIMUMPDUSIZE);
     handover = nullptr;
     association.reset(raw);
-    if (mine.taken)
+    if (mine.connection != nullptr)
         static_cast<void>(socket.release());  // the connection closes it
     else
         dcmExternalSocketHandle.set(NoSocket);
+    if (received.good())
+        mine.connection->endRequest();
     return received;
 }
 

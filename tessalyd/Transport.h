@@ -3,6 +3,7 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmnet/assoc.h>
 
+#include <chrono>
 #include <memory>
 
 #include "tessalyd/FileDescriptor.h"
@@ -22,11 +23,12 @@ using AssociationPtr = std::unique_ptr<T_ASC_Association, AssociationDeleter>;
 ///   acknowledgement of each small segment before it sends the next one, and would otherwise store some ten
 ///   objects a second;
 /// - read ahead, so that a PDU's header costs no call of its own;
-/// - can be woken by their Interrupter from whatever they wait for.
+/// - can be woken by their Interrupter from whatever they wait for;
+/// - break off at a command that is longer than any that this server takes.
 class Transport {
   public:
-    /// `timeout` bounds the wait for an association request and for a peer that is to close.
-    /// Throws std::runtime_error.
+    /// `timeout` bounds the wait for a whole association request, however slowly it comes, and for a peer
+    /// that is to close. Throws std::runtime_error.
     explicit Transport(int timeoutSeconds);
     ~Transport();
     Transport(const Transport&) = delete;
@@ -38,6 +40,7 @@ class Transport {
                                       AssociationPtr& association);
 
   private:
+    std::chrono::seconds requestPatience_;
     T_ASC_Network* network_ = nullptr;
 };
 

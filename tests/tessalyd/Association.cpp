@@ -6,6 +6,7 @@
 #include <dcmtk/dcmnet/assoc.h>
 #include <dcmtk/dcmnet/dul.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -15,6 +16,7 @@ namespace tessaly::test {
 namespace {
 
 constexpr int Patience = 60;  // seconds
+constexpr T_ASC_PresentationContextID Storage = 3;
 
 void check(const OFCondition& condition) {
     if (condition.bad())
@@ -44,6 +46,32 @@ std::vector<char> bytesOf(DcmDataset& set, E_TransferSyntax syntax) {
 }
 
 }  // namespace
+
+QByteArray associationRequest(const QByteArray& applicationContext) {
+    const auto number = [](qsizetype value, int bytes) {
+        return QByteArray::fromHex(QByteArray::number(value, 16).rightJustified(2 * bytes, '0'));
+    };
+    const auto item = [&number](char type, const QByteArray& content) {
+        return QByteArray{}.append(type).append('\0') + number(content.size(), 2) + content;
+    };
+    const QByteArray maximum = item(0x51, number(ASC_DEFAULTMAXPDU, 4));
+    const QByteArray body =
+        number(1, 2) + number(0, 2) + QByteArray{"TESSALY"}.leftJustified(16) +
+        QByteArray{"TESTER"}.leftJustified(16) + QByteArray(32, '\0') + item(0x10, applicationContext) +
+        item(0x20, QByteArray::fromHex("01000000") + item(0x30, UID_VerificationSOPClass) +
+                       item(0x40, UID_LittleEndianImplicitTransferSyntax)) +
+        item(0x50, maximum + item(0x52, "1.2.3"));
+    return number(1, 1) + number(0, 1) + number(body.size(), 4) + body;
+}
+
+std::vector<char> nestedSequences(int count, E_TransferSyntax syntax) {
+    // Referenced Image Sequence and an item in it, neither with a length.
+    const QByteArray one = QByteArray::fromHex(DcmXfer{syntax}.isExplicitVR() ? "0800401153510000ffffffff"
+                                                                              : "08004011ffffffff") +
+                           QByteArray::fromHex("feff00e0ffffffff");
+    const QByteArray all = one.repeated(count);
+    return {all.begin(), all.end()};
+}
 
 std::vector<Association::Context> Association::usual() {
     return {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
@@ -111,7 +139,6 @@ Association::Answer Association::store(DcmFileFormat& object, const std::optiona
     std::strncpy(request.AffectedSOPInstanceUID, instance.value_or(ownInstance.c_str()).c_str(), DIC_UI_LEN);
     request.DataSetType = DIMSE_DATASET_PRESENT;
     request.Priority = DIMSE_PRIORITY_MEDIUM;
-    constexpr T_ASC_PresentationContextID Storage = 3;
     T_DIMSE_C_StoreRSP response{};
     DcmDataset* detail = nullptr;
     const OFCondition answered = DIMSE_storeUser(association_, Storage, &request, nullptr, &set, nullptr,
@@ -123,8 +150,33 @@ Association::Answer Association::store(DcmFileFormat& object, const std::optiona
     return {.arrived = answered.good(), .status = response.DimseStatus, .comment = comment.c_str()};
 }
 
+Association::Answer Association::storeBytes(const std::string& instance, std::span<const char> data) {
+    writeStoreCommand(instance);
+    writeParts(false, data, true);
+    T_DIMSE_Message answer{};
+    T_ASC_PresentationContextID context = 0;
+    DcmDataset* detail = nullptr;
+    const OFCondition answered =
+        DIMSE_receiveCommand(association_, DIMSE_NONBLOCKING, Patience, &context, &answer, &detail);
+    const std::unique_ptr<DcmDataset> owned{detail};
+    OFString comment;
+    if (owned)
+        owned->findAndGetOFString(DCM_ErrorComment, comment);
+    return {
+        .arrived = answered.good(), .status = answer.msg.CStoreRSP.DimseStatus, .comment = comment.c_str()};
+}
+
+void Association::sendCommand(std::span<const char> bytes) {
+    writeParts(true, bytes, true);
+}
+
 void Association::beginStore(const ObjectSpec& spec, int bytes) {
-    constexpr T_ASC_PresentationContextID Storage = 3;
+    writeStoreCommand(spec.instance);
+    const auto data = bytesOf(*makeObject(spec)->getDataset(), EXS_LittleEndianExplicit);
+    writeParts(false, std::span{data}.first(static_cast<std::size_t>(bytes)), false);
+}
+
+void Association::writeStoreCommand(const std::string& instance) {
     DcmDataset command;
     command.putAndInsertUint32(DCM_CommandGroupLength, 0);
     command.putAndInsertString(DCM_AffectedSOPClassUID, UID_CTImageStorage);
@@ -132,15 +184,21 @@ void Association::beginStore(const ObjectSpec& spec, int bytes) {
     command.putAndInsertUint16(DCM_MessageID, association_->nextMsgID++);
     command.putAndInsertUint16(DCM_Priority, DIMSE_PRIORITY_MEDIUM);
     command.putAndInsertUint16(DCM_CommandDataSetType, DIMSE_DATASET_PRESENT);
-    command.putAndInsertString(DCM_AffectedSOPInstanceUID, spec.instance.c_str());
+    command.putAndInsertString(DCM_AffectedSOPInstanceUID, instance.c_str());
     command.computeGroupLengthAndPadding(EGL_recalcGL, EPD_noChange, EXS_LittleEndianImplicit,
                                          EET_ExplicitLength);
-    const auto commandBytes = bytesOf(command, EXS_LittleEndianImplicit);
-    writePdv(association_, Storage, DUL_COMMANDPDV, true, commandBytes.data(), commandBytes.size());
-    const auto data = bytesOf(*makeObject(spec)->getDataset(), EXS_LittleEndianExplicit);
+    sendCommand(bytesOf(command, EXS_LittleEndianImplicit));
+}
+
+/// Not `whole`: the last part does not say that it is the last.
+void Association::writeParts(bool command, std::span<const char> bytes, bool whole) {
     constexpr std::size_t Part = 16000;
-    for (std::size_t sent = 0; sent < static_cast<std::size_t>(bytes); sent += Part)
-        writePdv(association_, Storage, DUL_DATASETPDV, false, data.data() + sent, Part);
+    while (!bytes.empty()) {
+        const auto part = bytes.first(std::min(bytes.size(), Part));
+        bytes = bytes.subspan(part.size());
+        writePdv(association_, Storage, command ? DUL_COMMANDPDV : DUL_DATASETPDV, whole && bytes.empty(),
+                 part.data(), part.size());
+    }
 }
 
 void Association::release() {

@@ -4,12 +4,22 @@
 #include <dcmtk/dcmnet/dimse.h>
 
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "tests/tessalyd/Objects.h"
 
 namespace tessaly::test {
+
+/// A well-formed association request as it goes over the wire, with another application context if one is
+/// given.
+[[nodiscard]] QByteArray associationRequest(const QByteArray& applicationContext = "1.2.840.10008.3.1.1.1");
+
+/// The beginning of a data set or command: so many empty sequences, each in the one before, none of them
+/// ended.
+[[nodiscard]] std::vector<char> nestedSequences(int count,
+                                                E_TransferSyntax syntax = EXS_LittleEndianExplicit);
 
 /// An association asked for from the test itself, over the toolkit's bare calls: what the tools of a package
 /// do not do, this does. Not released when it is destroyed: the connection just closes.
@@ -45,6 +55,10 @@ class Association {
     /// Sends the object. The class and instance of the command are the object's own unless given.
     [[nodiscard]] Answer store(DcmFileFormat& object, const std::optional<std::string>& instance = {},
                                const std::optional<std::string>& sopClass = {});
+    /// Sends a C-STORE request with a data set that is whatever the bytes are.
+    [[nodiscard]] Answer storeBytes(const std::string& instance, std::span<const char> data);
+    /// Sends a command that is whatever the bytes are.
+    void sendCommand(std::span<const char> bytes);
     /// Sends a C-STORE request and only the beginning of its data set.
     void beginStore(const ObjectSpec& spec, int bytes);
 
@@ -54,6 +68,9 @@ class Association {
     [[nodiscard]] bool waitForEnd();
 
   private:
+    void writeStoreCommand(const std::string& instance);
+    void writeParts(bool command, std::span<const char> bytes, bool whole);
+
     T_ASC_Network* network_ = nullptr;
     T_ASC_Parameters* parameters_ = nullptr;
     T_ASC_Association* association_ = nullptr;

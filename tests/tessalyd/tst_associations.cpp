@@ -28,6 +28,7 @@ class AssociationsTest : public QObject {
     void anAbortInTheMiddleOfAStoreLeavesNothing();
     void aKilledClientIsNoticed();
     void silentConnectionsHoldNobodyUp();
+    void anotherProtocolIsRejected();
     void whatIsNoDicomIsDropped();
 
   private:
@@ -218,6 +219,21 @@ void AssociationsTest::silentConnectionsHoldNobodyUp() {
     QCOMPARE(echo().exitCode, 0);
     QCOMPARE(daemon_->status(), (Daemon::Status{0, 0, 1}));
     QVERIFY(daemon_->terminate());  // does not wait for them either
+}
+
+void AssociationsTest::anotherProtocolIsRejected() {
+    launch({});
+    QTcpSocket peer;
+    peer.connectToHost(u"127.0.0.1"_s, daemon_->port().toUShort());
+    QVERIFY(peer.waitForConnected());
+    peer.write(associationRequest("1.2.840.10008.3.1.1.2"));
+    // Permanent, by the service user: application context name not supported.
+    const QByteArray rejected = QByteArray::fromHex("03000000000400010102");
+    EVENTUALLY_COMPARE(peer.bytesAvailable(), rejected.size());
+    QCOMPARE(peer.readAll(), rejected);
+    QCOMPARE(echo().exitCode, 0);
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
+    QCOMPARE(daemon_->connections.size(), 1);
 }
 
 void AssociationsTest::whatIsNoDicomIsDropped() {

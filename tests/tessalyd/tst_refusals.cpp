@@ -20,6 +20,9 @@ class RefusalsTest : public QObject {
 
     void unfitUidsAreRefused();
     void anotherObjectThanAnnouncedIsRefused();
+    void whatIsNoDataSetIsRefused_data();
+    void whatIsNoDataSetIsRefused();
+    void aCommandWithoutEndIsNotListenedTo();
     void aSeriesOfTwoStudiesIsRefused();
     void aFailingTableRefusesTheObject_data();
     void aFailingTableRefusesTheObject();
@@ -79,6 +82,47 @@ void RefusalsTest::anotherObjectThanAnnouncedIsRefused() {
     compareRefused(Association{daemon_->port()}.store(*object, {}, UID_CTImageStorage), DoesNotMatch);
     constexpr int NotSupported = 0x0122;  // the presentation context is for CT images
     compareRefused(Association{daemon_->port()}.store(*object, {}, UID_MRImageStorage), NotSupported);
+}
+
+void RefusalsTest::whatIsNoDataSetIsRefused_data() {
+    QTest::addColumn<QByteArray>("data");
+    const auto nested = nestedSequences(100'000);  // a parser that calls itself for each has no stack left
+    QTest::newRow("sequences without end")
+        << QByteArray{nested.data(), static_cast<qsizetype>(nested.size())};
+    QTest::newRow("text") << QByteArray{"neither a tag nor a length is in this text"};
+    QTest::newRow("cut in a value") << QByteArray{
+        "\x08\x00\x18\x00UI\x40\x00"
+        "1.2.",
+        12};
+    QTest::newRow("cut in a header") << QByteArray{"\x08\x00\x18\x00UI", 6};
+    QTest::newRow("longer than can be") << QByteArray{
+        "\x08\x00\x90\x11UT\0\0\xff\xff\xff\x7f"
+        "text",
+        16};
+}
+
+void RefusalsTest::whatIsNoDataSetIsRefused() {
+    QFETCH(const QByteArray, data);
+    launch();
+    compareRefused(Association{daemon_->port()}.storeBytes(
+                       "1.2.3", {data.data(), static_cast<std::size_t>(data.size())}),
+                   CannotUnderstand);
+    QCOMPARE(daemon_->process.state(), QProcess::Running);
+}
+
+void RefusalsTest::aCommandWithoutEndIsNotListenedTo() {
+    launch();
+    Association peer{daemon_->port()};
+    const auto endless = nestedSequences(100'000, EXS_LittleEndianImplicit);
+    // The server may hang up before all of it is sent.
+    try {
+        peer.sendCommand(endless);
+    } catch (const std::runtime_error&) {
+        QVERIFY(!peer.echo());
+    }
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
+    QVERIFY(Association{daemon_->port()}.echo());
+    QCOMPARE(daemon_->process.state(), QProcess::Running);
 }
 
 void RefusalsTest::aSeriesOfTwoStudiesIsRefused() {

@@ -31,6 +31,7 @@ class StorageTest : public QObject {
     void theSyntaxIsKeptOrDecoded_data();
     void theSyntaxIsKeptOrDecoded();
     void pixelsThatCannotBeDecodedAreKeptAsTheyCame();
+    void whatIsTooDeepForTheDecoderIsKeptAsItCame();
     void aLargeObjectIsWrittenAsItComes();
     void anotherProductsObjectsAreStored();
     void anotherArchiveForwardsItsObjects();
@@ -243,6 +244,25 @@ void StorageTest::pixelsThatCannotBeDecodedAreKeptAsTheyCame() {
     QCOMPARE(run(u"storescu"_s, {u"-xs"_s, u"localhost"_s, daemon_->port(), object}).exitCode, 0);
     QCOMPARE(daemon_->files().size(), 1);
     QCOMPARE(dataSetOf(daemon_->files().first()), dataSetOf(object));
+}
+
+void StorageTest::whatIsTooDeepForTheDecoderIsKeptAsItCame() {
+    launch({PortRow{.saveCompressed = false}});
+    const QString object = writeObject({}, scratch(u"one.dcm"_s), EXS_RLELossless);
+    const auto nested = nestedSequences(100'000);
+    const QByteArray data = dataSetOf(object) + QByteArray::fromHex("efff0100") + "SQ" +
+                            QByteArray::fromHex("0000fffffffffeff00e0ffffffff") +  // behind the pixels
+                            QByteArray{nested.data(), static_cast<qsizetype>(nested.size())};
+    Association peer{daemon_->port(),
+                     "TESTER",
+                     "TESSALY",
+                     {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
+                      {UID_CTImageStorage, {UID_RLELosslessTransferSyntax}}}};
+    const auto answer =
+        peer.storeBytes(ObjectSpec{}.instance, {data.data(), static_cast<std::size_t>(data.size())});
+    QCOMPARE(answer.status, 0);
+    QCOMPARE(daemon_->files().size(), 1);
+    QVERIFY(dataSetOf(daemon_->files().first()) == data);
 }
 
 void StorageTest::aLargeObjectIsWrittenAsItComes() {

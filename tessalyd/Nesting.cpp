@@ -1,0 +1,141 @@
+#include "tessalyd/Nesting.h"
+
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcvr.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+constexpr std::size_t DeepestSequence = 64;   // reports of real devices have a dozen
+constexpr std::size_t LevelsPerSequence = 2;  // the sequence and its item
+
+constexpr std::uint32_t Undefined = 0xffffffff;
+constexpr std::uint16_t ItemGroup = 0xfffe;
+
+/// Steps from one element to the next, into the items of sequences; keeps the open ones in a list of its own.
+class Walk {
+  public:
+    Walk(std::span<const char> data, E_TransferSyntax syntax)
+        : data_(data),
+          outermost_{.hasVrs = DcmXfer{syntax}.isExplicitVR() == OFTrue,
+                     .littleEndian = DcmXfer{syntax}.getByteOrder() == EBO_LittleEndian} {}
+
+    [[nodiscard]] bool exceeds(std::size_t levels, const DcmTagKey& end) {
+        while (fits(HeaderSize)) {
+            leaveEnded();
+            const DcmTagKey tag = tagHere();
+            if (levels_.empty() && tag >= end)
+                return false;
+            step(tag);
+            if (levels_.size() > levels)
+                return true;
+        }
+        return false;
+    }
+
+  private:
+    static constexpr std::size_t HeaderSize = 8;
+    static constexpr std::size_t LongHeaderSize = 12;
+
+    struct Encoding {
+        bool hasVrs = false;  // elements name their value representations
+        bool littleEndian = true;
+    };
+    struct Level {
+        std::size_t end = 0;  // where it ends; without a defined length, where what it lies in does
+        Encoding encoding;
+        bool hasFragments = false;  // its items are pieces of pixel data
+    };
+
+    [[nodiscard]] bool fits(std::size_t size) const {
+        return at_ <= data_.size() && data_.size() - at_ >= size;
+    }
+    [[nodiscard]] std::uint32_t number(std::size_t offset, std::size_t size) const {
+        std::uint32_t value = 0;
+        for (std::size_t i = 0; i < size; ++i) {
+            const std::size_t byte = encoding().littleEndian ? size - 1 - i : i;
+            value = value << 8U | static_cast<unsigned char>(data_[at_ + offset + byte]);
+        }
+        return value;
+    }
+    [[nodiscard]] DcmTagKey tagHere() const {
+        return {static_cast<Uint16>(number(0, 2)), static_cast<Uint16>(number(2, 2))};
+    }
+    [[nodiscard]] Encoding encoding() const { return levels_.empty() ? outermost_ : levels_.back().encoding; }
+
+    void leaveEnded() {
+        while (!levels_.empty() && levels_.back().end <= at_)
+            levels_.pop_back();
+    }
+
+    void enter(std::uint32_t length, Encoding encoding, bool hasFragments) {
+        const std::size_t outer = levels_.empty() ? data_.size() : levels_.back().end;
+        const std::size_t end = length == Undefined ? outer : at_ + length;
+        levels_.push_back({.end = end, .encoding = encoding, .hasFragments = hasFragments});
+    }
+
+    void step(const DcmTagKey& tag) {
+        if (tag.getGroup() == ItemGroup)
+            stepItem(tag);
+        else
+            stepElement(tag);
+    }
+
+    void stepItem(const DcmTagKey& tag) {
+        const std::uint32_t length = number(4, 4);
+        at_ += HeaderSize;
+        const bool fragment = !levels_.empty() && levels_.back().hasFragments;
+        if (tag != DCM_Item) {
+            if (!levels_.empty())
+                levels_.pop_back();
+        } else if (fragment) {
+            at_ += length;
+        } else {
+            enter(length, encoding(), false);
+        }
+    }
+
+    void stepElement(const DcmTagKey& tag) {
+        Encoding inside = encoding();
+        std::uint32_t length = 0;
+        if (inside.hasVrs) {
+            const char name[] = {data_[at_ + 4], data_[at_ + 5], '\0'};
+            const DcmVR vr{name};
+            const bool isLong = vr.usesExtendedLengthEncoding();
+            if (isLong && !fits(LongHeaderSize)) {
+                at_ = data_.size();
+                return;
+            }
+            length = isLong ? number(8, 4) : number(6, 2);
+            at_ += isLong ? LongHeaderSize : HeaderSize;
+            if (vr.getEVR() == EVR_UN)
+                inside = {};  // what is unknown comes as in the default syntax
+        } else {
+            length = number(4, 4);
+            at_ += HeaderSize;
+        }
+        if (length == Undefined)
+            enter(length, inside, tag == DCM_PixelData);
+        else if (length >= HeaderSize && fits(HeaderSize) && tagHere() == DCM_Item)
+            enter(length, inside, false);
+        else
+            at_ += length;
+    }
+
+    std::span<const char> data_;
+    Encoding outermost_;
+    std::size_t at_ = 0;
+    std::vector<Level> levels_;
+};
+
+}  // namespace
+
+bool nestsTooDeep(std::span<const char> dataSet, E_TransferSyntax syntax, const DcmTagKey& end) {
+    return Walk{dataSet, syntax}.exceeds(DeepestSequence * LevelsPerSequence, end);
+}
+
+}  // namespace tessaly::tessalyd

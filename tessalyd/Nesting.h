@@ -1,0 +1,18 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dctagkey.h>
+#include <dcmtk/dcmdata/dcxfer.h>
+
+#include <span>
+
+namespace tessaly::tessalyd {
+
+/// True when sequences lie within each other so deep that the DICOM toolkit cannot be given the data set: its
+/// parser calls itself for each of them, and a peer could have it use up the stack. Looks no further than the
+/// first element that is `end` or behind it; what is cut off is no matter. Where the bytes can be understood
+/// in two ways, the deeper one counts.
+[[nodiscard]] bool nestsTooDeep(std::span<const char> dataSet, E_TransferSyntax syntax,
+                                const DcmTagKey& end = DcmTagKey{0xffff, 0xffff});
+
+}  // namespace tessaly::tessalyd
