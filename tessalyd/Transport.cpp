@@ -210,8 +210,12 @@ OFCondition Transport::receive(FileDescriptor socket, Interrupter& interrupter, 
         static_cast<void>(socket.release());  // the connection closes it
     else
         dcmExternalSocketHandle.set(NoSocket);
-    if (received.good())
-        mine.connection->endRequest();
+    if (received.bad())
+        return received;
+    // To the toolkit a connection that closes or stays silent is no fault; only a request has contexts.
+    if (ASC_countPresentationContexts(raw->params) == 0)
+        return DUL_NETWORKCLOSED;
+    mine.connection->endRequest();
     return received;
 }
 

@@ -28,6 +28,7 @@ class AssociationsTest : public QObject {
     void anAbortInTheMiddleOfAStoreLeavesNothing();
     void aKilledClientIsNoticed();
     void silentConnectionsHoldNobodyUp();
+    void aConnectionThatClosesIsNoAssociation();
     void anotherProtocolIsRejected();
     void whatIsNoDicomIsDropped();
 
@@ -219,6 +220,23 @@ void AssociationsTest::silentConnectionsHoldNobodyUp() {
     QCOMPARE(echo().exitCode, 0);
     QCOMPARE(daemon_->status(), (Daemon::Status{0, 0, 1}));
     QVERIFY(daemon_->terminate());  // does not wait for them either
+}
+
+void AssociationsTest::aConnectionThatClosesIsNoAssociation() {
+    launch({});
+    for (const QByteArray& said :
+         {QByteArray{}, associationRequest().first(3), associationRequest().first(40)}) {
+        QTcpSocket probe;
+        probe.connectToHost(u"127.0.0.1"_s, daemon_->port().toUShort());
+        QVERIFY(probe.waitForConnected());
+        probe.write(said);
+        probe.disconnectFromHost();
+        EVENTUALLY_COMPARE(probe.state(), QAbstractSocket::UnconnectedState);
+    }
+    QCOMPARE(echo().exitCode, 0);
+    QVERIFY(daemon_->terminate());  // all that there was to say of the others has been said
+    EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
+    QCOMPARE(daemon_->connections, (QList<Daemon::Event>{{daemon_->port(), u"ECHOSCU"_s, u"ANY-SCP"_s, 1}}));
 }
 
 void AssociationsTest::anotherProtocolIsRejected() {
