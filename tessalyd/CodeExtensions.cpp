@@ -33,6 +33,21 @@ std::optional<std::string> convert(std::string text, const char* encoding) {
     return converted;
 }
 
+/// Katakana in the upper half of the bytes, announced as they are in seven bits.
+std::string withAnnouncedKatakana(const std::string& text) {
+    std::string announced;
+    for (const char c : text) {
+        const bool katakana = (static_cast<unsigned char>(c) & 0x80U) != 0;
+        if (katakana)
+            (announced += "\x1b(I") += static_cast<char>(static_cast<unsigned char>(c) & 0x7fU);
+        else
+            announced += c;
+        if (katakana)
+            announced += "\x1b(B";
+    }
+    return announced;
+}
+
 std::string without(std::string text, std::string_view part) {
     for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at))
         text.erase(at, part.size());
@@ -49,7 +64,7 @@ std::optional<std::string> fromCodeExtensions(const std::string& text) {
             return convert(without(text, set.escape), set.encoding);
     }
     for (const char* japanese : {"ISO-2022-JP-2", "ISO-2022-JP-3"}) {
-        if (auto converted = convert(text, japanese))
+        if (auto converted = convert(withAnnouncedKatakana(text), japanese))
             return converted;
     }
     return std::nullopt;

@@ -21,20 +21,21 @@ namespace {
 /// Longer values are not read: none of the header's is nearly as long.
 constexpr Uint32 LongestValue = 4096;
 
-/// The first `width` characters of a value; where its bytes are not in the character set that they claim to
-/// be in, every one that is not printable ASCII becomes a question mark.
+/// The first `width` characters of a value, controls as blanks; where its bytes are not in the character set
+/// that they claim to be in, every one that is not ASCII becomes a question mark.
 std::string text(DcmDataset& dataset, const DcmTagKey& tag, std::size_t width, bool isUtf8) {
     OFString found;
     dataset.findAndGetOFStringArray(tag, found);
     std::string value{found.c_str(), found.length()};
-    while (!value.empty() && (value.back() == ' ' || value.back() == '\0'))
-        value.pop_back();
     if (auto converted = isUtf8 ? std::nullopt : fromCodeExtensions(value))
         value = std::move(*converted);
     else if (!isUtf8 || !QUtf8StringView{value.data(), static_cast<qsizetype>(value.size())}.isValidUtf8()) {
-        const auto notAscii = [](char c) { return c < ' ' || static_cast<signed char>(c) < 0; };
+        const auto notAscii = [](char c) { return static_cast<signed char>(c) < 0; };
         std::replace_if(value.begin(), value.end(), notAscii, '?');
     }
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
+    std::replace_if(value.begin(), value.end(), isControl, ' ');
+    value.resize(value.find_last_not_of(' ') + 1);
     const auto startsCharacter = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; };
     std::size_t end = 0;
     for (std::size_t characters = 0; end < value.size(); ++end) {
@@ -59,7 +60,19 @@ void dump(DcmDataset& dataset) {
     OFLOG_DEBUG(log, "header of the object" << OFendl << text.str().c_str());
 }
 
+/// Some devices name the only set that they use as if others might follow it.
+void nameOnlySetPlainly(DcmDataset& dataset) {
+    OFString found;
+    dataset.findAndGetOFStringArray(DCM_SpecificCharacterSet, found);
+    const std::string_view set{found.c_str(), found.length()};
+    constexpr std::string_view WithExtensions = "ISO 2022 IR ";
+    if (set.starts_with(WithExtensions) && set.find('\\') == std::string_view::npos)
+        dataset.putAndInsertOFStringArray(DCM_SpecificCharacterSet,
+                                          "ISO_IR " + found.substr(WithExtensions.size()));
+}
+
 ObjectHeader extract(DcmDataset& dataset) {
+    nameOnlySetPlainly(dataset);
     const bool utf8 = dataset.convertToUTF8().good();
     const auto value = [&](const DcmTagKey& tag, std::size_t width) {
         return text(dataset, tag, width, utf8);

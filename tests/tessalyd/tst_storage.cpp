@@ -134,6 +134,20 @@ void StorageTest::namesAreStoredAsUtf8_data() {
     QTest::newRow("Korean, with code extensions")
         << QByteArray{"\\ISO 2022 IR 149"}
         << QByteArray{"Hong^Gildong=\x1b$)C\xfb\xf3^\x1b$)C\xd1\xce\xd4\xd7"} << u"Hong^Gildong=洪^吉洞"_s;
+    QTest::newRow("Japanese, with katakana of eight bits")
+        << QByteArray{"ISO 2022 IR 13\\ISO 2022 IR 87"}
+        << QByteArray{"\xd4\xcf\xc0\xde^\xc0\xdb\xb3=\x1b$B;3ED\x1b(J^\x1b$BB@O:\x1b(J"}
+        << u"ﾔﾏﾀﾞ^ﾀﾛｳ=山田^太郎"_s;
+    QTest::newRow("Chinese, with code extensions")
+        << QByteArray{"\\ISO 2022 IR 58"}
+        << QByteArray{"Zhang^XiaoDong=\x1b$)A\xd5\xc5^\x1b$)A\xd0\xa1\xb6\xab"}
+        << u"Zhang^XiaoDong=张^小东"_s;
+    QTest::newRow("Chinese, of its own")
+        << QByteArray{"GB18030"} << QByteArray{"\xcd\xf5^\xd0\xa1\xb6\xab"} << u"王^小东"_s;
+    QTest::newRow("the only set, named as if others followed")
+        << QByteArray{"ISO 2022 IR 100"} << QByteArray{"M\xfcller"} << u"Müller"_s;
+    QTest::newRow("controls") << QByteArray{"ISO_IR 100"} << QByteArray{"M\xfcl\x07ler\x1b^\tA \r\n"}
+                              << u"Mül ler ^ A"_s;
     QTest::newRow("not what it says") << QByteArray{"ISO_IR 192"} << QByteArray{"M\xfcller"} << u"M?ller"_s;
     QTest::newRow("says nothing") << QByteArray{} << QByteArray{"M\xfcller"} << u"M?ller"_s;
     QTest::newRow("unknown set") << QByteArray{"ISO_IR 999"} << QByteArray{"M\xfcller"} << u"M?ller"_s;
