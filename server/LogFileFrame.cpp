@@ -54,6 +54,7 @@ LogFileFrame::LogFileFrame(QWidget* parent)
         options->addWidget(box, i / 2, i % 2);
         chkDumpOpt_[static_cast<std::size_t>(i)] = box;
     }
+    setTabOrder(chkDumpOpt_.back(), txtQueryTimeout_);  // as they stand below each other
 
     auto* buttons = new QHBoxLayout;
     buttons->addStretch();

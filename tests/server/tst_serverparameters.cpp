@@ -36,6 +36,7 @@ class ServerParametersTest : public QObject {
     }
 
     void captionsAndToolTips();
+    void tabGoesFromTopToBottom();
     void levelsAreStoredByTheirOrder_data();
     void levelsAreStoredByTheirOrder();
     void aNumberThatIsNoLevelIsNeverStored_data();
@@ -103,6 +104,17 @@ void ServerParametersTest::captionsAndToolTips() {
     for (const auto& [index, caption] : QList<std::pair<int, QString>>{
              {0, u"Dump Socket"_s}, {1, u"Dump Association"_s}, {2, u"Dump DUL"_s}, {3, u"Dump VR"_s}})
         QCOMPARE(frame().text(u"chkDumpOpt"_s + QString::number(index)), caption);
+}
+
+void ServerParametersTest::tabGoesFromTopToBottom() {
+    QStringList names;
+    const QWidget* widget = &frame().find(u"cmbOutputLevel"_s);
+    for (; frame().window().isAncestorOf(widget); widget = widget->nextInFocusChain()) {
+        if ((widget->focusPolicy() & Qt::TabFocus) != 0)
+            names << widget->objectName();
+    }
+    QCOMPARE(names, (QStringList{u"cmbOutputLevel"_s, u"chkDumpOpt0"_s, u"chkDumpOpt1"_s, u"chkDumpOpt2"_s,
+                                 u"chkDumpOpt3"_s, u"txtQueryTimeout"_s, u"cmdOk"_s, u"cmdCancel"_s}));
 }
 
 void ServerParametersTest::levelsAreStoredByTheirOrder_data() {
