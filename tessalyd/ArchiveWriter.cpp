@@ -9,8 +9,10 @@
 #include <system_error>
 
 #include "db/StoredPath.h"
+#include "tessalyd/DataSetWalk.h"
 #include "tessalyd/Decoder.h"
 #include "tessalyd/Log.h"
+#include "tessalyd/MappedFile.h"
 #include "tessalyd/StoreFailure.h"
 
 namespace tessaly::tessalyd {
@@ -53,6 +55,8 @@ void ArchiveWriter::begin(bool complete) {
         return;
     }
     check(*header_);
+    if (complete)
+        checkEnd(buffer_);
     header_->transferSyntaxUid = DcmXfer{object_.syntax}.getXferID();
     placement_ = index_.place(*header_, port_.root);
     const ArchiveLocation& location = placement_->location();
@@ -70,6 +74,11 @@ void ArchiveWriter::check(const ObjectHeader& header) const {
     if (header.sopInstanceUid != object_.sopInstanceUid || header.sopClassUid != object_.sopClassUid)
         throw StoreFailure{STATUS_STORE_Error_DataSetDoesNotMatchSOPClass,
                            "The data set is not the object that was announced"};
+}
+
+void ArchiveWriter::checkEnd(std::span<const char> dataSet) const {
+    if (isCutOff(dataSet, object_.syntax))
+        throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The data set is cut off"};
 }
 
 void ArchiveWriter::writeMetaHeader() {
@@ -97,7 +106,9 @@ void ArchiveWriter::writeMetaHeader() {
 void ArchiveWriter::finish() {
     try {
         stream_.rethrow();
-        if (!file_)
+        if (file_)
+            checkEnd(MappedFile{file_->temporaryPath()}.bytes().subspan(dataSetAt_));
+        else
             begin(true);
         if (!port_.saveCompressed && Decoders::has(object_.syntax))
             decode();

@@ -40,6 +40,7 @@ class ArchiveWriter {
     void take(std::span<const char> block);
     void begin(bool complete);
     void check(const ObjectHeader& header) const;
+    void checkEnd(std::span<const char> dataSet) const;
     void writeMetaHeader();
     void decode();
     void publish();

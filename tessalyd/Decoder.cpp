@@ -5,36 +5,11 @@
 #include <dcmtk/dcmjpeg/djdecode.h>
 #include <dcmtk/dcmjpls/djdecode.h>
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-
-#include "tessalyd/FileDescriptor.h"
-#include "tessalyd/Nesting.h"
+#include "tessalyd/DataSetWalk.h"
+#include "tessalyd/MappedFile.h"
 #include "tessalyd/SinkStream.h"
 
 namespace tessaly::tessalyd {
-
-namespace {
-
-/// True when the toolkit may be given the object.
-bool isFlatEnough(const std::filesystem::path& file, std::size_t dataSetAt) {
-    const FileDescriptor handle{::open(file.c_str(), O_RDONLY | O_CLOEXEC)};
-    struct stat found {};
-    if (!handle.isOpen() || ::fstat(handle.get(), &found) < 0)
-        return false;
-    const auto size = static_cast<std::size_t>(found.st_size);
-    void* const mapped = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, handle.get(), 0);
-    if (mapped == MAP_FAILED)
-        return false;
-    const std::span whole{static_cast<const char*>(mapped), size};
-    const bool deep =
-        nestsTooDeep(whole.subspan(dataSetAt), EXS_LittleEndianExplicit);  // as all that is encoded
-    ::munmap(mapped, size);
-    return !deep;
-}
-
-}  // namespace
 
 Decoders::Decoders() {
     DJDecoderRegistration::registerCodecs(EDC_photometricInterpretation, EUC_never);
@@ -66,7 +41,8 @@ bool Decoders::has(E_TransferSyntax syntax) noexcept {
 }
 
 bool Decoders::decode(const std::filesystem::path& file, std::size_t dataSetAt, ArchiveFile& target) {
-    if (!isFlatEnough(file, dataSetAt))
+    // What is encoded comes in explicit little endian around its pixels.
+    if (nestsTooDeep(MappedFile{file}.bytes().subspan(dataSetAt), Target))
         return false;
     DcmFileFormat object;
     if (object.loadFile(file.c_str()).bad())

@@ -10,8 +10,8 @@
 #include <sstream>
 
 #include "tessalyd/CodeExtensions.h"
+#include "tessalyd/DataSetWalk.h"
 #include "tessalyd/Log.h"
-#include "tessalyd/Nesting.h"
 #include "tessalyd/StoreFailure.h"
 
 namespace tessaly::tessalyd {

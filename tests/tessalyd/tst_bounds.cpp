@@ -10,8 +10,8 @@
 #include <future>
 
 #include "tessalyd/CommandMeter.h"
+#include "tessalyd/DataSetWalk.h"
 #include "tessalyd/FileDescriptor.h"
-#include "tessalyd/Nesting.h"
 #include "tessalyd/Transport.h"
 #include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"
@@ -47,6 +47,8 @@ class BoundsTest : public QObject {
     void sequencesAreCountedInEveryEncoding();
     void whatLooksLikeSequencesIsPassedOver();
     void whatIsUnknownComesInTheDefaultSyntax();
+    void cutValuesAreNoticed_data();
+    void cutValuesAreNoticed();
     void commandsAreMeasuredInWhateverPartsTheyCome();
     void lengthsThatDoNotFitAreNoticed();
     void aRequestThatComesSlowlyIsGivenUp();
@@ -54,6 +56,13 @@ class BoundsTest : public QObject {
   private:
     [[nodiscard]] static std::span<const char> view(const QByteArray& bytes) {
         return {bytes.data(), static_cast<std::size_t>(bytes.size())};
+    }
+    [[nodiscard]] static QByteArray encoded(DcmDataset& set, E_TransferSyntax syntax, bool lengths) {
+        QByteArray data(64 << 10, '\0');
+        DcmOutputBufferStream stream{data.data(), static_cast<offile_off_t>(data.size())};
+        set.transferInit();
+        set.write(stream, syntax, lengths ? EET_ExplicitLength : EET_UndefinedLength, nullptr);
+        return data.first(static_cast<qsizetype>(stream.tell()));
     }
     [[nodiscard]] static bool isDeep(const QByteArray& data,
                                      E_TransferSyntax syntax = EXS_LittleEndianExplicit,
@@ -87,12 +96,8 @@ void BoundsTest::sequencesAreCountedInEveryEncoding() {
         DcmItem* beside = nullptr;
         for (int i = 0; i < 200; ++i)
             set.findOrCreateSequenceItem(DCM_ReferencedStudySequence, beside, -2);
-        std::vector<char> data(64U << 10U);
-        DcmOutputBufferStream stream{data.data(), static_cast<offile_off_t>(data.size())};
         const auto transferSyntax = static_cast<E_TransferSyntax>(syntax);
-        set.transferInit();
-        set.write(stream, transferSyntax, lengths ? EET_ExplicitLength : EET_UndefinedLength, nullptr);
-        return nestsTooDeep(std::span{data}.first(static_cast<std::size_t>(stream.tell())), transferSyntax);
+        return isDeep(encoded(set, transferSyntax, lengths), transferSyntax);
     };
     QVERIFY(!isTooDeep(0));
     QVERIFY(!isTooDeep(64));
@@ -120,6 +125,31 @@ void BoundsTest::whatIsUnknownComesInTheDefaultSyntax() {
     QVERIFY(isDeep(QByteArray::fromHex("09000110") + "UN" + QByteArray::fromHex("0000ffffffff") + content));
     QVERIFY(isDeep(QByteArray::fromHex("00091001") + "UN" + QByteArray::fromHex("0000ffffffff") + content,
                    EXS_BigEndianExplicit));
+}
+
+void BoundsTest::cutValuesAreNoticed_data() {
+    sequencesAreCountedInEveryEncoding_data();
+}
+
+void BoundsTest::cutValuesAreNoticed() {
+    QFETCH(const int, syntax);
+    QFETCH(const bool, lengths);
+    const auto transferSyntax = static_cast<E_TransferSyntax>(syntax);
+    DcmDataset set;
+    DcmItem* item = nullptr;
+    for (const char* uid : {"1.2.3.4", "1.2.3.5"}) {
+        set.findOrCreateSequenceItem(DCM_SourceImageSequence, item, -2);
+        item->putAndInsertString(DCM_ReferencedSOPInstanceUID, uid);
+    }
+    const QByteArray data = encoded(set, transferSyntax, lengths);
+    QVERIFY(!isCutOff(view(data), transferSyntax));
+    constexpr int Delimiters = 16;  // of the last item and of the sequence: some devices leave them out
+    const qsizetype end = lengths ? data.size() : data.size() - Delimiters;
+    QVERIFY(!isCutOff(view(data.first(end)), transferSyntax));
+    for (int missing = 1; missing <= 8; ++missing)
+        QVERIFY2(isCutOff(view(data.first(end - missing)), transferSyntax),
+                 qPrintable(QString::number(missing)));
+    QVERIFY(!isCutOff(view(data + QByteArray(64, '\0')), transferSyntax));  // padding
 }
 
 void BoundsTest::commandsAreMeasuredInWhateverPartsTheyCome() {

@@ -22,6 +22,8 @@ class RefusalsTest : public QObject {
     void anotherObjectThanAnnouncedIsRefused();
     void whatIsNoDataSetIsRefused_data();
     void whatIsNoDataSetIsRefused();
+    void aDataSetThatIsCutOffIsRefused_data();
+    void aDataSetThatIsCutOffIsRefused();
     void aCommandWithoutEndIsNotListenedTo();
     void aSeriesOfTwoStudiesIsRefused();
     void aFailingTableRefusesTheObject_data();
@@ -108,6 +110,25 @@ void RefusalsTest::whatIsNoDataSetIsRefused() {
                        "1.2.3", {data.data(), static_cast<std::size_t>(data.size())}),
                    CannotUnderstand);
     QCOMPARE(daemon_->process.state(), QProcess::Running);
+}
+
+void RefusalsTest::aDataSetThatIsCutOffIsRefused_data() {
+    QTest::addColumn<int>("side");
+    QTest::newRow("small") << 32;
+    QTest::newRow("begun to be written before its end") << 1200;  // 2.8 MB
+}
+
+void RefusalsTest::aDataSetThatIsCutOffIsRefused() {
+    QFETCH(const int, side);
+    launch();
+    const ObjectSpec spec{.side = side};
+    const QByteArray whole = dataSetOf(writeObject(spec, daemon_->database.folder() + u"/one.dcm"_s));
+    Association peer{daemon_->port()};
+    const auto send = [&](qsizetype size) {
+        return peer.storeBytes(spec.instance, {whole.data(), static_cast<std::size_t>(size)});
+    };
+    compareRefused(send(whole.size() - 2), CannotUnderstand);
+    QCOMPARE(send(whole.size()).status, 0);
 }
 
 void RefusalsTest::aCommandWithoutEndIsNotListenedTo() {

@@ -15,4 +15,8 @@ namespace tessaly::tessalyd {
 [[nodiscard]] bool nestsTooDeep(std::span<const char> dataSet, E_TransferSyntax syntax,
                                 const DcmTagKey& end = DcmTagKey{0xffff, 0xffff});
 
+/// True when a value is longer than what is there of it. What is merely not ended, as some devices leave the
+/// last sequence, is whole.
+[[nodiscard]] bool isCutOff(std::span<const char> dataSet, E_TransferSyntax syntax);
+
 }  // namespace tessaly::tessalyd

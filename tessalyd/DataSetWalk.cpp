@@ -1,8 +1,9 @@
-#include "tessalyd/Nesting.h"
+#include "tessalyd/DataSetWalk.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcvr.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -10,8 +11,8 @@ namespace tessaly::tessalyd {
 
 namespace {
 
-constexpr std::size_t DeepestSequence = 64;   // reports of real devices have a dozen
-constexpr std::size_t LevelsPerSequence = 2;  // the sequence and its item
+constexpr std::size_t DeepestSequence = 64;                // reports of real devices have a dozen
+constexpr std::size_t DeepestLevel = 2 * DeepestSequence;  // each with an item
 
 constexpr std::uint32_t Undefined = 0xffffffff;
 constexpr std::uint16_t ItemGroup = 0xfffe;
@@ -24,17 +25,23 @@ class Walk {
           outermost_{.hasVrs = DcmXfer{syntax}.isExplicitVR() == OFTrue,
                      .littleEndian = DcmXfer{syntax}.getByteOrder() == EBO_LittleEndian} {}
 
-    [[nodiscard]] bool exceeds(std::size_t levels, const DcmTagKey& end) {
+    /// Goes on to the first element that is `end` or behind it; true when it gives up on the way, too deep.
+    [[nodiscard]] bool isTooDeep(const DcmTagKey& end = DcmTagKey{0xffff, 0xffff}) {
         while (fits(HeaderSize)) {
             leaveEnded();
             const DcmTagKey tag = tagHere();
             if (levels_.empty() && tag >= end)
                 return false;
             step(tag);
-            if (levels_.size() > levels)
+            if (levels_.size() > DeepestLevel)
                 return true;
         }
         return false;
+    }
+
+    [[nodiscard]] bool wentBeyondTheData() const {
+        const auto isBeyond = [this](const Level& level) { return level.end > data_.size(); };
+        return at_ > data_.size() || std::any_of(levels_.begin(), levels_.end(), isBeyond);
     }
 
   private:
@@ -135,7 +142,12 @@ class Walk {
 }  // namespace
 
 bool nestsTooDeep(std::span<const char> dataSet, E_TransferSyntax syntax, const DcmTagKey& end) {
-    return Walk{dataSet, syntax}.exceeds(DeepestSequence * LevelsPerSequence, end);
+    return Walk{dataSet, syntax}.isTooDeep(end);
+}
+
+bool isCutOff(std::span<const char> dataSet, E_TransferSyntax syntax) {
+    Walk walk{dataSet, syntax};
+    return !walk.isTooDeep() && walk.wentBeyondTheData();
 }
 
 }  // namespace tessaly::tessalyd
