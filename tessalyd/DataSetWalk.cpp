@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 namespace tessaly::tessalyd {
@@ -15,6 +16,7 @@ constexpr std::size_t DeepestSequence = 64;                // reports of real de
 constexpr std::size_t DeepestLevel = 2 * DeepestSequence;  // each with an item
 
 constexpr std::uint32_t Undefined = 0xffffffff;
+constexpr std::size_t Unbounded = std::numeric_limits<std::size_t>::max();
 constexpr std::uint16_t ItemGroup = 0xfffe;
 
 /// Steps from one element to the next, into the items of sequences; keeps the open ones in a list of its own.
@@ -40,7 +42,9 @@ class Walk {
     }
 
     [[nodiscard]] bool wentBeyondTheData() const {
-        const auto isBeyond = [this](const Level& level) { return level.end > data_.size(); };
+        const auto isBeyond = [this](const Level& level) {
+            return level.end > data_.size() && level.end != Unbounded;
+        };
         return at_ > data_.size() || std::any_of(levels_.begin(), levels_.end(), isBeyond);
     }
 
@@ -53,7 +57,8 @@ class Walk {
         bool littleEndian = true;
     };
     struct Level {
-        std::size_t end = 0;  // where it ends; without a defined length, where what it lies in does
+        std::size_t end = Unbounded;  // nothing in it reaches beyond, whatever lengths it gives
+        bool hasLength = false;
         Encoding encoding;
         bool hasFragments = false;  // its items are pieces of pixel data
     };
@@ -74,16 +79,23 @@ class Walk {
     }
     [[nodiscard]] Encoding encoding() const { return levels_.empty() ? outermost_ : levels_.back().encoding; }
 
+    [[nodiscard]] std::size_t bound() const { return levels_.empty() ? Unbounded : levels_.back().end; }
+
     void leaveEnded() {
         while (!levels_.empty() && levels_.back().end <= at_)
             levels_.pop_back();
     }
 
-    void enter(std::uint32_t length, Encoding encoding, bool hasFragments) {
-        const std::size_t outer = levels_.empty() ? data_.size() : levels_.back().end;
-        const std::size_t end = length == Undefined ? outer : at_ + length;
-        levels_.push_back({.end = end, .encoding = encoding, .hasFragments = hasFragments});
+    void enter(std::uint32_t length, Encoding encoding, bool hasFragments, bool isKnown = true) {
+        const bool hasLength = length != Undefined;
+        const std::size_t unending = isKnown ? Unbounded : data_.size();  // some devices encode it otherwise
+        levels_.push_back({.end = std::min(bound(), hasLength ? at_ + length : unending),
+                           .hasLength = hasLength,
+                           .encoding = encoding,
+                           .hasFragments = hasFragments});
     }
+
+    void pass(std::uint32_t length) { at_ = std::min(bound(), at_ + length); }
 
     void step(const DcmTagKey& tag) {
         if (tag.getGroup() == ItemGroup)
@@ -97,10 +109,10 @@ class Walk {
         at_ += HeaderSize;
         const bool fragment = !levels_.empty() && levels_.back().hasFragments;
         if (tag != DCM_Item) {
-            if (!levels_.empty())
+            if (!levels_.empty() && !levels_.back().hasLength)
                 levels_.pop_back();
         } else if (fragment) {
-            at_ += length;
+            pass(length);
         } else {
             enter(length, encoding(), false);
         }
@@ -108,6 +120,7 @@ class Walk {
 
     void stepElement(const DcmTagKey& tag) {
         Encoding inside = encoding();
+        bool isKnown = true;
         std::uint32_t length = 0;
         if (inside.hasVrs) {
             const char name[] = {data_[at_ + 4], data_[at_ + 5], '\0'};
@@ -119,18 +132,19 @@ class Walk {
             }
             length = isLong ? number(8, 4) : number(6, 2);
             at_ += isLong ? LongHeaderSize : HeaderSize;
-            if (vr.getEVR() == EVR_UN)
-                inside = {};  // what is unknown comes as in the default syntax
+            isKnown = vr.getEVR() != EVR_UN;
+            if (!isKnown)
+                inside = {};  // it comes as in the default syntax
         } else {
             length = number(4, 4);
             at_ += HeaderSize;
         }
         if (length == Undefined)
-            enter(length, inside, tag == DCM_PixelData);
+            enter(length, inside, tag == DCM_PixelData, isKnown);
         else if (length >= HeaderSize && fits(HeaderSize) && tagHere() == DCM_Item)
             enter(length, inside, false);
         else
-            at_ += length;
+            pass(length);
     }
 
     std::span<const char> data_;

@@ -47,6 +47,7 @@ class BoundsTest : public QObject {
     void sequencesAreCountedInEveryEncoding();
     void whatLooksLikeSequencesIsPassedOver();
     void whatIsUnknownComesInTheDefaultSyntax();
+    void whatAValueHoldsMayLookLikeAnything();
     void cutValuesAreNoticed_data();
     void cutValuesAreNoticed();
     void commandsAreMeasuredInWhateverPartsTheyCome();
@@ -125,6 +126,34 @@ void BoundsTest::whatIsUnknownComesInTheDefaultSyntax() {
     QVERIFY(isDeep(QByteArray::fromHex("09000110") + "UN" + QByteArray::fromHex("0000ffffffff") + content));
     QVERIFY(isDeep(QByteArray::fromHex("00091001") + "UN" + QByteArray::fromHex("0000ffffffff") + content,
                    EXS_BigEndianExplicit));
+}
+
+void BoundsTest::whatAValueHoldsMayLookLikeAnything() {
+    const QByteArray elementBehind =
+        QByteArray::fromHex("10001000") + "PN" + QByteArray::fromHex("0400") + "Doe ";
+    for (const char* content :
+         {"feff00e0ffffffff"
+          "08001600"
+          "55490200312e"
+          "feffdde000000000"
+          "01020304",  // explicit
+          "feff00e004000000"
+          "01020304"
+          "0506070809aabbccddeeff00",
+          "feff00e0ffffffff"
+          "0102030405060708090a0b0c0d0e0f10",
+          "feff00e0fffffffffeff0de000000000feff0de000000000feffdde000000000ffffffffffffffff"}) {
+        for (const char* vr : {"OB", "UN", "SQ"}) {
+            const QByteArray value = QByteArray::fromHex(content);
+            const QByteArray data = QByteArray::fromHex("09000110") + vr + QByteArray::fromHex("0000") +
+                                    static_cast<char>(value.size()) + QByteArray(3, '\0') + value +
+                                    elementBehind;
+            QVERIFY2(!isCutOff(view(data), EXS_LittleEndianExplicit), content);
+            QVERIFY2(isCutOff(view(data.chopped(1)), EXS_LittleEndianExplicit), content);
+            QVERIFY2(isCutOff(view(data.chopped(elementBehind.size() + 1)), EXS_LittleEndianExplicit),
+                     content);
+        }
+    }
 }
 
 void BoundsTest::cutValuesAreNoticed_data() {
