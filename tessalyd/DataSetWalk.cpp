@@ -19,11 +19,18 @@ constexpr std::uint32_t Undefined = 0xffffffff;
 constexpr std::size_t Unbounded = std::numeric_limits<std::size_t>::max();
 constexpr std::uint16_t ItemGroup = 0xfffe;
 
+/// What counts where lengths contradict each other.
+enum class Lengths {
+    Inner,     // as in the toolkit's parser
+    Enclosing  // as in files that somebody wants to keep
+};
+
 /// Steps from one element to the next, into the items of sequences; keeps the open ones in a list of its own.
 class Walk {
   public:
-    Walk(std::span<const char> data, E_TransferSyntax syntax)
+    Walk(std::span<const char> data, E_TransferSyntax syntax, Lengths counts)
         : data_(data),
+          counts_(counts),
           outermost_{.hasVrs = DcmXfer{syntax}.isExplicitVR() == OFTrue,
                      .littleEndian = DcmXfer{syntax}.getByteOrder() == EBO_LittleEndian} {}
 
@@ -57,7 +64,7 @@ class Walk {
         bool littleEndian = true;
     };
     struct Level {
-        std::size_t end = Unbounded;  // nothing in it reaches beyond, whatever lengths it gives
+        std::size_t end = Unbounded;
         bool hasLength = false;
         Encoding encoding;
         bool hasFragments = false;  // its items are pieces of pixel data
@@ -79,7 +86,10 @@ class Walk {
     }
     [[nodiscard]] Encoding encoding() const { return levels_.empty() ? outermost_ : levels_.back().encoding; }
 
-    [[nodiscard]] std::size_t bound() const { return levels_.empty() ? Unbounded : levels_.back().end; }
+    /// What nothing here reaches beyond, whatever its own length says.
+    [[nodiscard]] std::size_t bound() const {
+        return levels_.empty() || counts_ == Lengths::Inner ? Unbounded : levels_.back().end;
+    }
 
     void leaveEnded() {
         while (!levels_.empty() && levels_.back().end <= at_)
@@ -121,6 +131,7 @@ class Walk {
     void stepElement(const DcmTagKey& tag) {
         Encoding inside = encoding();
         bool isKnown = true;
+        bool mayHaveFragments = tag == DCM_PixelData;
         std::uint32_t length = 0;
         if (inside.hasVrs) {
             const char name[] = {data_[at_ + 4], data_[at_ + 5], '\0'};
@@ -135,12 +146,13 @@ class Walk {
             isKnown = vr.getEVR() != EVR_UN;
             if (!isKnown)
                 inside = {};  // it comes as in the default syntax
+            mayHaveFragments = mayHaveFragments && isKnown && vr.getEVR() != EVR_SQ;
         } else {
             length = number(4, 4);
             at_ += HeaderSize;
         }
         if (length == Undefined)
-            enter(length, inside, tag == DCM_PixelData, isKnown);
+            enter(length, inside, mayHaveFragments, isKnown);
         else if (length >= HeaderSize && fits(HeaderSize) && tagHere() == DCM_Item)
             enter(length, inside, false);
         else
@@ -148,6 +160,7 @@ class Walk {
     }
 
     std::span<const char> data_;
+    Lengths counts_;
     Encoding outermost_;
     std::size_t at_ = 0;
     std::vector<Level> levels_;
@@ -156,11 +169,11 @@ class Walk {
 }  // namespace
 
 bool nestsTooDeep(std::span<const char> dataSet, E_TransferSyntax syntax, const DcmTagKey& end) {
-    return Walk{dataSet, syntax}.isTooDeep(end);
+    return Walk{dataSet, syntax, Lengths::Inner}.isTooDeep(end);
 }
 
 bool isCutOff(std::span<const char> dataSet, E_TransferSyntax syntax) {
-    Walk walk{dataSet, syntax};
+    Walk walk{dataSet, syntax, Lengths::Enclosing};
     return !walk.isTooDeep() && walk.wentBeyondTheData();
 }
 

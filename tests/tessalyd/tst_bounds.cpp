@@ -47,6 +47,8 @@ class BoundsTest : public QObject {
     void sequencesAreCountedInEveryEncoding();
     void whatLooksLikeSequencesIsPassedOver();
     void whatIsUnknownComesInTheDefaultSyntax();
+    void noDisguiseHidesTheDepth_data();
+    void noDisguiseHidesTheDepth();
     void whatAValueHoldsMayLookLikeAnything();
     void cutValuesAreNoticed_data();
     void cutValuesAreNoticed();
@@ -126,6 +128,23 @@ void BoundsTest::whatIsUnknownComesInTheDefaultSyntax() {
     QVERIFY(isDeep(QByteArray::fromHex("09000110") + "UN" + QByteArray::fromHex("0000ffffffff") + content));
     QVERIFY(isDeep(QByteArray::fromHex("00091001") + "UN" + QByteArray::fromHex("0000ffffffff") + content,
                    EXS_BigEndianExplicit));
+}
+
+void BoundsTest::noDisguiseHidesTheDepth_data() {
+    QTest::addColumn<QByteArray>("sequence");
+    const auto row = [](const char* name, const char* header, const char* item) {
+        QTest::newRow(name) << QByteArray::fromHex(header) + QByteArray::fromHex(item);
+    };
+    row("shorter than what is in it", "080040115351000008000000", "feff00e0ffffffff");
+    row("in an item that is shorter", "0800401153510000ffffffff", "feff00e008000000");
+    row("in the place of the pixels", "e07f100053510000ffffffff", "feff00e0ffffffff");
+    row("between delimiters that end nothing", "0800401153510000ffffffff",
+        "feff00e000000010feff0de000000000feff00e0ffffffff");
+}
+
+void BoundsTest::noDisguiseHidesTheDepth() {
+    QFETCH(const QByteArray, sequence);
+    QVERIFY(isDeep(sequence.repeated(200)));
 }
 
 void BoundsTest::whatAValueHoldsMayLookLikeAnything() {
