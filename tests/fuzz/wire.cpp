@@ -1,0 +1,37 @@
+// What peers send, before the DICOM toolkit gets it: data sets and PDUs.
+
+#include <array>
+
+#include "tessalyd/CommandMeter.h"
+#include "tessalyd/DataSetWalk.h"
+#include "tests/fuzz/Fuzz.h"
+
+namespace {
+
+using tessaly::fuzz::require;
+
+/// Where the bytes are parted must not matter.
+void tryMeter(std::span<const char> bytes) {
+    tessaly::tessalyd::CommandMeter whole;
+    tessaly::tessalyd::CommandMeter parted;
+    const bool good = whole.follow(bytes);
+    const std::size_t middle = bytes.size() / 2;
+    require(good == (parted.follow(bytes.first(middle)) && parted.follow(bytes.subspan(middle))));
+}
+
+}  // namespace
+
+/// The first byte chooses the transfer syntax.
+void tessaly::fuzz::tryInput(std::string_view input) {
+    tryMeter(input);
+    if (input.empty())
+        return;
+    constexpr std::array Syntaxes{EXS_LittleEndianImplicit, EXS_LittleEndianExplicit, EXS_BigEndianExplicit};
+    const auto syntax = Syntaxes[static_cast<unsigned char>(input.front()) % Syntaxes.size()];
+    input.remove_prefix(1);
+    const bool deep = tessalyd::nestsTooDeep(input, syntax);
+    const bool deepInHeader = tessalyd::nestsTooDeep(input, syntax, DcmTagKey{0x0020, 0x0014});
+    require(deep || !deepInHeader);
+    constexpr std::size_t Header = 8;  // less than one is no element, and no value is missing
+    require(!tessalyd::isCutOff(input, syntax) || input.size() >= Header);
+}
