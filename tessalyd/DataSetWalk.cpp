@@ -4,6 +4,7 @@
 #include <dcmtk/dcmdata/dcvr.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <vector>
@@ -134,8 +135,8 @@ class Walk {
         bool mayHaveFragments = tag == DCM_PixelData;
         std::uint32_t length = 0;
         if (inside.hasVrs) {
-            const char name[] = {data_[at_ + 4], data_[at_ + 5], '\0'};
-            const DcmVR vr{name};
+            const std::array name{data_[at_ + 4], data_[at_ + 5], '\0'};
+            const DcmVR vr{name.data()};
             const bool isLong = vr.usesExtendedLengthEncoding();
             if (isLong && !fits(LongHeaderSize)) {
                 at_ = data_.size();
