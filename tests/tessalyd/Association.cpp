@@ -45,6 +45,15 @@ std::vector<char> bytesOf(DcmDataset& set, E_TransferSyntax syntax) {
     return bytes;
 }
 
+Association::Answer answerOf(const OFCondition& answered, const T_DIMSE_C_StoreRSP& response,
+                             DcmDataset* detail) {
+    const std::unique_ptr<DcmDataset> owned{detail};
+    OFString comment;
+    if (owned)
+        owned->findAndGetOFString(DCM_ErrorComment, comment);
+    return {.arrived = answered.good(), .status = response.DimseStatus, .comment = comment.c_str()};
+}
+
 }  // namespace
 
 QByteArray associationRequest(const QByteArray& applicationContext) {
@@ -143,11 +152,7 @@ Association::Answer Association::store(DcmFileFormat& object, const std::optiona
     DcmDataset* detail = nullptr;
     const OFCondition answered = DIMSE_storeUser(association_, Storage, &request, nullptr, &set, nullptr,
                                                  nullptr, DIMSE_NONBLOCKING, Patience, &response, &detail);
-    const std::unique_ptr<DcmDataset> owned{detail};
-    OFString comment;
-    if (owned)
-        owned->findAndGetOFString(DCM_ErrorComment, comment);
-    return {.arrived = answered.good(), .status = response.DimseStatus, .comment = comment.c_str()};
+    return answerOf(answered, response, detail);
 }
 
 Association::Answer Association::storeBytes(const std::string& instance, std::span<const char> data) {
@@ -158,12 +163,7 @@ Association::Answer Association::storeBytes(const std::string& instance, std::sp
     DcmDataset* detail = nullptr;
     const OFCondition answered =
         DIMSE_receiveCommand(association_, DIMSE_NONBLOCKING, Patience, &context, &answer, &detail);
-    const std::unique_ptr<DcmDataset> owned{detail};
-    OFString comment;
-    if (owned)
-        owned->findAndGetOFString(DCM_ErrorComment, comment);
-    return {
-        .arrived = answered.good(), .status = answer.msg.CStoreRSP.DimseStatus, .comment = comment.c_str()};
+    return answerOf(answered, answer.msg.CStoreRSP, detail);
 }
 
 void Association::sendCommand(std::span<const char> bytes) {
