@@ -67,8 +67,9 @@ LogFileFrame::LogFileFrame(QWidget* parent)
     };
     connect(addButton(u"cmdOk"_s, u"Confirm"_s), &QPushButton::clicked, this,
             ui::handler([this] { cmdOk_Click(); }));
-    connect(addButton(u"cmdCancel"_s, u"Cancel"_s), &QPushButton::clicked, this,
-            ui::handler([this] { LoadServerParameters(); }));
+    connect(addButton(u"cmdCancel"_s, u"Cancel"_s), &QPushButton::clicked, this, ui::handler([this] {
+                ui::guarded(this, ui::BoxStyle::Critical, [this] { LoadServerParameters(); });
+            }));
 
     auto* rows = new QFormLayout;
     rows->addRow(u"Logfile level"_s, cmbOutputLevel_);
