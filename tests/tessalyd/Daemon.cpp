@@ -74,15 +74,18 @@ Daemon::Daemon(const QList<PortRow>& ports)
 }
 
 Daemon::~Daemon() {
+    const bool well = killed_ || (process.state() == QProcess::NotRunning ? endedWell() : terminate());
+    if (process.state() != QProcess::NotRunning)
+        kill();
+    if (!well)
+        QTest::qFail("the server did not end well", __FILE__, __LINE__);
     if (QTest::currentTestFailed())
         qInfo().noquote() << "log of the server:\n" << log() << process.readAll();
-    if (process.state() != QProcess::NotRunning && !terminate())
-        process.kill();
-    process.waitForFinished(PatienceMs);
 }
 
 void Daemon::launch(const QStringList& arguments) {
     const int before = starts;
+    killed_ = false;
     process.start(QStringLiteral(TESSALY_BINARY_DIR "/tessalyd"),
                   QStringList{u"--log-file"_s, logFile()} + arguments);
     const auto isUp = [this, before] {
@@ -94,6 +97,7 @@ void Daemon::launch(const QStringList& arguments) {
 }
 
 void Daemon::kill() {
+    killed_ = true;
     process.kill();
     process.waitForFinished(PatienceMs);
 }
@@ -108,8 +112,11 @@ bool Daemon::terminate() {
     if (!succeeds(&OrgTessalyServer1Interface::Terminate))
         return false;
     const auto ended = [this] { return process.state() == QProcess::NotRunning; };
-    return QTest::qWaitFor(ended, PatienceMs) && process.exitStatus() == QProcess::NormalExit &&
-           process.exitCode() == 0;
+    return QTest::qWaitFor(ended, PatienceMs) && endedWell();
+}
+
+bool Daemon::endedWell() const {
+    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
 }
 
 Daemon::Status Daemon::status() {
