@@ -44,7 +44,6 @@ class ControlObject::PendingReply {
 
 ControlObject::ControlObject(QDBusConnection bus, Options options)
     : options_(std::move(options)), service_(std::move(bus)) {
-    commands_.setMaxThreadCount(1);
     new Server1Adaptor{this};
 }
 
@@ -56,13 +55,14 @@ void ControlObject::run() {
     log_.emplace(options_.logFile, options_.logBytes);
     server_ = std::make_unique<Server>(event(&ControlObject::emitConnection),
                                        event(&ControlObject::emitEndConnection));
+    commands_.emplace();
     perform([this] { start(); });
     // Calls that came with the activation are answered when the ports are bound, unless that takes long.
-    commands_.waitForDone(static_cast<int>(ReplyPatience.count()));
+    commands_->waitUntilIdle(ReplyPatience);
 }
 
 void ControlObject::close() {
-    commands_.waitForDone();
+    commands_.reset();
     server_.reset();
     log_.reset();
 }
@@ -92,17 +92,14 @@ int ControlObject::GetStatus(int& openAssociations, int& portsBound) {
 void ControlObject::Terminate() {
     if (std::exchange(terminating_, true))
         return;
-    // Queued, so that the reply to this call goes out before anything ends.
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-            commands_.start([this] {
-                stop();
-                server_->shutDown();
-                QMetaObject::invokeMethod(this, &ControlObject::finished, Qt::QueuedConnection);
-            });
-        },
-        Qt::QueuedConnection);
+    // Posted, so that the reply to this call goes out before anything ends.
+    mailbox_.post([this] {
+        commands_->add([this] {
+            stop();
+            server_->shutDown();
+            mailbox_.post([this] { emit finished(); });
+        });
+    });
 }
 
 void ControlObject::perform(std::function<void()> command) {
@@ -114,7 +111,7 @@ void ControlObject::perform(std::function<void()> command) {
         reply = std::make_shared<PendingReply>(connection(), message());
         QTimer::singleShot(ReplyPatience, this, [reply] { reply->answer(); });
     }
-    commands_.start([this, reply, command = std::move(command)] {
+    commands_->add([this, reply, command = std::move(command)] {
         QString fault;
         try {
             command();
@@ -122,10 +119,8 @@ void ControlObject::perform(std::function<void()> command) {
             OFLOG_ERROR(serverLog(), "not listening: " << error.what());
             fault = QString::fromUtf8(error.what());
         }
-        if (reply) {
-            QMetaObject::invokeMethod(
-                this, [reply, fault] { reply->answer(fault); }, Qt::QueuedConnection);
-        }
+        if (reply)
+            mailbox_.post([reply, fault] { reply->answer(fault); });
     });
 }
 
@@ -134,15 +129,17 @@ void ControlObject::start() {
     if (server_->status().listening)
         return;
     server_->start();
-    QMetaObject::invokeMethod(this, &ControlObject::OnStart, Qt::QueuedConnection);
+    mailbox_.post([this] { emit OnStart(); });
 }
 
 void ControlObject::stop() {
     if (!server_->status().listening)
         return;
     server_->stop();
-    QMetaObject::invokeMethod(this, &ControlObject::OnStop, Qt::QueuedConnection);
-    QMetaObject::invokeMethod(this, &ControlObject::abortAfterGrace, Qt::QueuedConnection);
+    mailbox_.post([this] {
+        emit OnStop();
+        abortAfterGrace();
+    });
 }
 
 void ControlObject::abortAfterGrace() {
@@ -152,9 +149,7 @@ void ControlObject::abortAfterGrace() {
 
 OpenAssociations::Event ControlObject::event(void (ControlObject::*emitEvent)(const AssociationNames&, int)) {
     return [this, emitEvent](const AssociationNames& names, int total) {
-        QMetaObject::invokeMethod(
-            this, [this, emitEvent, names, total] { (this->*emitEvent)(names, total); },
-            Qt::QueuedConnection);
+        mailbox_.post([this, emitEvent, names, total] { (this->*emitEvent)(names, total); });
     };
 }
 

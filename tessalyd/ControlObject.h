@@ -2,13 +2,14 @@
 
 #include <QDBusContext>
 #include <QObject>
-#include <QThreadPool>
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
 
+#include "tessalyd/CommandThread.h"
 #include "tessalyd/Log.h"
+#include "tessalyd/Mailbox.h"
 #include "tessalyd/Server.h"
 #include "tessalyd/SystemService.h"
 
@@ -75,7 +76,8 @@ class ControlObject : public QObject, protected QDBusContext {
     SystemService service_;
     std::optional<LogFile> log_;
     std::unique_ptr<Server> server_;
-    QThreadPool commands_;
+    Mailbox mailbox_;  ///< for what other threads want done in this one
+    std::optional<CommandThread> commands_;
     bool terminating_ = false;
 };
 
