@@ -53,8 +53,8 @@ ControlObject::~ControlObject() {
 
 void ControlObject::run() {
     log_.emplace(options_.logFile, options_.logBytes);
-    server_ = std::make_unique<Server>(event(&ControlObject::emitConnection),
-                                       event(&ControlObject::emitEndConnection));
+    server_ = std::make_unique<Server>(emitter(&ControlObject::emitConnection),
+                                       emitter(&ControlObject::emitEndConnection));
     commands_.emplace();
     perform([this] { start(); });
     // Calls that came with the activation are answered when the ports are bound, unless that takes long.
@@ -147,7 +147,8 @@ void ControlObject::abortAfterGrace() {
                        [this, last = server_->latestConnection()] { server_->abortThrough(last); });
 }
 
-OpenAssociations::Event ControlObject::event(void (ControlObject::*emitEvent)(const AssociationNames&, int)) {
+OpenAssociations::Event ControlObject::emitter(void (ControlObject::*emitEvent)(const AssociationNames&,
+                                                                                int)) {
     return [this, emitEvent](const AssociationNames& names, int total) {
         mailbox_.post([this, emitEvent, names, total] { (this->*emitEvent)(names, total); });
     };

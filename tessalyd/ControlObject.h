@@ -67,8 +67,8 @@ class ControlObject : public QObject, protected QDBusContext {
     void start();
     void stop();
     void abortAfterGrace();
-    [[nodiscard]] OpenAssociations::Event event(void (ControlObject::*emitEvent)(const AssociationNames&,
-                                                                                 int));
+    [[nodiscard]] OpenAssociations::Event emitter(void (ControlObject::*emitEvent)(const AssociationNames&,
+                                                                                   int));
     void emitConnection(const AssociationNames& names, int total);
     void emitEndConnection(const AssociationNames& names, int total);
 
