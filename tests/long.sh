@@ -38,12 +38,19 @@ fuzz() {
     done
 }
 
-static_checks() {
-    build release  # for the sources that it makes
-    run-clang-tidy-14 -quiet -j "$(nproc)" -p build/release "^$top/(?!build/).*\.cpp\$" >build/clang-tidy.log 2>&1 &&
-        return
-    grep -E '(error|warning):' build/clang-tidy.log | sort -u
+tidy() {  # PRESET FOLDERS
+    local log=build/clang-tidy-$1.log
+    build "$1"  # for the sources that it makes
+    run-clang-tidy-14 -quiet -j "$(nproc)" -p "build/$1" -header-filter="^$top/(tests/)?[a-z-]+/[^/]+\.h\$" \
+        "^$top/$2/[^/]+\.cpp\$" >"$log" 2>&1 && return
+    grep -E '(error|warning): ' "$log" | sort -u || tail "$log"
     return 1
+}
+
+static_checks() {
+    tidy release '(tests/)?[a-z-]+'
+    local release=$?
+    tidy fuzz tests/fuzz && return "$release"
 }
 
 stage 'tests' tests_of release
