@@ -12,6 +12,7 @@
 #include <QElapsedTimer>
 #include <QMessageBox>
 #include <QTimer>
+#include <array>
 #include <functional>
 
 #include "app/Globals.h"
@@ -48,8 +49,9 @@ bool isThere(sqlite3* handle, sqlite3_stmt* join, const char* series, const char
     sqlite3_bind_text(join, 1, series, -1, SQLITE_TRANSIENT);
     bool found = false;
     if (sqlite3_step(join) == SQLITE_ROW) {
-        char path[4096];
-        std::snprintf(path, sizeof path, "%s\\%s\\%s", textOf(join, 1), textOf(join, 0), file);
+        std::array<char, 4096> buffer;
+        char* const path = buffer.data();
+        std::snprintf(path, buffer.size(), "%s\\%s\\%s", textOf(join, 1), textOf(join, 0), file);
         for (char* c = path; *c != '\0'; ++c)
             *c = *c == '\\' ? '/' : *c;
         struct stat status {};
@@ -158,8 +160,8 @@ template <class Body>
 auto withForm(const std::string& database, Body body) {
     int count = 1;
     std::string name = "bench_repair";
-    char* arguments[] = {name.data(), nullptr};
-    QApplication application{count, arguments};
+    std::array<char*, 2> arguments{name.data(), nullptr};
+    QApplication application{count, arguments.data()};
     db::Connection& connection = Globals::DbConnection();
     connection.setConnectString(connectStringOf(database));
     connection.setCursorDriver(db::Connection::CursorDriver::Odbc);

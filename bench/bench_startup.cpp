@@ -109,19 +109,20 @@ int runEmptyDialog() {
     return dialog.exec();
 }
 
+constexpr const char* AcceptedNodes =
+    "SELECT PortRemoteNodes.Name,DicomNodes.AETitle FROM PortRemoteNodes, DicomNodes WHERE"
+    " PortRemoteNodes.Port='11112' AND DicomNodes.Name = PortRemoteNodes.Name ORDER BY DicomNodes.Name";
+
 /// The rows that the main window shows, read with SQLite's own library.
 int runPlainRead(const char* path) {
     sqlite3* handle = nullptr;
     sqlite3_open_v2(path, &handle, SQLITE_OPEN_READONLY, nullptr);
     std::printf("ok %.3f\n", now());
     long long characters = 0;
-    for (const char* sql :
-         {"SELECT * FROM DicomNodes ORDER BY Name", "SELECT * FROM Port ORDER BY Port",
-          "SELECT PortRemoteNodes.Name,DicomNodes.AETitle FROM PortRemoteNodes, DicomNodes WHERE"
-          " PortRemoteNodes.Port='11112' AND DicomNodes.Name = PortRemoteNodes.Name ORDER BY DicomNodes.Name",
-          "SELECT * FROM DicomServer", "SELECT * FROM FtpNodes ORDER BY Name",
-          "SELECT * FROM Users ORDER BY User", "SELECT * FROM SiteData",
-          "SELECT * FROM Printers ORDER BY Name"}) {
+    for (const char* sql : {"SELECT * FROM DicomNodes ORDER BY Name", "SELECT * FROM Port ORDER BY Port",
+                            AcceptedNodes, "SELECT * FROM DicomServer",
+                            "SELECT * FROM FtpNodes ORDER BY Name", "SELECT * FROM Users ORDER BY User",
+                            "SELECT * FROM SiteData", "SELECT * FROM Printers ORDER BY Name"}) {
         sqlite3_stmt* statement = nullptr;
         sqlite3_prepare_v2(handle, sql, -1, &statement, nullptr);
         while (sqlite3_step(statement) == SQLITE_ROW) {
@@ -174,7 +175,7 @@ int child(const QString& role, QApplication& application) {
     else if (role == u"dialog"_s)
         status = runEmptyDialog();
     else if (role == u"plain"_s)
-        status = runPlainRead(application.arguments().at(2).toUtf8().constData());
+        status = runPlainRead(QCoreApplication::arguments().at(2).toUtf8().constData());
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     std::printf("peak %.1f\n", static_cast<double>(usage.ru_maxrss) / 1024);

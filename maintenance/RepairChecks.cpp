@@ -63,14 +63,14 @@ Verdict judgeImage(db::ResultSet& owner, const Row& image) {
     return isOrdinaryFile(db::localPath(path)) ? Verdict::Keep : Verdict::SayAndRemove;
 }
 
-template <const char* Column>
+template <const auto& Column>
 Verdict judgeCount(db::ResultSet& count, const Row& /*row*/) {
-    return count.next() && count.integer(Column) == 0 ? Verdict::Remove : Verdict::Keep;
+    return count.next() && count.integer(Column.data()) == 0 ? Verdict::Remove : Verdict::Keep;
 }
 
-constexpr char NumImg[] = "NumImg";
-constexpr char NumSeries[] = "NumSeries";
-constexpr char NumStudies[] = "NumStudies";
+constexpr auto NumImg = std::to_array("NumImg");
+constexpr auto NumSeries = std::to_array("NumSeries");
+constexpr auto NumStudies = std::to_array("NumStudies");
 
 const Shape& shapeOf(Check check) {
     static const std::array Shapes{

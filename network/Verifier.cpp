@@ -131,7 +131,7 @@ VerificationResult Exchange::failure(const OFCondition& condition) const {
         result.rejectSource = reject.source;
         result.rejectReason = reject.reason & 0xff;  // the library adds the source to it
         OFString words;
-        result.detail = ASC_printRejectParameters(words, &reject).c_str();
+        result.detail = ASC_printRejectParameters(words, &reject);
     } else if (!transport_.wasConnected()) {
         const bool silent = Clock::now() - started_ >= Verifier::ConnectLimit;
         result.outcome = silent ? Outcome::TimedOut : Outcome::Unreachable;
@@ -166,7 +166,7 @@ VerificationResult Exchange::run(const VerificationRequest& request, const std::
                                                  limit_, &status, &statusDetail);
     delete statusDetail;
     if (condition.bad()) {
-        const VerificationResult result = failure(condition);
+        VerificationResult result = failure(condition);
         ASC_abortAssociation(association_);
         return result;
     }

@@ -26,7 +26,7 @@ class ArchiveIndex::Turn {
     explicit Turn(ArchiveIndex& index) : index_(index) {
         const std::chrono::seconds wait = index.wait_;
         std::unique_lock lock{index_.mutex_};
-        if (!index_.given_.wait_for(lock, wait > wait.zero() ? wait : UsualWait,
+        if (!index_.given_.wait_for(lock, wait > std::chrono::seconds::zero() ? wait : UsualWait,
                                     [this] { return !index_.taken_; }))
             throw refused("other stores are waiting for it");
         index_.taken_ = true;

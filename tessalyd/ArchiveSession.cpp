@@ -21,7 +21,7 @@ using db::varchar;
 std::string settings(std::chrono::seconds wait) {
     // What the sender is told to be stored is to be found after a power failure, too.
     std::string text = "SyncPragma=FULL";
-    if (wait > wait.zero())
+    if (wait > std::chrono::seconds::zero())
         text += ";Timeout=" + std::to_string(std::chrono::milliseconds{wait}.count());
     return text;
 }

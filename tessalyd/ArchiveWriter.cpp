@@ -6,6 +6,7 @@
 #include <dcmtk/dcmnet/dimse.h>
 #include <dcmtk/dcmnet/diutil.h>
 
+#include <array>
 #include <system_error>
 
 #include "db/StoredPath.h"
@@ -83,8 +84,8 @@ void ArchiveWriter::checkEnd(std::span<const char> dataSet) const {
 
 void ArchiveWriter::writeMetaHeader() {
     DcmMetaInfo meta;
-    constexpr Uint8 Version[] = {0, 1};
-    meta.putAndInsertUint8Array(DCM_FileMetaInformationVersion, Version, sizeof Version);
+    constexpr std::array<Uint8, 2> Version{0, 1};
+    meta.putAndInsertUint8Array(DCM_FileMetaInformationVersion, Version.data(), Version.size());
     meta.putAndInsertString(DCM_MediaStorageSOPClassUID, object_.sopClassUid.c_str());
     meta.putAndInsertString(DCM_MediaStorageSOPInstanceUID, object_.sopInstanceUid.c_str());
     meta.putAndInsertString(DCM_TransferSyntaxUID, header_->transferSyntaxUid.c_str());

@@ -17,7 +17,7 @@ constexpr Announced Korean{"\x1b$)C", "EUC-KR"};
 constexpr Announced Chinese{"\x1b$)A", "GB2312"};
 
 std::optional<std::string> convert(std::string text, const char* encoding) {
-    const iconv_t converter = ::iconv_open("UTF-8", encoding);
+    iconv_t converter = ::iconv_open("UTF-8", encoding);
     if (converter == reinterpret_cast<iconv_t>(-1))
         return std::nullopt;
     std::string converted(text.size() * 4, '\0');

@@ -26,7 +26,7 @@ enum State { Listening = 0, Stopped = 2 };
 /// to the object's thread.
 class ControlObject::PendingReply {
   public:
-    PendingReply(QDBusConnection bus, QDBusMessage call) : bus_(std::move(bus)), call_(std::move(call)) {}
+    PendingReply(QDBusConnection bus, const QDBusMessage& call) : bus_(std::move(bus)), call_(call) {}
 
     void answer(const QString& fault = {}) {
         if (answered_)

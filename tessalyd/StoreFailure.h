@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace tessaly::tessalyd {
 
@@ -12,8 +13,8 @@ namespace tessaly::tessalyd {
 /// into the log: it tells nothing of a patient.
 class StoreFailure : public std::runtime_error {
   public:
-    StoreFailure(Uint16 status, const std::string& comment, const std::string& detail = {})
-        : std::runtime_error(comment), status_(status), detail_(detail) {}
+    StoreFailure(Uint16 status, const std::string& comment, std::string detail = {})
+        : std::runtime_error(comment), status_(status), detail_(std::move(detail)) {}
 
     /// The DIMSE status.
     [[nodiscard]] Uint16 status() const noexcept { return status_; }

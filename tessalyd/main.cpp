@@ -55,20 +55,14 @@ int serve(const Options& options) {
     // Without its bus the server could not be controlled any more, and a new one could not have its ports.
     bus.connect({}, u"/org/freedesktop/DBus/Local"_s, u"org.freedesktop.DBus.Local"_s, u"Disconnected"_s,
                 &control, SLOT(Terminate()));
-    try {
-        control.run();
-    } catch (const std::exception& fault) {
-        return fail(fault.what());
-    }
+    control.run();
     const int result = QCoreApplication::exec();
     control.close();
     bus.unregisterService(name);  // last: who waits for this may take the ports and the files at once
     return result;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     CLI::App commandLine{"The Tessaly DICOM server"};
     Options options{.logFile = stateFolder() / "tessaly" / "tessalyd.log",
                     .logBytes = 10L << 20U,
@@ -95,4 +89,14 @@ int main(int argc, char** argv) {
     keepFreedMemory();
     QCoreApplication application{argc, argv};
     return serve(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& fault) {
+        return fail(fault.what());
+    }
 }

@@ -4,5 +4,7 @@
 
 int main(int argc, char** argv) {
     const QCoreApplication app{argc, argv};
-    return QDBusConnection::sessionBus().registerService(QStringLiteral("org.tessaly.Server")) ? app.exec() : 1;
+    return QDBusConnection::sessionBus().registerService(QStringLiteral("org.tessaly.Server"))
+               ? QCoreApplication::exec()
+               : 1;
 }

@@ -51,7 +51,7 @@ Association::Answer answerOf(const OFCondition& answered, const T_DIMSE_C_StoreR
     OFString comment;
     if (owned)
         owned->findAndGetOFString(DCM_ErrorComment, comment);
-    return {.arrived = answered.good(), .status = response.DimseStatus, .comment = comment.c_str()};
+    return {.arrived = answered.good(), .status = response.DimseStatus, .comment = comment};
 }
 
 }  // namespace

@@ -163,6 +163,7 @@ void AssociationsTest::fiftyAssociationsAreOpenAtOnce() {
     constexpr int Many = 50;
     launch({.maxConnections = Many});
     std::vector<std::unique_ptr<Association>> peers;
+    peers.reserve(Many);
     for (int i = 0; i < Many; ++i)
         peers.push_back(std::make_unique<Association>(daemon_->port(), i % 2 == 0 ? "EVEN" : "ODD"));
     for (const auto& peer : peers)

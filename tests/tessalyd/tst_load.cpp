@@ -22,6 +22,7 @@ class LoadTest : public QObject {
   private:
     static constexpr int Clients = 8;
     static constexpr int ObjectsEach = 125;
+    static constexpr qsizetype Objects = Clients * ObjectsEach;
 
     [[nodiscard]] QString folder(int client) const { return objects_.filePath(QString::number(client)); }
     [[nodiscard]] QString sent(const QString& instance) const {
@@ -82,7 +83,7 @@ void LoadTest::everyObjectOfEightClientsArrives() {
         QVERIFY(client->waitForFinished(PatienceMs));
         QCOMPARE(client->exitCode(), 0);
     }
-    QCOMPARE(daemon_->images().size(), Clients * ObjectsEach);
+    QCOMPARE(daemon_->images().size(), Objects);
     compareImagesWithFiles();
     QCOMPARE(daemon_->database.rows(u"SELECT (SELECT COUNT(*) FROM Patient), (SELECT COUNT(*) FROM Study), "
                                     "(SELECT COUNT(*) FROM Series)"_s),
@@ -99,11 +100,11 @@ void LoadTest::aKilledServerHasNoRowWithoutAFile() {
     daemon_ = std::make_unique<Daemon>();
     daemon_->launch();
     const auto clients = startClients();
-    EVENTUALLY(daemon_->database.value(u"SELECT COUNT(*) FROM Image"_s).toInt() > Clients * ObjectsEach / 4);
+    EVENTUALLY(daemon_->database.value(u"SELECT COUNT(*) FROM Image"_s).toInt() > Objects / 4);
     daemon_->kill();
     for (const auto& client : clients)
         QVERIFY(client->waitForFinished(PatienceMs));
-    QVERIFY(daemon_->images().size() < Clients * ObjectsEach);
+    QVERIFY(daemon_->images().size() < Objects);
     // A file of its own that it left half written, besides those that the kill may have left.
     const QString left = QFileInfo{daemon_->images().first().file}.path() + u"/.tessalyd-1-1.part"_s;
     QFile part{left};
@@ -120,7 +121,7 @@ void LoadTest::aKilledServerHasNoRowWithoutAFile() {
         QVERIFY(client->waitForFinished(PatienceMs));
         QCOMPARE(client->exitCode(), 0);
     }
-    QCOMPARE(daemon_->images().size(), Clients * ObjectsEach);
+    QCOMPARE(daemon_->images().size(), Objects);
     compareImagesWithFiles();
 }
 

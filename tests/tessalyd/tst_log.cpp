@@ -97,7 +97,7 @@ void LogTest::dumpsAreLoggedWhenAskedFor() {
 void LogTest::theLogIsRotated() {
     daemon_ = std::make_unique<Daemon>();
     daemon_->database.run(u"UPDATE DicomServer SET DumpLevel=23"_s);
-    constexpr int Least = 200 << 10;
+    constexpr qint64 Least = 200 << 10;
     daemon_->launch({u"--log-size"_s, QString::number(Least)});
     Association peer{daemon_->port()};
     for (int i = 1; i <= 30 && !QFile::exists(daemon_->logFile() + u".2"_s); ++i)
