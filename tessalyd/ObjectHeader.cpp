@@ -7,6 +7,7 @@
 
 #include <QUtf8StringView>
 #include <algorithm>
+#include <memory>
 #include <sstream>
 
 #include "tessalyd/CodeExtensions.h"
@@ -20,6 +21,25 @@ namespace {
 
 /// Longer values are not read: none of the header's is nearly as long.
 constexpr Uint32 LongestValue = 4096;
+
+/// Stands for a value that is not read: there is nothing in it.
+class Unread final : public DcmInputStreamFactory {
+  public:
+    DcmInputStream* create() const override {
+        auto stream = std::make_unique<DcmInputBufferStream>();
+        stream->setEos();
+        return stream.release();
+    }
+    DcmInputStreamFactory* clone() const override { return new Unread; }
+    DcmInputStreamFactoryType ident() const override { return DFT_DcmInputFileStreamFactory; }
+};
+
+/// Lets the toolkit pass over long values. From an ordinary buffer it reads each of them, into memory as
+/// large as the length that the sender claims, up to 4 GB.
+class HeaderStream final : public DcmInputBufferStream {
+  public:
+    DcmInputStreamFactory* newFactory() const override { return new Unread; }
+};
 
 /// The first `width` characters of a value, controls as blanks; where its bytes are not in the character set
 /// that they claim to be in, every one that is not ASCII becomes a question mark.
@@ -107,7 +127,7 @@ std::optional<ObjectHeader> readHeader(std::span<const char> data, E_TransferSyn
     if (nestsTooDeep(data, syntax, behind))
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand,
                            "Sequences of the object are nested too deeply"};
-    DcmInputBufferStream stream;
+    HeaderStream stream;
     stream.setBuffer(data.data(), static_cast<offile_off_t>(data.size()));
     if (complete)
         stream.setEos();

@@ -1,5 +1,6 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcostrmb.h>
+#include <dcmtk/dcmdata/dcvrus.h>
 #include <fcntl.h>
 #include <sys/file.h>
 
@@ -30,6 +31,8 @@ class ArchiveTest : public QObject {
     void uidsAreToldFromOtherNames();
     void temporaryNamesAreItsOwnOnly();
     void aHeaderIsReadAsSoonAsItIsThere();
+    void longValuesArePassedOver_data();
+    void longValuesArePassedOver();
     void whatIsNoDataSetIsRefused();
     void aFileThatIsNotKeptLeavesNothing();
     void aFileThatIsKeptStays();
@@ -59,6 +62,17 @@ class ArchiveTest : public QObject {
     }
     [[nodiscard]] static QStringList names(const QString& folder) {
         return QDir{folder}.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+    }
+    /// The data set as it is sent.
+    [[nodiscard]] static std::vector<char> sent(DcmFileFormat& object, E_TransferSyntax syntax) {
+        std::vector<char> data(64U << 10U);
+        DcmOutputBufferStream stream{data.data(), static_cast<offile_off_t>(data.size())};
+        DcmDataset& set = *object.getDataset();
+        set.transferInit();
+        if (set.write(stream, syntax, EET_ExplicitLength, nullptr).bad())
+            throw std::runtime_error{"too large"};
+        data.resize(static_cast<std::size_t>(stream.tell()));
+        return data;
     }
     [[nodiscard]] static std::span<const char> bytes(const char* text) { return {text, std::strlen(text)}; }
 };
@@ -100,13 +114,8 @@ void ArchiveTest::temporaryNamesAreItsOwnOnly() {
 }
 
 void ArchiveTest::aHeaderIsReadAsSoonAsItIsThere() {
-    const auto object = makeObject({.side = 64});
-    std::vector<char> data(64U << 10U);
-    DcmOutputBufferStream stream{data.data(), static_cast<offile_off_t>(data.size())};
-    DcmDataset& set = *object->getDataset();
-    set.transferInit();
-    QVERIFY(set.write(stream, EXS_LittleEndianExplicit, EET_ExplicitLength, nullptr).good());
-    const std::span all{data.data(), static_cast<std::size_t>(stream.tell())};
+    const auto data = sent(*makeObject({.side = 64}), EXS_LittleEndianExplicit);
+    const std::span all{data};
     std::size_t needed = 0;
     while (!readHeader(all.first(needed), EXS_LittleEndianExplicit, false))
         ++needed;
@@ -115,6 +124,31 @@ void ArchiveTest::aHeaderIsReadAsSoonAsItIsThere() {
     QCOMPARE(header->studyInstanceUid, std::string{"1.2.826.0.1.1"});
     QCOMPARE(header->instanceNumber, std::string{"1"});
     QCOMPARE(header->patientName, std::string{"Doe^Jane"});
+}
+
+void ArchiveTest::longValuesArePassedOver_data() {
+    QTest::addColumn<int>("syntax");
+    QTest::newRow("little endian") << int{EXS_LittleEndianExplicit};
+    QTest::newRow("big endian") << int{EXS_BigEndianExplicit};
+}
+
+void ArchiveTest::longValuesArePassedOver() {
+    QFETCH(const int, syntax);
+    const auto object = makeObject({.patientName = std::string(5000, 'n')});
+    const std::vector<Uint16> numbers(4000, 7);
+    for (const DcmTag& tag : {DcmTag{0x0009, 0x1001, EVR_US}, DcmTag{DCM_PatientID, EVR_US}}) {
+        auto element = std::make_unique<DcmUnsignedShort>(tag);
+        QVERIFY(element->putUint16Array(numbers.data(), numbers.size()).good());
+        QVERIFY(object->getDataset()->insert(element.release(), OFTrue).good());
+    }
+    const auto data = sent(*object, static_cast<E_TransferSyntax>(syntax));
+    QVERIFY(!readHeader(std::span{data}.first(6000), static_cast<E_TransferSyntax>(syntax), false));
+    const auto header = readHeader(data, static_cast<E_TransferSyntax>(syntax), true);
+    QVERIFY(header.has_value());
+    QCOMPARE(header->patientName, std::string{});
+    QCOMPARE(header->patientId, std::string{});
+    QCOMPARE(header->studyInstanceUid, std::string{"1.2.826.0.1.1"});
+    QCOMPARE(header->instanceNumber, std::string{"1"});
 }
 
 void ArchiveTest::whatIsNoDataSetIsRefused() {
