@@ -68,11 +68,11 @@ bool sendsAtOnce(int socket) {
 }  // namespace
 
 /// The system's resolver, but for one name that it never answers while the test says so.
-extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* req, addrinfo** pai) {
+extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found) {
     static const auto real = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
-    if (name != nullptr && std::strcmp(name, HangingHost) == 0 && (req->ai_flags & AI_NUMERICHOST) == 0)
+    if (name != nullptr && std::strcmp(name, HangingHost) == 0 && (hints->ai_flags & AI_NUMERICHOST) == 0)
         resolverGoesOn.wait();
-    return real(name, service, req, pai);
+    return real(name, service, hints, found);
 }
 
 class VerificationTest : public QObject {

@@ -22,7 +22,7 @@ class LoadTest : public QObject {
   private:
     static constexpr int Clients = 8;
     static constexpr int ObjectsEach = 125;
-    static constexpr qsizetype Objects = Clients * ObjectsEach;
+    static constexpr qsizetype Objects = qsizetype{Clients} * ObjectsEach;
 
     [[nodiscard]] QString folder(int client) const { return objects_.filePath(QString::number(client)); }
     [[nodiscard]] QString sent(const QString& instance) const {
