@@ -12,7 +12,6 @@
 namespace {
 
 using tessaly::fuzz::require;
-using tessaly::tessalyd::ObjectHeader;
 
 void checkText(const std::string& text, std::size_t width) {
     const QUtf8StringView view{text.data(), static_cast<qsizetype>(text.size())};
