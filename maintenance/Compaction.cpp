@@ -168,10 +168,15 @@ void compactDatabase(const fs::path& database, const std::function<void()>& brea
     removeStale(temporary, target);
 
     const bool leases = isAlone(FileLease{target});
-    std::optional<SqliteFile> source{std::in_place, target, breathe};
+    EarlyFlush earlyFlush{temporary};
+    const std::function<void()> breatheAndFlush = [&] {
+        earlyFlush.advance();
+        breathe();
+    };
+    std::optional<SqliteFile> source{std::in_place, target, breatheAndFlush};
     const bool writeAhead = lockAlone(*source);
     writeCompacted(*source, temporary);
-    startFlush(temporary);  // the disk works while the check reads
+    earlyFlush.finish();
     checkCompacted(temporary, writeAhead, breathe);
     const Staged staged{temporary, target};
     staged.make();

@@ -67,12 +67,30 @@ void copyAttributes(const fs::path& model, const fs::path& file) {
     }
 }
 
-void startFlush(const fs::path& file) noexcept {
-    const int descriptor = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0)
+EarlyFlush::~EarlyFlush() {
+    if (descriptor_ >= 0)
+        close(descriptor_);
+}
+
+void EarlyFlush::advance() noexcept {
+    constexpr off_t Portion = off_t{4} << 20;  // no more at once than the disk takes without a wait
+    if (waiting() < Portion)
         return;
-    sync_file_range(descriptor, 0, 0, SYNC_FILE_RANGE_WRITE);
-    close(descriptor);
+    sync_file_range(descriptor_, handed_, Portion, SYNC_FILE_RANGE_WRITE);
+    handed_ += Portion;
+}
+
+void EarlyFlush::finish() noexcept {
+    constexpr off_t ToTheEnd = 0;
+    if (waiting() > 0)
+        sync_file_range(descriptor_, handed_, ToTheEnd, SYNC_FILE_RANGE_WRITE);
+}
+
+off_t EarlyFlush::waiting() noexcept {
+    if (descriptor_ < 0)
+        descriptor_ = open(file_.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat file {};
+    return descriptor_ >= 0 && fstat(descriptor_, &file) == 0 ? file.st_size - handed_ : 0;
 }
 
 void flushFile(const fs::path& file) {

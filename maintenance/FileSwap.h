@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
+#include <utility>
 
 namespace tessaly::maintenance {
 
@@ -10,9 +13,28 @@ namespace tessaly::maintenance {
 /// Gives `file` the owner, the mode, the access list and the user attributes of `model`.
 void copyAttributes(const std::filesystem::path& model, const std::filesystem::path& file);
 
-/// Lets the system begin to write the file's content to the disk and returns at once, so that flushFile() has
-/// less to wait for. Promises nothing.
-void startFlush(const std::filesystem::path& file) noexcept;
+/// Has the disk begin with a file that is still being written, so that flushFile() has less to wait for.
+/// Promises nothing, and never fails.
+class EarlyFlush {
+  public:
+    /// The file need not be there yet.
+    explicit EarlyFlush(std::filesystem::path file) : file_(std::move(file)) {}
+    ~EarlyFlush();
+    EarlyFlush(const EarlyFlush&) = delete;
+    EarlyFlush& operator=(const EarlyFlush&) = delete;
+
+    /// To be called now and then while the file is written: hands the disk a part of what is there.
+    void advance() noexcept;
+    /// When it is written: hands over the rest.
+    void finish() noexcept;
+
+  private:
+    [[nodiscard]] off_t waiting() noexcept;
+
+    std::filesystem::path file_;
+    int descriptor_ = -1;
+    off_t handed_ = 0;
+};
 
 /// Returns when the file's content and attributes are on the disk.
 void flushFile(const std::filesystem::path& file);

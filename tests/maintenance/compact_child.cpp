@@ -67,8 +67,9 @@ int rename(const char* from, const char* to) noexcept {
 }
 
 /// The first thing that is done with the copy once it is written, before anybody looks at it again.
-int sync_file_range(int descriptor, off64_t /*offset*/, off64_t /*length*/, unsigned /*flags*/) {
-    if (!spoils)
+int sync_file_range(int descriptor, off64_t /*offset*/, off64_t length, unsigned /*flags*/) {
+    const bool isTheRest = length == 0;
+    if (!spoils || !isTheRest)
         return 0;
     const std::string copy = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor));
     constexpr std::uintmax_t Page = 4096;
