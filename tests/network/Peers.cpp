@@ -11,11 +11,12 @@
 #include <unistd.h>
 
 #include <QFile>
-#include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
 #include <array>
 #include <stdexcept>
+
+#include "tests/support/UnusedPort.h"
 
 namespace tessaly::test {
 
@@ -160,12 +161,6 @@ void Peer::meetDicom(int socket) {
     ASC_dropNetwork(&network);
 }
 
-quint16 unusedPort() {
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
-    return server.serverPort();
-}
-
 FullPort::FullPort() : listener_(listenAnywhere(0, port_)) {
     // A backlog of nothing still takes one; the next ones wait in vain.
     for (int i = 0; i < 4; ++i) {
@@ -198,7 +193,7 @@ Product::Product(const QString& program, const QString& argument, const QString&
     const bool ready = QTest::qWaitFor(
         [this] {
             QTcpSocket probe;
-            probe.connectToHost(QHostAddress::LocalHost, port_);
+            probe.connectToHost(QHostAddress::LocalHost, port_.toUShort());
             return probe.waitForConnected(1000) || process_.state() == QProcess::NotRunning;
         },
         30'000);

@@ -55,9 +55,6 @@ class Peer {
     std::jthread thread_;
 };
 
-/// A port on which nobody listens, until somebody else takes it.
-[[nodiscard]] quint16 unusedPort();
-
 /// A port that takes no further connection and refuses none: whoever connects waits.
 class FullPort {
   public:
@@ -87,10 +84,10 @@ class Product {
     [[nodiscard]] static std::unique_ptr<Product> orthanc();
     [[nodiscard]] static std::unique_ptr<Product> storescp();
 
-    [[nodiscard]] QString port() const { return QString::number(port_); }
+    [[nodiscard]] const QString& port() const { return port_; }
 
   private:
-    quint16 port_;
+    QString port_;
     QTemporaryDir folder_;
     QProcess process_;
 };

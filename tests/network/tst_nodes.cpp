@@ -10,6 +10,7 @@
 #include "tests/network/Peers.h"
 #include "tests/support/Console.h"
 #include "tests/support/ListPage.h"
+#include "tests/support/UnusedPort.h"
 #include "tests/support/WindowTest.h"
 
 using namespace Qt::StringLiterals;
@@ -544,7 +545,7 @@ void NodesTest::verifyOfNobodyIsAnError() {
     BoxScript script;
     script.drive(u"DicomNode"_s, [](Form form) {
         form.type(u"txtHost"_s, u"127.0.0.1"_s);
-        form.type(u"txtPort"_s, QString::number(unusedPort()));
+        form.type(u"txtPort"_s, unusedPort());
         form.click(u"cmdTest"_s);
         form.click(u"cmdCancel"_s);
     });

@@ -21,6 +21,7 @@
 #include "network/Verification.h"
 #include "tests/network/Peers.h"
 #include "tests/support/Console.h"
+#include "tests/support/UnusedPort.h"
 #include "ui/ConsoleEnd.h"
 
 using namespace Qt::StringLiterals;
@@ -138,7 +139,7 @@ void VerificationTest::outcomesAreToldApart() {
 }
 
 void VerificationTest::nobodyListens() {
-    QCOMPARE(verify(QString::number(unusedPort())).outcome, Outcome::Unreachable);
+    QCOMPARE(verify(unusedPort()).outcome, Outcome::Unreachable);
 }
 
 void VerificationTest::nobodyTakesTheConnection() {
@@ -322,7 +323,7 @@ void VerificationTest::theDialogComesBackWithItsFocus() {
     dialog.activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(&dialog));
     box->setFocus();
-    QVERIFY(!EchoVerify(&dialog, u"127.0.0.1"_s, QString::number(unusedPort()), u"A"_s, u"B"_s));
+    QVERIFY(!EchoVerify(&dialog, u"127.0.0.1"_s, unusedPort(), u"A"_s, u"B"_s));
     QVERIFY(box->hasFocus());
 }
 

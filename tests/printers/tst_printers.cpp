@@ -10,6 +10,7 @@
 #include "network/Verifier.h"
 #include "tests/network/Peers.h"
 #include "tests/support/ListPage.h"
+#include "tests/support/UnusedPort.h"
 #include "tests/support/WindowTest.h"
 #include "ui/SpinButtons.h"
 
@@ -773,7 +774,7 @@ void PrintersTest::verifyAsksThePeer() {
         form.type(u"txtHost"_s, u"127.0.0.1"_s);
         form.type(u"txtAETitle"_s, u"PRINTER"_s);
         for (const QString& port :
-             {printer.port(), product->port(), stranger.port(), QString::number(unusedPort()), u"film"_s}) {
+             {printer.port(), product->port(), stranger.port(), unusedPort(), u"film"_s}) {
             form.type(u"txtPort"_s, port);
             form.click(u"cmdVerify"_s);
             QVERIFY(form.window().isVisible());

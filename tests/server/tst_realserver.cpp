@@ -1,7 +1,3 @@
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QLabel>
@@ -18,6 +14,7 @@
 #include "tests/support/Console.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/support/ScratchDatabase.h"
+#include "tests/support/UnusedPort.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -26,18 +23,6 @@ using namespace tessaly::test;
 namespace {
 
 constexpr int Patience = 30'000;  // ms for what takes a second or two on an idle machine
-
-QString freePort() {
-    const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{.sin_family = AF_INET, .sin_addr = {.s_addr = htonl(INADDR_LOOPBACK)}};
-    socklen_t size = sizeof address;
-    auto* generic = reinterpret_cast<sockaddr*>(&address);
-    const bool bound = ::bind(listener, generic, size) == 0 && ::getsockname(listener, generic, &size) == 0;
-    ::close(listener);
-    if (!bound)
-        throw std::runtime_error("no free port");
-    return QString::number(ntohs(address.sin_port));
-}
 
 }  // namespace
 
@@ -60,7 +45,7 @@ class RealServerTest : public QObject {
         database_.reset();
     }
     void init() {
-        port_ = freePort();
+        port_ = unusedPort();
         database_->run(u"UPDATE Port SET Port=?, AETitle='TESSALY', CheckCalledAE=1"_s, {port_});
         database_->openConsoleConnection();
         window_ = std::make_unique<TessalyManager>();

@@ -1,14 +1,9 @@
 #include "tests/tessalyd/Daemon.h"
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include <QDirIterator>
 #include <QFile>
 #include <QTest>
 #include <stdexcept>
-
-#include "tessalyd/FileDescriptor.h"
 
 using namespace Qt::StringLiterals;
 
@@ -29,17 +24,6 @@ QStringList below(const QString& folder, QDir::Filters filters) {
 }
 
 }  // namespace
-
-QString freePort() {
-    const tessalyd::FileDescriptor socket{::socket(AF_INET, SOCK_STREAM, 0)};
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    socklen_t size = sizeof address;
-    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), size) < 0 ||
-        ::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &size) < 0)
-        throw std::runtime_error{"no free port"};
-    return QString::number(ntohs(address.sin_port));
-}
 
 Outcome run(const QString& program, const QStringList& arguments) {
     QProcess process;

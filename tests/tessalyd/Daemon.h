@@ -9,6 +9,7 @@
 
 #include "tessalydproxy.h"
 #include "tests/support/ScratchDatabase.h"
+#include "tests/support/UnusedPort.h"
 
 namespace tessaly::test {
 
@@ -17,9 +18,6 @@ constexpr int PatienceMs = 60'000;
 #define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, tessaly::test::PatienceMs)
 #define EVENTUALLY_COMPARE(actual, expected) \
     QTRY_COMPARE_WITH_TIMEOUT(actual, expected, tessaly::test::PatienceMs)
-
-/// A TCP port that nobody listens on.
-[[nodiscard]] QString freePort();
 
 /// What a program of another product said.
 struct Outcome {
@@ -31,7 +29,7 @@ struct Outcome {
 
 /// A row of the table Port.
 struct PortRow {
-    QString port = freePort();
+    QString port = unusedPort();
     QString aeTitle = QStringLiteral("TESSALY");
     int maxConnections = 60;
     bool checkCalling = false;

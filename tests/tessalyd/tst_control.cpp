@@ -152,7 +152,7 @@ void ControlTest::theGraceEnds() {
 
 void ControlTest::restartRereadsEverything() {
     launch();
-    const QString another = freePort();
+    const QString another = unusedPort();
     daemon_->database.run(u"UPDATE Port SET Port=?, CheckCalledAE=1, AETitle='OTHER'"_s, {another});
     daemon_->database.run(u"UPDATE DicomServer SET LogLevel=0"_s);
     QVERIFY(daemon_->succeeds(&Proxy::Restart));

@@ -302,7 +302,7 @@ void StorageTest::anotherProductsObjectsAreStored() {
 
 void StorageTest::anotherArchiveForwardsItsObjects() {
     launch();
-    const QString http = freePort();
+    const QString http = unusedPort();
     QFile config{scratch(u"orthanc.json"_s)};
     QVERIFY(config.open(QIODevice::WriteOnly));
     config.write(
