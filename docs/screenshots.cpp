@@ -11,6 +11,7 @@
 #include "app/TessalyManager.h"
 #include "app/frmLogin.h"
 #include "maintenance/frmRepairDB.h"
+#include "tests/server/ScriptedServer.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/ScratchDatabase.h"
 
@@ -111,9 +112,13 @@ int main(int argc, char* argv[]) {
         login.exec();
     });
 
-    TessalyManager window;
+    ServerScript server;
+    TessalyManager window{server.factory()};
     window.load();
     window.show();
+    for (const auto& [calling, total] : {std::pair{u"CT_ROOM1"_s, 1}, {u"CT_ROOM1"_s, 2}, {u"MR_ROOM4"_s, 3}})
+        emit server.current->OnConnection(u"11112"_s, calling, u"TESSALY"_s, static_cast<short>(total));
+    window.RefreshServerState();  // as its timer does, so that the pictures do not depend on it
     const Form form{window};
     auto& tabs = form.find<QTabWidget>(u"tabNodes"_s);
     const QStringList pages{u"nodes"_s, u"local-server"_s, u"ftp-nodes"_s, u"administration"_s,
