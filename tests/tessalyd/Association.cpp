@@ -57,7 +57,7 @@ Association::Answer answerOf(const OFCondition& answered, const T_DIMSE_C_StoreR
 }  // namespace
 
 QByteArray associationRequest(const QByteArray& applicationContext) {
-    const auto number = [](qsizetype value, int bytes) {
+    const auto number = [](qsizetype value, qsizetype bytes) {
         return QByteArray::fromHex(QByteArray::number(value, 16).rightJustified(2 * bytes, '0'));
     };
     const auto item = [&number](char type, const QByteArray& content) {
