@@ -20,6 +20,7 @@
 #include "bench/Measure.h"
 #include "maintenance/PassEvents.h"
 #include "maintenance/frmRepairDB.h"
+#include "tests/support/NoWindow.h"
 
 using namespace tessaly;
 using namespace tessaly::bench;
@@ -120,24 +121,6 @@ std::size_t repairPlain(const std::string& database) {
 
 // --- the console's own -----------------------------------------------------------------------------------
 
-/// A main window without a server.
-class NoWindow : public MainWindowOperations {
-  public:
-    void TerminateServer() override {}
-    void DropServer() override {}
-    void setConnectionTimerEnabled(bool /*enabled*/) override {}
-    void RefreshServerState() override {}
-    void LoadNodes() override {}
-    void LoadFTPNodes() override {}
-    void LoadPortNodes(const QString& /*port*/) override {}
-    void LoadPorts() override {}
-    void LoadDicomPrinters() override {}
-    void LoadUsers() override {}
-    void LoadSiteData() override {}
-    [[nodiscard]] QString selectedPort() const override { return {}; }
-    void setImageRoot(const QString& /*root*/) override {}
-};
-
 /// Answers every message box at once: OK, or No to the question that ends the pass.
 class Answers : public QObject {
   public:
@@ -166,7 +149,7 @@ auto withForm(const std::string& database, Body body) {
     connection.setConnectString(connectStringOf(database));
     connection.setCursorDriver(db::Connection::CursorDriver::Odbc);
     connection.establish();
-    NoWindow window;
+    test::NoWindow window;
     auto result = [&] {
         maintenance::frmRepairDB form{window, nullptr};
         form.show();

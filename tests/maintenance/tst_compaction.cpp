@@ -15,6 +15,7 @@
 #include "maintenance/frmRepairDB.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/Console.h"
+#include "tests/support/NoWindow.h"
 #include "tests/support/ScratchDatabase.h"
 #include "ui/ConsoleEnd.h"
 
@@ -30,7 +31,7 @@ Box question(QMessageBox::StandardButton answer) {
 }
 
 /// A main window that writes down what is asked of its server, and whether the connection was open then.
-class Recorder : public MainWindowOperations {
+class Recorder : public NoWindow {
   public:
     QStringList calls;
     bool refusesToTerminate = false;
@@ -48,16 +49,6 @@ class Recorder : public MainWindowOperations {
             onTimer();
     }
     void RefreshServerState() override { record(u"refresh"_s); }
-
-    void LoadNodes() override {}
-    void LoadFTPNodes() override {}
-    void LoadPortNodes(const QString& /*port*/) override {}
-    void LoadPorts() override {}
-    void LoadDicomPrinters() override {}
-    void LoadUsers() override {}
-    void LoadSiteData() override {}
-    [[nodiscard]] QString selectedPort() const override { return {}; }
-    void setImageRoot(const QString& /*root*/) override {}
 
   private:
     void record(const QString& call) {
