@@ -1,7 +1,7 @@
 #include "app/Globals.h"
 
-#include "app/PasswordEncoder.h"
 #include "db/Query.h"
+#include "passwords/PasswordEncoder.h"
 #include "ui/Guard.h"
 
 namespace tessaly::Globals {

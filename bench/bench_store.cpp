@@ -15,8 +15,8 @@
 #include <functional>
 #include <vector>
 
-#include "network/Verifier.h"
-#include "tests/network/Peers.h"
+#include "dicom/Verifier.h"
+#include "tests/dicom/Peers.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"
@@ -239,9 +239,9 @@ bool echoOfTheToolkit(const QString& port) {
     return answered;
 }
 bool echoOfTheConsole(const QString& port) {
-    return network::Verifier{}
+    return dicom::Verifier{}
                .verify({.host = "127.0.0.1", .port = port.toStdString(), .calledAETitle = "ANY"})
-               .outcome == network::VerificationResult::Outcome::Success;
+               .outcome == dicom::VerificationResult::Outcome::Success;
 }
 
 void compareEchoes() {

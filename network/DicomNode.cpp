@@ -6,9 +6,9 @@
 #include "db/Query.h"
 #include "network/AcceptedNodes.h"
 #include "network/NodeNames.h"
-#include "network/Verification.h"
 #include "ui/Guard.h"
 #include "ui/Text.h"
+#include "ui/Verification.h"
 
 namespace tessaly::network {
 
@@ -112,7 +112,7 @@ void DicomNode::reload() {
 void DicomNode::cmdTest_Click() {
     ui::guarded(this, ui::BoxStyle::Critical, [this] {
         const NodeRecord node = fields_.read();
-        if (EchoVerify(this, node.host, node.port, node.localAETitle, node.aeTitle))
+        if (ui::EchoVerify(this, node.host, node.port, node.localAETitle, node.aeTitle))
             ui::messageBox(this, u"Verify Succeded"_s);
         else
             ui::messageBox(this, u"Verify Error"_s, ui::BoxStyle::Critical);

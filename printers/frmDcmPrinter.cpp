@@ -8,11 +8,11 @@
 #include <algorithm>
 
 #include "app/Globals.h"
-#include "network/Verification.h"
 #include "printers/DataFields.h"
 #include "printers/PrinterForm.h"
 #include "ui/Guard.h"
 #include "ui/Text.h"
+#include "ui/Verification.h"
 
 namespace tessaly::printers {
 
@@ -121,8 +121,7 @@ void frmDcmPrinter::reload() {
 
 void frmDcmPrinter::cmdVerify_Click() {
     ui::guarded(this, ui::BoxStyle::Critical, [this] {
-        if (network::EchoVerify(this, form_->host()->text(), form_->port()->text(), {},
-                                form_->aeTitle()->text()))
+        if (ui::EchoVerify(this, form_->host()->text(), form_->port()->text(), {}, form_->aeTitle()->text()))
             ui::messageBox(this, u"Verify succeeded!"_s);
         else
             ui::messageBox(this, u"Verify failed!"_s, ui::BoxStyle::Critical);

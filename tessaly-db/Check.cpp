@@ -7,9 +7,9 @@
 #include <set>
 #include <stdexcept>
 
-#include "app/PasswordEncoder.h"
 #include "db/Error.h"
 #include "db/Query.h"
+#include "passwords/PasswordEncoder.h"
 #include "schema/Schema.h"
 #include "tessaly-db/DataSource.h"
 

@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
-#include "app/PasswordEncoder.h"
 #include "db/Query.h"
+#include "passwords/PasswordEncoder.h"
 #include "tessaly-db/Text.h"
 
 namespace tessaly::tool {

@@ -3,20 +3,21 @@
 cd "$(dirname "$(readlink -f "$0")")/.." || exit 1
 
 declare -A below=(
-    [app]='server network printers users maintenance ui db'
+    [app]='server network printers users maintenance ui dicom passwords db'
     [server]='ui db'
     [network]='ui db'
-    [printers]='network ui db'
+    [printers]='ui db'
     [users]='ui db'
     [maintenance]='ui db'
-    [ui]='db'
+    [ui]='dicom db'
     [db]=''
+    [dicom]=''
+    [passwords]=''
     [schema]='db'
     [tessalyd]='db'
-    [tessaly-db]='schema db'
+    [tessaly-db]='schema passwords db'
 )
 leaves='app/(Globals|MainWindowOperations)\.h'   # what every form may include
-encoder='app/PasswordEncoder\.h'                 # what a tool without forms needs of the console
 
 wrong=0
 for folder in "${!below[@]}"; do
@@ -24,7 +25,6 @@ for folder in "${!below[@]}"; do
     pattern="(${allowed// /|})/"
     case $folder in
         server | network | printers | users | maintenance) pattern="($pattern|$leaves\")" ;;
-        tessaly-db) pattern="($pattern|$encoder\")" ;;
     esac
     headers=("$folder"/*.h "$folder"/*.cpp)
     [[ -e ${headers[0]} || -e ${headers[-1]} ]] || { echo "$folder has no sources"; wrong=1; }

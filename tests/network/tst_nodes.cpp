@@ -7,7 +7,7 @@
 
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
-#include "tests/network/Peers.h"
+#include "tests/dicom/Peers.h"
 #include "tests/support/Console.h"
 #include "tests/support/ListPage.h"
 #include "tests/support/UnusedPort.h"

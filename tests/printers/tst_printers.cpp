@@ -7,8 +7,8 @@
 
 #include "app/Globals.h"
 #include "app/TessalyManager.h"
-#include "network/Verifier.h"
-#include "tests/network/Peers.h"
+#include "dicom/Verifier.h"
+#include "tests/dicom/Peers.h"
 #include "tests/support/ListPage.h"
 #include "tests/support/UnusedPort.h"
 #include "tests/support/WindowTest.h"
@@ -790,7 +790,7 @@ void PrintersTest::verifyAsksThePeer() {
     QVERIFY(script.isDone());
     QCOMPARE(printer.calledAETitle(), std::string{"PRINTER"});
     // Asked with an empty title: the verifier gives its own.
-    QCOMPARE(printer.callingAETitle(), std::string{network::Verifier::DefaultCallingAETitle});
+    QCOMPARE(printer.callingAETitle(), std::string{dicom::Verifier::DefaultCallingAETitle});
     QCOMPARE(database().value(u"SELECT count(*) FROM Printers"_s), u"2"_s);  // nothing saved
 }
 

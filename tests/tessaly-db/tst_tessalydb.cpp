@@ -7,8 +7,8 @@
 #include <QTest>
 
 #include "app/Globals.h"
-#include "app/PasswordEncoder.h"
 #include "db/Query.h"
+#include "passwords/PasswordEncoder.h"
 #include "tests/support/ScratchDatabase.h"
 #include "tests/tessaly-db/Terminal.h"
 

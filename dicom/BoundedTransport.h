@@ -6,7 +6,7 @@
 #include <chrono>
 #include <stop_token>
 
-namespace tessaly::network {
+namespace tessaly::dicom {
 
 /// Makes DICOM connections whose waits all end at one point in time, or at a stop. DCMTK's own time-outs
 /// start anew with every message and do not reach into one: a peer that sends half a message, or a byte now
@@ -39,4 +39,4 @@ class BoundedTransport : public DcmTransportLayer {
     bool connected_ = false;
 };
 
-}  // namespace tessaly::network
+}  // namespace tessaly::dicom

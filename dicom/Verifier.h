@@ -5,7 +5,7 @@
 #include <stop_token>
 #include <string>
 
-namespace tessaly::network {
+namespace tessaly::dicom {
 
 /// Whom to verify; text is UTF-8, as typed.
 struct VerificationRequest {
@@ -61,4 +61,4 @@ class Verifier {
     Limits limits_;
 };
 
-}  // namespace tessaly::network
+}  // namespace tessaly::dicom

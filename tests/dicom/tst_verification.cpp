@@ -18,16 +18,17 @@
 #include <cstring>
 #include <future>
 
-#include "network/Verification.h"
-#include "tests/network/Peers.h"
+#include "tests/dicom/Peers.h"
 #include "tests/support/Console.h"
 #include "tests/support/UnusedPort.h"
 #include "ui/ConsoleEnd.h"
+#include "ui/Verification.h"
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using namespace tessaly;
-using namespace tessaly::network;
+using namespace tessaly::dicom;
+using tessaly::ui::EchoVerify;
 using namespace tessaly::test;
 using Outcome = VerificationResult::Outcome;
 

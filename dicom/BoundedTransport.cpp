@@ -1,4 +1,4 @@
-#include "network/BoundedTransport.h"
+#include "dicom/BoundedTransport.h"
 
 #include <dcmtk/dcmnet/dcmtrans.h>
 #include <netinet/in.h>
@@ -13,7 +13,7 @@
 #include <cerrno>
 #include <system_error>
 
-namespace tessaly::network {
+namespace tessaly::dicom {
 
 using namespace std::chrono_literals;
 using std::chrono::milliseconds;
@@ -86,4 +86,4 @@ DcmTransportConnection* BoundedTransport::createConnection(DcmNativeSocketType o
     return new BoundedConnection(openSocket, *this);  // owned by the association
 }
 
-}  // namespace tessaly::network
+}  // namespace tessaly::dicom

@@ -1,4 +1,4 @@
-#include "tests/network/Peers.h"
+#include "tests/dicom/Peers.h"
 
 #include <arpa/inet.h>
 #include <dcmtk/config/osconfig.h>

@@ -5,7 +5,7 @@
 #include <QTest>
 #include <stdexcept>
 
-#include "app/PasswordEncoder.h"
+#include "passwords/PasswordEncoder.h"
 
 using namespace Qt::StringLiterals;
 

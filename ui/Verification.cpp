@@ -1,4 +1,4 @@
-#include "network/Verification.h"
+#include "ui/Verification.h"
 
 #include <QApplication>
 #include <QCursor>
@@ -9,7 +9,7 @@
 #include <exception>
 #include <memory>
 
-namespace tessaly::network {
+namespace tessaly::ui {
 
 namespace {
 
@@ -50,17 +50,17 @@ class Blocked : public QObject {
 }  // namespace
 
 bool EchoVerify(QWidget* dialog, const QString& host, const QString& port, const QString& callingAETitle,
-                const QString& calledAETitle, const Verifier::Limits& limits) {
-    const VerificationRequest request{.host = host.toStdString(),
-                                      .port = port.toStdString(),
-                                      .callingAETitle = callingAETitle.toStdString(),
-                                      .calledAETitle = calledAETitle.toStdString()};
-    VerificationResult result;
+                const QString& calledAETitle, const dicom::Verifier::Limits& limits) {
+    const dicom::VerificationRequest request{.host = host.toStdString(),
+                                             .port = port.toStdString(),
+                                             .callingAETitle = callingAETitle.toStdString(),
+                                             .calledAETitle = calledAETitle.toStdString()};
+    dicom::VerificationResult result;
     std::exception_ptr fault;
     std::stop_source stop;
     const std::unique_ptr<QThread> worker{QThread::create([&, token = stop.get_token()] {
         try {
-            result = Verifier{limits}.verify(request, token);
+            result = dicom::Verifier{limits}.verify(request, token);
         } catch (...) {
             fault = std::current_exception();
         }
@@ -76,7 +76,7 @@ bool EchoVerify(QWidget* dialog, const QString& host, const QString& port, const
 
     if (fault)
         std::rethrow_exception(fault);
-    return result.outcome == VerificationResult::Outcome::Success;
+    return result.outcome == dicom::VerificationResult::Outcome::Success;
 }
 
-}  // namespace tessaly::network
+}  // namespace tessaly::ui

@@ -1,4 +1,4 @@
-#include "network/Verifier.h"
+#include "dicom/Verifier.h"
 
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcuid.h>
@@ -15,10 +15,10 @@
 #include <climits>
 #include <stdexcept>
 
-#include "network/BoundedTransport.h"
-#include "network/HostLookup.h"
+#include "dicom/BoundedTransport.h"
+#include "dicom/HostLookup.h"
 
-namespace tessaly::network {
+namespace tessaly::dicom {
 
 using namespace std::chrono_literals;
 using Clock = BoundedTransport::Clock;
@@ -203,4 +203,4 @@ VerificationResult Verifier::verify(const VerificationRequest& request, const st
         request, *address.dotted + ":" + std::to_string(port));
 }
 
-}  // namespace tessaly::network
+}  // namespace tessaly::dicom

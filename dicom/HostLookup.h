@@ -5,7 +5,7 @@
 #include <stop_token>
 #include <string>
 
-namespace tessaly::network {
+namespace tessaly::dicom {
 
 /// How a look-up ended: an address, a description of the failure, or neither when time was up or it was
 /// stopped.
@@ -19,4 +19,4 @@ struct HostAddress {
 [[nodiscard]] HostAddress lookUpHost(const std::string& host, std::chrono::steady_clock::time_point deadline,
                                      const std::stop_token& stop);
 
-}  // namespace tessaly::network
+}  // namespace tessaly::dicom

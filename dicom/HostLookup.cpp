@@ -1,4 +1,4 @@
-#include "network/HostLookup.h"
+#include "dicom/HostLookup.h"
 
 #include <arpa/inet.h>
 #include <netdb.h>
@@ -10,7 +10,7 @@
 #include <mutex>
 #include <thread>
 
-namespace tessaly::network {
+namespace tessaly::dicom {
 
 namespace {
 
@@ -56,4 +56,4 @@ HostAddress lookUpHost(const std::string& host, std::chrono::steady_clock::time_
     return *answer->address;
 }
 
-}  // namespace tessaly::network
+}  // namespace tessaly::dicom

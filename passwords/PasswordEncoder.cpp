@@ -1,4 +1,4 @@
-#include "app/PasswordEncoder.h"
+#include "passwords/PasswordEncoder.h"
 
 #include <sodium.h>
 
