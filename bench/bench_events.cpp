@@ -12,7 +12,7 @@
 #include <future>
 #include <vector>
 
-#include "app/TessalyManager.h"
+#include "console/app/TessalyManager.h"
 #include "tests/support/Form.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/tessalyd/Association.h"

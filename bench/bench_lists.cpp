@@ -13,8 +13,8 @@
 #include <cstdio>
 #include <functional>
 
-#include "app/Globals.h"
-#include "app/TessalyManager.h"
+#include "console/app/TessalyManager.h"
+#include "console/session/Globals.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/ScratchDatabase.h"
 

@@ -15,11 +15,11 @@
 #include <array>
 #include <functional>
 
-#include "app/Globals.h"
 #include "bench/BigArchive.h"
 #include "bench/Measure.h"
-#include "maintenance/PassEvents.h"
-#include "maintenance/frmRepairDB.h"
+#include "console/maintenance/PassEvents.h"
+#include "console/maintenance/frmRepairDB.h"
+#include "console/session/Globals.h"
 #include "tests/support/NoWindow.h"
 
 using namespace tessaly;

@@ -17,8 +17,8 @@
 #include <chrono>
 #include <cstdio>
 
-#include "app/Globals.h"
-#include "app/Startup.h"
+#include "console/app/Startup.h"
+#include "console/session/Globals.h"
 #include "tests/support/Form.h"
 #include "tests/support/ScratchDatabase.h"
 

@@ -7,11 +7,11 @@
 #include <QTextStream>
 #include <functional>
 
-#include "app/Globals.h"
-#include "app/TessalyManager.h"
-#include "app/frmLogin.h"
-#include "maintenance/frmRepairDB.h"
-#include "tests/server/ScriptedServer.h"
+#include "console/app/TessalyManager.h"
+#include "console/app/frmLogin.h"
+#include "console/maintenance/frmRepairDB.h"
+#include "console/session/Globals.h"
+#include "tests/console/server/ScriptedServer.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/ScratchDatabase.h"
 

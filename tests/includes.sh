@@ -1,35 +1,58 @@
 #!/bin/bash
-# Files include downwards only; docs/development.md draws who may include whom. Prints every line that does not.
+# Files include downwards only; docs/development.md draws who may include whom. Prints every line that does not, every
+# source that belongs to no room, and every room that is empty.
 cd "$(dirname "$(readlink -f "$0")")/.." || exit 1
 
-declare -A below=(
-    [app]='server network printers users maintenance ui dicom passwords db'
-    [server]='ui db'
-    [network]='ui db'
-    [printers]='ui db'
-    [users]='ui db'
-    [maintenance]='ui db'
-    [ui]='dicom db'
-    [db]=''
-    [dicom]=''
-    [passwords]=''
-    [schema]='db'
-    [tessalyd]='db'
-    [tessaly-db]='schema passwords db'
-)
-leaves='app/(Globals|MainWindowOperations)\.h'   # what every form may include
+# ROOM > the rooms right below it; those below these may be included too. A room is a folder, or files of one name.
+table='
+console/app             > console/server console/network console/printers console/users console/maintenance
+console/server          > console/session
+console/network         > console/session
+console/printers        > console/session
+console/users           > console/session
+console/maintenance     > console/session
+console/session         > console/ui passwords
+console/ui              > db dicom
+tessalyd                > db
+tessaly-db              > schema passwords
+schema                  > db
+db                      >
+dicom                   >
+passwords               >
+'
 
-wrong=0
-for folder in "${!below[@]}"; do
-    allowed="$folder ${below[$folder]}"
-    pattern="(${allowed// /|})/"
-    case $folder in
-        server | network | printers | users | maintenance) pattern="($pattern|$leaves\")" ;;
-    esac
-    headers=("$folder"/*.h "$folder"/*.cpp)
-    [[ -e ${headers[0]} || -e ${headers[-1]} ]] || { echo "$folder has no sources"; wrong=1; }
-    if grep -nE '#include "[a-z-]+/' "$folder"/*.{h,cpp} 2>/dev/null | grep -vE "#include \"$pattern"; then
-        wrong=1
-    fi
-done
-exit $wrong
+# The tests, the measurements and the pictures look into every room.
+find [!.]* -regextype egrep \( -path build -o -regex '(tests|bench|docs)' \) -prune -o -name '*.h' -print -o -name '*.cpp' -print |
+    xargs awk -v table="$table" '
+function room(file) {  # the longest that the file lies in
+    if (!(file in below)) sub(/\.[a-z]+$/, "", file)
+    while (!(file in below)) if (!sub(/\/[^\/]*$/, "", file)) return ""
+    return file
+}
+function reaches(from, to,    rooms, n, i) {
+    if (from == to) return 1
+    n = split(below[from], rooms, " ")
+    for (i = 1; i <= n; ++i) if (reaches(rooms[i], to)) return 1
+    return 0
+}
+BEGIN {
+    lines = split(table, line, "\n")
+    for (i = 1; i <= lines; ++i) if (line[i] != "") {
+        split(line[i], part, /[ \t]*>[ \t]*/)
+        below[part[1]] = part[2]
+    }
+}
+FNR == 1 {
+    from = room(FILENAME)
+    if (from == "") { print FILENAME ": in no room"; wrong = 1 }
+    seen[from] = 1
+}
+/^#include "[^"]*\// {  # those without a folder are made by the build
+    split($0, quoted, "\"")
+    to = room(quoted[2])
+    if (to == "" || !reaches(from, to)) { print FILENAME ":" FNR ": " $0; wrong = 1 }
+}
+END {
+    for (name in below) if (!(name in seen)) { print name ": empty"; wrong = 1 }
+    exit wrong
+}'

@@ -18,11 +18,11 @@
 #include <cstring>
 #include <future>
 
+#include "console/ui/ConsoleEnd.h"
+#include "console/ui/Verification.h"
 #include "tests/dicom/Peers.h"
 #include "tests/support/Console.h"
 #include "tests/support/UnusedPort.h"
-#include "ui/ConsoleEnd.h"
-#include "ui/Verification.h"
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;

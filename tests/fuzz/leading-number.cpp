@@ -2,7 +2,7 @@
 
 #include <QString>
 
-#include "server/LeadingNumber.h"
+#include "console/server/LeadingNumber.h"
 #include "tests/fuzz/Fuzz.h"
 
 void tessaly::fuzz::tryInput(std::string_view input) {

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <exception>
 
-#include "network/ShortNumber.h"
+#include "console/network/ShortNumber.h"
 #include "tests/fuzz/Fuzz.h"
 
 void tessaly::fuzz::tryInput(std::string_view input) {

@@ -3,9 +3,9 @@
 #include <QString>
 #include <stdexcept>
 
+#include "console/maintenance/Compaction.h"
+#include "console/maintenance/Relocation.h"
 #include "db/StoredPath.h"
-#include "maintenance/Compaction.h"
-#include "maintenance/Relocation.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <QTest>
 #include <QTimer>
 
-#include "ui/ConsoleEnd.h"
+#include "console/ui/ConsoleEnd.h"
 
 namespace tessaly::test {
 

@@ -3,7 +3,7 @@
 #include <QApplication>
 #include <QTimer>
 
-#include "ui/ConsoleEnd.h"
+#include "console/ui/ConsoleEnd.h"
 
 namespace tessaly::test {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/MainWindowOperations.h"
+#include "console/session/MainWindowOperations.h"
 
 namespace tessaly::test {
 

@@ -6,7 +6,7 @@
 #include <QFile>
 #include <stdexcept>
 
-#include "app/Globals.h"
+#include "console/session/Globals.h"
 
 namespace tessaly::test {
 

@@ -4,7 +4,7 @@
 #include <QTabWidget>
 #include <QTest>
 
-#include "app/TessalyManager.h"
+#include "console/app/TessalyManager.h"
 
 namespace tessaly::test {
 

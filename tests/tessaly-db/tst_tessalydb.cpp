@@ -6,7 +6,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
-#include "app/Globals.h"
+#include "console/session/Globals.h"
 #include "db/Query.h"
 #include "passwords/PasswordEncoder.h"
 #include "tests/support/ScratchDatabase.h"

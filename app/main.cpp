@@ -1,8 +1,0 @@
-#include <QApplication>
-
-#include "app/Startup.h"
-
-int main(int argc, char* argv[]) {
-    const QApplication application{argc, argv};
-    return tessaly::Main();
-}

@@ -1,0 +1,179 @@
+#include "console/maintenance/frmRepairDB.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileDialog>
+#include <QGridLayout>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QThread>
+#include <algorithm>
+#include <optional>
+
+#include "console/maintenance/Compaction.h"
+#include "console/maintenance/PassEvents.h"
+#include "console/session/Globals.h"
+#include "console/ui/ConsoleEnd.h"
+#include "console/ui/FileDialogs.h"
+#include "console/ui/Guard.h"
+
+namespace tessaly::maintenance {
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int FullBar = 100;
+constexpr int BarWidth = 320;
+constexpr auto ServerPatience = 5s;
+constexpr auto Tick = 20ms;  // the longest that a repaint waits
+
+}  // namespace
+
+frmRepairDB::frmRepairDB(MainWindowOperations& window, QWidget* parent)
+    : QDialog(parent),
+      window_(window),
+      prgBar_(new QProgressBar(this)),
+      lblWait_(new QLabel(u"Wait... Compacting DB"_s, this)),
+      cmnDlg_(new QFileDialog(this)) {
+    setObjectName(u"frmRepairDB"_s);
+    setWindowTitle(u"Repair DB"_s);
+    prgBar_->setObjectName(u"prgBar"_s);
+    prgBar_->setRange(0, FullBar);
+    prgBar_->setMinimumWidth(BarWidth);
+    lblWait_->setObjectName(u"lblWait"_s);
+    lblWait_->setAlignment(Qt::AlignCenter);
+    lblWait_->hide();
+    cmnDlg_->setObjectName(u"cmnDlg"_s);
+    auto* stop = new QPushButton(u"Stop"_s, this);
+    stop->setObjectName(u"cmdStop"_s);
+    connect(stop, &QPushButton::clicked, this, ui::handler([this] { stop_ = true; }));
+
+    auto* grid = new QGridLayout(this);
+    grid->addWidget(prgBar_, 0, 0);
+    grid->addWidget(lblWait_, 0, 0);
+    grid->addWidget(stop, 1, 0, Qt::AlignCenter);
+    grid->setRowMinimumHeight(0, prgBar_->sizeHint().height());
+}
+
+void frmRepairDB::reject() {
+    stop_ = true;
+}
+
+bool frmRepairDB::stopRequested() const {
+    return stop_ || ui::isConsoleEnding();
+}
+
+void frmRepairDB::Repair() {
+    prgBar_->show();
+    lblWait_->hide();
+    total_ = countArchiveRows(Globals::DbConnection());
+    processed_ = 0;
+    stop_ = false;
+    prgBar_->setValue(0);
+    CheckImages();
+    CheckSeries();
+    CheckStudies();
+    CheckPatients();
+    if (!ui::isConsoleEnding())
+        CompactDB();
+}
+
+void frmRepairDB::run(Check check) {
+    const db::Connection& connection = Globals::DbConnection();
+    SharedRead read{connection};
+    PassEvents events{read, *this};
+    const auto rowDone = [&] {
+        ++processed_;
+        // Rows that came after the counting are beyond the whole, and the whole may be nothing.
+        const double share = std::min(1.0, static_cast<double>(processed_) / total_);
+        prgBar_->setValue(static_cast<int>(share * FullBar));
+        events.handle();
+    };
+    runCheck(connection, read, check,
+             {.missingFile = [this] { ui::messageBox(this, u"Non existing file"_s); },
+              .rowDone = rowDone,
+              .stopRequested = [this] { return stopRequested(); },
+              .reading = [&events] { events.handleOwn(); }});
+}
+
+void frmRepairDB::CompactDB() {
+    bool connectionClosed = false;
+    std::optional<QString> fault;
+    try {
+        if (ui::messageBox(this,
+                           u"The Tessaly must now be stopped to compact the Database\r"
+                           "Do you want to proceed?"_s,
+                           ui::BoxStyle::YesNo) != ui::Answer::Yes)
+            return;
+        window_.TerminateServer();
+        window_.setConnectionTimerEnabled(false);
+        window_.DropServer();
+        Globals::DbConnection().close();
+        connectionClosed = true;
+        chooseAndCompact();
+    } catch (const std::exception& pending) {
+        fault = QString::fromUtf8(pending.what());
+    }
+    if (fault)
+        ui::messageBox(this, u"CompactDB: "_s + *fault);
+    const auto reconnect = [] { Globals::DbConnection().establish(); };
+    if (connectionClosed)
+        ui::ignoringErrors(reconnect);
+    window_.setConnectionTimerEnabled(true);
+    ui::ignoringErrors(reconnect);  // once more, where the first did not succeed; fails when it did
+    window_.RefreshServerState();
+}
+
+void frmRepairDB::chooseAndCompact() {
+    databasePath_ = chooseFile();
+    if (databasePath_.isEmpty())
+        return;
+    prgBar_->hide();
+    lblWait_->show();
+    if (waitForServer())
+        CompactDatabaseFile();
+}
+
+QString frmRepairDB::chooseFile() {
+    cmnDlg_->setOptions(ui::fileDialogOptions());
+    cmnDlg_->setAcceptMode(QFileDialog::AcceptOpen);
+    cmnDlg_->setFileMode(QFileDialog::ExistingFile);
+    cmnDlg_->setNameFilter(u"Database Access (*.mdb)"_s);
+    cmnDlg_->setDirectory(QCoreApplication::applicationDirPath());
+    cmnDlg_->selectFile(u"DicomDB.mdb"_s);
+    return cmnDlg_->exec() == QDialog::Accepted ? cmnDlg_->selectedFiles().value(0) : QString{};
+}
+
+bool frmRepairDB::waitForServer() {
+    const QDeadlineTimer patience{ServerPatience};
+    do {
+        QCoreApplication::processEvents();
+        if (stopRequested())
+            return false;
+        QThread::msleep(Tick.count());
+    } while (!patience.hasExpired());
+    return true;
+}
+
+void frmRepairDB::CompactDatabaseFile() {
+    try {
+        // The window repaints meanwhile and takes no input: whoever clicks waits, closing included.
+        QElapsedTimer sinceRepaint;
+        sinceRepaint.start();
+        compactDatabase(QFile::encodeName(databasePath_).toStdString(), [&sinceRepaint] {
+            if (sinceRepaint.hasExpired(Tick.count())) {
+                QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+                sinceRepaint.start();
+            }
+        });
+    } catch (const std::exception& fault) {
+        ui::messageBox(this, u"DBRepair: "_s + QString::fromUtf8(fault.what()));
+    }
+}
+
+}  // namespace tessaly::maintenance

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QDialog>
+#include <QString>
+
+#include "console/maintenance/RepairChecks.h"
+#include "console/session/MainWindowOperations.h"
+
+class QFileDialog;
+class QLabel;
+class QProgressBar;
+
+namespace tessaly::maintenance {
+
+/// The form of the repair pass and of the compaction that follows it. Modeless: the rest of the console goes
+/// on while Repair() runs. Closing it is pressing Stop; it goes when whoever called Repair() destroys it.
+class frmRepairDB : public QDialog {
+    Q_OBJECT
+
+  public:
+    frmRepairDB(MainWindowOperations& window, QWidget* parent);
+
+    /// The four checks, then the offer to compact the database file. A fault of a check is let through; what
+    /// was removed before it stays removed. Without effect once the console ends.
+    void Repair();
+    void CheckImages() { run(Check::Images); }
+    void CheckSeries() { run(Check::Series); }
+    void CheckStudies() { run(Check::Studies); }
+    void CheckPatients() { run(Check::Patients); }
+
+    /// Stops the server, closes the connection, compacts the file that the user chooses, and brings both
+    /// back. Reports its own failures.
+    void CompactDB();
+    /// The file alone: the one chosen in CompactDB(), with nobody else using it. Reports its own failure.
+    void CompactDatabaseFile();
+
+    /// Escape and the window's own close button.
+    void reject() override;
+
+  private:
+    void run(Check check);
+    [[nodiscard]] bool stopRequested() const;
+    void chooseAndCompact();
+    [[nodiscard]] QString chooseFile();
+    [[nodiscard]] bool waitForServer();
+
+    MainWindowOperations& window_;
+    QProgressBar* prgBar_;
+    QLabel* lblWait_;
+    QFileDialog* cmnDlg_;
+    int total_ = 0;
+    int processed_ = 0;
+    bool stop_ = false;
+    QString databasePath_;
+};
+
+}  // namespace tessaly::maintenance

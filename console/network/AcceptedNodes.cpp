@@ -1,0 +1,29 @@
+#include "console/network/AcceptedNodes.h"
+
+#include "console/session/Globals.h"
+#include "console/ui/Text.h"
+
+namespace tessaly::network {
+
+AcceptedNodes::AcceptedNodes()
+    : insert_(Globals::DbConnection(), "INSERT INTO PortRemoteNodes (Port, Name) VALUES (?,?)") {}
+
+void AcceptedNodes::accept(const QString& port, const QString& node) {
+    insert_.bindAll({ui::varchar(port), ui::varchar(node)}).execute();
+}
+
+void AcceptedNodes::acceptOnEveryPort(const QString& node) {
+    db::Query ports{Globals::DbConnection(), "SELECT Port FROM Port"};
+    db::ResultSet rows = ports.open();
+    while (rows.next())
+        accept(ui::text(rows, "Port"), node);
+}
+
+void AcceptedNodes::acceptEveryNode(const QString& port) {
+    db::Query nodes{Globals::DbConnection(), "SELECT Name FROM DicomNodes"};
+    db::ResultSet rows = nodes.open();
+    while (rows.next())
+        accept(port, ui::text(rows, "Name"));
+}
+
+}  // namespace tessaly::network

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "console/network/FtpNodeRecord.h"
+#include "console/session/MainWindowOperations.h"
+#include "console/ui/EditorDialog.h"
+#include "console/ui/FieldBinder.h"
+
+namespace tessaly::network {
+
+/// The editor of one FTP destination.
+class FTPNode : public ui::EditorDialog {
+    Q_OBJECT
+
+  public:
+    FTPNode(MainWindowOperations& window, QWidget* parent);
+
+    /// Fills the dialog with the node of that name, or with a new one for an empty name, and shows it
+    /// modally.
+    void Init(const QString& name);
+    [[nodiscard]] bool FormValidate() override;
+
+  protected:
+    [[nodiscard]] bool save() override;
+    void reload() override;
+
+  private:
+    void fill(const QString& name);
+
+    MainWindowOperations& window_;
+    ui::FieldBinder<FtpNodeRecord> fields_;
+    QLineEdit* name_ = nullptr;
+    bool newNode_ = false;
+};
+
+}  // namespace tessaly::network

@@ -1,0 +1,71 @@
+#include "console/printers/DataFields.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLineEdit>
+
+namespace tessaly::printers {
+
+namespace {
+
+constexpr const char* DataField = "DataField";
+
+template <class Visit>
+void forEachField(const QWidget& form, Visit visit) {
+    for (QWidget* control : form.findChildren<QWidget*>()) {
+        const QString column = control->property(DataField).toString();
+        if (!column.isEmpty())
+            visit(control, column.toStdString());
+    }
+}
+
+void show(QWidget* control, const QString& value) {
+    if (auto* box = qobject_cast<QLineEdit*>(control))
+        box->setText(value);
+    else if (auto* combo = qobject_cast<QComboBox*>(control))
+        selectText(combo, value);
+    else if (auto* check = qobject_cast<QCheckBox*>(control))
+        check->setChecked(value.toDouble() != 0);  // any non-zero value is set
+}
+
+QString valueOf(QWidget* control) {
+    if (const auto* box = qobject_cast<QLineEdit*>(control))
+        return box->text();
+    if (const auto* combo = qobject_cast<QComboBox*>(control))
+        return combo->currentText();
+    if (const auto* check = qobject_cast<QCheckBox*>(control))
+        return QString::number(static_cast<int>(check->isChecked()));
+    return {};
+}
+
+}  // namespace
+
+void setDataField(QWidget* control, const QString& column) {
+    control->setProperty(DataField, column);
+}
+
+void showRow(const QWidget& form, const db::UpdatableRow& row) {
+    forEachField(form, [&row](QWidget* control, const std::string& column) {
+        if (const auto& value = row.value(column))
+            show(control, QString::fromStdString(*value));
+    });
+}
+
+void takeRow(const QWidget& form, db::UpdatableRow& row) {
+    forEachField(form, [&row](QWidget* control, const std::string& column) {
+        const QString value = valueOf(control);
+        if (row.isText(column) || !value.isEmpty())
+            row.set(column, value.toStdString());
+        else
+            row.set(column, std::nullopt);
+    });
+}
+
+void selectText(QComboBox* combo, const QString& text) {
+    constexpr auto Exactly = Qt::MatchExactly | Qt::MatchCaseSensitive;
+    if (!text.isEmpty() && combo->findText(text, Exactly) < 0)
+        combo->addItem(text);
+    combo->setCurrentIndex(combo->findText(text, Exactly));
+}
+
+}  // namespace tessaly::printers

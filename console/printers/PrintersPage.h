@@ -1,0 +1,25 @@
+#pragma once
+
+#include "console/session/MainWindowOperations.h"
+#include "console/ui/ListPanel.h"
+
+namespace tessaly::printers {
+
+/// The page "Dicom Printers" of the main window.
+class PrintersPage : public ui::ListPanel {
+    Q_OBJECT
+
+  public:
+    explicit PrintersPage(MainWindowOperations& window, QWidget* parent = nullptr);
+
+    void LoadDicomPrinters();
+
+  private:
+    void edit(const QString& name);
+    void cmdModifyPrinter_Click();
+    void cmdDeletePrinter_Click();
+
+    MainWindowOperations& window_;
+};
+
+}  // namespace tessaly::printers

@@ -1,0 +1,38 @@
+#include "console/ui/LeaveFilter.h"
+
+#include <QFocusEvent>
+#include <QWidget>
+
+#include "console/ui/Guard.h"
+
+namespace tessaly::ui {
+
+namespace {
+
+class LeaveFilter : public QObject {
+  public:
+    LeaveFilter(QWidget* box, std::function<void()> body) : QObject(box), body_(handler(std::move(body))) {
+        box->installEventFilter(this);
+    }
+
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::FocusOut) {
+            const auto reason = static_cast<QFocusEvent*>(event)->reason();
+            if (reason != Qt::PopupFocusReason && reason != Qt::ActiveWindowFocusReason &&
+                reason != Qt::MenuBarFocusReason)
+                body_();
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+  private:
+    std::function<void()> body_;
+};
+
+}  // namespace
+
+void onLeave(QWidget* box, std::function<void()> body) {
+    new LeaveFilter(box, std::move(body));  // owned by the box
+}
+
+}  // namespace tessaly::ui

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QWidget>
+
+#include "console/session/MainWindowOperations.h"
+
+class QLineEdit;
+class QPushButton;
+
+namespace tessaly::ui {
+class LeaveCheck;
+}
+
+namespace tessaly::users {
+
+/// The page "Site Parameters" of the main window.
+class SitePage : public QWidget {
+    Q_OBJECT
+
+  public:
+    /// The page has no use for the window: it is its own list.
+    explicit SitePage(MainWindowOperations& window, QWidget* parent = nullptr);
+
+    void LoadSiteData();
+
+  private:
+    void enableButtons(bool enabled);
+    void cmdApplySiteData_Click();
+    void cmdCancelSiteData_Click();
+
+    QLineEdit* txtOrganization_;
+    QLineEdit* txtBaseUID_;
+    ui::LeaveCheck* organizationCheck_;
+    ui::LeaveCheck* baseUidCheck_;
+    QPushButton* cmdApplySiteData_;
+    QPushButton* cmdCancelSiteData_;
+};
+
+}  // namespace tessaly::users

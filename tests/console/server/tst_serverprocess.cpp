@@ -1,0 +1,236 @@
+#include <QLabel>
+#include <QSignalSpy>
+#include <QTabWidget>
+#include <QTest>
+#include <QTimer>
+
+#include "console/app/TessalyManager.h"
+#include "console/session/Globals.h"
+#include "tests/console/server/FakeServer.h"
+#include "tests/support/BoxScript.h"
+#include "tests/support/Console.h"
+#include "tests/support/ScratchDatabase.h"
+
+using namespace Qt::StringLiterals;
+using namespace tessaly;
+using namespace tessaly::test;
+
+namespace {
+
+constexpr int Patience = 30'000;  // ms for what takes a second or two on an idle machine
+
+}  // namespace
+
+/// The main window and a server process of its own.
+class ServerProcessTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void initTestCase() { fake_ = std::make_unique<FakeServer>(); }
+    void cleanupTestCase() { fake_.reset(); }
+    void init() {
+        fake_->offer();
+        database_ = std::make_unique<ScratchDatabase>();
+        database_->openConsoleConnection();
+        window_ = std::make_unique<TessalyManager>();
+        window_->load();
+        window_->show();
+        window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(3);
+    }
+    void cleanup() {
+        window_.reset();
+        database_.reset();
+        (void)takeConsoleEnd();
+        fake_->endAll();
+        QTRY_VERIFY(!fake_->runs());
+    }
+
+    void theWindowStartsTheServer();
+    void theButtonsDriveTheServer();
+    void terminateBringsAnotherProcess();
+    void aKilledServerComesBack();
+    void aCommandThatCrashesTheServer();
+    void anAbsentServerIsAnErrorUntilItComes();
+    void aHungServerLeavesTheWindowUsable();
+    void closingDoesNotWaitForAHungServer();
+    void eventsShowInTheList();
+    void aBurstIsCountedRight();
+    void theLastEndsOfATerminatedServerCount();
+    void rowsOfAKilledServerStay();
+
+  private:
+    [[nodiscard]] Form window() const { return Form{*window_}; }
+    [[nodiscard]] QString state() const { return window().text(u"stsBarText1"_s); }
+    [[nodiscard]] QList<QStringList> rows() const { return window().rows(u"lstStatus"_s); }
+    [[nodiscard]] bool isEnabled(const QString& name) const { return window().find(name).isEnabled(); }
+
+    std::unique_ptr<FakeServer> fake_;
+    std::unique_ptr<ScratchDatabase> database_;
+    std::unique_ptr<TessalyManager> window_;
+};
+
+void ServerProcessTest::theWindowStartsTheServer() {
+    QVERIFY(fake_->runs());
+    QCOMPARE(fake_->calls(), (QStringList{u"created"_s, u"IsService"_s}));
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    QVERIFY(!isEnabled(u"cmdStart"_s) && isEnabled(u"cmdStop"_s) && isEnabled(u"cmdRestart"_s));
+    fake_->tell(u"SetState"_s, {2});
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Stopped"_s, Patience);
+    QVERIFY(isEnabled(u"cmdStart"_s) && !isEnabled(u"cmdStop"_s) && !isEnabled(u"cmdRestart"_s));
+}
+
+void ServerProcessTest::theButtonsDriveTheServer() {
+    window_->RefreshServerState();
+    window().click(u"cmdStop"_s);
+    QCOMPARE(state(), u"Stopped"_s);
+    window().click(u"cmdStart"_s);
+    QCOMPARE(state(), u"Listening"_s);
+    window().click(u"cmdRestart"_s);
+    QCOMPARE(state(), u"Listening"_s);
+    QCOMPARE(fake_->calls().mid(2), (QStringList{u"Stop"_s, u"Start"_s, u"Restart"_s}));
+    BoxScript script;
+    script.expect(yesNo(u"The service will be stopped: do you want to proceed?"_s, QMessageBox::Yes));
+    window().click(u"chkService"_s);
+    QVERIFY(script.isDone());
+    QCOMPARE(fake_->calls().mid(5), (QStringList{u"RegisterService"_s, u"IsService"_s}));
+}
+
+void ServerProcessTest::terminateBringsAnotherProcess() {
+    window_->RefreshServerState();
+    for (int round = 0; round < 3; ++round) {
+        const int process = fake_->process();
+        window().click(u"cmdLoad"_s);
+        QVERIFY(fake_->process() != process);
+        QCOMPARE(state(), u"Listening"_s);  // without a look at the clock: no "Error" in between
+        QCOMPARE(window().text(u"cmdLoad"_s), u"Terminate"_s);
+    }
+    QCOMPARE(fake_->calls().count(u"Terminate"_s), 3);
+    QCOMPARE(fake_->calls().count(u"created"_s), 4);
+}
+
+void ServerProcessTest::aKilledServerComesBack() {
+    window_->RefreshServerState();
+    fake_->kill(fake_->process());
+    QTRY_COMPARE_WITH_TIMEOUT(fake_->calls().count(u"created"_s), 2, Patience);
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+}
+
+void ServerProcessTest::aCommandThatCrashesTheServer() {
+    window_->RefreshServerState();
+    fake_->tell(u"SetCrashes"_s, {true});
+    window().click(u"cmdRestart"_s);
+    QCOMPARE(state(), u"Error"_s);
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    QCOMPARE(fake_->calls().count(u"created"_s), 2);
+}
+
+void ServerProcessTest::anAbsentServerIsAnErrorUntilItComes() {
+    fake_->withdraw();
+    window_->RefreshServerState();
+    const BoxScript noBox;
+    fake_->kill(fake_->process());
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Error"_s, Patience);
+    window().click(u"cmdLoad"_s);
+    QCOMPARE(window().text(u"cmdLoad"_s), u"Run"_s);
+    QVERIFY(!isEnabled(u"cmdStart"_s) && !isEnabled(u"cmdStop"_s) && !isEnabled(u"cmdRestart"_s));
+    fake_->offer();
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+}
+
+void ServerProcessTest::aHungServerLeavesTheWindowUsable() {
+    window_->RefreshServerState();
+    const int process = fake_->process();
+    const int looksBefore = fake_->tell(u"Looks"_s).toInt();
+    QSignalSpy looks{window_->findChild<QTimer*>(u"timerCheckConnections"_s), &QTimer::timeout};
+    const BoxScript noBox;
+    fake_->hang();
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Error"_s, Patience);
+    QVERIFY(fake_->isHung(process));
+    const auto looksUntilError = looks.size();
+    QTRY_VERIFY_WITH_TIMEOUT(looks.size() >= looksUntilError + 3, Patience);
+    QCOMPARE(state(), u"Error"_s);
+    window().click(u"cmdLoad"_s);
+    QCOMPARE(state(), u"Error"_s);
+    QVERIFY(fake_->isHung(process));
+
+    window_->setConnectionTimerEnabled(false);
+    fake_->resume(process);
+    // One look ran out of time, and one question was left open behind it: the others asked nothing, so that
+    // there was nothing to wait for.
+    QCOMPARE(fake_->tell(u"Looks"_s).toInt(), looksBefore + 2);
+    window_->setConnectionTimerEnabled(true);
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    QCOMPARE(fake_->process(), process);
+    QVERIFY(isEnabled(u"cmdStop"_s));
+}
+
+void ServerProcessTest::closingDoesNotWaitForAHungServer() {
+    window_->RefreshServerState();
+    Globals::setConfigChanged(true);
+    const int process = fake_->process();
+    fake_->hang();
+    BoxScript script;
+    script.expect(yesNo(u"The server parameters have been modified. Do you want to restart the server?"_s,
+                        QMessageBox::Yes));
+    QVERIFY(window_->close());
+    window_.reset();
+    QVERIFY(fake_->isHung(process));
+    QVERIFY(script.isDone());
+    QCOMPARE(takeConsoleEnd(), std::optional{0});
+}
+
+void ServerProcessTest::eventsShowInTheList() {
+    window_->setConnectionTimerEnabled(false);
+    fake_->tell(u"Connect"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s, QVariant::fromValue<short>(9)});
+    QTRY_COMPARE(rows(), (QList<QStringList>{{u"104"_s, u"CT1"_s, u"TESSALY"_s, u"1"_s}}));
+    QCOMPARE(state(), u"Connected"_s);
+    QCOMPARE(window().text(u"stsBarText2"_s), u"Num. Connections =9"_s);
+    fake_->tell(u"Suspend"_s);
+    QTRY_COMPARE(state(), u"Stopped"_s);
+    fake_->tell(u"Begin"_s);
+    QTRY_COMPARE(state(), u"Listening"_s);
+    fake_->tell(u"End"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s});
+    QTRY_COMPARE(rows(), QList<QStringList>{});
+}
+
+void ServerProcessTest::aBurstIsCountedRight() {
+    constexpr int Associations = 10'000;
+    constexpr int Callers = 100;
+    window_->RefreshServerState();
+    fake_->tell(u"Burst"_s, {Associations, Callers});
+    const auto counts = [this] {
+        QStringList numbers;
+        for (const QStringList& row : rows())
+            numbers << row.last();
+        return numbers;
+    };
+    QTRY_COMPARE_WITH_TIMEOUT(counts(), (QStringList{Callers, QString::number(Associations / Callers)}),
+                              Patience);
+    fake_->tell(u"EndBurst"_s, {Associations - Callers, Callers});
+    QTRY_COMPARE_WITH_TIMEOUT(counts(), (QStringList{Callers, u"1"_s}), Patience);
+    fake_->tell(u"EndBurst"_s, {Callers, Callers});
+    QTRY_COMPARE_WITH_TIMEOUT(rows().size(), 0, Patience);
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+}
+
+void ServerProcessTest::theLastEndsOfATerminatedServerCount() {
+    window_->setConnectionTimerEnabled(false);
+    fake_->tell(u"Connect"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s, QVariant::fromValue<short>(1)});
+    QTRY_COMPARE(rows().size(), 1);
+    fake_->tell(u"SetEndsOnTerminate"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s});
+    window().click(u"cmdLoad"_s);
+    QCOMPARE(rows(), QList<QStringList>{});
+}
+
+void ServerProcessTest::rowsOfAKilledServerStay() {
+    window_->RefreshServerState();
+    fake_->tell(u"Connect"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s, QVariant::fromValue<short>(1)});
+    QTRY_COMPARE(rows().size(), 1);
+    fake_->kill(fake_->process());
+    QTRY_COMPARE_WITH_TIMEOUT(fake_->calls().count(u"created"_s), 2, Patience);
+    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    QCOMPARE(rows().size(), 1);
+}
+
+QTEST_MAIN(ServerProcessTest)
+#include "tst_serverprocess.moc"
