@@ -4,8 +4,8 @@
 #include <numeric>
 #include <system_error>
 
-#include "tessalyd/AssociationHandler.h"
 #include "tessalyd/Log.h"
+#include "tessalyd/association/AssociationHandler.h"
 
 namespace tessaly::tessalyd {
 

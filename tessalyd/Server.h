@@ -6,14 +6,14 @@
 #include <optional>
 #include <vector>
 
-#include "tessalyd/ArchiveIndex.h"
-#include "tessalyd/AssociationThreads.h"
 #include "tessalyd/Configuration.h"
-#include "tessalyd/Decoder.h"
-#include "tessalyd/LeftoverCleaner.h"
-#include "tessalyd/Listener.h"
-#include "tessalyd/OpenAssociations.h"
-#include "tessalyd/Transport.h"
+#include "tessalyd/archive/ArchiveIndex.h"
+#include "tessalyd/archive/Decoder.h"
+#include "tessalyd/archive/LeftoverCleaner.h"
+#include "tessalyd/association/AssociationThreads.h"
+#include "tessalyd/association/Listener.h"
+#include "tessalyd/association/OpenAssociations.h"
+#include "tessalyd/association/Transport.h"
 
 namespace tessaly::tessalyd {
 

@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "tessalyd/ControlObject.h"
-#include "tessalyd/EndSignals.h"
+#include "tessalyd/control/ControlObject.h"
+#include "tessalyd/control/EndSignals.h"
 
 using namespace Qt::StringLiterals;
 

@@ -13,7 +13,14 @@ console/users           > console/session
 console/maintenance     > console/session
 console/session         > console/ui passwords
 console/ui              > db dicom
-tessalyd                > db
+tessalyd/main           > tessalyd/control
+tessalyd/control        > tessalyd/Server
+tessalyd/Server         > tessalyd/archive tessalyd/association
+tessalyd/archive        > tessalyd/Log tessalyd/FileDescriptor
+tessalyd/association    > tessalyd/archive
+tessalyd/Log            > tessalyd/Configuration
+tessalyd/Configuration  > db
+tessalyd/FileDescriptor >
 tessaly-db              > schema passwords
 schema                  > db
 db                      >

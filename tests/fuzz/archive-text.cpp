@@ -3,9 +3,9 @@
 #include <QUtf8StringView>
 #include <algorithm>
 
-#include "tessalyd/ArchiveFile.h"
-#include "tessalyd/CodeExtensions.h"
-#include "tessalyd/ObjectHeader.h"
+#include "tessalyd/archive/ArchiveFile.h"
+#include "tessalyd/archive/CodeExtensions.h"
+#include "tessalyd/archive/ObjectHeader.h"
 #include "tests/fuzz/Fuzz.h"
 
 void tessaly::fuzz::tryInput(std::string_view input) {

@@ -5,8 +5,8 @@
 #include <QUtf8StringView>
 #include <array>
 
-#include "tessalyd/ObjectHeader.h"
-#include "tessalyd/StoreFailure.h"
+#include "tessalyd/archive/ObjectHeader.h"
+#include "tessalyd/archive/StoreFailure.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

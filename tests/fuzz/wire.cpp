@@ -2,8 +2,8 @@
 
 #include <array>
 
-#include "tessalyd/CommandMeter.h"
-#include "tessalyd/DataSetWalk.h"
+#include "tessalyd/archive/DataSetWalk.h"
+#include "tessalyd/association/CommandMeter.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

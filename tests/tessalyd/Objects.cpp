@@ -11,7 +11,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "tessalyd/Decoder.h"
+#include "tessalyd/archive/Decoder.h"
 
 namespace tessaly::test {
 

@@ -1,0 +1,142 @@
+#include "tessalyd/archive/ArchiveFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view Prefix = ".tessalyd-";
+constexpr std::string_view Suffix = ".part";
+
+[[noreturn]] void fail(const fs::path& path) {
+    throw std::system_error{errno, std::generic_category(), path.string()};
+}
+
+std::string temporaryName() {
+    static std::atomic<unsigned long long> last{0};
+    return std::string{Prefix} + std::to_string(::getpid()) + '-' + std::to_string(++last) +
+           std::string{Suffix};
+}
+
+void flushFolder(const fs::path& folder) {
+    const FileDescriptor handle{::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    if (!handle.isOpen() || ::fsync(handle.get()) < 0)
+        fail(folder);
+}
+
+bool moved(const fs::path& from, const fs::path& to, unsigned flags) noexcept {
+    return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0;
+}
+
+/// Makes a folder that lasts; nothing happens when it is there.
+void makeFolder(const fs::path& folder) {
+    constexpr mode_t Mode = 0777;  // less the process's mask
+    if (::mkdir(folder.c_str(), Mode) == 0)
+        flushFolder(folder.parent_path());
+    else if (errno != EEXIST)
+        fail(folder);
+}
+
+}  // namespace
+
+bool isTemporaryName(std::string_view name) noexcept {
+    if (!name.starts_with(Prefix) || !name.ends_with(Suffix))
+        return false;
+    const std::string_view numbers = name.substr(Prefix.size(), name.size() - Prefix.size() - Suffix.size());
+    return !numbers.empty() && numbers.find_first_not_of("0123456789-") == std::string_view::npos;
+}
+
+ArchiveFile::ArchiveFile(fs::path folder, std::string name)
+    : folder_(std::move(folder)), name_(std::move(name)), temporary_(folder_ / temporaryName()) {
+    // Mostly the folders are there. Those that are made here, a store that fails in another thread may take
+    // away again before the file is in them.
+    constexpr int Attempts = 5;
+    for (int attempt = 0; !file_.isOpen(); ++attempt) {
+        try {
+            if (attempt > 0)
+                makeFolders();
+            open();
+        } catch (const std::system_error& error) {
+            if (error.code() != std::errc::no_such_file_or_directory || attempt == Attempts) {
+                withdraw();
+                throw;
+            }
+        }
+    }
+}
+
+ArchiveFile::~ArchiveFile() {
+    if (stage_ != Stage::Kept)
+        withdraw();
+}
+
+void ArchiveFile::makeFolders() {
+    // The root is the administrator's: a mistyped one, or one that is not mounted, must fail.
+    makeFolder(folder_.parent_path());
+    makeFolder(folder_);
+}
+
+void ArchiveFile::open() {
+    constexpr mode_t Mode = 0666;  // less the process's mask
+    file_ = FileDescriptor{::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, Mode)};
+    if (!file_.isOpen())
+        fail(temporary_);
+    ::flock(file_.get(), LOCK_EX | LOCK_NB);  // where locks are not to be had, only the file's age tells
+}
+
+void ArchiveFile::write(std::span<const char> data) {
+    while (!data.empty()) {
+        const ssize_t written = ::write(file_.get(), data.data(), data.size());
+        if (written < 0 && errno != EINTR)
+            fail(temporary_);
+        if (written > 0)
+            data = data.subspan(static_cast<std::size_t>(written));
+    }
+}
+
+void ArchiveFile::publish() {
+    const fs::path final = folder_ / name_;
+    if (::fsync(file_.get()) < 0)
+        fail(temporary_);
+    if (moved(temporary_, final, RENAME_NOREPLACE)) {
+        stage_ = Stage::Published;
+    } else if (moved(temporary_, final, RENAME_EXCHANGE)) {
+        stage_ = Stage::Replaced;
+    } else {
+        // A file system that can neither: a file there is lost then even if this one is not kept.
+        if (::rename(temporary_.c_str(), final.c_str()) < 0)
+            fail(final);
+        stage_ = Stage::Published;
+    }
+    flushFolder(folder_);
+}
+
+void ArchiveFile::keep() noexcept {
+    if (stage_ == Stage::Replaced)
+        ::unlink(temporary_.c_str());
+    stage_ = Stage::Kept;
+    file_.reset();
+}
+
+void ArchiveFile::withdraw() noexcept {
+    const fs::path final = folder_ / name_;
+    if (stage_ == Stage::Replaced)
+        moved(temporary_, final, RENAME_EXCHANGE);
+    else if (stage_ == Stage::Published)
+        ::unlink(final.c_str());
+    ::unlink(temporary_.c_str());
+    ::rmdir(folder_.c_str());  // each only when nothing is in it
+    ::rmdir(folder_.parent_path().c_str());
+}
+
+}  // namespace tessaly::tessalyd

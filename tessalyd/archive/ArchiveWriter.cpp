@@ -1,0 +1,145 @@
+#include "tessalyd/archive/ArchiveWriter.h"
+
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcmetinf.h>
+#include <dcmtk/dcmdata/dcuid.h>
+#include <dcmtk/dcmnet/dimse.h>
+#include <dcmtk/dcmnet/diutil.h>
+
+#include <array>
+#include <system_error>
+
+#include "db/StoredPath.h"
+#include "tessalyd/Log.h"
+#include "tessalyd/archive/DataSetWalk.h"
+#include "tessalyd/archive/Decoder.h"
+#include "tessalyd/archive/MappedFile.h"
+#include "tessalyd/archive/StoreFailure.h"
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+/// Headers hardly ever reach beyond the first; what has none within the second is no image.
+constexpr std::size_t FirstLook = std::size_t{1} << 20U;
+constexpr std::size_t LastLook = std::size_t{64} << 20U;
+
+}  // namespace
+
+ArchiveWriter::ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, IncomingObject object,
+                             std::vector<char>& buffer)
+    : port_(port),
+      index_(index),
+      object_(std::move(object)),
+      buffer_(buffer),
+      nextLook_(FirstLook),
+      stream_([this](std::span<const char> block) { take(block); }) {
+    buffer_.clear();
+}
+
+void ArchiveWriter::take(std::span<const char> block) {
+    if (file_) {
+        file_->write(block);
+        return;
+    }
+    buffer_.insert(buffer_.end(), block.begin(), block.end());
+    if (buffer_.size() >= nextLook_)
+        begin(false);
+}
+
+void ArchiveWriter::begin(bool complete) {
+    header_ = readHeader(buffer_, object_.syntax, complete);
+    if (!header_) {
+        if (nextLook_ >= LastLook)
+            throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The header of the object does not end"};
+        nextLook_ *= 2;
+        return;
+    }
+    check(*header_);
+    if (complete)
+        checkEnd(buffer_);
+    header_->transferSyntaxUid = DcmXfer{object_.syntax}.getXferID();
+    placement_ = index_.place(*header_, port_.root);
+    const ArchiveLocation& location = placement_->location();
+    file_ = std::make_unique<ArchiveFile>(db::localPath(location.folder()), location.imageFile);
+    writeMetaHeader();
+    file_->write(buffer_);
+    buffer_.clear();
+}
+
+void ArchiveWriter::check(const ObjectHeader& header) const {
+    // The names of folders and of the file: nothing that could lead out of the archive may get that far.
+    if (!isUid(header.studyInstanceUid) || !isUid(header.seriesInstanceUid) || !isUid(header.sopInstanceUid))
+        throw StoreFailure{STATUS_STORE_Error_CannotUnderstand,
+                           "A UID of the object is missing or not valid"};
+    if (header.sopInstanceUid != object_.sopInstanceUid || header.sopClassUid != object_.sopClassUid)
+        throw StoreFailure{STATUS_STORE_Error_DataSetDoesNotMatchSOPClass,
+                           "The data set is not the object that was announced"};
+}
+
+void ArchiveWriter::checkEnd(std::span<const char> dataSet) const {
+    if (isCutOff(dataSet, object_.syntax))
+        throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The data set is cut off"};
+}
+
+void ArchiveWriter::writeMetaHeader() {
+    DcmMetaInfo meta;
+    constexpr std::array<Uint8, 2> Version{0, 1};
+    meta.putAndInsertUint8Array(DCM_FileMetaInformationVersion, Version.data(), Version.size());
+    meta.putAndInsertString(DCM_MediaStorageSOPClassUID, object_.sopClassUid.c_str());
+    meta.putAndInsertString(DCM_MediaStorageSOPInstanceUID, object_.sopInstanceUid.c_str());
+    meta.putAndInsertString(DCM_TransferSyntaxUID, header_->transferSyntaxUid.c_str());
+    meta.putAndInsertString(DCM_ImplementationClassUID, OFFIS_IMPLEMENTATION_CLASS_UID);
+    meta.putAndInsertString(DCM_ImplementationVersionName, OFFIS_DTK_IMPLEMENTATION_VERSION_NAME);
+    meta.putAndInsertString(DCM_SourceApplicationEntityTitle, object_.sender.c_str());
+    meta.computeGroupLengthAndPadding(EGL_withGL, EPD_noChange, META_HEADER_DEFAULT_TRANSFERSYNTAX,
+                                      EET_ExplicitLength);
+    std::vector<char> bytes;
+    SinkStream out{
+        [&bytes](std::span<const char> block) { bytes.insert(bytes.end(), block.begin(), block.end()); }};
+    meta.transferInit();
+    meta.write(out, META_HEADER_DEFAULT_TRANSFERSYNTAX, EET_ExplicitLength, nullptr);
+    meta.transferEnd();
+    file_->write(bytes);
+    dataSetAt_ = bytes.size();
+}
+
+void ArchiveWriter::finish() {
+    try {
+        stream_.rethrow();
+        if (file_)
+            checkEnd(MappedFile{file_->temporaryPath()}.bytes().subspan(dataSetAt_));
+        else
+            begin(true);
+        if (!port_.saveCompressed && Decoders::has(object_.syntax))
+            decode();
+        publish();
+    } catch (const std::system_error& error) {
+        throw StoreFailure{STATUS_STORE_Refused_OutOfResources, "The file cannot be written", error.what()};
+    }
+}
+
+void ArchiveWriter::decode() {
+    auto decoded = std::make_unique<ArchiveFile>(file_->folder(), placement_->location().imageFile);
+    if (Decoders::decode(file_->temporaryPath(), dataSetAt_, *decoded)) {
+        file_ = std::move(decoded);
+        header_->transferSyntaxUid = DcmXfer{Decoders::Target}.getXferID();
+    } else {
+        OFLOG_WARN(serverLog(), "object " << object_.sopInstanceUid.c_str()
+                                          << " cannot be decoded; it is stored as it came");
+    }
+}
+
+void ArchiveWriter::publish() {
+    const ArchiveLocation& location = placement_->location();
+    const auto claim = index_.claim(object_.sopInstanceUid);
+    file_->publish();
+    const auto previous = index_.record(*header_, location);
+    file_->keep();
+    if (previous && *previous != location) {
+        std::error_code ignored;  // a file that is gone already, or a folder that cannot be written any more
+        std::filesystem::remove(db::localPath(previous->path()), ignored);
+    }
+}
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tessalyd/Configuration.h"
+#include "tessalyd/archive/ArchiveFile.h"
+#include "tessalyd/archive/ArchiveIndex.h"
+#include "tessalyd/archive/SinkStream.h"
+
+namespace tessaly::tessalyd {
+
+/// What is known of an object before its data set comes.
+struct IncomingObject {
+    std::string sopClassUid;
+    std::string sopInstanceUid;
+    E_TransferSyntax syntax = EXS_Unknown;
+    std::string sender;  ///< AE title
+};
+
+/// Takes one object into the archive. Its data set is written to the disk as it comes, once so much of it is
+/// there that the folder is known: memory does not grow with the object. Until finish() has returned, the
+/// archive does not have the object, and the destructor leaves nothing of it.
+class ArchiveWriter {
+  public:
+    /// `buffer` is working space that may be used for the next object again.
+    ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, IncomingObject object,
+                  std::vector<char>& buffer);
+
+    /// For the data set. Faults while it is written come out of finish().
+    [[nodiscard]] DcmOutputStream& stream() noexcept { return stream_; }
+
+    /// The data set is complete: when this returns, the file is on the disk under its name and the tables
+    /// have it. Throws StoreFailure.
+    void finish();
+
+  private:
+    void take(std::span<const char> block);
+    void begin(bool complete);
+    void check(const ObjectHeader& header) const;
+    void checkEnd(std::span<const char> dataSet) const;
+    void writeMetaHeader();
+    void decode();
+    void publish();
+
+    const PortConfiguration& port_;
+    ArchiveIndex& index_;
+    IncomingObject object_;
+    std::vector<char>& buffer_;
+    std::size_t nextLook_;
+    SinkStream stream_;
+    std::optional<ObjectHeader> header_;  // once it is known, with placement_ and file_
+    std::unique_ptr<ArchiveIndex::Placement> placement_;
+    std::unique_ptr<ArchiveFile> file_;
+    std::size_t dataSetAt_ = 0;  // in the file
+};
+
+}  // namespace tessaly::tessalyd

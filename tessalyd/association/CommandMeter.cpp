@@ -1,0 +1,59 @@
+#include "tessalyd/association/CommandMeter.h"
+
+#include <algorithm>
+
+namespace tessaly::tessalyd {
+
+bool CommandMeter::follow(std::span<const char> bytes) {
+    while (!bytes.empty()) {
+        if (body_ > 0) {
+            const auto passed = static_cast<std::size_t>(std::min<std::uint64_t>(body_, bytes.size()));
+            body_ -= passed;
+            bytes = bytes.subspan(passed);
+            continue;
+        }
+        header_[collected_++] = static_cast<unsigned char>(bytes.front());
+        bytes = bytes.subspan(1);
+        if (collected_ < header_.size())
+            continue;
+        collected_ = 0;
+        if (!(pduLeft_ == 0 ? beginPdu() : beginPdv()))
+            return false;
+    }
+    return true;
+}
+
+bool CommandMeter::beginPdu() {
+    constexpr unsigned char Data = 4;
+    (header_[0] == Data ? pduLeft_ : body_) = length(2);
+    return true;
+}
+
+bool CommandMeter::beginPdv() {
+    constexpr std::uint64_t LengthField = 4;
+    constexpr std::uint64_t ContextAndFlags = 2;
+    constexpr unsigned Command = 1;
+    constexpr unsigned Last = 2;
+    const std::uint64_t size = length(0);
+    if (size < ContextAndFlags || size + LengthField > pduLeft_)
+        return false;
+    pduLeft_ -= size + LengthField;
+    body_ = size - ContextAndFlags;
+    const unsigned flags = header_[5];
+    if ((flags & Command) == 0)
+        return true;
+    command_ += body_;
+    const bool fits = command_ <= LongestCommand;
+    if ((flags & Last) != 0)
+        command_ = 0;
+    return fits;
+}
+
+std::uint32_t CommandMeter::length(std::size_t offset) const {
+    std::uint32_t value = 0;
+    for (std::size_t i = 0; i < sizeof value; ++i)
+        value = value << 8U | header_[offset + i];
+    return value;
+}
+
+}  // namespace tessaly::tessalyd

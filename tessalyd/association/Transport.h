@@ -1,0 +1,47 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmnet/assoc.h>
+
+#include <chrono>
+#include <memory>
+
+#include "tessalyd/FileDescriptor.h"
+#include "tessalyd/association/Interrupter.h"
+
+namespace tessaly::tessalyd {
+
+/// Frees an association however far it got, closing its socket without a word to the peer.
+struct AssociationDeleter {
+    void operator()(T_ASC_Association* association) const noexcept { ASC_destroyAssociation(&association); }
+};
+using AssociationPtr = std::unique_ptr<T_ASC_Association, AssociationDeleter>;
+
+/// The DICOM toolkit's side of all connections of this process. It does not listen: it is given accepted
+/// sockets. Its connections
+/// - acknowledge every segment at once and send at once: a sender that is not tuned waits for the
+///   acknowledgement of each small segment before it sends the next one, and would otherwise store some ten
+///   objects a second;
+/// - read ahead, so that a PDU's header costs no call of its own;
+/// - can be woken by their Interrupter from whatever they wait for;
+/// - break off at a command that is longer than any that this server takes.
+class Transport {
+  public:
+    /// `timeout` bounds the wait for a whole association request, however slowly it comes, and for a peer
+    /// that is to close. Throws std::runtime_error.
+    explicit Transport(int timeoutSeconds);
+    ~Transport();
+    Transport(const Transport&) = delete;
+    Transport& operator=(const Transport&) = delete;
+
+    /// Waits for the association request on an accepted socket. May be called by several threads at once;
+    /// `interrupter` is to outlive the association, which is made whether or not the result is good.
+    [[nodiscard]] OFCondition receive(FileDescriptor socket, Interrupter& interrupter,
+                                      AssociationPtr& association);
+
+  private:
+    std::chrono::seconds requestPatience_;
+    T_ASC_Network* network_ = nullptr;
+};
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,171 @@
+#include "tessalyd/control/ControlObject.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QTimer>
+#include <algorithm>
+#include <exception>
+#include <limits>
+
+#include "serveradaptor.h"
+
+using namespace Qt::StringLiterals;
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+/// A command that takes longer is answered before its end: consoles wait two seconds.
+constexpr std::chrono::milliseconds ReplyPatience{1000};
+
+enum State { Listening = 0, Stopped = 2 };
+
+}  // namespace
+
+/// The answer to one method call, given once: when its command has ended or when it takes too long. Belongs
+/// to the object's thread.
+class ControlObject::PendingReply {
+  public:
+    PendingReply(QDBusConnection bus, const QDBusMessage& call) : bus_(std::move(bus)), call_(call) {}
+
+    void answer(const QString& fault = {}) {
+        if (answered_)
+            return;
+        answered_ = true;
+        bus_.send(fault.isEmpty() ? call_.createReply()
+                                  : call_.createErrorReply(u"org.tessaly.Server1.Error"_s, fault));
+    }
+
+  private:
+    QDBusConnection bus_;
+    QDBusMessage call_;
+    bool answered_ = false;
+};
+
+ControlObject::ControlObject(QDBusConnection bus, Options options)
+    : options_(std::move(options)), service_(std::move(bus)) {
+    new Server1Adaptor{this};
+}
+
+ControlObject::~ControlObject() {
+    close();
+}
+
+void ControlObject::run() {
+    log_.emplace(options_.logFile, options_.logBytes);
+    server_ = std::make_unique<Server>(emitter(&ControlObject::emitConnection),
+                                       emitter(&ControlObject::emitEndConnection));
+    commands_.emplace();
+    perform([this] { start(); });
+    // Calls that came with the activation are answered when the ports are bound, unless that takes long.
+    commands_->waitUntilIdle(ReplyPatience);
+}
+
+void ControlObject::close() {
+    commands_.reset();
+    server_.reset();
+    log_.reset();
+}
+
+void ControlObject::Start() {
+    perform([this] { start(); });
+}
+
+void ControlObject::Stop() {
+    perform([this] { stop(); });
+}
+
+void ControlObject::Restart() {
+    perform([this] {
+        stop();
+        start();
+    });
+}
+
+int ControlObject::GetStatus(int& openAssociations, int& portsBound) {
+    const Server::Status status = server_->status();
+    openAssociations = status.openAssociations;
+    portsBound = status.portsBound;
+    return status.listening ? Listening : Stopped;
+}
+
+void ControlObject::Terminate() {
+    if (std::exchange(terminating_, true))
+        return;
+    // Posted, so that the reply to this call goes out before anything ends.
+    mailbox_.post([this] {
+        commands_->add([this] {
+            stop();
+            server_->shutDown();
+            mailbox_.post([this] { emit finished(); });
+        });
+    });
+}
+
+void ControlObject::perform(std::function<void()> command) {
+    if (terminating_)
+        return;
+    std::shared_ptr<PendingReply> reply;
+    if (calledFromDBus()) {
+        setDelayedReply(true);
+        reply = std::make_shared<PendingReply>(connection(), message());
+        QTimer::singleShot(ReplyPatience, this, [reply] { reply->answer(); });
+    }
+    commands_->add([this, reply, command = std::move(command)] {
+        QString fault;
+        try {
+            command();
+        } catch (const std::exception& error) {
+            OFLOG_ERROR(serverLog(), "not listening: " << error.what());
+            fault = QString::fromUtf8(error.what());
+        }
+        if (reply)
+            mailbox_.post([reply, fault] { reply->answer(fault); });
+    });
+}
+
+/// In the commands' thread, like stop().
+void ControlObject::start() {
+    if (server_->status().listening)
+        return;
+    server_->start();
+    mailbox_.post([this] { emit OnStart(); });
+}
+
+void ControlObject::stop() {
+    if (!server_->status().listening)
+        return;
+    server_->stop();
+    mailbox_.post([this] {
+        emit OnStop();
+        abortAfterGrace();
+    });
+}
+
+void ControlObject::abortAfterGrace() {
+    QTimer::singleShot(options_.grace, this,
+                       [this, last = server_->latestConnection()] { server_->abortThrough(last); });
+}
+
+OpenAssociations::Event ControlObject::emitter(void (ControlObject::*emitEvent)(const AssociationNames&,
+                                                                                int)) {
+    return [this, emitEvent](const AssociationNames& names, int total) {
+        mailbox_.post([this, emitEvent, names, total] { (this->*emitEvent)(names, total); });
+    };
+}
+
+void ControlObject::emitConnection(const AssociationNames& names, int total) {
+    // An AE title is ASCII; whatever else a peer sends is one character a byte here, which every bus takes.
+    emit OnConnection(QString::fromUtf8(names.port.c_str()),
+                      QString::fromLatin1(names.callingAETitle.c_str()),
+                      QString::fromLatin1(names.calledAETitle.c_str()),
+                      static_cast<short>(std::min(total, int{std::numeric_limits<short>::max()})));
+}
+
+void ControlObject::emitEndConnection(const AssociationNames& names, int total) {
+    emit OnEndConnection(QString::fromUtf8(names.port.c_str()),
+                         QString::fromLatin1(names.callingAETitle.c_str()),
+                         QString::fromLatin1(names.calledAETitle.c_str()), total);
+}
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,338 @@
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcostrmb.h>
+#include <dcmtk/dcmdata/dcvrus.h>
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <QFile>
+#include <QTest>
+
+#include "db/Connection.h"
+#include "tessalyd/Configuration.h"
+#include "tessalyd/archive/ArchiveFile.h"
+#include "tessalyd/archive/ArchiveIndex.h"
+#include "tessalyd/archive/LeftoverCleaner.h"
+#include "tessalyd/archive/StoreFailure.h"
+#include "tessalyd/association/OpenAssociations.h"
+#include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/Objects.h"
+
+using namespace Qt::StringLiterals;
+using namespace tessaly;
+using namespace tessaly::tessalyd;
+using namespace tessaly::test;
+
+/// The server's parts by themselves, where a client cannot reach every case.
+class ArchiveTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void uidsAreToldFromOtherNames_data();
+    void uidsAreToldFromOtherNames();
+    void temporaryNamesAreItsOwnOnly();
+    void aHeaderIsReadAsSoonAsItIsThere();
+    void longValuesArePassedOver_data();
+    void longValuesArePassedOver();
+    void whatIsNoDataSetIsRefused();
+    void aFileThatIsNotKeptLeavesNothing();
+    void aFileThatIsKeptStays();
+    void aReplacedFileComesBackUnlessKept();
+    void leftoversAreTakenAway();
+    void nobodyElsesFilesAreTakenAway();
+    void aNewStudyHasOneFolderForAllPorts();
+    void theConfigurationIsRead();
+    void withoutTheServersRowItsColumnsHaveUsualValues();
+    void openAssociationsAreCountedPerPort();
+
+  private:
+    void write(const QString& file, const QByteArray& text) {
+        QFile target{file};
+        QVERIFY(target.open(QIODevice::WriteOnly));
+        target.write(text);
+    }
+    void makeOld(const QString& file) {
+        QFile target{file};
+        QVERIFY(target.open(QIODevice::ReadWrite));
+        QVERIFY(
+            target.setFileTime(QDateTime::currentDateTime().addSecs(-60), QFileDevice::FileModificationTime));
+    }
+    [[nodiscard]] static QByteArray read(const QString& file) {
+        QFile source{file};
+        return source.open(QIODevice::ReadOnly) ? source.readAll() : QByteArray{};
+    }
+    [[nodiscard]] static QStringList names(const QString& folder) {
+        return QDir{folder}.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+    }
+    /// The data set as it is sent.
+    [[nodiscard]] static std::vector<char> sent(DcmFileFormat& object, E_TransferSyntax syntax) {
+        std::vector<char> data(64U << 10U);
+        DcmOutputBufferStream stream{data.data(), static_cast<offile_off_t>(data.size())};
+        DcmDataset& set = *object.getDataset();
+        set.transferInit();
+        if (set.write(stream, syntax, EET_ExplicitLength, nullptr).bad())
+            throw std::runtime_error{"too large"};
+        data.resize(static_cast<std::size_t>(stream.tell()));
+        return data;
+    }
+    [[nodiscard]] static std::span<const char> bytes(const char* text) { return {text, std::strlen(text)}; }
+};
+
+void ArchiveTest::uidsAreToldFromOtherNames_data() {
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<bool>("fit");
+    const auto row = [](const char* text, bool fit) {
+        QTest::addRow("'%s'", text) << QByteArray{text} << fit;
+    };
+    row("1.2.840.10008", true);
+    row("1", true);
+    row("1.02", true);
+    row("", false);
+    row(".", false);
+    row("..", false);
+    row("1..2", false);
+    row("1.2.", false);
+    row(".1", false);
+    row("1/2", false);
+    row("1\\2", false);
+    row("1.x", false);
+    row("-1", false);
+    QTest::newRow("64 characters") << QByteArray(64, '1') << true;
+    QTest::newRow("65 characters") << QByteArray(65, '1') << false;
+}
+
+void ArchiveTest::uidsAreToldFromOtherNames() {
+    QFETCH(const QByteArray, text);
+    QFETCH(const bool, fit);
+    QCOMPARE(isUid(text.toStdString()), fit);
+}
+
+void ArchiveTest::temporaryNamesAreItsOwnOnly() {
+    QVERIFY(isTemporaryName(".tessalyd-12-3.part"));
+    for (const char* other : {"", ".tessalyd-.part", ".tessalyd-1-2.part~", "tessalyd-1-2.part",
+                              ".tessalyd-x.part", "1.2.3.dcm", ".part", ".tessalyd-"})
+        QVERIFY2(!isTemporaryName(other), other);
+}
+
+void ArchiveTest::aHeaderIsReadAsSoonAsItIsThere() {
+    const auto data = sent(*makeObject({.side = 64}), EXS_LittleEndianExplicit);
+    const std::span all{data};
+    std::size_t needed = 0;
+    while (!readHeader(all.first(needed), EXS_LittleEndianExplicit, false))
+        ++needed;
+    QVERIFY(needed > 200 && needed < 1000);  // the pixels are not waited for
+    const auto header = readHeader(all.first(needed), EXS_LittleEndianExplicit, false);
+    QCOMPARE(header->studyInstanceUid, std::string{"1.2.826.0.1.1"});
+    QCOMPARE(header->instanceNumber, std::string{"1"});
+    QCOMPARE(header->patientName, std::string{"Doe^Jane"});
+}
+
+void ArchiveTest::longValuesArePassedOver_data() {
+    QTest::addColumn<int>("syntax");
+    QTest::newRow("little endian") << int{EXS_LittleEndianExplicit};
+    QTest::newRow("big endian") << int{EXS_BigEndianExplicit};
+}
+
+void ArchiveTest::longValuesArePassedOver() {
+    QFETCH(const int, syntax);
+    const auto object = makeObject({.patientName = std::string(5000, 'n')});
+    const std::vector<Uint16> numbers(4000, 7);
+    for (const DcmTag& tag : {DcmTag{0x0009, 0x1001, EVR_US}, DcmTag{DCM_PatientID, EVR_US}}) {
+        auto element = std::make_unique<DcmUnsignedShort>(tag);
+        QVERIFY(element->putUint16Array(numbers.data(), numbers.size()).good());
+        QVERIFY(object->getDataset()->insert(element.release(), OFTrue).good());
+    }
+    const auto data = sent(*object, static_cast<E_TransferSyntax>(syntax));
+    QVERIFY(!readHeader(std::span{data}.first(6000), static_cast<E_TransferSyntax>(syntax), false));
+    const auto header = readHeader(data, static_cast<E_TransferSyntax>(syntax), true);
+    QVERIFY(header.has_value());
+    QCOMPARE(header->patientName, std::string{});
+    QCOMPARE(header->patientId, std::string{});
+    QCOMPARE(header->studyInstanceUid, std::string{"1.2.826.0.1.1"});
+    QCOMPARE(header->instanceNumber, std::string{"1"});
+}
+
+void ArchiveTest::whatIsNoDataSetIsRefused() {
+    const auto refused = [](std::span<const char> data) {
+        try {
+            const auto header = readHeader(data, EXS_LittleEndianExplicit, true);
+            return header && !isUid(header->studyInstanceUid);  // read as far as it went, and refused then
+        } catch (const StoreFailure& failure) {
+            return failure.status() == 0xc000;
+        }
+    };
+    QVERIFY(refused({}));
+    QVERIFY(refused(bytes("neither a tag nor a length is in this text")));
+    const std::string cut{
+        "\x08\x00\x18\x00UI\x40\x00"
+        "1.2.3",
+        13};  // says 64 bytes
+    QVERIFY(refused(cut));
+}
+
+void ArchiveTest::aFileThatIsNotKeptLeavesNothing() {
+    const QTemporaryDir root;
+    const std::filesystem::path folder{root.filePath(u"1.2/1.2.3"_s).toStdString()};
+    {
+        ArchiveFile file{folder, "1.dcm"};
+        file.write(bytes("text"));
+        QCOMPARE(names(root.filePath(u"1.2/1.2.3"_s)).size(), 1);
+    }
+    QCOMPARE(names(root.path()), QStringList{});
+    {
+        ArchiveFile file{folder, "1.dcm"};
+        file.write(bytes("text"));
+        file.publish();
+        QCOMPARE(names(root.filePath(u"1.2/1.2.3"_s)), QStringList{u"1.dcm"_s});
+    }
+    QCOMPARE(names(root.path()), QStringList{});
+    QVERIFY_EXCEPTION_THROWN((ArchiveFile{"/nowhere/1.2/1.2.3", "1.dcm"}), std::system_error);
+}
+
+void ArchiveTest::aFileThatIsKeptStays() {
+    const QTemporaryDir root;
+    const QString folder = root.filePath(u"1.2/1.2.3"_s);
+    for (const char* name : {"1.dcm", "2.dcm"}) {
+        ArchiveFile file{folder.toStdString(), name};
+        file.write(bytes("te"));
+        file.write(bytes("xt"));
+        file.publish();
+        file.keep();
+    }
+    { const ArchiveFile dropped{folder.toStdString(), "3.dcm"}; }
+    QCOMPARE(names(folder), (QStringList{u"1.dcm"_s, u"2.dcm"_s}));
+    QCOMPARE(read(folder + u"/2.dcm"_s), QByteArray{"text"});
+}
+
+void ArchiveTest::aReplacedFileComesBackUnlessKept() {
+    const QTemporaryDir root;
+    const QString folder = root.filePath(u"1.2/1.2.3"_s);
+    const auto replace = [&folder](const char* text, bool keep) {
+        ArchiveFile file{folder.toStdString(), "1.dcm"};
+        file.write(bytes(text));
+        file.publish();
+        if (keep)
+            file.keep();
+    };
+    replace("first", true);
+    replace("second", false);
+    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"first"});
+    replace("third", true);
+    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"third"});
+    QCOMPARE(names(folder), QStringList{u"1.dcm"_s});
+}
+
+void ArchiveTest::leftoversAreTakenAway() {
+    const QTemporaryDir root;
+    QDir{root.path()}.mkpath(u"1.2/1.2.3"_s);
+    const QString left = root.filePath(u"1.2/1.2.3/.tessalyd-7-1.part"_s);
+    write(left, "half");
+    makeOld(left);
+    const LeftoverCleaner cleaner{{"/nowhere", root.path().toStdString()}};
+    EVENTUALLY(!QFile::exists(left));
+}
+
+void ArchiveTest::nobodyElsesFilesAreTakenAway() {
+    const QTemporaryDir root;
+    QDir{root.path()}.mkpath(u"1.2/1.2.3"_s);
+    const QString folder = root.filePath(u"1.2/1.2.3"_s);
+    const QString left = folder + u"/.tessalyd-7-1.part"_s;
+    const QString locked = folder + u"/.tessalyd-7-2.part"_s;  // another server writes it
+    const QString young = folder + u"/.tessalyd-7-3.part"_s;
+    const QString elsewhere = root.filePath(u".tessalyd-7-4.part"_s);
+    const QString other = folder + u"/other.part"_s;
+    for (const QString& file : {left, locked, elsewhere, other, folder + u"/1.dcm"_s}) {
+        write(file, "text");
+        makeOld(file);
+    }
+    const FileDescriptor writer{::open(qPrintable(locked), O_RDWR | O_CLOEXEC)};
+    QCOMPARE(::flock(writer.get(), LOCK_EX | LOCK_NB), 0);
+    write(young, "text");
+    QFile target{young};
+    QVERIFY(target.open(QIODevice::ReadWrite));
+    QVERIFY(target.setFileTime(QDateTime::currentDateTime().addSecs(60), QFileDevice::FileModificationTime));
+    {
+        const LeftoverCleaner cleaner{{root.path().toStdString()}};
+        EVENTUALLY(!QFile::exists(left));
+    }
+    QCOMPARE(names(folder),
+             (QStringList{u".tessalyd-7-2.part"_s, u".tessalyd-7-3.part"_s, u"1.dcm"_s, u"other.part"_s}));
+    QVERIFY(QFile::exists(elsewhere));
+}
+
+void ArchiveTest::aNewStudyHasOneFolderForAllPorts() {
+    const ScratchDatabase database;
+    ArchiveIndex index;
+    ObjectHeader header;
+    header.studyInstanceUid = "1.2";
+    header.seriesInstanceUid = "1.2.1";
+    header.sopInstanceUid = "1.2.1.1";
+    {
+        const auto first = index.place(header, "/one");
+        const auto second = index.place(header, "/two");  // before the first has its rows
+        QCOMPARE(first->location().path(), std::string{"/one\\1.2\\1.2.1\\1.2.1.1.dcm"});
+        QCOMPARE(second->location(), first->location());
+    }
+    const auto third = index.place(header, "/two");  // nothing came of the other two
+    QCOMPARE(third->location().studyPath, std::string{"/two\\1.2"});
+    QVERIFY(!index.record(header, third->location()));
+    QCOMPARE(index.place(header, "/three")->location(), third->location());
+    database.run(u"UPDATE Study SET StudyPath='/moved'"_s);
+    QVERIFY_EXCEPTION_THROWN((void)index.record(header, third->location()), StoreFailure);
+}
+
+void ArchiveTest::theConfigurationIsRead() {
+    const ScratchDatabase database;
+    database.run(u"UPDATE DicomServer SET LogLevel=2, DumpLevel=21, QueryTimeout=7"_s);
+    database.run(u"UPDATE Port SET AETitle=' A B ', CheckCallingAE=1, SaveCompressed=0"_s);
+    database.run(u"INSERT INTO DicomNodes (Name, AETitle) VALUES ('x', 'X1 '), ('y', 'Y1'), ('z', NULL)"_s);
+    database.run(u"INSERT INTO PortRemoteNodes VALUES ('11112', 'X'), ('11112', 'z'), ('104', 'y')"_s);
+    db::Connection connection;
+    openDatabase(connection);
+    const Configuration configuration = readConfiguration(connection);
+    QCOMPARE(configuration.log.level, tessalyd::LogLevel::Warnings);
+    QVERIFY(configuration.log.dumps(Dump::Socket) && configuration.log.dumps(Dump::Vr));
+    QVERIFY(configuration.log.dumps(Dump::Association) && !configuration.log.dumps(Dump::Dul));
+    QCOMPARE(configuration.queryTimeout, std::chrono::seconds{7});
+    QCOMPARE(configuration.ports.size(), std::size_t{1});
+    const PortConfiguration& port = configuration.ports.front();
+    QCOMPARE(port.number(), std::optional<std::uint16_t>{11112});
+    QCOMPARE(port.aeTitle, std::string{"A B"});
+    QCOMPARE(port.maxConnections, 10);
+    QCOMPARE(port.root, database.imageRoot().toStdString());
+    QVERIFY(port.checkCallingAE && !port.checkCalledAE && !port.saveCompressed);
+    QCOMPARE(port.acceptedCallers, std::vector<std::string>{"X1"});
+}
+
+void ArchiveTest::withoutTheServersRowItsColumnsHaveUsualValues() {
+    const ScratchDatabase database;
+    database.run(u"DELETE FROM DicomServer"_s);
+    db::Connection connection;
+    openDatabase(connection);
+    const Configuration configuration = readConfiguration(connection);
+    QCOMPARE(configuration.log.level, tessalyd::LogLevel::Normal);
+    QCOMPARE(configuration.log.dumpBits, 0U);
+    QCOMPARE(configuration.queryTimeout, std::chrono::seconds{0});
+    QCOMPARE(configuration.ports.size(), std::size_t{1});
+}
+
+void ArchiveTest::openAssociationsAreCountedPerPort() {
+    QStringList events;
+    const auto note = [&events](QChar sign) {
+        return [&events, sign](const AssociationNames& names, int total) {
+            events << sign + QString::fromStdString(names.port) + u' ' + QString::number(total);
+        };
+    };
+    OpenAssociations open{note(u'+'), note(u'-')};
+    {
+        const auto first = open.open({.port = "1", .callingAETitle = "A", .calledAETitle = "B"}, 1);
+        QVERIFY(first.has_value());
+        QVERIFY(!open.open({.port = "1", .callingAETitle = "A", .calledAETitle = "B"}, 1));
+        const auto second = open.open({.port = "2", .callingAETitle = "A", .calledAETitle = "B"}, 1);
+        QCOMPARE(open.total(), 2);
+    }
+    QVERIFY(open.open({.port = "1", .callingAETitle = "A", .calledAETitle = "B"}, 1).has_value());
+    QCOMPARE(events, (QStringList{u"+1 1"_s, u"+2 2"_s, u"-2 1"_s, u"-1 0"_s, u"+1 1"_s, u"-1 0"_s}));
+}
+
+QTEST_GUILESS_MAIN(ArchiveTest)
+#include "tst_archive.moc"
