@@ -52,8 +52,9 @@ class Query {
     /// Binds from the first parameter onward.
     Query& bindAll(std::vector<Param> values);
 
-    /// Runs a statement that returns rows, as a forward-only, read-only set. Throws while an earlier set of
-    /// this query is still alive.
+    /// Runs a statement that returns rows, as a forward-only, read-only set, of which the first row has been
+    /// fetched: a statement that cannot give it fails here. Throws while an earlier set of this query is
+    /// still alive.
     [[nodiscard]] ResultSet open();
 
     /// Runs a statement once; nothing is read back from it.

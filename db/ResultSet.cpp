@@ -31,11 +31,17 @@ Error noNumber(std::string_view column) {
 }  // namespace
 
 ResultSet::ResultSet(std::shared_ptr<detail::Statement> statement) : statement_(std::move(statement)) {
-    SQLSMALLINT count = 0;
-    statement_->check(SQLNumResultCols(statement_->get(), &count));
-    if (statement_->columns.size() != static_cast<std::size_t>(count))
-        describeColumns(count);
-    cells_.resize(columns().size());
+    try {
+        SQLSMALLINT count = 0;
+        statement_->check(SQLNumResultCols(statement_->get(), &count));
+        if (statement_->columns.size() != static_cast<std::size_t>(count))
+            describeColumns(count);
+        cells_.resize(columns().size());
+        fetched_ = fetch();
+    } catch (...) {
+        close();  // the query may run again
+        throw;
+    }
     statement_->walking = true;
 }
 
@@ -57,16 +63,24 @@ const std::vector<ResultSet::Column>& ResultSet::columns() const noexcept {
 }
 
 ResultSet::~ResultSet() {
-    if (!statement_)
-        return;  // moved from
+    if (statement_)  // or else moved from
+        close();
+}
+
+void ResultSet::close() {
     SQLFreeStmt(statement_->get(), SQL_CLOSE);
     statement_->walking = false;
+}
+
+bool ResultSet::fetch() {
+    return statement_->check(SQLFetch(statement_->get())) != SQL_NO_DATA;
 }
 
 bool ResultSet::next() {
     cellsRead_ = 0;
     onRow_ = false;  // stays so when the fetch throws
-    onRow_ = statement_->check(SQLFetch(statement_->get())) != SQL_NO_DATA;
+    onRow_ = fetched_ ? *fetched_ : fetch();
+    fetched_.reset();
     return onRow_;
 }
 

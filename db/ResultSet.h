@@ -18,6 +18,8 @@ class Statement;
 /// Other statements may run, fetch and delete on the connection while it is walked.
 class ResultSet {
   public:
+    /// Fetches the first row: some drivers do a statement's work only then, and what fails is to fail before
+    /// anybody makes room for the rows.
     explicit ResultSet(std::shared_ptr<detail::Statement> statement);
     ~ResultSet();
     ResultSet(ResultSet&& other) noexcept = default;
@@ -52,11 +54,14 @@ class ResultSet {
     Cell& cell(std::string_view column);
     void read(std::size_t index);
     void describeColumns(int count);
+    [[nodiscard]] bool fetch();
+    void close();
 
     std::shared_ptr<detail::Statement> statement_;
     std::vector<Cell> cells_;    // reused from row to row, so that a long walk allocates nothing
     std::size_t cellsRead_ = 0;  // cells 0 to cellsRead_-1 hold the current row
     bool onRow_ = false;
+    std::optional<bool> fetched_;  // whether there is a first row, until next() has said so
 };
 
 }  // namespace tessaly::db

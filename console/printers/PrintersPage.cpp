@@ -35,7 +35,7 @@ PrintersPage::PrintersPage(MainWindowOperations& window, QWidget* parent)
 
 void PrintersPage::LoadDicomPrinters() {
     ui::guarded(this, ui::BoxStyle::Plain, [this] {
-        ui::ReportList::Load load{list()};
+        ui::ReportList::Load load{list()};  // before the statement, as is meant for this list alone
         db::Query query{Globals::DbConnection(), "SELECT * FROM Printers ORDER BY Name"};
         db::ResultSet rows = query.open();
         while (rows.next()) {
