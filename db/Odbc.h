@@ -80,6 +80,13 @@ class Statement {
     [[nodiscard]] const std::string& text() const noexcept { return text_; }
     SQLRETURN check(SQLRETURN result) const { return handle_.check(result, text_); }
 
+    /// Prepares the text, whatever the handle did before; hands ODBC's answer through.
+    SQLRETURN prepare() {
+        const SQLRETURN result = SQLPrepare(get(), odbcText(text_), static_cast<SQLINTEGER>(text_.size()));
+        prepared = SQL_SUCCEEDED(result);
+        return result;
+    }
+
     bool prepared = false;
     bool walking = false;  ///< a result set is alive on it
     std::size_t boundParams = 0;

@@ -68,11 +68,8 @@ void Query::run() {
     detail::Statement& statement = *statement_;
     if (statement.walking)
         throw Error("The statement's rows are still being read");
-    if (!statement.prepared) {
-        statement.check(SQLPrepare(statement.get(), detail::odbcText(statement.text()),
-                                   static_cast<SQLINTEGER>(statement.text().size())));
-        statement.prepared = true;
-    }
+    if (!statement.prepared)
+        statement.check(statement.prepare());
     std::vector<Bound> bound(params_.size());
     if (params_.size() < statement.boundParams)  // the last run's values are gone
         SQLFreeStmt(statement.get(), SQL_RESET_PARAMS);

@@ -70,10 +70,17 @@ ResultSet::~ResultSet() {
 void ResultSet::close() {
     SQLFreeStmt(statement_->get(), SQL_CLOSE);
     statement_->walking = false;
+    // The SQLite driver steps through the rows of a statement without parameters, and does not reset one that
+    // is left before its end: it would hold its read of the database, and give the rest of the rows when it
+    // is run again.
+    if (!ended_ && statement_->boundParams == 0 && statement_.use_count() > 1)
+        statement_->prepare();
 }
 
 bool ResultSet::fetch() {
-    return statement_->check(SQLFetch(statement_->get())) != SQL_NO_DATA;
+    ended_ = true;  // also by a fetch that fails
+    ended_ = statement_->check(SQLFetch(statement_->get())) == SQL_NO_DATA;
+    return !ended_;
 }
 
 bool ResultSet::next() {

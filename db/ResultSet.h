@@ -61,6 +61,7 @@ class ResultSet {
     std::vector<Cell> cells_;    // reused from row to row, so that a long walk allocates nothing
     std::size_t cellsRead_ = 0;  // cells 0 to cellsRead_-1 hold the current row
     bool onRow_ = false;
+    bool ended_ = false;
     std::optional<bool> fetched_;  // whether there is a first row, until next() has said so
 };
 

@@ -7,7 +7,7 @@ using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
 
-/// Statements that the embedded driver takes, and that fail only when it looks for their first row.
+/// What the embedded driver does for a set only when its rows are fetched.
 class FirstRowTest : public QObject {
     Q_OBJECT
 
@@ -31,6 +31,8 @@ class FirstRowTest : public QObject {
     void whatFailsAtTheFirstRowFailsToOpen();
     void theFirstRowIsGivenOnce_data();
     void theFirstRowIsGivenOnce();
+    void aSetThatIsLeftEarlyIsOver_data();
+    void aSetThatIsLeftEarlyIsOver();
 
   private:
     std::unique_ptr<ScratchDatabase> scratch_;
@@ -99,6 +101,30 @@ void FirstRowTest::theFirstRowIsGivenOnce() {
     while (taken.next())
         found << QString::fromStdString(taken.text("K"));
     QCOMPARE(found, keys);
+}
+
+void FirstRowTest::aSetThatIsLeftEarlyIsOver_data() {
+    QTest::addColumn<int>("rowsRead");
+    QTest::newRow("before the first row") << 0;
+    QTest::newRow("after the first row") << 1;
+    QTest::newRow("after the last row") << 2;
+}
+
+void FirstRowTest::aSetThatIsLeftEarlyIsOver() {
+    QFETCH(int, rowsRead);
+    db::Query query{*connection_, "SELECT * FROM T ORDER BY K"};
+    {
+        db::ResultSet rows = query.open();
+        for (int i = 0; i < rowsRead; ++i)
+            QVERIFY(rows.next());
+    }
+    scratch_->run(u"BEGIN EXCLUSIVE"_s);  // nobody reads any more
+    scratch_->run(u"INSERT INTO T VALUES ('c')"_s);
+    scratch_->run(u"COMMIT"_s);
+    QStringList keys;
+    for (db::ResultSet rows = query.open(); rows.next();)
+        keys << QString::fromStdString(rows.text("K"));
+    QCOMPARE(keys, (QStringList{u"a"_s, u"b"_s, u"c"_s}));
 }
 
 QTEST_GUILESS_MAIN(FirstRowTest)
