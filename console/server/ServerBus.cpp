@@ -28,9 +28,10 @@ QString nextConnectionName() {
 
 }  // namespace
 
-ServerBus::ServerBus()
+ServerBus::ServerBus(int answerLimit)
     : name_(nextConnectionName()),
-      connection_(QDBusConnection::connectToBus(QDBusConnection::SessionBus, name_)) {}
+      connection_(QDBusConnection::connectToBus(QDBusConnection::SessionBus, name_)),
+      answerLimit_(answerLimit) {}
 
 ServerBus::~ServerBus() {
     QDBusConnection::disconnectFromBus(name_);
@@ -65,15 +66,27 @@ QString ServerBus::owner() const {
     return reply.type() == QDBusMessage::ReplyMessage ? reply.arguments().value(0).toString() : QString{};
 }
 
-void ServerBus::checkAnswers() const {
-    if (unanswered_ && !unanswered_->isFinished())
-        tessaly::server::fail(u"The server does not answer"_s);
+void ServerBus::checkAnswers() {
+    if (!unanswered_)
+        return;
+    if (unanswered_->isFinished()) {
+        // Every other error is an answer too: whoever asks next will hear of it.
+        if (unanswered_->error().type() != QDBusError::NoReply)
+            return;
+        ask(question_);
+    }
+    tessaly::server::fail(u"The server does not answer"_s);
+}
+
+void ServerBus::ask(const QDBusMessage& question) {
+    question_ = question;
+    unanswered_ = connection_.asyncCall(question, answerLimit_);
 }
 
 void ServerBus::fail(const QDBusError& error, const QDBusMessage& question) {
     // The bus gives the same error for a process that vanished; the question is then answered at once.
     if (error.type() == QDBusError::NoReply)
-        unanswered_ = connection_.asyncCall(question);
+        ask(question);
     tessaly::server::fail(error.message());
 }
 

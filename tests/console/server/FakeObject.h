@@ -36,6 +36,10 @@ class FakeObject : public QObject, protected QDBusContext {
     void Restart() { obey("Restart", 0); }
     int GetStatus(int& openAssociations, int& portsBound) {
         ++looks_;
+        if (swallows_ > 0) {
+            --swallows_;
+            setDelayedReply(true);  // which never comes
+        }
         QThread::msleep(delay_);
         openAssociations = 3;
         portsBound = 1;
@@ -64,6 +68,8 @@ class FakeObject : public QObject, protected QDBusContext {
     int Looks() { return looks_; }
     void SetState(int state) { state_ = state; }
     void SetService(bool service) { service_ = service; }
+    /// So many calls of GetStatus get no answer.
+    void SetSwallows(int calls) { swallows_ = calls; }
     /// Every answer takes so long, in milliseconds.
     void SetDelay(uint delay) { delay_ = delay; }
     /// From Terminate to the end; negative: never.
@@ -129,6 +135,7 @@ class FakeObject : public QObject, protected QDBusContext {
     QFile log_;
     int state_ = 0;
     int looks_ = 0;
+    int swallows_ = 0;
     bool service_ = false;
     bool refuses_ = false;
     bool refusesService_ = false;

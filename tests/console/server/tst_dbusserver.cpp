@@ -16,6 +16,7 @@ constexpr int Patience = 30'000;  // ms for what takes a second or two on an idl
 
 // The console is not to stand still for longer; the bus alone would wait for 25 s.
 static_assert(ServerBus::CallLimit <= 2000);
+static_assert(ServerBus::AnswerLimit == 3000);
 
 // Faults that come from the limit, and those that come without waiting for anything.
 const QString NoReply = u"Did not receive a reply"_s;
@@ -49,6 +50,7 @@ class DBusServerTest : public QObject {
     void anAnswerThatTakesLongIsNotWaitedFor_data();
     void anAnswerThatTakesLongIsNotWaitedFor();
     void aHungServerIsWaitedForOnce();
+    void aSwallowedQuestionIsAskedAnew();
     void aCrashedServerStaysGone();
     void terminateReturnsWhenTheProcessIsGone();
     void terminateOfAServerThatCrashes();
@@ -182,6 +184,25 @@ void DBusServerTest::aHungServerIsWaitedForOnce() {
     QTRY_VERIFY_WITH_TIMEOUT(canBeMade(), Patience);
     QCOMPARE(make()->GetStatus().state, 0);
     QCOMPARE(fake_->process(), process);
+}
+
+void DBusServerTest::aSwallowedQuestionIsAskedAnew() {
+    bus_ = std::make_shared<ServerBus>(200);
+    const auto server = make();
+    constexpr int Swallowed = 5;
+    fake_->tell(u"SetSwallows"_s, {Swallowed});
+    QVERIFY_FAILS((void)server->GetStatus(), NoReply);
+    QSet<QString> faults;
+    const auto comesBack = [&] {
+        const QString says = fault([&] { QCOMPARE(server->GetStatus().state, 0); });
+        if (!says.isNull())
+            faults << says;
+        return says.isNull();
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(comesBack(), Patience);
+    // All of them but the first were questions that nobody waited for.
+    QCOMPARE(faults, QSet<QString>{NotWaitedFor});
+    QVERIFY(fake_->tell(u"Looks"_s).toInt() > Swallowed);
 }
 
 void DBusServerTest::aCrashedServerStaysGone() {
