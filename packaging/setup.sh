@@ -46,7 +46,7 @@ install_packages() {
         die "These packages could not be installed: ${missing[*]}"
 }
 
-build() {  # PRESET
+build() {  # PRESET [TARGET...]; without a target everything
     [[ $top/build/$1/build.ninja -nt $top/CMakePresets.json ]] || cmake -S "$top" --preset "$1" || die "The build cannot be set up"
-    (cd "$top" && cmake --build --preset "$1") || die "The build failed"
+    (cd "$top" && cmake --build --preset "$1" ${2:+--target "${@:2}"}) || die "The build failed"
 }

@@ -3,10 +3,6 @@
 . "$(dirname "$0")/support.sh"
 
 mkdir "$scratch/bin" "$scratch/packaging"
-stand_in() {  # COMMAND; the body from standard input
-    { echo '#!/bin/bash'; cat; } >"$1"
-    chmod +x "$1"
-}
 stand_in "$scratch/bin/dpkg-query" <<'END'
 for name; do
     case $name in

@@ -36,3 +36,8 @@ expect_one_line() {  # PATTERN
     # shellcheck disable=SC2053
     [[ $(<"$scratch/err") == $1 ]] || fail "not $1"
 }
+
+stand_in() {  # FILE; the body from standard input
+    { echo '#!/bin/bash'; cat; } >"$1"
+    chmod +x "$1"
+}
