@@ -1,19 +1,16 @@
 #include <QFile>
 #include <QTest>
 
-#include "tests/tessalyd/Association.h"
-#include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/DaemonTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
 
 /// What the server writes into its log.
-class LogTest : public QObject {
+class LogTest : public DaemonTest {
     Q_OBJECT
 
   private Q_SLOTS:
-    void cleanup() { daemon_.reset(); }
-
     void theLevelsDecideWhatIsLogged_data();
     void theLevelsDecideWhatIsLogged();
     void dumpsAreLoggedWhenAskedFor_data();
@@ -21,7 +18,6 @@ class LogTest : public QObject {
     void theLogIsRotated();
 
   private:
-    std::unique_ptr<Daemon> daemon_;
 };
 
 void LogTest::theLevelsDecideWhatIsLogged_data() {

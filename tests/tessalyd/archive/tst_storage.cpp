@@ -7,19 +7,16 @@
 #include <QNetworkReply>
 #include <QTest>
 
-#include "tests/tessalyd/Association.h"
-#include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/DaemonTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
 
 /// What becomes of an object: its file, its rows, and the answer to the sender.
-class StorageTest : public QObject {
+class StorageTest : public DaemonTest {
     Q_OBJECT
 
   private Q_SLOTS:
-    void cleanup() { daemon_.reset(); }
-
     void anObjectIsFiledAndRegistered();
     void objectsOfAStudyShareItsRows();
     void laterObjectsBringTheRowsUpToDate();
@@ -37,14 +34,6 @@ class StorageTest : public QObject {
     void anotherArchiveForwardsItsObjects();
 
   private:
-    void launch(const QList<PortRow>& ports = {PortRow{}}) {
-        daemon_ = std::make_unique<Daemon>(ports);
-        daemon_->launch();
-    }
-    Association::Answer store(const ObjectSpec& spec, int port = 0) {
-        return Association{daemon_->port(port)}.store(*makeObject(spec));
-    }
-    QString scratch(const QString& name) { return daemon_->database.folder() + u'/' + name; }
     /// GET, or POST with a body; empty when it fails.
     static QByteArray ask(const QString& port, const QString& path, const QByteArray& body = {}) {
         QNetworkAccessManager network;
@@ -55,8 +44,6 @@ class StorageTest : public QObject {
         const bool done = QTest::qWaitFor([&reply] { return reply->isFinished(); }, PatienceMs);
         return done && reply->error() == QNetworkReply::NoError ? reply->readAll() : QByteArray{};
     }
-
-    std::unique_ptr<Daemon> daemon_;
 };
 
 void StorageTest::anObjectIsFiledAndRegistered() {

@@ -4,19 +4,16 @@
 #include <QTest>
 #include <csignal>
 
-#include "tests/tessalyd/Association.h"
-#include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/DaemonTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
 
 /// Who is let in, how many, and what is said of them on the bus.
-class AssociationsTest : public QObject {
+class AssociationsTest : public DaemonTest {
     Q_OBJECT
 
   private Q_SLOTS:
-    void cleanup() { daemon_.reset(); }
-
     void anEchoIsAnswered();
     void aWrongCalledTitleIsRejected();
     void anUnknownCallerIsRejected();
@@ -33,20 +30,14 @@ class AssociationsTest : public QObject {
     void whatIsNoDicomIsDropped();
 
   private:
-    void launch(const PortRow& port) {
-        daemon_ = std::make_unique<Daemon>(QList<PortRow>{port});
-        daemon_->launch();
-    }
     Outcome echo(const QStringList& options = {}) {
         return run(u"echoscu"_s,
                    QStringList{u"-v"_s} + options + QStringList{u"localhost"_s, daemon_->port()});
     }
-
-    std::unique_ptr<Daemon> daemon_;
 };
 
 void AssociationsTest::anEchoIsAnswered() {
-    launch({});
+    launch();
     const Outcome peer = echo({u"-aet"_s, u"MODALITY"_s, u"-aec"_s, u"ANYTHING"_s});
     QCOMPARE(peer.exitCode, 0);
     QVERIFY(peer.output.contains(u"Received Echo Response (Success)"_s));
@@ -57,7 +48,7 @@ void AssociationsTest::anEchoIsAnswered() {
 }
 
 void AssociationsTest::aWrongCalledTitleIsRejected() {
-    launch({.checkCalled = true});
+    launch({PortRow{.checkCalled = true}});
     const Outcome wrong = echo({u"-aec"_s, u"tessaly"_s});
     QVERIFY(wrong.exitCode != 0);
     QVERIFY2(wrong.output.contains(u"Result: Rejected Permanent, Source: Service User"_s),
@@ -90,8 +81,7 @@ void AssociationsTest::anUnknownCallerIsRejected() {
 
 void AssociationsTest::theLimitHoldsPerPort() {
     const QList<PortRow> ports{{.maxConnections = 2}, {.maxConnections = 1}};
-    daemon_ = std::make_unique<Daemon>(ports);
-    daemon_->launch();
+    launch(ports);
     Association first{daemon_->port()};
     Association second{daemon_->port()};
     QVERIFY(first.isOpen() && second.isOpen());
@@ -108,7 +98,7 @@ void AssociationsTest::theLimitHoldsPerPort() {
 }
 
 void AssociationsTest::onlyVerificationAndStorageAreAccepted() {
-    launch({});
+    launch();
     const std::vector<std::string> plain{UID_LittleEndianImplicitTransferSyntax};
     Association peer{daemon_->port(),
                      "TESTER",
@@ -126,7 +116,7 @@ void AssociationsTest::onlyVerificationAndStorageAreAccepted() {
 }
 
 void AssociationsTest::everyStorageClassIsAccepted() {
-    launch({});
+    launch();
     const std::vector<std::string> syntaxes{
         UID_LittleEndianImplicitTransferSyntax, UID_LittleEndianExplicitTransferSyntax,
         UID_BigEndianExplicitTransferSyntax,    UID_JPEGProcess1TransferSyntax,
@@ -149,7 +139,7 @@ void AssociationsTest::everyStorageClassIsAccepted() {
 }
 
 void AssociationsTest::theFirstSyntaxThatIsTakenWins() {
-    launch({});
+    launch();
     Association peer{daemon_->port(),
                      "TESTER",
                      "TESSALY",
@@ -161,7 +151,7 @@ void AssociationsTest::theFirstSyntaxThatIsTakenWins() {
 
 void AssociationsTest::fiftyAssociationsAreOpenAtOnce() {
     constexpr int Many = 50;
-    launch({.maxConnections = Many});
+    launch({PortRow{.maxConnections = Many}});
     std::vector<std::unique_ptr<Association>> peers;
     peers.reserve(Many);
     for (int i = 0; i < Many; ++i)
@@ -180,7 +170,7 @@ void AssociationsTest::fiftyAssociationsAreOpenAtOnce() {
 }
 
 void AssociationsTest::anAbortInTheMiddleOfAStoreLeavesNothing() {
-    launch({});
+    launch();
     const ObjectSpec large{.side = 1200};  // 2.8 MB
     Association peer{daemon_->port()};
     peer.beginStore(large, 2'000'000);  // enough for the file to be begun
@@ -194,7 +184,7 @@ void AssociationsTest::anAbortInTheMiddleOfAStoreLeavesNothing() {
 }
 
 void AssociationsTest::aKilledClientIsNoticed() {
-    launch({});
+    launch();
     const QString object = writeObject({.side = 512}, daemon_->database.folder() + u"/one.dcm"_s);
     QProcess sender;
     sender.start(u"storescu"_s, {u"--repeat"_s, u"100000"_s, u"localhost"_s, daemon_->port(), object});
@@ -209,7 +199,7 @@ void AssociationsTest::aKilledClientIsNoticed() {
 }
 
 void AssociationsTest::silentConnectionsHoldNobodyUp() {
-    launch({});
+    launch();
     QTcpSocket silent;
     QTcpSocket halfway;
     for (QTcpSocket* socket : {&silent, &halfway}) {
@@ -224,7 +214,7 @@ void AssociationsTest::silentConnectionsHoldNobodyUp() {
 }
 
 void AssociationsTest::aConnectionThatClosesIsNoAssociation() {
-    launch({});
+    launch();
     for (const QByteArray& said :
          {QByteArray{}, associationRequest().first(3), associationRequest().first(40)}) {
         QTcpSocket probe;
@@ -241,7 +231,7 @@ void AssociationsTest::aConnectionThatClosesIsNoAssociation() {
 }
 
 void AssociationsTest::anotherProtocolIsRejected() {
-    launch({});
+    launch();
     QTcpSocket peer;
     peer.connectToHost(u"127.0.0.1"_s, daemon_->port().toUShort());
     QVERIFY(peer.waitForConnected());
@@ -256,7 +246,7 @@ void AssociationsTest::anotherProtocolIsRejected() {
 }
 
 void AssociationsTest::whatIsNoDicomIsDropped() {
-    launch({});
+    launch();
     QTcpSocket browser;
     browser.connectToHost(u"127.0.0.1"_s, daemon_->port().toUShort());
     QVERIFY(browser.waitForConnected());

@@ -2,20 +2,18 @@
 #include <QTest>
 #include <set>
 
-#include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/Objects.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
 
 /// Many objects from many clients at once, and the server's death among them.
-class LoadTest : public QObject {
+class LoadTest : public DaemonTest {
     Q_OBJECT
 
   private Q_SLOTS:
     void initTestCase();
-    void cleanup() { daemon_.reset(); }
-
     void everyObjectOfEightClientsArrives();
     void aKilledServerHasNoRowWithoutAFile();
 
@@ -33,7 +31,6 @@ class LoadTest : public QObject {
     void compareImagesWithFiles();
 
     QTemporaryDir objects_;
-    std::unique_ptr<Daemon> daemon_;
 };
 
 void LoadTest::initTestCase() {

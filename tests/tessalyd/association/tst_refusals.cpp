@@ -5,19 +5,16 @@
 #include <QFile>
 #include <QTest>
 
-#include "tests/tessalyd/Association.h"
-#include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/DaemonTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
 
 /// Objects that cannot be stored: the sender is told so, and nothing of them stays.
-class RefusalsTest : public QObject {
+class RefusalsTest : public DaemonTest {
     Q_OBJECT
 
   private Q_SLOTS:
-    void cleanup() { daemon_.reset(); }
-
     void unfitUidsAreRefused();
     void anotherObjectThanAnnouncedIsRefused();
     void whatIsNoDataSetIsRefused_data();
@@ -35,13 +32,6 @@ class RefusalsTest : public QObject {
     void aFullDiskRefusesTheObject();
 
   private:
-    void launch(const QList<PortRow>& ports = {PortRow{}}) {
-        daemon_ = std::make_unique<Daemon>(ports);
-        daemon_->launch();
-    }
-    Association::Answer store(const ObjectSpec& spec, int port = 0) {
-        return Association{daemon_->port(port)}.store(*makeObject(spec));
-    }
     void compareRefused(const Association::Answer& answer, int status) {
         QVERIFY(answer.arrived);
         QCOMPARE(answer.status, status);
@@ -55,8 +45,6 @@ class RefusalsTest : public QObject {
     static constexpr int OutOfResources = 0xa700;
     static constexpr int DoesNotMatch = 0xa900;
     static constexpr int CannotUnderstand = 0xc000;
-
-    std::unique_ptr<Daemon> daemon_;
 };
 
 void RefusalsTest::unfitUidsAreRefused() {

@@ -9,8 +9,7 @@
 #include <csignal>
 
 #include "tests/support/ScratchBus.h"
-#include "tests/tessalyd/Association.h"
-#include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/DaemonTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
@@ -50,12 +49,10 @@ class UnitManager : public QDBusVirtualObject {
 }  // namespace
 
 /// The server as its console has it: on the bus.
-class ControlTest : public QObject {
+class ControlTest : public DaemonTest {
     Q_OBJECT
 
   private Q_SLOTS:
-    void cleanup() { daemon_.reset(); }
-
     void itListensFromTheLaunchOn();
     void aSecondInstanceGivesWay();
     void startAndStop();
@@ -75,10 +72,6 @@ class ControlTest : public QObject {
     void itEndsWithItsBus();
 
   private:
-    void launch(const QStringList& arguments = {}) {
-        daemon_ = std::make_unique<Daemon>();
-        daemon_->launch(arguments);
-    }
     [[nodiscard]] QVariant isService() const;
     [[nodiscard]] bool echoes(int port = 0) {
         Association peer{daemon_->port(port)};
@@ -90,8 +83,6 @@ class ControlTest : public QObject {
 
     static constexpr int Listening = 0;
     static constexpr int Stopped = 2;
-
-    std::unique_ptr<Daemon> daemon_;
 };
 
 void ControlTest::itListensFromTheLaunchOn() {
@@ -139,7 +130,7 @@ void ControlTest::openAssociationsGoOnAfterStop() {
 }
 
 void ControlTest::theGraceEnds() {
-    launch({u"--grace"_s, u"1"_s});
+    launch({PortRow{}}, {u"--grace"_s, u"1"_s});
     Association before{daemon_->port()};
     QVERIFY(daemon_->succeeds(&Proxy::Restart));
     Association after{daemon_->port()};
@@ -168,8 +159,7 @@ void ControlTest::aPortInUseDoesNotStopTheOthers() {
     QTcpServer other;
     QVERIFY(other.listen(QHostAddress::Any));
     const QString taken = QString::number(other.serverPort());
-    daemon_ = std::make_unique<Daemon>(QList<PortRow>{{.port = taken}, {}});
-    daemon_->launch();
+    launch({{.port = taken}, {}});
     QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
     QVERIFY(daemon_->log().contains(u"port %1: cannot listen: bind: Address already in use"_s.arg(taken)));
     QVERIFY(echoes(1));
@@ -180,8 +170,7 @@ void ControlTest::aPortInUseDoesNotStopTheOthers() {
 }
 
 void ControlTest::aPortThatIsNoneIsReported() {
-    daemon_ = std::make_unique<Daemon>(QList<PortRow>{{.port = u"104x"_s}, {.port = u"70000"_s}, {}});
-    daemon_->launch();
+    launch({{.port = u"104x"_s}, {.port = u"70000"_s}, {}});
     QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
     QVERIFY(daemon_->log().contains(u"port 104x: cannot listen: not a TCP port"_s));
     QVERIFY(daemon_->log().contains(u"port 70000: cannot listen: not a TCP port"_s));
