@@ -6,6 +6,7 @@
 
 #include "tessalyd/Log.h"
 #include "tessalyd/association/AssociationHandler.h"
+#include "tessalyd/services/AllServices.h"
 
 namespace tessaly::tessalyd {
 
@@ -20,7 +21,9 @@ constexpr std::size_t SpareThreads = 64;
 }  // namespace
 
 Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended)
-    : transport_(RequestPatience), open_(std::move(opened), std::move(ended)) {}
+    : transport_(RequestPatience),
+      open_(std::move(opened), std::move(ended)),
+      services_(allServices(index_)) {}
 
 Server::~Server() {
     shutDown();
@@ -73,8 +76,8 @@ void Server::accept(const std::shared_ptr<const PortConfiguration>& port, FileDe
                     const std::stop_token& listening) {
     // Shared, because a std::function is to be copyable and the socket is not.
     auto held = std::make_shared<FileDescriptor>(std::move(socket));
-    const bool started = threads_.start([this, port, held, listening](Interrupter& interrupter) {
-        AssociationHandler{{transport_, open_, index_}, port, interrupter, listening}.run(std::move(*held));
+    const bool started = threads_.start([this, port, held, listening](const std::stop_token& stop) {
+        AssociationHandler{{transport_, open_, services_}, port, stop, listening}.run(std::move(*held));
     });
     if (!started)
         OFLOG_WARN(serverLog(), "port " << port->port << ": too many connections; one was closed");

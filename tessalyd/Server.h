@@ -13,6 +13,7 @@
 #include "tessalyd/association/AssociationThreads.h"
 #include "tessalyd/association/Listener.h"
 #include "tessalyd/association/OpenAssociations.h"
+#include "tessalyd/association/Service.h"
 #include "tessalyd/association/Transport.h"
 
 namespace tessaly::tessalyd {
@@ -43,7 +44,7 @@ class Server {
     /// Names all connections so far, for abortThrough().
     [[nodiscard]] std::uint64_t latestConnection() const { return threads_.latest(); }
     /// Aborts those that are still open.
-    void abortThrough(std::uint64_t connection) { threads_.interruptThrough(connection); }
+    void abortThrough(std::uint64_t connection) { threads_.stopThrough(connection); }
 
     /// Stops, aborts what is open, waits for its end and closes the database; the server is not used
     /// afterwards.
@@ -59,6 +60,7 @@ class Server {
     Transport transport_;
     OpenAssociations open_;
     ArchiveIndex index_;
+    ServiceFactory services_;
     AssociationThreads threads_;
     std::optional<LeftoverCleaner> cleaner_;
     std::vector<std::unique_ptr<Listener>> listeners_;

@@ -15,9 +15,10 @@ console/session         > console/ui passwords
 console/ui              > db dicom
 tessalyd/main           > tessalyd/control
 tessalyd/control        > tessalyd/Server
-tessalyd/Server         > tessalyd/archive tessalyd/association
+tessalyd/Server         > tessalyd/services
+tessalyd/services       > tessalyd/archive tessalyd/association
 tessalyd/archive        > tessalyd/Log tessalyd/FileDescriptor
-tessalyd/association    > tessalyd/archive
+tessalyd/association    > tessalyd/Log tessalyd/FileDescriptor dicom
 tessalyd/Log            > tessalyd/Configuration
 tessalyd/Configuration  > db
 tessalyd/FileDescriptor >

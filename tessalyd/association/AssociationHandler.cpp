@@ -1,23 +1,16 @@
 #include "tessalyd/association/AssociationHandler.h"
 
-#include <dcmtk/dcmdata/dcdatset.h>
-#include <dcmtk/dcmdata/dcdeftag.h>
-
 #include <algorithm>
 #include <exception>
 
 #include "tessalyd/Log.h"
-#include "tessalyd/archive/ArchiveWriter.h"
-#include "tessalyd/archive/StoreFailure.h"
+#include "tessalyd/association/Negotiation.h"
+#include "tessalyd/association/Requester.h"
 
 namespace tessaly::tessalyd {
 
 namespace {
 
-/// Seconds between two messages of an association; a peer that is gone is noticed earlier.
-constexpr int IdlePatience = 900;
-/// Seconds between two parts of one message.
-constexpr int MessagePatience = 60;
 /// Seconds that a peer has for closing its side of the connection.
 constexpr int ClosePatience = 5;
 
@@ -36,30 +29,25 @@ AssociationNames namesOf(const PortConfiguration& port, T_ASC_Parameters* parame
     return {.port = port.port, .callingAETitle = printable(calling), .calledAETitle = printable(called)};
 }
 
-std::string names(const AssociationNames& association) {
-    return association.callingAETitle + " > " + association.calledAETitle + " on port " + association.port;
-}
-
-DcmDataset errorComment(const std::string& comment) {
-    DcmDataset detail;
-    detail.putAndInsertString(DCM_ErrorComment, comment.c_str());
-    return detail;
+/// Each service's summary, for the log.
+std::string summaries(const Services& services) {
+    std::string all;
+    for (const auto& service : services) {
+        if (const std::string one = service->summary(); !one.empty())
+            all += ", " + one;
+    }
+    return all;
 }
 
 }  // namespace
 
-AssociationHandler::AssociationHandler(const AssociationServices& services,
-                                       std::shared_ptr<const PortConfiguration> port,
-                                       Interrupter& interrupter, std::stop_token listening)
-    : services_(services),
-      port_(std::move(port)),
-      interrupter_(interrupter),
-      listening_(std::move(listening)) {}
+AssociationHandler::AssociationHandler(const Shared& shared, std::shared_ptr<const PortConfiguration> port,
+                                       std::stop_token stop, std::stop_token listening)
+    : shared_(shared), port_(std::move(port)), stop_(std::move(stop)), listening_(std::move(listening)) {}
 
 void AssociationHandler::run(FileDescriptor socket) noexcept {
     try {
-        const OFCondition received =
-            services_.transport.receive(std::move(socket), interrupter_, association_);
+        const OFCondition received = shared_.transport.receive(std::move(socket), stop_, association_);
         if (received.good())
             answer();
         else
@@ -79,119 +67,47 @@ void AssociationHandler::answer() {
         return reject(*refusal);
     if (listening_.stop_requested())
         return reject(Refusal::NotListening);
-    auto entry = services_.open.open(names_, port_->maxConnections);
+    auto entry = shared_.open.open(names_, port_->maxConnections);
     if (!entry)
         return reject(Refusal::LimitExceeded);
     entry_.emplace(std::move(*entry));
-    negotiate(association_->params);
+    const Services services = shared_.services();
+    Requester requester{*association_, *port_, names_, negotiate(association_->params, services), stop_};
     if (const OFCondition sent = ASC_acknowledgeAssociation(association_.get()); sent.bad()) {
-        OFLOG_WARN(serverLog(), names(names_).c_str() << ": not accepted: " << sent.text());
+        OFLOG_WARN(serverLog(), names_.text().c_str() << ": not accepted: " << sent.text());
         return;
     }
-    OFLOG_INFO(serverLog(), names(names_).c_str() << ": association accepted");
+    OFLOG_INFO(serverLog(), names_.text().c_str() << ": association accepted");
     dump("accepted", ASC_ASSOC_AC);
-    serve();
-    OFLOG_INFO(serverLog(), names(names_).c_str() << ": association ended, " << stored_ << " objects stored, "
-                                                  << refused_ << " not stored");
+    try {
+        serve(requester, services);
+    } catch (const AssociationEnded& ended) {
+        end(ended.reason());
+    }
+    OFLOG_INFO(serverLog(), names_.text().c_str() << ": association ended" << summaries(services).c_str());
 }
 
 void AssociationHandler::reject(Refusal refusal) {
-    OFLOG_INFO(serverLog(), names(names_).c_str() << ": association rejected: " << description(refusal));
+    OFLOG_INFO(serverLog(), names_.text().c_str() << ": association rejected: " << description(refusal));
     const T_ASC_RejectParameters parameters = rejection(refusal);
     if (ASC_rejectAssociation(association_.get(), &parameters).good())
         ASC_dropSCPAssociation(association_.get(), ClosePatience);
 }
 
-void AssociationHandler::serve() {
-    OFCondition condition = EC_Normal;
-    while (condition.good()) {
-        T_ASC_PresentationContextID context = 0;
-        T_DIMSE_Message message{};
-        condition = receiveCommand(context, message);
-        if (condition.good())
-            condition = handle(context, message);
+void AssociationHandler::serve(Requester& requester, const Services& services) {
+    for (;;) {
+        const Request request = requester.receiveRequest();
+        const auto service = std::find_if(services.begin(), services.end(), [&request](const auto& one) {
+            return one->command() == request.message.CommandField;
+        });
+        if (service == services.end())
+            throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
+        try {
+            (*service)->answer(request, requester);
+        } catch (const RequestFailure& failure) {
+            requester.refuse(request, failure);
+        }
     }
-    end(condition);
-}
-
-OFCondition AssociationHandler::receiveCommand(T_ASC_PresentationContextID& context,
-                                               T_DIMSE_Message& message) {
-    const OFCondition received = DIMSE_receiveCommand(association_.get(), DIMSE_NONBLOCKING, IdlePatience,
-                                                      &context, &message, nullptr);
-    if (received.good())
-        dump(message, DIMSE_INCOMING);
-    return received;
-}
-
-OFCondition AssociationHandler::handle(T_ASC_PresentationContextID context, T_DIMSE_Message& message) {
-    switch (message.CommandField) {
-        case DIMSE_C_ECHO_RQ:
-            return DIMSE_sendEchoResponse(association_.get(), context, &message.msg.CEchoRQ, STATUS_Success,
-                                          nullptr);
-        case DIMSE_C_STORE_RQ:
-            return store(context, message.msg.CStoreRQ);
-        default:
-            return DIMSE_BADCOMMANDTYPE;
-    }
-}
-
-OFCondition AssociationHandler::store(T_ASC_PresentationContextID context, T_DIMSE_C_StoreRQ& request) {
-    T_DIMSE_Message answer{};
-    answer.CommandField = DIMSE_C_STORE_RSP;
-    T_DIMSE_C_StoreRSP& response = answer.msg.CStoreRSP;
-    std::string comment;
-    if (request.DataSetType == DIMSE_DATASET_NULL)
-        return DIMSE_BADCOMMANDTYPE;
-    if (const OFCondition received = receiveObject(context, request, response, comment); received.bad())
-        return received;
-    dump(answer, DIMSE_OUTGOING);
-    DcmDataset detail = errorComment(comment);
-    return DIMSE_sendStoreResponse(association_.get(), context, &request, &response,
-                                   comment.empty() ? nullptr : &detail);
-}
-
-/// A bad result is the connection's; what is wrong with the object is in the response.
-OFCondition AssociationHandler::receiveObject(T_ASC_PresentationContextID context,
-                                              const T_DIMSE_C_StoreRQ& request, T_DIMSE_C_StoreRSP& response,
-                                              std::string& comment) {
-    T_ASC_PresentationContext accepted;
-    if (const OFCondition found =
-            ASC_findAcceptedPresentationContext(association_->params, context, &accepted);
-        found.bad())
-        return found;
-    ArchiveWriter writer{*port_,
-                         services_.index,
-                         {.sopClassUid = request.AffectedSOPClassUID,
-                          .sopInstanceUid = request.AffectedSOPInstanceUID,
-                          .syntax = DcmXfer{accepted.acceptedTransferSyntax}.getXfer(),
-                          .sender = names_.callingAETitle},
-                         buffer_};
-    T_ASC_PresentationContextID dataContext = 0;
-    const OFCondition received =
-        DIMSE_receiveDataSetInFile(association_.get(), DIMSE_NONBLOCKING, MessagePatience, &dataContext,
-                                   &writer.stream(), nullptr, nullptr);
-    if (received.bad())
-        return received;
-    try {
-        if (dataContext != context)
-            throw StoreFailure{STATUS_STORE_Error_CannotUnderstand,
-                               "Command and data set do not belong together"};
-        if (std::string_view{accepted.abstractSyntax} != request.AffectedSOPClassUID)
-            throw StoreFailure{STATUS_STORE_Refused_SOPClassNotSupported,
-                               "The SOP class is not that of the presentation context"};
-        writer.finish();
-        response.DimseStatus = STATUS_Success;
-        ++stored_;
-        OFLOG_DEBUG(serverLog(), names(names_).c_str() << ": stored " << request.AffectedSOPInstanceUID);
-    } catch (const StoreFailure& failure) {
-        response.DimseStatus = failure.status();
-        comment = failure.what();
-        ++refused_;
-        OFLOG_ERROR(serverLog(), names(names_).c_str() << ": " << request.AffectedSOPInstanceUID
-                                                       << " not stored: " << comment.c_str() << ": "
-                                                       << failure.detail().c_str());
-    }
-    return EC_Normal;
 }
 
 void AssociationHandler::end(const OFCondition& reason) {
@@ -199,13 +115,13 @@ void AssociationHandler::end(const OFCondition& reason) {
     if (reason == DUL_PEERREQUESTEDRELEASE) {
         ASC_acknowledgeRelease(association_.get());
         ASC_dropSCPAssociation(association_.get(), ClosePatience);
-    } else if (interrupter_.interrupted()) {
-        OFLOG_INFO(serverLog(), names(names_).c_str() << ": aborted, as the server is being stopped");
+    } else if (stop_.stop_requested()) {
+        OFLOG_INFO(serverLog(), names_.text().c_str() << ": aborted, as the server is being stopped");
         ASC_abortAssociation(association_.get());
     } else if (reason == DUL_PEERABORTEDASSOCIATION) {
-        OFLOG_INFO(serverLog(), names(names_).c_str() << ": aborted by the peer");
+        OFLOG_INFO(serverLog(), names_.text().c_str() << ": aborted by the peer");
     } else {
-        OFLOG_WARN(serverLog(), names(names_).c_str() << ": aborted: " << reason.text());
+        OFLOG_WARN(serverLog(), names_.text().c_str() << ": aborted: " << reason.text());
         ASC_abortAssociation(association_.get());
     }
 }
@@ -217,15 +133,6 @@ void AssociationHandler::dump(const char* what, ASC_associateType type) const {
     OFString text;
     ASC_dumpParameters(text, association_->params, type);
     OFLOG_DEBUG(log, "association " << what << OFendl << text);
-}
-
-void AssociationHandler::dump(T_DIMSE_Message& message, DIMSE_direction direction) const {
-    const OFLogger& log = dumpLog(Dump::Vr);
-    if (!log.isEnabledFor(OFLogger::DEBUG_LOG_LEVEL))
-        return;
-    OFString text;
-    DIMSE_dumpMessage(text, message, direction);
-    OFLOG_DEBUG(log, text);
 }
 
 }  // namespace tessaly::tessalyd

@@ -6,31 +6,30 @@
 #include <memory>
 #include <optional>
 #include <stop_token>
-#include <string>
-#include <vector>
 
 #include "tessalyd/Configuration.h"
-#include "tessalyd/archive/ArchiveIndex.h"
 #include "tessalyd/association/AssociationPolicy.h"
 #include "tessalyd/association/OpenAssociations.h"
+#include "tessalyd/association/Service.h"
 #include "tessalyd/association/Transport.h"
 
 namespace tessaly::tessalyd {
 
-/// What all associations share; outlives them.
-struct AssociationServices {
-    Transport& transport;
-    OpenAssociations& open;
-    ArchiveIndex& index;
-};
-
-/// Serves one connection from its accepted socket to its end, in the calling thread.
+/// Owns one connection from its accepted socket to its end: who is let in, what is negotiated, how it ends.
+/// What is asked for in between it hands to the service of that command. Works in the calling thread.
 class AssociationHandler {
   public:
+    /// What all associations share; outlives them.
+    struct Shared {
+        Transport& transport;
+        OpenAssociations& open;
+        const ServiceFactory& services;
+    };
+
     /// `listening` is stopped when the port is given up: the association is then no longer accepted, but goes
-    /// on if it was before.
-    AssociationHandler(const AssociationServices& services, std::shared_ptr<const PortConfiguration> port,
-                       Interrupter& interrupter, std::stop_token listening);
+    /// on if it was before. `stop` ends it.
+    AssociationHandler(const Shared& shared, std::shared_ptr<const PortConfiguration> port,
+                       std::stop_token stop, std::stop_token listening);
 
     /// Never throws.
     void run(FileDescriptor socket) noexcept;
@@ -38,27 +37,17 @@ class AssociationHandler {
   private:
     void answer();
     void reject(Refusal refusal);
-    void serve();
-    [[nodiscard]] OFCondition receiveCommand(T_ASC_PresentationContextID& context, T_DIMSE_Message& message);
-    [[nodiscard]] OFCondition handle(T_ASC_PresentationContextID context, T_DIMSE_Message& message);
-    [[nodiscard]] OFCondition store(T_ASC_PresentationContextID context, T_DIMSE_C_StoreRQ& request);
-    [[nodiscard]] OFCondition receiveObject(T_ASC_PresentationContextID context,
-                                            const T_DIMSE_C_StoreRQ& request, T_DIMSE_C_StoreRSP& response,
-                                            std::string& comment);
+    void serve(Requester& requester, const Services& services);
     void end(const OFCondition& reason);
     void dump(const char* what, ASC_associateType type) const;
-    void dump(T_DIMSE_Message& message, DIMSE_direction direction) const;
 
-    AssociationServices services_;
+    Shared shared_;
     std::shared_ptr<const PortConfiguration> port_;
-    Interrupter& interrupter_;
+    std::stop_token stop_;
     std::stop_token listening_;
     AssociationPtr association_;
     AssociationNames names_;
     std::optional<OpenAssociations::Entry> entry_;  // while it is open
-    std::vector<char> buffer_;
-    int stored_ = 0;
-    int refused_ = 0;
 };
 
 }  // namespace tessaly::tessalyd

@@ -1,52 +1,11 @@
 #include "tessalyd/association/AssociationPolicy.h"
 
 #include <dcmtk/dcmdata/dcuid.h>
-#include <dcmtk/dcmdata/dcxfer.h>
 
 #include <algorithm>
-#include <span>
 #include <string_view>
 
 namespace tessaly::tessalyd {
-
-namespace {
-
-bool isUncompressed(E_TransferSyntax syntax) {
-    return syntax == EXS_LittleEndianImplicit || syntax == EXS_LittleEndianExplicit ||
-           syntax == EXS_BigEndianExplicit;
-}
-
-bool isTaken(E_TransferSyntax syntax) {
-    const bool jpeg = syntax >= EXS_JPEGProcess1 && syntax <= EXS_JPEGProcess14SV1;
-    const bool jpegLs = syntax == EXS_JPEGLSLossless || syntax == EXS_JPEGLSLossy;
-    return isUncompressed(syntax) || jpeg || jpegLs || syntax == EXS_RLELossless;
-}
-
-const char* chooseSyntax(const T_ASC_PresentationContext& context, bool verification) {
-    const std::span proposed{context.proposedTransferSyntaxes, context.transferSyntaxCount};
-    const auto* chosen =
-        std::find_if(proposed.data(), proposed.data() + proposed.size(), [&](const char* uid) {
-            const E_TransferSyntax syntax = DcmXfer{uid}.getXfer();
-            return verification ? isUncompressed(syntax) : isTaken(syntax);
-        });
-    return chosen == proposed.data() + proposed.size() ? nullptr : *chosen;
-}
-
-void answer(T_ASC_Parameters* parameters, const T_ASC_PresentationContext& context) {
-    const T_ASC_PresentationContextID id = context.presentationContextID;
-    const bool verification = std::string_view{context.abstractSyntax} == UID_VerificationSOPClass;
-    if (!verification && !dcmIsaStorageSOPClassUID(context.abstractSyntax)) {
-        ASC_refusePresentationContext(parameters, id, ASC_P_ABSTRACTSYNTAXNOTSUPPORTED);
-    } else if (context.proposedRole == ASC_SC_ROLE_SCP) {  // it wants to receive, and nothing is sent here
-        ASC_refusePresentationContext(parameters, id, ASC_P_USERREJECTION);
-    } else if (const char* syntax = chooseSyntax(context, verification); syntax != nullptr) {
-        ASC_acceptPresentationContext(parameters, id, syntax, ASC_SC_ROLE_DEFAULT, OFTrue);
-    } else {
-        ASC_refusePresentationContext(parameters, id, ASC_P_TRANSFERSYNTAXESNOTSUPPORTED);
-    }
-}
-
-}  // namespace
 
 std::optional<Refusal> checkProtocol(T_ASC_Parameters* parameters) {
     DIC_UI context{};
@@ -101,15 +60,6 @@ const char* description(Refusal refusal) {
             break;
     }
     return "the server is being stopped";
-}
-
-void negotiate(T_ASC_Parameters* parameters) {
-    const int count = ASC_countPresentationContexts(parameters);
-    for (int i = 0; i < count; ++i) {
-        T_ASC_PresentationContext context;
-        if (ASC_getPresentationContext(parameters, i, &context).good())
-            answer(parameters, context);
-    }
 }
 
 }  // namespace tessaly::tessalyd

@@ -27,8 +27,4 @@ enum class Refusal { ApplicationContext, CalledAETitle, CallingAETitle, LimitExc
 /// For the log.
 [[nodiscard]] const char* description(Refusal refusal);
 
-/// Answers each proposed presentation context: verification and every storage class that the toolkit knows,
-/// in the first of the proposed transfer syntaxes that this server takes: a sender names first what it has.
-void negotiate(T_ASC_Parameters* parameters);
-
 }  // namespace tessaly::tessalyd

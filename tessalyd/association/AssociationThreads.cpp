@@ -19,7 +19,7 @@ bool AssociationThreads::start(Work work) {
     mine.number = ++latest_;
     try {
         mine.thread = std::jthread{[this, &mine, work = std::move(work)] {
-            work(mine.interrupter);
+            work(mine.stop.get_token());
             const std::lock_guard atEnd{mutex_};
             mine.done = true;
         }};
@@ -35,11 +35,11 @@ std::uint64_t AssociationThreads::latest() const {
     return latest_;
 }
 
-void AssociationThreads::interruptThrough(std::uint64_t last) {
+void AssociationThreads::stopThrough(std::uint64_t last) {
     const std::lock_guard lock{mutex_};
     for (Running& one : running_) {
         if (one.number <= last)
-            one.interrupter.interrupt();
+            one.stop.request_stop();
     }
 }
 
@@ -48,7 +48,7 @@ void AssociationThreads::finish() {
         const std::lock_guard lock{mutex_};
         limit_ = 0;
     }
-    interruptThrough(latest());
+    stopThrough(latest());
     running_.clear();  // joins; none is added or taken away any more
 }
 

@@ -4,16 +4,15 @@
 #include <functional>
 #include <list>
 #include <mutex>
+#include <stop_token>
 #include <thread>
-
-#include "tessalyd/association/Interrupter.h"
 
 namespace tessaly::tessalyd {
 
-/// The threads of the connections, one each, with what interrupts them. Thread-safe.
+/// The threads of the connections, one each, with what stops them. Thread-safe.
 class AssociationThreads {
   public:
-    using Work = std::function<void(Interrupter&)>;
+    using Work = std::function<void(const std::stop_token&)>;
 
     AssociationThreads() = default;
     ~AssociationThreads() { finish(); }
@@ -26,17 +25,17 @@ class AssociationThreads {
     /// or the system has no more; `work` is then dropped with all it holds.
     [[nodiscard]] bool start(Work work);
 
-    /// Names all threads started so far for interruptThrough().
+    /// Names all threads started so far for stopThrough().
     [[nodiscard]] std::uint64_t latest() const;
-    void interruptThrough(std::uint64_t last);
+    void stopThrough(std::uint64_t last);
 
-    /// Interrupts all and waits for them; start() is refused from here on.
+    /// Stops all and waits for them; start() is refused from here on.
     void finish();
 
   private:
     struct Running {
         std::uint64_t number = 0;
-        Interrupter interrupter;
+        std::stop_source stop;
         bool done = false;
         std::jthread thread;
     };

@@ -14,6 +14,11 @@ struct AssociationNames {
     std::string port;
     std::string callingAETitle;
     std::string calledAETitle;
+
+    /// For the log.
+    [[nodiscard]] std::string text() const {
+        return callingAETitle + " > " + calledAETitle + " on port " + port;
+    }
 };
 
 /// Counts the open associations, keeps the limits of the ports, and reports each opening and each end, in

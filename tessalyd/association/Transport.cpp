@@ -13,7 +13,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
@@ -38,11 +40,12 @@ void setFlag(int socket, int level, int option) {
 class Connection final : public DcmTCPConnection {
   public:
     /// Until endRequest() no wait goes beyond `requestEnd`, however many there are.
-    Connection(int socket, Interrupter& interrupter, steady_clock::time_point requestEnd)
-        : DcmTCPConnection(socket), interrupter_(interrupter), latest_(requestEnd) {
+    Connection(int socket, const std::stop_token& stop, steady_clock::time_point requestEnd)
+        : DcmTCPConnection(socket), stop_(stop), latest_(requestEnd) {
         setFlag(socket, IPPROTO_TCP, TCP_NODELAY);
         setFlag(socket, SOL_SOCKET, SO_KEEPALIVE);  // a peer that lost its power never says so
-        interrupter_.attach(socket);
+        // Whoever polls or reads the socket comes back; writing goes on.
+        wake_.emplace(stop, [socket] { ::shutdown(socket, SHUT_RD); });
     }
     ~Connection() override { letGo(); }
 
@@ -126,25 +129,26 @@ class Connection final : public DcmTCPConnection {
     bool wait(short event, seconds patience) {
         const auto deadline = std::min(steady_clock::now() + patience, latest_);
         pollfd wanted{.fd = getSocket(), .events = event, .revents = 0};
-        while (!interrupter_.interrupted()) {
+        while (!stop_.stop_requested()) {
             const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
             const int ready =
                 ::poll(&wanted, 1, static_cast<int>(std::max(left.count(), milliseconds::rep{0})));
             if (ready == 0 || (ready < 0 && errno != EINTR))
                 break;
             if (ready > 0)
-                return !interrupter_.interrupted();
+                return !stop_.stop_requested();
         }
         return false;
     }
 
     void letGo() {
-        interrupter_.detach();
+        wake_.reset();  // waits for one that is being run: the socket is closed after this
         if (getSocket() >= 0)
             OFLOG_DEBUG(dumpLog(Dump::Socket), "socket " << getSocket() << ": closed");
     }
 
-    Interrupter& interrupter_;
+    std::stop_token stop_;
+    std::optional<std::stop_callback<std::function<void()>>> wake_;
     std::vector<char> waiting_;  // to be sent
     bool broken_ = false;
     steady_clock::time_point latest_;
@@ -158,7 +162,7 @@ class Connection final : public DcmTCPConnection {
 /// The toolkit takes an accepted socket through a variable of the whole process, and reads it before it asks
 /// its transport layer for a connection: from one to the other the handover belongs to one thread.
 struct Handover {
-    Interrupter& interrupter;
+    const std::stop_token& stop;
     std::chrono::seconds requestPatience;
     std::unique_lock<std::mutex> turn;
     Connection* connection = nullptr;  // when it was taken
@@ -173,7 +177,7 @@ class Layer final : public DcmTransportLayer {
         dcmExternalSocketHandle.set(NoSocket);
         handover->turn.unlock();
         handover->connection =
-            new Connection{socket, handover->interrupter, steady_clock::now() + handover->requestPatience};
+            new Connection{socket, handover->stop, steady_clock::now() + handover->requestPatience};
         return handover->connection;
     }
 };
@@ -196,10 +200,9 @@ Transport::~Transport() {
     ASC_dropNetwork(&network_);
 }
 
-OFCondition Transport::receive(FileDescriptor socket, Interrupter& interrupter, AssociationPtr& association) {
-    Handover mine{.interrupter = interrupter,
-                  .requestPatience = requestPatience_,
-                  .turn = std::unique_lock{handoverTurn}};
+OFCondition Transport::receive(FileDescriptor socket, const std::stop_token& stop,
+                               AssociationPtr& association) {
+    Handover mine{.stop = stop, .requestPatience = requestPatience_, .turn = std::unique_lock{handoverTurn}};
     handover = &mine;
     dcmExternalSocketHandle.set(socket.get());
     T_ASC_Association* raw = nullptr;

@@ -5,9 +5,9 @@
 
 #include <chrono>
 #include <memory>
+#include <stop_token>
 
 #include "tessalyd/FileDescriptor.h"
-#include "tessalyd/association/Interrupter.h"
 
 namespace tessaly::tessalyd {
 
@@ -23,7 +23,7 @@ using AssociationPtr = std::unique_ptr<T_ASC_Association, AssociationDeleter>;
 ///   acknowledgement of each small segment before it sends the next one, and would otherwise store some ten
 ///   objects a second;
 /// - read ahead, so that a PDU's header costs no call of its own;
-/// - can be woken by their Interrupter from whatever they wait for;
+/// - come back from whatever they wait for at a stop, and can still send after it: an abort, for example;
 /// - break off at a command that is longer than any that this server takes.
 class Transport {
   public:
@@ -34,9 +34,9 @@ class Transport {
     Transport(const Transport&) = delete;
     Transport& operator=(const Transport&) = delete;
 
-    /// Waits for the association request on an accepted socket. May be called by several threads at once;
-    /// `interrupter` is to outlive the association, which is made whether or not the result is good.
-    [[nodiscard]] OFCondition receive(FileDescriptor socket, Interrupter& interrupter,
+    /// Waits for the association request on an accepted socket. May be called by several threads at once. The
+    /// association is made whether or not the result is good; `stop` holds for all its life.
+    [[nodiscard]] OFCondition receive(FileDescriptor socket, const std::stop_token& stop,
                                       AssociationPtr& association);
 
   private:

@@ -5,6 +5,7 @@
 #include <dcmtk/dcmdata/dcuid.h>
 #include <dcmtk/dcmnet/assoc.h>
 #include <dcmtk/dcmnet/dul.h>
+#include <dcmtk/dcmnet/extneg.h>
 
 #include <algorithm>
 #include <cstring>
@@ -43,6 +44,21 @@ std::vector<char> bytesOf(DcmDataset& set, E_TransferSyntax syntax) {
     set.transferEnd();
     bytes.resize(static_cast<std::size_t>(stream.tell()));
     return bytes;
+}
+
+/// Owned by whom it is given to.
+SOPClassExtendedNegotiationSubItemList* listOf(const std::vector<Association::Extension>& extensions) {
+    auto list = std::make_unique<SOPClassExtendedNegotiationSubItemList>();
+    for (const auto& [sopClass, information] : extensions) {
+        auto* item = new SOPClassExtendedNegotiationSubItem;
+        list->push_back(item);
+        item->sopClassUID = sopClass.c_str();
+        item->sopClassUIDLength = static_cast<unsigned short>(sopClass.size());
+        item->serviceClassAppInfo = new unsigned char[information.size()];
+        std::copy(information.begin(), information.end(), item->serviceClassAppInfo);
+        item->serviceClassAppInfoLength = static_cast<unsigned short>(information.size());
+    }
+    return list.release();
 }
 
 Association::Answer answerOf(const OFCondition& answered, const T_DIMSE_C_StoreRSP& response,
@@ -88,7 +104,7 @@ std::vector<Association::Context> Association::usual() {
 }
 
 Association::Association(const QString& port, const std::string& calling, const std::string& called,
-                         const std::vector<Context>& contexts) {
+                         const std::vector<Context>& contexts, const std::vector<Extension>& extensions) {
     check(ASC_initializeNetwork(NET_REQUESTOR, 0, Patience, &network_));
     check(ASC_createAssociationParameters(&parameters_, ASC_MAXIMUMPDUSIZE));
     ASC_setAPTitles(parameters_, calling.c_str(), called.c_str(), nullptr);
@@ -100,9 +116,11 @@ Association::Association(const QString& port, const std::string& calling, const 
             syntaxes.push_back(syntax.c_str());
         check(ASC_addPresentationContext(parameters_, static_cast<T_ASC_PresentationContextID>(id),
                                          context.abstractSyntax.c_str(), syntaxes.data(),
-                                         static_cast<int>(syntaxes.size())));
+                                         static_cast<int>(syntaxes.size()), context.role));
         id += 2;
     }
+    if (!extensions.empty())
+        ASC_setRequestedExtNegList(parameters_, listOf(extensions));
     opened_ = ASC_requestAssociation(network_, parameters_, &association_);
 }
 
@@ -124,6 +142,25 @@ std::string Association::accepted(int index) const {
     T_ASC_PresentationContext context;
     check(ASC_getPresentationContext(parameters_, index, &context));
     return context.resultReason == ASC_P_ACCEPTANCE ? context.acceptedTransferSyntax : "";
+}
+
+T_ASC_SC_ROLE Association::acceptedRole(int index) const {
+    T_ASC_PresentationContext context;
+    check(ASC_getPresentationContext(parameters_, index, &context));
+    return context.acceptedRole;
+}
+
+std::vector<Association::Extension> Association::acceptedExtensions() const {
+    SOPClassExtendedNegotiationSubItemList* list = nullptr;
+    ASC_getAcceptedExtNegList(parameters_, &list);
+    std::vector<Extension> found;
+    if (list == nullptr)
+        return found;
+    for (const SOPClassExtendedNegotiationSubItem* item : *list) {
+        const std::span information{item->serviceClassAppInfo, item->serviceClassAppInfoLength};
+        found.push_back({item->sopClassUID.c_str(), {information.begin(), information.end()}});
+    }
+    return found;
 }
 
 bool Association::echo() {

@@ -28,13 +28,21 @@ class Association {
     struct Context {
         std::string abstractSyntax;
         std::vector<std::string> transferSyntaxes;
+        T_ASC_SC_ROLE role = ASC_SC_ROLE_DEFAULT;
+    };
+    /// Service class application information for a SOP class.
+    struct Extension {
+        std::string sopClass;
+        std::vector<unsigned char> information;
+        bool operator==(const Extension&) const = default;
     };
     /// What is proposed unless a test says otherwise: verification and CT images.
     [[nodiscard]] static std::vector<Context> usual();
 
     explicit Association(const QString& port, const std::string& calling = "TESTER",
                          const std::string& called = "TESSALY",
-                         const std::vector<Context>& contexts = usual());
+                         const std::vector<Context>& contexts = usual(),
+                         const std::vector<Extension>& extensions = {});
     ~Association();
     Association(const Association&) = delete;
     Association& operator=(const Association&) = delete;
@@ -44,6 +52,13 @@ class Association {
     [[nodiscard]] T_ASC_RejectParameters rejection() const;
     /// The transfer syntax accepted for the n-th proposed context; empty when it was refused.
     [[nodiscard]] std::string accepted(int index) const;
+
+    /// The role accepted for it.
+    [[nodiscard]] T_ASC_SC_ROLE acceptedRole(int index) const;
+    [[nodiscard]] std::vector<Extension> acceptedExtensions() const;
+
+    /// For calls of the toolkit that this class has not.
+    [[nodiscard]] T_ASC_Association* raw() const { return association_; }
 
     [[nodiscard]] bool echo();
 

@@ -253,9 +253,9 @@ void BoundsTest::aRequestThatComesSlowlyIsGivenUp() {
         connect(&drip, &QTimer::timeout, &peer, [&] { sent += peer.write(request.mid(sent, 1)); });
         drip.start(100);
         auto received = std::async(std::launch::async, [&transport, &door] {
-            Interrupter interrupter;
+            std::stop_source stop;
             AssociationPtr association;
-            return transport.receive(std::move(door.accepted), interrupter, association).good();
+            return transport.receive(std::move(door.accepted), stop.get_token(), association).good();
         });
         EVENTUALLY(received.wait_for(std::chrono::seconds::zero()) == std::future_status::ready);
         QCOMPARE(received.get(), !slowly);

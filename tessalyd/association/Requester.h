@@ -1,0 +1,73 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcostrma.h>
+#include <dcmtk/dcmnet/dimse.h>
+
+#include <optional>
+#include <span>
+#include <stop_token>
+#include <vector>
+
+#include "tessalyd/Configuration.h"
+#include "tessalyd/association/OpenAssociations.h"
+#include "tessalyd/association/Service.h"
+
+namespace tessaly::tessalyd {
+
+/// Who has asked, and the open association with it, as its services see it. Belongs to the association's
+/// thread. What waits for the requester waits as long as the limits of the association say, and is woken by a
+/// stop; it throws AssociationEnded when the association is over, released by the requester or broken, or
+/// when the requester says what it must not say.
+class Requester {
+  public:
+    Requester(T_ASC_Association& association, const PortConfiguration& port, AssociationNames names,
+              std::vector<AcceptedContext> contexts, std::stop_token stop);
+
+    [[nodiscard]] const AssociationNames& names() const noexcept { return names_; }
+    [[nodiscard]] const PortConfiguration& port() const noexcept { return port_; }
+    [[nodiscard]] std::span<const AcceptedContext> contexts() const noexcept { return contexts_; }
+    /// For the toolkit's calls; what they return goes through require().
+    [[nodiscard]] T_ASC_Association* association() const noexcept { return &association_; }
+    /// Stopped when the association is to be aborted.
+    [[nodiscard]] const std::stop_token& stop() const noexcept { return stop_; }
+
+    /// Takes the whole data set of the request. False when it came in another context than the command. A
+    /// data set that is not taken is passed over by whatever is called next.
+    [[nodiscard]] bool receiveDataSet(DcmOutputStream& target);
+
+    /// True from a C-CANCEL of the request on that is being answered. Does not wait.
+    [[nodiscard]] bool isCancelled();
+
+    /// The next command that is no C-CANCEL: the answer to what a service has asked the requester.
+    [[nodiscard]] Request receive();
+    /// The same, from a requester that may be idle.
+    [[nodiscard]] Request receiveRequest();
+
+    /// Writes a message that a service sends into the log's dump, if there is one.
+    void dump(T_DIMSE_Message& message, DIMSE_direction direction = DIMSE_OUTGOING) const;
+
+    /// The final answer to a request that comes to nothing.
+    void refuse(const Request& request, const RequestFailure& failure);
+
+    /// Throws AssociationEnded unless the condition is good.
+    static void require(const OFCondition& condition);
+
+  private:
+    [[nodiscard]] Request receive(int patience);
+    [[nodiscard]] std::optional<Request> receiveUnlessCancel(int patience);
+    [[nodiscard]] const AcceptedContext& context(T_ASC_PresentationContextID id) const;
+    void passOverDataSet();
+
+    T_ASC_Association& association_;
+    const PortConfiguration& port_;
+    AssociationNames names_;
+    std::vector<AcceptedContext> contexts_;
+    std::stop_token stop_;
+    std::optional<DIC_US> current_;  // the message ID of the request that is being answered
+    bool cancelled_ = false;
+    bool dataSetDue_ = false;
+    T_ASC_PresentationContextID commandContext_ = 0;
+};
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,68 @@
+#include "tessalyd/services/StoreService.h"
+
+#include <dcmtk/dcmdata/dcuid.h>
+
+#include <array>
+
+#include "tessalyd/Log.h"
+#include "tessalyd/archive/ArchiveWriter.h"
+#include "tessalyd/archive/StoreFailure.h"
+#include "tessalyd/association/Requester.h"
+#include "tessalyd/services/TransferSyntaxes.h"
+
+namespace tessaly::tessalyd {
+
+std::span<const Offer> StoreService::offers() const noexcept {
+    static constexpr std::array Offers{
+        Offer{.covers = [](const char* uid) -> bool { return dcmIsaStorageSOPClassUID(uid); },
+              .requester = Role::Scu,
+              .preference = [](E_TransferSyntax syntax) { return isArchived(syntax) ? 1 : 0; }}};
+    return Offers;
+}
+
+void StoreService::answer(const Request& request, Requester& requester) {
+    const T_DIMSE_C_StoreRQ& command = request.message.msg.CStoreRQ;
+    if (command.DataSetType == DIMSE_DATASET_NULL)
+        throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
+    const std::string object = requester.names().text() + ": " + command.AffectedSOPInstanceUID;
+    try {
+        store(request, requester);
+        ++stored_;
+        OFLOG_DEBUG(serverLog(), object.c_str() << " stored");
+    } catch (const StoreFailure& failure) {
+        ++notStored_;
+        OFLOG_ERROR(serverLog(),
+                    object.c_str() << " not stored: " << failure.what() << ": " << failure.detail().c_str());
+        throw RequestFailure{failure.status(), failure.what()};
+    }
+    T_DIMSE_Message answer{};
+    answer.CommandField = DIMSE_C_STORE_RSP;
+    answer.msg.CStoreRSP.DimseStatus = STATUS_Success;
+    requester.dump(answer);
+    Requester::require(DIMSE_sendStoreResponse(requester.association(), request.context->id, &command,
+                                               &answer.msg.CStoreRSP, nullptr));
+}
+
+void StoreService::store(const Request& request, Requester& requester) {
+    const T_DIMSE_C_StoreRQ& command = request.message.msg.CStoreRQ;
+    ArchiveWriter writer{requester.port(),
+                         index_,
+                         {.sopClassUid = command.AffectedSOPClassUID,
+                          .sopInstanceUid = command.AffectedSOPInstanceUID,
+                          .syntax = request.context->syntax,
+                          .sender = requester.names().callingAETitle},
+                         buffer_};
+    if (!requester.receiveDataSet(writer.stream()))
+        throw StoreFailure{STATUS_STORE_Error_CannotUnderstand,
+                           "Command and data set do not belong together"};
+    if (request.context->sopClass != command.AffectedSOPClassUID)
+        throw StoreFailure{STATUS_STORE_Refused_SOPClassNotSupported,
+                           "The SOP class is not that of the presentation context"};
+    writer.finish();
+}
+
+std::string StoreService::summary() const {
+    return std::to_string(stored_) + " objects stored, " + std::to_string(notStored_) + " not stored";
+}
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,178 @@
+#include "tests/tessalyd/association/ScriptedServer.h"
+
+#include <dcmtk/dcmdata/dcdatset.h>
+#include <dcmtk/dcmdata/dcdeftag.h>
+
+#include <QTest>
+#include <array>
+#include <cstring>
+
+#include "tessalyd/association/AssociationHandler.h"
+#include "tests/tessalyd/Daemon.h"
+
+namespace tessaly::test {
+
+using namespace tessalyd;
+
+namespace {
+
+constexpr int Patience = PatienceMs / 1000;
+
+template <auto& Class>
+bool is(const char* sopClass) {
+    return std::strcmp(sopClass, Class) == 0;
+}
+
+int anyLittleEndian(E_TransferSyntax syntax) {
+    return syntax == EXS_LittleEndianImplicit || syntax == EXS_LittleEndianExplicit ? 1 : 0;
+}
+int ratherExplicit(E_TransferSyntax syntax) {
+    return syntax == EXS_LittleEndianExplicit ? 2 : anyLittleEndian(syntax);
+}
+
+constexpr std::array EchoOffers{Offer{&is<EchoClass>, Role::Scu, &anyLittleEndian}};
+constexpr std::array FindOffers{Offer{&is<FindClass>, Role::Scu, &anyLittleEndian}};
+constexpr std::array MoveOffers{Offer{&is<MoveClass>, Role::Scu, &anyLittleEndian}};
+constexpr std::array GetOffers{Offer{&is<GetClass>, Role::Scu, &anyLittleEndian},
+                               Offer{&is<CtClass>, Role::Scp, &ratherExplicit}};
+constexpr std::array StoreOffers{Offer{&is<CtClass>, Role::Scu, &anyLittleEndian}};
+
+class ScriptedService : public Service {
+  public:
+    ScriptedService(T_DIMSE_Command command, std::span<const Offer> offers, ScriptedServer::Script script)
+        : command_(command), offers_(offers), script_(std::move(script)) {}
+
+    [[nodiscard]] T_DIMSE_Command command() const noexcept override { return command_; }
+    [[nodiscard]] std::span<const Offer> offers() const noexcept override { return offers_; }
+    [[nodiscard]] std::vector<std::uint8_t> extend(const std::string& sopClass,
+                                                   std::span<const std::uint8_t> proposed) override {
+        if (sopClass != FindClass)
+            return {};
+        std::vector<std::uint8_t> holds(proposed.begin(), proposed.end());
+        holds.back() = 0;
+        return holds;
+    }
+    void answer(const Request& request, Requester& requester) override { script_(request, requester); }
+
+  private:
+    T_DIMSE_Command command_;
+    std::span<const Offer> offers_;
+    ScriptedServer::Script script_;
+};
+
+void answerEcho(const Request& request, Requester& requester) {
+    Requester::require(DIMSE_sendEchoResponse(requester.association(), request.context->id,
+                                              &request.message.msg.CEchoRQ, STATUS_Success, nullptr));
+}
+
+}  // namespace
+
+ScriptedServer::ScriptedServer()
+    : configuration_(std::make_shared<PortConfiguration>()),
+      services_([this] {
+          Services services;
+          const auto add = [&services](T_DIMSE_Command command, auto& offers, const Script& script) {
+              services.push_back(std::make_unique<ScriptedService>(command, offers, script));
+          };
+          add(DIMSE_C_ECHO_RQ, EchoOffers, &answerEcho);
+          add(DIMSE_C_FIND_RQ, FindOffers, find);
+          add(DIMSE_C_MOVE_RQ, MoveOffers, move);
+          add(DIMSE_C_GET_RQ, GetOffers, get);
+          add(DIMSE_C_STORE_RQ, StoreOffers, store);
+          return services;
+      }),
+      transport_(10),
+      open_([](const AssociationNames&, int) {}, [this](const AssociationNames&, int) { ++ended; }) {
+    constexpr int Many = 10;
+    configuration_->port = unusedPort().toStdString();
+    configuration_->maxConnections = Many;
+    threads_.setLimit(Many);
+    listener_ = std::make_unique<Listener>(*configuration_,
+                                           [this](FileDescriptor socket, const std::stop_token& listening) {
+                                               serve(std::move(socket), listening);
+                                           });
+}
+
+ScriptedServer::~ScriptedServer() {
+    listener_.reset();
+}
+
+void ScriptedServer::serve(FileDescriptor socket, const std::stop_token& listening) {
+    auto held = std::make_shared<FileDescriptor>(std::move(socket));
+    const bool started = threads_.start([this, held, listening](const std::stop_token& stopped) {
+        AssociationHandler{{transport_, open_, services_}, configuration_, stopped, listening}.run(
+            std::move(*held));
+    });
+    if (!started)
+        QTest::qFail("too many associations", __FILE__, __LINE__);
+}
+
+std::vector<Association::Context> ScriptedServer::contexts() {
+    return {{EchoClass, {Implicit}},
+            {FindClass, {Implicit}},
+            {MoveClass, {Implicit}},
+            {GetClass, {Implicit}},
+            {CtClass, {Explicit}, ASC_SC_ROLE_SCUSCP}};
+}
+
+void answerFind(const Request& request, Requester& requester, DIC_US status) {
+    T_DIMSE_C_FindRSP response{};
+    response.DimseStatus = status;
+    DcmDataset identifier;
+    identifier.putAndInsertString(DCM_PatientID, "P1");
+    const bool pending = status == STATUS_FIND_Pending_MatchesAreContinuing;
+    Requester::require(DIMSE_sendFindResponse(requester.association(), request.context->id,
+                                              &request.message.msg.CFindRQ, &response,
+                                              pending ? &identifier : nullptr, nullptr));
+}
+
+DIC_US ask(Association& peer, ScriptedServer::ContextId context, T_DIMSE_Command command) {
+    T_DIMSE_Message message{};
+    message.CommandField = command;
+    const DIC_US id = peer.raw()->nextMsgID++;
+    const auto fill = [id](auto& request, const char* sopClass) {
+        request.MessageID = id;
+        std::strncpy(request.AffectedSOPClassUID, sopClass, sizeof request.AffectedSOPClassUID - 1);
+        request.Priority = DIMSE_PRIORITY_MEDIUM;
+        request.DataSetType = DIMSE_DATASET_PRESENT;
+    };
+    if (command == DIMSE_C_FIND_RQ)
+        fill(message.msg.CFindRQ, FindClass);
+    else if (command == DIMSE_C_MOVE_RQ)
+        fill(message.msg.CMoveRQ, MoveClass);
+    else if (command == DIMSE_C_GET_RQ)
+        fill(message.msg.CGetRQ, GetClass);
+    else
+        fill(message.msg.CStoreRQ, CtClass);
+    if (command == DIMSE_C_STORE_RQ)
+        std::strcpy(message.msg.CStoreRQ.AffectedSOPInstanceUID, "1.2.3");
+    DcmDataset identifier;
+    identifier.putAndInsertString(DCM_QueryRetrieveLevel, "STUDY");
+    DIMSE_sendMessageUsingMemoryData(peer.raw(), context, &message, nullptr, &identifier, nullptr, nullptr);
+    return id;
+}
+
+void cancel(Association& peer, ScriptedServer::ContextId context, DIC_US messageId) {
+    DIMSE_sendCancelRequest(peer.raw(), context, messageId);
+}
+
+Heard hear(Association& peer) {
+    Heard heard;
+    T_ASC_PresentationContextID context = 0;
+    DcmDataset* detail = nullptr;
+    heard.arrived =
+        DIMSE_receiveCommand(peer.raw(), DIMSE_NONBLOCKING, Patience, &context, &heard.message, &detail)
+            .good();
+    heard.detail.reset(detail);
+    const auto& message = heard.message;
+    const bool more = (message.CommandField == DIMSE_C_FIND_RSP &&
+                       message.msg.CFindRSP.DataSetType != DIMSE_DATASET_NULL) ||
+                      message.CommandField == DIMSE_C_STORE_RQ;
+    DIC_UL bytes = 0;
+    DIC_UL parts = 0;
+    if (heard.arrived && more)
+        DIMSE_ignoreDataSet(peer.raw(), DIMSE_NONBLOCKING, Patience, &bytes, &parts);
+    return heard;
+}
+
+}  // namespace tessaly::test

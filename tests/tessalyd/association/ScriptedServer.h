@@ -1,0 +1,85 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcuid.h>
+#include <dcmtk/dcmnet/dimse.h>
+
+#include <QString>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "tessalyd/association/AssociationThreads.h"
+#include "tessalyd/association/Listener.h"
+#include "tessalyd/association/OpenAssociations.h"
+#include "tessalyd/association/Requester.h"
+#include "tessalyd/association/Service.h"
+#include "tessalyd/association/Transport.h"
+#include "tests/tessalyd/Association.h"
+
+namespace tessaly::test {
+
+constexpr const char* EchoClass = UID_VerificationSOPClass;
+constexpr const char* FindClass = UID_FINDStudyRootQueryRetrieveInformationModel;
+constexpr const char* MoveClass = UID_MOVEStudyRootQueryRetrieveInformationModel;
+constexpr const char* GetClass = UID_GETStudyRootQueryRetrieveInformationModel;
+constexpr const char* CtClass = UID_CTImageStorage;
+constexpr const char* Implicit = UID_LittleEndianImplicitTransferSyntax;
+constexpr const char* Explicit = UID_LittleEndianExplicitTransferSyntax;
+
+/// The server's associations in this process, with services that do what a test says. A C-ECHO is answered.
+/// They take little endian, implicit and explicit; CT images are taken (C-STORE) and sent (C-GET), these
+/// rather in explicit. Extended negotiation is for C-FIND: all holds but the last byte.
+class ScriptedServer {
+  public:
+    using Script = std::function<void(const tessalyd::Request&, tessalyd::Requester&)>;
+
+    ScriptedServer();
+    ~ScriptedServer();
+    ScriptedServer(const ScriptedServer&) = delete;
+    ScriptedServer& operator=(const ScriptedServer&) = delete;
+
+    /// To be set before the association is opened that they are for.
+    Script find;
+    Script move;
+    Script get;
+    Script store;
+
+    [[nodiscard]] QString port() const { return QString::fromStdString(configuration_->port); }
+    /// As if the server were ended.
+    void stop() { threads_.stopThrough(threads_.latest()); }
+    /// Associations that are over.
+    std::atomic<int> ended = 0;
+
+    /// A context for each of the classes above, in their order.
+    [[nodiscard]] static std::vector<Association::Context> contexts();
+    enum ContextId : T_ASC_PresentationContextID { Find = 3, Move = 5, Get = 7, Ct = 9 };
+
+  private:
+    void serve(tessalyd::FileDescriptor socket, const std::stop_token& listening);
+
+    std::shared_ptr<tessalyd::PortConfiguration> configuration_;
+    tessalyd::ServiceFactory services_;
+    tessalyd::Transport transport_;
+    tessalyd::OpenAssociations open_;
+    tessalyd::AssociationThreads threads_;
+    std::unique_ptr<tessalyd::Listener> listener_;
+};
+
+/// Answers a C-FIND, with an identifier where it is pending.
+void answerFind(const tessalyd::Request& request, tessalyd::Requester& requester, DIC_US status);
+
+/// Sends a request with an identifier. Returns its message ID.
+DIC_US ask(Association& peer, ScriptedServer::ContextId context, T_DIMSE_Command command);
+void cancel(Association& peer, ScriptedServer::ContextId context, DIC_US messageId);
+
+/// What comes next from the server; its identifier is passed over.
+struct Heard {
+    T_DIMSE_Message message{};
+    std::unique_ptr<DcmDataset> detail;
+    bool arrived = false;
+};
+[[nodiscard]] Heard hear(Association& peer);
+
+}  // namespace tessaly::test
