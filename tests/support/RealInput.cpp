@@ -1,0 +1,40 @@
+#include "tests/support/RealInput.h"
+
+#include <QApplication>
+#include <QProcess>
+#include <QTest>
+#include <stdexcept>
+
+namespace tessaly::test::real {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+void send(const QStringList& input) {
+    // Another process, as the keyboard is: nothing of what it sends can go past the window system.
+    if (QProcess::execute(u"xdotool"_s, input) != 0)
+        throw std::runtime_error("xdotool cannot send " + input.join(u' ').toStdString());
+}
+
+}  // namespace
+
+bool hasKeyboard(QWidget& window) {
+    return QTest::qWaitForWindowExposed(&window) &&
+           QTest::qWaitFor([&window] { return window.isActiveWindow(); });
+}
+
+void press(const QString& key) {
+    send({u"key"_s, key});
+}
+
+void type(const QString& text) {
+    send({u"type"_s, u"--"_s, text});
+}
+
+void click(const QWidget& widget) {
+    const QPoint middle = widget.mapToGlobal(widget.rect().center());
+    send({u"mousemove"_s, QString::number(middle.x()), QString::number(middle.y()), u"click"_s, u"1"_s});
+}
+
+}  // namespace tessaly::test::real
