@@ -41,7 +41,6 @@ frmLogin::frmLogin(QWidget* parent)
     ok->setDefault(true);
     auto* cancel = new QPushButton(u"Cancel"_s, this);
     cancel->setObjectName(u"cmdCancel"_s);
-    cancel->setAutoDefault(false);
     connect(ok, &QPushButton::clicked, this, ui::handler([this] { cmdOk_Click(); }));
     connect(cancel, &QPushButton::clicked, this, ui::handler([this] { cmdCancel_Click(); }));
 

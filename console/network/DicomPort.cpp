@@ -35,7 +35,6 @@ DicomPort::DicomPort(MainWindowOperations& window, QWidget* parent)
     // The button that fills the box shares its row.
     auto* browse = new QPushButton(u"..."_s, this);
     browse->setObjectName(u"cmdRootDir"_s);
-    browse->setAutoDefault(false);
     browse->setFixedWidth(2 * browse->sizeHint().height());
     connect(browse, &QPushButton::clicked, this, ui::handler([this] { cmdRootDir_Click(); }));
     rows->removeWidget(txtRoot_);

@@ -22,18 +22,17 @@ EditorDialog::EditorDialog(const Traits& traits, QWidget* parent)
 void EditorDialog::addButtons(std::initializer_list<QPushButton*> sideButtons) {
     auto* row = new QHBoxLayout;
     static_cast<QVBoxLayout*>(layout())->addLayout(row);
-    for (QPushButton* button : sideButtons) {
-        button->setAutoDefault(false);
+    for (QPushButton* button : sideButtons)
         row->addWidget(button);
-    }
     row->addStretch();
     const auto addButton = [&](const QString& name, const QString& caption) {
         auto* button = new QPushButton(caption);
         button->setObjectName(name);
-        button->setAutoDefault(false);
         row->addWidget(button);
         return button;
     };
+    // Enter presses Confirm, but while another button has the focus that one: the toolkit's own way, for
+    // which every button stays as a dialog makes it.
     auto* confirm = addButton(u"cmdOk"_s, u"Confirm"_s);
     confirm->setDefault(true);
     connect(confirm, &QPushButton::clicked, this, handler([this] { cmdOk_Click(); }));

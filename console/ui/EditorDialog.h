@@ -12,8 +12,9 @@ class QVBoxLayout;
 namespace tessaly::ui {
 
 /// What every editor of one record shares: Confirm and Cancel and the order validate, save, reload, close,
-/// under one guard. An editor's constructor fills body() and ends with addButtons(); its public Init loads
-/// the record and calls showModal().
+/// under one guard. Enter presses the button that has the focus, and Confirm from anywhere else. An editor's
+/// constructor fills body() and ends with addButtons(); its public Init loads the record and calls
+/// showModal().
 class EditorDialog : public QDialog {
     Q_OBJECT
 
