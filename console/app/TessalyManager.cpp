@@ -81,6 +81,10 @@ void TessalyManager::buildMenus() {
 
     QMenu* help = menuBar()->addMenu(u"&Help"_s);
     help->menuAction()->setObjectName(u"mnuHelp"_s);
+    // A line that comes first is not drawn by itself, and would then coincide with the menu's frame.
+    constexpr int RoomAboveTheLine = 4;
+    help->setSeparatorsCollapsible(false);
+    help->setContentsMargins(0, RoomAboveTheLine, 0, 0);
     help->addSeparator()->setObjectName(u"mnuSep0"_s);
     QAction* about = help->addAction(u"&About"_s);
     about->setObjectName(u"mnuHelpAbout"_s);

@@ -1,5 +1,7 @@
 #include <QLabel>
+#include <QMenu>
 #include <QMenuBar>
+#include <QSet>
 #include <QTabWidget>
 #include <QTest>
 
@@ -32,6 +34,7 @@ class MainWindowTest : public QObject {
 
     void hasSevenPagesInOrder();
     void hasItsMenus();
+    void theLineAboveAboutIsSeen();
     void hasItsStatusBar();
     void everyNamedControlIsOnItsPage();
     void oneFailingListDoesNotStopTheOthers();
@@ -75,6 +78,27 @@ void MainWindowTest::hasItsMenus() {
     QVERIFY(bar.at(0)->menu() == nullptr);
     QCOMPARE(texts(bar.at(1)->menu()->actions()), QStringList{u"mnuToolsRepair=&Repair Database"_s});
     QCOMPARE(texts(bar.at(2)->menu()->actions()), (QStringList{u"mnuSep0=-"_s, u"mnuHelpAbout=&About"_s}));
+}
+
+void MainWindowTest::theLineAboveAboutIsSeen() {
+    window_->show();
+    QMenu* help = window_->menuBar()->actions().at(2)->menu();
+    help->popup(window_->mapToGlobal(QPoint{}));
+    QVERIFY(help->isVisible());
+    const QRect line = help->actionGeometry(help->actions().at(0));
+    const QRect about = help->actionGeometry(help->actions().at(1));
+    QVERIFY(line.isValid());
+    // Something is drawn there, and it is no part of the menu's frame.
+    const QImage picture = help->grab().toImage();
+    const auto colour = [&picture](int y) { return picture.pixelColor(picture.width() / 2, y); };
+    const QColor ground = colour(about.top() + 1);
+    QCOMPARE(colour(line.top() - 1), ground);
+    QSet<QRgb> drawn;
+    for (int y = line.top(); y <= line.bottom(); ++y)
+        drawn << colour(y).rgb();
+    drawn.remove(ground.rgb());
+    QVERIFY(!drawn.isEmpty());
+    help->close();
 }
 
 void MainWindowTest::hasItsStatusBar() {
