@@ -19,6 +19,13 @@ void AcceptedNodes::acceptOnEveryPort(const QString& node) {
         accept(ui::text(rows, "Port"), node);
 }
 
+void AcceptedNodes::dropLeftOver(const QString& port) {
+    db::execute(Globals::DbConnection(),
+                "DELETE FROM PortRemoteNodes WHERE Port=? AND NOT EXISTS "
+                "(SELECT * FROM Port WHERE Port.Port=PortRemoteNodes.Port)",
+                {ui::varchar(port)});
+}
+
 void AcceptedNodes::acceptEveryNode(const QString& port) {
     db::Query nodes{Globals::DbConnection(), "SELECT Name FROM DicomNodes"};
     db::ResultSet rows = nodes.open();

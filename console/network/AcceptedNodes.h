@@ -17,6 +17,10 @@ class AcceptedNodes {
     void acceptOnEveryPort(const QString& node);
     void acceptEveryNode(const QString& port);
 
+    /// Removes the rows under a number that no port has. They are nobody's, no list shows them, and a port
+    /// that is to have the number could not write its own.
+    static void dropLeftOver(const QString& port);
+
   private:
     db::Query insert_;
 };

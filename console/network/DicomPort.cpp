@@ -102,6 +102,7 @@ void DicomPort::cmdOk_Click() {
 bool DicomPort::save() {
     const PortRecord port = fields_.read();
     db::Transaction transaction{Globals::DbConnection()};
+    dropLeftOvers(port);
     writeRow(port);
     // Whether something was changed is seen in the text as typed, though the row gets it without blanks at
     // its ends: a blank added to a title reaches the nodes.
@@ -113,6 +114,17 @@ bool DicomPort::save() {
         renamePort(port);
     transaction.commit();
     return true;
+}
+
+/// Accepted nodes are left over where a port vanished otherwise than by Delete, or was typed with blanks,
+/// which its accepted nodes keep and its row does not. Before the row is written: afterwards the number is a
+/// port's.
+void DicomPort::dropLeftOvers(const PortRecord& port) const {
+    QStringList numbers{port.port, ui::trimmed(port.port)};
+    if (OldAETitle_.isEmpty())
+        numbers << ui::trimmed(OldPort_);  // of the port that vanished, whose nodes would be renumbered
+    for (const QString& number : numbers)
+        AcceptedNodes::dropLeftOver(number);
 }
 
 void DicomPort::writeRow(const PortRecord& port) const {
