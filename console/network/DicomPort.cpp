@@ -54,7 +54,8 @@ DicomPort::DicomPort(MainWindowOperations& window, QWidget* parent)
 }
 
 void DicomPort::Init(const QString& port) {
-    fillAndShow([&] { LoadPort(port); });
+    if (ui::guarded(parentWidget(), ui::BoxStyle::Critical, [&] { LoadPort(port); }))
+        showModal();
 }
 
 void DicomPort::LoadPort(const QString& port) {

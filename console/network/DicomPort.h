@@ -15,7 +15,8 @@ class DicomPort : public ui::EditorDialog {
   public:
     DicomPort(MainWindowOperations& window, QWidget* parent);
 
-    /// Loads the port, or a new one for an empty text, and shows the dialog modally.
+    /// Loads the port, or a new one for an empty text, and shows the dialog modally; a port that cannot be
+    /// read is reported and not shown, for Confirm would take an empty dialog for a new port.
     void Init(const QString& port);
     /// Fills the controls. Throws db::Error.
     void LoadPort(const QString& port);

@@ -3,6 +3,7 @@
 
 #include "console/app/TessalyManager.h"
 #include "tests/console/network/PortEditor.h"
+#include "tests/support/Console.h"
 #include "tests/support/WindowTest.h"
 
 using namespace Qt::StringLiterals;
@@ -31,6 +32,7 @@ class PortFaultsTest : public WindowTest {
     void aPortGetsANumberWithLeftOverNodes();
     void aPortWrittenInOtherLettersKeepsItsNodes();
     void leftOverNodesStayWhenTheSaveFails();
+    void aPortThatCannotBeReadOpensNoDialog();
 
   private:
     /// Adds a port with that number, a title and a folder.
@@ -137,6 +139,16 @@ void PortFaultsTest::leftOverNodesStayWhenTheSaveFails() {
     QVERIFY(script.boxes().back().text.contains(ScratchDatabase::Failure));
     QCOMPARE(acceptedOn(u"9"_s), (QList<QStringList>{{u"b"_s}}));
     QCOMPARE(database().value(u"SELECT count(*) FROM Port"_s), u"1"_s);
+}
+
+void PortFaultsTest::aPortThatCannotBeReadOpensNoDialog() {
+    database().run(u"ALTER TABLE Port RENAME TO Elsewhere"_s);
+    BoxScript script;
+    script.expect(critical(BoxScript::AnyText));
+    window().click(u"cmdEditPort"_s);
+    QVERIFY(script.isDone());
+    QVERIFY(script.boxes().back().text.contains(u"no such table: Port"_s));
+    QVERIFY(!takeConsoleEnd());
 }
 
 QTEST_MAIN(PortFaultsTest)
