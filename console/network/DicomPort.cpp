@@ -1,6 +1,7 @@
 #include "console/network/DicomPort.h"
 
 #include <QPushButton>
+#include <stdexcept>
 
 #include "console/network/AcceptedNodes.h"
 #include "console/network/ShortNumber.h"
@@ -18,6 +19,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int MostConnections = 100;
+constexpr int RootLimit = 255;
 
 }  // namespace
 
@@ -29,7 +31,7 @@ DicomPort::DicomPort(MainWindowOperations& window, QWidget* parent)
     txtAETitle_ = fields_.text(rows, u"AETitle"_s, u"txtAETitle"_s, 16, &PortRecord::aeTitle);
     txtMaxConnections_ =
         fields_.text(rows, u"Max.connections"_s, u"txtMaxConnections"_s, 0, &PortRecord::maxConnections);
-    txtRoot_ = fields_.text(rows, u"Root directory"_s, u"txtRoot"_s, 255, &PortRecord::root);
+    txtRoot_ = fields_.text(rows, u"Root directory"_s, u"txtRoot"_s, RootLimit, &PortRecord::root);
     txtRoot_->setReadOnly(true);
 
     // The button that fills the box shares its row.
@@ -168,8 +170,12 @@ void DicomPort::reload() {
 
 void DicomPort::cmdRootDir_Click() {
     ui::guarded(this, ui::BoxStyle::Plain, [this] {
-        if (const auto folder = ui::browseForFolder(this, u"Images dir"_s, txtRoot_->text()))
-            txtRoot_->setText(*folder);
+        const auto folder = ui::browseForFolder(this, u"Images dir"_s, txtRoot_->text());
+        if (!folder)
+            return;
+        if (folder->size() > RootLimit)
+            throw std::runtime_error("The path of this folder is longer than 255 characters.");
+        txtRoot_->setText(*folder);
     });
 }
 

@@ -1,3 +1,4 @@
+#include <QDir>
 #include <QLineEdit>
 #include <QTest>
 
@@ -10,7 +11,7 @@ using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
 
-/// Listening ports in a database that is not as the console leaves it.
+/// Listening ports in a database that is not as the console leaves it, and paths that do not fit.
 class PortFaultsTest : public WindowTest {
     Q_OBJECT
 
@@ -33,6 +34,7 @@ class PortFaultsTest : public WindowTest {
     void aPortWrittenInOtherLettersKeepsItsNodes();
     void leftOverNodesStayWhenTheSaveFails();
     void aPortThatCannotBeReadOpensNoDialog();
+    void aPathThatDoesNotFitIsNotTaken();
 
   private:
     /// Adds a port with that number, a title and a folder.
@@ -149,6 +151,30 @@ void PortFaultsTest::aPortThatCannotBeReadOpensNoDialog() {
     QVERIFY(script.isDone());
     QVERIFY(script.boxes().back().text.contains(u"no such table: Port"_s));
     QVERIFY(!takeConsoleEnd());
+}
+
+void PortFaultsTest::aPathThatDoesNotFitIsNotTaken() {
+    constexpr int Limit = 255;
+    const QString part = u"/"_s + QString{100, u'p'};
+    const QString tooLong = database().imageRoot() + part + part + part;
+    const QString longest =
+        database().imageRoot() + part + u"/"_s + QString{Limit - database().imageRoot().size() - 102, u'q'};
+    QVERIFY(QDir{}.mkpath(tooLong) && QDir{}.mkpath(longest));
+    QCOMPARE(longest.size(), Limit);
+    BoxScript script;
+    script.drive(u"DicomPort"_s, [&](Form form) {
+        form.click(u"cmdRootDir"_s);
+        QCOMPARE(form.text(u"txtRoot"_s), u"/one"_s);
+        form.click(u"cmdRootDir"_s);
+        QCOMPARE(form.text(u"txtRoot"_s), longest);
+        form.click(u"cmdOk"_s);
+    });
+    expectFolder(script, tooLong);
+    script.expect(plain(u"The path of this folder is longer than 255 characters."_s));
+    expectFolder(script, longest);
+    window().click(u"cmdEditPort"_s);
+    QVERIFY(script.isDone());
+    QCOMPARE(database().value(u"SELECT Root FROM Port"_s), longest);
 }
 
 QTEST_MAIN(PortFaultsTest)
