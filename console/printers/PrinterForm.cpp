@@ -8,6 +8,7 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <cmath>
 
 #include "console/printers/DataFields.h"
 #include "console/ui/LeaveFilter.h"
@@ -228,7 +229,8 @@ void PrinterForm::addNumber(QFormLayout* rows, const QString& label, QLineEdit* 
         return;
     connect(spin, &ui::SpinButtons::changed, box, [box] { box->setFocus(); });
     ui::onLeave(box, [box] {
-        if (box->text().toDouble() == 0)  // also what is no number
+        const double number = box->text().toDouble();  // 0 also for what is no number
+        if (number == 0 || !std::isfinite(number))
             box->clear();
     });
 }

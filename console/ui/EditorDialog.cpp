@@ -6,6 +6,7 @@
 #include <QVBoxLayout>
 
 #include "console/ui/Guard.h"
+#include "console/ui/LeaveFilter.h"
 #include "console/ui/Mnemonics.h"
 
 namespace tessaly::ui {
@@ -35,7 +36,11 @@ void EditorDialog::addButtons(std::initializer_list<QPushButton*> sideButtons) {
     // which every button stays as a dialog makes it.
     auto* confirm = addButton(u"cmdOk"_s, u"Confirm"_s);
     confirm->setDefault(true);
-    connect(confirm, &QPushButton::clicked, this, handler([this] { cmdOk_Click(); }));
+    connect(confirm, &QPushButton::clicked, this, handler([this] {
+                if (const QWidget* box = focusWidget())  // Enter and Alt+letter leave it there
+                    asIfLeft(box);
+                cmdOk_Click();
+            }));
     connect(addButton(u"cmdCancel"_s, u"Cancel"_s), &QPushButton::clicked, this, &QDialog::reject);
     assignMnemonics(this);
 }

@@ -15,12 +15,14 @@ class LeaveFilter : public QObject {
         box->installEventFilter(this);
     }
 
+    void leave() { body_(); }
+
     bool eventFilter(QObject* watched, QEvent* event) override {
         if (event->type() == QEvent::FocusOut) {
             const auto reason = static_cast<QFocusEvent*>(event)->reason();
             if (reason != Qt::PopupFocusReason && reason != Qt::ActiveWindowFocusReason &&
                 reason != Qt::MenuBarFocusReason)
-                body_();
+                leave();
         }
         return QObject::eventFilter(watched, event);
     }
@@ -33,6 +35,13 @@ class LeaveFilter : public QObject {
 
 void onLeave(QWidget* box, std::function<void()> body) {
     new LeaveFilter(box, std::move(body));  // owned by the box
+}
+
+void asIfLeft(const QWidget* box) {
+    for (QObject* child : box->children()) {
+        if (auto* filter = dynamic_cast<LeaveFilter*>(child))
+            filter->leave();
+    }
 }
 
 }  // namespace tessaly::ui

@@ -126,6 +126,14 @@ void FtpNodesTest::leavingTheDestinationEmptyFillsInADot() {
         form.click(u"cmdOk"_s);
     });
     window().click(u"cmdFTPAdd"_s);
+    QCOMPARE(database().value(u"SELECT Destination FROM FtpNodes WHERE Name='dot'"_s), u"."_s);
+    // Confirmed from inside, it has not been left, and is as good as left.
+    script.drive(u"FTPNode"_s, [](Form form) {
+        form.type(u"txtDestination"_s, {});
+        QTest::keyClick(&form.find(u"txtDestination"_s), Qt::Key_Return);
+    });
+    window().selectRow(u"lstFTPNodes"_s, u"dot"_s);
+    window().click(u"cmdFTPModify"_s);
     QVERIFY(script.isDone());
     QCOMPARE(database().value(u"SELECT Destination FROM FtpNodes WHERE Name='dot'"_s), u"."_s);
 }

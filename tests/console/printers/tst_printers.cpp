@@ -692,7 +692,8 @@ void PrintersTest::leavingANumberOfZeroEmptiesIt_data() {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("left");
     for (const auto& box : {u"txtCopies"_s, u"txtMaxDensity"_s}) {
-        for (const auto& text : {u"0"_s, u"00"_s, u"0.0"_s, u"-0"_s, u"abc"_s, u" "_s, QString{}})
+        for (const auto& text : {u"0"_s, u"00"_s, u"0.0"_s, u"-0"_s, u"abc"_s, u" "_s, u"nan"_s, u"inf"_s,
+                                 u"1e999"_s, QString{}})
             QTest::addRow("%s %s", qPrintable(box), qPrintable(text)) << box << text << QString{};
         for (const auto& text : {u"1"_s, u"-1"_s, u"0.5"_s})
             QTest::addRow("%s %s", qPrintable(box), qPrintable(text)) << box << text << text;

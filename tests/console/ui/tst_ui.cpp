@@ -285,6 +285,10 @@ void UiTest::leavingABoxIsNoticed() {
     QCOMPARE(left, 0);
     next->setFocus();
     QCOMPARE(left, 1);
+    box->setFocus();
+    ui::asIfLeft(box);
+    QCOMPARE(left, 2);
+    QVERIFY(box->hasFocus());
 }
 
 void UiTest::theFolderPickerGivesAFolderOrNothing() {
