@@ -83,7 +83,7 @@ bool DicomNode::FormValidate() {
            isFilled(txtHost_, u"Host name cannot be empty"_s) &&
            isFilled(txtPort_, u"Port cannot be empty"_s) &&
            isFilled(txtAETitle_, u"AETitle cannot be empty"_s) &&
-           nameIsFree(this, txtName_->text(), NameSpace::FtpNodes);
+           nameIsFree(this, fields_.read().name, NameSpace::FtpNodes);
 }
 
 bool DicomNode::save() {

@@ -69,7 +69,7 @@ bool FTPNode::FormValidate() {
         if (!isFilled(box, box->property("tag").toString() + u" cannot be empty"_s, ui::BoxStyle::Critical))
             return false;
     }
-    return nameIsFree(this, name_->text(), NameSpace::DicomNodes);
+    return nameIsFree(this, fields_.read().name, NameSpace::DicomNodes);
 }
 
 bool FTPNode::save() {

@@ -4,6 +4,8 @@
 #include <QComboBox>
 #include <QLineEdit>
 
+#include "console/ui/KeptText.h"
+
 namespace tessaly::printers {
 
 namespace {
@@ -21,7 +23,7 @@ void forEachField(const QWidget& form, Visit visit) {
 
 void show(QWidget* control, const QString& value) {
     if (auto* box = qobject_cast<QLineEdit*>(control))
-        box->setText(value);
+        ui::showText(box, value);
     else if (auto* combo = qobject_cast<QComboBox*>(control))
         selectText(combo, value);
     else if (auto* check = qobject_cast<QCheckBox*>(control))
@@ -53,6 +55,8 @@ void showRow(const QWidget& form, const db::UpdatableRow& row) {
 
 void takeRow(const QWidget& form, db::UpdatableRow& row) {
     forEachField(form, [&row](QWidget* control, const std::string& column) {
+        if (const auto* box = qobject_cast<QLineEdit*>(control); box != nullptr && ui::isUntouched(box))
+            return;  // the column keeps what it has, whatever the box shows of it
         const QString value = valueOf(control);
         if (row.isText(column) || !value.isEmpty())
             row.set(column, value.toStdString());

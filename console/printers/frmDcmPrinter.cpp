@@ -11,6 +11,7 @@
 #include "console/printers/PrinterForm.h"
 #include "console/session/Globals.h"
 #include "console/ui/Guard.h"
+#include "console/ui/KeptText.h"
 #include "console/ui/Text.h"
 #include "console/ui/Verification.h"
 
@@ -112,7 +113,7 @@ void frmDcmPrinter::writeDefault() const {
     // Without a transaction around it and the row, as ever.
     db::execute(Globals::DbConnection(), "UPDATE Printers SET DefaultPrinter=0");
     db::execute(Globals::DbConnection(), "UPDATE Printers SET DefaultPrinter=1 Where Name ='" +
-                                             form_->name()->text().toStdString() + "'");
+                                             ui::textOf(form_->name()).toStdString() + "'");
 }
 
 void frmDcmPrinter::reload() {
@@ -121,7 +122,8 @@ void frmDcmPrinter::reload() {
 
 void frmDcmPrinter::cmdVerify_Click() {
     ui::guarded(this, ui::BoxStyle::Critical, [this] {
-        if (ui::EchoVerify(this, form_->host()->text(), form_->port()->text(), {}, form_->aeTitle()->text()))
+        if (ui::EchoVerify(this, ui::textOf(form_->host()), ui::textOf(form_->port()), {},
+                           ui::textOf(form_->aeTitle())))
             ui::messageBox(this, u"Verify succeeded!"_s);
         else
             ui::messageBox(this, u"Verify failed!"_s, ui::BoxStyle::Critical);

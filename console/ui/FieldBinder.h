@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "console/ui/KeptText.h"
+
 namespace tessaly::ui {
 
 /// Ties the controls of a form to the members of a record: a control, its label, object name and limit in one
@@ -28,8 +30,8 @@ class FieldBinder {
         constexpr int Longest = 40;
         box->setMinimumWidth(box->fontMetrics().averageCharWidth() * std::clamp(limit, Shortest, Longest));
         rows->addRow(label, box);
-        tie([=](const Record& record) { box->setText(record.*member); },
-            [=](Record& record) { record.*member = box->text(); });
+        tie([=](const Record& record) { showText(box, record.*member); },
+            [=](Record& record) { record.*member = textOf(box); });
         return box;
     }
 
@@ -63,7 +65,8 @@ class FieldBinder {
             tie.show(record);
     }
 
-    /// The record as the controls hold it.
+    /// The record as the controls hold it; what does not fit into a text box is whole as long as nobody edits
+    /// it.
     [[nodiscard]] Record read() const {
         Record record;
         for (const Tie& tie : ties_)

@@ -152,7 +152,7 @@ bool frmUser::FormValidate() {
 bool frmUser::save() {
     const UserRecord user = fields_.read();
     // An untouched password is stored again as it was, never encoded twice.
-    const std::string password = user.password == shownPassword_
+    const std::string password = password1_->text() == shownPassword_
                                      ? storedPassword_
                                      : Globals::EncodePassword(user.password).toStdString();
     const bool newUser = loadedName_.isEmpty();
