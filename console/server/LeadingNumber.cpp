@@ -1,16 +1,16 @@
 #include "console/server/LeadingNumber.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <limits>
+#include <stdexcept>
+
+#include "console/ui/TypedNumber.h"
 
 namespace tessaly::server {
 
 int leadingNumber(const QString& text) {
-    const std::string digits = text.trimmed().toStdString();
-    const long long number = std::strtoll(digits.c_str(), nullptr, 10);  // saturates
-    return static_cast<int>(
-        std::clamp<long long>(number, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+    const auto number = ui::rounded<int>(ui::typedNumber(text).value_or(ui::TypedNumber{}).value);
+    if (!number)
+        throw std::overflow_error(ui::Overflow);
+    return *number;
 }
 
 }  // namespace tessaly::server

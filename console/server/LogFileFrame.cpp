@@ -105,12 +105,13 @@ void LogFileFrame::fill() {
 
 void LogFileFrame::cmdOk_Click() {
     ui::guarded(this, ui::BoxStyle::Critical, [this] {
+        const int timeout = leadingNumber(txtQueryTimeout_->text());
         int dumpLevel = 0;
         for (std::size_t i = 0; i < DumpOptions.size(); ++i)
             dumpLevel += chkDumpOpt_[i]->isChecked() ? DumpOptions[i].bit : 0;
-        db::execute(Globals::DbConnection(), "UPDATE DicomServer SET LogLevel=?,DumpLevel=?, QueryTimeout=?",
-                    {db::integer(cmbOutputLevel_->currentIndex()), db::integer(dumpLevel),
-                     db::integer(leadingNumber(txtQueryTimeout_->text()))});
+        db::execute(
+            Globals::DbConnection(), "UPDATE DicomServer SET LogLevel=?,DumpLevel=?, QueryTimeout=?",
+            {db::integer(cmbOutputLevel_->currentIndex()), db::integer(dumpLevel), db::integer(timeout)});
         Globals::setConfigChanged(true);
     });
 }

@@ -301,7 +301,7 @@ void PortsTest::connectionsThatAreNoNumberEndTheConsole_data() {
     QTest::addColumn<QString>("description");
     for (const auto* text : {"ten", "", " ", "10 x", "1,5", "0x10", "nan", "inf"})
         QTest::newRow(text) << QString::fromLatin1(text) << u"Type mismatch"_s;
-    for (const auto* text : {"32768", "-32769", "32767.5", "1e99", "99999999999999999999"})
+    for (const auto* text : {"32768", "-32769", "32767.5", "1e99", "1e999", "99999999999999999999"})
         QTest::newRow(text) << QString::fromLatin1(text) << u"Overflow"_s;
 }
 

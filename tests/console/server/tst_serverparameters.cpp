@@ -46,6 +46,8 @@ class ServerParametersTest : public QObject {
     void otherBitsAreLost();
     void theTimeoutIsReadAsANumber_data();
     void theTimeoutIsReadAsANumber();
+    void aTimeoutThatDoesNotFitIsReported_data();
+    void aTimeoutThatDoesNotFitIsReported();
     void theArrowsStepTheNumber();
     void confirmWritesEveryRow();
     void cancelPutsTheStoredValuesBack();
@@ -204,7 +206,23 @@ void ServerParametersTest::theTimeoutIsReadAsANumber_data() {
     QTest::newRow("blanks") << u"  7 "_s << u"7"_s;
     QTest::newRow("negative") << u"-5"_s << u"-5"_s;
     QTest::newRow("leading zeros") << u"007"_s << u"7"_s;
-    QTest::newRow("more than the column holds") << u"99999999999999999999"_s << u"2147483647"_s;
+    QTest::newRow("sign") << u"+7"_s << u"7"_s;
+    QTest::newRow("rounded up") << u"2.7"_s << u"3"_s;
+    QTest::newRow("half to even") << u"2.5"_s << u"2"_s;
+    QTest::newRow("half to even, upwards") << u"3.5"_s << u"4"_s;
+    QTest::newRow("negative half to even") << u"-1.5 s"_s << u"-2"_s;
+    QTest::newRow("no digit before the point") << u".6"_s << u"1"_s;
+    QTest::newRow("exponent") << u"1e3"_s << u"1000"_s;
+    QTest::newRow("exponent and more") << u"12E-1 s"_s << u"1"_s;
+    QTest::newRow("exponent without a number") << u"4e"_s << u"4"_s;
+    QTest::newRow("too small for any number") << u"1e-999"_s << u"0"_s;
+    QTest::newRow("comma") << u"2,7"_s << u"2"_s;
+    QTest::newRow("hexadecimal") << u"0x10"_s << u"0"_s;
+    QTest::newRow("digits of another script") << u"\u0661"_s << u"0"_s;
+    QTest::newRow("not a number") << u"nan"_s << u"0"_s;
+    QTest::newRow("infinity") << u"inf"_s << u"0"_s;
+    QTest::newRow("the greatest") << u"2147483647.4"_s << u"2147483647"_s;
+    QTest::newRow("the least") << u"-2147483648.5"_s << u"-2147483648"_s;
 }
 
 void ServerParametersTest::theTimeoutIsReadAsANumber() {
@@ -214,6 +232,28 @@ void ServerParametersTest::theTimeoutIsReadAsANumber() {
     frame().click(u"cmdOk"_s);
     QTEST(stored().at(2), "number");
     QVERIFY(Globals::ConfigChanged());
+}
+
+void ServerParametersTest::aTimeoutThatDoesNotFitIsReported_data() {
+    QTest::addColumn<QString>("typed");
+    for (const auto* text : {"99999999999", "2147483648", "2147483647.5", "-2147483649", "1e10", "1e999",
+                             "-1e999 s", "99999999999999999999999999"})
+        QTest::newRow(text) << QString::fromLatin1(text);
+}
+
+void ServerParametersTest::aTimeoutThatDoesNotFitIsReported() {
+    QFETCH(QString, typed);
+    const QStringList before = stored();
+    frame().choose(u"cmbOutputLevel"_s, u"Debug"_s);
+    frame().type(u"txtQueryTimeout"_s, typed);
+    BoxScript script;
+    script.expect(critical(u"Overflow"_s));
+    frame().click(u"cmdOk"_s);
+    QVERIFY(script.isDone());
+    QCOMPARE(stored(), before);
+    QVERIFY(!Globals::ConfigChanged());
+    QCOMPARE(frame().text(u"txtQueryTimeout"_s), typed);
+    QCOMPARE(takeConsoleEnd(), std::nullopt);
 }
 
 void ServerParametersTest::theArrowsStepTheNumber() {

@@ -1,0 +1,19 @@
+#include "console/ui/TypedNumber.h"
+
+#include <QRegularExpression>
+
+namespace tessaly::ui {
+
+using namespace Qt::StringLiterals;
+
+std::optional<TypedNumber> typedNumber(const QString& text) {
+    static const QRegularExpression number{u"^[+-]?([0-9]+\\.?[0-9]*|\\.[0-9]+)([eE][+-]?[0-9]+)?"_s};
+    const QString inner = text.trimmed();
+    const QString found = number.match(inner).captured();
+    if (found.isEmpty())
+        return std::nullopt;
+    // What the type cannot hold comes as infinity or 0, which is what is wanted of it.
+    return TypedNumber{.value = found.toDouble(), .isAll = found.size() == inner.size()};
+}
+
+}  // namespace tessaly::ui

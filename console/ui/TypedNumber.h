@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QString>
+#include <cmath>
+#include <limits>
+#include <optional>
+
+// Numbers as people type them, for boxes that are free text.
+
+namespace tessaly::ui {
+
+struct TypedNumber {
+    double value = 0;    ///< infinite where it is beyond all bounds
+    bool isAll = false;  ///< there is nothing but blanks around it
+};
+
+/// The number that the text begins with: sign, digits with a decimal point, exponent, whatever the locale;
+/// blanks in front of it are no matter. Nothing where it begins with none; "nan" and "inf" are words.
+[[nodiscard]] std::optional<TypedNumber> typedNumber(const QString& text);
+
+/// The description of a number that does not fit into what is to hold it.
+inline constexpr const char* Overflow = "Overflow";
+
+/// The nearest whole number, of two the even one; nothing when Integer cannot hold it.
+template <class Integer>
+[[nodiscard]] std::optional<Integer> rounded(double value) {
+    using Limits = std::numeric_limits<Integer>;
+    static_assert(Limits::digits < std::numeric_limits<double>::digits);
+    const double whole = std::nearbyint(value);  // to even, as long as nobody changes the rounding mode
+    if (!(whole >= Limits::min() && whole <= Limits::max()))
+        return std::nullopt;
+    return static_cast<Integer>(whole);
+}
+
+}  // namespace tessaly::ui
