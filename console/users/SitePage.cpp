@@ -9,6 +9,7 @@
 
 #include "console/session/Globals.h"
 #include "console/ui/Guard.h"
+#include "console/ui/KeptText.h"
 #include "console/ui/LeaveCheck.h"
 #include "console/ui/Mnemonics.h"
 #include "console/ui/Text.h"
@@ -87,19 +88,27 @@ void SitePage::LoadSiteData() {
         if (row.next()) {
             const QString organization = ui::text(row, "Organization");
             const QString baseUid = ui::text(row, "BaseUID");
-            txtOrganization_->setText(organization);
-            txtBaseUID_->setText(baseUid);
+            ui::showText(txtOrganization_, organization);
+            ui::showText(txtBaseUID_, baseUid);
         }
         enableButtons(false);
     });
 }
 
+/// A box that somebody is in, or has changed, has to be right. A stored fault in the other one is no
+/// obstacle.
+bool SitePage::passes(const QLineEdit* box, ui::LeaveCheck& check) const {
+    if (check.hasRefused())
+        return false;
+    return (ui::isUntouched(box) && window()->focusWidget() != box) || check.passes();
+}
+
 void SitePage::cmdApplySiteData_Click() {
-    if (!organizationCheck_->passes() || !baseUidCheck_->passes())
+    if (!passes(txtOrganization_, *organizationCheck_) || !passes(txtBaseUID_, *baseUidCheck_))
         return;
     ui::guarded(this, ui::BoxStyle::Critical, [this] {
         db::execute(Globals::DbConnection(), "UPDATE SiteData set Organization=?, BaseUID=?",
-                    {ui::varchar(txtOrganization_->text()), ui::varchar(txtBaseUID_->text())});
+                    {ui::varchar(ui::textOf(txtOrganization_)), ui::varchar(ui::textOf(txtBaseUID_))});
         LoadSiteData();
     });
 }

@@ -25,6 +25,7 @@ class SitePage : public QWidget {
 
   private:
     void enableButtons(bool enabled);
+    [[nodiscard]] bool passes(const QLineEdit* box, ui::LeaveCheck& check) const;
     void cmdApplySiteData_Click();
     void cmdCancelSiteData_Click();
 

@@ -47,6 +47,9 @@ class SiteTest : public QObject {
     void aFaultKeepsTheFocus();
     void aUidIsCheckedByItsCharactersAlone();
     void twoFaultyBoxesAskForOneAtATime();
+    void aStoredFaultThatNobodyTouchedIsNoObstacle_data();
+    void aStoredFaultThatNobodyTouchedIsNoObstacle();
+    void aFaultThatWasMadeHereIsCheckedWithoutAVisit();
     void anotherPageIsNotReachedWithAFault();
     void confirmWithAFaultDoesNotWrite();
     void cancelWithAFaultIsALeavingToo();
@@ -250,6 +253,42 @@ void SiteTest::twoFaultyBoxesAskForOneAtATime() {
     script.expect(plain(u"Only Numbers and '.' allowed for UIDs"_s));
     QTest::mouseClick(&box(u"txtOrganization"_s), Qt::LeftButton);
     QVERIFY(script.isDone());
+    QVERIFY(hasFocus(u"txtBaseUID"_s));
+}
+
+void SiteTest::aStoredFaultThatNobodyTouchedIsNoObstacle_data() {
+    QTest::addColumn<QString>("stored");
+    QTest::addColumn<QString>("typed");
+    QTest::newRow("the UID") << u"'Old', '1.x'"_s << u"txtOrganization"_s;
+    QTest::newRow("no UID") << u"'Old', ''"_s << u"txtOrganization"_s;
+    QTest::newRow("no organization") << u"'', '1.2'"_s << u"txtBaseUID"_s;
+}
+
+void SiteTest::aStoredFaultThatNobodyTouchedIsNoObstacle() {
+    QFETCH(QString, stored);
+    QFETCH(QString, typed);
+    database_->run(u"DELETE FROM SiteData"_s);
+    database_->run(u"INSERT INTO SiteData VALUES (%1)"_s.arg(stored));
+    window_->LoadSiteData();
+    QStringList expected = database_->rows(u"SELECT * FROM SiteData"_s).front();
+    expected[typed == u"txtOrganization"_s ? 0 : 1] = u"7"_s;
+    const BoxScript noBox;
+    window().type(typed, u"7"_s);
+    QTest::mouseClick(&button(u"cmdApplySiteData"_s), Qt::LeftButton);
+    QCOMPARE(database_->rows(u"SELECT * FROM SiteData"_s), QList<QStringList>{expected});
+    QVERIFY(buttonsAreEnabled(false));
+}
+
+/// As a paste from a menu does, which takes the focus nowhere.
+void SiteTest::aFaultThatWasMadeHereIsCheckedWithoutAVisit() {
+    window().type(u"txtOrganization"_s, u"Clinic"_s);
+    box(u"txtBaseUID"_s).insert(u"x"_s);
+    QVERIFY(!box(u"txtBaseUID"_s).hasFocus());
+    BoxScript script;
+    script.expect(plain(u"Only Numbers and '.' allowed for UIDs"_s));
+    QTest::mouseClick(&button(u"cmdApplySiteData"_s), Qt::LeftButton);
+    QVERIFY(script.isDone());
+    QCOMPARE(stored(), (QList<QStringList>{{u"Test Hospital"_s, u"2.25.1234"_s}}));
     QVERIFY(hasFocus(u"txtBaseUID"_s));
 }
 
