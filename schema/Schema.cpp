@@ -16,6 +16,10 @@ constexpr std::array Engines{
            .tables = embedded::sqlite,
            .catalogue = embedded::sqlite_catalogue,
            .scratch = ":memory:"},
+    Engine{.name = "PostgreSQL",
+           .tables = embedded::postgresql,
+           .catalogue = embedded::postgresql_catalogue,
+           .scratchStart = "CREATE SCHEMA tessaly_scratch; SET LOCAL search_path TO tessaly_scratch"},
 };
 
 std::string_view trimmed(std::string_view text) {

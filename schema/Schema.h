@@ -12,7 +12,10 @@ struct Engine {
     std::string_view name;       ///< as db::Connection::engineName() gives it
     std::string_view tables;     ///< the SQL text that makes all tables in an empty database
     std::string_view catalogue;  ///< one query: a row (TableName, Fact) for each thing that `tables` made
-    std::string_view scratch;  ///< the name of an empty database that vanishes with its connection
+    /// The name of an empty database that vanishes with its connection. Empty where there is none: there
+    /// `scratchStart` are statements that make room for the tables in a transaction, to be rolled back.
+    std::string_view scratch;
+    std::string_view scratchStart;
 };
 
 /// Throws std::runtime_error for an engine that has no SQL file here. The case of the name does not matter.

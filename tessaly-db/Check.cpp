@@ -9,6 +9,7 @@
 
 #include "db/Error.h"
 #include "db/Query.h"
+#include "db/Transaction.h"
 #include "passwords/PasswordEncoder.h"
 #include "schema/Schema.h"
 #include "tessaly-db/DataSource.h"
@@ -44,8 +45,12 @@ Catalogue readCatalogue(const db::Connection& connection, const schema::Engine& 
 Catalogue expectedCatalogue(const std::string& dsn, const schema::Engine& engine) {
     db::Connection scratch;
     connect(scratch, dsn, std::string{engine.scratch});
-    for (const auto& statement : schema::statements(engine.tables))
-        db::execute(scratch, statement);
+    std::optional<db::Transaction> transaction;  // never committed
+    if (!engine.scratchStart.empty())
+        transaction.emplace(scratch);
+    for (const auto text : {engine.scratchStart, engine.tables})
+        for (const auto& statement : schema::statements(text))
+            db::execute(scratch, statement);
     return readCatalogue(scratch, engine);
 }
 

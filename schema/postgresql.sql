@@ -1,0 +1,151 @@
+-- The configuration database and the archive's tables, for PostgreSQL: what sqlite.sql makes, in this engine's
+-- words. Names are not quoted and so fold to lower case, as they do in the programs' statements.
+--
+-- Flags are small integers and no booleans: programs write numbers into them, and a stored -1 reads as set.
+
+-- Names that differ in case alone are equal, for keys, look-ups and joins. A collation that is not
+-- deterministic knows no LIKE and no regular expression: patterns want COLLATE "C".
+CREATE COLLATION IF NOT EXISTS nocase (provider = icu, locale = 'und-u-ks-level2', deterministic = false);
+
+CREATE TABLE DicomServer (
+    LogLevel     INTEGER NOT NULL,
+    DumpLevel    INTEGER NOT NULL,
+    QueryTimeout INTEGER NOT NULL
+);
+
+CREATE TABLE SiteData (
+    Organization VARCHAR(64) NOT NULL,
+    BaseUID      VARCHAR(64) NOT NULL
+);
+
+CREATE TABLE DicomNodes (
+    Name         VARCHAR(16) COLLATE nocase NOT NULL PRIMARY KEY,
+    AETitle      VARCHAR(16),
+    LocalAETitle VARCHAR(16),
+    Host         VARCHAR(64),
+    Port         VARCHAR(16),
+    Store        SMALLINT NOT NULL DEFAULT 0,
+    Query        SMALLINT NOT NULL DEFAULT 0,
+    Print        SMALLINT NOT NULL DEFAULT 0
+);
+
+CREATE TABLE FtpNodes (
+    Name        VARCHAR(16) COLLATE nocase NOT NULL PRIMARY KEY,
+    Host        VARCHAR(64),
+    UserName    VARCHAR(16),
+    UserPwd     VARCHAR(16),
+    Destination VARCHAR(128),
+    NodeType    VARCHAR(8)
+);
+
+CREATE TABLE Port (
+    Port           VARCHAR(16) COLLATE nocase NOT NULL PRIMARY KEY,
+    AETitle        VARCHAR(16) NOT NULL,
+    MaxConnections INTEGER NOT NULL,
+    Root           VARCHAR(255) NOT NULL,
+    CheckCallingAE SMALLINT NOT NULL DEFAULT 0,
+    CheckCalledAE  SMALLINT NOT NULL DEFAULT 0,
+    SaveCompressed SMALLINT NOT NULL DEFAULT 1
+);
+
+CREATE TABLE PortRemoteNodes (
+    Port VARCHAR(16) COLLATE nocase NOT NULL,
+    Name VARCHAR(16) COLLATE nocase NOT NULL,
+    PRIMARY KEY (Port, Name)
+);
+CREATE INDEX PortRemoteNodesByName ON PortRemoteNodes (Name);
+
+CREATE TABLE Printers (
+    Name           VARCHAR(16) COLLATE nocase NOT NULL PRIMARY KEY,
+    AETitle        VARCHAR(16),
+    Host           VARCHAR(64),
+    Port           VARCHAR(16),
+    Priority       VARCHAR(16),
+    Medium         VARCHAR(16),
+    Destination    VARCHAR(16),
+    Copies         INTEGER,
+    Illumination   INTEGER,
+    Reflection     INTEGER,
+    MinDensity     INTEGER,
+    MaxDensity     INTEGER,
+    Border         VARCHAR(16),
+    Polarity       VARCHAR(16),
+    EmptyDensity   VARCHAR(16),
+    Layout         VARCHAR(64),
+    FilmSize       VARCHAR(16),
+    Resolution     VARCHAR(16),
+    Orientation    VARCHAR(16),
+    Magnification  VARCHAR(16),
+    Smoothing      VARCHAR(16),
+    Trim           VARCHAR(16),
+    GridSizeDx     INTEGER,
+    GridSizeDy     INTEGER,
+    UserParams     VARCHAR(255),
+    ForceBW        SMALLINT,
+    DefaultPrinter SMALLINT,
+    Force8bit      INTEGER
+);
+
+-- "user" repeats the key, so that a listing ordered by it resolves. Without its quotes the word is the session's
+-- own user here; db/ quotes it where a statement says it.
+CREATE TABLE Users (
+    UserName  VARCHAR(16) COLLATE nocase NOT NULL PRIMARY KEY,
+    UserPwd   VARCHAR(16),
+    DcmUpdate SMALLINT NOT NULL DEFAULT 0,
+    DcmDelete SMALLINT NOT NULL DEFAULT 0,
+    Move      SMALLINT NOT NULL DEFAULT 0,
+    Refert    SMALLINT NOT NULL DEFAULT 0,
+    DcmAdmin  SMALLINT NOT NULL DEFAULT 0,
+    Signature VARCHAR(32),
+    Send      SMALLINT NOT NULL DEFAULT 0,
+    Backup    SMALLINT NOT NULL DEFAULT 0,
+    Import    SMALLINT NOT NULL DEFAULT 0,
+    ROI       SMALLINT NOT NULL DEFAULT 0,
+    WLogin    SMALLINT NOT NULL DEFAULT 0,
+    ModTags   SMALLINT NOT NULL DEFAULT 0,
+    "user"    VARCHAR(16) COLLATE nocase GENERATED ALWAYS AS (UserName) STORED
+);
+
+-- The archive. UIDs are digits and dots, so that case never matters there. Its texts compare and sort by their
+-- bytes, whatever the database's own language is.
+
+CREATE TABLE Patient (
+    ID        BIGINT NOT NULL PRIMARY KEY,
+    PatientID VARCHAR(64) COLLATE "C" NOT NULL,
+    Name      VARCHAR(324) COLLATE "C",
+    BirthDate VARCHAR(8) COLLATE "C",
+    Sex       VARCHAR(16) COLLATE "C"
+);
+CREATE UNIQUE INDEX PatientByPatientID ON Patient (PatientID);
+
+CREATE TABLE Study (
+    StudyInstanceUID VARCHAR(64) COLLATE "C" NOT NULL PRIMARY KEY,
+    IDPatient        BIGINT NOT NULL,
+    StudyPath        VARCHAR(255) COLLATE "C" NOT NULL,
+    StudyID          VARCHAR(16) COLLATE "C",
+    StudyDate        VARCHAR(8) COLLATE "C",
+    StudyTime        VARCHAR(16) COLLATE "C",
+    AccessionNumber  VARCHAR(16) COLLATE "C",
+    Description      VARCHAR(64) COLLATE "C"
+);
+CREATE INDEX StudyByPatient ON Study (IDPatient);
+
+CREATE TABLE Series (
+    SeriesInstanceUID VARCHAR(64) COLLATE "C" NOT NULL PRIMARY KEY,
+    StudyInstanceUID  VARCHAR(64) COLLATE "C" NOT NULL,
+    SeriesDir         VARCHAR(64) COLLATE "C" NOT NULL,
+    Modality          VARCHAR(16) COLLATE "C",
+    SeriesNumber      VARCHAR(12) COLLATE "C",
+    Description       VARCHAR(64) COLLATE "C"
+);
+CREATE INDEX SeriesByStudy ON Series (StudyInstanceUID);
+
+CREATE TABLE Image (
+    SOPInstanceUID    VARCHAR(64) COLLATE "C" NOT NULL PRIMARY KEY,
+    SeriesInstanceUID VARCHAR(64) COLLATE "C" NOT NULL,
+    ImageFile         VARCHAR(128) COLLATE "C" NOT NULL,
+    SOPClassUID       VARCHAR(64) COLLATE "C",
+    TransferSyntaxUID VARCHAR(64) COLLATE "C",
+    InstanceNumber    VARCHAR(12) COLLATE "C"
+);
+CREATE INDEX ImageBySeries ON Image (SeriesInstanceUID);
