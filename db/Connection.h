@@ -7,11 +7,14 @@
 namespace tessaly::db {
 
 namespace detail {
-class Session;
+class Line;
 }
 
 /// One ODBC connection. Not thread-safe: it and all that runs on it belong to one thread at a time.
 /// Every operation throws db::Error with the driver's description.
+///
+/// The engine may end a connection (a restart, a failover, an administrator). The operation that meets it
+/// reports it; the next one outside a transaction connects anew by itself, queries made before included.
 class Connection {
   public:
     /// Who walks the result sets; the values are those of SQL_ATTR_ODBC_CURSORS.
@@ -26,14 +29,14 @@ class Connection {
     void setConnectString(std::string text) { connectString_ = std::move(text); }
     void setCursorDriver(CursorDriver driver) { cursorDriver_ = driver; }
 
-    /// Connects without ever prompting, and reads from the database once, so that a file that is missing, locked,
-    /// unreadable or no database fails here and not at the first statement. Throws when already open.
+    /// Connects without ever prompting, and reads from the database once, so that a file that is missing,
+    /// locked, unreadable or no database fails here and not at the first statement. Throws when already open.
     void establish();
 
     /// Disconnects; nothing happens when it is closed. Throws while a query or a result set of it is alive.
     void close();
 
-    [[nodiscard]] bool isOpen() const noexcept { return session_ != nullptr; }
+    [[nodiscard]] bool isOpen() const noexcept { return line_ != nullptr; }
 
     /// Looks a table up in the catalogue, without regard to case.
     [[nodiscard]] bool hasTable(std::string_view name) const;
@@ -41,13 +44,17 @@ class Connection {
     /// The engine's name as the driver gives it, for example "SQLite".
     [[nodiscard]] std::string engineName() const;
 
+    /// For Walk: another connection to the same database that does nothing but walk. Nothing where the driver
+    /// walks any set on this one without keeping its rows in memory.
+    [[nodiscard]] std::unique_ptr<Connection> walker() const;
+
     /// For Query and Transaction. Throws when the connection is closed.
-    [[nodiscard]] const std::shared_ptr<detail::Session>& session() const;
+    [[nodiscard]] const std::shared_ptr<detail::Line>& line() const;
 
   private:
     std::string connectString_;
     CursorDriver cursorDriver_ = CursorDriver::Driver;
-    std::shared_ptr<detail::Session> session_;
+    std::shared_ptr<detail::Line> line_;
 };
 
 }  // namespace tessaly::db

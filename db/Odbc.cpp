@@ -1,5 +1,6 @@
 #include "db/Odbc.h"
 
+#include <algorithm>
 #include <array>
 
 namespace tessaly::db::detail {
@@ -29,27 +30,69 @@ std::vector<Diagnostic> diagnostics(SQLSMALLINT kind, SQLHANDLE handle) {
     return records;
 }
 
-Session::Session(const std::string& connectString, SQLULEN cursors)
+Session::Session(const std::string& connectString, SQLULEN cursors, bool walks)
     : connection_((SQLSetEnvAttr(environment_.get(), SQL_ATTR_ODBC_VERSION,
                                  reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0),
                    environment_.get())) {
-    connection_.check(SQLSetConnectAttr(connection_.get(), SQL_ATTR_ODBC_CURSORS,
-                                        reinterpret_cast<SQLPOINTER>(cursors), 0));
-    connection_.check(SQLDriverConnect(connection_.get(), nullptr, odbcText(connectString),
-                                       static_cast<SQLSMALLINT>(connectString.size()), nullptr, 0, nullptr,
-                                       SQL_DRIVER_NOPROMPT));
+    check(SQLSetConnectAttr(get(), SQL_ATTR_ODBC_CURSORS, reinterpret_cast<SQLPOINTER>(cursors), 0));
+    const std::string whole = connectString + connectWords(walks);
+    check(SQLDriverConnect(get(), nullptr, odbcText(whole), static_cast<SQLSMALLINT>(whole.size()), nullptr,
+                           0, nullptr, SQL_DRIVER_NOPROMPT));
+    engine_ = describeEngine();
+    keepDriverQuiet();
 }
 
 Session::~Session() {
     if (inTransaction)
-        SQLEndTran(SQL_HANDLE_DBC, connection_.get(), SQL_ROLLBACK);
-    SQLDisconnect(connection_.get());
+        SQLEndTran(SQL_HANDLE_DBC, get(), SQL_ROLLBACK);
+    SQLDisconnect(get());
+}
+
+SQLRETURN Session::check(SQLRETURN result, SQLSMALLINT kind, SQLHANDLE handle, const std::string& statement) {
+    if (SQL_SUCCEEDED(result) || result == SQL_NO_DATA)
+        return result;
+    auto records = diagnostics(kind, handle);
+    failed = true;
+    lost = lost || std::any_of(records.begin(), records.end(), isLostSession);
+    throw Error(std::move(records), statement);
+}
+
+/// The PostgreSQL driver turns its log on where the system's configuration of drivers says so, and Debian's
+/// does. A connection's own word for "off" counts until the driver has disconnected its last one: then, with
+/// its very last message, it makes a file for the log that everybody can read. A connection that never comes
+/// about is not counted out again; one beside each session keeps the log off to the end.
+void Session::keepDriverQuiet() {
+    const std::string driver = textInfo(SQL_DRIVER_NAME);
+    if (!driver.starts_with("psqlodbc"))
+        return;
+    quiet_ = std::make_unique<Handle<SQL_HANDLE_DBC>>(environment_.get());
+    // Its address is no folder: nobody is called.
+    const std::string nowhere =
+        "Driver=" + driver + ";Servername=/dev/null;Port=1;Database=none;UID=none" + connectWords(false);
+    SQLDriverConnect(quiet_->get(), nullptr, odbcText(nowhere), static_cast<SQLSMALLINT>(nowhere.size()),
+                     nullptr, 0, nullptr, SQL_DRIVER_NOPROMPT);
 }
 
 SQLUINTEGER Session::info(SQLUSMALLINT what) const {
     SQLUINTEGER value = 0;  // wide enough for the 16-bit answers as well: they fill the low half
-    SQLGetInfo(connection_.get(), what, &value, sizeof value, nullptr);
+    SQLGetInfo(get(), what, &value, sizeof value, nullptr);
     return value;
+}
+
+std::string Session::textInfo(SQLUSMALLINT what) const {
+    std::array<char, 128> text{};
+    SQLSMALLINT length = 0;
+    const SQLRETURN result = SQLGetInfo(get(), what, text.data(), text.size(), &length);
+    return SQL_SUCCEEDED(result) ? text.data() : std::string{};
+}
+
+Engine Session::describeEngine() const {
+    const SQLUINTEGER names = info(SQL_IDENTIFIER_CASE);
+    return {.name = textInfo(SQL_DBMS_NAME),
+            .quote = textInfo(SQL_IDENTIFIER_QUOTE_CHAR),
+            .folding = names == SQL_IC_LOWER   ? Engine::Folding::Lower
+                       : names == SQL_IC_UPPER ? Engine::Folding::Upper
+                                               : Engine::Folding::None};
 }
 
 bool Session::walksBesideOthers() const {
@@ -58,11 +101,17 @@ bool Session::walksBesideOthers() const {
     return forwardOnly && statements != 1;
 }
 
-std::string Session::engineName() const {
-    std::array<char, 128> name{};
-    SQLSMALLINT length = 0;
-    connection_.check(SQLGetInfo(connection_.get(), SQL_DBMS_NAME, name.data(), name.size(), &length));
-    return name.data();
+SQLRETURN Statement::prepare() {
+    const std::string words = session_->engine().rewritten(text_);
+    const SQLRETURN result = SQLPrepare(get(), odbcText(words), static_cast<SQLINTEGER>(words.size()));
+    prepared = SQL_SUCCEEDED(result);
+    hasRun = false;
+    return result;
+}
+
+void Statement::runDirectly() const {
+    const std::string words = session_->engine().rewritten(text_);
+    check(SQLExecDirect(get(), odbcText(words), static_cast<SQLINTEGER>(words.size())));
 }
 
 }  // namespace tessaly::db::detail

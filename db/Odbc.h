@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "db/Connection.h"
+#include "db/Engine.h"
 #include "db/Error.h"
 #include "db/ResultSet.h"
 
@@ -35,13 +37,6 @@ class Handle {
 
     [[nodiscard]] SQLHANDLE get() const noexcept { return handle_; }
 
-    /// Throws with all diagnostics unless the call succeeded; hands `result` through.
-    SQLRETURN check(SQLRETURN result, const std::string& statement = {}) const {
-        if (!SQL_SUCCEEDED(result) && result != SQL_NO_DATA)
-            throw Error(diagnostics(Kind, handle_), statement);
-        return result;
-    }
-
   private:
     SQLHANDLE handle_ = SQL_NULL_HANDLE;
 };
@@ -49,45 +44,79 @@ class Handle {
 /// An established connection; disconnects when the last query, set or transaction on it is gone.
 class Session {
   public:
-    Session(const std::string& connectString, SQLULEN cursors);
+    /// `walks`: for long walks alone (see connectWords()).
+    Session(const std::string& connectString, SQLULEN cursors, bool walks);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    [[nodiscard]] const Handle<SQL_HANDLE_DBC>& connection() const noexcept { return connection_; }
+    [[nodiscard]] SQLHDBC get() const noexcept { return connection_.get(); }
+    [[nodiscard]] const Engine& engine() const noexcept { return engine_; }
 
     /// True when the driver can walk a forward-only set while other statements run beside it.
     [[nodiscard]] bool walksBesideOthers() const;
-    [[nodiscard]] std::string engineName() const;
+
+    /// Every call on the connection and its statements goes through here. Throws unless it succeeded, and
+    /// keeps in mind what the failure means for the session and its transaction.
+    SQLRETURN check(SQLRETURN result, SQLSMALLINT kind, SQLHANDLE handle, const std::string& statement = {});
+    SQLRETURN check(SQLRETURN result) { return check(result, SQL_HANDLE_DBC, get()); }
 
     bool inTransaction = false;
+    bool failed = false;  ///< something has failed since the transaction began
+    bool lost = false;    ///< the engine has ended the session, or cannot be reached any more
 
   private:
     [[nodiscard]] SQLUINTEGER info(SQLUSMALLINT what) const;
+    [[nodiscard]] std::string textInfo(SQLUSMALLINT what) const;
+    [[nodiscard]] Engine describeEngine() const;
+    void keepDriverQuiet();
 
     Handle<SQL_HANDLE_ENV> environment_{SQL_NULL_HANDLE};
     Handle<SQL_HANDLE_DBC> connection_;
+    std::unique_ptr<Handle<SQL_HANDLE_DBC>> quiet_;
+    Engine engine_;
+};
+
+/// What a connection and the queries on it share: the session, and how to get another one.
+class Line {
+  public:
+    /// Connects; `cursors` is one of Connection::CursorDriver.
+    Line(std::string connectString, Connection::CursorDriver cursors, bool walks);
+
+    /// The session to run the next statement on. One that was lost is replaced first, but not inside a
+    /// transaction: that one has failed, and its statements with it.
+    [[nodiscard]] const std::shared_ptr<Session>& current();
+    /// A statement or a transaction is alive on the session.
+    [[nodiscard]] bool isInUse() const noexcept { return session_.use_count() > 1; }
+
+  private:
+    [[nodiscard]] std::shared_ptr<Session> connect() const;
+
+    std::string connectString_;
+    Connection::CursorDriver cursors_;
+    bool walks_;
+    std::shared_ptr<Session> session_;
 };
 
 /// A statement handle with the session that it needs, shared by a query and the set it opened.
 class Statement {
   public:
     Statement(std::shared_ptr<Session> session, std::string text)
-        : session_(std::move(session)), handle_(session_->connection().get()), text_(std::move(text)) {}
+        : session_(std::move(session)), handle_(session_->get()), text_(std::move(text)) {}
 
     [[nodiscard]] SQLHSTMT get() const noexcept { return handle_.get(); }
-    [[nodiscard]] const Session& session() const noexcept { return *session_; }
+    [[nodiscard]] const std::shared_ptr<Session>& session() const noexcept { return session_; }
+    /// As it was given, not as the engine reads it.
     [[nodiscard]] const std::string& text() const noexcept { return text_; }
-    SQLRETURN check(SQLRETURN result) const { return handle_.check(result, text_); }
+    SQLRETURN check(SQLRETURN result) const { return session_->check(result, SQL_HANDLE_STMT, get(), text_); }
 
-    /// Prepares the text, whatever the handle did before; hands ODBC's answer through.
-    SQLRETURN prepare() {
-        const SQLRETURN result = SQLPrepare(get(), odbcText(text_), static_cast<SQLINTEGER>(text_.size()));
-        prepared = SQL_SUCCEEDED(result);
-        return result;
-    }
+    /// Prepares the text in the engine's words, whatever the handle did before; hands ODBC's answer through.
+    SQLRETURN prepare();
+    /// Runs the text at once, in the engine's words.
+    void runDirectly() const;
 
     bool prepared = false;
+    bool hasRun = false;   ///< successfully, since it was prepared
     bool walking = false;  ///< a result set is alive on it
     std::size_t boundParams = 0;
     std::vector<ResultSet::Column> columns;  ///< of the sets that it opens, described by the first

@@ -1,5 +1,7 @@
 #include "db/Query.h"
 
+#include <algorithm>
+
 #include "db/Odbc.h"
 
 namespace tessaly::db {
@@ -47,7 +49,7 @@ void bindOne(const detail::Statement& statement, SQLUSMALLINT position, const Pa
 }  // namespace
 
 Query::Query(const Connection& connection, std::string text)
-    : statement_(std::make_shared<detail::Statement>(connection.session(), std::move(text))) {}
+    : line_(connection.line()), text_(std::move(text)) {}
 
 Query& Query::bind(int position, Param value) {
     const auto index = static_cast<std::size_t>(position - 1);
@@ -65,9 +67,27 @@ Query& Query::bindAll(std::vector<Param> values) {
 }
 
 void Query::run() {
-    detail::Statement& statement = *statement_;
-    if (statement.walking)
+    if (statement_ && statement_->walking)
         throw Error("The statement's rows are still being read");
+    const auto& session = line_->current();
+    if (!statement_ || statement_->session() != session)
+        statement_ = std::make_shared<detail::Statement>(session, text_);
+    const bool mayBeStale = statement_->hasRun && !session->inTransaction;
+    try {
+        runOnce();
+    } catch (const Error& fault) {
+        // What the driver has prepared is not to be trusted any more.
+        statement_ = std::make_shared<detail::Statement>(session, text_);
+        if (!mayBeStale ||
+            !std::any_of(fault.diagnostics().begin(), fault.diagnostics().end(), detail::isStalePlan))
+            throw;
+        runOnce();
+    }
+    statement_->hasRun = true;
+}
+
+void Query::runOnce() {
+    detail::Statement& statement = *statement_;
     if (!statement.prepared)
         statement.check(statement.prepare());
     std::vector<Bound> bound(params_.size());

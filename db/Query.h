@@ -42,7 +42,9 @@ struct Param {
 }
 
 /// One statement with positional `?` markers. It is prepared by the first run and may be run again with other
-/// values. Keeps its connection's session alive; throws db::Error.
+/// values; what makes the preparation void (a lost session, a table that has changed) makes the next run
+/// prepare anew. Its text is read by every engine: a name may stand in brackets, and User is a column like
+/// any other. Keeps its connection alive; throws db::Error.
 class Query {
   public:
     Query(const Connection& connection, std::string text);
@@ -63,8 +65,11 @@ class Query {
 
   private:
     void run();
+    void runOnce();
 
-    std::shared_ptr<detail::Statement> statement_;
+    std::shared_ptr<detail::Line> line_;
+    std::string text_;
+    std::shared_ptr<detail::Statement> statement_;  // of the line's session, null before the first run
     std::vector<Param> params_;
 };
 

@@ -73,7 +73,8 @@ void ResultSet::close() {
     // The SQLite driver steps through the rows of a statement without parameters, and does not reset one that
     // is left before its end: it would hold its read of the database, and give the rest of the rows when it
     // is run again.
-    if (!ended_ && statement_->boundParams == 0 && statement_.use_count() > 1)
+    if (!ended_ && statement_->boundParams == 0 && statement_.use_count() > 1 &&
+        statement_->session()->engine().keepsLeftSets())
         statement_->prepare();
 }
 

@@ -7,17 +7,17 @@ namespace tessaly::db {
 namespace {
 
 SQLRETURN setAutoCommit(const detail::Session& session, SQLULEN mode) {
-    return SQLSetConnectAttr(session.connection().get(), SQL_ATTR_AUTOCOMMIT,
-                             reinterpret_cast<SQLPOINTER>(mode), 0);
+    return SQLSetConnectAttr(session.get(), SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(mode), 0);
 }
 
 }  // namespace
 
-Transaction::Transaction(const Connection& connection) : session_(connection.session()) {
+Transaction::Transaction(const Connection& connection) : session_(connection.line()->current()) {
     if (session_->inTransaction)
         throw Error("A transaction is already open");
-    session_->connection().check(setAutoCommit(*session_, SQL_AUTOCOMMIT_OFF));
+    session_->check(setAutoCommit(*session_, SQL_AUTOCOMMIT_OFF));
     session_->inTransaction = true;
+    session_->failed = false;
 }
 
 Transaction::~Transaction() {
@@ -27,11 +27,12 @@ Transaction::~Transaction() {
 void Transaction::commit() {
     if (!open_)
         throw Error("The transaction has ended");
-    const auto& connection = session_->connection();
-    connection.check(SQLEndTran(SQL_HANDLE_DBC, connection.get(), SQL_COMMIT));
+    if (session_->failed)
+        throw Error("The transaction cannot be committed: one of its statements failed");
+    session_->check(SQLEndTran(SQL_HANDLE_DBC, session_->get(), SQL_COMMIT));
     open_ = false;
     session_->inTransaction = false;
-    connection.check(setAutoCommit(*session_, SQL_AUTOCOMMIT_ON));
+    session_->check(setAutoCommit(*session_, SQL_AUTOCOMMIT_ON));
 }
 
 void Transaction::rollBack() noexcept {
@@ -39,7 +40,7 @@ void Transaction::rollBack() noexcept {
         return;
     open_ = false;
     session_->inTransaction = false;
-    SQLEndTran(SQL_HANDLE_DBC, session_->connection().get(), SQL_ROLLBACK);
+    SQLEndTran(SQL_HANDLE_DBC, session_->get(), SQL_ROLLBACK);
     setAutoCommit(*session_, SQL_AUTOCOMMIT_ON);
 }
 

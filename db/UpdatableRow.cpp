@@ -4,6 +4,7 @@
 
 #include "db/Error.h"
 #include "db/Number.h"
+#include "db/Odbc.h"
 #include "db/Query.h"
 #include "db/Text.h"
 
@@ -57,6 +58,11 @@ Param UpdatableRow::Field::parameter() const {
     return whole ? integer(*whole) : undeclared(*value);
 }
 
+/// The name is the catalogue's own, which an engine that folds names finds by quotes alone.
+std::string UpdatableRow::quoted(const Field& field) const {
+    return connection_.line()->current()->engine().quoted(field.name);
+}
+
 UpdatableRow::Change UpdatableRow::change() const {
     Change change;
     const auto append = [](std::string& list, const std::string& item) {
@@ -65,9 +71,9 @@ UpdatableRow::Change UpdatableRow::change() const {
     for (const Field& each : fields_) {
         if (!each.set)
             continue;
-        append(change.columns, each.name);
+        append(change.columns, quoted(each));
         append(change.markers, "?");
-        append(change.assignments, each.name + "=?");
+        append(change.assignments, quoted(each) + "=?");
         change.values.push_back(each.parameter());
     }
     return change;
@@ -81,7 +87,8 @@ void UpdatableRow::update() {
         return;
     const Field& key = fields_[key_];
     change.values.push_back(Field{.name = key.name, .isText = key.isText, .value = keyRead_}.parameter());
-    Query query{connection_, "UPDATE " + table_ + " SET " + change.assignments + " WHERE " + key.name + "=?"};
+    Query query{connection_,
+                "UPDATE " + table_ + " SET " + change.assignments + " WHERE " + quoted(key) + "=?"};
     if (query.bindAll(std::move(change.values)).execute() == 0)
         throw Error("The row is no longer there");
     written();

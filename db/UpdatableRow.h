@@ -52,6 +52,7 @@ class UpdatableRow {
         std::vector<Param> values;
     };
     [[nodiscard]] std::size_t indexOf(std::string_view column) const;
+    [[nodiscard]] std::string quoted(const Field& field) const;
     [[nodiscard]] Change change() const;
     void written();
 

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "db/Error.h"
+
+namespace tessaly::db::detail {
+
+// What differs from engine to engine, and nothing but text: no connection is needed to test it. For db/*.cpp
+// alone; the tables of each engine stand in schema/.
+
+/// An engine as its driver describes it, with what this folder knows of it by its name.
+struct Engine {
+    enum class Folding { None, Lower, Upper };  ///< of a name without quotes
+
+    std::string name;                 ///< SQL_DBMS_NAME
+    std::string quote;                ///< SQL_IDENTIFIER_QUOTE_CHAR
+    Folding folding = Folding::None;  ///< SQL_IDENTIFIER_CASE
+
+    [[nodiscard]] bool isPostgres() const;
+    [[nodiscard]] bool isSqlite() const;
+
+    /// A name as the catalogue has it, ready for a statement.
+    [[nodiscard]] std::string quoted(std::string_view exactName) const;
+
+    /// The statement in words that the engine reads, the same text where it reads them as they are. Rewritten
+    /// are a name in brackets, and the bare word User where it would be the session's own user. Texts in
+    /// quotes and comments stay as they are.
+    [[nodiscard]] std::string rewritten(const std::string& statement) const;
+
+    /// The statement that opens a session: one row, or a fault that keeps the session from being used. Its
+    /// columns Version and Encoding, where it has them, are for refusal().
+    [[nodiscard]] std::string opening() const;
+
+    /// True where the driver reads a set into memory whole unless the session is opened for walks.
+    [[nodiscard]] bool keepsSetsInMemory() const { return isPostgres(); }
+
+    /// True where the driver goes on with a statement without parameters whose set was left before its end.
+    [[nodiscard]] bool keepsLeftSets() const { return isSqlite(); }
+
+  private:
+    [[nodiscard]] std::string folded(std::string_view name) const;
+};
+
+/// Why the program cannot work on a PostgreSQL server of that number (server_version_num) and a database of
+/// that encoding; nothing where it can.
+[[nodiscard]] std::optional<std::string> refusal(long long version, std::string_view encoding);
+
+/// What is added to every connect string. Drivers pass over the words of others. `walks`: the session is for
+/// long walks alone, their rows are fetched as they are walked.
+[[nodiscard]] std::string connectWords(bool walks);
+
+/// The engine refused a row because a key would stand twice.
+[[nodiscard]] bool isDuplicateKey(const Diagnostic& record);
+/// The session is gone and its connection good for nothing more.
+[[nodiscard]] bool isLostSession(const Diagnostic& record);
+/// The tables have changed since the statement was prepared.
+[[nodiscard]] bool isStalePlan(const Diagnostic& record);
+
+}  // namespace tessaly::db::detail
