@@ -1,10 +1,10 @@
-#include <QSet>
 #include <QTest>
 #include <stdexcept>
 
 #include "db/Error.h"
 #include "db/Query.h"
 #include "schema/Schema.h"
+#include "tests/support/ScratchDatabase.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -21,27 +21,45 @@ class TestSchema : public QObject {
     void makesEveryTable();
     void listsWhatItMade_data();
     void listsWhatItMade();
+    void everyEngineHasTheSame();
     void keysCompareWithoutCase_data();
     void keysCompareWithoutCase();
     void usersSortByUser();
 
   private:
+    std::unique_ptr<test::ScratchDatabase> scratch_;
     std::unique_ptr<db::Connection> connection_;
 };
+
+void makeTables(const db::Connection& connection) {
+    for (const auto& statement : schema::statements(schema::engine(connection.engineName()).tables))
+        db::execute(connection, statement);
+}
+
+/// What the catalogue says, sorted. In lower case: engines differ in how they keep a name.
+QStringList factsOf(const db::Connection& connection) {
+    QStringList facts;
+    db::Query query{connection, std::string{schema::engine(connection.engineName()).catalogue}};
+    auto rows = query.open();
+    while (rows.next())
+        facts += QString::fromStdString(rows.text("TableName") + ": " + rows.text("Fact")).toLower();
+    facts.sort();
+    return facts;
+}
 
 }  // namespace
 
 void TestSchema::init() {
-    const auto& sqlite = schema::engine("SQLite");
+    scratch_ = std::make_unique<test::ScratchDatabase>(test::ScratchDatabase::Content::Empty);
     connection_ = std::make_unique<db::Connection>();
-    connection_->setConnectString("Driver=SQLite3;StepAPI=1;Database=" + std::string{sqlite.scratch});
+    connection_->setConnectString("DSN=DicomFDB");
     connection_->establish();
-    for (const auto& statement : schema::statements(sqlite.tables))
-        db::execute(*connection_, statement);
+    makeTables(*connection_);
 }
 
 void TestSchema::cleanup() {
     connection_.reset();
+    scratch_.reset();
 }
 
 void TestSchema::splitsStatements() {
@@ -54,7 +72,7 @@ void TestSchema::splitsStatements() {
 }
 
 void TestSchema::knowsItsEngines() {
-    QCOMPARE(schema::engine(connection_->engineName()).name, std::string_view{"SQLite"});
+    QCOMPARE(schema::engine(connection_->engineName()).name, connection_->engineName());
     QCOMPARE(&schema::engine("sqlite"), &schema::engine("SQLite"));
     QVERIFY_EXCEPTION_THROWN((void)schema::engine("Abacus"), std::runtime_error);
 }
@@ -78,12 +96,17 @@ void TestSchema::listsWhatItMade_data() {
 
 void TestSchema::listsWhatItMade() {
     QFETCH(QString, fact);
-    QSet<QString> facts;
-    db::Query query{*connection_, std::string{schema::engine("SQLite").catalogue}};
-    auto rows = query.open();
-    while (rows.next())
-        facts += QString::fromStdString(rows.text("TableName") + ": " + rows.text("Fact"));
-    QVERIFY2(facts.contains(fact), qPrintable(QStringList(facts.values()).join(u'\n')));
+    const auto facts = factsOf(*connection_);
+    QVERIFY2(facts.contains(fact.toLower()), qPrintable(facts.join(u'\n')));
+}
+
+void TestSchema::everyEngineHasTheSame() {
+    db::Connection sqlite;
+    sqlite.setConnectString("Driver=SQLite3;Database=" + std::string{schema::engine("SQLite").scratch});
+    sqlite.establish();
+    makeTables(sqlite);
+    QVERIFY(factsOf(sqlite).size() > 100);
+    QCOMPARE(factsOf(*connection_), factsOf(sqlite));
 }
 
 void TestSchema::keysCompareWithoutCase_data() {
@@ -120,5 +143,5 @@ void TestSchema::usersSortByUser() {
     QCOMPARE(names, QStringList({u"Anna"_s, u"bert"_s, u"cara"_s}));
 }
 
-QTEST_APPLESS_MAIN(TestSchema)
+QTEST_GUILESS_MAIN(TestSchema)
 #include "tst_schema.moc"

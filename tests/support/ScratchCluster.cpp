@@ -1,0 +1,142 @@
+#include "tests/support/ScratchCluster.h"
+
+#include <fcntl.h>
+#include <libpq-fe.h>
+#include <pwd.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QThread>
+#include <csignal>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+namespace tessaly::test {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// The server refuses to be root's.
+bool isRoot() {
+    return geteuid() == 0;
+}
+
+QStringList asOwner() {
+    return isRoot() ? QStringList{u"--reuid=nobody"_s, u"--regid=nogroup"_s, u"--clear-groups"_s}
+                    : QStringList{};
+}
+
+[[noreturn]] void fail(const QString& what) {
+    throw std::runtime_error(what.toStdString());
+}
+
+}  // namespace
+
+ScratchCluster& ScratchCluster::instance() {
+    static ScratchCluster cluster;
+    return cluster;
+}
+
+ScratchCluster::ScratchCluster() {
+    if (isRoot()) {
+        const passwd* owner = getpwnam("nobody");
+        if (owner == nullptr || chown(folder_.path().toUtf8().constData(), owner->pw_uid, owner->pw_gid) != 0)
+            fail(u"the cluster's folder cannot be given away"_s);
+    }
+    const QStringList unpack{u"tar"_s, u"-C"_s, folder_.path(), u"-xf"_s, u"-"_s};
+    QProcess tar;
+    tar.setStandardInputFile(QStringLiteral(TESSALY_CLUSTER));
+    tar.start(u"setpriv"_s, asOwner() + unpack);
+    if (!tar.waitForFinished() || tar.exitCode() != 0)
+        fail(u"the cluster cannot be unpacked: "_s + QString::fromUtf8(tar.readAllStandardError()));
+    start();
+}
+
+ScratchCluster::~ScratchCluster() {
+    stop();
+}
+
+QByteArray ScratchCluster::connection(const QString& database, const QString& role) const {
+    return u"host='%1' dbname='%2' user='%3'"_s.arg(address(), database, role).toUtf8();
+}
+
+void ScratchCluster::start() {
+    // The kernel ends the server when this process ends, even by a crash.
+    const QStringList words =
+        QStringList{u"setpriv"_s, u"--pdeathsig"_s, u"QUIT"_s} + asOwner() +
+        QStringList{QStringLiteral(TESSALY_POSTGRES), u"-D"_s, address() + u"/data"_s, u"-k"_s, address()};
+    std::vector<QByteArray> texts;
+    for (const QString& word : words)
+        texts.push_back(word.toUtf8());
+    std::vector<char*> arguments;
+    for (QByteArray& text : texts)
+        arguments.push_back(text.data());
+    arguments.push_back(nullptr);
+
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    const QByteArray log = (address() + u"/log"_s).toUtf8();
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, log, O_WRONLY | O_CREAT | O_APPEND, 0644);
+    posix_spawn_file_actions_adddup2(&files, STDOUT_FILENO, STDERR_FILENO);
+    const int spawned = posix_spawnp(&server_, "setpriv", &files, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&files);
+    if (spawned != 0)
+        fail(u"the cluster cannot be started"_s);
+
+    const QByteArray target = connection(u"template1"_s);
+    QElapsedTimer waiting;
+    waiting.start();
+    while (PQping(target.constData()) != PQPING_OK) {
+        constexpr int Patience = 60'000;
+        if (waitpid(server_, nullptr, WNOHANG) != 0 || waiting.hasExpired(Patience)) {
+            QFile text{QString::fromUtf8(log)};
+            fail(u"the cluster does not start: "_s +
+                 (text.open(QIODevice::ReadOnly) ? QString::fromUtf8(text.readAll()) : QString{}));
+        }
+        QThread::msleep(5);
+    }
+}
+
+void ScratchCluster::stop() {
+    if (server_ == 0)
+        return;
+    kill(server_, SIGINT);
+    waitpid(server_, nullptr, 0);
+    server_ = 0;
+}
+
+void ScratchCluster::restart() {
+    stop();
+    start();
+}
+
+void ScratchCluster::administer(const QString& statement) const {
+    const std::unique_ptr<PGconn, decltype(&PQfinish)> session{
+        PQconnectdb(connection(u"template1"_s, u"postgres"_s).constData()), PQfinish};
+    const std::unique_ptr<PGresult, decltype(&PQclear)> result{
+        PQexec(session.get(), statement.toUtf8().constData()), PQclear};
+    const auto status = PQresultStatus(result.get());
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
+        fail(statement + u": "_s + QString::fromUtf8(PQerrorMessage(session.get())));
+}
+
+QString ScratchCluster::makeDatabase(bool seeded) {
+    const QString name = u"scratch%1"_s.arg(++databases_);
+    // Copying files is quicker than logging them, and there is nothing to be flushed. Nobody is connected to
+    // what is copied, which is why the administrator's session is template1's.
+    administer(u"CREATE DATABASE %1 OWNER %2 TEMPLATE %3 STRATEGY file_copy"_s.arg(
+        name, Owner, seeded ? u"seed"_s : u"template0"_s));
+    return name;
+}
+
+void ScratchCluster::dropDatabase(const QString& name) {
+    administer(u"DROP DATABASE %1 WITH (FORCE)"_s.arg(name));
+}
+
+}  // namespace tessaly::test
