@@ -31,6 +31,7 @@ min_wal_size = 2MB
 shared_buffers = 16MB
 max_connections = 60
 autovacuum = off
+dynamic_shared_memory_type = mmap
 END
 "${as_owner[@]}" tee "$data/pg_hba.conf" >/dev/null <<'END'
 local all locked scram-sha-256
