@@ -46,7 +46,7 @@ const std::optional<std::string>& UpdatableRow::value(std::string_view column) c
 void UpdatableRow::set(std::string_view column, std::optional<std::string> value) {
     Field& target = fields_[indexOf(column)];
     if (value && !target.isText && !toNumber(*value))
-        throw Error("The column " + target.name + " takes a number, not \"" + *value + "\"");
+        throw Error("The column " + std::string{column} + " takes a number, not \"" + *value + "\"");
     target.value = std::move(value);
     target.set = true;
 }
