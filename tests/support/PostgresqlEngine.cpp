@@ -79,13 +79,8 @@ class PostgresqlEngine : public ScratchEngine {
 
     void failOn(const QString& table, const QString& operation, const QString& message,
                 const QString& condition) override {
-        const bool removes = operation == u"DELETE"_s;
-        (void)rows(
-            u"CREATE FUNCTION fail_%1_%2() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN IF %3 THEN "
-            "RAISE EXCEPTION '%4'; END IF; RETURN %5; END $$"_s.arg(
-                table, operation, condition.isEmpty() ? u"true"_s : condition, message,
-                removes ? u"OLD"_s : u"NEW"_s),
-            {});
+        makeFunction(u"fail_%1_%2"_s.arg(table, operation), condition.isEmpty() ? u"true"_s : condition,
+                     u"RAISE EXCEPTION '%1'"_s.arg(message), operation == u"DELETE"_s ? u"OLD"_s : u"NEW"_s);
         (void)rows(
             u"CREATE TRIGGER fail_%1_%2 BEFORE %2 ON %1 FOR EACH ROW EXECUTE FUNCTION fail_%1_%2()"_s.arg(
                 table, operation),
@@ -93,6 +88,14 @@ class PostgresqlEngine : public ScratchEngine {
     }
     void allow(const QString& table, const QString& operation) override {
         (void)rows(u"DROP FUNCTION fail_%1_%2 CASCADE"_s.arg(table, operation), {});
+    }
+
+    void onUpdate(const QString& table, const QString& condition, const QString& statement) override {
+        makeFunction(u"updated_"_s + table, condition, statement, u"NULL"_s);
+        (void)rows(
+            u"CREATE TRIGGER updated_%1 AFTER UPDATE ON %1 FOR EACH ROW EXECUTE FUNCTION updated_%1()"_s.arg(
+                table),
+            {});
     }
 
     [[nodiscard]] QString definition(const QString& sql) override {
@@ -117,10 +120,26 @@ class PostgresqlEngine : public ScratchEngine {
     }
 
     [[nodiscard]] QString typeOf(const QString& column) const override {
-        return u"CASE WHEN pg_typeof(%1)::text LIKE '%int' THEN 'integer' ELSE 'text' END"_s.arg(column);
+        return u"CASE WHEN pg_typeof(%1)::text IN ('bigint', 'integer', 'smallint') THEN 'integer' ELSE 'text' END"_s
+            .arg(column);
+    }
+
+    [[nodiscard]] QString textOf(const QByteArray& bytes) const override {
+        return u"convert_from('\\x%1', 'UTF8')"_s.arg(QString::fromLatin1(bytes.toHex()));
+    }
+    [[nodiscard]] QString hexOf(const QString& column) const override {
+        return u"upper(encode(convert_to(%1, 'UTF8'), 'hex'))"_s.arg(column);
     }
 
   private:
+    /// A trigger's function that runs the statement where the condition holds, and gives the result.
+    void makeFunction(const QString& name, const QString& condition, const QString& statement,
+                      const QString& result) {
+        (void)rows(
+            u"CREATE FUNCTION %1() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN IF %2 THEN %3; END IF; "
+            "RETURN %4; END $$"_s.arg(name, condition, statement, result),
+            {});
+    }
     void open() {
         release();
         session_ = PQconnectdb(ScratchCluster::instance().connection(database_).constData());

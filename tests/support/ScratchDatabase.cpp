@@ -49,7 +49,7 @@ ScratchDatabase::~ScratchDatabase() {
 }
 
 void ScratchDatabase::writeDataSource(const QString& database, const QString& section) const {
-    setDataSource(dataSource(u"Database"_s, database), section);
+    setDataSource(dataSource({u"Database="_s + database}), section);
 }
 
 void ScratchDatabase::setDataSource(const QString& lines, const QString& section) const {
@@ -62,10 +62,14 @@ void ScratchDatabase::setDataSource(const QString& lines, const QString& section
     SQLWritePrivateProfileString("any", "any", "any", folder_.filePath(u"forget.ini"_s).toUtf8().constData());
 }
 
-QString ScratchDatabase::dataSource(const QString& key, const QString& value) const {
+QString ScratchDatabase::dataSource(const QStringList& changes) const {
     QStringList lines = engine_->dataSource().split(u'\n', Qt::SkipEmptyParts);
-    lines.removeIf([&](const QString& line) { return line.startsWith(key + u'='); });
-    return (lines << key + u'=' + value << QString{}).join(u'\n');
+    for (const QString& change : changes) {
+        const QString key = change.section(u'=', 0, 0) + u'=';
+        lines.removeIf([&](const QString& line) { return line.startsWith(key); });
+        lines << change;
+    }
+    return (lines << QString{}).join(u'\n');
 }
 
 void ScratchDatabase::openConsoleConnection() const {
@@ -117,6 +121,19 @@ QString ScratchDatabase::noColumn(const QString& column) const {
 
 QString ScratchDatabase::twice(const QString& table, const QString& column) const {
     return engine_->twice(table, column);
+}
+
+void ScratchDatabase::onUpdate(const QString& table, const QString& condition,
+                               const QString& statement) const {
+    engine_->onUpdate(table, condition, statement);
+}
+
+QString ScratchDatabase::textOf(const QByteArray& bytes) const {
+    return engine_->textOf(bytes);
+}
+
+QString ScratchDatabase::hexOf(const QString& column) const {
+    return engine_->hexOf(column);
 }
 
 QString ScratchDatabase::typeOf(const QString& column) const {

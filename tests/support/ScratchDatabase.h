@@ -43,8 +43,8 @@ class ScratchDatabase {
     /// (Re)writes the data source for another database (SQLite: its path) or with other lines.
     void writeDataSource(const QString& database, const QString& section = QStringLiteral("DicomFDB")) const;
     void setDataSource(const QString& lines, const QString& section = QStringLiteral("DicomFDB")) const;
-    /// The lines of this database's data source, one of them with another value.
-    [[nodiscard]] QString dataSource(const QString& key, const QString& value) const;
+    /// The lines of this database's data source, some of them with other values: "Key=value".
+    [[nodiscard]] QString dataSource(const QStringList& changes) const;
 
     /// Opens Globals::DbConnection() on it as Main does.
     void openConsoleConnection() const;
@@ -68,12 +68,18 @@ class ScratchDatabase {
     void allow(const QString& table, const QString& operation) const;
     inline static const QString Failure = QStringLiteral("the disk of the test refuses");
 
+    /// Runs a statement of the database's own after every update of a row where the condition holds.
+    void onUpdate(const QString& table, const QString& condition, const QString& statement) const;
+
     /// What the engine says of a table or a column that is not there, and of a key that would stand twice.
     [[nodiscard]] QString noTable(const QString& table) const;
     [[nodiscard]] QString noColumn(const QString& column) const;
     [[nodiscard]] QString twice(const QString& table, const QString& column) const;
     /// SQL for the type of the value in a column, in SQLite's words.
     [[nodiscard]] QString typeOf(const QString& column) const;
+    /// SQL for a text of just those bytes, and for a text's bytes as hexadecimal digits in upper case.
+    [[nodiscard]] QString textOf(const QByteArray& bytes) const;
+    [[nodiscard]] QString hexOf(const QString& column) const;
 
   private:
     QTemporaryDir folder_;

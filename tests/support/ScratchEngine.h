@@ -26,12 +26,16 @@ class ScratchEngine {
                         const QString& condition) = 0;
     virtual void allow(const QString& table, const QString& operation) = 0;
 
+    virtual void onUpdate(const QString& table, const QString& condition, const QString& statement) = 0;
+
     /// See ScratchDatabase.
     [[nodiscard]] virtual QString definition(const QString& sql) = 0;
     [[nodiscard]] virtual QString noTable(const QString& table) const = 0;
     [[nodiscard]] virtual QString noColumn(const QString& column) const = 0;
     [[nodiscard]] virtual QString twice(const QString& table, const QString& column) const = 0;
     [[nodiscard]] virtual QString typeOf(const QString& column) const = 0;
+    [[nodiscard]] virtual QString textOf(const QByteArray& bytes) const = 0;
+    [[nodiscard]] virtual QString hexOf(const QString& column) const = 0;
 };
 
 /// For ScratchEngine::make().

@@ -75,6 +75,12 @@ class SqliteEngine : public ScratchEngine {
         (void)rows(u"DROP TRIGGER fail_%1_%2"_s.arg(table, operation), {});
     }
 
+    void onUpdate(const QString& table, const QString& condition, const QString& statement) override {
+        (void)rows(u"CREATE TRIGGER updated_%1 AFTER UPDATE ON %1 WHEN %2 BEGIN %3; END"_s.arg(
+                       table, condition, statement),
+                   {});
+    }
+
     [[nodiscard]] QString definition(const QString& sql) override { return sql; }
     [[nodiscard]] QString noTable(const QString& table) const override {
         return u"no such table: "_s + table;
@@ -87,6 +93,11 @@ class SqliteEngine : public ScratchEngine {
     }
 
     [[nodiscard]] QString typeOf(const QString& column) const override { return u"typeof(%1)"_s.arg(column); }
+
+    [[nodiscard]] QString textOf(const QByteArray& bytes) const override {
+        return u"CAST(x'%1' AS TEXT)"_s.arg(QString::fromLatin1(bytes.toHex()));
+    }
+    [[nodiscard]] QString hexOf(const QString& column) const override { return u"hex(%1)"_s.arg(column); }
 
   private:
     void open() {

@@ -1,7 +1,7 @@
 #!/bin/bash
 # make-cluster.sh FILE INITDB SCHEMA: a PostgreSQL cluster for tests as a tar file, to be unpacked by each test
 # that wants one. Two roles: tessaly, which owns the database "seed" with the tables, and locked, which has the
-# password "right". The cluster is never started here, and initdb refuses root.
+# password "right". The database "latin1" has that encoding. The cluster is never started here, and initdb refuses root.
 set -euo pipefail
 
 file=$1 initdb=$2 schema=$3
@@ -50,6 +50,8 @@ CREATE ROLE locked LOGIN PASSWORD 'right';
 DROP DATABASE postgres;
 
 CREATE DATABASE seed OWNER tessaly;
+
+CREATE DATABASE latin1 OWNER tessaly ENCODING LATIN1 LOCALE 'C' TEMPLATE template0;
 
 END
 (printf 'SET SESSION AUTHORIZATION tessaly;\n\n' && cat "$schema" && printf '\n\n') | single seed

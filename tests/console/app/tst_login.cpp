@@ -128,7 +128,7 @@ void LoginTest::anEmptyStoredPasswordMatchesAnEmptyOne() {
 void LoginTest::ofTwoUsersOfOneNameTheFirstCounts() {
     // Only a database without the table's key holds them.
     database_->run(u"DROP TABLE Users"_s);
-    database_->run(u"CREATE TABLE Users (UserName VARCHAR(16), UserPwd VARCHAR(16), DcmAdmin BIT)"_s);
+    database_->define(u"CREATE TABLE Users (UserName VARCHAR(16), UserPwd VARCHAR(16), DcmAdmin BIT)"_s);
     for (const QString& password : {u"first"_s, u"second"_s})
         database_->run(u"INSERT INTO Users VALUES ('twin', ?, 1)"_s, {Globals::EncodePassword(password)});
     frmLogin login;
@@ -185,7 +185,7 @@ void LoginTest::aDatabaseFailureEndsTheConsole() {
     script.drive(u"frmLogin"_s, [](Form form) { form.click(u"cmdOk"_s); });
     script.expect(critical(BoxScript::AnyText));
     login.exec();
-    QVERIFY(script.boxes().front().text.contains(u"no such table: Users"_s));
+    QVERIFY(script.boxes().front().text.contains(database_->noTable(u"Users"_s)));
     QVERIFY(!login.LoginSucceeded());
     QCOMPARE(takeConsoleEnd(), std::optional{1});
 }

@@ -87,7 +87,8 @@ class RelocationTest : public QObject {
     }
     /// Studies below the new root.
     [[nodiscard]] int relocated() const {
-        return database_->value(u"SELECT count(*) FROM Study WHERE StudyPath LIKE '%/New\\%'"_s).toInt();
+        return database_->value(u"SELECT count(*) FROM Study WHERE StudyPath LIKE '%/New\\%' ESCAPE '!'"_s)
+            .toInt();
     }
     [[nodiscard]] QString pathOf(const QString& uid) const {
         return database_->value(u"SELECT StudyPath FROM Study WHERE StudyInstanceUID=?"_s, {uid});

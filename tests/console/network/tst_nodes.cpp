@@ -103,14 +103,21 @@ void NodesTest::loadKeepsWhatItReadBeforeAFailure() {
     database().run(u"ALTER TABLE DicomNodes RENAME TO Kept"_s);
     database().run(
         u"CREATE VIEW DicomNodes AS SELECT Name, AETitle, LocalAETitle, "
-        "CASE WHEN Name='pacs' THEN abs(-9223372036854775807 - 1) ELSE Host END AS Host, "
+        "CASE WHEN Name='pacs' THEN CAST(abs(-9223372036854775807 - (length(Name) - 3)) AS VARCHAR(64)) "
+        "ELSE Host END AS Host, "
         "Port, Store, Query, Print FROM Kept"_s);
     BoxScript script;
     script.expect(plain(BoxScript::AnyText));
     manager().LoadNodes();
     QVERIFY(script.isDone());
-    QVERIFY(script.boxes().front().text.contains(u"integer overflow"_s));
-    QCOMPARE(window().rows(u"lstNodes"_s).size(), 1);
+    if (ScratchDatabase::isPostgresql()) {
+        // Its rows come together or not at all: the list still has what it had.
+        QVERIFY(script.boxes().front().text.contains(u"bigint out of range"_s));
+        QCOMPARE(window().rows(u"lstNodes"_s).size(), 2);
+    } else {
+        QVERIFY(script.boxes().front().text.contains(u"integer overflow"_s));
+        QCOMPARE(window().rows(u"lstNodes"_s).size(), 1);
+    }
     QCOMPARE(window().selectedRows(u"lstNodes"_s), QStringList{u"CT"_s});
 }
 
@@ -258,7 +265,7 @@ void NodesTest::aDuplicateShowsTheEnginesDescription() {
     script.expect(critical(BoxScript::AnyText));
     window().click(u"cmdAddNode"_s);
     QVERIFY(script.isDone());
-    QVERIFY(script.boxes().front().text.contains(u"UNIQUE constraint failed: DicomNodes.Name"_s));
+    QVERIFY(script.boxes().front().text.contains(database().twice(u"DicomNodes"_s, u"Name"_s)));
     QCOMPARE(database().value(u"SELECT Host FROM DicomNodes WHERE Name='pacs'"_s), u"p.example"_s);
 }
 
@@ -273,7 +280,7 @@ void NodesTest::aFaultInTheCheckIsReported() {
     script.expect(critical(BoxScript::AnyText));
     window().click(u"cmdAddNode"_s);
     QVERIFY(script.isDone());
-    QVERIFY(script.boxes().front().text.contains(u"no such table"_s));
+    QVERIFY(script.boxes().front().text.contains(database().noTable(u"FTPNodes"_s)));
 }
 
 void NodesTest::modifyShowsAndWritesTheRow() {
@@ -411,7 +418,7 @@ void NodesTest::aNodeThatCannotBeReadOpensEmpty() {
     });
     window().click(u"cmdModifyNode"_s);
     QVERIFY(script.isDone());
-    QVERIFY(script.boxes().front().text.contains(u"no such table"_s));
+    QVERIFY(script.boxes().front().text.contains(database().noTable(u"DicomNodes"_s)));
 }
 
 void NodesTest::withoutTheTitlesThereIsNoDialog() {

@@ -147,7 +147,7 @@ void PortsTest::aFailedLoadSaysWhy() {
     script.expect(plain(BoxScript::AnyText));
     manager().LoadPorts();
     QVERIFY(script.isDone());
-    QVERIFY(script.boxes().front().text.contains(u"no such table: Port"_s));
+    QVERIFY(script.boxes().front().text.contains(database().noTable(u"Port"_s)));
 }
 
 void PortsTest::aNewPortStartsWithItsDefaults() {
@@ -558,7 +558,7 @@ void PortsTest::aDuplicateIsRefusedByTheEngine() {
     script.expect(critical(BoxScript::AnyText));
     window().click(u"cmdEditPort"_s);
     QVERIFY(script.isDone());
-    QVERIFY(script.boxes().back().text.contains(u"UNIQUE constraint failed: Port.Port"_s));
+    QVERIFY(script.boxes().back().text.contains(database().twice(u"Port"_s, u"Port"_s)));
     QCOMPARE(portsAndNodes(), before);
 }
 

@@ -314,7 +314,7 @@ void PrintersTest::anAddressAloneMakesARow() {
         else if (!address.contains(field.control))
             QVERIFY2(value.isNull(), qPrintable(field.column));
     }
-    QCOMPARE(stored(u"bare"_s, u"typeof(Force8bit)"_s), u"integer"_s);
+    QCOMPARE(stored(u"bare"_s, database().typeOf(u"Force8bit"_s)), u"integer"_s);
     QCOMPARE(window().rows(u"lstDcmPrinters"_s).size(), 3);
     QVERIFY(!Globals::ConfigChanged());
 }
@@ -853,7 +853,7 @@ void PrintersTest::failuresSayWhy() {
     script.expect(plain(BoxScript::AnyText));
     manager().LoadDicomPrinters();
     QVERIFY(script.isDone());
-    QVERIFY(script.boxes().back().text.contains(u"no such table: Printers"_s));
+    QVERIFY(script.boxes().back().text.contains(database().noTable(u"Printers"_s)));
 }
 
 QTEST_MAIN(PrintersTest)

@@ -146,7 +146,8 @@ void ServerParametersTest::aNumberThatIsNoLevelIsNeverStored_data() {
     QTest::addColumn<QString>("confirmed");
     QTest::newRow("-1") << u"-1"_s << u"Errors"_s << u"0"_s;
     QTest::newRow("4") << u"4"_s << u"Debug"_s << u"3"_s;
-    QTest::newRow("more than an int holds") << u"4294967297"_s << u"Debug"_s << u"3"_s;
+    if (!ScratchDatabase::isPostgresql())  // whose column holds no more than an int does
+        QTest::newRow("more than an int holds") << u"4294967297"_s << u"Debug"_s << u"3"_s;
 }
 
 void ServerParametersTest::aNumberThatIsNoLevelIsNeverStored() {
@@ -364,7 +365,7 @@ void ServerParametersTest::aFailedLoadDoesNotEndTheConsole() {
     script.expect(critical(BoxScript::AnyText));
     frame().click(u"cmdCancel"_s);
     QVERIFY(script.isDone());
-    QVERIFY(script.boxes().front().text.contains(u"no such table: DicomServer"_s));
+    QVERIFY(script.boxes().front().text.contains(database_->noTable(u"DicomServer"_s)));
     QCOMPARE(takeConsoleEnd(), std::nullopt);
 }
 

@@ -151,9 +151,8 @@ void SiteTest::confirmWritesEveryRow() {
 }
 
 void SiteTest::confirmShowsWhatIsStored() {
-    database_->run(
-        u"CREATE TRIGGER shorten AFTER UPDATE ON SiteData WHEN length(NEW.Organization) > 3 BEGIN "
-        "UPDATE SiteData SET Organization=substr(NEW.Organization, 1, 3); END"_s);
+    database_->onUpdate(u"SiteData"_s, u"length(NEW.Organization) > 3"_s,
+                        u"UPDATE SiteData SET Organization=substr(Organization, 1, 3)"_s);
     const BoxScript noBox;
     window().type(u"txtOrganization"_s, u"Clinic"_s);
     window().click(u"cmdApplySiteData"_s);
@@ -392,7 +391,7 @@ void SiteTest::failuresSayWhy() {
     script.expect(plain(BoxScript::AnyText));
     window().click(u"cmdCancelSiteData"_s);
     QVERIFY(script.isDone());
-    QVERIFY(script.boxes().back().text.contains(u"no such table: SiteData"_s));
+    QVERIFY(script.boxes().back().text.contains(database_->noTable(u"SiteData"_s)));
     QCOMPARE(box(u"txtOrganization"_s).text(), u"Clinic"_s);
 }
 

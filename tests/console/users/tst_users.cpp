@@ -319,8 +319,10 @@ void UsersTest::faultsAreRefusedInOrder() {
 void UsersTest::anUntouchedPasswordIsStoredByteForByte_data() {
     QTest::addColumn<QByteArray>("bytes");
     QTest::newRow("encoded") << Globals::EncodePassword(u"secret"_s).toUtf8();
-    QTest::newRow("longer than the box") << QByteArray{"a form of another encoder, 40 bytes long!"};
-    QTest::newRow("not UTF-8") << QByteArray{"\xe4\xf6\xfc\xff raw"};
+    if (!ScratchDatabase::isPostgresql()) {  // which holds nothing of the kind
+        QTest::newRow("longer than the box") << QByteArray{"a form of another encoder, 40 bytes long!"};
+        QTest::newRow("not UTF-8") << QByteArray{"\xe4\xf6\xfc\xff raw"};
+    }
     QTest::newRow("blanks") << QByteArray{"  "};
     QTest::newRow("control characters") << QByteArray{"a\tb\nc"};
 }
@@ -328,7 +330,7 @@ void UsersTest::anUntouchedPasswordIsStoredByteForByte_data() {
 void UsersTest::anUntouchedPasswordIsStoredByteForByte() {
     QFETCH(QByteArray, bytes);
     const QString hex = QString::fromLatin1(bytes.toHex().toUpper());
-    database().run(u"UPDATE Users SET UserPwd=CAST(x'%1' AS TEXT) WHERE UserName='zoe'"_s.arg(hex));
+    database().run(u"UPDATE Users SET UserPwd=%1 WHERE UserName='zoe'"_s.arg(database().textOf(bytes)));
     BoxScript script;
     edit(script, u"zoe"_s, [](Form form) {
         QCOMPARE(form.text(u"txtPassword1"_s), form.text(u"txtPassword2"_s));
@@ -337,8 +339,8 @@ void UsersTest::anUntouchedPasswordIsStoredByteForByte() {
     });
     QVERIFY(script.isDone());
     QCOMPARE(stored(u"zoe"_s, u"Signature"_s), u"changed"_s);
-    QCOMPARE(stored(u"zoe"_s, u"hex(UserPwd)"_s), hex);
-    QCOMPARE(stored(u"zoe"_s, u"typeof(UserPwd)"_s), u"text"_s);
+    QCOMPARE(stored(u"zoe"_s, database().hexOf(u"UserPwd"_s)), hex);
+    QCOMPARE(stored(u"zoe"_s, database().typeOf(u"UserPwd"_s)), u"text"_s);
 }
 
 void UsersTest::aNewPasswordIsStoredEncoded_data() {
@@ -416,7 +418,7 @@ void UsersTest::aRenameOntoAnExistingNameIsRefusedByTheDatabase() {
     window().selectRow(u"lstUsers"_s, u"zoe"_s);
     window().click(u"cmdModifyUser"_s);
     QVERIFY(script.isDone());
-    QVERIFY(script.boxes().front().text.contains(u"UNIQUE constraint failed: Users.UserName"_s));
+    QVERIFY(script.boxes().front().text.contains(database().twice(u"Users"_s, u"UserName"_s)));
     QCOMPARE(stored(u"zoe"_s, u"Signature"_s), u"Dr. Zoe"_s);
 }
 
@@ -566,7 +568,7 @@ void UsersTest::failuresSayWhy() {
     script.expect(plain(BoxScript::AnyText));
     manager().LoadUsers();
     QVERIFY(script.isDone());
-    QVERIFY(script.boxes().back().text.contains(u"no such table: Users"_s));
+    QVERIFY(script.boxes().back().text.contains(database().noTable(u"Users"_s)));
 }
 
 QTEST_MAIN(UsersTest)
