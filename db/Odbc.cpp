@@ -53,8 +53,15 @@ SQLRETURN Session::check(SQLRETURN result, SQLSMALLINT kind, SQLHANDLE handle, c
         return result;
     auto records = diagnostics(kind, handle);
     failed = true;
-    lost = lost || std::any_of(records.begin(), records.end(), isLostSession);
+    // The PostgreSQL driver reports a loss in the midst of its preparations as any other failure, but knows.
+    lost = lost || isDead() || std::any_of(records.begin(), records.end(), isLostSession);
     throw Error(std::move(records), statement);
+}
+
+bool Session::isDead() const {
+    SQLUINTEGER dead = SQL_CD_FALSE;
+    SQLGetConnectAttr(get(), SQL_ATTR_CONNECTION_DEAD, &dead, sizeof dead, nullptr);
+    return dead == SQL_CD_TRUE;
 }
 
 /// The PostgreSQL driver turns its log on where the system's configuration of drivers says so, and Debian's

@@ -69,6 +69,7 @@ class Session {
     [[nodiscard]] SQLUINTEGER info(SQLUSMALLINT what) const;
     [[nodiscard]] std::string textInfo(SQLUSMALLINT what) const;
     [[nodiscard]] Engine describeEngine() const;
+    [[nodiscard]] bool isDead() const;
     void keepDriverQuiet();
 
     Handle<SQL_HANDLE_ENV> environment_{SQL_NULL_HANDLE};
