@@ -16,7 +16,7 @@ class Walk {
     Walk(const Connection& connection, std::string text);
 
     /// Moves to the next row; false at the end of the data. Throws when the walk has ended before its data.
-    [[nodiscard]] bool next();
+    [[nodiscard]] bool next() { return rows_.next(); }
     /// The row that the walk stands on.
     [[nodiscard]] ResultSet& row() noexcept { return rows_; }
 
