@@ -3,6 +3,7 @@
 #include <array>
 
 #include "db/Odbc.h"
+#include "db/Query.h"
 #include "db/Text.h"
 
 namespace tessaly::db {
@@ -48,6 +49,19 @@ bool Connection::hasTable(std::string_view wanted) const {
 
 std::string Connection::engineName() const {
     return line()->current()->engine().name;
+}
+
+std::string Connection::databaseFile() const {
+    const std::string list = line()->current()->engine().listOfFiles();
+    if (list.empty())
+        return {};
+    Query query{*this, list};
+    ResultSet files = query.open();
+    while (files.next()) {
+        if (files.text("name") == "main")
+            return files.text("file");
+    }
+    return {};
 }
 
 const std::shared_ptr<detail::Line>& Connection::line() const {

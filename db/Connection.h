@@ -44,6 +44,9 @@ class Connection {
     /// The engine's name as the driver gives it, for example "SQLite".
     [[nodiscard]] std::string engineName() const;
 
+    /// The file that the database is, whole path; empty where it is none of this machine's.
+    [[nodiscard]] std::string databaseFile() const;
+
     /// For Walk: another connection to the same database that does nothing but walk. Nothing where the driver
     /// walks any set on this one without keeping its rows in memory.
     [[nodiscard]] std::unique_ptr<Connection> walker() const;

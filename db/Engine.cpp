@@ -119,6 +119,10 @@ std::string Engine::opening() const {
     return {};
 }
 
+std::string Engine::listOfFiles() const {
+    return isSqlite() ? "PRAGMA database_list" : std::string{};
+}
+
 std::optional<std::string> refusal(long long version, std::string_view encoding) {
     constexpr long long Oldest = 15;
     constexpr long long Major = 10'000;

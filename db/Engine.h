@@ -34,6 +34,10 @@ struct Engine {
     /// columns Version and Encoding, where it has them, are for refusal().
     [[nodiscard]] std::string opening() const;
 
+    /// The statement that lists the engine's files, by columns name ("main" is the database's own) and file;
+    /// empty for an engine whose databases are not files of this machine.
+    [[nodiscard]] std::string listOfFiles() const;
+
     /// True where the driver reads a set into memory whole unless the session is opened for walks.
     [[nodiscard]] bool keepsSetsInMemory() const { return isPostgres(); }
 

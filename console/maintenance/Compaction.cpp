@@ -5,8 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 #include "console/maintenance/FileLease.h"
@@ -35,19 +37,16 @@ bool isAlone(const FileLease& lease) {
     return lease.state() == FileLease::State::Held;
 }
 
+/// The engine would fall back to reading, and fail in the middle with less of a reason.
+void requireWritable(const fs::path& target) {
+    if (faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0)
+        throw std::system_error(errno, std::generic_category(), target.string());
+}
+
 /// The other names of a file would go on leading to the old one.
 void requireOneName(const fs::path& target) {
     if (fs::hard_link_count(target) > 1)
         throw std::runtime_error(target.string() + " has more than one name");
-}
-
-/// A file left by a compaction that did not end is no database to be opened, and its journals would be taken
-/// for those of the next one.
-void removeStale(const fs::path& temporary, const fs::path& target) {
-    if (fs::exists(temporary) && fs::equivalent(temporary, target))
-        throw std::runtime_error(temporary.string() + " is the database itself");
-    fs::remove(temporary);
-    removeSideFiles(temporary);
 }
 
 /// Takes the lock that shuts every other connection out, readers too, and keeps it until the file is closed.
@@ -62,6 +61,41 @@ bool lockAlone(SqliteFile& database) {
 void setJournalMode(SqliteFile& database, const std::string& mode) {
     if (database.run("PRAGMA journal_mode=" + mode) != mode)
         refuseInUse();
+}
+
+/// True when another process works on a file of that name: it has the file open, or, where the kernel does
+/// not tell, holds one of the engine's locks on it.
+bool isInUse(const fs::path& file) {
+    switch (FileLease{file}.state()) {
+        case FileLease::State::InUse:
+            return true;
+        case FileLease::State::Held:
+            return false;
+        case FileLease::State::Unavailable:
+            break;
+    }
+    try {
+        SqliteFile database{file, [] {}};
+        lockAlone(database);
+        return false;
+    } catch (const std::exception& fault) {
+        return fault.what() == std::string_view{sqlite3_errstr(SQLITE_BUSY)};
+    }
+}
+
+/// A file left by a compaction that did not end is no database to be opened, and its journals would be taken
+/// for those of the next one. But the name may be that of a database which is none of ours to delete.
+void removeStale(const fs::path& temporary, const fs::path& target, const fs::path& dataSource) {
+    if (fs::exists(temporary)) {
+        if (fs::equivalent(temporary, target))
+            throw std::runtime_error(temporary.string() + " is the database itself");
+        if (fs::exists(dataSource) && fs::equivalent(temporary, dataSource))
+            throw std::runtime_error(temporary.string() + " is the database of the data source");
+        if (isInUse(temporary))
+            throw std::runtime_error(temporary.string() + " is in use");
+    }
+    fs::remove(temporary);
+    removeSideFiles(temporary);
 }
 
 void writeCompacted(SqliteFile& source, const fs::path& temporary) {
@@ -134,6 +168,13 @@ void restoreWriteAhead(const fs::path& database) noexcept {
     }
 }
 
+/// The copy page by page into the file of the database, in one transaction: until its end the engine can take
+/// every page back, and whoever opens the file after a power failure does.
+void writeInto(SqliteFile& database, const fs::path& compacted, const std::function<void()>& breathe) {
+    SqliteFile copy{compacted, breathe};
+    database.takeOver(copy, breathe);  // the journal mode, which stands on the first page, included
+}
+
 /// What changes when somebody writes to a file or puts another in its place.
 struct Stamp {
     explicit Stamp(const fs::path& file) {
@@ -161,11 +202,13 @@ fs::path temporaryPathOf(const fs::path& database) {
     return path.substr(0, extension) + "2.mdb";
 }
 
-void compactDatabase(const fs::path& database, const std::function<void()>& breathe) {
+void compactDatabase(const fs::path& database, const std::function<void()>& breathe,
+                     const fs::path& dataSource) {
     const fs::path temporary = temporaryPathOf(fs::absolute(database));
     const fs::path target = fs::canonical(database);
+    requireWritable(target);
     requireOneName(target);
-    removeStale(temporary, target);
+    removeStale(temporary, target, dataSource);
 
     const bool leases = isAlone(FileLease{target});
     EarlyFlush earlyFlush{temporary};
@@ -180,13 +223,20 @@ void compactDatabase(const fs::path& database, const std::function<void()>& brea
     checkCompacted(temporary, writeAhead, breathe);
     const Staged staged{temporary, target};
     staged.make();
-    copyAttributes(target, staged.path());
-    flushFile(staged.path());
+    const bool replaces = copyAttributes(target, staged.path());
+    if (replaces)
+        flushFile(staged.path());
 
     // A write-ahead log is found by the database's path: the old one's, taken for the new one's, would ruin
     // it. So the old database gives its log up first, with everything in it.
     setJournalMode(*source, "delete");
     try {
+        if (!replaces) {
+            writeInto(*source, staged.path(), breathe);
+            source.reset();
+            fs::remove(temporary);
+            return;
+        }
         removeSideFiles(target);  // a killed process leaves an index of its log that nobody needs now
         std::optional<FileLease> lease;
         if (leases) {

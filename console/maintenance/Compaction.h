@@ -10,15 +10,20 @@ namespace tessaly::maintenance {
 [[nodiscard]] std::filesystem::path temporaryPathOf(const std::filesystem::path& database);
 
 /// Replaces a database file by a compacted copy of itself, in the same journal mode, with the same owner,
-/// mode and access list; where `database` is a symbolic link, the file that it leads to. Throws
-/// std::exception with the engine's or the system's description, and the database is then what it was: when
-/// the file is no database, when any process has it open, when it has a second name (a hard link), when there
-/// is no room, no right, no sound copy. Killed or powered off at any instant it leaves the old database or
-/// the new one, whole, at the path.
+/// mode and access list; where `database` is a symbolic link, the file that it leads to. A user who may write
+/// the file but not give another one its owner has the copy written into the file itself, by one transaction
+/// of the engine. Throws std::exception with the engine's or the system's description, and the database is
+/// then what it was: when the file is no database, when any process has it open, when it has a second name (a
+/// hard link), when there is no room, no right, no sound copy. Killed or powered off at any instant it leaves
+/// the old database or the new one, whole, to whoever opens it next.
+///
+/// A file that lies at the temporary path is deleted, unless somebody has it open or it is `dataSource`, the
+/// file that the console itself works on (empty: none): then nothing is done.
 ///
 /// `breathe` is called now and then while the engine works, so that a window can repaint; it must not throw.
 /// This process must not have the file open.
 void compactDatabase(
-    const std::filesystem::path& database, const std::function<void()>& breathe = [] {});
+    const std::filesystem::path& database, const std::function<void()>& breathe = [] {},
+    const std::filesystem::path& dataSource = {});
 
 }  // namespace tessaly::maintenance

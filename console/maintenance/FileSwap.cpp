@@ -52,19 +52,24 @@ void copyAttribute(const fs::path& model, const fs::path& file, const std::strin
 
 }  // namespace
 
-void copyAttributes(const fs::path& model, const fs::path& file) {
+bool copyAttributes(const fs::path& model, const fs::path& file) {
     struct stat wanted {};
     struct stat present {};
     check(stat(model.c_str(), &wanted) == 0, model);
     check(stat(file.c_str(), &present) == 0, file);
-    if (wanted.st_uid != present.st_uid || wanted.st_gid != present.st_gid)
-        check(chown(file.c_str(), wanted.st_uid, wanted.st_gid) == 0, file);
+    if (wanted.st_uid != present.st_uid || wanted.st_gid != present.st_gid) {
+        const bool given = chown(file.c_str(), wanted.st_uid, wanted.st_gid) == 0;
+        if (!given && errno == EPERM)
+            return false;
+        check(given, file);
+    }
     check(chmod(file.c_str(), wanted.st_mode & 07777U) == 0, file);
     for (const std::string& name : attributeNames(model)) {
         // The other name spaces belong to the system, which labels each file itself.
         if (name.starts_with("user.") || name == "system.posix_acl_access")
             copyAttribute(model, file, name);
     }
+    return true;
 }
 
 EarlyFlush::~EarlyFlush() {

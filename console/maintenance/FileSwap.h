@@ -10,8 +10,9 @@ namespace tessaly::maintenance {
 // Putting one file in the place of another so that every instant, a power failure included, finds the one or
 // the other whole. All throw std::system_error.
 
-/// Gives `file` the owner, the mode, the access list and the user attributes of `model`.
-void copyAttributes(const std::filesystem::path& model, const std::filesystem::path& file);
+/// Gives `file` the owner, the mode, the access list and the user attributes of `model`. False, and some of
+/// them are missing, where this user may not give a file that owner or group.
+[[nodiscard]] bool copyAttributes(const std::filesystem::path& model, const std::filesystem::path& file);
 
 /// Has the disk begin with a file that is still being written, so that flushFile() has less to wait for.
 /// Promises nothing, and never fails.

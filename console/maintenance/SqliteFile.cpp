@@ -54,6 +54,20 @@ std::string SqliteFile::run(const std::string& sql, const std::string& parameter
     return first;
 }
 
+void SqliteFile::takeOver(SqliteFile& other, const std::function<void()>& breathe) {
+    constexpr int PagesPerBreath = 256;
+    sqlite3_backup* backup = sqlite3_backup_init(handle_, "main", other.handle_, "main");
+    if (backup == nullptr)
+        fail();
+    int result = SQLITE_OK;
+    while (result == SQLITE_OK) {
+        result = sqlite3_backup_step(backup, PagesPerBreath);
+        breathe();
+    }
+    if (sqlite3_backup_finish(backup) != SQLITE_OK || result != SQLITE_DONE)
+        throw std::runtime_error(sqlite3_errstr(result));
+}
+
 void SqliteFile::fail() const {
     throw std::runtime_error(sqlite3_errmsg(handle_));
 }

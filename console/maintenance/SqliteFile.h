@@ -26,6 +26,9 @@ class SqliteFile {
         const std::string& sql,
         const std::string& parameter = {});  // NOLINT(modernize-use-nodiscard): most are run for what they do
 
+    /// Replaces the whole content by that of another database, in one transaction. `breathe` as above.
+    void takeOver(SqliteFile& other, const std::function<void()>& breathe);
+
   private:
     [[noreturn]] void fail() const;
 

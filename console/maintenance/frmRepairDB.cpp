@@ -5,11 +5,13 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QGridLayout>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QThread>
+#include <QUrl>
 #include <algorithm>
 #include <optional>
 
@@ -113,6 +115,7 @@ void frmRepairDB::CompactDB() {
         window_.TerminateServer();
         window_.setConnectionTimerEnabled(false);
         window_.DropServer();
+        dataSource_ = QFile::decodeName(QByteArray::fromStdString(Globals::DbConnection().databaseFile()));
         Globals::DbConnection().close();
         connectionClosed = true;
         chooseAndCompact();
@@ -146,6 +149,12 @@ QString frmRepairDB::chooseFile() {
     cmnDlg_->setNameFilter(u"Database Access (*.mdb)"_s);
     cmnDlg_->setDirectory(QCoreApplication::applicationDirPath());
     cmnDlg_->selectFile(u"DicomDB.mdb"_s);
+    // The dialog starts in the program's folder, where an installed console has no database; one click leads
+    // to where it is.
+    QList<QUrl> places = cmnDlg_->sidebarUrls();
+    const QUrl folder = QUrl::fromLocalFile(QFileInfo{dataSource_}.absolutePath());
+    if (!dataSource_.isEmpty() && !places.contains(folder))
+        cmnDlg_->setSidebarUrls(places << folder);
     return cmnDlg_->exec() == QDialog::Accepted ? cmnDlg_->selectedFiles().value(0) : QString{};
 }
 
@@ -165,12 +174,14 @@ void frmRepairDB::CompactDatabaseFile() {
         // The window repaints meanwhile and takes no input: whoever clicks waits, closing included.
         QElapsedTimer sinceRepaint;
         sinceRepaint.start();
-        compactDatabase(QFile::encodeName(databasePath_).toStdString(), [&sinceRepaint] {
+        const auto breathe = [&sinceRepaint] {
             if (sinceRepaint.hasExpired(Tick.count())) {
                 QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
                 sinceRepaint.start();
             }
-        });
+        };
+        compactDatabase(QFile::encodeName(databasePath_).toStdString(), breathe,
+                        QFile::encodeName(dataSource_).toStdString());
     } catch (const std::exception& fault) {
         ui::messageBox(this, u"DBRepair: "_s + QString::fromUtf8(fault.what()));
     }

@@ -52,6 +52,7 @@ class frmRepairDB : public QDialog {
     int processed_ = 0;
     bool stop_ = false;
     QString databasePath_;
+    QString dataSource_;  // the file of the console's own connection, empty when it has none
 };
 
 }  // namespace tessaly::maintenance

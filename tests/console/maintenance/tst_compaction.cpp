@@ -99,6 +99,7 @@ class CompactionTest : public QObject {
     void theConsoleMayEndInTheWait();
     void anUpperCaseNameIsRefused();
     void aDatabaseInUseIsRefused();
+    void theDataSourcesOwnDatabaseIsNotDeleted();
     void reconnectingMayFail();
     void reconnectingIsTriedTwice();
 
@@ -192,6 +193,8 @@ void CompactionTest::theFileDialogIsPreset() {
         QCOMPARE(dialog.nameFilters(), QStringList{u"Database Access (*.mdb)"_s});
         QCOMPARE(dialog.directory().absolutePath(), QCoreApplication::applicationDirPath());
         QCOMPARE(form.text(u"fileNameEdit"_s), u"DicomDB.mdb"_s);
+        // One click from the program's folder to that of the database.
+        QCOMPARE(dialog.sidebarUrls().count(QUrl::fromLocalFile(database_->folder())), 1);
         QVERIFY(dialog.isModal());
         QCOMPARE(window_->calls, (QStringList{u"terminate, open"_s, u"timer off, open"_s, u"drop, open"_s}));
         QVERIFY(!Globals::DbConnection().isOpen());
@@ -316,6 +319,23 @@ void CompactionTest::aDatabaseInUseIsRefused() {
     QVERIFY(script.isDone());
     QCOMPARE(window_->calls, Bracket);
     QCOMPARE(database_->value(u"SELECT count(*) FROM Series"_s), u"1"_s);
+}
+
+void CompactionTest::theDataSourcesOwnDatabaseIsNotDeleted() {
+    // The console works on Site2.mdb; a copy for Site.mdb would have that name.
+    const QString site = database_->folder() + u"/Site.mdb"_s;
+    const QString own = database_->folder() + u"/Site2.mdb"_s;
+    QVERIFY(QFile::copy(database_->path(), site) && QFile::copy(database_->path(), own));
+    Globals::DbConnection().close();
+    database_->writeDataSource(own);
+    database_->openConsoleConnection();
+    BoxScript script;
+    script.expect(question(QMessageBox::Yes)).drive(u"QFileDialog"_s, choose(site));
+    script.expect(plain(u"DBRepair: "_s + own + u" is the database of the data source"_s));
+    form_->CompactDB();
+    QVERIFY(script.isDone());
+    QCOMPARE(window_->calls, Bracket);
+    QVERIFY(QFile::exists(own));
 }
 
 void CompactionTest::reconnectingMayFail() {
