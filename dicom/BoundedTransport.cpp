@@ -1,89 +1,124 @@
 #include "dicom/BoundedTransport.h"
 
-#include <dcmtk/dcmnet/dcmtrans.h>
+#include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <system_error>
 
-namespace tessaly::dicom {
+#include "dicom/BoundedConnection.h"
 
-using namespace std::chrono_literals;
-using std::chrono::milliseconds;
+namespace tessaly::dicom {
 
 namespace {
 
-void setTcpFlag(int socket, int option) {
-    constexpr int On = 1;
-    ::setsockopt(socket, IPPROTO_TCP, option, &On, sizeof On);  // a kernel without it is only slower
+int newSocket(int flags) {
+    const int made = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
+    if (made < 0)
+        throw std::system_error{errno, std::generic_category(), "No socket for a connection"};
+    return made;
 }
 
-/// DCMTK writes a message in pieces and leaves Nagle's algorithm on, so that each side would wait for the
-/// other's delayed acknowledgement: here nothing waits to be sent, and the peer not for an acknowledgement.
-class BoundedConnection : public DcmTCPConnection {
+const sockaddr* generic(const sockaddr_in& address) {
+    return reinterpret_cast<const sockaddr*>(&address);
+}
+
+/// True when the connection stands; errno tells why not.
+bool connectBounded(int socket, const sockaddr_in& peer, const Bounds& bounds,
+                    std::chrono::milliseconds atMost) {
+    if (::connect(socket, generic(peer), sizeof peer) == 0)
+        return true;
+    if (errno != EINPROGRESS)
+        return false;
+    if (!bounds.wait(socket, POLLOUT, atMost)) {
+        errno = ETIMEDOUT;
+        return false;
+    }
+    socklen_t size = sizeof errno;
+    int failure = 0;
+    ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &failure, &size);
+    errno = failure;
+    return failure == 0;
+}
+
+/// Listens on any port of the loopback; returns "address:port".
+std::string listenAnywhere(int socket) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    if (::bind(socket, generic(address), size) < 0 || ::listen(socket, 1) < 0 ||
+        ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) < 0)
+        throw std::system_error{errno, std::generic_category(), "No address on the loopback"};
+    return "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+}
+
+class Connection final : public BoundedConnection {
   public:
-    BoundedConnection(DcmNativeSocketType socket, const BoundedTransport& transport)
-        : DcmTCPConnection(socket), transport_(transport) {
-        setTcpFlag(socket, TCP_NODELAY);
-    }
+    Connection(int socket, std::shared_ptr<const Bounds> bounds, BoundedTransport::Traffic traffic)
+        : BoundedConnection(socket, std::move(bounds)), traffic_(std::move(traffic)) {}
 
-    ssize_t read(void* buffer, size_t size) override {
-        if (!transport_.waitForData(getSocket(), milliseconds::max())) {
-            errno = ETIMEDOUT;
-            return -1;
-        }
-        const ssize_t count = DcmTCPConnection::read(buffer, size);
-        setTcpFlag(getSocket(), TCP_QUICKACK);  // holds for the next segments only
-        return count;
+  protected:
+    void received(ssize_t bytes) override {
+        if (traffic_.received)
+            traffic_.received(getSocket(), bytes);
     }
-
-    // The few messages of a verification fit any send buffer: only reading waits.
-    ssize_t write(void* buffer, size_t size) override {
-        return send(getSocket(), buffer, size, MSG_NOSIGNAL);
-    }
-
-    OFBool networkDataAvailable(int seconds) override {
-        return transport_.waitForData(getSocket(), std::chrono::seconds{seconds});
+    void sent(std::size_t bytes) override {
+        if (traffic_.sent)
+            traffic_.sent(getSocket(), bytes);
     }
 
   private:
-    const BoundedTransport& transport_;
+    BoundedTransport::Traffic traffic_;
 };
 
 }  // namespace
 
-BoundedTransport::BoundedTransport(Clock::time_point deadline, std::stop_token stop)
-    : deadline_(deadline), stop_(std::move(stop)), wakeUp_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (wakeUp_ < 0)
-        throw std::system_error(errno, std::generic_category(), "No event for a verification");
-}
+BoundedTransport::BoundedTransport(std::shared_ptr<Bounds> bounds, Traffic traffic)
+    : bounds_(std::move(bounds)), traffic_(std::move(traffic)) {}
 
 BoundedTransport::~BoundedTransport() {
-    close(wakeUp_);
+    forgetSockets();
 }
 
-bool BoundedTransport::waitForData(int socket, milliseconds atMost) const {
-    const auto left = std::chrono::ceil<milliseconds>(deadline_ - Clock::now());
-    const auto wait = std::clamp(atMost, 0ms, std::max(left, 0ms));
-    const std::stop_callback wake{stop_, [this] { (void)eventfd_write(wakeUp_, 1); }};
-    std::array<pollfd, 2> sources{{{.fd = socket, .events = POLLIN}, {.fd = wakeUp_, .events = POLLIN}}};
-    const int ready = poll(sources.data(), sources.size(), static_cast<int>(wait.count()));
-    return ready > 0 && sources[0].revents != 0 && sources[1].revents == 0;
+void BoundedTransport::forgetSockets() noexcept {
+    for (int* socket : {&socket_, &standIn_}) {
+        if (*socket >= 0)
+            ::close(*socket);
+        *socket = -1;
+    }
+}
+
+std::optional<std::string> BoundedTransport::connect(const std::string& dotted, std::uint16_t port,
+                                                     std::chrono::milliseconds atMost) {
+    forgetSockets();
+    sockaddr_in peer{};
+    peer.sin_family = AF_INET;
+    peer.sin_port = htons(port);
+    if (::inet_pton(AF_INET, dotted.c_str(), &peer.sin_addr) != 1) {
+        errno = EINVAL;
+        return std::nullopt;
+    }
+    socket_ = newSocket(SOCK_NONBLOCK);
+    connected_ = connectBounded(socket_, peer, *bounds_, atMost);
+    if (!connected_)
+        return std::nullopt;
+    // DCMTK will have no socket that is connected already, so it connects to one that answers at once, in
+    // whose place the peer's is put then.
+    standIn_ = newSocket(0);
+    return listenAnywhere(standIn_);
 }
 
 DcmTransportConnection* BoundedTransport::createConnection(DcmNativeSocketType openSocket,
                                                            OFBool useSecureLayer) {
-    if (useSecureLayer)
+    if (useSecureLayer || socket_ < 0 || ::dup3(socket_, openSocket, O_CLOEXEC) < 0)
         return nullptr;
-    connected_ = true;
-    return new BoundedConnection(openSocket, *this);  // owned by the association
+    forgetSockets();
+    return new Connection{openSocket, bounds_, traffic_};  // owned by the association
 }
 
 }  // namespace tessaly::dicom

@@ -11,9 +11,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <climits>
+#include <memory>
 #include <stdexcept>
+#include <system_error>
 
 #include "dicom/BoundedTransport.h"
 #include "dicom/HostLookup.h"
@@ -21,7 +24,7 @@
 namespace tessaly::dicom {
 
 using namespace std::chrono_literals;
-using Clock = BoundedTransport::Clock;
+using Clock = Bounds::Clock;
 using Outcome = VerificationResult::Outcome;
 
 namespace {
@@ -32,7 +35,6 @@ constexpr auto ReleaseLimit = 1s;  // courtesy to the peer; the answer is known 
 /// What DCMTK knows only for a whole process.
 void configureLibraryOnce() {
     static const bool configured = [] {
-        dcmConnectionTimeout.set(static_cast<Sint32>(Verifier::ConnectLimit.count()));
         OFLog::configure(OFLogger::OFF_LOG_LEVEL);  // the result says it all; the console writes no log
         return true;
     }();
@@ -50,13 +52,13 @@ std::string withoutBlanks(const std::string& text) {
     return text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
-int portNumber(const std::string& text) {
+std::uint16_t portNumber(const std::string& text) {
     const std::string digits = withoutBlanks(text);
     int number = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
     if (error != std::errc{} || end != digits.data() + digits.size() || number < 1 || number > 65535)
         throw std::runtime_error("Port '" + text + "' is no number from 1 to 65535");
-    return number;
+    return static_cast<std::uint16_t>(number);
 }
 
 void checkAETitle(const std::string& title, const std::string& whose) {
@@ -100,7 +102,6 @@ class Exchange {
     int limit_;  // in seconds; the transport's own limit is the exact one
     T_ASC_Network* network_ = nullptr;
     T_ASC_Association* association_ = nullptr;
-    Clock::time_point started_ = Clock::now();
 };
 
 OFCondition Exchange::associate(const VerificationRequest& request, const std::string& address) {
@@ -122,7 +123,7 @@ OFCondition Exchange::associate(const VerificationRequest& request, const std::s
 
 VerificationResult Exchange::failure(const OFCondition& condition) const {
     VerificationResult result{.detail = condition.text()};
-    if (transport_.isStopped()) {
+    if (transport_.bounds().isStopped()) {
         result.outcome = Outcome::Stopped;
     } else if (condition == DUL_ASSOCIATIONREJECTED) {
         T_ASC_RejectParameters reject{};
@@ -132,10 +133,7 @@ VerificationResult Exchange::failure(const OFCondition& condition) const {
         result.rejectReason = reject.reason & 0xff;  // the library adds the source to it
         OFString words;
         result.detail = ASC_printRejectParameters(words, &reject);
-    } else if (!transport_.wasConnected()) {
-        const bool silent = Clock::now() - started_ >= Verifier::ConnectLimit;
-        result.outcome = silent ? Outcome::TimedOut : Outcome::Unreachable;
-    } else if (transport_.isExpired() || condition == DUL_READTIMEOUT) {
+    } else if (transport_.bounds().isExpired() || condition == DUL_READTIMEOUT) {
         result.outcome = Outcome::TimedOut;
     } else if (condition == DUL_PEERABORTEDASSOCIATION || condition == DUL_PEERREQUESTEDRELEASE ||
                condition == DUL_NETWORKCLOSED || condition.code() == DULC_TCPIOERROR) {
@@ -149,7 +147,8 @@ VerificationResult Exchange::failure(const OFCondition& condition) const {
 }
 
 void Exchange::release() {
-    transport_.setDeadline(std::min(transport_.deadline(), Clock::now() + ReleaseLimit));
+    Bounds& bounds = transport_.bounds();
+    bounds.setDeadline(std::min(bounds.deadline(), Clock::now() + ReleaseLimit));
     ASC_releaseAssociation(association_);
 }
 
@@ -179,7 +178,7 @@ VerificationResult Exchange::run(const VerificationRequest& request, const std::
 }  // namespace
 
 VerificationResult Verifier::verify(const VerificationRequest& request, const std::stop_token& stop) const {
-    const int port = portNumber(request.port);
+    const std::uint16_t port = portNumber(request.port);
     checkAETitle(request.callingAETitle, "calling");
     checkAETitle(request.calledAETitle, "called");
     if (isBlank(request.calledAETitle) ||
@@ -188,10 +187,10 @@ VerificationResult Verifier::verify(const VerificationRequest& request, const st
     configureLibraryOnce();
 
     const auto deadline = Clock::now() + limits_.total;
-    BoundedTransport transport{deadline, stop};
+    BoundedTransport transport{std::make_shared<Bounds>(stop, deadline)};
     const HostAddress address =
         lookUpHost(request.host, std::min(deadline, Clock::now() + limits_.resolve), stop);
-    if (transport.isStopped())
+    if (transport.bounds().isStopped())
         return {.outcome = Outcome::Stopped, .detail = "Stopped while the host's name was looked up"};
     if (!address.dotted) {
         return address.failure.empty()
@@ -199,8 +198,15 @@ VerificationResult Verifier::verify(const VerificationRequest& request, const st
                                         .detail = "Nobody resolves the host's name"}
                    : VerificationResult{.outcome = Outcome::Unreachable, .detail = address.failure};
     }
-    return Exchange{transport, std::chrono::ceil<std::chrono::seconds>(limits_.total)}.run(
-        request, *address.dotted + ":" + std::to_string(port));
+    const auto peer = transport.connect(*address.dotted, port, ConnectLimit);
+    if (!peer) {
+        const int reason = errno;
+        const Outcome outcome = transport.bounds().isStopped() ? Outcome::Stopped
+                                : reason == ETIMEDOUT          ? Outcome::TimedOut
+                                                               : Outcome::Unreachable;
+        return {.outcome = outcome, .detail = std::generic_category().message(reason)};
+    }
+    return Exchange{transport, std::chrono::ceil<std::chrono::seconds>(limits_.total)}.run(request, *peer);
 }
 
 }  // namespace tessaly::dicom

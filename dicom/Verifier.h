@@ -43,17 +43,16 @@ class Verifier {
         std::chrono::milliseconds total{10'000};   ///< for all together, whatever the peer does
         std::chrono::milliseconds resolve{5'000};  ///< for the look-up of the host's name, within the total
     };
-    /// For the TCP connection, within the total; the library knows only one for the whole process.
+    /// For the TCP connection, within the total.
     static constexpr std::chrono::seconds ConnectLimit{4};
     static constexpr const char* DefaultCallingAETitle = "TESSALYCFG";
 
     Verifier() = default;
     explicit Verifier(const Limits& limits) : limits_(limits) {}
 
-    /// Opens an association, sends one C-ECHO and releases. Blocks until it is done or stopped: a stop is
-    /// obeyed at once but for a TCP connection in the making, whose end is waited for. Throws
-    /// std::runtime_error for a request that cannot be sent at all: a port that is no number from 1 to 65535,
-    /// a title that is too long or has characters that no AE title has.
+    /// Opens an association, sends one C-ECHO and releases. Blocks until it is done or stopped, which is
+    /// obeyed at once. Throws std::runtime_error for a request that cannot be sent at all: a port that is no
+    /// number from 1 to 65535, a title that is too long or has characters that no AE title has.
     [[nodiscard]] VerificationResult verify(const VerificationRequest& request,
                                             const std::stop_token& stop = {}) const;
 

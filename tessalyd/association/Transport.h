@@ -17,14 +17,9 @@ struct AssociationDeleter {
 };
 using AssociationPtr = std::unique_ptr<T_ASC_Association, AssociationDeleter>;
 
-/// The DICOM toolkit's side of all connections of this process. It does not listen: it is given accepted
-/// sockets. Its connections
-/// - acknowledge every segment at once and send at once: a sender that is not tuned waits for the
-///   acknowledgement of each small segment before it sends the next one, and would otherwise store some ten
-///   objects a second;
-/// - read ahead, so that a PDU's header costs no call of its own;
-/// - come back from whatever they wait for at a stop, and can still send after it: an abort, for example;
-/// - break off at a command that is longer than any that this server takes.
+/// The DICOM toolkit's side of all connections that peers make to this process. It does not listen: it is
+/// given accepted sockets. Its connections are bounded, and break off at a command that is longer than any
+/// that this server takes.
 class Transport {
   public:
     /// `timeout` bounds the wait for a whole association request, however slowly it comes, and for a peer

@@ -33,6 +33,7 @@ class ServicesTest : public QObject {
     void anotherRequestBeforeTheAnswerEndsTheAssociation();
     void theRequestersEndReachesTheService();
     void aStopReachesTheService();
+    void aStopReachesAServiceThatCannotSend();
     void aServiceCanAskTheRequester();
     void aFaultEndsItsAssociationAlone();
 
@@ -233,6 +234,21 @@ void ServicesTest::aStopReachesTheService() {
     server_->stop();
     QVERIFY(hear(peer).arrived);  // what is sent after a stop still goes out
     QVERIFY(peer.waitForEnd());
+    EVENTUALLY_COMPARE(int{server_->ended}, 1);
+}
+
+void ServicesTest::aStopReachesAServiceThatCannotSend() {
+    std::atomic<int> answers = 0;
+    server_->find = [&answers](const Request& request, Requester& requester) {
+        for (;; ++answers)
+            answerFind(request, requester, STATUS_FIND_Pending_MatchesAreContinuing);
+    };
+    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
+    int before = -1;
+    const auto isStuck = [&] { return std::exchange(before, int{answers}) == answers && answers > 0; };
+    QTRY_VERIFY_WITH_TIMEOUT(isStuck(), PatienceMs);  // nobody reads the answers
+    server_->stop();
     EVENTUALLY_COMPARE(int{server_->ended}, 1);
 }
 

@@ -1,0 +1,62 @@
+#include "dicom/Bounds.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <limits>
+#include <system_error>
+
+namespace tessaly::dicom {
+
+using std::chrono::milliseconds;
+
+namespace {
+
+int newEvent() {
+    const int event = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (event < 0)
+        throw std::system_error{errno, std::generic_category(), "No event for a connection"};
+    return event;
+}
+
+}  // namespace
+
+void Bounds::WakeUp::operator()() const noexcept {
+    (void)eventfd_write(event, 1);
+}
+
+Bounds::Bounds(std::stop_token stop, Clock::time_point deadline, milliseconds silence)
+    : deadline_(deadline),
+      silence_(silence),
+      stop_(std::move(stop)),
+      stopped_(newEvent()),
+      raise_(stop_, WakeUp{stopped_}) {}
+
+Bounds::~Bounds() {
+    ::close(stopped_);
+}
+
+bool Bounds::wait(int socket, short event, milliseconds atMost) const {
+    const milliseconds patience = std::min(atMost, silence_);
+    const auto begun = Clock::now();
+    std::array<pollfd, 2> sources{
+        {{.fd = socket, .events = event, .revents = 0}, {.fd = stopped_, .events = POLLIN, .revents = 0}}};
+    for (;;) {
+        const auto now = Clock::now();
+        const auto left = std::min(std::chrono::ceil<milliseconds>(deadline_ - now),
+                                   patience - std::chrono::floor<milliseconds>(now - begun));
+        constexpr milliseconds::rep Longest = std::numeric_limits<int>::max();
+        const int ready = ::poll(sources.data(), sources.size(),
+                                 static_cast<int>(std::clamp(left.count(), milliseconds::rep{0}, Longest)));
+        if (ready > 0)
+            return sources[1].revents == 0;
+        if (ready == 0 ? left.count() <= Longest : errno != EINTR)
+            return false;
+    }
+}
+
+}  // namespace tessaly::dicom

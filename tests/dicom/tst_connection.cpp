@@ -1,0 +1,162 @@
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmnet/dcmtrans.h>
+#include <sys/socket.h>
+
+#include <QTest>
+#include <array>
+#include <cerrno>
+#include <future>
+#include <vector>
+
+#include "dicom/BoundedConnection.h"
+#include "dicom/BoundedTransport.h"
+#include "tests/dicom/Peers.h"
+#include "tests/support/UnusedPort.h"
+
+using namespace std::chrono_literals;
+using namespace tessaly::dicom;
+using namespace tessaly::test;
+
+namespace {
+
+/// A connection with its other end, which the test holds.
+struct Ends {
+    explicit Ends(std::shared_ptr<const Bounds> bounds) {
+        std::array<int, 2> both{};
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both.data()) < 0)
+            throw std::runtime_error{"no sockets"};
+        other = both[1];
+        near = std::make_unique<BoundedConnection>(both[0], std::move(bounds));
+    }
+    ~Ends() { ::close(other); }
+    Ends(const Ends&) = delete;
+    Ends& operator=(const Ends&) = delete;
+
+    ssize_t read() {
+        std::array<char, 16> bytes{};
+        return near->read(bytes.data(), bytes.size());
+    }
+    /// More than the system buffers.
+    ssize_t writeMuch() {
+        std::vector<char> bytes(std::size_t{16} << 20U);
+        return near->write(bytes.data(), bytes.size());
+    }
+    bool hasArrived() const {
+        char byte = 0;
+        return recv(other, &byte, 1, MSG_DONTWAIT | MSG_PEEK) == 1;
+    }
+
+    int other = -1;
+    std::unique_ptr<BoundedConnection> near;
+};
+
+}  // namespace
+
+/// Waits for a peer: each has an end.
+class ConnectionTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void connectingHasAnEnd_data();
+    void connectingHasAnEnd();
+    void aConnectionThatNobodyTakesIsToldApart();
+    void readingAndWritingHaveAnEnd_data();
+    void readingAndWritingHaveAnEnd();
+    void afterAStopNothingIsReadAndTheLastWordIsSent();
+    void piecesGoOutTogether();
+    void aGlanceSendsWhatHasWaited();
+};
+
+void ConnectionTest::connectingHasAnEnd_data() {
+    QTest::addColumn<bool>("stopped");
+    QTest::newRow("a stop") << true;
+    QTest::newRow("its limit") << false;
+}
+
+void ConnectionTest::connectingHasAnEnd() {
+    QFETCH(const bool, stopped);
+    const FullPort full;
+    std::stop_source stop;
+    auto connected = std::async(std::launch::async, [&] {
+        BoundedTransport transport{std::make_shared<Bounds>(stop.get_token())};
+        const bool stands =
+            transport.connect("127.0.0.1", full.port().toUShort(), stopped ? 1h : 100ms).has_value();
+        return std::pair{stands, errno};
+    });
+    if (stopped) {
+        QCOMPARE(connected.wait_for(100ms), std::future_status::timeout);
+        stop.request_stop();
+    }
+    QCOMPARE(connected.get(), (std::pair{false, ETIMEDOUT}));
+}
+
+void ConnectionTest::aConnectionThatNobodyTakesIsToldApart() {
+    BoundedTransport transport{std::make_shared<Bounds>(std::stop_token{})};
+    QVERIFY(!transport.connect("127.0.0.1", unusedPort().toUShort(), 1h));
+    QCOMPARE(errno, ECONNREFUSED);
+    QVERIFY(!transport.connect("no address", 104, 1h));
+    QCOMPARE(errno, EINVAL);
+    QVERIFY(!transport.wasConnected());
+}
+
+void ConnectionTest::readingAndWritingHaveAnEnd_data() {
+    QTest::addColumn<QString>("end");
+    for (const char* end : {"stop", "deadline", "silence"})
+        QTest::newRow(end) << QString::fromLatin1(end);
+}
+
+void ConnectionTest::readingAndWritingHaveAnEnd() {
+    QFETCH(const QString, end);
+    for (const bool writes : {false, true}) {
+        std::stop_source stop;
+        const auto bounds = std::make_shared<Bounds>(
+            stop.get_token(),
+            end == QStringLiteral("deadline") ? Bounds::Clock::now() + 100ms : Bounds::NoDeadline,
+            end == QStringLiteral("silence") ? 100ms : Bounds::NoLimit);
+        Ends ends{bounds};
+        auto result = std::async(std::launch::async, [&] { return writes ? ends.writeMuch() : ends.read(); });
+        if (end == QStringLiteral("stop")) {
+            QCOMPARE(result.wait_for(100ms), std::future_status::timeout);
+            stop.request_stop();
+        }
+        QCOMPARE(result.get(), ssize_t{-1});
+    }
+}
+
+void ConnectionTest::afterAStopNothingIsReadAndTheLastWordIsSent() {
+    std::stop_source stop;
+    Ends ends{std::make_shared<Bounds>(stop.get_token())};
+    QCOMPARE(::send(ends.other, "x", 1, 0), ssize_t{1});
+    stop.request_stop();
+    QCOMPARE(ends.read(), ssize_t{-1});
+    char word = 'w';
+    QCOMPARE(ends.near->write(&word, 1), ssize_t{1});
+    ends.near->close();
+    QVERIFY(ends.hasArrived());
+}
+
+void ConnectionTest::piecesGoOutTogether() {
+    Ends ends{std::make_shared<Bounds>(std::stop_token{})};
+    char piece = 'p';
+    QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
+    QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
+    QVERIFY(!ends.hasArrived());
+    QCOMPARE(::send(ends.other, "xy", 2, 0), ssize_t{2});
+    QCOMPARE(ends.read(), ssize_t{2});
+    std::array<char, 4> arrived{};
+    QCOMPARE(recv(ends.other, arrived.data(), arrived.size(), MSG_DONTWAIT), ssize_t{2});
+}
+
+void ConnectionTest::aGlanceSendsWhatHasWaited() {
+    Ends ends{std::make_shared<Bounds>(std::stop_token{})};
+    char piece = 'p';
+    QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
+    QVERIFY(!ends.near->networkDataAvailable(0));  // nothing has ever been sent: that is long enough ago
+    QVERIFY(ends.hasArrived());
+    QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
+    QTRY_VERIFY(!ends.near->networkDataAvailable(0) &&
+                recv(ends.other, std::array<char, 4>{}.data(), 4, MSG_DONTWAIT | MSG_PEEK) == 2);
+}
+
+QTEST_GUILESS_MAIN(ConnectionTest)
+#include "tst_connection.moc"
