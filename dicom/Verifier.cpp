@@ -7,30 +7,26 @@
 #include <dcmtk/dcmnet/dimse.h>
 #include <dcmtk/dcmnet/diutil.h>
 #include <dcmtk/oflog/oflog.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
-#include <climits>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
 
 #include "dicom/BoundedTransport.h"
 #include "dicom/HostLookup.h"
+#include "dicom/OutboundAssociation.h"
 
 namespace tessaly::dicom {
 
-using namespace std::chrono_literals;
 using Clock = Bounds::Clock;
 using Outcome = VerificationResult::Outcome;
 
 namespace {
 
 constexpr std::size_t LongestAETitle = 16;
-constexpr auto ReleaseLimit = 1s;  // courtesy to the peer; the answer is known by then
 
 /// What DCMTK knows only for a whole process.
 void configureLibraryOnce() {
@@ -69,65 +65,27 @@ void checkAETitle(const std::string& title, const std::string& whose) {
                                  "' has characters that DICOM does not allow in it");
 }
 
-/// One verification with one peer: the library's network and association, freed in the order that it wants.
+/// One verification with one peer.
 class Exchange {
   public:
-    Exchange(BoundedTransport& transport, std::chrono::seconds limit)
-        : transport_(transport), limit_(static_cast<int>(limit.count())) {
-        require(ASC_initializeNetwork(NET_REQUESTOR, 0, limit_, &network_));
-        require(ASC_setTransportLayer(network_, &transport_, 0));
-    }
-    ~Exchange() {
-        if (association_ != nullptr) {
-            ASC_dropAssociation(association_);
-            ASC_destroyAssociation(&association_);
-        }
-        ASC_dropNetwork(&network_);
-    }
-    Exchange(const Exchange&) = delete;
-    Exchange& operator=(const Exchange&) = delete;
+    Exchange(BoundedTransport& transport, std::chrono::milliseconds limit)
+        : transport_(transport), association_(transport, limit) {}
 
-    VerificationResult run(const VerificationRequest& request, const std::string& address);
+    VerificationResult run(const VerificationRequest& request, const std::string& peer);
 
   private:
-    static void require(const OFCondition& condition) {
-        if (condition.bad())
-            throw std::runtime_error(condition.text());
-    }
-    [[nodiscard]] OFCondition associate(const VerificationRequest& request, const std::string& address);
     [[nodiscard]] VerificationResult failure(const OFCondition& condition) const;
-    void release();
 
     BoundedTransport& transport_;
-    int limit_;  // in seconds; the transport's own limit is the exact one
-    T_ASC_Network* network_ = nullptr;
-    T_ASC_Association* association_ = nullptr;
+    OutboundAssociation association_;
 };
-
-OFCondition Exchange::associate(const VerificationRequest& request, const std::string& address) {
-    T_ASC_Parameters* parameters = nullptr;  // the association takes it over
-    require(ASC_createAssociationParameters(&parameters, ASC_DEFAULTMAXPDU));
-    std::array<char, HOST_NAME_MAX + 1> self{};
-    (void)gethostname(self.data(), self.size() - 1);
-    ASC_setAPTitles(
-        parameters,
-        request.callingAETitle.empty() ? Verifier::DefaultCallingAETitle : request.callingAETitle.c_str(),
-        request.calledAETitle.c_str(), nullptr);
-    ASC_setPresentationAddresses(parameters, self.data(), address.c_str());
-    std::array<const char*, 2> syntaxes{UID_LittleEndianImplicitTransferSyntax,
-                                        UID_LittleEndianExplicitTransferSyntax};
-    ASC_addPresentationContext(parameters, 1, UID_VerificationSOPClass, syntaxes.data(),
-                               static_cast<int>(syntaxes.size()));
-    return ASC_requestAssociation(network_, parameters, &association_, nullptr, nullptr, DUL_NOBLOCK, limit_);
-}
 
 VerificationResult Exchange::failure(const OFCondition& condition) const {
     VerificationResult result{.detail = condition.text()};
     if (transport_.bounds().isStopped()) {
         result.outcome = Outcome::Stopped;
     } else if (condition == DUL_ASSOCIATIONREJECTED) {
-        T_ASC_RejectParameters reject{};
-        ASC_getRejectParameters(association_->params, &reject);
+        const T_ASC_RejectParameters reject = association_.rejection();
         result.outcome = Outcome::Rejected;
         result.rejectSource = reject.source;
         result.rejectReason = reject.reason & 0xff;  // the library adds the source to it
@@ -146,30 +104,30 @@ VerificationResult Exchange::failure(const OFCondition& condition) const {
     return result;
 }
 
-void Exchange::release() {
-    Bounds& bounds = transport_.bounds();
-    bounds.setDeadline(std::min(bounds.deadline(), Clock::now() + ReleaseLimit));
-    ASC_releaseAssociation(association_);
-}
-
-VerificationResult Exchange::run(const VerificationRequest& request, const std::string& address) {
-    if (const OFCondition condition = associate(request, address); condition.bad())
-        return failure(condition);
-    if (ASC_countAcceptedPresentationContexts(association_->params) == 0) {
-        release();
+VerificationResult Exchange::run(const VerificationRequest& request, const std::string& peer) {
+    const std::string& calling = request.callingAETitle;
+    const OFCondition opened = association_.request(
+        peer, calling.empty() ? Verifier::DefaultCallingAETitle : calling, request.calledAETitle,
+        {{UID_VerificationSOPClass,
+          {UID_LittleEndianImplicitTransferSyntax, UID_LittleEndianExplicitTransferSyntax}}});
+    if (opened.bad())
+        return failure(opened);
+    if (ASC_countAcceptedPresentationContexts(association_.get()->params) == 0) {
+        association_.release();
         return {.outcome = Outcome::NoPresentationContext, .detail = "No presentation context accepted"};
     }
     DIC_US status = 0;
     DcmDataset* statusDetail = nullptr;
-    const OFCondition condition = DIMSE_echoUser(association_, association_->nextMsgID++, DIMSE_NONBLOCKING,
-                                                 limit_, &status, &statusDetail);
+    const OFCondition condition =
+        DIMSE_echoUser(association_.get(), association_.get()->nextMsgID++, DIMSE_NONBLOCKING,
+                       association_.limit(), &status, &statusDetail);
     delete statusDetail;
     if (condition.bad()) {
         VerificationResult result = failure(condition);
-        ASC_abortAssociation(association_);
+        association_.abort();
         return result;
     }
-    release();
+    association_.release();
     return {.outcome = status == STATUS_Success ? Outcome::Success : Outcome::Failed,
             .status = status,
             .detail = DU_cechoStatusString(status)};
@@ -206,7 +164,7 @@ VerificationResult Verifier::verify(const VerificationRequest& request, const st
                                                                : Outcome::Unreachable;
         return {.outcome = outcome, .detail = std::generic_category().message(reason)};
     }
-    return Exchange{transport, std::chrono::ceil<std::chrono::seconds>(limits_.total)}.run(request, *peer);
+    return Exchange{transport, limits_.total}.run(request, *peer);
 }
 
 }  // namespace tessaly::dicom

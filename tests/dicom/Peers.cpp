@@ -177,7 +177,7 @@ FullPort::~FullPort() {
     close(listener_);
 }
 
-Product::Product(const QString& program, const QString& argument, const QString& configuration)
+Product::Product(const QString& program, const QStringList& arguments, const QString& configuration)
     : port_(unusedPort()) {
     const auto fill = [this](QString text) {
         return text.replace(u"%PORT%"_s, port()).replace(u"%FOLDER%"_s, folder_.path());
@@ -189,7 +189,10 @@ Product::Product(const QString& program, const QString& argument, const QString&
     file.close();
     process_.setWorkingDirectory(folder_.path());
     process_.setProcessChannelMode(QProcess::MergedChannels);
-    process_.start(program, {fill(argument)});
+    QStringList filled;
+    for (const QString& argument : arguments)
+        filled << fill(argument);
+    process_.start(program, filled);
     const bool ready = QTest::qWaitFor(
         [this] {
             QTcpSocket probe;
@@ -208,12 +211,12 @@ Product::~Product() {
     process_.waitForFinished();
 }
 
-std::unique_ptr<Product> Product::storescp() {
-    return std::make_unique<Product>(u"storescp"_s, u"%PORT%"_s);
+std::unique_ptr<Product> Product::storescp(const QStringList& options) {
+    return std::make_unique<Product>(u"storescp"_s, options + QStringList{u"%PORT%"_s});
 }
 
 std::unique_ptr<Product> Product::orthanc() {
-    return std::make_unique<Product>(u"/usr/sbin/Orthanc"_s, u"%FOLDER%/configuration"_s,
+    return std::make_unique<Product>(u"/usr/sbin/Orthanc"_s, QStringList{u"%FOLDER%/configuration"_s},
                                      uR"({
   "DicomPort": %PORT%, "DicomAet": "ORTHANC", "DicomCheckCalledAet": true,
   "DicomModalities": { "console": { "AET": "TESSALY", "Host": "127.0.0.1", "Port": 104 } },

@@ -73,18 +73,21 @@ class FullPort {
 /// A DICOM product as a process of its own; ready when the constructor returns.
 class Product {
   public:
-    /// In both texts %PORT% and %FOLDER% stand for its own; the configuration is the folder's file
+    /// In all texts %PORT% and %FOLDER% stand for its own; the configuration is the folder's file
     /// "configuration".
-    Product(const QString& program, const QString& argument, const QString& configuration = {});
+    Product(const QString& program, const QStringList& arguments, const QString& configuration = {});
     ~Product();
     Product(const Product&) = delete;
     Product& operator=(const Product&) = delete;
 
     /// Orthanc, which checks the called title (ORTHANC) and answers only to callers it knows (TESSALY).
     [[nodiscard]] static std::unique_ptr<Product> orthanc();
-    [[nodiscard]] static std::unique_ptr<Product> storescp();
+    /// What it takes it writes into its folder.
+    [[nodiscard]] static std::unique_ptr<Product> storescp() { return storescp({}); }
+    [[nodiscard]] static std::unique_ptr<Product> storescp(const QStringList& options);
 
     [[nodiscard]] const QString& port() const { return port_; }
+    [[nodiscard]] QString folder() const { return folder_.path(); }
 
   private:
     QString port_;

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace tessaly::dicom {
+
+/// What a presentation context is for; both are UIDs.
+struct ObjectKind {
+    std::string sopClass;
+    std::string transferSyntax;
+    auto operator<=>(const ObjectKind&) const = default;
+};
+
+/// An object on its way to a peer. Used by one thread.
+class OutgoingObject {
+  public:
+    virtual ~OutgoingObject() = default;
+
+    [[nodiscard]] virtual const ObjectKind& kind() const noexcept = 0;
+    [[nodiscard]] virtual const std::string& sopInstanceUid() const noexcept = 0;
+    /// Bytes of its data set.
+    [[nodiscard]] virtual std::size_t size() const noexcept = 0;
+    /// The next bytes of the data set, no more than are left of it. Throws std::exception when they cannot be
+    /// had: what() is for the log.
+    virtual void read(std::span<char> target) = 0;
+
+    /// The same object, from its beginning, in another syntax; nothing where that cannot be made of it. May
+    /// need the whole object in memory. Throws std::exception when it cannot be read.
+    [[nodiscard]] virtual std::unique_ptr<OutgoingObject> in(const std::string& transferSyntax) = 0;
+};
+
+}  // namespace tessaly::dicom
