@@ -14,37 +14,27 @@ namespace tessaly::dicom {
 
 using std::chrono::milliseconds;
 
-namespace {
-
-int newEvent() {
-    const int event = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (event < 0)
+Bounds::Event::Event() : fd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (fd_ < 0)
         throw std::system_error{errno, std::generic_category(), "No event for a connection"};
-    return event;
 }
 
-}  // namespace
+Bounds::Event::~Event() {
+    ::close(fd_);
+}
 
-void Bounds::WakeUp::operator()() const noexcept {
-    (void)eventfd_write(event, 1);
+void Bounds::Event::raise() const noexcept {
+    (void)eventfd_write(fd_, 1);
 }
 
 Bounds::Bounds(std::stop_token stop, Clock::time_point deadline, milliseconds silence)
-    : deadline_(deadline),
-      silence_(silence),
-      stop_(std::move(stop)),
-      stopped_(newEvent()),
-      raise_(stop_, WakeUp{stopped_}) {}
-
-Bounds::~Bounds() {
-    ::close(stopped_);
-}
+    : deadline_(deadline), silence_(silence), stop_(std::move(stop)), raise_(stop_, Raise{stopped_}) {}
 
 bool Bounds::wait(int socket, short event, milliseconds atMost) const {
     const milliseconds patience = std::min(atMost, silence_);
     const auto begun = Clock::now();
-    std::array<pollfd, 2> sources{
-        {{.fd = socket, .events = event, .revents = 0}, {.fd = stopped_, .events = POLLIN, .revents = 0}}};
+    std::array<pollfd, 2> sources{{{.fd = socket, .events = event, .revents = 0},
+                                   {.fd = stopped_.get(), .events = POLLIN, .revents = 0}}};
     for (;;) {
         const auto now = Clock::now();
         const auto left = std::min(std::chrono::ceil<milliseconds>(deadline_ - now),

@@ -16,7 +16,6 @@ class Bounds {
     /// `silence` is for one wait. Throws std::system_error.
     explicit Bounds(std::stop_token stop, Clock::time_point deadline = NoDeadline,
                     std::chrono::milliseconds silence = NoLimit);
-    ~Bounds();
     Bounds(const Bounds&) = delete;
     Bounds& operator=(const Bounds&) = delete;
 
@@ -29,16 +28,29 @@ class Bounds {
     [[nodiscard]] bool wait(int socket, short event, std::chrono::milliseconds atMost = NoLimit) const;
 
   private:
-    struct WakeUp {
-        int event;
-        void operator()() const noexcept;
+    /// What poll() sees of a stop.
+    class Event {
+      public:
+        Event();
+        ~Event();
+        Event(const Event&) = delete;
+        Event& operator=(const Event&) = delete;
+        void raise() const noexcept;
+        [[nodiscard]] int get() const noexcept { return fd_; }
+
+      private:
+        int fd_;
+    };
+    struct Raise {
+        const Event& event;
+        void operator()() const noexcept { event.raise(); }
     };
 
     Clock::time_point deadline_;
     std::chrono::milliseconds silence_;
     std::stop_token stop_;
-    int stopped_;  // an event that a stop raises
-    std::stop_callback<WakeUp> raise_;
+    Event stopped_;
+    std::stop_callback<Raise> raise_;  // after the event, which it needs to its end
 };
 
 }  // namespace tessaly::dicom
