@@ -75,10 +75,10 @@ ScriptedServer::ScriptedServer()
               services.push_back(std::make_unique<ScriptedService>(command, offers, script));
           };
           add(DIMSE_C_ECHO_RQ, EchoOffers, &answerEcho);
-          add(DIMSE_C_FIND_RQ, FindOffers, find);
-          add(DIMSE_C_MOVE_RQ, MoveOffers, move);
-          add(DIMSE_C_GET_RQ, GetOffers, get);
-          add(DIMSE_C_STORE_RQ, StoreOffers, store);
+          add(DIMSE_C_FIND_RQ, FindOffers, scriptFor(DIMSE_C_FIND_RQ));
+          add(DIMSE_C_MOVE_RQ, MoveOffers, scriptFor(DIMSE_C_MOVE_RQ));
+          add(DIMSE_C_GET_RQ, GetOffers, scriptFor(DIMSE_C_GET_RQ));
+          add(DIMSE_C_STORE_RQ, StoreOffers, scriptFor(DIMSE_C_STORE_RQ));
           return services;
       }),
       transport_(10),
@@ -95,6 +95,17 @@ ScriptedServer::ScriptedServer()
 
 ScriptedServer::~ScriptedServer() {
     listener_.reset();
+}
+
+void ScriptedServer::on(T_DIMSE_Command command, const Script& script) {
+    const std::lock_guard lock{mutex_};
+    scripts_[command] = script;
+}
+
+ScriptedServer::Script ScriptedServer::scriptFor(T_DIMSE_Command command) const {
+    const std::lock_guard lock{mutex_};
+    const auto found = scripts_.find(command);
+    return found == scripts_.end() ? Script{} : found->second;
 }
 
 void ScriptedServer::serve(FileDescriptor socket, const std::stop_token& listening) {

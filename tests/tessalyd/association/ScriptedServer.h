@@ -7,7 +7,9 @@
 #include <QString>
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "tessalyd/association/AssociationThreads.h"
@@ -40,11 +42,8 @@ class ScriptedServer {
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
 
-    /// To be set before the association is opened that they are for.
-    Script find;
-    Script move;
-    Script get;
-    Script store;
+    /// What the service of a command does, in associations that are opened from now on.
+    void on(T_DIMSE_Command command, const Script& script);
 
     [[nodiscard]] QString port() const { return QString::fromStdString(configuration_->port); }
     /// As if the server were ended.
@@ -57,8 +56,11 @@ class ScriptedServer {
     enum ContextId : T_ASC_PresentationContextID { Find = 3, Move = 5, Get = 7, Ct = 9 };
 
   private:
+    [[nodiscard]] Script scriptFor(T_DIMSE_Command command) const;
     void serve(tessalyd::FileDescriptor socket, const std::stop_token& listening);
 
+    mutable std::mutex mutex_;
+    std::map<T_DIMSE_Command, Script> scripts_;
     std::shared_ptr<tessalyd::PortConfiguration> configuration_;
     tessalyd::ServiceFactory services_;
     tessalyd::Transport transport_;

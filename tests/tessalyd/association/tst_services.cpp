@@ -120,9 +120,9 @@ void ServicesTest::aFailureIsTheRequestsAlone_data() {
 void ServicesTest::aFailureIsTheRequestsAlone() {
     QFETCH(const int, context);
     QFETCH(const int, command);
-    server_->find = server_->move = server_->get = server_->store = [](const Request&, Requester&) {
+    server_->on(static_cast<T_DIMSE_Command>(command), [](const Request&, Requester&) {
         throw RequestFailure{0xa900, std::string(70, 'x'), DCM_QueryRetrieveLevel};
-    };
+    });
     Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     ask(peer, static_cast<ScriptedServer::ContextId>(context), static_cast<T_DIMSE_Command>(command));
     const Heard heard = hear(peer);
@@ -148,13 +148,13 @@ void ServicesTest::aFailureIsTheRequestsAlone() {
 
 void ServicesTest::aCancelIsSeenBetweenTheAnswers() {
     std::atomic<bool> before = true;
-    server_->find = [&before](const Request& request, Requester& requester) {
+    server_->on(DIMSE_C_FIND_RQ, [&before](const Request& request, Requester& requester) {
         before = requester.isCancelled();
         answerFind(request, requester, STATUS_FIND_Pending_MatchesAreContinuing);
         while (!requester.isCancelled())
             std::this_thread::yield();
         answerFind(request, requester, STATUS_FIND_Cancel_MatchingTerminatedDueToCancelRequest);
-    };
+    });
     Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     const DIC_US id = ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     QCOMPARE(int{hear(peer).message.msg.CFindRSP.DimseStatus}, 0xff00);
@@ -166,11 +166,11 @@ void ServicesTest::aCancelIsSeenBetweenTheAnswers() {
 
 void ServicesTest::aCancelOfAnotherRequestIsNone() {
     std::latch goOn{1};
-    server_->find = [&goOn](const Request& request, Requester& requester) {
+    server_->on(DIMSE_C_FIND_RQ, [&goOn](const Request& request, Requester& requester) {
         goOn.wait();
         const bool cancelled = requester.isCancelled();
         answerFind(request, requester, cancelled ? 0xfe00 : STATUS_Success);
-    };
+    });
     Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     const DIC_US id = ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     cancel(peer, ScriptedServer::Find, static_cast<DIC_US>(id + 1));
@@ -180,9 +180,9 @@ void ServicesTest::aCancelOfAnotherRequestIsNone() {
 }
 
 void ServicesTest::aCancelThatComesTooLateIsPassedOver() {
-    server_->find = [](const Request& request, Requester& requester) {
+    server_->on(DIMSE_C_FIND_RQ, [](const Request& request, Requester& requester) {
         answerFind(request, requester, requester.isCancelled() ? 0xfe00 : STATUS_Success);
-    };
+    });
     Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     const DIC_US id = ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     QCOMPARE(int{hear(peer).message.msg.CFindRSP.DimseStatus}, 0);
@@ -193,10 +193,10 @@ void ServicesTest::aCancelThatComesTooLateIsPassedOver() {
 }
 
 void ServicesTest::anotherRequestBeforeTheAnswerEndsTheAssociation() {
-    server_->find = [](const Request&, Requester& requester) {
+    server_->on(DIMSE_C_FIND_RQ, [](const Request&, Requester& requester) {
         while (!requester.isCancelled())
             std::this_thread::yield();
-    };
+    });
     Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
@@ -205,10 +205,10 @@ void ServicesTest::anotherRequestBeforeTheAnswerEndsTheAssociation() {
 }
 
 void ServicesTest::theRequestersEndReachesTheService() {
-    server_->find = [](const Request&, Requester& requester) {
+    server_->on(DIMSE_C_FIND_RQ, [](const Request&, Requester& requester) {
         while (!requester.isCancelled())
             std::this_thread::yield();
-    };
+    });
     for (const bool abort : {true, false}) {
         server_->ended = 0;
         auto peer = std::make_unique<Association>(port(), "TESTER", "TESSALY", ScriptedServer::contexts());
@@ -222,12 +222,12 @@ void ServicesTest::theRequestersEndReachesTheService() {
 
 void ServicesTest::aStopReachesTheService() {
     std::atomic<bool> asked = false;
-    server_->find = [&asked](const Request& request, Requester& requester) {
+    server_->on(DIMSE_C_FIND_RQ, [&asked](const Request& request, Requester& requester) {
         asked = true;
         while (!requester.stop().stop_requested())
             std::this_thread::yield();
         answerFind(request, requester, STATUS_Success);
-    };
+    });
     Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     EVENTUALLY(asked);
@@ -239,10 +239,10 @@ void ServicesTest::aStopReachesTheService() {
 
 void ServicesTest::aStopReachesAServiceThatCannotSend() {
     std::atomic<int> answers = 0;
-    server_->find = [&answers](const Request& request, Requester& requester) {
+    server_->on(DIMSE_C_FIND_RQ, [&answers](const Request& request, Requester& requester) {
         for (;; ++answers)
             answerFind(request, requester, STATUS_FIND_Pending_MatchesAreContinuing);
-    };
+    });
     Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     int before = -1;
@@ -253,7 +253,7 @@ void ServicesTest::aStopReachesAServiceThatCannotSend() {
 }
 
 void ServicesTest::aServiceCanAskTheRequester() {
-    server_->get = [](const Request& request, Requester& requester) {
+    server_->on(DIMSE_C_GET_RQ, [](const Request& request, Requester& requester) {
         const auto contexts = requester.contexts();
         const auto target = std::find_if(contexts.begin(), contexts.end(), [](const AcceptedContext& one) {
             return one.has(Role::Scp) && one.sopClass == CtClass;
@@ -274,7 +274,7 @@ void ServicesTest::aServiceCanAskTheRequester() {
             answer.message.CommandField == DIMSE_C_STORE_RSP && requester.isCancelled() ? 0xfe00 : 0xc000;
         Requester::require(DIMSE_sendGetResponse(requester.association(), request.context->id,
                                                  &request.message.msg.CGetRQ, &response, nullptr, nullptr));
-    };
+    });
     Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     const DIC_US id = ask(peer, ScriptedServer::Get, DIMSE_C_GET_RQ);
     Heard asked = hear(peer);
@@ -291,7 +291,8 @@ void ServicesTest::aServiceCanAskTheRequester() {
 }
 
 void ServicesTest::aFaultEndsItsAssociationAlone() {
-    server_->find = [](const Request&, Requester&) { throw std::runtime_error{"nobody expects this"}; };
+    server_->on(DIMSE_C_FIND_RQ,
+                [](const Request&, Requester&) { throw std::runtime_error{"nobody expects this"}; });
     Association other{port()};
     Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
