@@ -30,6 +30,18 @@ Box okCancel(const QString& text, QMessageBox::StandardButton answer) {
     return {.text = text, .buttons = QMessageBox::Ok | QMessageBox::Cancel, .answer = answer};
 }
 
+QString containing(const QString& part) {
+    return BoxScript::AnyText + part;
+}
+
+void answering(const QList<Box>& boxes, const std::function<void()>& action) {
+    BoxScript script;
+    for (const Box& box : boxes)
+        script.expect(box);
+    action();
+    QVERIFY(script.isDone());
+}
+
 BoxScript::BoxScript() {
     qApp->installEventFilter(this);
 }
@@ -71,6 +83,13 @@ bool BoxScript::eventFilter(QObject* watched, QEvent* event) {
     return QObject::eventFilter(watched, event);
 }
 
+bool BoxScript::matches(const QString& text, const QString& expected) {
+    const qsizetype any = expected.indexOf(AnyText);
+    if (any < 0)
+        return text == expected;
+    return text.startsWith(expected.left(any)) && text.contains(expected.mid(any + AnyText.size()));
+}
+
 void BoxScript::meet(QWidget* window) {
     if (auto* box = qobject_cast<QMessageBox*>(window))
         answer(box);
@@ -90,8 +109,9 @@ void BoxScript::answer(QMessageBox* box) {
     }
     ++next_;
     const auto wanted = expected->answer;
-    if (expected->text != AnyText && expected->text != shown.text)
-        fail(u"says \"%1\" instead of \"%2\""_s.arg(shown.text, expected->text));
+    if (!matches(shown.text, expected->text))
+        fail(u"says \"%1\" instead of \"%2\""_s.arg(shown.text,
+                                                    QString{expected->text}.replace(AnyText, u"..."_s)));
     else if (expected->icon != shown.icon)
         fail(u"has icon %1 instead of %2: %3"_s.arg(shown.icon).arg(expected->icon).arg(shown.text));
     else if (expected->title != shown.title)

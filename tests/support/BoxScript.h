@@ -23,10 +23,15 @@ struct Box {
 [[nodiscard]] Box critical(const QString& text);
 [[nodiscard]] Box yesNo(const QString& text, QMessageBox::StandardButton answer);
 [[nodiscard]] Box okCancel(const QString& text, QMessageBox::StandardButton answer);
+/// For a box's text: whichever has that part. What stands before it is how the text has to begin.
+[[nodiscard]] QString containing(const QString& part);
+/// Does what makes just these boxes come up, one after the other.
+void answering(const QList<Box>& boxes, const std::function<void()>& action);
 
 /// Answers the modal boxes and dialogs that come up while it lives, in the order in which they are expected.
 /// A box that differs from what is expected, comes unexpected, or does not come at all fails the test. A box
-/// that is expected with the text AnyText matches every text; boxes() has what was shown.
+/// that is expected with the text AnyText matches every text, containing() those with a part; boxes() has
+/// what was shown.
 class BoxScript : public QObject {
   public:
     inline static const QString AnyText = QStringLiteral("\u0001any");
@@ -52,6 +57,7 @@ class BoxScript : public QObject {
         QString name;
         std::function<void(Form)> body;
     };
+    [[nodiscard]] static bool matches(const QString& text, const QString& expected);
     void meet(QWidget* window);
     void answer(QMessageBox* box);
     void run(QWidget* window);
