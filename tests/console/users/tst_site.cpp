@@ -283,10 +283,8 @@ void SiteTest::aFaultThatWasMadeHereIsCheckedWithoutAVisit() {
     window().type(u"txtOrganization"_s, u"Clinic"_s);
     box(u"txtBaseUID"_s).insert(u"x"_s);
     QVERIFY(!box(u"txtBaseUID"_s).hasFocus());
-    BoxScript script;
-    script.expect(plain(u"Only Numbers and '.' allowed for UIDs"_s));
-    QTest::mouseClick(&button(u"cmdApplySiteData"_s), Qt::LeftButton);
-    QVERIFY(script.isDone());
+    answering({plain(u"Only Numbers and '.' allowed for UIDs"_s)},
+              [this] { QTest::mouseClick(&button(u"cmdApplySiteData"_s), Qt::LeftButton); });
     QCOMPARE(stored(), (QList<QStringList>{{u"Test Hospital"_s, u"2.25.1234"_s}}));
     QVERIFY(hasFocus(u"txtBaseUID"_s));
 }
@@ -377,21 +375,16 @@ void SiteTest::closingTheWindowIsNoLeaving() {
 }
 
 void SiteTest::failuresSayWhy() {
-    BoxScript script;
     database_->failOn(u"SiteData"_s, u"UPDATE"_s);
     window().type(u"txtOrganization"_s, u"Clinic"_s);
-    script.expect(critical(BoxScript::AnyText));
-    window().click(u"cmdApplySiteData"_s);
-    QVERIFY(script.isDone());
-    QVERIFY(script.boxes().back().text.contains(ScratchDatabase::Failure));
+    answering({critical(containing(ScratchDatabase::Failure))},
+              [this] { window().click(u"cmdApplySiteData"_s); });
     QCOMPARE(box(u"txtOrganization"_s).text(), u"Clinic"_s);
     QVERIFY(buttonsAreEnabled(true));
 
     database_->run(u"DROP TABLE SiteData"_s);
-    script.expect(plain(BoxScript::AnyText));
-    window().click(u"cmdCancelSiteData"_s);
-    QVERIFY(script.isDone());
-    QVERIFY(script.boxes().back().text.contains(database_->noTable(u"SiteData"_s)));
+    answering({plain(containing(database_->noTable(u"SiteData"_s)))},
+              [this] { window().click(u"cmdCancelSiteData"_s); });
     QCOMPARE(box(u"txtOrganization"_s).text(), u"Clinic"_s);
 }
 
