@@ -4,7 +4,7 @@
 #include "console/app/TessalyManager.h"
 #include "console/session/Globals.h"
 #include "tests/support/Console.h"
-#include "tests/support/WindowTest.h"
+#include "tests/support/EditorTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -12,7 +12,6 @@ using namespace tessaly::test;
 
 namespace {
 
-const QString PortRemoteNodes = u"SELECT Port, Name FROM PortRemoteNodes ORDER BY Port, Name"_s;
 const QString Unchecked = u"Defined nodes (Unchecked)"_s;
 const QString Checked = u"Accepted nodes"_s;
 const QString Question = u"Are you sure you want to selected nodes for port 104?"_s;
@@ -30,11 +29,17 @@ void select(const Form& form, const QString& list, const QStringList& names) {
 
 }  // namespace
 
-class PortNodesTest : public WindowTest {
+class PortNodesTest : public EditorTest {
     Q_OBJECT
 
   public:
-    PortNodesTest() : WindowTest(Page::LocalServer) {}
+    PortNodesTest()
+        : EditorTest(Page::LocalServer, {.list = u"lstPortNodes"_s,
+                                         .dialog = u"PortNodesSelection"_s,
+                                         .add = u"cmdAddPortNode"_s,
+                                         .remove = u"cmdDelPortNode"_s,
+                                         .table = u"PortRemoteNodes"_s,
+                                         .keyColumn = u"Port, Name"_s}) {}
 
   protected:
     void seed() const override {
@@ -139,28 +144,21 @@ void PortNodesTest::oneMoveIsOneLoad() {
 
 void PortNodesTest::aVanishedPortKeepsLabelAndList() {
     database().run(u"DELETE FROM Port WHERE Port='105'"_s);
-    BoxScript script;
-    script.expect(plain(BoxScript::AnyText));
-    window().selectRow(u"lstPorts"_s, u"105"_s);
-    QVERIFY(script.isDone());
+    answering({plain(BoxScript::AnyText)}, [&] { window().selectRow(u"lstPorts"_s, u"105"_s); });
     QCOMPARE(window().text(u"lblAcceptedNodes"_s), Checked);
     QCOMPARE(acceptedNames().size(), 3);
 }
 
 void PortNodesTest::aFailureAfterTheFlagKeepsLabelAndList() {
     database().run(u"DROP TABLE DicomNodes"_s);
-    BoxScript script;
-    script.expect(plain(BoxScript::AnyText));
-    window().selectRow(u"lstPorts"_s, u"105"_s);
-    QVERIFY(script.isDone());
-    QVERIFY(script.boxes().front().text.contains(database().noTable(u"DicomNodes"_s)));
+    answering({plain(containing(database().noTable(u"DicomNodes"_s)))},
+              [&] { window().selectRow(u"lstPorts"_s, u"105"_s); });
     QCOMPARE(window().text(u"lblAcceptedNodes"_s), Checked);
     QCOMPARE(acceptedNames().size(), 3);
 }
 
 void PortNodesTest::thePickerOffersWhatIsNotAccepted() {
-    BoxScript script;
-    script.drive(u"PortNodesSelection"_s, [](Form form) {
+    edit({}, [](Form form) {
         QCOMPARE(form.window().windowTitle(), u"Nodes selection"_s);
         QCOMPARE(form.headers(u"lstNodeSelection"_s), (QStringList{u"Name"_s, u"AETitle"_s}));
         QCOMPARE(form.rows(u"lstNodeSelection"_s),
@@ -168,19 +166,14 @@ void PortNodesTest::thePickerOffersWhatIsNotAccepted() {
         QVERIFY(form.selectedRows(u"lstNodeSelection"_s).isEmpty());
         form.click(u"cmdCancel"_s);
     });
-    window().click(u"cmdAddPortNode"_s);
-    QVERIFY(script.isDone());
 }
 
 void PortNodesTest::severalNodesAreAddedAtOnce() {
     window().selectRow(u"lstPorts"_s, u"105"_s);
-    BoxScript script;
-    script.drive(u"PortNodesSelection"_s, [](Form form) {
+    edit({}, [](Form form) {
         select(form, u"lstNodeSelection"_s, {u"delta"_s, u"Alpha"_s, u"Bravo"_s});
         form.click(u"cmdOk"_s);
     });
-    window().click(u"cmdAddPortNode"_s);
-    QVERIFY(script.isDone());
     QCOMPARE(acceptedNames(), (QStringList{u"Alpha"_s, u"Bravo"_s, u"delta"_s, u"echo"_s}));
     QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Port='105'"_s), u"4"_s);
     QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Port='104'"_s), u"4"_s);
@@ -189,65 +182,50 @@ void PortNodesTest::severalNodesAreAddedAtOnce() {
 
 void PortNodesTest::thePickerOpensEmptyAndStillReloads() {
     database().run(u"INSERT INTO PortRemoteNodes VALUES ('104', 'delta'), ('104', 'echo')"_s);
-    BoxScript script;
-    script.drive(u"PortNodesSelection"_s, [](Form form) {
+    edit({}, [](Form form) {
         QVERIFY(form.rows(u"lstNodeSelection"_s).isEmpty());
         form.click(u"cmdOk"_s);
     });
-    window().click(u"cmdAddPortNode"_s);
-    QVERIFY(script.isDone());
     QCOMPARE(acceptedNames().size(), 5);
     QVERIFY(!Globals::ConfigChanged());
 }
 
 void PortNodesTest::cancelAddsNothing() {
-    const auto before = database().rows(PortRemoteNodes);
-    BoxScript script;
-    script.drive(u"PortNodesSelection"_s, [](Form form) {
+    const auto before = storedRows();
+    edit({}, [](Form form) {
         select(form, u"lstNodeSelection"_s, {u"delta"_s});
         QTest::keyClick(&form.window(), Qt::Key_Escape);
     });
-    window().click(u"cmdAddPortNode"_s);
-    QVERIFY(script.isDone());
-    QCOMPARE(database().rows(PortRemoteNodes), before);
+    QCOMPARE(storedRows(), before);
     QVERIFY(!Globals::ConfigChanged());
 }
 
 void PortNodesTest::keysAndDoubleClickConfirmThePicker() {
-    BoxScript script;
-    script.drive(u"PortNodesSelection"_s, [](Form form) {
+    edit({}, [](Form form) {
         auto& list = form.find<QTreeWidget>(u"lstNodeSelection"_s);
         QTest::keyClick(&list, Qt::Key_Down);
         QTest::keyClick(&list, Qt::Key_Down);
         QTest::keyClick(&list, Qt::Key_Return);
     });
-    window().click(u"cmdAddPortNode"_s);
     QVERIFY(acceptedNames().contains(u"echo"_s));
-    script.drive(u"PortNodesSelection"_s, [](Form form) {
+    edit({}, [](Form form) {
         auto& list = form.find<QTreeWidget>(u"lstNodeSelection"_s);
         const QPoint cell = list.visualItemRect(list.topLevelItem(0)).center();
         QTest::mouseClick(list.viewport(), Qt::LeftButton, {}, cell);
         QTest::mouseDClick(list.viewport(), Qt::LeftButton, {}, cell);
     });
-    window().click(u"cmdAddPortNode"_s);
-    QVERIFY(script.isDone());
     QVERIFY(acceptedNames().contains(u"delta"_s));
 }
 
 void PortNodesTest::aFailureKeepsWhatWasAddedBefore() {
     database().failOn(u"PortRemoteNodes"_s, u"INSERT"_s, ScratchDatabase::Failure, u"NEW.Name='Bravo'"_s);
     window().selectRow(u"lstPorts"_s, u"105"_s);
-    BoxScript script;
-    script.drive(u"PortNodesSelection"_s, [](Form form) {
+    edit({}, {critical(containing(ScratchDatabase::Failure))}, [](Form form) {
         select(form, u"lstNodeSelection"_s, {u"delta"_s, u"Bravo"_s, u"Alpha"_s});
         form.click(u"cmdOk"_s);
         QVERIFY(form.window().isVisible());
         form.click(u"cmdCancel"_s);
     });
-    script.expect(critical(BoxScript::AnyText));
-    window().click(u"cmdAddPortNode"_s);
-    QVERIFY(script.isDone());
-    QVERIFY(script.boxes().back().text.contains(ScratchDatabase::Failure));
     // From the first row to the last: Alpha came before the failure, delta would have come after.
     QCOMPARE(database().rows(u"SELECT Name FROM PortRemoteNodes WHERE Port='105' ORDER BY Name"_s),
              (QList<QStringList>{{u"Alpha"_s}, {u"echo"_s}}));
@@ -257,10 +235,7 @@ void PortNodesTest::aFailureKeepsWhatWasAddedBefore() {
 
 void PortNodesTest::aPickerThatCannotBeFilledIsNotShown() {
     database().run(u"DROP TABLE DicomNodes"_s);
-    BoxScript script;
-    script.expect(plain(BoxScript::AnyText));
-    window().click(u"cmdAddPortNode"_s);
-    QVERIFY(script.isDone());
+    answering({plain(BoxScript::AnyText)}, [&] { window().click(u"cmdAddPortNode"_s); });
 }
 
 void PortNodesTest::addWithoutAPortEndsTheConsole() {
@@ -276,50 +251,37 @@ void PortNodesTest::addWithoutAPortEndsTheConsole() {
 
 void PortNodesTest::severalNodesAreDeletedAtOnce() {
     select(window(), u"lstPortNodes"_s, {u"charlie"_s, u"Alpha"_s});
-    BoxScript script;
-    script.expect(yesNo(Question, QMessageBox::Yes));
-    window().click(u"cmdDelPortNode"_s);
-    QVERIFY(script.isDone());
+    answering({yesNo(Question, QMessageBox::Yes)}, [&] { window().click(u"cmdDelPortNode"_s); });
     QCOMPARE(acceptedNames(), QStringList{u"Bravo"_s});
     // What is not listed cannot be removed, and another port's nodes are its own.
-    QCOMPARE(database().rows(PortRemoteNodes),
+    QCOMPARE(storedRows(),
              (QList<QStringList>{{u"104"_s, u"Bravo"_s}, {u"104"_s, u"gone"_s}, {u"105"_s, u"echo"_s}}));
     QVERIFY(Globals::ConfigChanged());
 }
 
 void PortNodesTest::deleteOfNothingStillMarks() {
-    const auto before = database().rows(PortRemoteNodes);
-    BoxScript script;
-    script.expect(yesNo(Question, QMessageBox::Yes));
-    window().click(u"cmdDelPortNode"_s);
-    QVERIFY(script.isDone());
-    QCOMPARE(database().rows(PortRemoteNodes), before);
+    const auto before = storedRows();
+    answering({yesNo(Question, QMessageBox::Yes)}, [&] { window().click(u"cmdDelPortNode"_s); });
+    QCOMPARE(storedRows(), before);
     QVERIFY(Globals::ConfigChanged());
 }
 
 void PortNodesTest::deleteWithNoChangesNothing() {
-    const auto before = database().rows(PortRemoteNodes);
+    const auto before = storedRows();
     select(window(), u"lstPortNodes"_s, {u"Alpha"_s});
-    BoxScript script;
-    script.expect(yesNo(Question, QMessageBox::No));
-    window().click(u"cmdDelPortNode"_s);
-    QVERIFY(script.isDone());
-    QCOMPARE(database().rows(PortRemoteNodes), before);
+    answering({yesNo(Question, QMessageBox::No)}, [&] { window().click(u"cmdDelPortNode"_s); });
+    QCOMPARE(storedRows(), before);
     QCOMPARE(window().selectedRows(u"lstPortNodes"_s), QStringList{u"Alpha"_s});  // not reloaded
     QVERIFY(!Globals::ConfigChanged());
 }
 
 void PortNodesTest::aFailedDeleteTakesTheOthersBack() {
     database().failOn(u"PortRemoteNodes"_s, u"DELETE"_s, ScratchDatabase::Failure, u"OLD.Name='charlie'"_s);
-    const auto before = database().rows(PortRemoteNodes);
+    const auto before = storedRows();
     select(window(), u"lstPortNodes"_s, {u"Alpha"_s, u"Bravo"_s, u"charlie"_s});
-    BoxScript script;
-    script.expect(yesNo(Question, QMessageBox::Yes));
-    script.expect(critical(BoxScript::AnyText));
-    window().click(u"cmdDelPortNode"_s);
-    QVERIFY(script.isDone());
-    QVERIFY(script.boxes().back().text.contains(ScratchDatabase::Failure));
-    QCOMPARE(database().rows(PortRemoteNodes), before);
+    answering({yesNo(Question, QMessageBox::Yes), critical(containing(ScratchDatabase::Failure))},
+              [&] { window().click(u"cmdDelPortNode"_s); });
+    QCOMPARE(storedRows(), before);
     QCOMPARE(window().selectedRows(u"lstPortNodes"_s).size(), 3);  // not reloaded
     QVERIFY(Globals::ConfigChanged());                             // marked by each that went
 }
@@ -341,20 +303,17 @@ void PortNodesTest::textComesBackUnchanged() {
     database().run(u"INSERT INTO Port VALUES (?, 'AWKWARD', 1, '/', 1, 0, 1)"_s, {text});
     manager().LoadPorts();
     window().selectRow(u"lstPorts"_s, text);
-    BoxScript script;
-    script.drive(u"PortNodesSelection"_s, [&](Form form) {
+    edit({}, [&](Form form) {
         select(form, u"lstNodeSelection"_s, {text});
         form.click(u"cmdOk"_s);
     });
-    window().click(u"cmdAddPortNode"_s);
     QCOMPARE(database().rows(u"SELECT Name FROM PortRemoteNodes WHERE Port=?"_s, {text}),
              (QList<QStringList>{{text}}));
     QCOMPARE(window().rows(u"lstPortNodes"_s), (QList<QStringList>{{text, text}}));
     select(window(), u"lstPortNodes"_s, {text});
-    script.expect(
-        yesNo(u"Are you sure you want to selected nodes for port "_s + text + u"?"_s, QMessageBox::Yes));
-    window().click(u"cmdDelPortNode"_s);
-    QVERIFY(script.isDone());
+    answering(
+        {yesNo(u"Are you sure you want to selected nodes for port "_s + text + u"?"_s, QMessageBox::Yes)},
+        [this] { window().click(u"cmdDelPortNode"_s); });
     QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Port=?"_s, {text}), u"0"_s);
 }
 
@@ -364,10 +323,7 @@ void PortNodesTest::keysWorkOnTheAcceptedNodes() {
     QTest::keyClick(&list, Qt::Key_A, Qt::ControlModifier);
     QCOMPARE(window().selectedRows(u"lstPortNodes"_s).size(), 3);
     list.setCurrentItem(list.topLevelItem(0), 0, QItemSelectionModel::NoUpdate);
-    BoxScript script;
-    script.expect(yesNo(Question, QMessageBox::Yes));
-    QTest::keyClick(&list, Qt::Key_Delete);
-    QVERIFY(script.isDone());
+    answering({yesNo(Question, QMessageBox::Yes)}, [&] { QTest::keyClick(&list, Qt::Key_Delete); });
     QVERIFY(acceptedNames().isEmpty());
 }
 
