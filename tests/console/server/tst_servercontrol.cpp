@@ -1,48 +1,19 @@
-#include <QAbstractButton>
 #include <QLabel>
-#include <QTabWidget>
 #include <QTest>
 #include <QTimer>
 
-#include "console/app/TessalyManager.h"
-#include "console/session/Globals.h"
-#include "tests/console/server/ScriptedServer.h"
+#include "tests/console/server/ServerWindowTest.h"
 #include "tests/support/BoxScript.h"
-#include "tests/support/Console.h"
-#include "tests/support/ScratchDatabase.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
 
-namespace {
-
-const QString ServiceQuestion = u"The service will be stopped: do you want to proceed?"_s;
-
-}  // namespace
-
-/// The server's control in the main window, with servers that follow a script. The timer stands still unless
-/// a test lets it run.
-class ServerControlTest : public QObject {
+/// The server's commands and states in the main window.
+class ServerControlTest : public ServerWindowTest {
     Q_OBJECT
 
   private Q_SLOTS:
-    void init() {
-        script_ = {};
-        database_ = std::make_unique<ScratchDatabase>();
-        database_->openConsoleConnection();
-        window_ = std::make_unique<TessalyManager>(script_.factory());
-        window_->load();
-        window_->show();
-        window_->setConnectionTimerEnabled(false);
-        script_.calls.clear();
-    }
-    void cleanup() {
-        window_.reset();
-        database_.reset();
-        (void)takeConsoleEnd();
-    }
-
     void captionsAndToolTips();
     void loadMakesTheServerFirst();
     void loadGoesOnWithoutAServer();
@@ -60,21 +31,9 @@ class ServerControlTest : public QObject {
     void terminateReloads();
     void terminateThatFailsReloadsToo();
     void runWithoutAServerToBeHad();
-    void noLeavesTheServiceAlone();
-    void yesRegistersTheService();
-    void yesUnregistersTheService();
-    void anImpossibleRegistrationIsReported_data();
-    void anImpossibleRegistrationIsReported();
-    void withoutAServerTheServiceBoxIsDisabled();
-    void aServerLostDuringTheQuestion();
-    void closingRestartsOnYes_data();
-    void closingRestartsOnYes();
-    void closingWithoutAServer();
     void theMaintenanceMayTakeTheServerAway();
 
   private:
-    [[nodiscard]] Form window() const { return Form{*window_}; }
-    [[nodiscard]] bool isEnabled(const QString& name) const { return window().find(name).isEnabled(); }
     /// Which of the three commands can be given.
     [[nodiscard]] QString commands() const {
         return (isEnabled(u"cmdStart"_s) ? u"start "_s : QString{}) +
@@ -88,10 +47,6 @@ class ServerControlTest : public QObject {
                 icon.pixmap().isNull() ? u"no icon"_s : icon.property("key").toString(),
                 window().text(u"stsBarText2"_s)};
     }
-
-    ServerScript script_;
-    std::unique_ptr<ScratchDatabase> database_;
-    std::unique_ptr<TessalyManager> window_;
 };
 
 void ServerControlTest::captionsAndToolTips() {
@@ -293,123 +248,6 @@ void ServerControlTest::runWithoutAServerToBeHad() {
     window().click(u"cmdLoad"_s);
     QCOMPARE(script_.takeCalls(), (QStringList{u"create"_s, u"GetStatus"_s}));
     QCOMPARE(window().text(u"cmdLoad"_s), u"Terminate"_s);
-}
-
-void ServerControlTest::noLeavesTheServiceAlone() {
-    BoxScript script;
-    script.expect(yesNo(ServiceQuestion, QMessageBox::No));
-    window().click(u"chkService"_s);
-    QVERIFY(script.isDone());
-    QCOMPARE(script_.calls, QStringList{});
-    QVERIFY(window().isChecked(u"chkService"_s));  // as the click left it
-    QVERIFY(isEnabled(u"chkService"_s));
-}
-
-void ServerControlTest::yesRegistersTheService() {
-    BoxScript script;
-    script.expect(yesNo(ServiceQuestion, QMessageBox::Yes));
-    window().click(u"chkService"_s);
-    QVERIFY(script.isDone());
-    QCOMPARE(script_.takeCalls(), (QStringList{u"RegisterService"_s, u"IsService"_s, u"drop"_s}));
-    QVERIFY(window().isChecked(u"chkService"_s));
-    QVERIFY(isEnabled(u"chkService"_s));
-    window_->RefreshServerState();
-    QCOMPARE(script_.takeCalls(), (QStringList{u"create"_s, u"GetStatus"_s}));
-}
-
-void ServerControlTest::yesUnregistersTheService() {
-    script_.service = true;
-    window().find<QAbstractButton>(u"chkService"_s).setChecked(true);
-    BoxScript script;
-    script.expect(yesNo(ServiceQuestion, QMessageBox::Yes));
-    window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(3);
-    auto& box = window().find(u"chkService"_s);
-    QTest::mousePress(&box, Qt::LeftButton, {}, QPoint{8, box.height() / 2});
-    QVERIFY(script.boxes().empty());  // it acts when the mouse is let go
-    QTest::mouseRelease(&box, Qt::LeftButton, {}, QPoint{8, box.height() / 2});
-    QVERIFY(script.isDone());
-    QCOMPARE(script_.takeCalls(), (QStringList{u"UnregisterService"_s, u"drop"_s}));
-    QVERIFY(!window().isChecked(u"chkService"_s));
-    QVERIFY(!script_.service);
-}
-
-void ServerControlTest::anImpossibleRegistrationIsReported_data() {
-    QTest::addColumn<QStringList>("failing");
-    QTest::newRow("not registered") << QStringList{};
-    QTest::newRow("the call fails") << QStringList{u"RegisterService"_s};
-    QTest::newRow("asking fails") << QStringList{u"IsService"_s};
-    QTest::newRow("both fail") << QStringList{u"RegisterService"_s, u"IsService"_s};
-}
-
-void ServerControlTest::anImpossibleRegistrationIsReported() {
-    QFETCH(QStringList, failing);
-    script_.refusesService = true;
-    script_.failing = {failing.begin(), failing.end()};
-    BoxScript script;
-    script.expect(yesNo(ServiceQuestion, QMessageBox::Yes));
-    script.expect(plain(u"Impossible to register service"_s));
-    window().click(u"chkService"_s);
-    QVERIFY(script.isDone());
-    QVERIFY(!window().isChecked(u"chkService"_s));
-    QCOMPARE(script_.calls, (QStringList{u"RegisterService"_s, u"IsService"_s, u"drop"_s}));
-}
-
-void ServerControlTest::withoutAServerTheServiceBoxIsDisabled() {
-    window_->DropServer();
-    script_.calls.clear();
-    const BoxScript noBox;
-    window().click(u"chkService"_s);
-    QVERIFY(!isEnabled(u"chkService"_s));
-    QCOMPARE(script_.calls, QStringList{});
-}
-
-void ServerControlTest::aServerLostDuringTheQuestion() {
-    BoxScript script;
-    script.expect(yesNo(ServiceQuestion, QMessageBox::Yes));
-    script.expect(plain(u"Impossible to register service"_s));
-    script_.failing << u"GetStatus"_s;
-    // The timer goes on behind the question.
-    QTimer::singleShot(0, window_.get(), [this] { window_->RefreshServerState(); });
-    window().click(u"chkService"_s);
-    QVERIFY(script.isDone());
-    QCOMPARE(script_.calls, (QStringList{u"GetStatus"_s, u"drop"_s}));
-    QVERIFY(!window().isChecked(u"chkService"_s));
-}
-
-void ServerControlTest::closingRestartsOnYes_data() {
-    QTest::addColumn<bool>("yes");
-    QTest::addColumn<bool>("fails");
-    QTest::newRow("yes") << true << false;
-    QTest::newRow("yes, Restart fails") << true << true;
-    QTest::newRow("no") << false << false;
-}
-
-void ServerControlTest::closingRestartsOnYes() {
-    QFETCH(bool, yes);
-    QFETCH(bool, fails);
-    if (fails)
-        script_.failing << u"Restart"_s;
-    Globals::setConfigChanged(true);
-    BoxScript script;
-    script.expect(yesNo(u"The server parameters have been modified. Do you want to restart the server?"_s,
-                        yes ? QMessageBox::Yes : QMessageBox::No));
-    QVERIFY(window_->close());
-    QVERIFY(script.isDone());
-    QCOMPARE(script_.calls, yes ? QStringList{u"Restart"_s} : QStringList{});
-    QCOMPARE(takeConsoleEnd(), std::optional{0});
-}
-
-void ServerControlTest::closingWithoutAServer() {
-    window_->DropServer();
-    script_.calls.clear();
-    Globals::setConfigChanged(true);
-    BoxScript script;
-    script.expect(yesNo(u"The server parameters have been modified. Do you want to restart the server?"_s,
-                        QMessageBox::Yes));
-    QVERIFY(window_->close());
-    QVERIFY(script.isDone());
-    QCOMPARE(script_.calls, QStringList{});
-    QCOMPARE(takeConsoleEnd(), std::optional{0});
 }
 
 void ServerControlTest::theMaintenanceMayTakeTheServerAway() {
