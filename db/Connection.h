@@ -28,6 +28,11 @@ class Connection {
     /// Takes effect with the next establish().
     void setConnectString(std::string text) { connectString_ = std::move(text); }
     void setCursorDriver(CursorDriver driver) { cursorDriver_ = driver; }
+    /// To the same database as another connection, and in the same way.
+    void setSameAs(const Connection& other) {
+        connectString_ = other.connectString_;
+        cursorDriver_ = other.cursorDriver_;
+    }
 
     /// Connects without ever prompting, and reads from the database once, so that a file that is missing,
     /// locked, unreadable or no database fails here and not at the first statement. Throws when already open.

@@ -1,36 +1,13 @@
 #include "console/maintenance/PassEvents.h"
 
 #include <QCoreApplication>
-#include <QEvent>
-#include <QWidget>
+#include <QThread>
 
-#include "console/maintenance/SharedRead.h"
+#include "console/maintenance/RowWalk.h"
 
 namespace tessaly::maintenance {
 
-namespace {
-
-bool isInput(QEvent::Type type) {
-    switch (type) {
-        case QEvent::MouseButtonPress:
-        case QEvent::MouseButtonRelease:
-        case QEvent::MouseButtonDblClick:
-        case QEvent::KeyPress:
-        case QEvent::KeyRelease:
-        case QEvent::Shortcut:
-        case QEvent::ShortcutOverride:
-        case QEvent::InputMethod:
-        case QEvent::TouchBegin:
-        case QEvent::TouchEnd:
-            return true;
-        default:
-            return false;
-    }
-}
-
-}  // namespace
-
-PassEvents::PassEvents(SharedRead& read, QWidget& form) : read_(read), form_(form) {
+PassEvents::PassEvents(RowWalk& walk) : walk_(walk), level_(thread()->loopLevel()) {
     QCoreApplication::instance()->installEventFilter(this);
 }
 
@@ -38,17 +15,10 @@ void PassEvents::handle() {
     QCoreApplication::processEvents();
 }
 
-void PassEvents::handleOwn() {
-    ownOnly_ = true;
-    QCoreApplication::processEvents();
-    ownOnly_ = false;
-}
-
-bool PassEvents::eventFilter(QObject* watched, QEvent* event) {
-    read_.letGo();
-    if (!ownOnly_ || !watched->isWidgetType() || !isInput(event->type()))
-        return false;
-    return static_cast<QWidget*>(watched)->window() != &form_;
+bool PassEvents::eventFilter(QObject* /*watched*/, QEvent* /*event*/) {
+    if (thread()->loopLevel() > level_)
+        walk_.letGo();
+    return false;
 }
 
 }  // namespace tessaly::maintenance

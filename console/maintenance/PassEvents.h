@@ -2,33 +2,27 @@
 
 #include <QObject>
 
-class QWidget;
-
 namespace tessaly::maintenance {
 
-class SharedRead;
+class RowWalk;
 
-/// Handles the user interface's events between the rows of a pass, as long as it lives. Whatever comes, the
-/// shared read is let go of before its handler runs.
+/// Handles the user interface's events between the rows of a pass, as long as it lives: everything that is
+/// pending, whatever it is meant for. Where this opens something that waits for the user, the walk is let go
+/// of: it would keep the database's log from shrinking, for as long as the user takes.
 class PassEvents : public QObject {
     Q_OBJECT
 
   public:
-    PassEvents(SharedRead& read, QWidget& form);
+    explicit PassEvents(RowWalk& walk);
 
-    /// Everything that is pending.
     void handle();
-    /// Only what is meant for the form, and repaints: what is clicked or typed elsewhere is lost. For the
-    /// moment in which a table is being read, when nobody may write on the connection.
-    void handleOwn();
 
   protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
-    SharedRead& read_;
-    QWidget& form_;
-    bool ownOnly_ = false;
+    RowWalk& walk_;
+    const int level_;  ///< of the event loop that the pass runs in
 };
 
 }  // namespace tessaly::maintenance

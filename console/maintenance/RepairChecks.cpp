@@ -1,202 +1,147 @@
 #include "console/maintenance/RepairChecks.h"
 
-#include <sys/stat.h>
+#include <chrono>
 
-#include <array>
-#include <cerrno>
-#include <system_error>
-
+#include "console/maintenance/ImageFiles.h"
+#include "console/maintenance/RepairTable.h"
 #include "console/maintenance/RowSpool.h"
-#include "db/Error.h"
-#include "db/Number.h"
 #include "db/Query.h"
-#include "db/StoredPath.h"
 #include "db/Transaction.h"
 
 namespace tessaly::maintenance {
 
+using namespace std::chrono_literals;
+
 namespace {
 
-using Row = std::vector<std::string>;
+constexpr int ReadingStep = 100;  // rows between two looks at the clock
 
-enum class Verdict { Keep, Remove, SayAndRemove };
+/// Gives the user interface its turns between the rows.
+class Turns {
+  public:
+    explicit Turns(const RepairCallbacks& callbacks) : callbacks_(callbacks) {}
 
-/// One check: a walk, a test of each row, a rule over what the test found, and the removal.
-struct Shape {
-    const char* walk;
-    std::vector<std::string_view> columns;  ///< that are read of the walk; the first is the row's key
-    std::size_t tested;                     ///< which of them is the test's parameter
-    db::Param (*parameter)(const std::string& cell);
-    const char* row;  ///< the same columns of one row, by its key
-    const char* test;
-    Verdict (*rule)(db::ResultSet& found, const Row& row);
-    const char* hold;  ///< changes nothing, and keeps others from it until the removal
-    const char* removal;
+    /// The last turn is a millisecond old; the first is due at once.
+    [[nodiscard]] bool areDue() const { return Clock::now() >= due_; }
+    void take() {
+        callbacks_.events();
+        due_ = Clock::now() + 1ms;
+    }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    const RepairCallbacks& callbacks_;
+    Clock::time_point due_{};
 };
 
-db::Param number(const std::string& cell) {
-    if (const auto value = db::toInteger(cell))
-        return db::integer(*value);
-    throw db::Error{"\"" + cell + "\" is no number of a patient"};
-}
-
-db::Param text(const std::string& cell) {
-    return db::varchar(cell);
-}
-
-/// A plain file that is not hidden. A look-up without an answer (no right, an archive that is not mounted
-/// properly) throws: it is no reason to forget an image.
-bool isOrdinaryFile(const std::string& path) {
-    if (path[path.rfind('/') + 1] == '.')
-        return false;
-    struct stat status {};
-    if (stat(path.c_str(), &status) == 0)
-        return S_ISREG(status.st_mode);
-    if (errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG || errno == ELOOP)
-        return false;
-    throw std::system_error(errno, std::generic_category(), path);
-}
-
-/// An image without its series or study goes silently; one without its file is announced.
-Verdict judgeImage(db::ResultSet& owner, const Row& image) {
-    if (!owner.next())
-        return Verdict::Remove;
-    const std::string& folder = owner.text("SeriesDir");
-    const std::string path = owner.text("StudyPath") + "\\" + folder + "\\" + image.back();
-    return isOrdinaryFile(db::localPath(path)) ? Verdict::Keep : Verdict::SayAndRemove;
-}
-
-template <const auto& Column>
-Verdict judgeCount(db::ResultSet& count, const Row& /*row*/) {
-    return count.next() && count.integer(Column.data()) == 0 ? Verdict::Remove : Verdict::Keep;
-}
-
-constexpr auto NumImg = std::to_array("NumImg");
-constexpr auto NumSeries = std::to_array("NumSeries");
-constexpr auto NumStudies = std::to_array("NumStudies");
-
-const Shape& shapeOf(Check check) {
-    static const std::array Shapes{
-        Shape{.walk = "SELECT * FROM Image",
-              .columns = {"SOPInstanceUID", "SeriesInstanceUID", "ImageFile"},
-              .tested = 1,
-              .parameter = text,
-              .row = "SELECT SOPInstanceUID, SeriesInstanceUID, ImageFile FROM Image WHERE SOPInstanceUID=?",
-              .test = "SELECT Series.SeriesDir, Study.StudyPath from Study, Series "
-                      "WHERE Series.SeriesInstanceUID=? "
-                      "AND Study.StudyInstanceUID=Series.StudyInstanceUID",
-              .rule = judgeImage,
-              .hold = "UPDATE Image SET ImageFile=ImageFile WHERE SOPInstanceUID=?",
-              .removal = "DELETE FROM Image WHERE SOPInstanceUID=?"},
-        Shape{.walk = "SELECT SeriesInstanceUID FROM Series",
-              .columns = {"SeriesInstanceUID"},
-              .tested = 0,
-              .parameter = text,
-              .row = "SELECT SeriesInstanceUID FROM Series WHERE SeriesInstanceUID=?",
-              .test = "SELECT COUNT(*) AS NumImg FROM Image Where SeriesInstanceUID=?",
-              .rule = judgeCount<NumImg>,
-              .hold = "UPDATE Series SET SeriesDir=SeriesDir WHERE SeriesInstanceUID=?",
-              .removal = "DELETE FROM Series WHERE SeriesInstanceUID=?"},
-        Shape{.walk = "SELECT * FROM Study",
-              .columns = {"StudyInstanceUID"},
-              .tested = 0,
-              .parameter = text,
-              .row = "SELECT StudyInstanceUID FROM Study WHERE StudyInstanceUID=?",
-              .test = "SELECT COUNT(*) AS NumSeries FROM Series Where StudyInstanceUID=?",
-              .rule = judgeCount<NumSeries>,
-              .hold = "UPDATE Study SET StudyPath=StudyPath WHERE StudyInstanceUID=?",
-              .removal = "DELETE FROM Study WHERE StudyInstanceUID=?"},
-        Shape{.walk = "SELECT * FROM Patient",
-              .columns = {"ID"},
-              .tested = 0,
-              .parameter = number,
-              .row = "SELECT ID FROM Patient WHERE ID=?",
-              .test = "SELECT COUNT(*) AS NumStudies FROM [Study] WHERE IDPatient=?",
-              .rule = judgeCount<NumStudies>,
-              .hold = "UPDATE Patient SET ID=ID WHERE ID=?",
-              .removal = "DELETE FROM Patient WHERE ID=?"},
-    };
-    return Shapes.at(static_cast<std::size_t>(check));
-}
-
-constexpr int ReadingStep = 1000;  // rows between two looks at the user interface
-
-RowSpool readRows(const db::Connection& connection, const Shape& shape, const RepairCallbacks& callbacks) {
-    RowSpool spool{shape.columns.size()};
-    db::Query walk{connection, shape.walk};
-    db::ResultSet rows = walk.open();
-    for (int count = 1; rows.next(); ++count) {
-        for (const std::string_view column : shape.columns)
-            spool.add(rows.text(column));
-        if (count % ReadingStep != 0)
-            continue;
-        callbacks.reading();
-        if (callbacks.stopRequested())
-            break;
+/// The rows of one table in their order, put aside before the first is visited.
+class WalkedRows {
+  public:
+    WalkedRows(RowWalk& walk, const RepairShape& shape, const RepairCallbacks& callbacks)
+        : callbacks_(callbacks) {
+        Turns turns{callbacks};
+        while (!callbacks.stopRequested() && !read(walk, shape, turns)) {
+            // The walk was let go of for the sake of others, and what they did counts.
+        }
+        spool_.rewind();
     }
-    spool.rewind();
-    return spool;
-}
+
+    [[nodiscard]] bool next(WalkedRow& row) {
+        if (!spool_.next(cells_))
+            return false;
+        row.key.swap(cells_[0]);
+        row.holds.swap(cells_[1]);
+        return true;
+    }
+
+  private:
+    bool read(RowWalk& walk, const RepairShape& shape, Turns& turns) {
+        spool_ = RowSpool{Columns};
+        walk.begin(shape.walk);
+        for (int count = 1; walk.isUnderWay() && walk.rows().next(); ++count) {
+            spool_.add(walk.rows().text(shape.key));
+            spool_.add(walk.rows().text("Holds"));
+            if (count % ReadingStep == 0 && turns.areDue())
+                turns.take();
+            if (callbacks_.stopRequested())
+                break;
+        }
+        const bool whole = walk.isUnderWay();
+        walk.letGo();
+        return whole;
+    }
+
+    static constexpr std::size_t Columns = 2;
+
+    const RepairCallbacks& callbacks_;
+    RowSpool spool_{Columns};
+    std::vector<std::string> cells_;
+};
 
 /// What one check asks and does of single rows, its statements prepared once.
-class Rows {
+class SingleRows {
   public:
-    Rows(const db::Connection& connection, const Shape& shape)
+    SingleRows(const db::Connection& connection, const RepairShape& shape)
         : connection_(connection),
           shape_(shape),
           row_(connection, shape.row),
-          test_(connection, shape.test),
           hold_(connection, shape.hold),
+          test_(connection, shape.test),
           removal_(connection, shape.removal) {}
 
-    /// The stated test and rule, on the row as it was read. Leaves no set open: the user may take his time
+    /// Reads a row again: what the test is likely to come to. One that is gone, or that holds something else
+    /// than when it was walked, is not for this pass to judge. Leaves no set open: the user may take his time
     /// over what comes of it.
-    [[nodiscard]] Verdict judgeAsRead(const Row& row) {
-        db::ResultSet found = test_.bind(1, shape_.parameter(row[shape_.tested])).open();
-        return shape_.rule(found, row);
+    [[nodiscard]] Verdict suspicion(const WalkedRow& walked) {
+        db::ResultSet row = row_.bind(1, shape_.parameter(walked.key)).open();
+        if (!row.next() || row.text("Holds") != walked.holds)
+            return Verdict::Keep;
+        own_.clear();
+        for (const std::string_view column : shape_.own)
+            own_.push_back(row.text(column));
+        return walked.holds.empty() ? Verdict::Remove : Verdict::SayAndRemove;
     }
 
-    /// The same on what holds now. A row that is gone or has become another since it was read is not for this
-    /// pass to judge.
-    [[nodiscard]] Verdict judgeNow(const Row& row) {
-        return isAsRead(row) ? judgeAsRead(row) : Verdict::Keep;
-    }
-
-    /// Removes the row if it still has to go once everybody else has finished with it, and if no more has
-    /// come to light than the user was told.
-    void removeIfLost(const Row& row, Verdict told) {
+    /// Removes the row of the last suspicion if nobody has changed it since and by the test it has to go, and
+    /// if no more has come to light than was suspected.
+    void removeIfLost(Verdict suspected) {
         // First a statement that writes, if only nothing: it waits for the transaction of a server that is
         // just storing the image anew, and the row is judged on what that has left.
         db::Transaction transaction{connection_};
-        hold_.bind(1, key(row)).execute();
-        const Verdict verdict = judgeNow(row);
-        if (verdict == Verdict::Keep || (verdict != told && verdict == Verdict::SayAndRemove))
+        for (std::size_t i = 0; i < own_.size(); ++i)
+            hold_.bind(static_cast<int>(i) + 1, shape_.parameter(own_[i]));
+        if (hold_.execute() == 0)
             return;
-        removal_.bind(1, key(row)).execute();
+        const Verdict verdict = judge();
+        if (verdict == Verdict::Keep || (verdict == Verdict::SayAndRemove && suspected != verdict))
+            return;
+        removal_.bind(1, shape_.parameter(own_.front())).execute();
         transaction.commit();
     }
 
   private:
-    [[nodiscard]] db::Param key(const Row& row) const { return shape_.parameter(row.front()); }
-
-    [[nodiscard]] bool isAsRead(const Row& row) {
-        db::ResultSet found = row_.bind(1, key(row)).open();
-        if (!found.next())
-            return false;
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            if (found.text(shape_.columns[i]) != row[i])
-                return false;
-        }
-        return true;
+    [[nodiscard]] Verdict judge() {
+        db::ResultSet found = test_.bind(1, shape_.parameter(own_[shape_.tested])).open();
+        return shape_.rule(found, own_);
     }
 
     const db::Connection& connection_;
-    const Shape& shape_;
+    const RepairShape& shape_;
+    std::vector<std::string> own_;
     db::Query row_;
-    db::Query test_;
     db::Query hold_;
+    db::Query test_;
     db::Query removal_;
 };
+
+void judgeAndRemove(SingleRows& rows, const WalkedRow& row, const RepairCallbacks& callbacks) {
+    const Verdict suspicion = rows.suspicion(row);
+    if (suspicion == Verdict::SayAndRemove && !callbacks.missingFile())
+        return;
+    if (suspicion != Verdict::Keep)
+        rows.removeIfLost(suspicion);
+}
 
 int countRows(const db::Connection& connection, const char* statement) {
     db::Query query{connection, statement};
@@ -213,28 +158,35 @@ int countArchiveRows(const db::Connection& connection) {
            countRows(connection, "SELECT Count(*) as Num FROM Patient");
 }
 
-void runCheck(const db::Connection& connection, SharedRead& read, Check check,
+void runCheck(const db::Connection& connection, RowWalk& walk, Check check,
               const RepairCallbacks& callbacks) {
     if (callbacks.stopRequested())
         return;
-    const Shape& shape = shapeOf(check);
-    Rows single{connection, shape};
-    RowSpool rows = readRows(connection, shape, callbacks);
-    Row row;
+    const RepairShape& shape = shapeOf(check);
+    SingleRows single{connection, shape};
+    WalkedRows rows{walk, shape, callbacks};
+    Turns turns{callbacks};
+    ImageFiles files;
+    WalkedRow row;
+    bool turnTaken = true;  // since the last row
     while (!callbacks.stopRequested() && rows.next(row)) {
-        read.hold();
-        Verdict verdict = single.judgeAsRead(row);
-        if (verdict != Verdict::Keep) {
-            read.letGo();
-            verdict = single.judgeNow(row);
+        bool stays = shape.stays(row.holds, files);
+        if (!stays && !turnTaken) {
+            turns.take();  // nothing goes as long as a Stop waits to be seen
+            files.forget();
+            if (callbacks.stopRequested())
+                break;
+            stays = shape.stays(row.holds, files);
         }
-        if (verdict == Verdict::SayAndRemove)
-            callbacks.missingFile();
-        if (verdict != Verdict::Keep)
-            single.removeIfLost(row, verdict);
+        if (!stays)
+            judgeAndRemove(single, row, callbacks);
         callbacks.rowDone();
+        turnTaken = !stays || turns.areDue();
+        if (turnTaken) {
+            turns.take();
+            files.forget();
+        }
     }
-    read.letGo();
 }
 
 }  // namespace tessaly::maintenance

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "console/maintenance/SharedRead.h"
+#include "console/maintenance/RowWalk.h"
 #include "db/Connection.h"
 
 // The repair pass without its form: which rows of the archive's tables go, and why.
@@ -14,10 +14,13 @@ enum class Check { Images, Series, Studies, Patients };
 
 /// What a check asks of the form; all are called on the thread that runs it.
 struct RepairCallbacks {
-    std::function<void()> missingFile;    ///< an image's file is not there; returns when the user knows
+    /// An image's file is not there. Returns when the user knows, or false when nobody will any more.
+    std::function<bool()> missingFile;
     std::function<void()> rowDone;        ///< after every row, removed or not
     std::function<bool()> stopRequested;  ///< asked before every row
-    std::function<void()> reading;        ///< now and then before the first row; is not to use the connection
+    /// Handles what is pending for the user interface: while the rows are read and visited each millisecond,
+    /// after the first row, and before and after each that may have to go. May let go of the walk.
+    std::function<void()> events;
 };
 
 /// Rows of the four tables together.
@@ -26,9 +29,6 @@ struct RepairCallbacks {
 /// Walks one table and removes, one at a time and at once, the rows that have lost what they stand for. Every
 /// removal counts by itself: what was removed before a fault, a db::Error or a std::system_error of a file
 /// look-up that failed without an answer, stays removed.
-///
-/// `read` is held between the rows; a callback that lets others use the connection lets go of it.
-void runCheck(const db::Connection& connection, SharedRead& read, Check check,
-              const RepairCallbacks& callbacks);
+void runCheck(const db::Connection& connection, RowWalk& walk, Check check, const RepairCallbacks& callbacks);
 
 }  // namespace tessaly::maintenance

@@ -87,20 +87,23 @@ void frmRepairDB::Repair() {
 
 void frmRepairDB::run(Check check) {
     const db::Connection& connection = Globals::DbConnection();
-    SharedRead read{connection};
-    PassEvents events{read, *this};
+    RowWalk walk{connection};
+    PassEvents events{walk};
     const auto rowDone = [&] {
         ++processed_;
         // Rows that came after the counting are beyond the whole, and the whole may be nothing.
         const double share = std::min(1.0, static_cast<double>(processed_) / total_);
         prgBar_->setValue(static_cast<int>(share * FullBar));
-        events.handle();
     };
-    runCheck(connection, read, check,
-             {.missingFile = [this] { ui::messageBox(this, u"Non existing file"_s); },
+    runCheck(connection, walk, check,
+             {.missingFile =
+                  [this] {
+                      ui::messageBox(this, u"Non existing file"_s);
+                      return !ui::isConsoleEnding();
+                  },
               .rowDone = rowDone,
               .stopRequested = [this] { return stopRequested(); },
-              .reading = [&events] { events.handleOwn(); }});
+              .events = [&events] { events.handle(); }});
 }
 
 void frmRepairDB::CompactDB() {

@@ -1,6 +1,3 @@
-#include <sys/fsuid.h>
-#include <sys/stat.h>
-
 #include <QDir>
 #include <QProgressBar>
 #include <QRandomGenerator>
@@ -29,11 +26,9 @@ class RepairPassTest : public RepairTest {
     void anImageWithoutSeriesGoesSilently();
     void anImageWithoutStudyGoesSilently();
     void anImageWithoutFileIsAnnouncedOneByOne();
-    void whatCountsAsAFile_data();
-    void whatCountsAsAFile();
-    void aFileThatCannotBeLookedUpEndsThePass();
     void onePassTakesTheWholeChain();
     void aStudyWithAnotherSeriesStays();
+    void theRowsGoInTheOrderOfTheirTable();
     void stopAfterTheCurrentRowSkipsTheOtherChecks();
     void escapeAndCloseAreStop_data();
     void escapeAndCloseAreStop();
@@ -145,66 +140,6 @@ void RepairPassTest::anImageWithoutFileIsAnnouncedOneByOne() {
     QCOMPARE(archive().keys(), before);
 }
 
-void RepairPassTest::whatCountsAsAFile_data() {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("make");
-    QTest::addColumn<bool>("kept");
-    QTest::newRow("a file") << u"a.dcm"_s << u"touch a.dcm"_s << true;
-    QTest::newRow("another case") << u"A.DCM"_s << u"touch a.dcm"_s << false;
-    QTest::newRow("blanks and umlauts") << u" Röntgen 1 "_s << u"touch ' Röntgen 1 '"_s << true;
-    QTest::newRow("a hidden file") << u".a"_s << u"touch .a"_s << false;
-    QTest::newRow("a folder") << u"a"_s << u"mkdir a"_s << false;
-    QTest::newRow("no name: the folder itself") << QString{} << u"true"_s << false;
-    QTest::newRow("a file in a folder below") << u"b\\a"_s << u"mkdir b; touch b/a"_s << true;
-    QTest::newRow("a file in a hidden folder") << u".b\\a"_s << u"mkdir .b; touch .b/a"_s << true;
-    QTest::newRow("a hidden file in a folder") << u"b\\.a"_s << u"mkdir b; touch b/.a"_s << false;
-    QTest::newRow("a file where a folder is asked") << u"a\\b"_s << u"touch a"_s << false;
-    QTest::newRow("a link to a file") << u"l"_s << u"touch a; ln -s a l"_s << true;
-    QTest::newRow("a link to nothing") << u"l"_s << u"ln -s a l"_s << false;
-    QTest::newRow("a link to itself") << u"l"_s << u"ln -s l l"_s << false;
-    QTest::newRow("a pipe") << u"p"_s << u"mkfifo p"_s << false;
-    QTest::newRow("a pattern is a name") << u"*"_s << u"touch a"_s << false;
-}
-
-void RepairPassTest::whatCountsAsAFile() {
-    QFETCH(QString, name);
-    QFETCH(QString, make);
-    QFETCH(bool, kept);
-    archive().addPatient(1);
-    archive().addStudy(u"st"_s, 1);
-    archive().addSeries(u"se"_s, u"st"_s);
-    archive().addImage(name, u"se"_s);
-    const QString folder = database().imageRoot() + u"/st/se"_s;
-    QDir{}.mkpath(folder);
-    QCOMPARE(std::system(u"cd '%1' && %2"_s.arg(folder, make).toUtf8().constData()), 0);
-    BoxScript script;
-    if (!kept)
-        script.expect(plain(Missing));
-    script.expect(yesNo(Question, QMessageBox::No));
-    repair();
-    QVERIFY(script.isDone());
-    QCOMPARE(database().value(u"SELECT count(*) FROM Image"_s), kept ? u"1"_s : u"0"_s);
-}
-
-void RepairPassTest::aFileThatCannotBeLookedUpEndsThePass() {
-    archive().addWholePatient(1, 1);
-    const QStringList before = archive().keys();
-    const QByteArray folder = database().imageRoot().toUtf8();
-    constexpr uid_t Nobody = 65534;
-    // Root may look anywhere; nobody may not.
-    QCOMPARE(chmod(folder.constData(), 0), 0);
-    const int user = setfsuid(Nobody);
-    BoxScript script;
-    script.expect(critical(BoxScript::AnyText));
-    repair();
-    setfsuid(static_cast<uid_t>(user));
-    QCOMPARE(chmod(folder.constData(), 0755), 0);
-    QVERIFY(script.isDone());
-    QVERIFY(script.boxes().front().text.endsWith(u"1.1.1.1: Permission denied"_s));
-    QCOMPARE(takeConsoleEnd(), 1);
-    QCOMPARE(archive().keys(), before);
-}
-
 void RepairPassTest::onePassTakesTheWholeChain() {
     archive().addWholePatient(1, 1);
     archive().addWholePatient(2, 1);
@@ -229,6 +164,33 @@ void RepairPassTest::aStudyWithAnotherSeriesStays() {
     QVERIFY(script.isDone());
     QCOMPARE(archive().keys(), (QStringList{u"image 1.1.1.1"_s, u"image 1.1.1.2"_s, u"patient 1"_s,
                                             u"series 1.1.1"_s, u"study 1.1"_s}));
+}
+
+void RepairPassTest::theRowsGoInTheOrderOfTheirTable() {
+    // Neither the keys nor any index know this order.
+    for (const int id : {3, 1, 2})
+        archive().addPatient(id);
+    for (const QString& name : {u"z"_s, u"a"_s, u"m"_s}) {
+        archive().addStudy(u"study "_s + name, 9);
+        archive().addImage(u"image "_s + name, u"gone"_s);
+    }
+    database().run(u"CREATE TABLE Gone (Row TEXT)"_s);
+    for (const QString& key : {u"Image SOPInstanceUID"_s, u"Study StudyInstanceUID"_s, u"Patient ID"_s})
+        database().run(
+            u"CREATE TRIGGER gone_%1 AFTER DELETE ON %1 BEGIN INSERT INTO Gone VALUES (OLD.%2); "
+            "END"_s.arg(key.section(u' ', 0, 0), key.section(u' ', 1)));
+    QList<QStringList> order;
+    for (const QString& rows : {u"SOPInstanceUID, Image.* FROM Image"_s,
+                                u"StudyInstanceUID, Study.* FROM Study"_s, u"ID, Patient.* FROM Patient"_s}) {
+        for (const QStringList& row : database().rows(u"SELECT "_s + rows))
+            order << QStringList{row.first()};
+    }
+    BoxScript script;
+    script.expect(yesNo(Question, QMessageBox::No));
+    repair();
+    QVERIFY(script.isDone());
+    QCOMPARE(order.front(), QStringList{u"image z"_s});
+    QCOMPARE(database().rows(u"SELECT Row FROM Gone ORDER BY rowid"_s), order);
 }
 
 void RepairPassTest::stopAfterTheCurrentRowSkipsTheOtherChecks() {
