@@ -21,6 +21,7 @@
 #include "console/ui/ConsoleEnd.h"
 #include "console/ui/FileDialogs.h"
 #include "console/ui/Guard.h"
+#include "console/ui/Mnemonics.h"
 
 namespace tessaly::maintenance {
 
@@ -60,6 +61,7 @@ frmRepairDB::frmRepairDB(MainWindowOperations& window, QWidget* parent)
     grid->addWidget(lblWait_, 0, 0);
     grid->addWidget(stop, 1, 0, Qt::AlignCenter);
     grid->setRowMinimumHeight(0, prgBar_->sizeHint().height());
+    ui::assignMnemonics(this);
 }
 
 void frmRepairDB::reject() {
@@ -96,11 +98,7 @@ void frmRepairDB::run(Check check) {
         prgBar_->setValue(static_cast<int>(share * FullBar));
     };
     runCheck(connection, walk, check,
-             {.missingFile =
-                  [this] {
-                      ui::messageBox(this, u"Non existing file"_s);
-                      return !ui::isConsoleEnding();
-                  },
+             {.missingFile = [this] { return ui::messageBoxBeside(*this, u"Non existing file"_s); },
               .rowDone = rowDone,
               .stopRequested = [this] { return stopRequested(); },
               .events = [&events] { events.handle(); }});

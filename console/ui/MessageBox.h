@@ -16,4 +16,8 @@ enum class Answer { Ok = 1, Cancel = 2, Yes = 6, No = 7 };
 Answer messageBox(QWidget* parent, const QString& text, BoxStyle style = BoxStyle::Plain,
                   const QString& title = {});
 
+/// Shows a plain box that blocks no other window, beside a form and never over it, and waits until it is
+/// closed. The form's shortcuts work in the box as well. False when the console ends instead.
+[[nodiscard]] bool messageBoxBeside(QWidget& form, const QString& text);
+
 }  // namespace tessaly::ui

@@ -72,7 +72,8 @@ void BoxScript::fail(const QString& why) {
 bool BoxScript::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() == QEvent::Show && watched->isWidgetType()) {
         auto* window = static_cast<QWidget*>(watched);
-        if (window->isWindow() && window->isModal()) {
+        // A box is answered even if it leaves the other windows usable.
+        if (window->isWindow() && (window->isModal() || qobject_cast<QMessageBox*>(window) != nullptr)) {
             // Once its own event loop runs, as a user would.
             QTimer::singleShot(0, this, [this, pointer = QPointer{window}] {
                 if (pointer)

@@ -28,10 +28,10 @@ struct Box {
 /// Does what makes just these boxes come up, one after the other.
 void answering(const QList<Box>& boxes, const std::function<void()>& action);
 
-/// Answers the modal boxes and dialogs that come up while it lives, in the order in which they are expected.
-/// A box that differs from what is expected, comes unexpected, or does not come at all fails the test. A box
-/// that is expected with the text AnyText matches every text, containing() those with a part; boxes() has
-/// what was shown.
+/// Answers the message boxes and modal dialogs that come up while it lives, in the order in which they are
+/// expected. A box that differs from what is expected, comes unexpected, or does not come at all fails the
+/// test. A box that is expected with the text AnyText matches every text, containing() those with a part;
+/// boxes() has what was shown.
 class BoxScript : public QObject {
   public:
     inline static const QString AnyText = QStringLiteral("\u0001any");

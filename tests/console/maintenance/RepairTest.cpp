@@ -33,10 +33,18 @@ void RepairTest::cleanup() {
     (void)takeConsoleEnd();
 }
 
+QMessageBox* standingBox() {
+    for (QWidget* window : QApplication::topLevelWidgets()) {
+        if (auto* box = qobject_cast<QMessageBox*>(window); box != nullptr && box->isVisible())
+            return box;
+    }
+    return nullptr;
+}
+
 RepairUser::RepairUser(std::function<QMessageBox::StandardButton(const QString& text)> onBox,
                        std::function<void()> onTurn) {
     connect(this, &QTimer::timeout, this, [onBox = std::move(onBox), onTurn = std::move(onTurn)] {
-        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget()))
+        if (auto* box = standingBox())
             box->button(onBox(box->text()))->click();
         else
             onTurn();

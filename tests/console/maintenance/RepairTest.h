@@ -47,6 +47,9 @@ class RepairTest : public QObject {
     std::unique_ptr<TessalyManager> window_;
 };
 
+/// The message box on the screen, modal or not; nothing when there is none.
+[[nodiscard]] QMessageBox* standingBox();
+
 /// A user who is called in every turn of the event loop: for what a script of boxes in a fixed order cannot
 /// say.
 class RepairUser : public QTimer {
