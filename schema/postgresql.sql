@@ -108,16 +108,24 @@ CREATE TABLE Users (
 );
 
 -- The archive. UIDs are digits and dots, so that case never matters there. Its texts compare and sort by their
--- bytes, whatever the database's own language is.
+-- bytes, whatever the database's own language is: queries search by ranges of them. What Name... and NumberInSeries
+-- hold stands in sqlite.sql.
 
 CREATE TABLE Patient (
     ID        BIGINT NOT NULL PRIMARY KEY,
     PatientID VARCHAR(64) COLLATE "C" NOT NULL,
     Name      VARCHAR(324) COLLATE "C",
     BirthDate VARCHAR(8) COLLATE "C",
-    Sex       VARCHAR(16) COLLATE "C"
+    Sex       VARCHAR(16) COLLATE "C",
+    NameAlphabetic  VARCHAR(324) COLLATE "C",
+    NameIdeographic VARCHAR(324) COLLATE "C",
+    NamePhonetic    VARCHAR(324) COLLATE "C"
 );
 CREATE UNIQUE INDEX PatientByPatientID ON Patient (PatientID);
+CREATE INDEX PatientByName ON Patient (NameAlphabetic, ID);
+CREATE INDEX PatientByIdeographicName ON Patient (NameIdeographic, ID);
+CREATE INDEX PatientByPhoneticName ON Patient (NamePhonetic, ID);
+CREATE INDEX PatientByBirthDate ON Patient (BirthDate, ID);
 
 CREATE TABLE Study (
     StudyInstanceUID VARCHAR(64) COLLATE "C" NOT NULL PRIMARY KEY,
@@ -127,9 +135,14 @@ CREATE TABLE Study (
     StudyDate        VARCHAR(8) COLLATE "C",
     StudyTime        VARCHAR(16) COLLATE "C",
     AccessionNumber  VARCHAR(16) COLLATE "C",
-    Description      VARCHAR(64) COLLATE "C"
+    Description      VARCHAR(64) COLLATE "C",
+    ReferringPhysicianName VARCHAR(324) COLLATE "C"
 );
-CREATE INDEX StudyByPatient ON Study (IDPatient);
+CREATE INDEX StudyByPatient ON Study (IDPatient, StudyInstanceUID);
+CREATE INDEX StudyByDate ON Study (StudyDate, StudyInstanceUID);
+CREATE INDEX StudyByAccessionNumber ON Study (AccessionNumber, StudyInstanceUID);
+CREATE INDEX StudyByStudyID ON Study (StudyID, StudyInstanceUID);
+CREATE INDEX StudyByDescription ON Study (Description, StudyInstanceUID);
 
 CREATE TABLE Series (
     SeriesInstanceUID VARCHAR(64) COLLATE "C" NOT NULL PRIMARY KEY,
@@ -137,7 +150,11 @@ CREATE TABLE Series (
     SeriesDir         VARCHAR(64) COLLATE "C" NOT NULL,
     Modality          VARCHAR(16) COLLATE "C",
     SeriesNumber      VARCHAR(12) COLLATE "C",
-    Description       VARCHAR(64) COLLATE "C"
+    Description       VARCHAR(64) COLLATE "C",
+    SeriesDate        VARCHAR(8) COLLATE "C",
+    SeriesTime        VARCHAR(16) COLLATE "C",
+    BodyPartExamined  VARCHAR(16) COLLATE "C",
+    ProtocolName      VARCHAR(64) COLLATE "C"
 );
 CREATE INDEX SeriesByStudy ON Series (StudyInstanceUID);
 
@@ -147,6 +164,12 @@ CREATE TABLE Image (
     ImageFile         VARCHAR(128) COLLATE "C" NOT NULL,
     SOPClassUID       VARCHAR(64) COLLATE "C",
     TransferSyntaxUID VARCHAR(64) COLLATE "C",
-    InstanceNumber    VARCHAR(12) COLLATE "C"
+    InstanceNumber    VARCHAR(12) COLLATE "C",
+    NumberInSeries    INTEGER NOT NULL DEFAULT 0,
+    ContentDate       VARCHAR(8) COLLATE "C",
+    ContentTime       VARCHAR(16) COLLATE "C",
+    PixelRows         INTEGER,
+    PixelColumns      INTEGER,
+    NumberOfFrames    INTEGER
 );
-CREATE INDEX ImageBySeries ON Image (SeriesInstanceUID);
+CREATE INDEX ImageBySeries ON Image (SeriesInstanceUID, NumberInSeries);

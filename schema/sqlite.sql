@@ -104,16 +104,25 @@ CREATE TABLE Users (
     User      VARCHAR(16) COLLATE NOCASE GENERATED ALWAYS AS (UserName) VIRTUAL
 );
 
--- The archive. UIDs are digits and dots, so that case never matters there.
+-- The archive. UIDs are digits and dots, so that case never matters there. Texts compare by their bytes: queries
+-- search by ranges of them. The Name... columns hold the groups of the patient's name without case and accents;
+-- NumberInSeries is InstanceNumber for sorting. Both are the server's own.
 
 CREATE TABLE Patient (
     ID        INTEGER NOT NULL PRIMARY KEY,
     PatientID VARCHAR(64) NOT NULL,
     Name      VARCHAR(324),
     BirthDate VARCHAR(8),
-    Sex       VARCHAR(16)
+    Sex       VARCHAR(16),
+    NameAlphabetic  VARCHAR(324),
+    NameIdeographic VARCHAR(324),
+    NamePhonetic    VARCHAR(324)
 );
 CREATE UNIQUE INDEX PatientByPatientID ON Patient (PatientID);
+CREATE INDEX PatientByName ON Patient (NameAlphabetic, ID);
+CREATE INDEX PatientByIdeographicName ON Patient (NameIdeographic, ID);
+CREATE INDEX PatientByPhoneticName ON Patient (NamePhonetic, ID);
+CREATE INDEX PatientByBirthDate ON Patient (BirthDate, ID);
 
 CREATE TABLE Study (
     StudyInstanceUID VARCHAR(64) NOT NULL PRIMARY KEY,
@@ -123,9 +132,14 @@ CREATE TABLE Study (
     StudyDate        VARCHAR(8),
     StudyTime        VARCHAR(16),
     AccessionNumber  VARCHAR(16),
-    Description      VARCHAR(64)
+    Description      VARCHAR(64),
+    ReferringPhysicianName VARCHAR(324)
 );
-CREATE INDEX StudyByPatient ON Study (IDPatient);
+CREATE INDEX StudyByPatient ON Study (IDPatient, StudyInstanceUID);
+CREATE INDEX StudyByDate ON Study (StudyDate, StudyInstanceUID);
+CREATE INDEX StudyByAccessionNumber ON Study (AccessionNumber, StudyInstanceUID);
+CREATE INDEX StudyByStudyID ON Study (StudyID, StudyInstanceUID);
+CREATE INDEX StudyByDescription ON Study (Description, StudyInstanceUID);
 
 CREATE TABLE Series (
     SeriesInstanceUID VARCHAR(64) NOT NULL PRIMARY KEY,
@@ -133,7 +147,11 @@ CREATE TABLE Series (
     SeriesDir         VARCHAR(64) NOT NULL,
     Modality          VARCHAR(16),
     SeriesNumber      VARCHAR(12),
-    Description       VARCHAR(64)
+    Description       VARCHAR(64),
+    SeriesDate        VARCHAR(8),
+    SeriesTime        VARCHAR(16),
+    BodyPartExamined  VARCHAR(16),
+    ProtocolName      VARCHAR(64)
 );
 CREATE INDEX SeriesByStudy ON Series (StudyInstanceUID);
 
@@ -143,6 +161,12 @@ CREATE TABLE Image (
     ImageFile         VARCHAR(128) NOT NULL,
     SOPClassUID       VARCHAR(64),
     TransferSyntaxUID VARCHAR(64),
-    InstanceNumber    VARCHAR(12)
+    InstanceNumber    VARCHAR(12),
+    NumberInSeries    INTEGER NOT NULL DEFAULT 0,
+    ContentDate       VARCHAR(8),
+    ContentTime       VARCHAR(16),
+    PixelRows         INTEGER,
+    PixelColumns      INTEGER,
+    NumberOfFrames    INTEGER
 );
-CREATE INDEX ImageBySeries ON Image (SeriesInstanceUID);
+CREATE INDEX ImageBySeries ON Image (SeriesInstanceUID, NumberInSeries);

@@ -3,11 +3,11 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmnet/dimse.h>
 
-#include <algorithm>
-#include <utility>
+#include <string_view>
 
 #include "db/Transaction.h"
 #include "tessalyd/Configuration.h"
+#include "tessalyd/archive/HeaderColumns.h"
 #include "tessalyd/archive/StoreFailure.h"
 
 namespace tessaly::tessalyd {
@@ -26,45 +26,41 @@ std::string settings(std::chrono::seconds wait) {
     return text;
 }
 
-/// True when the current row has another text in one of the columns.
-bool differs(db::ResultSet& row,
-             std::initializer_list<std::pair<std::string_view, const std::string&>> columns) {
-    return std::any_of(columns.begin(), columns.end(),
-                       [&row](const auto& column) { return row.text(column.first) != column.second; });
+std::string select(std::string_view columns, std::span<const HeaderColumn> more, std::string_view rest) {
+    return "SELECT " + std::string{columns} + ", " + namesOf(more) + std::string{rest};
+}
+
+/// The header's columns come first, then the others.
+std::string insert(std::string_view table, std::span<const HeaderColumn> columns, std::string_view others,
+                   std::size_t otherCount) {
+    return "INSERT INTO " + std::string{table} + " (" + namesOf(columns) + ", " + std::string{others} +
+           ") VALUES (" + markers(columns.size() + otherCount) + ')';
+}
+
+std::string update(std::string_view table, std::span<const HeaderColumn> columns, std::string_view rest) {
+    return "UPDATE " + std::string{table} + " SET " + assignmentsOf(columns) + std::string{rest};
 }
 
 }  // namespace
 
 ArchiveSession::Statements::Statements(const db::Connection& connection)
-    : patient{connection, "SELECT ID, Name, BirthDate, Sex FROM Patient WHERE PatientID=?"},
+    : patient{connection, select("ID", patientColumns(), " FROM Patient WHERE PatientID=?")},
       lastPatient{connection, "SELECT MAX(ID) AS LastID FROM Patient"},
-      addPatient{connection, "INSERT INTO Patient (ID, PatientID, Name, BirthDate, Sex) VALUES (?,?,?,?,?)"},
-      updatePatient{connection, "UPDATE Patient SET Name=?, BirthDate=?, Sex=? WHERE ID=?"},
+      addPatient{connection, insert("Patient", patientColumns(), "ID, PatientID", 2)},
+      updatePatient{connection, update("Patient", patientColumns(), " WHERE ID=?")},
       study{connection,
-            "SELECT IDPatient, StudyPath, StudyID, StudyDate, StudyTime, AccessionNumber, Description "
-            "FROM Study WHERE StudyInstanceUID=?"},
-      addStudy{connection,
-               "INSERT INTO Study (IDPatient, StudyID, StudyDate, StudyTime, AccessionNumber, Description, "
-               "StudyInstanceUID, StudyPath) VALUES (?,?,?,?,?,?,?,?)"},
-      updateStudy{connection,
-                  "UPDATE Study SET IDPatient=?, StudyID=?, StudyDate=?, StudyTime=?, AccessionNumber=?, "
-                  "Description=? WHERE StudyInstanceUID=?"},
-      series{connection,
-             "SELECT StudyInstanceUID, SeriesDir, Modality, SeriesNumber, Description "
-             "FROM Series WHERE SeriesInstanceUID=?"},
-      addSeries{
-          connection,
-          "INSERT INTO Series (Modality, SeriesNumber, Description, SeriesInstanceUID, StudyInstanceUID, "
-          "SeriesDir) VALUES (?,?,?,?,?,?)"},
-      updateSeries{connection,
-                   "UPDATE Series SET Modality=?, SeriesNumber=?, Description=? WHERE SeriesInstanceUID=?"},
+            select("IDPatient, StudyPath", studyColumns(), " FROM Study WHERE StudyInstanceUID=?")},
+      addStudy{connection, insert("Study", studyColumns(), "IDPatient, StudyInstanceUID, StudyPath", 3)},
+      updateStudy{connection, update("Study", studyColumns(), ", IDPatient=? WHERE StudyInstanceUID=?")},
+      series{connection, select("StudyInstanceUID, SeriesDir", seriesColumns(),
+                                " FROM Series WHERE SeriesInstanceUID=?")},
+      addSeries{connection,
+                insert("Series", seriesColumns(), "SeriesInstanceUID, StudyInstanceUID, SeriesDir", 3)},
+      updateSeries{connection, update("Series", seriesColumns(), " WHERE SeriesInstanceUID=?")},
       image{connection, "SELECT SeriesInstanceUID, ImageFile FROM Image WHERE SOPInstanceUID=?"},
       addImage{connection,
-               "INSERT INTO Image (SOPClassUID, TransferSyntaxUID, InstanceNumber, SOPInstanceUID, "
-               "SeriesInstanceUID, ImageFile) VALUES (?,?,?,?,?,?)"},
-      updateImage{connection,
-                  "UPDATE Image SET SOPClassUID=?, TransferSyntaxUID=?, InstanceNumber=? "
-                  "WHERE SOPInstanceUID=?"},
+               insert("Image", imageColumns(), "SOPInstanceUID, SeriesInstanceUID, ImageFile", 3)},
+      updateImage{connection, update("Image", imageColumns(), " WHERE SOPInstanceUID=?")},
       moveImage{connection, "UPDATE Image SET SeriesInstanceUID=?, ImageFile=? WHERE SOPInstanceUID=?"},
       imageFolder{connection,
                   "SELECT Study.StudyPath, Series.SeriesDir FROM Study, Series "
@@ -95,19 +91,16 @@ std::optional<ArchiveLocation> ArchiveSession::record(const ObjectHeader& header
     db::Transaction transaction{connection_};
     // First a statement that writes, if only nothing: it waits for other writers. A transaction that begins
     // by reading and finds that another has written since would fail at once instead.
-    run_->updateImage
-        .bindAll({varchar(header.sopClassUid), varchar(header.transferSyntaxUid),
-                  varchar(header.instanceNumber), varchar(header.sopInstanceUid)})
-        .execute();
+    run_->updateImage.bindAll(valuesOf(imageColumns(), header, {varchar(header.sopInstanceUid)})).execute();
     const auto before = image(header.sopInstanceUid);
     recordStudy(header, recordPatient(header), location.studyPath);
     recordSeries(header, location.seriesDir);
     std::optional<ArchiveLocation> previous;
     if (!before) {
         run_->addImage
-            .bindAll({varchar(header.sopClassUid), varchar(header.transferSyntaxUid),
-                      varchar(header.instanceNumber), varchar(header.sopInstanceUid),
-                      varchar(header.seriesInstanceUid), varchar(location.imageFile)})
+            .bindAll(valuesOf(imageColumns(), header,
+                              {varchar(header.sopInstanceUid), varchar(header.seriesInstanceUid),
+                               varchar(location.imageFile)}))
             .execute();
     } else if (before->series != header.seriesInstanceUid || before->file != location.imageFile) {
         previous = locationOf(*before);
@@ -142,17 +135,12 @@ long long ArchiveSession::recordPatient(const ObjectHeader& header) {
     bool changed = false;
     if (db::ResultSet row = run_->patient.open(); row.next()) {
         id = row.integer("ID");
-        changed = differs(
-            row, {{"Name", header.patientName}, {"BirthDate", header.birthDate}, {"Sex", header.sex}});
+        changed = differs(row, patientColumns(), header);
     }
     if (!id)
         return addPatient(header);
-    if (changed) {
-        run_->updatePatient
-            .bindAll(
-                {varchar(header.patientName), varchar(header.birthDate), varchar(header.sex), integer(*id)})
-            .execute();
-    }
+    if (changed)
+        run_->updatePatient.bindAll(valuesOf(patientColumns(), header, {integer(*id)})).execute();
     return *id;
 }
 
@@ -160,9 +148,7 @@ long long ArchiveSession::addPatient(const ObjectHeader& header) {
     long long id = 1;
     if (db::ResultSet row = run_->lastPatient.open(); row.next() && !row.isNull("LastID"))
         id = row.integer("LastID") + 1;
-    run_->addPatient
-        .bindAll({integer(id), varchar(header.patientId), varchar(header.patientName),
-                  varchar(header.birthDate), varchar(header.sex)})
+    run_->addPatient.bindAll(valuesOf(patientColumns(), header, {integer(id), varchar(header.patientId)}))
         .execute();
     return id;
 }
@@ -176,21 +162,14 @@ void ArchiveSession::recordStudy(const ObjectHeader& header, long long patient,
         known = true;
         if (row.text("StudyPath") != studyPath)
             throw StoreFailure{STATUS_STORE_Refused_OutOfResources, "The study was moved meanwhile"};
-        changed =
-            row.integer("IDPatient") != patient || differs(row, {{"StudyID", header.studyId},
-                                                                 {"StudyDate", header.studyDate},
-                                                                 {"StudyTime", header.studyTime},
-                                                                 {"AccessionNumber", header.accessionNumber},
-                                                                 {"Description", header.studyDescription}});
+        changed = row.integer("IDPatient") != patient || differs(row, studyColumns(), header);
     }
     if (known && !changed)
         return;
     db::Query& write = known ? run_->updateStudy : run_->addStudy;
-    write.bindAll({integer(patient), varchar(header.studyId), varchar(header.studyDate),
-                   varchar(header.studyTime), varchar(header.accessionNumber),
-                   varchar(header.studyDescription), varchar(header.studyInstanceUid)});
+    write.bindAll(valuesOf(studyColumns(), header, {integer(patient), varchar(header.studyInstanceUid)}));
     if (!known)
-        write.bind(8, varchar(studyPath));
+        write.bind(static_cast<int>(studyColumns().size()) + 3, varchar(studyPath));
     write.execute();
 }
 
@@ -202,17 +181,16 @@ void ArchiveSession::recordSeries(const ObjectHeader& header, const std::string&
         known = true;
         if (row.text("StudyInstanceUID") != header.studyInstanceUid || row.text("SeriesDir") != seriesDir)
             throw StoreFailure{STATUS_STORE_Refused_OutOfResources, "The series was moved meanwhile"};
-        changed = differs(row, {{"Modality", header.modality},
-                                {"SeriesNumber", header.seriesNumber},
-                                {"Description", header.seriesDescription}});
+        changed = differs(row, seriesColumns(), header);
     }
     if (known && !changed)
         return;
     db::Query& write = known ? run_->updateSeries : run_->addSeries;
-    write.bindAll({varchar(header.modality), varchar(header.seriesNumber), varchar(header.seriesDescription),
-                   varchar(header.seriesInstanceUid)});
-    if (!known)
-        write.bind(5, varchar(header.studyInstanceUid)).bind(6, varchar(seriesDir));
+    write.bindAll(valuesOf(seriesColumns(), header, {varchar(header.seriesInstanceUid)}));
+    if (!known) {
+        const int others = static_cast<int>(seriesColumns().size()) + 1;
+        write.bind(others + 1, varchar(header.studyInstanceUid)).bind(others + 2, varchar(seriesDir));
+    }
     write.execute();
 }
 

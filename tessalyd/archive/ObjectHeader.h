@@ -4,6 +4,7 @@
 #include <dcmtk/dcmdata/dctypes.h>
 #include <dcmtk/dcmdata/dcxfer.h>
 
+#include <array>
 #include <optional>
 #include <span>
 #include <string>
@@ -15,6 +16,7 @@ namespace tessaly::tessalyd {
 struct ObjectHeader {
     std::string patientId;
     std::string patientName;
+    std::array<std::string, 3> nameGroups;  ///< of the patient's name, as queries compare them
     std::string birthDate;
     std::string sex;
 
@@ -24,15 +26,26 @@ struct ObjectHeader {
     std::string studyTime;
     std::string accessionNumber;
     std::string studyDescription;
+    std::string referringPhysicianName;
 
     std::string seriesInstanceUid;
     std::string modality;
     std::string seriesNumber;
     std::string seriesDescription;
+    std::string seriesDate;
+    std::string seriesTime;
+    std::string bodyPartExamined;
+    std::string protocolName;
 
     std::string sopInstanceUid;
     std::string sopClassUid;
     std::string instanceNumber;
+    long long numberInSeries = 0;  ///< the instance number, for sorting; 0 where there is none
+    std::string contentDate;
+    std::string contentTime;
+    std::optional<long long> pixelRows;
+    std::optional<long long> pixelColumns;
+    std::optional<long long> numberOfFrames;
     std::string transferSyntaxUid;  ///< that of the file
 };
 

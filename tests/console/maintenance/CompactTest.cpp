@@ -21,6 +21,7 @@ namespace {
 void fill(const ScratchDatabase& database, int images) {
     database.run(
         u"WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<%1) INSERT INTO Image "
+        "(SOPInstanceUID, SeriesInstanceUID, ImageFile, SOPClassUID, TransferSyntaxUID, InstanceNumber) "
         "SELECT '1.2.'||i, '1.3.'||(i/100), i||'.dcm', '1.2.840', '', i FROM n"_s.arg(images));
 }
 

@@ -101,7 +101,9 @@ void CompactFileTest::anUnfinishedLogIsNotLost() {
     {
         const Other killed{path()};
         killed.leaveLog();
-        QVERIFY(killed.run("INSERT INTO Image VALUES ('1.2.new', '1.3.1', 'new.dcm', '', '', 1001)"));
+        QVERIFY(killed.run(
+            "INSERT INTO Image (SOPInstanceUID, SeriesInstanceUID, ImageFile, SOPClassUID, "
+            "TransferSyntaxUID, InstanceNumber) VALUES ('1.2.new', '1.3.1', 'new.dcm', '', '', 1001)"));
     }
     QVERIFY(QFileInfo{path() + u"-wal"_s}.size() > 0);
     QCOMPARE(compact(path()), QString{});
@@ -178,7 +180,9 @@ void CompactFileTest::everythingIsOnTheDiskBeforeTheRename() {
     {
         const Other killed{path()};
         killed.leaveLog();
-        QVERIFY(killed.run("INSERT INTO Image VALUES ('1.2.new', '1.3.1', 'new.dcm', '', '', 1001)"));
+        QVERIFY(killed.run(
+            "INSERT INTO Image (SOPInstanceUID, SeriesInstanceUID, ImageFile, SOPClassUID, "
+            "TransferSyntaxUID, InstanceNumber) VALUES ('1.2.new', '1.3.1', 'new.dcm', '', '', 1001)"));
     }
     const QString folder = u"flush "_s + QFileInfo{database().folder()}.fileName();
     const QStringList steps = compactInChild({path(), u"watch"_s}).split(u'\n', Qt::SkipEmptyParts);
@@ -222,7 +226,9 @@ void CompactFileTest::aKilledCompactionLeavesOneOrTheOther() {
             const Other writer{path()};
             writer.leaveLog();
             ++images;
-            const QString row = u"INSERT INTO Image VALUES ('1.5.%1', '', '', '', '', %1)"_s.arg(images);
+            const QString row =
+                u"INSERT INTO Image (SOPInstanceUID, SeriesInstanceUID, ImageFile, SOPClassUID, TransferSyntaxUID, InstanceNumber) VALUES ('1.5.%1', '', '', '', '', %1)"_s
+                    .arg(images);
             QVERIFY(writer.run(row.toUtf8().constData()));
         }
         const ino_t before = statusOf(path()).st_ino;

@@ -127,6 +127,7 @@ void CompactionTest::init() {
     database_ = std::make_unique<ScratchDatabase>();
     database_->run(
         u"WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<3000) INSERT INTO Series "
+        "(SeriesInstanceUID, StudyInstanceUID, SeriesDir, Modality, SeriesNumber, Description) "
         "SELECT '1.2.'||i, '1.3', 'S'||i, 'CT', '1', 'a description' FROM n"_s);
     database_->run(u"DELETE FROM Series WHERE SeriesInstanceUID <> '1.2.7'"_s);
     database_->release();

@@ -31,6 +31,7 @@ class ArchiveTest : public QObject {
     void uidsAreToldFromOtherNames();
     void temporaryNamesAreItsOwnOnly();
     void aHeaderIsReadAsSoonAsItIsThere();
+    void aHeaderHasWhatQueriesAskFor();
     void longValuesArePassedOver_data();
     void longValuesArePassedOver();
     void whatIsNoDataSetIsRefused();
@@ -124,6 +125,39 @@ void ArchiveTest::aHeaderIsReadAsSoonAsItIsThere() {
     QCOMPARE(header->studyInstanceUid, std::string{"1.2.826.0.1.1"});
     QCOMPARE(header->instanceNumber, std::string{"1"});
     QCOMPARE(header->patientName, std::string{"Doe^Jane"});
+}
+
+void ArchiveTest::aHeaderHasWhatQueriesAskFor() {
+    const auto object = makeObject({.patientName = "Doe^Jane^^"});
+    DcmDataset& set = *object->getDataset();
+    for (const auto& [tag, value] :
+         {std::pair{DCM_ReferringPhysicianName, "Ref^A "}, std::pair{DCM_SeriesDate, "2024.02.03"},
+          std::pair{DCM_SeriesTime, "1011"}, std::pair{DCM_BodyPartExamined, "CHEST"},
+          std::pair{DCM_ProtocolName, " Low dose"}, std::pair{DCM_ContentDate, "20240204"},
+          std::pair{DCM_ContentTime, "101112.5"}, std::pair{DCM_NumberOfFrames, "12"},
+          std::pair{DCM_InstanceNumber, "+007"}, std::pair{DCM_SeriesNumber, "99999999999"}})
+        set.putAndInsertString(tag, value);
+    const auto header = readHeader(sent(*object, EXS_LittleEndianExplicit), EXS_LittleEndianExplicit, true);
+    QVERIFY(header.has_value());
+    QCOMPARE(header->nameGroups[0], std::string{"doe^jane"});
+    QCOMPARE(header->referringPhysicianName, std::string{"Ref^A"});
+    QCOMPARE(header->seriesDate, std::string{"20240203"});
+    QCOMPARE(header->seriesTime, std::string{"1011"});
+    QCOMPARE(header->bodyPartExamined, std::string{"CHEST"});
+    QCOMPARE(header->protocolName, std::string{"Low dose"});
+    QCOMPARE(header->contentDate, std::string{"20240204"});
+    QCOMPARE(header->contentTime, std::string{"101112.5"});
+    QCOMPARE(header->pixelRows, std::optional{32LL});
+    QCOMPARE(header->pixelColumns, std::optional{32LL});
+    QCOMPARE(header->numberOfFrames, std::optional{12LL});
+    QCOMPARE(header->numberInSeries, 7LL);
+
+    // A number that the tables cannot hold sorts as if there were none.
+    set.putAndInsertString(DCM_InstanceNumber, "99999999999");
+    set.findAndDeleteElement(DCM_Rows);
+    const auto other = readHeader(sent(*object, EXS_LittleEndianExplicit), EXS_LittleEndianExplicit, true);
+    QCOMPARE(other->numberInSeries, 0LL);
+    QVERIFY(!other->pixelRows);
 }
 
 void ArchiveTest::longValuesArePassedOver_data() {

@@ -58,13 +58,18 @@ void StorageTest::anObjectIsFiledAndRegistered() {
                            "WHERE IDPatient=(SELECT ID FROM Patient)"_s),
              (QList<QStringList>{{u"1.2.826.0.1.1"_s, database.imageRoot() + u"\\1.2.826.0.1.1"_s, u"S5"_s,
                                   u"20240131"_s, u"101530"_s, u"A77"_s, u"Thorax"_s}}));
-    QCOMPARE(database.rows(u"SELECT * FROM Series"_s),
+    QCOMPARE(database.rows(u"SELECT SeriesInstanceUID, StudyInstanceUID, SeriesDir, Modality, SeriesNumber, "
+                           "Description FROM Series"_s),
              (QList<QStringList>{{u"1.2.826.0.1.1.1"_s, u"1.2.826.0.1.1"_s, u"1.2.826.0.1.1.1"_s, u"CT"_s,
                                   u"3"_s, u"Native"_s}}));
-    QCOMPARE(database.rows(u"SELECT * FROM Image"_s),
+    QCOMPARE(database.rows(u"SELECT SOPInstanceUID, SeriesInstanceUID, ImageFile, SOPClassUID, "
+                           "TransferSyntaxUID, InstanceNumber FROM Image"_s),
              (QList<QStringList>{{u"1.2.826.0.1.1.1.1"_s, u"1.2.826.0.1.1.1"_s, u"1.2.826.0.1.1.1.1.dcm"_s,
                                   QStringLiteral(UID_CTImageStorage),
                                   QStringLiteral(UID_LittleEndianExplicitTransferSyntax), u"1"_s}}));
+    QCOMPARE(database.rows(
+                 u"SELECT NameAlphabetic, NumberInSeries, PixelRows, PixelColumns FROM Patient, Image"_s),
+             (QList<QStringList>{{u"doe^jane"_s, u"1"_s, u"32"_s, u"32"_s}}));
     const QString file = daemon_->images().value(0).file;
     QCOMPARE(daemon_->files(), QStringList{file});
     QCOMPARE(dataSetOf(file), dataSetOf(sent));

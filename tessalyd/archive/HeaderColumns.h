@@ -1,0 +1,39 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "db/Query.h"
+#include "tessalyd/archive/ObjectHeader.h"
+
+namespace tessaly::tessalyd {
+
+/// A column that repeats what an object says of itself; keys and places are none.
+struct HeaderColumn {
+    std::string_view name;
+    db::Param (*value)(const ObjectHeader&);
+};
+
+[[nodiscard]] std::span<const HeaderColumn> patientColumns();
+[[nodiscard]] std::span<const HeaderColumn> studyColumns();
+[[nodiscard]] std::span<const HeaderColumn> seriesColumns();
+[[nodiscard]] std::span<const HeaderColumn> imageColumns();
+
+/// "A, B" of the columns' names, and "A=?, B=?".
+[[nodiscard]] std::string namesOf(std::span<const HeaderColumn> columns);
+[[nodiscard]] std::string assignmentsOf(std::span<const HeaderColumn> columns);
+/// "?,?" for so many values.
+[[nodiscard]] std::string markers(std::size_t count);
+
+/// The columns' values, then `more`.
+[[nodiscard]] std::vector<db::Param> valuesOf(std::span<const HeaderColumn> columns,
+                                              const ObjectHeader& header,
+                                              std::initializer_list<db::Param> more);
+
+/// True when the current row has another value in one of the columns; nothing and an empty text are the same.
+[[nodiscard]] bool differs(db::ResultSet& row, std::span<const HeaderColumn> columns,
+                           const ObjectHeader& header);
+
+}  // namespace tessaly::tessalyd
