@@ -5,6 +5,7 @@
 #include <sql.h>
 #include <sqlext.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -117,7 +118,8 @@ class Statement {
     void runDirectly() const;
 
     bool prepared = false;
-    bool hasRun = false;   ///< successfully, since it was prepared
+    bool hasRun = false;  ///< successfully, since it was prepared
+    std::chrono::seconds timeout{0};
     bool walking = false;  ///< a result set is alive on it
     std::size_t boundParams = 0;
     std::vector<ResultSet::Column> columns;  ///< of the sets that it opens, described by the first

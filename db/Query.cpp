@@ -90,6 +90,11 @@ void Query::runOnce() {
     detail::Statement& statement = *statement_;
     if (!statement.prepared)
         statement.check(statement.prepare());
+    if (statement.timeout != timeout_) {
+        statement.timeout = timeout_;
+        SQLSetStmtAttr(statement.get(), SQL_ATTR_QUERY_TIMEOUT,
+                       reinterpret_cast<SQLPOINTER>(static_cast<SQLULEN>(timeout_.count())), 0);
+    }
     std::vector<Bound> bound(params_.size());
     if (params_.size() < statement.boundParams)  // the last run's values are gone
         SQLFreeStmt(statement.get(), SQL_RESET_PARAMS);

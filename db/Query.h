@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <initializer_list>
 #include <memory>
 #include <optional>
@@ -54,6 +55,10 @@ class Query {
     /// Binds from the first parameter onward.
     Query& bindAll(std::vector<Param> values);
 
+    /// How long the engine may take for one run, its rows included; zero: without limit. Drivers that have no
+    /// such limit pass over it.
+    void setTimeout(std::chrono::seconds limit) { timeout_ = limit; }
+
     /// Runs a statement that returns rows, as a forward-only, read-only set, of which the first row has been
     /// fetched: a statement that cannot give it fails here. Throws while an earlier set of this query is
     /// still alive.
@@ -71,6 +76,7 @@ class Query {
     std::string text_;
     std::shared_ptr<detail::Statement> statement_;  // of the line's session, null before the first run
     std::vector<Param> params_;
+    std::chrono::seconds timeout_{0};
 };
 
 /// Runs one statement with its parameters in order.

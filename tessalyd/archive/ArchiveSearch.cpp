@@ -1,0 +1,230 @@
+#include "tessalyd/archive/ArchiveSearch.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+/// A clock that is read for every row would cost as much as some rows do.
+constexpr unsigned RowsBetweenLooks = 64;
+constexpr std::chrono::milliseconds AskInterval{5};
+
+/// The first answers come at once; later pages are so large that finding where they begin does not count.
+constexpr std::size_t FirstPage = 32;
+constexpr std::size_t PageGrowth = 4;
+constexpr std::size_t LargestPage = 2048;
+
+std::string joined(const std::set<std::string>& values) {
+    std::string text;
+    for (const std::string& value : values)
+        (text += text.empty() ? "" : "\\") += value;
+    return text;
+}
+
+}  // namespace
+
+ArchiveSearch::ArchiveSearch(StatementCache& statements, ArchiveQuery query, SearchLimits limits, bool narrow)
+    : statements_(statements),
+      query_(std::move(query)),
+      limits_(std::move(limits)),
+      plan_(planSearch(query_, narrow)),
+      decidedTogether_(query_.keys.size()),
+      pageSize_(FirstPage),
+      values_(query_.keys.size()) {
+    for (const ArchiveQuery::Combined& pair : query_.combined)
+        decidedTogether_[pair.time] = true;
+    statements_.setTimeout(limits_.timeout);
+}
+
+ArchiveSearch::~ArchiveSearch() {
+    closePage();
+}
+
+bool ArchiveSearch::next() {
+    since_ = Clock::now();
+    lastAsked_ = since_;
+    try {
+        const bool found = findNext();
+        worked_ += Clock::now() - since_;
+        if (!found)
+            closePage();
+        return found;
+    } catch (...) {
+        rows_.reset();
+        statement_.reset();  // may be what is broken: the cache does not get it back
+        // An engine that keeps to the limit by itself says so in words of its own.
+        if (isOver(Clock::now()))
+            throw SearchTimeout{};
+        throw;
+    }
+}
+
+bool ArchiveSearch::findNext() {
+    while (onNextEntity_ || nextRow()) {
+        beginEntity();
+        const bool fits = ownKeysMatch();
+        if (plan_.hasParts)
+            gather(fits);
+        if (stopped_)
+            return false;
+        if (fits && modalitiesMatch())
+            return true;
+    }
+    return false;
+}
+
+void ArchiveSearch::beginEntity() {
+    onNextEntity_ = false;
+    gathered_ = false;
+    entityPass_ = pass_;
+    if (++entitiesOfPage_ < pageSize_)
+        return;
+    const auto& isNumber = plan_.passes[pass_].keyIsNumber;
+    pageEnd_.clear();
+    for (std::size_t i = 0; i < isNumber.size(); ++i) {
+        const std::string column = keyColumn(i);
+        pageEnd_.push_back(isNumber[i] ? db::integer(rows_->integer(column))
+                                       : db::varchar(rows_->text(column)));
+    }
+}
+
+const std::string& ArchiveSearch::value(std::size_t index) {
+    return gathered_ ? values_[index] : rows_->text(query_.keys[index].key->name);
+}
+
+bool ArchiveSearch::nextRow() {
+    watch();
+    while (!stopped_ && pass_ < plan_.passes.size()) {
+        if (!rows_)
+            openPage();
+        if (rows_->next())
+            return true;
+        closePage();
+        // A page that is not full is the last.
+        if (entitiesOfPage_ < pageSize_) {
+            ++pass_;
+            pageEnd_.clear();
+        }
+        pageSize_ = std::min(pageSize_ * PageGrowth, LargestPage);
+    }
+    return false;
+}
+
+void ArchiveSearch::openPage() {
+    const SearchPass& pass = plan_.passes[pass_];
+    const SearchPass::Statement& page = pageEnd_.empty() ? pass.firstPage : pass.otherPages;
+    std::vector<db::Param> values;
+    for (const std::string& value : page.values)
+        values.push_back(db::varchar(value));
+    if (pass.startKeys < pageEnd_.size())
+        values.insert(values.end(), pageEnd_.begin(),
+                      pageEnd_.begin() + static_cast<std::ptrdiff_t>(pass.startKeys));
+    values.insert(values.end(), pageEnd_.begin(), pageEnd_.end());
+    values.push_back(db::integer(static_cast<long long>(pageSize_)));
+    statementText_ = &page.text;
+    statement_ = statements_.take(page.text);
+    statement_->bindAll(std::move(values));
+    entitiesOfPage_ = 0;
+    rows_.emplace(statement_->open());
+}
+
+void ArchiveSearch::closePage() {
+    if (!statement_)
+        return;
+    rows_.reset();
+    statements_.give(*statementText_, std::move(*statement_));
+    statement_.reset();
+}
+
+/// Takes the rows of one entity together and goes to the first of another. One that does not match is passed
+/// over.
+void ArchiveSearch::gather(bool fits) {
+    const std::string entityColumn = keyColumn(plan_.passes[pass_].keyIsNumber.size() - 1);
+    entity_ = rows_->text(entityColumn);
+    for (std::size_t i = 0; fits && i < values_.size(); ++i) {
+        if (!query_.keys[i].key->isGathered(query_.level))
+            values_[i] = rows_->text(query_.keys[i].key->name);
+    }
+    studies_.clear();
+    modalities_.clear();
+    series_ = 0;
+    images_ = 0;
+    while (!onNextEntity_) {
+        if (fits)
+            addPart();
+        if (!nextRow())
+            break;
+        onNextEntity_ = pass_ != entityPass_ || rows_->text(entityColumn) != entity_;
+    }
+    for (std::size_t i = 0; fits && i < values_.size(); ++i) {
+        if (query_.keys[i].key->isGathered(query_.level))
+            values_[i] = gathered(*query_.keys[i].key);
+    }
+    gathered_ = true;
+}
+
+void ArchiveSearch::addPart() {
+    if (plan_.partStudies && !rows_->isNull(PartStudyColumn))
+        studies_.insert(rows_->text(PartStudyColumn));
+    if (plan_.partSeries && !rows_->isNull(PartSeriesColumn)) {
+        ++series_;
+        if (const std::string& modality = rows_->text(PartModalityColumn); !modality.empty())
+            modalities_.insert(modality);
+        if (plan_.partImages)
+            images_ += rows_->integer(PartImagesColumn);
+    }
+}
+
+std::string ArchiveSearch::gathered(const QueryKey& key) const {
+    if (key.matching == Matching::Modalities)
+        return joined(modalities_);
+    if (key.counted == Level::Study)
+        return std::to_string(studies_.size());
+    return std::to_string(key.counted == Level::Series ? series_ : images_);
+}
+
+/// What one row can tell.
+bool ArchiveSearch::ownKeysMatch() {
+    for (std::size_t i = 0; i < query_.keys.size(); ++i) {
+        const ArchiveQuery::Key& key = query_.keys[i];
+        if (key.match.isUniversal() || decidedTogether_[i] || key.key->matching == Matching::Modalities)
+            continue;
+        const auto alternative = key.match.matches(value(i));
+        if (!alternative || (i == plan_.driver && *alternative != plan_.passes[entityPass_].alternative))
+            return false;
+    }
+    return std::all_of(query_.combined.begin(), query_.combined.end(),
+                       [this](const ArchiveQuery::Combined& pair) {
+                           return pair.matches(value(pair.date), value(pair.time));
+                       });
+}
+
+bool ArchiveSearch::modalitiesMatch() {
+    return std::all_of(query_.keys.begin(), query_.keys.end(), [this](const ArchiveQuery::Key& key) {
+        if (key.match.isUniversal() || key.key->matching != Matching::Modalities)
+            return true;
+        return std::any_of(modalities_.begin(), modalities_.end(), [&key](const std::string& modality) {
+            return key.match.matches(modality).has_value();
+        });
+    });
+}
+
+bool ArchiveSearch::isOver(Clock::time_point now) const {
+    return limits_.timeout > std::chrono::seconds::zero() && worked_ + (now - since_) >= limits_.timeout;
+}
+
+void ArchiveSearch::watch() {
+    if (rowsSeen_++ % RowsBetweenLooks != 0)
+        return;
+    const auto now = Clock::now();
+    if (isOver(now))
+        throw SearchTimeout{};
+    if (limits_.stop && now - lastAsked_ > AskInterval) {
+        lastAsked_ = now;
+        stopped_ = limits_.stop();
+    }
+}
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tessalyd/archive/ArchiveQuery.h"
+#include "tessalyd/archive/SearchStatement.h"
+#include "tessalyd/archive/StatementCache.h"
+
+namespace tessaly::tessalyd {
+
+/// A search took longer than it may.
+class SearchTimeout : public std::runtime_error {
+  public:
+    SearchTimeout() : std::runtime_error("The query took longer than its time-out") {}
+};
+
+struct SearchLimits {
+    std::chrono::seconds timeout{
+        0};  ///< of the search's own work, not of what its user does between; zero: none
+    /// Asked now and then, some hundred times a second, while no answer comes: true ends the search.
+    std::function<bool()> stop = {};
+};
+
+/// The entities that match a query, one at a time; memory does not grow with their number. They are fetched
+/// page by page: no more than some thousands are waiting, and the tables are free between two pages. What is
+/// stored meanwhile may or may not be among them. The statements are to outlive it. Throws db::Error and
+/// SearchTimeout.
+class ArchiveSearch {
+  public:
+    ArchiveSearch(StatementCache& statements, ArchiveQuery query, SearchLimits limits = {},
+                  bool narrow = true);
+    ~ArchiveSearch();
+    ArchiveSearch(const ArchiveSearch&) = delete;
+    ArchiveSearch& operator=(const ArchiveSearch&) = delete;
+
+    /// Goes to the next match. False when there is none, or the search was stopped.
+    [[nodiscard]] bool next();
+    [[nodiscard]] bool wasStopped() const noexcept { return stopped_; }
+
+    [[nodiscard]] const ArchiveQuery& query() const noexcept { return query_; }
+    /// The current match's value of the query's key at `index`: UTF-8, empty where there is none. Holds until
+    /// next().
+    [[nodiscard]] const std::string& value(std::size_t index);
+
+  private:
+    bool findNext();
+    bool nextRow();
+    void openPage();
+    void closePage();
+    void beginEntity();
+    void gather(bool fits);
+    void addPart();
+    [[nodiscard]] std::string gathered(const QueryKey& key) const;
+    bool ownKeysMatch();
+    bool modalitiesMatch();
+    void watch();
+
+    using Clock = std::chrono::steady_clock;
+    [[nodiscard]] bool isOver(Clock::time_point now) const;
+
+    StatementCache& statements_;
+    ArchiveQuery query_;
+    SearchLimits limits_;
+    SearchPlan plan_;
+    std::vector<bool> decidedTogether_;  // by key
+    std::size_t pass_ = 0;
+    std::size_t pageSize_;
+    std::size_t entitiesOfPage_ = 0;
+    std::vector<db::Param> pageEnd_;  // the keys of the last entity of the page, once it is known to be full
+    std::optional<db::Query> statement_;
+    const std::string* statementText_ = nullptr;
+    std::optional<db::ResultSet> rows_;
+    std::size_t entityPass_ = 0;  // that gave the current entity
+    bool gathered_ = false;       // the current entity is in values_, and no longer in the row
+    bool onNextEntity_ = false;   // the current row is of the next entity already
+
+    std::vector<std::string> values_;  // of the entity, where it was gathered from several rows
+    std::string entity_;
+    std::set<std::string> studies_;  // its parts
+    long long series_ = 0;
+    long long images_ = 0;
+    std::set<std::string> modalities_;
+
+    Clock::duration worked_{0};
+    Clock::time_point since_;
+    Clock::time_point lastAsked_;
+    unsigned rowsSeen_ = 0;
+    bool stopped_ = false;
+};
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,72 @@
+#include "tessalyd/services/QueryAnswers.h"
+
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcelem.h>
+#include <dcmtk/dcmnet/dimse.h>
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+
+#include "tessalyd/services/QueryRefusal.h"
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+bool isAscii(const std::string& text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<signed char>(c) >= 0; });
+}
+
+}  // namespace
+
+QueryAnswers::QueryAnswers(StatementCache& statements, QueryIdentifier identifier,
+                           const std::string& retrieveAeTitle, SearchLimits limits)
+    : search_(statements, std::move(identifier.query), std::move(limits)),
+      pendingStatus_(identifier.hasUnsupported ? STATUS_FIND_Pending_WarningUnsupportedOptionalKeys
+                                               : STATUS_FIND_Pending_MatchesAreContinuing) {
+    add(DCM_QueryRetrieveLevel, EVR_CS, std::string{levelName(search_.query().level)});
+    add(DCM_RetrieveAETitle, EVR_AE, retrieveAeTitle);
+    for (const QueryIdentifier::Attribute& attribute : identifier.attributes) {
+        DcmElement* const element = add(attribute.tag, attribute.vr, attribute.creator);
+        if (attribute.key != QueryIdentifier::Attribute::None)
+            slots_.push_back({element, attribute.key});
+    }
+}
+
+/// The tag carries its representation, so that no dictionary is searched.
+DcmElement* QueryAnswers::add(const DcmTagKey& tag, DcmEVR vr, const std::string& value) {
+    DcmElement* made = nullptr;
+    if (DcmItem::newDicomElement(made, DcmTag{tag, DcmVR{vr}}).bad() || made == nullptr)
+        throw std::runtime_error("An attribute of the answers cannot be made");
+    std::unique_ptr<DcmElement> element{made};
+    if (!value.empty())
+        element->putOFStringArray(value);
+    answer_.insert(element.get(), OFTrue);
+    return element.release();
+}
+
+bool QueryAnswers::next() {
+    try {
+        if (!search_.next())
+            return false;
+    } catch (const SearchTimeout& timeout) {
+        throw QueryRefusal{STATUS_FIND_Refused_OutOfResources, timeout.what()};
+    }
+    bool ascii = true;
+    for (const Slot& slot : slots_) {
+        const std::string& value = search_.value(slot.key);
+        ascii = ascii && isAscii(value);
+        slot.element->putString(value.data(), static_cast<Uint32>(value.size()));
+    }
+    if (ascii == namesCharacterSet_) {
+        namesCharacterSet_ = !ascii;
+        if (ascii)
+            answer_.findAndDeleteElement(DCM_SpecificCharacterSet);
+        else
+            add(DCM_SpecificCharacterSet, EVR_CS, "ISO_IR 192");
+    }
+    return true;
+}
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,77 @@
+#include "tests/tessalyd/StockedArchive.h"
+
+#include <dcmtk/dcmdata/dcdeftag.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "tessalyd/Configuration.h"
+#include "tessalyd/archive/ArchiveSearch.h"
+#include "tessalyd/archive/NameFolding.h"
+
+namespace tessaly::test {
+
+using namespace tessalyd;
+
+DcmDataset identifier(const char* level, const std::vector<AskedKey>& keys) {
+    DcmDataset dataset;
+    dataset.putAndInsertString(DCM_QueryRetrieveLevel, level);
+    for (const auto& [tag, value] : keys) {
+        // An element that the toolkit would check for its contents is put in as it is.
+        if (dataset.putAndInsertString(tag, value.c_str(), static_cast<Uint32>(value.size())).bad())
+            throw std::runtime_error("no such key");
+    }
+    return dataset;
+}
+
+StockedArchive::StockedArchive() {
+    openDatabase(connection);
+}
+
+void StockedArchive::store(ObjectHeader header) {
+    if (header.studyInstanceUid.empty())
+        header.studyInstanceUid =
+            "1.2." + header.patientId.substr(header.patientId.find_first_of("0123456789"));
+    if (header.seriesInstanceUid.empty())
+        header.seriesInstanceUid = header.studyInstanceUid + ".1";
+    if (header.sopInstanceUid.empty())
+        header.sopInstanceUid = header.seriesInstanceUid + ".1";
+    header.nameGroups = foldedGroups(header.patientName);
+    (void)session.record(header, {.studyPath = "/archive\\" + header.studyInstanceUid,
+                                  .seriesDir = header.seriesInstanceUid,
+                                  .imageFile = header.sopInstanceUid + ".dcm"});
+}
+
+QStringList StockedArchive::find(const char* level, std::vector<AskedKey> keys, const DcmTagKey& wanted,
+                                 const QueryOptions& options) {
+    return search(level, std::move(keys), wanted, options, true);
+}
+
+QStringList StockedArchive::findByRows(const char* level, std::vector<AskedKey> keys, const DcmTagKey& wanted,
+                                       const QueryOptions& options) {
+    return search(level, std::move(keys), wanted, options, false);
+}
+
+QStringList StockedArchive::search(const char* level, std::vector<AskedKey> keys, const DcmTagKey& wanted,
+                                   const QueryOptions& options, bool narrow) {
+    if (std::none_of(keys.begin(), keys.end(), [&](const AskedKey& key) { return key.first == wanted; }))
+        keys.emplace_back(wanted, "");
+    DcmDataset question = identifier(level, keys);
+    const auto model =
+        std::string_view{level} == "PATIENT" ? InformationModel::PatientRoot : InformationModel::StudyRoot;
+    ArchiveSearch search{statements, readQuery(question, model, options).query, {}, narrow};
+    const auto& asked = search.query().keys;
+    const auto place =
+        std::find_if(asked.begin(), asked.end(), [&](const auto& key) { return key.key->tag == wanted; });
+    QStringList found;
+    while (search.next())
+        found += QString::fromStdString(search.value(static_cast<std::size_t>(place - asked.begin())));
+    return found;
+}
+
+QStringList sorted(QStringList texts) {
+    texts.sort();
+    return texts;
+}
+
+}  // namespace tessaly::test

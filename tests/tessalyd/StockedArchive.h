@@ -1,0 +1,52 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcdatset.h>
+
+#include <QStringList>
+#include <initializer_list>
+#include <utility>
+
+#include "tessalyd/archive/ArchiveSession.h"
+#include "tessalyd/archive/StatementCache.h"
+#include "tessalyd/services/QueryIdentifier.h"
+#include "tests/support/ScratchDatabase.h"
+
+namespace tessaly::test {
+
+/// A key of an identifier with its value, in the bytes that are sent.
+using AskedKey = std::pair<DcmTagKey, std::string>;
+
+[[nodiscard]] DcmDataset identifier(const char* level, const std::vector<AskedKey>& keys);
+
+/// A scratch database whose archive is stocked by the server's own statements, without files, and a
+/// connection that asks it.
+class StockedArchive {
+  public:
+    StockedArchive();
+
+    /// As if an object with this header had come. UIDs that are not given are made of the others: a study's
+    /// from the patient's ID, a series' from the study's, an instance's from the series'.
+    void store(tessalyd::ObjectHeader header);
+
+    /// The values of `wanted` in the answers, in their order.
+    [[nodiscard]] QStringList find(const char* level, std::vector<AskedKey> keys, const DcmTagKey& wanted,
+                                   const tessalyd::QueryOptions& options = {});
+    /// The same for one query without the help of indexes.
+    [[nodiscard]] QStringList findByRows(const char* level, std::vector<AskedKey> keys,
+                                         const DcmTagKey& wanted, const tessalyd::QueryOptions& options = {});
+
+    ScratchDatabase database;
+    tessalyd::ArchiveSession session{std::chrono::seconds{0}};
+    db::Connection connection;
+    tessalyd::StatementCache statements{connection};
+
+  private:
+    QStringList search(const char* level, std::vector<AskedKey> keys, const DcmTagKey& wanted,
+                       const tessalyd::QueryOptions& options, bool narrow);
+};
+
+/// Texts in an order of their own, for comparing sets.
+[[nodiscard]] QStringList sorted(QStringList texts);
+
+}  // namespace tessaly::test
