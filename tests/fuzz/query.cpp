@@ -1,0 +1,105 @@
+// Identifiers, and what their keys match.
+
+#include <dcmtk/dcmdata/dctk.h>
+
+#include <QUtf8StringView>
+
+#include "tessalyd/archive/NameFolding.h"
+#include "tessalyd/archive/SearchStatement.h"
+#include "tessalyd/services/QueryIdentifier.h"
+#include "tessalyd/services/QueryRefusal.h"
+#include "tests/fuzz/Fuzz.h"
+
+namespace {
+
+using namespace tessaly::tessalyd;
+using tessaly::fuzz::require;
+
+/// A statement consists of what is in this program, whatever was asked.
+void checkStatements(const ArchiveQuery& query) {
+    for (const SearchPass& pass : planSearch(query).passes) {
+        for (const SearchPass::Statement* statement : {&pass.firstPage, &pass.otherPages}) {
+            require(statement->text.find_first_of("'\\;%-\"") == std::string::npos);
+            for (const std::string& value : statement->values)
+                require(QUtf8StringView{value.data(), static_cast<qsizetype>(value.size())}.isValidUtf8());
+        }
+    }
+}
+
+bool isWithin(const Narrowing& narrowing, const std::string& value) {
+    const auto& values = narrowing.values;
+    switch (narrowing.kind) {
+        case Narrowing::Kind::OneOf:
+            return std::find(values.begin(), values.end(), value) != values.end();
+        case Narrowing::Kind::Between:
+            return values.at(0) <= value && value <= values.at(1);
+        case Narrowing::Kind::Prefix:
+            return values.at(0) <= value && value < values.at(1);
+        case Narrowing::Kind::From:
+            return values.at(0) <= value;
+        case Narrowing::Kind::Until:
+            return value <= values.at(0);
+        case Narrowing::Kind::Null:
+            return false;
+    }
+    return false;
+}
+
+/// What a key matches is never narrowed out.
+void checkKeys(const ArchiveQuery& query, const std::string& stored) {
+    const auto groups = foldedGroups(stored);
+    for (const ArchiveQuery::Key& key : query.keys) {
+        const auto found = key.match.matches(stored);
+        if (!found || key.match.alternatives().empty())
+            continue;
+        const Narrowing& narrowing = key.match.alternatives().at(*found);
+        if (key.key->matching == Matching::Name)
+            require(isWithin(narrowing, groups.at(static_cast<std::size_t>(narrowing.column))));
+        else if (key.key->matching == Matching::Date)
+            require(isWithin(narrowing, stored) || stored.find('.') != std::string::npos);
+        else
+            require(isWithin(narrowing, stored));
+    }
+}
+
+}  // namespace
+
+/// The first part is a stored value, the rest a data set whose first byte chooses the model.
+void tessaly::fuzz::tryInput(std::string_view input) {
+    static const bool quiet = [] {
+        OFLog::configure(OFLogger::OFF_LOG_LEVEL);
+        return true;
+    }();
+    const std::string part = takePart(input);
+    if (!quiet || input.empty())
+        return;
+    const auto choice = static_cast<unsigned char>(input.front());
+    input.remove_prefix(1);
+    std::unique_ptr<DcmDataset> dataset;
+    try {
+        dataset = parseIdentifier(input, EXS_LittleEndianExplicit);
+    } catch (const QueryRefusal& refusal) {
+        require(refusal.status() == 0xc000);
+        return;
+    }
+    const auto model = (choice & 1U) != 0 ? InformationModel::PatientRoot : InformationModel::StudyRoot;
+    const std::string stored{withoutBlanks(part)};
+    const bool isText = QUtf8StringView{stored.data(), static_cast<qsizetype>(stored.size())}.isValidUtf8();
+    try {
+        DcmDataset copy{*dataset};
+        const auto query = readQuery(copy, model, {(choice & 2U) != 0, (choice & 4U) != 0});
+        checkStatements(query.query);
+        if (isText)
+            checkKeys(query.query, stored);
+    } catch (const QueryRefusal& refusal) {
+        require(refusal.status() == 0xa900);
+    }
+    try {
+        const auto query = readRetrieval(*dataset, model);
+        checkStatements(query);
+        require(!query.keys.back().match.isUniversal());  // never everything
+        require(!query.keys.back().match.alternatives().empty());
+    } catch (const QueryRefusal& refusal) {
+        require(refusal.status() == 0xa900);
+    }
+}
