@@ -43,6 +43,23 @@ std::vector<PortConfiguration> readPorts(const db::Connection& connection) {
     return ports;
 }
 
+std::vector<NodeConfiguration> readNodes(const db::Connection& connection) {
+    db::Query query{connection, "SELECT * FROM DicomNodes ORDER BY Name"};
+    std::vector<NodeConfiguration> nodes;
+    for (db::ResultSet rows = query.open(); rows.next();) {
+        nodes.push_back({
+            .name = rows.text("Name"),
+            .aeTitle = trimmed(rows.text("AETitle")),
+            .localAeTitle = trimmed(rows.text("LocalAETitle")),
+            .host = trimmed(rows.text("Host")),
+            .port = trimmed(rows.text("Port")),
+            .store = rows.flag("Store"),
+            .query = rows.flag("Query"),
+        });
+    }
+    return nodes;
+}
+
 }  // namespace
 
 std::optional<std::uint16_t> PortConfiguration::number() const noexcept {
@@ -69,6 +86,7 @@ Configuration readConfiguration(const db::Connection& connection) {
         configuration.queryTimeout = std::chrono::seconds{std::max(row.integer("QueryTimeout"), 0LL)};
     }
     configuration.ports = readPorts(connection);
+    configuration.nodes = readNodes(connection);
     return configuration;
 }
 

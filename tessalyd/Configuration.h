@@ -41,10 +41,22 @@ struct PortConfiguration {
     [[nodiscard]] std::optional<std::uint16_t> number() const noexcept;
 };
 
+/// One row of DicomNodes: a remote application, and what it may do here.
+struct NodeConfiguration {
+    std::string name;
+    std::string aeTitle;
+    std::string localAeTitle;  ///< that this server presents to it
+    std::string host;
+    std::string port;
+    bool store = false;  ///< objects may be sent to it
+    bool query = false;  ///< it may query and retrieve
+};
+
 struct Configuration {
     LogOptions log;
     std::chrono::seconds queryTimeout{0};
     std::vector<PortConfiguration> ports;  ///< in port order
+    std::vector<NodeConfiguration> nodes;  ///< by name
 };
 
 /// Opens the configuration database. `settings` go before those of the data source: "Word=value", one or

@@ -46,6 +46,7 @@ void Server::start() {
 void Server::configure(const Configuration& configuration) {
     LogFile::apply(configuration.log);
     index_.setWait(configuration.queryTimeout);
+    queries_.configure(configuration);
     const auto limit =
         std::accumulate(configuration.ports.begin(), configuration.ports.end(), SpareThreads,
                         [](std::size_t sum, const PortConfiguration& port) {
@@ -99,6 +100,7 @@ void Server::shutDown() {
     threads_.finish();
     cleaner_.reset();
     index_.close();
+    queries_.close();
 }
 
 }  // namespace tessaly::tessalyd

@@ -15,6 +15,7 @@
 #include "tessalyd/association/OpenAssociations.h"
 #include "tessalyd/association/Service.h"
 #include "tessalyd/association/Transport.h"
+#include "tessalyd/services/QueryAccess.h"
 
 namespace tessaly::tessalyd {
 
@@ -60,6 +61,7 @@ class Server {
     Transport transport_;
     OpenAssociations open_;
     ArchiveIndex index_;
+    QueryAccess queries_;
     ServiceFactory services_;
     AssociationThreads threads_;
     std::optional<LeftoverCleaner> cleaner_;
