@@ -11,10 +11,13 @@ namespace {
 constexpr unsigned RowsBetweenLooks = 64;
 constexpr std::chrono::milliseconds AskInterval{5};
 
-/// The first answers come at once; later pages are so large that finding where they begin does not count.
+/// The first answers come at once; later pages are so large that finding where they begin does not count, but
+/// not so large that what they cost the engine, which may find all of a page before it gives the first row,
+/// keeps anybody waiting who wants the search to end.
 constexpr std::size_t FirstPage = 32;
 constexpr std::size_t PageGrowth = 4;
 constexpr std::size_t LargestPage = 2048;
+constexpr std::chrono::milliseconds LongPage{20};
 
 std::string joined(const std::set<std::string>& values) {
     std::string text;
@@ -107,7 +110,11 @@ bool ArchiveSearch::nextRow() {
             ++pass_;
             pageEnd_.clear();
         }
-        pageSize_ = std::min(pageSize_ * PageGrowth, LargestPage);
+        if (pageTook_ < LongPage)
+            pageSize_ = std::min(pageSize_ * PageGrowth, LargestPage);
+        else
+            pageSize_ = std::max(pageSize_ / PageGrowth, std::size_t{1});
+        look();
     }
     return false;
 }
@@ -127,7 +134,9 @@ void ArchiveSearch::openPage() {
     statement_ = statements_.take(page.text);
     statement_->bindAll(std::move(values));
     entitiesOfPage_ = 0;
+    const auto start = Clock::now();
     rows_.emplace(statement_->open());
+    pageTook_ = Clock::now() - start;
 }
 
 void ArchiveSearch::closePage() {
@@ -216,8 +225,11 @@ bool ArchiveSearch::isOver(Clock::time_point now) const {
 }
 
 void ArchiveSearch::watch() {
-    if (rowsSeen_++ % RowsBetweenLooks != 0)
-        return;
+    if (rowsSeen_++ % RowsBetweenLooks == 0)
+        look();
+}
+
+void ArchiveSearch::look() {
     const auto now = Clock::now();
     if (isOver(now))
         throw SearchTimeout{};

@@ -28,7 +28,8 @@ struct SearchLimits {
 };
 
 /// The entities that match a query, one at a time; memory does not grow with their number. They are fetched
-/// page by page: no more than some thousands are waiting, and the tables are free between two pages. What is
+/// page by page: no more than some thousands are waiting, fewer where they cost more time, and the tables are
+/// free between two pages. What is
 /// stored meanwhile may or may not be among them. The statements are to outlive it. Throws db::Error and
 /// SearchTimeout.
 class ArchiveSearch {
@@ -60,6 +61,7 @@ class ArchiveSearch {
     bool ownKeysMatch();
     bool modalitiesMatch();
     void watch();
+    void look();
 
     using Clock = std::chrono::steady_clock;
     [[nodiscard]] bool isOver(Clock::time_point now) const;
@@ -71,6 +73,7 @@ class ArchiveSearch {
     std::vector<bool> decidedTogether_;  // by key
     std::size_t pass_ = 0;
     std::size_t pageSize_;
+    std::chrono::steady_clock::duration pageTook_{0};
     std::size_t entitiesOfPage_ = 0;
     std::vector<db::Param> pageEnd_;  // the keys of the last entity of the page, once it is known to be full
     std::optional<db::Query> statement_;
