@@ -23,7 +23,7 @@ constexpr std::size_t SpareThreads = 64;
 Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended)
     : transport_(RequestPatience),
       open_(std::move(opened), std::move(ended)),
-      services_(allServices(index_)) {}
+      services_(allServices(index_, queries_)) {}
 
 Server::~Server() {
     shutDown();

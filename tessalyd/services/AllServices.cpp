@@ -1,15 +1,17 @@
 #include "tessalyd/services/AllServices.h"
 
 #include "tessalyd/services/EchoService.h"
+#include "tessalyd/services/FindService.h"
 #include "tessalyd/services/StoreService.h"
 
 namespace tessaly::tessalyd {
 
-ServiceFactory allServices(ArchiveIndex& index) {
-    return [&index] {
+ServiceFactory allServices(ArchiveIndex& index, QueryAccess& queries) {
+    return [&index, &queries] {
         Services services;
         services.push_back(std::make_unique<EchoService>());
         services.push_back(std::make_unique<StoreService>(index));
+        services.push_back(std::make_unique<FindService>(queries.rules(), queries.sessions()));
         return services;
     };
 }

@@ -2,10 +2,11 @@
 
 #include "tessalyd/archive/ArchiveIndex.h"
 #include "tessalyd/association/Service.h"
+#include "tessalyd/services/QueryAccess.h"
 
 namespace tessaly::tessalyd {
 
-/// Everything that this server does for an association. The index outlives the factory and what it makes.
-[[nodiscard]] ServiceFactory allServices(ArchiveIndex& index);
+/// Everything that this server does for an association. What is given outlives the factory and what it makes.
+[[nodiscard]] ServiceFactory allServices(ArchiveIndex& index, QueryAccess& queries);
 
 }  // namespace tessaly::tessalyd

@@ -194,7 +194,7 @@ Association::Answer Association::store(DcmFileFormat& object, const std::optiona
 
 Association::Answer Association::storeBytes(const std::string& instance, std::span<const char> data) {
     writeStoreCommand(instance);
-    writeParts(false, data, true);
+    writeParts(Storage, false, data, true);
     T_DIMSE_Message answer{};
     T_ASC_PresentationContextID context = 0;
     DcmDataset* detail = nullptr;
@@ -204,36 +204,52 @@ Association::Answer Association::storeBytes(const std::string& instance, std::sp
 }
 
 void Association::sendCommand(std::span<const char> bytes) {
-    writeParts(true, bytes, true);
+    writeParts(Storage, true, bytes, true);
 }
 
 void Association::beginStore(const ObjectSpec& spec, int bytes) {
     writeStoreCommand(spec.instance);
     const auto data = bytesOf(*makeObject(spec)->getDataset(), EXS_LittleEndianExplicit);
-    writeParts(false, std::span{data}.first(static_cast<std::size_t>(bytes)), false);
+    writeParts(Storage, false, std::span{data}.first(static_cast<std::size_t>(bytes)), false);
 }
 
 void Association::writeStoreCommand(const std::string& instance) {
+    writeCommand(Storage, DIMSE_C_STORE_RQ, UID_CTImageStorage, instance);
+}
+
+DIC_US Association::sendFind(T_ASC_PresentationContextID context, const std::string& sopClass,
+                             std::span<const char> identifier) {
+    const DIC_US id = writeCommand(context, DIMSE_C_FIND_RQ, sopClass, {}, !identifier.empty());
+    writeParts(context, false, identifier, true);
+    return id;
+}
+
+DIC_US Association::writeCommand(T_ASC_PresentationContextID context, T_DIMSE_Command field,
+                                 const std::string& sopClass, const std::string& instance, bool dataSet) {
+    const DIC_US id = association_->nextMsgID++;
     DcmDataset command;
     command.putAndInsertUint32(DCM_CommandGroupLength, 0);
-    command.putAndInsertString(DCM_AffectedSOPClassUID, UID_CTImageStorage);
-    command.putAndInsertUint16(DCM_CommandField, DIMSE_C_STORE_RQ);
-    command.putAndInsertUint16(DCM_MessageID, association_->nextMsgID++);
+    command.putAndInsertString(DCM_AffectedSOPClassUID, sopClass.c_str());
+    command.putAndInsertUint16(DCM_CommandField, static_cast<Uint16>(field));
+    command.putAndInsertUint16(DCM_MessageID, id);
     command.putAndInsertUint16(DCM_Priority, DIMSE_PRIORITY_MEDIUM);
-    command.putAndInsertUint16(DCM_CommandDataSetType, DIMSE_DATASET_PRESENT);
-    command.putAndInsertString(DCM_AffectedSOPInstanceUID, instance.c_str());
+    command.putAndInsertUint16(DCM_CommandDataSetType, dataSet ? DIMSE_DATASET_PRESENT : DIMSE_DATASET_NULL);
+    if (!instance.empty())
+        command.putAndInsertString(DCM_AffectedSOPInstanceUID, instance.c_str());
     command.computeGroupLengthAndPadding(EGL_recalcGL, EPD_noChange, EXS_LittleEndianImplicit,
                                          EET_ExplicitLength);
-    sendCommand(bytesOf(command, EXS_LittleEndianImplicit));
+    writeParts(context, true, bytesOf(command, EXS_LittleEndianImplicit), true);
+    return id;
 }
 
 /// Not `whole`: the last part does not say that it is the last.
-void Association::writeParts(bool command, std::span<const char> bytes, bool whole) {
+void Association::writeParts(T_ASC_PresentationContextID context, bool command, std::span<const char> bytes,
+                             bool whole) {
     constexpr std::size_t Part = 16000;
     while (!bytes.empty()) {
         const auto part = bytes.first(std::min(bytes.size(), Part));
         bytes = bytes.subspan(part.size());
-        writePdv(association_, Storage, command ? DUL_COMMANDPDV : DUL_DATASETPDV, whole && bytes.empty(),
+        writePdv(association_, context, command ? DUL_COMMANDPDV : DUL_DATASETPDV, whole && bytes.empty(),
                  part.data(), part.size());
     }
 }

@@ -72,6 +72,10 @@ class Association {
                                const std::optional<std::string>& sopClass = {});
     /// Sends a C-STORE request with a data set that is whatever the bytes are.
     [[nodiscard]] Answer storeBytes(const std::string& instance, std::span<const char> data);
+    /// Sends a C-FIND request with an identifier that is whatever the bytes are, or none; its SOP class is
+    /// that of the command. Returns the message ID.
+    DIC_US sendFind(T_ASC_PresentationContextID context, const std::string& sopClass,
+                    std::span<const char> identifier);
     /// Sends a command that is whatever the bytes are.
     void sendCommand(std::span<const char> bytes);
     /// Sends a C-STORE request and only the beginning of its data set.
@@ -84,7 +88,10 @@ class Association {
 
   private:
     void writeStoreCommand(const std::string& instance);
-    void writeParts(bool command, std::span<const char> bytes, bool whole);
+    DIC_US writeCommand(T_ASC_PresentationContextID context, T_DIMSE_Command field,
+                        const std::string& sopClass, const std::string& instance = {}, bool dataSet = true);
+    void writeParts(T_ASC_PresentationContextID context, bool command, std::span<const char> bytes,
+                    bool whole);
 
     T_ASC_Network* network_ = nullptr;
     T_ASC_Parameters* parameters_ = nullptr;

@@ -3,11 +3,10 @@
 #include <dcmtk/dcmdata/dcuid.h>
 
 #include <QFile>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QTest>
 
 #include "tests/tessalyd/DaemonTest.h"
+#include "tests/tessalyd/OtherArchive.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
@@ -32,18 +31,6 @@ class StorageTest : public DaemonTest {
     void aLargeObjectIsWrittenAsItComes();
     void anotherProductsObjectsAreStored();
     void anotherArchiveForwardsItsObjects();
-
-  private:
-    /// GET, or POST with a body; empty when it fails.
-    static QByteArray ask(const QString& port, const QString& path, const QByteArray& body = {}) {
-        QNetworkAccessManager network;
-        QNetworkRequest request{QUrl{u"http://127.0.0.1:%1/%2"_s.arg(port, path)}};
-        request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/octet-stream"_s);
-        const std::unique_ptr<QNetworkReply> reply{body.isEmpty() ? network.get(request)
-                                                                  : network.post(request, body)};
-        const bool done = QTest::qWaitFor([&reply] { return reply->isFinished(); }, PatienceMs);
-        return done && reply->error() == QNetworkReply::NoError ? reply->readAll() : QByteArray{};
-    }
 };
 
 void StorageTest::anObjectIsFiledAndRegistered() {
@@ -294,37 +281,24 @@ void StorageTest::anotherProductsObjectsAreStored() {
 
 void StorageTest::anotherArchiveForwardsItsObjects() {
     launch();
-    const QString http = unusedPort();
-    QFile config{scratch(u"orthanc.json"_s)};
-    QVERIFY(config.open(QIODevice::WriteOnly));
-    config.write(
-        uR"({"Name": "peer", "StorageDirectory": "%1", "IndexDirectory": "%1", "HttpPort": %2,
-                      "DicomServerEnabled": false, "RemoteAccessAllowed": false, "DicomAet": "ARCHIVE",
-                      "DicomModalities": {"tessaly": ["TESSALY", "127.0.0.1", %3]}, "Plugins": []})"_s
-            .arg(scratch(u"orthanc"_s), http, daemon_->port())
-            .toUtf8());
-    config.close();
-    QProcess archive;
-    archive.start(u"/usr/sbin/Orthanc"_s, {config.fileName()});
-    EVENTUALLY(!ask(http, u"system"_s).isEmpty());
+    auto archive = std::make_unique<OtherArchive>(scratch(u"orthanc"_s), u"ARCHIVE"_s, daemon_->port());
     constexpr int Many = 20;
     for (int i = 1; i <= Many; ++i) {
         const QString file = writeObject({.instance = "1.2.5." + std::to_string(i), .seed = i},
                                          scratch(u"%1.dcm"_s.arg(i)), EXS_JPEGProcess14SV1);
         QFile object{file};
         QVERIFY(object.open(QIODevice::ReadOnly));
-        QVERIFY(!ask(http, u"instances"_s, object.readAll()).isEmpty());
+        QVERIFY(!archive->ask(u"instances"_s, object.readAll()).isEmpty());
     }
-    const QByteArray study = ask(http, u"studies"_s).split('"').value(1);
-    QVERIFY(!ask(http, u"modalities/tessaly/store"_s, study).isEmpty());
-    archive.terminate();
+    const QByteArray study = archive->ask(u"studies"_s).split('"').value(1);
+    QVERIFY(!archive->ask(u"modalities/tessaly/store"_s, study).isEmpty());
+    archive.reset();
     QCOMPARE(daemon_->images().size(), Many);
     for (const Daemon::Image& image : daemon_->images()) {
         QCOMPARE(syntaxOf(image.file), EXS_JPEGProcess14SV1);
         QCOMPARE(pixelsOf(image.file), pixelsOf(scratch(image.instance.section(u'.', -1) + u".dcm"_s)));
     }
     EVENTUALLY_COMPARE(daemon_->connections.value(0).calling, u"ARCHIVE"_s);
-    QVERIFY(archive.waitForFinished());
 }
 
 QTEST_GUILESS_MAIN(StorageTest)

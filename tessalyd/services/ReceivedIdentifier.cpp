@@ -1,0 +1,87 @@
+#include "tessalyd/services/ReceivedIdentifier.h"
+
+#include <dcmtk/dcmdata/dcistrmb.h>
+
+#include <string_view>
+#include <vector>
+
+#include "tessalyd/archive/DataSetWalk.h"
+#include "tessalyd/archive/SinkStream.h"
+#include "tessalyd/association/Requester.h"
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+/// A list of a thousand UIDs has 65 KB.
+constexpr std::size_t Longest = std::size_t{4} << 20U;
+
+struct Command {
+    const char* sopClass;
+    bool hasIdentifier;
+};
+
+Command commandOf(const T_DIMSE_Message& message) {
+    const auto of = [](const auto& request) {
+        return Command{request.AffectedSOPClassUID, request.DataSetType != DIMSE_DATASET_NULL};
+    };
+    switch (message.CommandField) {
+        case DIMSE_C_MOVE_RQ:
+            return of(message.msg.CMoveRQ);
+        case DIMSE_C_GET_RQ:
+            return of(message.msg.CGetRQ);
+        default:
+            return of(message.msg.CFindRQ);
+    }
+}
+
+RequestFailure cannotUnderstand(const char* comment) {
+    return {STATUS_FIND_Failed_UnableToProcess, comment};
+}
+
+std::vector<char> receiveBytes(Requester& requester) {
+    std::vector<char> bytes;
+    bool isTooLong = false;
+    SinkStream stream{[&](std::span<const char> part) {
+        isTooLong = isTooLong || bytes.size() + part.size() > Longest;
+        if (!isTooLong)
+            bytes.insert(bytes.end(), part.begin(), part.end());
+    }};
+    const bool belongs = requester.receiveDataSet(stream);
+    stream.rethrow();
+    if (!belongs)
+        throw cannotUnderstand("Command and identifier do not belong together");
+    if (isTooLong)
+        throw cannotUnderstand("The identifier is too long");
+    return bytes;
+}
+
+}  // namespace
+
+std::unique_ptr<DcmDataset> receiveIdentifier(const Request& request, Requester& requester) {
+    const Command command = commandOf(request.message);
+    if (!command.hasIdentifier)
+        throw cannotUnderstand("The identifier is missing");
+    const std::vector<char> bytes = receiveBytes(requester);
+    if (request.context->sopClass != command.sopClass) {
+        constexpr DIC_US NotSupported = 0x0122;
+        throw RequestFailure{NotSupported, "The SOP class is not that of the presentation context"};
+    }
+    const E_TransferSyntax syntax = request.context->syntax;
+    if (nestsTooDeep(bytes, syntax))
+        throw cannotUnderstand("The identifier has too many sequences in each other");
+    if (isCutOff(bytes, syntax))
+        throw cannotUnderstand("The identifier is cut off");
+    DcmInputBufferStream stream;
+    stream.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));
+    stream.setEos();
+    auto identifier = std::make_unique<DcmDataset>();
+    identifier->transferInit();
+    const OFCondition parsed = identifier->read(stream, syntax);
+    identifier->transferEnd();
+    if (parsed.bad())
+        throw cannotUnderstand("The identifier is no data set");
+    return identifier;
+}
+
+}  // namespace tessaly::tessalyd

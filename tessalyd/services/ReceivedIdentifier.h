@@ -1,0 +1,16 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcdatset.h>
+
+#include <memory>
+
+#include "tessalyd/association/Service.h"
+
+namespace tessaly::tessalyd {
+
+/// Takes the identifier of a C-FIND, C-MOVE or C-GET. Throws RequestFailure where there is none, where it
+/// cannot be parsed, or where its SOP class is not that of the presentation context; AssociationEnded.
+[[nodiscard]] std::unique_ptr<DcmDataset> receiveIdentifier(const Request& request, Requester& requester);
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcess>
+#include <QString>
+
+namespace tessaly::test {
+
+/// Orthanc as a peer that does what it is told over HTTP. It knows the server as "tessaly", called TESSALY.
+class OtherArchive {
+  public:
+    /// Keeps its files in `folder`.
+    OtherArchive(const QString& folder, const QString& aeTitle, const QString& serverPort);
+    ~OtherArchive();
+    OtherArchive(const OtherArchive&) = delete;
+    OtherArchive& operator=(const OtherArchive&) = delete;
+
+    /// GET, or POST with a body; empty when it fails.
+    [[nodiscard]] QByteArray ask(const QString& path, const QByteArray& body = {}) const;
+
+  private:
+    QString port_;
+    QProcess process_;
+};
+
+}  // namespace tessaly::test
