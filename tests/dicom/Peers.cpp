@@ -215,6 +215,22 @@ std::unique_ptr<Product> Product::storescp(const QStringList& options) {
     return std::make_unique<Product>(u"storescp"_s, options + QStringList{u"%PORT%"_s});
 }
 
+std::unique_ptr<Product> Product::dcmqrscp() {
+    return std::make_unique<Product>(u"dcmqrscp"_s, QStringList{u"-c"_s, u"%FOLDER%/configuration"_s},
+                                     uR"(
+NetworkTCPPort  = %PORT%
+MaxPDUSize      = 16384
+MaxAssociations = 16
+HostTable BEGIN
+HostTable END
+VendorTable BEGIN
+VendorTable END
+AETable BEGIN
+DCMQRSCP %FOLDER% RW (2000, 1024mb) ANY
+AETable END
+)"_s);
+}
+
 std::unique_ptr<Product> Product::orthanc() {
     return std::make_unique<Product>(u"/usr/sbin/Orthanc"_s, QStringList{u"%FOLDER%/configuration"_s},
                                      uR"({

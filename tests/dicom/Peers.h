@@ -85,6 +85,9 @@ class Product {
     /// What it takes it writes into its folder.
     [[nodiscard]] static std::unique_ptr<Product> storescp() { return storescp({}); }
     [[nodiscard]] static std::unique_ptr<Product> storescp(const QStringList& options);
+    /// An archive that keeps its index in a plain file; it is called DCMQRSCP, and keeps no more than some
+    /// hundred studies for its queries.
+    [[nodiscard]] static std::unique_ptr<Product> dcmqrscp();
 
     [[nodiscard]] const QString& port() const { return port_; }
     [[nodiscard]] QString folder() const { return folder_.path(); }
