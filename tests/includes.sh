@@ -17,7 +17,7 @@ tessalyd/main           > tessalyd/control
 tessalyd/control        > tessalyd/Server
 tessalyd/Server         > tessalyd/services
 tessalyd/services       > tessalyd/archive tessalyd/association
-tessalyd/archive        > tessalyd/Log tessalyd/FileDescriptor
+tessalyd/archive        > tessalyd/Log tessalyd/FileDescriptor dicom
 tessalyd/association    > tessalyd/Log tessalyd/FileDescriptor dicom
 tessalyd/Log            > tessalyd/Configuration
 tessalyd/Configuration  > db

@@ -26,10 +26,24 @@ enum class Lengths {
     Enclosing  // as in files that somebody wants to keep
 };
 
+/// Bytes that are not in memory.
+class FarBytes {
+  public:
+    FarBytes(const std::function<char(std::size_t)>& byteAt, std::size_t size)
+        : byteAt_(byteAt), size_(size) {}
+    [[nodiscard]] char operator[](std::size_t index) const { return byteAt_(index); }
+    [[nodiscard]] std::size_t size() const noexcept { return size_; }
+
+  private:
+    const std::function<char(std::size_t)>& byteAt_;
+    std::size_t size_;
+};
+
 /// Steps from one element to the next, into the items of sequences; keeps the open ones in a list of its own.
+template <class Bytes>
 class Walk {
   public:
-    Walk(std::span<const char> data, E_TransferSyntax syntax, Lengths counts)
+    Walk(Bytes data, E_TransferSyntax syntax, Lengths counts)
         : data_(data),
           counts_(counts),
           outermost_{.hasVrs = DcmXfer{syntax}.isExplicitVR() == OFTrue,
@@ -160,7 +174,7 @@ class Walk {
             pass(length);
     }
 
-    std::span<const char> data_;
+    Bytes data_;
     Lengths counts_;
     Encoding outermost_;
     std::size_t at_ = 0;
@@ -175,6 +189,11 @@ bool nestsTooDeep(std::span<const char> dataSet, E_TransferSyntax syntax, const 
 
 bool isCutOff(std::span<const char> dataSet, E_TransferSyntax syntax) {
     Walk walk{dataSet, syntax, Lengths::Enclosing};
+    return !walk.isTooDeep() && walk.wentBeyondTheData();
+}
+
+bool isCutOff(const std::function<char(std::size_t)>& byteAt, std::size_t size, E_TransferSyntax syntax) {
+    Walk walk{FarBytes{byteAt, size}, syntax, Lengths::Enclosing};
     return !walk.isTooDeep() && walk.wentBeyondTheData();
 }
 
