@@ -69,6 +69,13 @@ std::optional<StoredInstance> InstanceList::next() {
     return instance;
 }
 
+void InstanceList::restart() {
+    taken_ = 0;
+    at_ = 0;
+    if (file_ && std::fseek(file_.get(), 0, SEEK_SET) != 0)
+        fail();
+}
+
 void InstanceList::add(const std::string& text) {
     const auto length = static_cast<std::uint32_t>(text.size());
     std::array<char, sizeof length> bytes{};

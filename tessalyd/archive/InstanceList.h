@@ -40,6 +40,8 @@ class InstanceList {
 
     /// The next one; nothing behind the last.
     [[nodiscard]] std::optional<StoredInstance> next();
+    /// Has next() begin with the first again.
+    void restart();
 
   private:
     void add(const std::string& text);

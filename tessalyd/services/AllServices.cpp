@@ -3,6 +3,7 @@
 #include "tessalyd/services/EchoService.h"
 #include "tessalyd/services/FindService.h"
 #include "tessalyd/services/GetService.h"
+#include "tessalyd/services/MoveService.h"
 #include "tessalyd/services/StoreService.h"
 
 namespace tessaly::tessalyd {
@@ -14,6 +15,7 @@ ServiceFactory allServices(ArchiveIndex& index, QueryAccess& queries) {
         services.push_back(std::make_unique<StoreService>(index));
         services.push_back(std::make_unique<FindService>(queries.rules(), queries.sessions()));
         services.push_back(std::make_unique<GetService>(queries));
+        services.push_back(std::make_unique<MoveService>(queries));
         return services;
     };
 }

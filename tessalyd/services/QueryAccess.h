@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 
+#include "tessalyd/services/OutboundTurns.h"
 #include "tessalyd/services/QueryRules.h"
 #include "tessalyd/services/QuerySessions.h"
 
@@ -29,11 +30,14 @@ class QueryAccess {
         return rules_;
     }
     [[nodiscard]] QuerySessions& sessions() noexcept { return sessions_; }
+    /// Of the associations that moves open.
+    [[nodiscard]] OutboundTurns& turns() noexcept { return turns_; }
 
   private:
     mutable std::mutex mutex_;
     std::shared_ptr<const QueryRules> rules_;
     QuerySessions sessions_;
+    OutboundTurns turns_;
 };
 
 }  // namespace tessaly::tessalyd
