@@ -105,6 +105,11 @@ std::optional<std::string> ResultSet::optionalText(std::string_view column) {
     return found.null ? std::nullopt : std::optional{found.text};
 }
 
+const std::string* ResultSet::value(std::size_t index) {
+    const Cell& found = cell(index);
+    return found.null ? nullptr : &found.text;
+}
+
 long long ResultSet::integer(std::string_view column) {
     const Cell& found = cell(column);
     if (found.null)
@@ -132,6 +137,14 @@ ResultSet::Cell& ResultSet::cell(std::string_view column) {
         ++index;
     if (index == columns.size())
         throw Error("Unknown column " + std::string{column});
+    return cell(index);
+}
+
+ResultSet::Cell& ResultSet::cell(std::size_t index) {
+    if (!onRow_)
+        throw Error("There is no current row");
+    if (index >= cells_.size())
+        throw Error("There is no column " + std::to_string(index));
     // From left to right, which every driver can, and each cell once: a second read would find no data.
     for (; cellsRead_ <= index; ++cellsRead_)
         read(cellsRead_);

@@ -34,6 +34,9 @@ class ResultSet {
     [[nodiscard]] const std::string& text(std::string_view column);
     /// Nothing for NULL.
     [[nodiscard]] std::optional<std::string> optionalText(std::string_view column);
+    /// The text of the column at `index`, counted from 0 as columns() has them; null for NULL. For long
+    /// walks, which need not look the name up in every row.
+    [[nodiscard]] const std::string* value(std::size_t index);
     /// A number; a fraction is cut. Throws on NULL and on text that is no number.
     [[nodiscard]] long long integer(std::string_view column);
     /// True for any number but zero, a fraction too; NULL is false. Throws on text that is no number.
@@ -52,6 +55,7 @@ class ResultSet {
         bool null = false;
     };
     Cell& cell(std::string_view column);
+    Cell& cell(std::size_t index);
     void read(std::size_t index);
     void describeColumns(int count);
     [[nodiscard]] bool fetch();

@@ -103,12 +103,16 @@ void DbTest::nullIsNotEmpty() {
     QVERIFY(rows.next());
     QVERIFY(rows.isNull("L"));
     QVERIFY(!rows.optionalText("L"));
+    QVERIFY(rows.value(3) == nullptr);
     QCOMPARE(rows.text("L"), std::string{});
     QVERIFY(!rows.flag("B"));
     QVERIFY_EXCEPTION_THROWN((void)rows.integer("N"), db::Error);
     QVERIFY(rows.next());
     QVERIFY(!rows.isNull("L"));
     QCOMPARE(rows.optionalText("L"), std::optional{std::string{}});
+    QVERIFY(rows.value(3) != nullptr && rows.value(3)->empty());
+    QVERIFY(rows.value(0) != nullptr && *rows.value(0) == "b");  // to the left of what was read
+    QVERIFY_EXCEPTION_THROWN((void)rows.value(4), db::Error);
     QCOMPARE(rows.integer("N"), 0);
 }
 
