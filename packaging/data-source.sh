@@ -47,6 +47,12 @@ make_database() {  # TESSALY-DB FILE
     return "$status"
 }
 
+# What an older program made becomes what these programs work with. Where that fails, the console goes on with what
+# it finds: it needs no more than the columns that it names.
+upgrade_database() {  # TESSALY-DB
+    "$1" upgrade --quiet || echo "The database of the data source $dsn is as it was." >&2
+}
+
 # Makes what is missing at the first use. A data source that is there is the user's own affair: where its
 # database is missing, perhaps because its disk is, no empty one takes the place.
 ensure_data_source() {  # TESSALY-DB
@@ -57,10 +63,12 @@ ensure_data_source() {  # TESSALY-DB
         file=$(data_source_file)
         [[ -z $file || -e $file ]] ||
             die "$file, the database of the data source $dsn, is not there; '$1 create' would make a new one"
+        upgrade_database "$1"
         return 0
     fi
     file=${XDG_DATA_HOME:-$HOME/.local/share}/tessaly/DicomDB.mdb
     # The database first: a first use that is broken off begins anew.
     [[ -e $file ]] || make_database "$1" "$file" || exit 1
     append_data_source "$file"
+    upgrade_database "$1"
 }

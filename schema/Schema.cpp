@@ -12,14 +12,22 @@ namespace tessaly::schema {
 namespace {
 
 constexpr std::array Engines{
-    Engine{.name = "SQLite",
-           .tables = embedded::sqlite,
-           .catalogue = embedded::sqlite_catalogue,
-           .scratch = ":memory:"},
+    Engine{
+        .name = "SQLite",
+        .tables = embedded::sqlite,
+        .catalogue = embedded::sqlite_catalogue,
+        // The file is nobody's yet: what is broken off is thrown away with it, and it is flushed at its end.
+        .loading = "PRAGMA journal_mode = DELETE; PRAGMA synchronous = OFF",
+        .reading = "PRAGMA query_only = 1",
+        .beginsByStatement = true,
+        .boundsTexts = false},
     Engine{.name = "PostgreSQL",
            .tables = embedded::postgresql,
            .catalogue = embedded::postgresql_catalogue,
-           .scratchStart = "CREATE SCHEMA tessaly_scratch; SET LOCAL search_path TO tessaly_scratch"},
+           .loading = "",
+           .reading = "SET SESSION CHARACTERISTICS AS TRANSACTION ISOLATION LEVEL REPEATABLE READ, READ ONLY",
+           .beginsByStatement = false,
+           .boundsTexts = true},
 };
 
 std::string_view trimmed(std::string_view text) {
@@ -36,13 +44,22 @@ std::string_view takeUntil(std::string_view& text, char end) {
     return taken;
 }
 
-}  // namespace
-
-const Engine& engine(std::string_view name) {
+const Engine* find(std::string_view name) {
     const auto* const found = std::find_if(Engines.begin(), Engines.end(), [name](const Engine& candidate) {
         return db::detail::sameName(candidate.name, name);
     });
-    if (found == Engines.end())
+    return found == Engines.end() ? nullptr : found;
+}
+
+}  // namespace
+
+bool isKnown(std::string_view name) {
+    return find(name) != nullptr;
+}
+
+const Engine& engine(std::string_view name) {
+    const Engine* const found = find(name);
+    if (found == nullptr)
         throw std::runtime_error("There are no tables for the database engine " + std::string{name});
     return *found;
 }

@@ -12,11 +12,13 @@ struct Engine {
     std::string_view name;       ///< as db::Connection::engineName() gives it
     std::string_view tables;     ///< the SQL text that makes all tables in an empty database
     std::string_view catalogue;  ///< one query: a row (TableName, Fact) for each thing that `tables` made
-    /// The name of an empty database that vanishes with its connection. Empty where there is none: there
-    /// `scratchStart` are statements that make room for the tables in a transaction, to be rolled back.
-    std::string_view scratch;
-    std::string_view scratchStart;
+    std::string_view loading;    ///< statements before the tables of a new database get their rows
+    std::string_view reading;    ///< statements after which a session only reads, every time the same
+    bool beginsByStatement;  ///< a transaction in which long sets are walked is begun by the statement BEGIN
+    bool boundsTexts;        ///< refuses a text that is longer than its column is wide
 };
+
+[[nodiscard]] bool isKnown(std::string_view engineName);
 
 /// Throws std::runtime_error for an engine that has no SQL file here. The case of the name does not matter.
 [[nodiscard]] const Engine& engine(std::string_view name);

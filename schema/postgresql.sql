@@ -7,10 +7,17 @@
 -- deterministic knows no LIKE and no regular expression: patterns want COLLATE "C".
 CREATE COLLATION IF NOT EXISTS nocase (provider = icu, locale = 'und-u-ks-level2', deterministic = false);
 
+-- The version of these tables; schema/Upgrade.cpp says how older ones get there.
+CREATE TABLE SchemaVersion (
+    Version INTEGER NOT NULL
+);
+
+INSERT INTO SchemaVersion (Version) VALUES (2);
+
 CREATE TABLE DicomServer (
-    LogLevel     INTEGER NOT NULL,
-    DumpLevel    INTEGER NOT NULL,
-    QueryTimeout INTEGER NOT NULL
+    LogLevel     INTEGER NOT NULL DEFAULT 1,
+    DumpLevel    INTEGER NOT NULL DEFAULT 0,
+    QueryTimeout INTEGER NOT NULL DEFAULT 30
 );
 
 CREATE TABLE SiteData (
@@ -41,7 +48,7 @@ CREATE TABLE FtpNodes (
 CREATE TABLE Port (
     Port           VARCHAR(16) COLLATE nocase NOT NULL PRIMARY KEY,
     AETitle        VARCHAR(16) NOT NULL,
-    MaxConnections INTEGER NOT NULL,
+    MaxConnections INTEGER NOT NULL DEFAULT 10,
     Root           VARCHAR(255) NOT NULL,
     CheckCallingAE SMALLINT NOT NULL DEFAULT 0,
     CheckCalledAE  SMALLINT NOT NULL DEFAULT 0,

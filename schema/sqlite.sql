@@ -6,10 +6,16 @@
 -- With a write-ahead log the console reads while the server writes; the file keeps the mode.
 PRAGMA journal_mode = WAL;
 
+-- The version of these tables; schema/Upgrade.cpp says how older ones get there.
+CREATE TABLE SchemaVersion (
+    Version INTEGER NOT NULL
+);
+INSERT INTO SchemaVersion (Version) VALUES (2);
+
 CREATE TABLE DicomServer (
-    LogLevel     INTEGER NOT NULL,
-    DumpLevel    INTEGER NOT NULL,
-    QueryTimeout INTEGER NOT NULL
+    LogLevel     INTEGER NOT NULL DEFAULT 1,
+    DumpLevel    INTEGER NOT NULL DEFAULT 0,
+    QueryTimeout INTEGER NOT NULL DEFAULT 30
 );
 
 CREATE TABLE SiteData (
@@ -40,7 +46,7 @@ CREATE TABLE FtpNodes (
 CREATE TABLE Port (
     Port           VARCHAR(16) COLLATE NOCASE NOT NULL PRIMARY KEY,
     AETitle        VARCHAR(16) NOT NULL,
-    MaxConnections INTEGER NOT NULL,
+    MaxConnections INTEGER NOT NULL DEFAULT 10,
     Root           VARCHAR(255) NOT NULL,
     CheckCallingAE BIT NOT NULL DEFAULT 0,
     CheckCalledAE  BIT NOT NULL DEFAULT 0,

@@ -2,68 +2,42 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
 #include <optional>
-#include <set>
 #include <stdexcept>
 
 #include "db/Error.h"
 #include "db/Query.h"
 #include "db/Transaction.h"
 #include "passwords/PasswordEncoder.h"
-#include "schema/Schema.h"
+#include "schema/Catalogue.h"
+#include "schema/Upgrade.h"
 #include "tessaly-db/DataSource.h"
 
 namespace tessaly::tool {
 
 namespace {
 
-/// Names of SQL differ in nothing but case at most.
-struct WithoutCase {
-    bool operator()(const std::string& a, const std::string& b) const {
-        return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
-                                            [](char x, char y) { return lower(x) < lower(y); });
-    }
-    static char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-};
+constexpr const char* Remedy = ": run tessaly-db upgrade";
 
-using Facts = std::set<std::string, WithoutCase>;
-using Catalogue = std::map<std::string, Facts, WithoutCase>;
-
-Catalogue readCatalogue(const db::Connection& connection, const schema::Engine& engine) {
-    Catalogue catalogue;
-    db::Query query{connection, std::string{engine.catalogue}};
-    auto rows = query.open();
-    while (rows.next()) {
-        const auto table = rows.text("TableName");
-        catalogue[table].insert(rows.text("Fact"));
-    }
-    return catalogue;
+/// An upgrade adds everything but a primary key.
+bool canBeAdded(const schema::Lack& lack, const schema::Definitions& definitions) {
+    return lack.fact.empty() || lack.fact != schema::keyOf(*schema::findTable(definitions, lack.table));
 }
 
-/// The catalogue that a new database has: made from the same text, so that nothing states it twice.
-Catalogue expectedCatalogue(const std::string& dsn, const schema::Engine& engine) {
-    db::Connection scratch;
-    connect(scratch, dsn, std::string{engine.scratch});
-    std::optional<db::Transaction> transaction;  // never committed
-    if (!engine.scratchStart.empty())
-        transaction.emplace(scratch);
-    for (const auto text : {engine.scratchStart, engine.tables})
-        for (const auto& statement : schema::statements(text))
-            db::execute(scratch, statement);
-    return readCatalogue(scratch, engine);
-}
-
-void compareTables(const Catalogue& expected, const Catalogue& actual, std::vector<std::string>& faults) {
-    for (const auto& [table, facts] : expected) {
-        const auto found = actual.find(table);
-        if (found == actual.end()) {
-            faults.push_back("The table " + table + " is missing");
-            continue;
-        }
-        for (const auto& fact : facts)
-            if (!found->second.contains(fact))
-                faults.emplace_back(table).append(" lacks ").append(fact);
+/// The tables of `connection`, which has the `actual` ones.
+void compareTables(const db::Connection& connection, const schema::Catalogue& actual,
+                   std::vector<std::string>& faults) {
+    const auto definitions = schema::definitions(schema::engine(connection.engineName()));
+    const int version = schema::version(connection);
+    if (version != schema::currentVersion())
+        faults.push_back("The tables are of version " + std::to_string(version) + ", this program's are " +
+                         std::to_string(schema::currentVersion()) +
+                         (version < schema::currentVersion() ? Remedy : ": it is too old for them"));
+    for (const auto& lack : schema::lacks(schema::expectedCatalogue(definitions), actual)) {
+        const bool addable = canBeAdded(lack, definitions);
+        if (addable && version < schema::currentVersion())
+            continue;  // said already
+        faults.push_back(lack.text() + (addable ? Remedy : ""));
     }
 }
 
@@ -121,9 +95,10 @@ std::vector<std::string> findFaults(const std::string& dsn) {
         return {error.what()};
     }
     std::vector<std::string> faults;
-    const auto& engine = schema::engine(connection.engineName());
-    const auto actual = readCatalogue(connection, engine);
-    compareTables(expectedCatalogue(dsn, engine), actual, faults);
+    if (auto log = telltaleLog(dsn))
+        faults.push_back(std::move(*log));
+    const auto actual = schema::readCatalogue(connection);
+    compareTables(connection, actual, faults);
     for (const auto& check : RowChecks) {
         if (!actual.contains(check.table))
             continue;  // said already

@@ -3,12 +3,12 @@
 #include <sodium.h>
 
 #include <array>
+#include <cstdlib>
 #include <stdexcept>
 
 #include "db/Query.h"
-#include "schema/Schema.h"
 #include "tessaly-db/DataSource.h"
-#include "tessaly-db/NewFile.h"
+#include "tessaly-db/Target.h"
 #include "tessaly-db/Users.h"
 
 namespace tessaly::tool {
@@ -59,20 +59,25 @@ void addRows(const db::Connection& connection, const NewDatabase& wanted, const 
     addAdministrator(connection, wanted.administrator, wanted.password);
 }
 
+/// Beside the database where it is a file, or else where a first use makes one.
+fs::path defaultImageRoot(const std::string& dsn) {
+    if (keepsFile(dsn))
+        return databaseFile(dsn).parent_path() / "images";
+    if (const char* data = std::getenv("XDG_DATA_HOME"); data != nullptr && *data != '\0')
+        return fs::path{data} / "tessaly" / "images";
+    const char* home = std::getenv("HOME");
+    return fs::path{home != nullptr ? home : "/"} / ".local" / "share" / "tessaly" / "images";
+}
+
 }  // namespace
 
 void createDatabase(const NewDatabase& wanted) {
-    const fs::path place = databaseFile(wanted.dsn);
-    NewFile file{place};
-    {
-        db::Connection connection;
-        connect(connection, wanted.dsn, file.temporary().string());
-        for (const auto& statement : schema::statements(schema::engine(connection.engineName()).tables))
-            db::execute(connection, statement);
-        addRows(connection, wanted,
-                wanted.imageRoot.empty() ? place.parent_path() / "images" : wanted.imageRoot);
-    }
-    file.putInPlace();
+    Target target{wanted.dsn};
+    target.makeTables();
+    target.makeIndexes();
+    addRows(target.connection(), wanted,
+            wanted.imageRoot.empty() ? defaultImageRoot(wanted.dsn) : wanted.imageRoot);
+    target.keep();
 }
 
 }  // namespace tessaly::tool

@@ -3,16 +3,16 @@
 #include <odbcinst.h>
 
 #include <array>
+#include <cstdlib>
 #include <stdexcept>
 
 namespace tessaly::tool {
 
 namespace {
 
-/// An attribute of the data source's entry in the user's or the system's configuration; empty without one.
-std::string attribute(const std::string& dsn, const char* name) {
+std::string entry(const std::string& section, const char* name, const char* file) {
     std::array<char, 4096> value{};
-    SQLGetPrivateProfileString(dsn.c_str(), name, "", value.data(), value.size(), "odbc.ini");
+    SQLGetPrivateProfileString(section.c_str(), name, "", value.data(), value.size(), file);
     return value.data();
 }
 
@@ -23,6 +23,21 @@ void requireDataSource(const std::string& dsn) {
         throw std::runtime_error("ODBC knows no data source " + dsn);
 }
 
+std::string attribute(const std::string& dsn, const char* name) {
+    return entry(dsn, name, "odbc.ini");
+}
+
+std::string driverLibrary(const std::string& dsn) {
+    const std::string driver = attribute(dsn, "Driver");
+    const std::string library = entry(driver, "Driver", "odbcinst.ini");
+    return std::filesystem::path{library.empty() ? driver : library}.filename();
+}
+
+bool keepsFile(const std::string& dsn) {
+    requireDataSource(dsn);
+    return driverLibrary(dsn).find("sqlite") != std::string::npos;
+}
+
 std::filesystem::path databaseFile(const std::string& dsn) {
     requireDataSource(dsn);
     std::filesystem::path file = attribute(dsn, "Database");
@@ -31,6 +46,18 @@ std::filesystem::path databaseFile(const std::string& dsn) {
     if (file.string().find(';') != std::string::npos)  // in a connect string it begins the next attribute
         throw std::runtime_error("A new database cannot have a semicolon in its path: " + file.string());
     return file;
+}
+
+std::optional<std::string> telltaleLog(const std::string& dsn) {
+    // The PostgreSQL driver's logs lie in /tmp, for everybody to read. These programs turn them off by
+    // themselves; others go by the data source.
+    if (!driverLibrary(dsn).starts_with("psqlodbc"))
+        return {};
+    for (const char* log : {"CommLog", "Debug"})
+        if (std::atoi(attribute(dsn, log).c_str()) != 0)
+            return "The data source " + dsn + " has " + log + "=" + attribute(dsn, log) +
+                   ": its driver leaves a log in /tmp that shows the password";
+    return {};
 }
 
 void connect(db::Connection& connection, const std::string& dsn, const std::string& database) {

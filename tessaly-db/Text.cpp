@@ -45,4 +45,22 @@ void requireTypeable(std::string_view text, const std::string& what) {
         throw std::runtime_error(what + " is longer than " + std::to_string(BoxLimit) + " characters");
 }
 
+std::string oneLine(std::string text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
+        text.pop_back();
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+}
+
+std::optional<std::size_t> lengthOf(std::string_view text) {
+    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    if (std::all_of(text.begin(), text.end(), isAscii))
+        return text.size();
+    std::u16string units;
+    if (!toUtf16(text, units))
+        return std::nullopt;
+    const auto isSecondHalf = [](char16_t c) { return c >= 0xDC00 && c <= 0xDFFF; };
+    return units.size() - static_cast<std::size_t>(std::count_if(units.begin(), units.end(), isSecondHalf));
+}
+
 }  // namespace tessaly::tool

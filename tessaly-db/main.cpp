@@ -1,17 +1,18 @@
 #include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <csignal>
 #include <iostream>
 #include <stdexcept>
 #include <string>
 
+#include "schema/Upgrade.h"
 #include "tessaly-db/Check.h"
 #include "tessaly-db/Create.h"
 #include "tessaly-db/DataSource.h"
-#include "tessaly-db/NewFile.h"
 #include "tessaly-db/Password.h"
+#include "tessaly-db/Target.h"
+#include "tessaly-db/Text.h"
 #include "tessaly-db/Users.h"
 
 namespace {
@@ -23,6 +24,7 @@ struct Options {
     std::string user = "admin";
     std::string root;
     bool random = false;
+    bool quiet = false;
 };
 
 /// A random password is told this once and stands nowhere in clear.
@@ -37,7 +39,7 @@ void tell(const std::string& user, const tool::Password& password) {
 
 int create(const Options& options) {
     tool::requireUserName(options.user);
-    tool::NewFile::requireFree(tool::databaseFile(options.dsn));  // before anybody is asked for a password
+    tool::Target::requireFree(options.dsn);  // before anybody is asked for a password
     const auto password = tool::newPassword(options.user, options.random);
     tool::createDatabase({.dsn = options.dsn,
                           .administrator = options.user,
@@ -73,16 +75,30 @@ int setPassword(const Options& options) {
 int check(const Options& options) {
     const auto faults = tool::findFaults(options.dsn);
     for (const auto& fault : faults)
-        std::cout << fault << '\n';
+        std::cout << tool::oneLine(fault) << '\n';
     if (faults.empty())
         std::cout << options.dsn << ": ok\n";
     return faults.empty() ? 0 : 1;
 }
 
+int upgrade(const Options& options) {
+    tool::requireDataSource(options.dsn);
+    db::Connection connection;
+    tool::connect(connection, options.dsn);
+    const auto done = schema::upgrade(connection);
+    for (const auto& line : done)
+        std::cout << line << '\n';
+    if (!done.empty() || !options.quiet)
+        std::cout << options.dsn << ": version " << schema::currentVersion()
+                  << (done.empty() ? ", nothing to do\n" : "\n");
+    return 0;
+}
+
 int run(int argc, char** argv) {
     Options options;
     int (*command)(const Options&) = nullptr;
-    CLI::App app{"Makes and checks the configuration database of a data source.", "tessaly-db"};
+    CLI::App app{"Makes, checks and upgrades the configuration database of a data source.",
+                 "tessaly-db"};
     app.fallthrough()->require_subcommand(1);
     app.add_option("--dsn", options.dsn, "ODBC data source")->capture_default_str();
 
@@ -91,9 +107,10 @@ int run(int argc, char** argv) {
         sub->callback([&command, function] { command = function; });
         return sub;
     };
-    auto* const creating = add("create", "Make the database file with one administrator", create);
+    auto* const creating = add("create", "Make the database with one administrator", create);
     creating->add_option("--admin", options.user, "The administrator's name")->capture_default_str();
-    creating->add_option("--root", options.root, "Folder for images; default: images beside the database");
+    creating->add_option("--root", options.root,
+                         "Folder for images; default: images beside the database's file");
     auto* const adding = add("add-admin", "Add a user with all rights", addAdmin);
     auto* const setting = add("set-password", "Give a user a new password", setPassword);
     for (auto* const sub : {adding, setting})
@@ -101,6 +118,8 @@ int run(int argc, char** argv) {
     for (auto* const sub : {creating, adding, setting})
         sub->add_flag("--random", options.random, "Make a password and print it, instead of asking");
     add("check", "List what is missing or wrong", check);
+    auto* const upgrading = add("upgrade", "Make the tables what these programs work with", upgrade);
+    upgrading->add_flag("--quiet", options.quiet, "Say nothing where nothing is to be done");
 
     try {
         app.parse(argc, argv);
@@ -115,12 +134,11 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
     umask(S_IRWXG | S_IRWXO);  // what is made here holds passwords and patients' names
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow any more fails its write
     try {
         return run(argc, argv);
     } catch (const std::exception& error) {
-        std::string line = error.what();  // the driver's may have several
-        std::replace(line.begin(), line.end(), '\n', ' ');
-        std::cerr << "tessaly-db: " << line << '\n';
+        std::cerr << "tessaly-db: " << tool::oneLine(error.what()) << '\n';
         return 1;
     }
 }

@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "db/Query.h"
+#include "schema/Upgrade.h"
 
 namespace tessaly::tessalyd {
 
@@ -78,6 +79,9 @@ void openDatabase(db::Connection& connection, const std::string& settings) {
 }
 
 Configuration readConfiguration(const db::Connection& connection) {
+    // Said now and in words that help, not by the engine when an object comes.
+    schema::requireUpgraded(connection, {"DicomServer", "Port", "PortRemoteNodes", "DicomNodes", "Patient",
+                                         "Study", "Series", "Image"});
     Configuration configuration;
     db::Query query{connection, "SELECT * FROM DicomServer"};
     if (db::ResultSet row = query.open(); row.next()) {

@@ -64,7 +64,7 @@ struct Configuration {
 void openDatabase(db::Connection& connection, const std::string& settings = {});
 
 /// Reads everything that the server is configured by. Without a row of DicomServer its columns have the
-/// values above. Throws db::Error.
+/// values above. Throws db::Error, and std::runtime_error for tables that an upgrade has to come before.
 [[nodiscard]] Configuration readConfiguration(const db::Connection& connection);
 
 /// An AE title without the blanks around it, which carry no meaning.

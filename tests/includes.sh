@@ -20,7 +20,7 @@ tessalyd/services       > tessalyd/archive tessalyd/association
 tessalyd/archive        > tessalyd/Log tessalyd/FileDescriptor dicom
 tessalyd/association    > tessalyd/Log tessalyd/FileDescriptor dicom
 tessalyd/Log            > tessalyd/Configuration
-tessalyd/Configuration  > db
+tessalyd/Configuration  > schema
 tessalyd/FileDescriptor >
 tessaly-db              > schema passwords
 schema                  > db

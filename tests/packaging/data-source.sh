@@ -11,6 +11,11 @@ section() {
     printf '[DicomFDB]\nDescription=Configuration of the DICOM server\nDriver=SQLite3\nDatabase=%s\n' "$1"
     printf 'StepAPI=1\nJournalMode=WAL\nSyncPragma=NORMAL\nTimeout=5000\nNoCreat=1\n'
 }
+# It cannot be upgraded, and the console goes on with it.
+expect_as_it_was() {
+    [[ $status == 0 && $(tail -n 1 "$scratch/err") == 'The database of the data source DicomFDB is as it was.' ]] ||
+        fail "exit status $status"
+}
 start_anew() {
     rm -rf "$HOME"
     mkdir "$HOME"
@@ -65,6 +70,24 @@ expect_success
 [[ ! -s $scratch/out ]] || fail "said something"
 cmp "$database" "$scratch/before.mdb"
 
+# One that an older program made is upgraded, and said so once.
+sqlite3 "$database" 'DROP TABLE SchemaVersion; DROP INDEX ImageBySeries'
+run ensure
+expect_success
+[[ $(tail -n 1 "$scratch/out") == 'DicomFDB: version 2' ]] || fail "no upgrade"
+run "$programs/tessaly-db" check
+expect_success
+run ensure
+expect_success
+[[ ! -s $scratch/out ]] || fail "upgrades twice"
+
+# One of a newer program is said to be so, and left alone.
+sqlite3 "$database" 'UPDATE SchemaVersion SET Version = 99'
+run ensure
+expect_as_it_was
+grep -q 'version 99, newer' "$scratch/err" || fail "no word of a newer one"
+[[ $(sqlite3 "$database" 'SELECT Version FROM SchemaVersion') == 99 ]] || fail "changes a newer one"
+
 # A data source whose database is gone may have its disk somewhere else: nothing takes its place.
 start_anew
 mkdir "$HOME/unmounted"
@@ -77,14 +100,14 @@ expect_one_line "*: $HOME/unmounted/DicomDB.mdb, the database of the data source
 printf '[DicomFDB]\nDriver=Other\nDatabase=dicom\n' >"$ODBCINI"
 cp "$ODBCINI" "$scratch/before.ini"
 run ensure
-expect_success
+expect_as_it_was
 cmp "$ODBCINI" "$scratch/before.ini"
 rm "$ODBCINI"
 mkdir "$scratch/system"
 cp /etc/odbcinst.ini "$scratch/system/"
 mv "$scratch/before.ini" "$scratch/system/odbc.ini"
 ODBCSYSINI=$scratch/system run ensure
-expect_success
+expect_as_it_was
 [[ ! -s $ODBCINI ]] || fail "hides the system's data source"
 
 # What cannot be done is said in a line, and leaves nothing half done.

@@ -1,9 +1,10 @@
 #include <QTest>
+#include <algorithm>
 #include <stdexcept>
 
 #include "db/Error.h"
 #include "db/Query.h"
-#include "schema/Schema.h"
+#include "schema/Catalogue.h"
 #include "tests/support/ScratchDatabase.h"
 
 using namespace Qt::StringLiterals;
@@ -22,6 +23,8 @@ class TestSchema : public QObject {
     void listsWhatItMade_data();
     void listsWhatItMade();
     void everyEngineHasTheSame();
+    void whatIsExpectedIsWhatIsMade();
+    void takesTheTextApart();
     void keysCompareWithoutCase_data();
     void keysCompareWithoutCase();
     void usersSortByUser();
@@ -102,11 +105,49 @@ void TestSchema::listsWhatItMade() {
 
 void TestSchema::everyEngineHasTheSame() {
     db::Connection sqlite;
-    sqlite.setConnectString("Driver=SQLite3;Database=" + std::string{schema::engine("SQLite").scratch});
+    sqlite.setConnectString("Driver=SQLite3;Database=:memory:");
     sqlite.establish();
     makeTables(sqlite);
     QVERIFY(factsOf(sqlite).size() > 100);
     QCOMPARE(factsOf(*connection_), factsOf(sqlite));
+}
+
+void TestSchema::whatIsExpectedIsWhatIsMade() {
+    const auto definitions = schema::definitions(schema::engine(connection_->engineName()));
+    QStringList expected;
+    for (const auto& [table, facts] : schema::expectedCatalogue(definitions))
+        for (const auto& fact : facts)
+            expected += QString::fromStdString(table + ": " + fact).toLower();
+    expected.sort();
+    QCOMPARE(expected, factsOf(*connection_));
+}
+
+void TestSchema::takesTheTextApart() {
+    const auto definitions = schema::definitions(schema::engine(connection_->engineName()));
+    const auto* users = schema::findTable(definitions, "users");
+    QVERIFY(users != nullptr);
+    QCOMPARE(users->key, std::vector<std::string>{"UserName"});
+    QCOMPARE(users->columns.size(), std::size_t{15});
+    const auto* name = schema::findColumn(*users, "USERNAME");
+    QVERIFY(name != nullptr && name->required && name->withoutCase && !name->generated);
+    QCOMPARE(name->width, std::optional{16});
+    const auto* user = schema::findColumn(*users, "User");
+    QVERIFY(user != nullptr && user->generated);
+    const auto* flag = schema::findColumn(*users, "DcmAdmin");
+    QVERIFY(flag != nullptr && !flag->width && flag->required);
+    const auto* pairs = schema::findTable(definitions, "PortRemoteNodes");
+    QVERIFY(pairs != nullptr);
+    QCOMPARE(pairs->key, (std::vector<std::string>{"Port", "Name"}));
+    QCOMPARE(pairs->columns.size(), std::size_t{2});
+    QVERIFY(schema::findTable(definitions, "none") == nullptr);
+    QVERIFY(schema::findColumn(*users, "none") == nullptr);
+    const auto unique = std::find_if(definitions.indexes.begin(), definitions.indexes.end(),
+                                     [](const schema::Index& index) { return index.unique; });
+    QVERIFY(unique != definitions.indexes.end());
+    QCOMPARE(unique->name, std::string{"PatientByPatientID"});
+    QCOMPARE(unique->table, std::string{"Patient"});
+    QCOMPARE(unique->columns, std::vector<std::string>{"PatientID"});
+    QCOMPARE(definitions.rows.size(), std::size_t{1});
 }
 
 void TestSchema::keysCompareWithoutCase_data() {

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "tests/support/ScratchDatabase.h"
+#include "tests/tessaly-db/FileSource.h"
 
 /// How a run of the program ended, and what it said.
 struct Outcome {
@@ -19,19 +20,36 @@ struct Outcome {
 class ToolTest : public QObject {
     Q_OBJECT
   protected:
+    inline static const QString DataSource = QStringLiteral("DicomFDB");
+
     [[nodiscard]] const tessaly::test::ScratchDatabase& scratch() const { return *scratch_; }
     [[nodiscard]] QString path(const QString& name) const;
-    /// The file that the data source names.
+    /// The file that the data source names, with SQLite.
     [[nodiscard]] QString file() const;
+    /// Where `create` puts images when nobody says where.
+    [[nodiscard]] QString defaultImageRoot() const;
+    /// Adds a data source to the one there is.
+    void addDataSource(const QString& name, const QString& lines) const;
+
+    /// Whether the data source's database has any of the tables. None is made by looking.
+    [[nodiscard]] bool hasTables() const;
+    /// A database without tables.
+    [[nodiscard]] bool haveDatabase() const;
 
     /// Runs the program with no terminal; its output goes to the file `out` where one is given.
     [[nodiscard]] static Outcome run(const QStringList& arguments, const QString& out = {});
+    /// Runs it with no more than `bytes` for any file that it writes.
+    [[nodiscard]] static Outcome runLimited(long bytes, const QStringList& arguments);
+    /// Runs it as a user who may read the test's folder, and write nothing but the target's.
+    [[nodiscard]] Outcome asSomebodyWithoutRights(const QStringList& arguments) const;
+    /// A database to be copied from, behind a data source of that name.
+    [[nodiscard]] std::unique_ptr<FileSource> fileSource(const QString& name) const;
     /// A new database for what comes after.
     void create();
 
     /// The first column of each row.
-    [[nodiscard]] static QStringList column(const char* sql);
-    static void change(const QString& sql);
+    [[nodiscard]] static QStringList column(const char* sql, const QString& dsn = DataSource);
+    static void change(const QString& sql, const QString& dsn = DataSource);
     [[nodiscard]] static QString storedPassword(const QString& user);
 
     [[nodiscard]] static QString encoded(const QString& password);
@@ -39,7 +57,7 @@ class ToolTest : public QObject {
     [[nodiscard]] static QString toldPassword(const QString& out, const QString& user);
     [[nodiscard]] static bool isOneLine(const QString& text);
 
-  private slots:
+  protected slots:
     void init();
     void cleanup();
 

@@ -1,4 +1,3 @@
-#include <QFile>
 #include <QTest>
 
 #include "tests/tessaly-db/Terminal.h"
@@ -72,7 +71,7 @@ void TestToolUsers::refusesNames() {
     const auto refused = run({u"create"_s, u"--admin"_s, name});
     QCOMPARE(refused.status, 1);
     QCOMPARE(refused.err, u"tessaly-db: The user name %1\n"_s.arg(why));
-    QVERIFY(!QFile::exists(file()));
+    QVERIFY(!hasTables());
 }
 
 void TestToolUsers::asksOnATerminal() {
@@ -116,7 +115,7 @@ void TestToolUsers::refusesWhatWasTyped() {
     }
     QCOMPARE(creating.finish(), 1);
     QVERIFY2(creating.screen().contains("tessaly-db: " + why), creating.screen().constData());
-    QVERIFY(!QFile::exists(file()));
+    QVERIFY(!hasTables());
 }
 
 void TestToolUsers::isBrokenOffWithTheTerminalIntact_data() {
@@ -134,7 +133,7 @@ void TestToolUsers::isBrokenOffWithTheTerminalIntact() {
     QCOMPARE(creating.finish(), 1);
     QVERIFY(creating.echoes());
     QVERIFY(creating.screen().contains("tessaly-db: Broken off: no password was given"));
-    QVERIFY(!QFile::exists(file()));
+    QVERIFY(!hasTables());
 }
 
 QTEST_GUILESS_MAIN(TestToolUsers)

@@ -66,6 +66,7 @@ class ControlTest : public DaemonTest {
     void terminateIsFollowedByANewProcess();
     void aSignalTerminates();
     void withoutADatabaseItIsStopped();
+    void withoutTheColumnsItAsksForAnUpgrade();
     void repliesArePromptWhileTheDatabaseIsLocked();
     void withoutSystemdItIsNoService();
     void itRegistersWithSystemd();
@@ -249,6 +250,20 @@ void ControlTest::withoutADatabaseItIsStopped() {
     daemon_->database.writeDataSource(daemon_->database.path());
     QVERIFY(daemon_->succeeds(&Proxy::Start));
     QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
+}
+
+void ControlTest::withoutTheColumnsItAsksForAnUpgrade() {
+    daemon_ = std::make_unique<Daemon>();
+    daemon_->database.run(u"ALTER TABLE Image DROP COLUMN InstanceNumber"_s);
+    daemon_->launch();
+    QCOMPARE(daemon_->status(), (Daemon::Status{Stopped, 0, 0}));
+    const QString why = u"Image lacks the column InstanceNumber for text: run tessaly-db upgrade"_s;
+    QVERIFY2(daemon_->log().contains(why), qPrintable(daemon_->log()));
+    auto reply = daemon_->proxy.Start();
+    reply.waitForFinished();
+    QCOMPARE(reply.error().message(), why);
+    daemon_->database.run(u"ALTER TABLE Image ADD COLUMN InstanceNumber VARCHAR(12)"_s);
+    QVERIFY(daemon_->succeeds(&Proxy::Start));
 }
 
 void ControlTest::repliesArePromptWhileTheDatabaseIsLocked() {
