@@ -7,7 +7,9 @@
 #include <string>
 
 #include "schema/Upgrade.h"
+#include "tessaly-db/Backup.h"
 #include "tessaly-db/Check.h"
+#include "tessaly-db/CopyCommand.h"
 #include "tessaly-db/Create.h"
 #include "tessaly-db/DataSource.h"
 #include "tessaly-db/Password.h"
@@ -23,8 +25,10 @@ struct Options {
     std::string dsn = "DicomFDB";
     std::string user = "admin";
     std::string root;
+    std::string file;
     bool random = false;
     bool quiet = false;
+    tool::CopyOptions copy;
 };
 
 /// A random password is told this once and stands nowhere in clear.
@@ -94,10 +98,37 @@ int upgrade(const Options& options) {
     return 0;
 }
 
+int copy(const Options& options) {
+    return tool::copy(options.copy);
+}
+
+int backup(const Options& options) {
+    if (tool::keepsFile(options.dsn)) {
+        tool::backUp(options.dsn, options.file);
+        return 0;
+    }
+    std::cout << tool::backupCommand(options.dsn, options.file) << std::endl;
+    throw std::runtime_error("No backup was made: the server's own program makes it, by the line printed");
+}
+
+void addCopy(CLI::App& command, tool::CopyOptions& options) {
+    command.add_option("--from", options.from, "ODBC data source that is read")->required();
+    command.add_option("--to", options.to, "ODBC data source that is written; its database is new or empty")
+        ->required();
+    command.add_option("--map", options.maps, "OLD=NEW: a new root for the paths of images; may be repeated")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command.add_flag("--dry-run", options.dryRun, "Write nothing, and list what would not fit");
+    command.add_option("--limit", options.limit, "Rows that a dry run lists at most")
+        ->capture_default_str()
+        ->check(CLI::NonNegativeNumber);
+    command.add_flag("--quiet", options.quiet, "Show no progress and no table of what was copied");
+}
+
 int run(int argc, char** argv) {
     Options options;
     int (*command)(const Options&) = nullptr;
-    CLI::App app{"Makes, checks and upgrades the configuration database of a data source.",
+    CLI::App app{"Makes, checks, upgrades and moves the configuration database of a data source.",
                  "tessaly-db"};
     app.fallthrough()->require_subcommand(1);
     app.add_option("--dsn", options.dsn, "ODBC data source")->capture_default_str();
@@ -120,6 +151,10 @@ int run(int argc, char** argv) {
     add("check", "List what is missing or wrong", check);
     auto* const upgrading = add("upgrade", "Make the tables what these programs work with", upgrade);
     upgrading->add_flag("--quiet", options.quiet, "Say nothing where nothing is to be done");
+    auto* const backing = add("backup", "Copy the database into a new file", backup);
+    backing->add_option("file", options.file, "The file; it must not be there yet")->required();
+    addCopy(*add("copy", "Copy one data source's database into the empty one of another", copy),
+            options.copy);
 
     try {
         app.parse(argc, argv);
