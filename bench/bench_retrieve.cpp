@@ -45,6 +45,15 @@ void need(bool good, const std::string& what) {
         throw std::runtime_error{what};
 }
 
+/// Runs a program to its end, however long it takes.
+Outcome runToEnd(const QString& program, const QStringList& arguments) {
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, arguments);
+    const bool ended = process.waitForFinished(-1);
+    return {.exitCode = ended ? process.exitCode() : -1, .output = QString::fromLocal8Bit(process.readAll())};
+}
+
 /// A process that listens; killed at the end.
 class Peer {
   public:
@@ -78,8 +87,8 @@ QStringList keys(const QString& level, const QStringList& more) {
 }
 
 void callTool(const QString& tool, const QStringList& options, const QString& port) {
-    const Outcome done = run(tool, QStringList{u"-aet"_s, u"VIEWER"_s, u"-aec"_s, u"TESSALY"_s} + options +
-                                       QStringList{u"127.0.0.1"_s, port});
+    const Outcome done = runToEnd(tool, QStringList{u"-aet"_s, u"VIEWER"_s, u"-aec"_s, u"TESSALY"_s} +
+                                            options + QStringList{u"127.0.0.1"_s, port});
     need(done.exitCode == 0, tool.toStdString() + ": " + done.output.right(2000).toStdString());
 }
 
@@ -114,7 +123,7 @@ void moveOneByOne(const QString& port) {
 
 void send(const QString& folder, const QString& port) {
     const Outcome done =
-        run(u"storescu"_s, {u"-aec"_s, u"TESSALY"_s, u"+sd"_s, u"127.0.0.1"_s, port, folder});
+        runToEnd(u"storescu"_s, {u"-aec"_s, u"TESSALY"_s, u"+sd"_s, u"127.0.0.1"_s, port, folder});
     need(done.exitCode == 0, "storescu: " + done.output.right(2000).toStdString());
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <system_error>
 
 #include "dicom/StoreRequest.h"
 #include "tessalyd/Log.h"
@@ -59,11 +60,19 @@ class GetService::Sending {
 
     void run(InstanceList& instances) {
         bool cancelled = false;
-        while (!cancelled && operations_.remaining() > 0) {
-            cancelled = Retrieval::isCancelled(requester_);
-            if (!cancelled)
-                send(instances.next().value());
-            tellProgress();
+        try {
+            while (!cancelled && operations_.remaining() > 0) {
+                cancelled = Retrieval::isCancelled(requester_);
+                if (!cancelled)
+                    send(instances.next().value());
+                tellProgress();
+            }
+        } catch (const std::system_error& error) {  // the list: what is left of it has no names
+            OFLOG_ERROR(serverLog(), requester_.names().text().c_str()
+                                         << ": " << operations_.remaining()
+                                         << " objects not sent: " << error.what());
+            while (operations_.remaining() > 0)
+                operations_.fail();
         }
         answered_ = true;
         service_.retrieval_.answerFinally(request_, requester_, operations_, cancelled);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <optional>
+#include <system_error>
 
 #include "tessalyd/Log.h"
 #include "tessalyd/services/MoveJob.h"
@@ -63,15 +65,21 @@ QueryRules::Destination MoveService::destination(const Request& request, const R
 
 void MoveService::move(const Request& request, Requester& requester,
                        const QueryRules::Destination& destination, InstanceList instances) {
-    MoveJob job{{.destination = {.host = destination.host,
-                                 .port = numberOf(destination.port),
-                                 .callingAETitle = destination.callingAeTitle,
-                                 .calledAETitle = destination.aeTitle},
-                 .originator = {.aeTitle = requester.names().callingAETitle,
-                                .messageId = request.message.msg.CMoveRQ.MessageID},
-                 .name = requester.names().text() + ", to " + destination.node},
-                std::move(instances),
-                turns_};
+    std::optional<MoveJob> started;
+    try {
+        started.emplace(MoveJob::Order{.destination = {.host = destination.host,
+                                                       .port = numberOf(destination.port),
+                                                       .callingAETitle = destination.callingAeTitle,
+                                                       .calledAETitle = destination.aeTitle},
+                                       .originator = {.aeTitle = requester.names().callingAETitle,
+                                                      .messageId = request.message.msg.CMoveRQ.MessageID},
+                                       .name = requester.names().text() + ", to " + destination.node},
+                        std::move(instances), turns_);
+    } catch (const std::system_error& error) {
+        OFLOG_ERROR(serverLog(), requester.names().text().c_str() << ": move not begun: " << error.what());
+        throw RequestFailure{STATUS_MOVE_Refused_OutOfResourcesSubOperations, "No thread is to be had"};
+    }
+    MoveJob& job = *started;
     PendingPace pace{PendingPace::Clock::now()};
     bool cancelled = false;
     try {

@@ -73,6 +73,8 @@ std::optional<InstanceList> Retrieval::find(const Request& request, Requester& r
         found_ += found->size();
         return found;
     } catch (const QueryRefusal& refusal) {
+        OFLOG_WARN(serverLog(), requester.names().text().c_str()
+                                    << ": retrieval not answered: " << refusal.what());
         throw RequestFailure{refusal.status(), refusal.what(), refusal.offending()};
     } catch (const SearchTimeout& late) {
         OFLOG_ERROR(serverLog(), requester.names().text().c_str() << ": " << late.what());

@@ -64,11 +64,11 @@ void MoveFaultsTest::aDestinationThatFailsIsCounted() {
 void MoveFaultsTest::aDestinationThatBreaksOffFailsWhatIsLeft() {
     ScriptedServer server;
     std::atomic<int> taken = 0;
-    server.store = [&](const Request& request, Requester& requester) {
+    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
         if (++taken == 3)
             throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
         take(request, requester);
-    };
+    });
     launchWith({destination(server.port())});
     const QStringList uids = storeStudy(6);
     Retriever viewer{daemon_->port()};
@@ -117,11 +117,11 @@ void MoveFaultsTest::aRequesterThatVanishesEndsIt() {
     ScriptedServer server;
     std::latch begun{1};
     std::latch over{1};
-    server.store = [&](const Request&, Requester&) {
+    server.on(DIMSE_C_STORE_RQ, [&](const Request&, Requester&) {
         begun.count_down();
         over.wait();
         throw AssociationEnded{DIMSE_NODATAAVAILABLE};
-    };
+    });
     launchWith({destination(server.port())});
     storeStudy(3);
     {
@@ -150,11 +150,11 @@ void MoveFaultsTest::aStopLetsItGoOnForTheGrace() {
     ScriptedServer server;
     std::latch begun{1};
     std::latch stopped{1};
-    server.store = [&](const Request& request, Requester& requester) {
+    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
         begun.count_down();
         stopped.wait();
         take(request, requester);
-    };
+    });
     launchWith({destination(server.port())});
     storeStudy(1);
     Retriever viewer{daemon_->port()};
@@ -169,11 +169,11 @@ void MoveFaultsTest::aKilledServerLeavesNothingBehind() {
     ScriptedServer server;
     std::latch begun{1};
     std::latch over{1};
-    server.store = [&](const Request&, Requester&) {
+    server.on(DIMSE_C_STORE_RQ, [&](const Request&, Requester&) {
         begun.count_down();
         over.wait();
         throw AssociationEnded{DIMSE_NODATAAVAILABLE};
-    };
+    });
     launchWith({destination(server.port())});
     storeStudy(3);
     const QStringList before = daemon_->entries();
@@ -185,7 +185,8 @@ void MoveFaultsTest::aKilledServerLeavesNothingBehind() {
     over.count_down();
     QCOMPARE(daemon_->entries(), before);
     QCOMPARE(storedDataSets(), stored);
-    server.store = [](const Request& request, Requester& requester) { take(request, requester); };
+    server.on(DIMSE_C_STORE_RQ,
+              [](const Request& request, Requester& requester) { take(request, requester); });
     daemon_->launch();
     Retriever again{daemon_->port()};
     askForMove(again);
@@ -198,11 +199,11 @@ void MoveFaultsTest::movesTakeTurns() {
     ScriptedServer server;
     std::latch go{1};
     std::atomic<int> atOnce = 0;
-    server.store = [&](const Request& request, Requester& requester) {
+    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
         ++atOnce;
         go.wait();
         take(request, requester);
-    };
+    });
     launchWith({destination(server.port())});
     storeStudy(1);
     std::vector<std::unique_ptr<Retriever>> viewers;
