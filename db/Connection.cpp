@@ -23,9 +23,11 @@ void Connection::close() {
     line_.reset();
 }
 
+bool Connection::needsWalker() const {
+    return line()->current()->engine().keepsSetsInMemory();
+}
+
 std::unique_ptr<Connection> Connection::walker() const {
-    if (!line()->current()->engine().keepsSetsInMemory())
-        return nullptr;
     auto own = std::make_unique<Connection>();
     own->connectString_ = connectString_;
     own->cursorDriver_ = cursorDriver_;

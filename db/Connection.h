@@ -28,11 +28,6 @@ class Connection {
     /// Takes effect with the next establish().
     void setConnectString(std::string text) { connectString_ = std::move(text); }
     void setCursorDriver(CursorDriver driver) { cursorDriver_ = driver; }
-    /// To the same database as another connection, and in the same way.
-    void setSameAs(const Connection& other) {
-        connectString_ = other.connectString_;
-        cursorDriver_ = other.cursorDriver_;
-    }
 
     /// Connects without ever prompting, and reads from the database once, so that a file that is missing,
     /// locked, unreadable or no database fails here and not at the first statement. Throws when already open.
@@ -52,9 +47,10 @@ class Connection {
     /// The file that the database is, whole path; empty where it is none of this machine's.
     [[nodiscard]] std::string databaseFile() const;
 
-    /// For Walk: another connection to the same database that does nothing but walk. Nothing where the driver
-    /// walks any set on this one without keeping its rows in memory.
+    /// For Walk: another connection to the same database that does nothing but walk.
     [[nodiscard]] std::unique_ptr<Connection> walker() const;
+    /// The driver does not walk a set on this one without keeping its rows in memory.
+    [[nodiscard]] bool needsWalker() const;
 
     /// For Query and Transaction. Throws when the connection is closed.
     [[nodiscard]] const std::shared_ptr<detail::Line>& line() const;

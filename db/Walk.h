@@ -13,7 +13,11 @@ namespace tessaly::db {
 /// or deleted while it lasts may or may not be seen. The connection given must outlive it.
 class Walk {
   public:
-    Walk(const Connection& connection, std::string text);
+    enum class On {
+        Either,        ///< the connection given where that will do
+        ItsConnection  ///< for who lets others write on the connection given while the walk stands still
+    };
+    Walk(const Connection& connection, std::string text, On on = On::Either);
 
     /// Moves to the next row; false at the end of the data. Throws when the walk has ended before its data.
     [[nodiscard]] bool next() { return rows_.next(); }

@@ -1,8 +1,9 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
-#include "db/Query.h"
+#include "db/Walk.h"
 
 namespace tessaly::maintenance {
 
@@ -11,27 +12,22 @@ namespace tessaly::maintenance {
 /// is inside rows(); then the statement can only be begun anew.
 class RowWalk {
   public:
-    /// Connects to the database of `console`. Throws db::Error.
-    explicit RowWalk(const db::Connection& console) {
-        connection_.setSameAs(console);
-        connection_.establish();
-    }
+    /// Of the database of `console`, which must outlive it.
+    explicit RowWalk(const db::Connection& console) : console_(console) {}
 
+    /// Throws db::Error, also where there is no other connection to be had.
     void begin(const std::string& statement) {
         letGo();
-        rows_.emplace(query_.emplace(connection_, statement).open());
+        walk_.emplace(console_, statement, db::Walk::On::ItsConnection);
     }
-    [[nodiscard]] bool isUnderWay() const noexcept { return rows_.has_value(); }
-    [[nodiscard]] db::ResultSet& rows() noexcept { return *rows_; }
-    void letGo() noexcept {
-        rows_.reset();
-        query_.reset();
-    }
+    [[nodiscard]] bool isUnderWay() const noexcept { return walk_.has_value(); }
+    /// While it is under way.
+    [[nodiscard]] db::ResultSet& rows() noexcept { return walk_->row(); }
+    void letGo() noexcept { walk_.reset(); }
 
   private:
-    db::Connection connection_;
-    std::optional<db::Query> query_;
-    std::optional<db::ResultSet> rows_;
+    const db::Connection& console_;
+    std::optional<db::Walk> walk_;
 };
 
 }  // namespace tessaly::maintenance
