@@ -61,7 +61,8 @@ void TestCopy::copiesEverythingThereAndBack() {
     source_->run(u"INSERT INTO DicomNodes (Name, Store) VALUES ('Gerät \"1\"', -1), ('b''c', 0)"_s);
     source_->run(u"INSERT INTO PortRemoteNodes VALUES ('11112', 'b''c')"_s);
     source_->run(u"INSERT INTO Printers (Name, Copies) VALUES ('laser', NULL)"_s);
-    source_->run(u"INSERT INTO Patient VALUES (7, 'P7', '山田^太郎', '', NULL)"_s);
+    source_->run(
+        u"INSERT INTO Patient (ID, PatientID, Name, BirthDate, Sex) VALUES (7, 'P7', '山田^太郎', '', NULL)"_s);
     source_->run(
         u"INSERT INTO Study (StudyInstanceUID, IDPatient, StudyPath) VALUES ('1.2', 7, 'D:\\a\\b')"_s);
     source_->run(
@@ -222,7 +223,9 @@ void TestCopy::saysWhatDoesNotFit() {
 
 void TestCopy::aRowThatDoesNotFitLeavesNothingBehind() {
     source_->loosen();
-    source_->run(u"INSERT INTO Image VALUES ('1', '2', NULL, '', '', '')"_s);  // in the last of the tables
+    source_->run(
+        u"INSERT INTO Image (SOPInstanceUID, SeriesInstanceUID) VALUES ('1', '2')"_s);  // in the last of the
+                                                                                        // tables
     const auto refused = run({u"copy"_s, u"--from"_s, u"Source"_s, u"--to"_s, DataSource});
     QCOMPARE(refused.err,
              u"tessaly-db: Image 1: ImageFile is empty; nothing was written, and --dry-run lists all "
