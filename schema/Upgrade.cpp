@@ -106,6 +106,9 @@ std::vector<std::string> upgrade(const db::Connection& connection, std::span<con
     const int found = version(connection);
     if (found > known)
         refuseNewer(found, known);
+    for (const auto& step : steps)
+        if (step.version > found && step.prepare)
+            step.prepare(connection);
     auto done = Completion{connection, all}.run(lacks(expected, readCatalogue(connection)));
     for (const auto& step : steps) {
         if (step.version <= found)

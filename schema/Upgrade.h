@@ -24,6 +24,9 @@ struct Step {
     std::string_view about;  ///< what is printed of it
     /// Runs when nothing lacks any more, in the transaction of the whole upgrade; may be empty.
     std::function<void(const db::Connection&)> fill;
+    /// Runs before what lacks is added, in the same transaction; may be empty. For what is to be another one
+    /// of the same name: an index with more columns has to be taken away here.
+    std::function<void(const db::Connection&)> prepare = {};
 };
 
 /// All steps there are, by their versions. The last one's is the version that these programs work with.

@@ -23,6 +23,7 @@ class TestSteps : public QObject {
     void runsWhatIsAboveTheVersion_data();
     void runsWhatIsAboveTheVersion();
     void fillsWhatWasAdded();
+    void makesAnewWhatAStepTakesAway();
     void takesEverythingBack();
     void refusesANewerOne();
     void refusesWhatItCannotAdd();
@@ -133,6 +134,19 @@ void TestSteps::fillsWhatWasAdded() {
     QCOMPARE(lines(schema::upgrade(*connection_, steps)),
              (QStringList{u"FtpNodes: added the column NodeType for text"_s, u"Version 50: node types"_s}));
     QCOMPARE(scratch_->value(u"SELECT NodeType FROM FtpNodes WHERE Name = 'old'"_s), u"ftp"_s);
+}
+
+void TestSteps::makesAnewWhatAStepTakesAway() {
+    scratch_->run(u"DROP INDEX PortRemoteNodesByName"_s);
+    scratch_->run(u"CREATE INDEX PortRemoteNodesByName ON PortRemoteNodes (Name, Port)"_s);
+    const std::array steps{schema::Step{
+        .version = 50, .about = "another index", .fill = {}, .prepare = [](const db::Connection& connection) {
+            db::execute(connection, "DROP INDEX PortRemoteNodesByName");
+        }}};
+    QCOMPARE(lines(schema::upgrade(*connection_, steps)),
+             (QStringList{u"PortRemoteNodes: added an index for look-ups by Name"_s,
+                          u"Version 50: another index"_s}));
+    QCOMPARE(lines(schema::upgrade(*connection_, steps)), QStringList());
 }
 
 void TestSteps::takesEverythingBack() {
