@@ -32,11 +32,16 @@ void BigArchive::writeStudies() const {
     sqlite3* handle = openPlain(database);
     runPlain(handle, "PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF");
     runPlain(handle, std::string{schema::engine("SQLite").tables});
-    runPlain(handle, insert("Patient", "i, 'P'||i, 'Name^'||i, '19700101', 'O'", patients()));
-    runPlain(handle, insert("Study",
-                            uid(1, "i") + "," + quotient(StudiesPerPatient) + ",'" + root +
-                                "\\'||i, i, '20060102', '120000', 'A'||i, 'Thorax'",
-                            studies()));
+    runPlain(handle, insert("Patient (ID, PatientID, Name, BirthDate, Sex)",
+                            "i, 'P'||i, 'Name^'||i, '19700101', 'O'", patients()));
+    runPlain(
+        handle,
+        insert(
+            "Study (StudyInstanceUID, IDPatient, StudyPath, StudyID, StudyDate, StudyTime, AccessionNumber,"
+            " Description)",
+            uid(1, "i") + "," + quotient(StudiesPerPatient) + ",'" + root +
+                "\\'||i, i, '20060102', '120000', 'A'||i, 'Thorax'",
+            studies()));
     sqlite3_close(handle);
 }
 
@@ -46,14 +51,17 @@ void BigArchive::writeTables() const {
     runPlain(handle, "PRAGMA synchronous=OFF");
     runPlain(
         handle,
-        insert("Series", uid(2, "i") + "," + uid(1, quotient(SeriesPerStudy)) + ", 'S'||i, 'CT', i, 'Axial'",
+        insert("Series (SeriesInstanceUID, StudyInstanceUID, SeriesDir, Modality, SeriesNumber, Description)",
+               uid(2, "i") + "," + uid(1, quotient(SeriesPerStudy)) + ", 'S'||i, 'CT', i, 'Axial'",
                series()));
-    runPlain(handle, insert("Image",
-                            uid(3, "i") + "," + uid(2, quotient(ImagesPerSeries)) + ", 'I'||(i%" +
-                                std::to_string(FilesPerSeries) +
-                                ")||'.dcm', '1.2.840.10008.5.1.4.1.1.2', '1.2.840.10008.1.2.1', i%" +
-                                std::to_string(ImagesPerSeries),
-                            images));
+    runPlain(handle,
+             insert("Image (SOPInstanceUID, SeriesInstanceUID, ImageFile, SOPClassUID, TransferSyntaxUID,"
+                    " InstanceNumber)",
+                    uid(3, "i") + "," + uid(2, quotient(ImagesPerSeries)) + ", 'I'||(i%" +
+                        std::to_string(FilesPerSeries) +
+                        ")||'.dcm', '1.2.840.10008.5.1.4.1.1.2', '1.2.840.10008.1.2.1', i%" +
+                        std::to_string(ImagesPerSeries),
+                    images));
     sqlite3_close(handle);
 }
 
