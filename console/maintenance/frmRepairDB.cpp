@@ -19,7 +19,6 @@
 #include "console/maintenance/PassEvents.h"
 #include "console/session/Globals.h"
 #include "console/ui/ConsoleEnd.h"
-#include "console/ui/FileDialogs.h"
 #include "console/ui/Guard.h"
 #include "console/ui/Mnemonics.h"
 
@@ -144,7 +143,8 @@ void frmRepairDB::chooseAndCompact() {
 }
 
 QString frmRepairDB::chooseFile() {
-    cmnDlg_->setOptions(ui::fileDialogOptions());
+    // The desktop's own dialog would show nothing of what is put into the side bar below.
+    cmnDlg_->setOption(QFileDialog::DontUseNativeDialog);
     cmnDlg_->setAcceptMode(QFileDialog::AcceptOpen);
     cmnDlg_->setFileMode(QFileDialog::ExistingFile);
     cmnDlg_->setNameFilter(u"Database Access (*.mdb)"_s);
