@@ -80,7 +80,8 @@ std::string Source::connectString(const std::string& dsn) {
 Source::Source(const std::string& dsn) {
     connection_.setConnectString(connectString(dsn));
     connection_.establish();
-    walker_ = connection_.walker();
+    if (connection_.needsWalker())
+        walker_ = connection_.walker();
     const std::string engine = connection_.engineName();
     known_ = schema::isKnown(engine);
     if (!known_)

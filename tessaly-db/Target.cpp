@@ -33,7 +33,8 @@ Target::Target(const std::string& dsn) {
     } else {
         connect(connection_, dsn);
     }
-    walker_ = connection_.walker();
+    if (connection_.needsWalker())
+        walker_ = connection_.walker();
     const auto& engine = schema::engine(connection_.engineName());
     definitions_ = schema::definitions(engine);
     if (file_)

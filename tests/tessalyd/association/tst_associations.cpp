@@ -18,7 +18,7 @@ class AssociationsTest : public DaemonTest {
     void aWrongCalledTitleIsRejected();
     void anUnknownCallerIsRejected();
     void theLimitHoldsPerPort();
-    void onlyVerificationAndStorageAreAccepted();
+    void onlyWhatAServiceOffersIsAccepted();
     void everyStorageClassIsAccepted();
     void theFirstSyntaxThatIsTakenWins();
     void fiftyAssociationsAreOpenAtOnce();
@@ -97,14 +97,14 @@ void AssociationsTest::theLimitHoldsPerPort() {
     QCOMPARE(echo().exitCode, 0);
 }
 
-void AssociationsTest::onlyVerificationAndStorageAreAccepted() {
+void AssociationsTest::onlyWhatAServiceOffersIsAccepted() {
     launch();
     const std::vector<std::string> plain{UID_LittleEndianImplicitTransferSyntax};
     Association peer{daemon_->port(),
                      "TESTER",
                      "TESSALY",
                      {{UID_VerificationSOPClass, plain},
-                      {UID_FINDStudyRootQueryRetrieveInformationModel, plain},
+                      {UID_FINDModalityWorklistInformationModel, plain},
                       {UID_CTImageStorage, {UID_JPEG2000TransferSyntax}},
                       {UID_VerificationSOPClass, {UID_RLELosslessTransferSyntax}}}};
     QVERIFY(peer.isOpen());

@@ -41,7 +41,8 @@ class FindUnderWayTest : public DaemonTest {
 
     /// So many patients with a study each.
     void stock(int studies) const;
-    /// Reading one row of Study takes the engine some milliseconds from now on.
+    /// Reading one row of Study takes the engine some milliseconds from now on. For a server that runs already:
+    /// it starts with tables alone.
     void makeReadingSlow() const;
     [[nodiscard]] std::unique_ptr<Association> workstation() const {
         return std::make_unique<Association>(daemon_->port(), "WS1", "TESSALY", Finding::contexts());
@@ -160,8 +161,8 @@ void FindUnderWayTest::aToolCancels() {
 
 void FindUnderWayTest::aCancelEndsASearchWithoutAnswers() {
     stock(Many);
-    makeReadingSlow();
     daemon_->launch();
+    makeReadingSlow();
     const auto peer = workstation();
     Finding finding{*peer, nothing()};
     finding.cancel();
@@ -173,10 +174,10 @@ void FindUnderWayTest::aCancelEndsASearchWithoutAnswers() {
 
 void FindUnderWayTest::aQueryThatTakesTooLongIsRefused() {
     stock(Many);
-    makeReadingSlow();
     daemon_->database.run(u"UPDATE DicomServer SET QueryTimeout=1"_s);
     daemon_->database.release();
     daemon_->launch();
+    makeReadingSlow();
     const auto peer = workstation();
     const Finding::Rest rest = findAll(*peer, nothing());
     QCOMPARE(rest.pending, 0);
@@ -260,8 +261,8 @@ void FindUnderWayTest::queriesBeyondTheSessionsWaitTheirTurn() {
 
 void FindUnderWayTest::aRequesterThatVanishesFreesItsSession() {
     stock(Many);
-    makeReadingSlow();
     daemon_->launch();
+    makeReadingSlow();
     for (const bool abort : {true, false}) {
         for (std::size_t i = 0; i < 2 * tessaly::tessalyd::QuerySessions::Most; ++i) {
             const auto peer = workstation();
@@ -284,9 +285,9 @@ void FindUnderWayTest::aStopEndsAQuery_data() {
 void FindUnderWayTest::aStopEndsAQuery() {
     QFETCH(bool, answers);
     stock(Many);
+    daemon_->launch();
     if (!answers)
         makeReadingSlow();
-    daemon_->launch();
     const auto peer = workstation();
     Finding finding{*peer, answers ? allStudies() : nothing()};
     if (answers)
