@@ -41,8 +41,8 @@ class FindUnderWayTest : public DaemonTest {
 
     /// So many patients with a study each.
     void stock(int studies) const;
-    /// Reading one row of Study takes the engine some milliseconds from now on. For a server that runs already:
-    /// it starts with tables alone.
+    /// Reading one row of Study takes the engine some milliseconds from now on. For a server that runs
+    /// already: it starts with tables alone.
     void makeReadingSlow() const;
     [[nodiscard]] std::unique_ptr<Association> workstation() const {
         return std::make_unique<Association>(daemon_->port(), "WS1", "TESSALY", Finding::contexts());
