@@ -20,8 +20,8 @@ namespace tessaly::tessalyd {
 /// True when a value is longer than what is there of it. What is merely not ended, as some devices leave the
 /// last sequence, is whole.
 [[nodiscard]] bool isCutOff(std::span<const char> dataSet, E_TransferSyntax syntax);
-/// The same of a data set that is not in memory: `byteAt` is asked for hardly more than the elements' headers,
-/// and comes through with what it throws.
+/// The same of a data set that is not in memory: `byteAt` is asked for hardly more than the elements'
+/// headers, and comes through with what it throws.
 [[nodiscard]] bool isCutOff(const std::function<char(std::size_t)>& byteAt, std::size_t size,
                             E_TransferSyntax syntax);
 
