@@ -110,10 +110,7 @@ bool ArchiveSearch::nextRow() {
             ++pass_;
             pageEnd_.clear();
         }
-        if (pageTook_ < LongPage)
-            pageSize_ = std::min(pageSize_ * PageGrowth, LargestPage);
-        else
-            pageSize_ = std::max(pageSize_ / PageGrowth, std::size_t{1});
+        sizeNextPage();
         look();
     }
     return false;
@@ -137,6 +134,17 @@ void ArchiveSearch::openPage() {
     const auto start = Clock::now();
     rows_.emplace(statement_->open());
     pageTook_ = Clock::now() - start;
+}
+
+void ArchiveSearch::sizeNextPage() {
+    const auto each = pageTook_ / pageSize_;
+    const bool wasLong = pageTook_ >= LongPage;
+    // A page that costs much because its beginning has to be found costs that again in every smaller one.
+    if (wasLong && each / 2 > entityTook_)
+        smallerIsNoHelp_ = true;
+    pageSize_ = wasLong && !smallerIsNoHelp_ ? std::max(pageSize_ / PageGrowth, std::size_t{1})
+                                             : std::min(pageSize_ * PageGrowth, LargestPage);
+    entityTook_ = each;
 }
 
 void ArchiveSearch::closePage() {

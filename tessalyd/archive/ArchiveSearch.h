@@ -53,6 +53,7 @@ class ArchiveSearch {
     bool findNext();
     bool nextRow();
     void openPage();
+    void sizeNextPage();
     void closePage();
     void beginEntity();
     void gather(bool fits);
@@ -74,6 +75,9 @@ class ArchiveSearch {
     std::size_t pass_ = 0;
     std::size_t pageSize_;
     std::chrono::steady_clock::duration pageTook_{0};
+    std::chrono::steady_clock::duration entityTook_ =
+        std::chrono::steady_clock::duration::max();  // in the page before
+    bool smallerIsNoHelp_ = false;
     std::size_t entitiesOfPage_ = 0;
     std::vector<db::Param> pageEnd_;  // the keys of the last entity of the page, once it is known to be full
     std::optional<db::Query> statement_;
