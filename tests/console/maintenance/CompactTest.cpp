@@ -84,6 +84,13 @@ QString CompactTest::compact(const QString& path, const std::function<void()>& b
     }
 }
 
+std::function<void()> CompactTest::opening(QFile& newcomer) {
+    return [&newcomer] {
+        if (!newcomer.isOpen())
+            (void)newcomer.open(QIODevice::ReadOnly);
+    };
+}
+
 QString CompactTest::compactInChild(const QStringList& arguments) {
     QProcess child;
     child.start(QStringLiteral(COMPACT_CHILD), arguments);

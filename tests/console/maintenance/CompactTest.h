@@ -7,6 +7,7 @@
 
 #include "tests/support/ScratchDatabase.h"
 
+class QFile;
 struct sqlite3;
 struct stat;
 
@@ -39,6 +40,8 @@ class CompactTest : public QObject {
     /// The failure of a compaction in this process, empty when it succeeded.
     static QString compact(
         const QString& path, const std::function<void()>& breathe = [] {}, const QString& dataSource = {});
+    /// Opens a file, like a newcomer, while the engine works: for compact().
+    static std::function<void()> opening(QFile& newcomer);
     /// The failure of a compaction in a process of its own (compact_child.cpp says what it takes).
     static QString compactInChild(const QStringList& arguments);
 

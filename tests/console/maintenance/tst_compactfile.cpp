@@ -17,18 +17,6 @@ using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
 
-namespace {
-
-/// Opens a file, like a newcomer, while the engine works.
-std::function<void()> opening(QFile& newcomer) {
-    return [&newcomer] {
-        if (!newcomer.isOpen())
-            (void)newcomer.open(QIODevice::ReadOnly);
-    };
-}
-
-}  // namespace
-
 /// What the compaction of a file makes, and what is left when it is killed.
 class CompactFileTest : public CompactTest {
     Q_OBJECT

@@ -12,18 +12,6 @@ using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
 
-namespace {
-
-/// Opens a file, like a newcomer, while the engine works.
-std::function<void()> opening(QFile& newcomer) {
-    return [&newcomer] {
-        if (!newcomer.isOpen())
-            (void)newcomer.open(QIODevice::ReadOnly);
-    };
-}
-
-}  // namespace
-
 /// What the compaction of a file refuses, and that it then has changed nothing.
 class CompactRefusalsTest : public CompactTest {
     Q_OBJECT
