@@ -13,6 +13,7 @@ constexpr const char* TextRead = "TextRead";
 
 void showText(QLineEdit* box, const QString& text) {
     box->setText(text);
+    box->setProperty(TextRead, {});  // an empty text would not give way to a null one, being equal
     box->setProperty(TextRead, text);
     QObject::connect(
         box, &QLineEdit::textChanged, box, [box] { box->setProperty(TextRead, {}); },

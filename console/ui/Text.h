@@ -13,9 +13,14 @@ namespace tessaly::ui {
     return db::varchar(text.toStdString());
 }
 
-/// A column as the forms show it; NULL is empty.
+/// What showText() was given and nobody touched, as it was read: NULL again for NULL.
+[[nodiscard]] inline db::Param varcharAsRead(const QString& text) {
+    return text.isNull() ? db::null(db::Type::Varchar) : varchar(text);
+}
+
+/// A column as the forms show it; NULL is a null text, which is empty.
 [[nodiscard]] inline QString text(db::ResultSet& rows, std::string_view column) {
-    return QString::fromStdString(rows.text(column));
+    return rows.isNull(column) ? QString{} : QString::fromStdString(rows.text(column));
 }
 
 /// Without the blanks at both ends, and blanks alone: other white space, of other scripts too, is part of a

@@ -8,7 +8,7 @@ namespace tessaly::users {
 struct UserRecord {
     QString name;      ///< key
     QString password;  ///< as the password boxes hold it: the stored form until the user types another
-    QString signature;
+    QString signature = QStringLiteral("");  ///< a null text is NULL
     bool update = true;
     bool remove = true;
     bool move = true;

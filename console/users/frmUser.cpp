@@ -166,11 +166,11 @@ bool frmUser::save() {
                               "DcmAdmin=?, Signature=?, Send=?, Backup=?, Import=?, ROI=?, WLogin=?, "
                               "ModTags=? "
                               "WHERE UserName=?"};
-    query.bindAll({ui::varchar(user.name), db::varchar(password),
-                   db::undeclared(static_cast<long long>(user.update)), db::bit(user.remove),
-                   db::bit(user.move), db::bit(user.refert), db::bit(user.admin), ui::varchar(user.signature),
-                   db::bit(user.send), db::bit(user.backup), db::bit(user.import), db::bit(user.roi),
-                   db::bit(user.windowsLogin), db::bit(user.modTags)});
+    query.bindAll(
+        {ui::varchar(user.name), db::varchar(password), db::undeclared(static_cast<long long>(user.update)),
+         db::bit(user.remove), db::bit(user.move), db::bit(user.refert), db::bit(user.admin),
+         ui::varcharAsRead(user.signature), db::bit(user.send), db::bit(user.backup), db::bit(user.import),
+         db::bit(user.roi), db::bit(user.windowsLogin), db::bit(user.modTags)});
     if (!newUser) {
         constexpr int KeyPosition = 15;
         query.bind(KeyPosition, ui::varchar(loadedName_));

@@ -37,6 +37,7 @@ class UntouchedTest : public WindowTest {
     void thePasswordIsKeptByteForByte();
     void theDefaultPrinterIsFoundByItsWholeName();
     void aNumberKeepsItsPrecision();
+    void aTextThatIsNullStaysNull();
 
   private:
     static void addEditors();
@@ -194,6 +195,29 @@ void UntouchedTest::aNumberKeepsItsPrecision() {
     window().click(u"cmdModifyPrinter"_s);
     QVERIFY(script.isDone());
     QCOMPARE(database().value(u"SELECT Illumination=0.1+0.2 FROM Printers"_s), u"1"_s);
+}
+
+void UntouchedTest::aTextThatIsNullStaysNull() {
+    database().run(u"UPDATE Users SET Signature=NULL"_s);
+    window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(4);
+    const auto confirmUser = [this](const std::function<void(Form)>& body) {
+        BoxScript script;
+        script.drive(u"frmUser"_s, [&body](Form form) {
+            QCOMPARE(form.text(u"txtSignature"_s), QString{});
+            body(form);
+            form.click(u"cmdOk"_s);
+        });
+        window().click(u"cmdModifyUser"_s);
+        QVERIFY(script.isDone());
+    };
+    const QString isNull = u"SELECT Signature IS NULL, ROI FROM Users"_s;
+    confirmUser([](Form form) { form.check(u"chkROI"_s, false); });
+    QCOMPARE(database().rows(isNull), (QList<QStringList>{{u"1"_s, u"0"_s}}));
+    confirmUser([](Form form) {
+        form.type(u"txtSignature"_s, u"x"_s);
+        form.type(u"txtSignature"_s, {});
+    });
+    QCOMPARE(database().rows(isNull), (QList<QStringList>{{u"0"_s, u"0"_s}}));
 }
 
 QTEST_MAIN(UntouchedTest)
