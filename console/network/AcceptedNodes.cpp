@@ -19,11 +19,18 @@ void AcceptedNodes::acceptOnEveryPort(const QString& node) {
         accept(ui::text(rows, "Port"), node);
 }
 
-void AcceptedNodes::dropLeftOver(const QString& port) {
+void AcceptedNodes::dropOfVanishedPort(const QString& port) {
     db::execute(Globals::DbConnection(),
                 "DELETE FROM PortRemoteNodes WHERE Port=? AND NOT EXISTS "
                 "(SELECT * FROM Port WHERE Port.Port=PortRemoteNodes.Port)",
                 {ui::varchar(port)});
+}
+
+void AcceptedNodes::dropOfVanishedNode(const QString& node) {
+    db::execute(Globals::DbConnection(),
+                "DELETE FROM PortRemoteNodes WHERE Name=? AND NOT EXISTS "
+                "(SELECT * FROM DicomNodes WHERE DicomNodes.Name=PortRemoteNodes.Name)",
+                {ui::varchar(node)});
 }
 
 void AcceptedNodes::acceptEveryNode(const QString& port) {

@@ -17,9 +17,10 @@ class AcceptedNodes {
     void acceptOnEveryPort(const QString& node);
     void acceptEveryNode(const QString& port);
 
-    /// Removes the rows under a number that no port has. They are nobody's, no list shows them, and a port
-    /// that is to have the number could not write its own.
-    static void dropLeftOver(const QString& port);
+    /// Remove the rows under a number that no port has, and those under a name that no node has. They are
+    /// nobody's, no list shows them, and a port or a node that is to be called so could not write its own.
+    static void dropOfVanishedPort(const QString& port);
+    static void dropOfVanishedNode(const QString& node);
 
   private:
     db::Query insert_;

@@ -24,6 +24,7 @@ class DicomNode : public ui::EditorDialog {
     void reload() override;
 
   private:
+    void writeRow(const NodeRecord& node) const;
     void fillLocalTitles();
     void fill();
     void cmdTest_Click();

@@ -127,7 +127,7 @@ void DicomPort::dropLeftOvers(const PortRecord& port) const {
     if (OldAETitle_.isEmpty())
         numbers << ui::trimmed(OldPort_);  // of the port that vanished, whose nodes would be renumbered
     for (const QString& number : numbers)
-        AcceptedNodes::dropLeftOver(number);
+        AcceptedNodes::dropOfVanishedPort(number);
 }
 
 void DicomPort::writeRow(const PortRecord& port) const {

@@ -23,6 +23,8 @@ class NodesTest : public NodeEditorTest {
     void listShowsTheTableInOrder();
     void loadKeepsWhatItReadBeforeAFailure();
     void aNewNodeIsAcceptedOnEveryPort();
+    void aNodeIsAddedOverLeftOverPlaces();
+    void leftOverPlacesStayWhenTheSaveFails();
     void withoutPortsANodeIsAcceptedNowhere();
     void aPortThatFailsKeepsWhatWasWritten();
     void aDuplicateShowsTheEnginesDescription();
@@ -85,6 +87,30 @@ void NodesTest::aNewNodeIsAcceptedOnEveryPort() {
     QCOMPARE(listed().size(), 3);
     QCOMPARE(window().rows(u"lstPortNodes"_s).size(), 2);  // of the selected port, CT and the new one
     QVERIFY(Globals::ConfigChanged());
+}
+
+void NodesTest::aNodeIsAddedOverLeftOverPlaces() {
+    database().run(u"INSERT INTO PortRemoteNodes VALUES ('104', 'new'), ('gone', 'new')"_s);
+    edit({}, [](Form form) {
+        fill(form, node(u"New"_s));
+        form.click(u"cmdOk"_s);
+    });
+    QCOMPARE(stored(u"new"_s, u"Host"_s), u"host"_s);
+    QCOMPARE(database().rows(u"SELECT Port, Name FROM PortRemoteNodes WHERE Name='New' ORDER BY Port"_s),
+             (QList<QStringList>{{u"104"_s, u"New"_s}, {u"11112"_s, u"New"_s}}));
+    QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Name='CT'"_s), u"2"_s);
+    QVERIFY(Globals::ConfigChanged());
+}
+
+void NodesTest::leftOverPlacesStayWhenTheSaveFails() {
+    database().run(u"INSERT INTO PortRemoteNodes VALUES ('104', 'new')"_s);
+    database().failOn(u"DicomNodes"_s, u"INSERT"_s);
+    edit({}, {critical(containing(ScratchDatabase::Failure))}, [](Form form) {
+        fill(form, node(u"new"_s));
+        form.click(u"cmdOk"_s);
+        form.click(u"cmdCancel"_s);
+    });
+    QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Name='new'"_s), u"1"_s);
 }
 
 void NodesTest::withoutPortsANodeIsAcceptedNowhere() {
