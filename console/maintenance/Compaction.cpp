@@ -134,11 +134,15 @@ void checkCompacted(const fs::path& temporary, bool writeAhead, const std::funct
 /// when it was not renamed.
 class Staged {
   public:
-    Staged(const fs::path& temporary, const fs::path& target)
+    /// Removes what a killed run left under its name.
+    Staged(const fs::path& temporary, const fs::path& target, const fs::path& dataSource)
         : temporary_(temporary),
           path_(fs::equivalent(temporary.parent_path(), target.parent_path())
                     ? temporary
-                    : fs::path{target.string() + ".compacted"}) {}
+                    : fs::path{target.string() + ".compacted"}) {
+        if (path_ != temporary_)
+            removeStale(path_, target, dataSource);
+    }
     ~Staged() {
         std::error_code ignored;
         if (path_ != temporary_)
@@ -148,10 +152,8 @@ class Staged {
     Staged& operator=(const Staged&) = delete;
 
     void make() const {
-        if (path_ == temporary_)
-            return;
-        fs::remove(path_);  // a killed run left it
-        fs::copy_file(temporary_, path_);
+        if (path_ != temporary_)
+            fs::copy_file(temporary_, path_);
     }
     [[nodiscard]] const fs::path& path() const noexcept { return path_; }
 
@@ -209,6 +211,7 @@ void compactDatabase(const fs::path& database, const std::function<void()>& brea
     requireWritable(target);
     requireOneName(target);
     removeStale(temporary, target, dataSource);
+    const Staged staged{temporary, target, dataSource};
 
     const bool leases = isAlone(FileLease{target});
     EarlyFlush earlyFlush{temporary};
@@ -221,7 +224,6 @@ void compactDatabase(const fs::path& database, const std::function<void()>& brea
     writeCompacted(*source, temporary);
     earlyFlush.finish();
     checkCompacted(temporary, writeAhead, breathe);
-    const Staged staged{temporary, target};
     staged.make();
     const bool replaces = copyAttributes(target, staged.path());
     if (replaces)

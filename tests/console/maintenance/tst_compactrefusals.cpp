@@ -32,6 +32,7 @@ class CompactRefusalsTest : public CompactTest {
     void aFolderThatCannotBeWrittenIsRefused();
     void aDatabaseInUseAtTheTemporaryPathStays_data() { anybodyElseIsARefusal_data(); }
     void aDatabaseInUseAtTheTemporaryPathStays();
+    void aDatabaseInUseInPlaceOfALinksCopyStays();
     void theDataSourcesDatabaseAtTheTemporaryPathStays();
     void aFileThatMayNotBeWrittenStaysAsItIs();
 };
@@ -219,6 +220,30 @@ void CompactRefusalsTest::aDatabaseInUseAtTheTemporaryPathStays() {
     const Other again{temporary()};
     QVERIFY(
         again.run("SELECT CASE Signature WHEN 'saved' THEN 1 ELSE abs(-9223372036854775808) END FROM Users"));
+}
+
+/// Where the database is chosen by a link in another folder, a copy is made beside it under one more name.
+void CompactRefusalsTest::aDatabaseInUseInPlaceOfALinksCopyStays() {
+    const QTemporaryDir elsewhere;
+    const QString link = elsewhere.filePath(u"Link.mdb"_s);
+    QVERIFY(QFile::link(path(), link));
+    const QString copy = path() + u".compacted"_s;
+    QVERIFY(QFile::copy(path(), copy));
+    const QByteArray before = contentOf(path());
+    {
+        const Other other{copy};
+        QVERIFY(other.run("BEGIN IMMEDIATE"));
+        QVERIFY(other.run("UPDATE Users SET Signature='saved'"));
+        QCOMPARE(compactInChild({link}), copy + u" is in use"_s);
+        QCOMPARE(contentOf(path()), before);
+        QVERIFY(other.run("COMMIT"));
+    }
+    const Other again{copy};
+    QVERIFY(
+        again.run("SELECT CASE Signature WHEN 'saved' THEN 1 ELSE abs(-9223372036854775808) END FROM Users"));
+    QVERIFY(QFile::remove(copy));
+    QCOMPARE(compact(link), QString{});
+    checkContent(1000);
 }
 
 void CompactRefusalsTest::theDataSourcesDatabaseAtTheTemporaryPathStays() {
