@@ -1,7 +1,8 @@
 // How long the console takes to come up: from the start of its process to the login shown, and from the
 // accepted login to the main window shown with 10,000 nodes, 1,000 ports and 1,000 users in the tables;
 // beside it, in the same run, a process that shows one empty dialog (the toolkit's own share) and plain C on
-// SQLite that reads the same rows. Prints a table; judges nothing.
+// SQLite that reads the same rows, and the console with the same rows on PostgreSQL. Prints a table; judges
+// nothing.
 
 #include <sqlite3.h>
 #include <sys/resource.h>
@@ -196,6 +197,10 @@ int main(int argc, char* argv[]) {
     const Times console = measure({u"console"_s});
     const Times dialog = measure({u"dialog"_s});
     const Times plain = measure({u"plain"_s, large.path()});
+    qputenv("TESSALY_TEST_ENGINE", "postgresql");
+    const ScratchDatabase server;
+    fill(server);
+    const Times onServer = measure({u"console"_s});
     QTextStream out{stdout};
     out << u"start to login shown        %1 ms, an empty dialog %2 ms, ratio %3\n"_s
                .arg(console.toLogin, 0, 'f', 1)
@@ -207,6 +212,10 @@ int main(int argc, char* argv[]) {
                .arg(smallConsole.toMain, 0, 'f', 1);
     out << u"  the same rows in plain C  %1 ms, ratio of the difference %2\n"_s.arg(plain.toMain, 0, 'f', 1)
                .arg((console.toMain - smallConsole.toMain) / plain.toMain, 0, 'f', 1);
+    out << u"  the same rows from PostgreSQL  %1 ms, ratio %2, peak memory %3 MB\n"_s
+               .arg(onServer.toMain, 0, 'f', 1)
+               .arg(onServer.toMain / console.toMain, 0, 'f', 2)
+               .arg(onServer.peak, 0, 'f', 1);
     out << u"peak memory  %1 MB, with almost empty tables %2 MB, an empty dialog %3 MB\n"_s
                .arg(console.peak, 0, 'f', 1)
                .arg(smallConsole.peak, 0, 'f', 1)
