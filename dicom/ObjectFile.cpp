@@ -64,7 +64,7 @@ void ObjectFile::readHead() {
         fail(std::generic_category().message(errno));
     fileSize_ = static_cast<std::size_t>(found.st_size);
     const std::size_t size = std::min(fileSize_, LongestHead);
-    head_ = std::make_unique_for_overwrite<char[]>(size);
+    head_ = std::make_unique_for_overwrite<char[]>(size);  // NOLINT(modernize-avoid-c-arrays)
     readFile(0, {head_.get(), size});
     headSize_ = size;
 }

@@ -37,7 +37,8 @@ class ObjectFile : public OutgoingObject {
 
     std::filesystem::path path_;
     int file_ = -1;
-    std::unique_ptr<char[]> head_;  // the file's beginning: of most files all there is
+    // The file's beginning: of most files all there is. Nothing is written there before what is read.
+    std::unique_ptr<char[]> head_;  // NOLINT(modernize-avoid-c-arrays)
     std::size_t headSize_ = 0;
     ObjectKind kind_;
     std::string sopInstanceUid_;

@@ -95,7 +95,7 @@ using ExtendedItem = SOPClassExtendedNegotiationSubItem;
 using ExtendedItems = SOPClassExtendedNegotiationSubItemList;
 
 std::vector<std::uint8_t> extendedAnswer(const ExtendedItem& item, const Services& services) {
-    const std::string sopClass = item.sopClassUID.c_str();
+    const std::string& sopClass = item.sopClassUID;
     for (const auto& service : services) {
         const auto offers = service->offers();
         if (std::any_of(offers.begin(), offers.end(),

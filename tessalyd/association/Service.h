@@ -12,6 +12,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tessaly::tessalyd {
@@ -49,7 +50,7 @@ class RequestFailure : public std::runtime_error {
   public:
     /// The comment goes to the requester: 64 characters of ASCII at most, nothing of a patient.
     RequestFailure(DIC_US status, const std::string& comment, std::optional<DcmTagKey> offending = {})
-        : std::runtime_error(comment), status_(status), offending_(offending) {}
+        : std::runtime_error(comment), status_(status), offending_(std::move(offending)) {}
 
     [[nodiscard]] DIC_US status() const noexcept { return status_; }
     [[nodiscard]] const std::optional<DcmTagKey>& offendingElement() const noexcept { return offending_; }

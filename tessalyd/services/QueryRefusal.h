@@ -6,6 +6,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace tessaly::tessalyd {
 
@@ -13,7 +14,7 @@ namespace tessaly::tessalyd {
 class QueryRefusal : public std::runtime_error {
   public:
     QueryRefusal(Uint16 status, const std::string& comment, std::optional<DcmTagKey> offending = {})
-        : std::runtime_error(comment), status_(status), offending_(offending) {}
+        : std::runtime_error(comment), status_(status), offending_(std::move(offending)) {}
 
     /// The DIMSE status.
     [[nodiscard]] Uint16 status() const noexcept { return status_; }

@@ -196,7 +196,7 @@ void TestCheck::countsWhoCanLogIn() {
     QFETCH(QString, change);
     QFETCH(bool, canLogIn);
     create();
-    this->change(change);
+    TestCheck::change(change);
     QCOMPARE(run({u"check"_s}).out,
              canLogIn ? u"DicomFDB: ok\n"_s : u"Users has no administrator that can log in\n"_s);
 }

@@ -52,7 +52,7 @@ SOPClassExtendedNegotiationSubItemList* listOf(const std::vector<Association::Ex
     for (const auto& [sopClass, information] : extensions) {
         auto* item = new SOPClassExtendedNegotiationSubItem;
         list->push_back(item);
-        item->sopClassUID = sopClass.c_str();
+        item->sopClassUID = sopClass;
         item->sopClassUIDLength = static_cast<unsigned short>(sopClass.size());
         item->serviceClassAppInfo = new unsigned char[information.size()];
         std::copy(information.begin(), information.end(), item->serviceClassAppInfo);
@@ -158,7 +158,7 @@ std::vector<Association::Extension> Association::acceptedExtensions() const {
         return found;
     for (const SOPClassExtendedNegotiationSubItem* item : *list) {
         const std::span information{item->serviceClassAppInfo, item->serviceClassAppInfoLength};
-        found.push_back({item->sopClassUID.c_str(), {information.begin(), information.end()}});
+        found.push_back({item->sopClassUID, {information.begin(), information.end()}});
     }
     return found;
 }

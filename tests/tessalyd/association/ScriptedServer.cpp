@@ -2,6 +2,7 @@
 
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/ofstd/ofstd.h>
 
 #include <QTest>
 #include <array>
@@ -156,7 +157,7 @@ DIC_US ask(Association& peer, ScriptedServer::ContextId context, T_DIMSE_Command
     else
         fill(message.msg.CStoreRQ, CtClass);
     if (command == DIMSE_C_STORE_RQ)
-        std::strcpy(message.msg.CStoreRQ.AffectedSOPInstanceUID, "1.2.3");
+        OFStandard::strlcpy(message.msg.CStoreRQ.AffectedSOPInstanceUID, "1.2.3", sizeof(DIC_UI));
     DcmDataset identifier;
     identifier.putAndInsertString(DCM_QueryRetrieveLevel, "STUDY");
     DIMSE_sendMessageUsingMemoryData(peer.raw(), context, &message, nullptr, &identifier, nullptr, nullptr);

@@ -1,6 +1,7 @@
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcuid.h>
+#include <dcmtk/ofstd/ofstd.h>
 
 #include <QTest>
 #include <cstring>
@@ -262,8 +263,8 @@ void ServicesTest::aServiceCanAskTheRequester() {
         store.CommandField = DIMSE_C_STORE_RQ;
         store.msg.CStoreRQ.MessageID = 77;
         store.msg.CStoreRQ.DataSetType = DIMSE_DATASET_PRESENT;
-        std::strcpy(store.msg.CStoreRQ.AffectedSOPClassUID, CtClass);
-        std::strcpy(store.msg.CStoreRQ.AffectedSOPInstanceUID, "1.2.3");
+        OFStandard::strlcpy(store.msg.CStoreRQ.AffectedSOPClassUID, CtClass, sizeof(DIC_UI));
+        OFStandard::strlcpy(store.msg.CStoreRQ.AffectedSOPInstanceUID, "1.2.3", sizeof(DIC_UI));
         DcmDataset object;
         object.putAndInsertString(DCM_SOPInstanceUID, "1.2.3");
         Requester::require(DIMSE_sendMessageUsingMemoryData(requester.association(), target->id, &store,

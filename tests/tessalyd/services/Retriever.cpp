@@ -3,6 +3,7 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcelem.h>
 #include <dcmtk/dcmdata/dcuid.h>
+#include <dcmtk/ofstd/ofstd.h>
 
 #include <cstring>
 #include <stdexcept>
@@ -85,7 +86,7 @@ DIC_US Retriever::ask(ContextId context, const char* level, const std::vector<As
     const DIC_US id = raw()->nextMsgID++;
     const auto fill = [&](auto& request) {
         request.MessageID = id;
-        std::strcpy(request.AffectedSOPClassUID, sopClassOf(context));
+        OFStandard::strlcpy(request.AffectedSOPClassUID, sopClassOf(context), sizeof(DIC_UI));
         request.Priority = DIMSE_PRIORITY_MEDIUM;
         request.DataSetType = DIMSE_DATASET_PRESENT;
     };
@@ -95,7 +96,7 @@ DIC_US Retriever::ask(ContextId context, const char* level, const std::vector<As
     } else {
         message.CommandField = DIMSE_C_MOVE_RQ;
         fill(message.msg.CMoveRQ);
-        std::strcpy(message.msg.CMoveRQ.MoveDestination, destination.c_str());
+        OFStandard::strlcpy(message.msg.CMoveRQ.MoveDestination, destination.c_str(), sizeof(DIC_AE));
     }
     check(DIMSE_sendMessageUsingMemoryData(raw(), context, &message, nullptr, &sent, nullptr, nullptr));
     return id;
