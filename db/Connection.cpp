@@ -14,7 +14,7 @@ Connection::~Connection() = default;
 void Connection::establish() {
     if (line_)
         throw Error("The connection is already open");
-    line_ = std::make_shared<detail::Line>(connectString_, cursorDriver_, false);
+    line_ = std::make_shared<detail::Line>(connectString_, cursorDriver_, lockWait_, false);
 }
 
 void Connection::close() {
@@ -27,11 +27,16 @@ bool Connection::needsWalker() const {
     return line()->current()->engine().keepsSetsInMemory();
 }
 
+bool Connection::writesSideBySide() const {
+    return line()->current()->engine().writesSideBySide();
+}
+
 std::unique_ptr<Connection> Connection::walker() const {
     auto own = std::make_unique<Connection>();
     own->connectString_ = connectString_;
     own->cursorDriver_ = cursorDriver_;
-    own->line_ = std::make_shared<detail::Line>(connectString_, cursorDriver_, true);
+    own->lockWait_ = lockWait_;
+    own->line_ = std::make_shared<detail::Line>(connectString_, cursorDriver_, lockWait_, true);
     return own;
 }
 

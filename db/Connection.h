@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -25,9 +26,13 @@ class Connection {
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    /// Takes effect with the next establish().
+    // What is set takes effect with the next establish().
     void setConnectString(std::string text) { connectString_ = std::move(text); }
     void setCursorDriver(CursorDriver driver) { cursorDriver_ = driver; }
+
+    /// How long a statement waits for what others have locked, before it fails; zero leaves that to the data
+    /// source.
+    void setLockWait(std::chrono::milliseconds wait) { lockWait_ = wait; }
 
     /// Connects without ever prompting, and reads from the database once, so that a file that is missing,
     /// locked, unreadable or no database fails here and not at the first statement. Throws when already open.
@@ -52,12 +57,17 @@ class Connection {
     /// The driver does not walk a set on this one without keeping its rows in memory.
     [[nodiscard]] bool needsWalker() const;
 
+    /// The engine lets several connections write at the same time, and so wants several: elsewhere one writes
+    /// at a time, and those that must wait are better woken in turn by the program itself.
+    [[nodiscard]] bool writesSideBySide() const;
+
     /// For Query and Transaction. Throws when the connection is closed.
     [[nodiscard]] const std::shared_ptr<detail::Line>& line() const;
 
   private:
     std::string connectString_;
     CursorDriver cursorDriver_ = CursorDriver::Driver;
+    std::chrono::milliseconds lockWait_{0};
     std::shared_ptr<detail::Line> line_;
 };
 

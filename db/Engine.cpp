@@ -49,6 +49,14 @@ std::string_view bracketed(std::string_view text, std::size_t start) {
     return isName ? inside : std::string_view{};
 }
 
+/// The statement without the words that lock what it reads.
+std::string_view withoutRowLock(std::string_view text) {
+    for (const std::string_view lock : {" FOR UPDATE", " FOR KEY SHARE"})
+        if (text.ends_with(lock))
+            return text.substr(0, text.size() - lock.size());
+    return text;
+}
+
 }  // namespace
 
 bool Engine::isPostgres() const {
@@ -81,7 +89,7 @@ std::string Engine::quoted(std::string_view exactName) const {
 }
 
 std::string Engine::rewritten(const std::string& statement) const {
-    const std::string_view text = statement;
+    const std::string_view text = writesSideBySide() ? statement : withoutRowLock(statement);
     std::string result;
     result.reserve(text.size() + 8);
     for (std::size_t at = 0; at < text.size();) {
@@ -105,18 +113,20 @@ std::string Engine::rewritten(const std::string& statement) const {
     return result;
 }
 
-std::string Engine::opening() const {
+std::string Engine::opening(std::chrono::milliseconds lockWait) const {
     // The SQLite driver connects to anything and looks at the file with the first statement; a file that is
     // no database, or locked, or unreadable is to fail the connecting already.
     if (isSqlite())
         return "SELECT COUNT(*) FROM sqlite_master";
-    // Waits for a lock as long as the embedded data source does, unless the data source says how long.
-    if (isPostgres())
-        return "SELECT current_setting('server_version_num') AS Version, "
-               "current_setting('server_encoding') AS Encoding, "
-               "CASE current_setting('lock_timeout') WHEN '0' THEN set_config('lock_timeout', '5000', false) "
-               "END";
-    return {};
+    if (!isPostgres())
+        return {};
+    // Waits for a lock as long as the embedded data source does, unless somebody says how long.
+    const bool said = lockWait > std::chrono::milliseconds::zero();
+    const std::string wait =
+        "set_config('lock_timeout', '" + (said ? std::to_string(lockWait.count()) : "5000") + "', false)";
+    return "SELECT current_setting('server_version_num') AS Version, "
+           "current_setting('server_encoding') AS Encoding, " +
+           (said ? wait : "CASE current_setting('lock_timeout') WHEN '0' THEN " + wait + " END");
 }
 
 std::string Engine::listOfFiles() const {
@@ -144,6 +154,10 @@ std::string connectWords(bool walks) {
     return words += walks ? "1;Fetch=1000" : "0";
 }
 
+std::string waitWords(std::chrono::milliseconds lockWait) {
+    return lockWait > std::chrono::milliseconds::zero() ? ";Timeout=" + std::to_string(lockWait.count()) : "";
+}
+
 // Most drivers say "integrity constraint" (class 23) of a duplicate key and of little else that can happen
 // here; PostgreSQL's says 23505 of nothing else. The SQLite driver answers every constraint, and a trigger's
 // RAISE too, with HY000 and native code 19: there only the text tells a duplicate key from the others.
@@ -153,6 +167,10 @@ bool isDuplicateKey(const Diagnostic& record) {
         return record.sqlState == "23505" || record.sqlState == "23000";
     return record.nativeCode == SqliteConstraint &&
            record.message.find("UNIQUE constraint failed") != std::string::npos;
+}
+
+bool isConflict(const Diagnostic& record) {
+    return record.sqlState.starts_with("40");
 }
 
 bool isLostSession(const Diagnostic& record) {

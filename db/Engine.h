@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,13 +27,19 @@ struct Engine {
     [[nodiscard]] std::string quoted(std::string_view exactName) const;
 
     /// The statement in words that the engine reads, the same text where it reads them as they are. Rewritten
-    /// are a name in brackets, and the bare word User where it would be the session's own user. Texts in
-    /// quotes and comments stay as they are.
+    /// are a name in brackets, the bare word User where it would be the session's own user, and a lock on the
+    /// rows read (FOR UPDATE, FOR KEY SHARE, at the end), which goes where no other transaction could write
+    /// them. Texts in quotes and comments stay as they are.
     [[nodiscard]] std::string rewritten(const std::string& statement) const;
 
+    /// True where several transactions may write at the same time. Elsewhere one that writes is alone, and a
+    /// row that it has read stays as it is.
+    [[nodiscard]] bool writesSideBySide() const { return isPostgres(); }
+
     /// The statement that opens a session: one row, or a fault that keeps the session from being used. Its
-    /// columns Version and Encoding, where it has them, are for refusal().
-    [[nodiscard]] std::string opening() const;
+    /// columns Version and Encoding, where it has them, are for refusal(). `lockWait` as
+    /// Connection::setLockWait().
+    [[nodiscard]] std::string opening(std::chrono::milliseconds lockWait) const;
 
     /// The statement that lists the engine's files, by columns name ("main" is the database's own) and file;
     /// empty for an engine whose databases are not files of this machine.
@@ -56,8 +63,13 @@ struct Engine {
 /// long walks alone, their rows are fetched as they are walked.
 [[nodiscard]] std::string connectWords(bool walks);
 
+/// What is added for Connection::setLockWait(), where the driver waits and not the engine.
+[[nodiscard]] std::string waitWords(std::chrono::milliseconds lockWait);
+
 /// The engine refused a row because a key would stand twice.
 [[nodiscard]] bool isDuplicateKey(const Diagnostic& record);
+/// The transaction was ended for what others did meanwhile; the same statements may well succeed anew.
+[[nodiscard]] bool isConflict(const Diagnostic& record);
 /// The session is gone and its connection good for nothing more.
 [[nodiscard]] bool isLostSession(const Diagnostic& record);
 /// The tables have changed since the statement was prepared.

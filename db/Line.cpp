@@ -6,8 +6,8 @@ namespace tessaly::db::detail {
 namespace {
 
 /// The engine's first statement on a session; throws where it tells that the session is not to be used.
-void openSession(const std::shared_ptr<Session>& session) {
-    const std::string opening = session->engine().opening();
+void openSession(const std::shared_ptr<Session>& session, std::chrono::milliseconds lockWait) {
+    const std::string opening = session->engine().opening(lockWait);
     if (opening.empty())
         return;
     const auto statement = std::make_shared<Statement>(session, opening);
@@ -21,8 +21,13 @@ void openSession(const std::shared_ptr<Session>& session) {
 
 }  // namespace
 
-Line::Line(std::string connectString, Connection::CursorDriver cursors, bool walks)
-    : connectString_(std::move(connectString)), cursors_(cursors), walks_(walks), session_(connect()) {}
+Line::Line(std::string connectString, Connection::CursorDriver cursors, std::chrono::milliseconds lockWait,
+           bool walks)
+    : connectString_(std::move(connectString) + waitWords(lockWait)),
+      cursors_(cursors),
+      lockWait_(lockWait),
+      walks_(walks),
+      session_(connect()) {}
 
 const std::shared_ptr<Session>& Line::current() {
     if (session_->lost && !session_->inTransaction)
@@ -41,7 +46,7 @@ std::shared_ptr<Session> Line::connect() const {
     } else {
         session = std::make_shared<Session>(connectString_, static_cast<SQLULEN>(cursors_), walks_);
     }
-    openSession(session);
+    openSession(session, lockWait_);
     return session;
 }
 

@@ -55,7 +55,7 @@ SQLRETURN Session::check(SQLRETURN result, SQLSMALLINT kind, SQLHANDLE handle, c
     failed = true;
     // The PostgreSQL driver reports a loss in the midst of its preparations as any other failure, but knows.
     lost = lost || isDead() || std::any_of(records.begin(), records.end(), isLostSession);
-    throw Error(std::move(records), statement);
+    throw Error(std::move(records), statement, lost);
 }
 
 bool Session::isDead() const {

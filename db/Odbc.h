@@ -83,7 +83,8 @@ class Session {
 class Line {
   public:
     /// Connects; `cursors` is one of Connection::CursorDriver.
-    Line(std::string connectString, Connection::CursorDriver cursors, bool walks);
+    Line(std::string connectString, Connection::CursorDriver cursors, std::chrono::milliseconds lockWait,
+         bool walks);
 
     /// The session to run the next statement on. One that was lost is replaced first, but not inside a
     /// transaction: that one has failed, and its statements with it.
@@ -96,6 +97,7 @@ class Line {
 
     std::string connectString_;
     Connection::CursorDriver cursors_;
+    std::chrono::milliseconds lockWait_;
     bool walks_;
     std::shared_ptr<Session> session_;
 };

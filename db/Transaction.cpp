@@ -29,7 +29,13 @@ void Transaction::commit() {
         throw Error("The transaction has ended");
     if (session_->failed)
         throw Error("The transaction cannot be committed: one of its statements failed");
-    session_->check(SQLEndTran(SQL_HANDLE_DBC, session_->get(), SQL_COMMIT));
+    try {
+        session_->check(SQLEndTran(SQL_HANDLE_DBC, session_->get(), SQL_COMMIT));
+    } catch (const Error& fault) {
+        if (fault.isLostSession())
+            throw OutcomeUnknown{fault};
+        throw;
+    }
     open_ = false;
     session_->inTransaction = false;
     session_->check(setAutoCommit(*session_, SQL_AUTOCOMMIT_ON));

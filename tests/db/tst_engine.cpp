@@ -26,6 +26,7 @@ class EngineTest : public QObject {
     void statementsAreRewritten_data();
     void statementsAreRewritten();
     void sqliteReadsUserAsItStands();
+    void whatIsReadIsLockedWhereOthersCouldWriteIt();
     void bracketsFollowTheEnginesWayWithNames();
     void namesOfTheCatalogueAreQuoted();
     void serversAndEncodingsAreRefused_data();
@@ -70,6 +71,15 @@ void EngineTest::statementsAreRewritten() {
 
 void EngineTest::sqliteReadsUserAsItStands() {
     QCOMPARE(sqlite().rewritten("SELECT * FROM Users ORDER BY User"), "SELECT * FROM Users ORDER BY User");
+}
+
+void EngineTest::whatIsReadIsLockedWhereOthersCouldWriteIt() {
+    for (const std::string lock : {" FOR KEY SHARE", " FOR UPDATE"}) {
+        QCOMPARE(postgres().rewritten("SELECT A FROM T WHERE B=?" + lock),
+                 "SELECT A FROM T WHERE B=?" + lock);
+        QCOMPARE(sqlite().rewritten("SELECT A FROM T WHERE B=?" + lock), "SELECT A FROM T WHERE B=?");
+    }
+    QCOMPARE(sqlite().rewritten("SELECT ' FOR UPDATE'"), "SELECT ' FOR UPDATE'");
 }
 
 void EngineTest::bracketsFollowTheEnginesWayWithNames() {
@@ -132,6 +142,8 @@ void EngineTest::failuresAreSorted_data() {
     row("tables changed", u"0A000"_s, 1, {}, u"stale"_s);
     row("failed transaction", u"25P02"_s, 1, {}, {});
     row("lock", u"55P03"_s, 1, {}, {});
+    row("deadlock", u"40P01"_s, 1, {}, u"conflict"_s);
+    row("others were first", u"40001"_s, 1, {}, u"conflict"_s);
     row("anything", u"HY000"_s, 1, {}, {});
 }
 
@@ -146,6 +158,8 @@ void EngineTest::failuresAreSorted() {
         found << u"duplicate"_s;
     if (db::detail::isLostSession(record))
         found << u"lost"_s;
+    if (db::detail::isConflict(record))
+        found << u"conflict"_s;
     if (db::detail::isStalePlan(record))
         found << u"stale"_s;
     QCOMPARE(found.join(u' '), kinds);

@@ -47,8 +47,9 @@ class PostgresqlEngine : public ScratchEngine {
         if (PQstatus(session_) != CONNECTION_OK)
             open();
         std::vector<QByteArray> texts;
-        for (const QVariant& value : values)
-            texts.push_back(value.toString().toUtf8());
+        for (const QVariant& value : values)  // flags are numbers here
+            texts.push_back(value.typeId() == QMetaType::Bool ? QByteArray::number(value.toInt())
+                                                              : value.toString().toUtf8());
         std::vector<const char*> parameters;
         for (std::size_t i = 0; i < texts.size(); ++i)
             parameters.push_back(values.at(static_cast<int>(i)).isNull() ? nullptr : texts[i].constData());
@@ -88,6 +89,11 @@ class PostgresqlEngine : public ScratchEngine {
     }
     void allow(const QString& table, const QString& operation) override {
         (void)rows(u"DROP FUNCTION fail_%1_%2 CASCADE"_s.arg(table, operation), {});
+    }
+
+    void beginAlone(const QString& table) override {
+        (void)rows(u"BEGIN"_s, {});
+        (void)rows(u"LOCK TABLE %1 IN EXCLUSIVE MODE"_s.arg(table), {});
     }
 
     void onUpdate(const QString& table, const QString& condition, const QString& statement) override {

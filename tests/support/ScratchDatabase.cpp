@@ -123,6 +123,10 @@ QString ScratchDatabase::twice(const QString& table, const QString& column) cons
     return engine_->twice(table, column);
 }
 
+void ScratchDatabase::beginAlone(const QString& table) const {
+    engine_->beginAlone(table);
+}
+
 void ScratchDatabase::onUpdate(const QString& table, const QString& condition,
                                const QString& statement) const {
     engine_->onUpdate(table, condition, statement);

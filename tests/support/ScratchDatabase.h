@@ -68,6 +68,9 @@ class ScratchDatabase {
     void allow(const QString& table, const QString& operation) const;
     inline static const QString Failure = QStringLiteral("the disk of the test refuses");
 
+    /// Begins a transaction, for run() to end, in which nobody else can write to the table.
+    void beginAlone(const QString& table) const;
+
     /// Runs a statement of the database's own after every update of a row where the condition holds.
     void onUpdate(const QString& table, const QString& condition, const QString& statement) const;
 

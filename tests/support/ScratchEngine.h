@@ -26,6 +26,8 @@ class ScratchEngine {
                         const QString& condition) = 0;
     virtual void allow(const QString& table, const QString& operation) = 0;
 
+    virtual void beginAlone(const QString& table) = 0;
+
     virtual void onUpdate(const QString& table, const QString& condition, const QString& statement) = 0;
 
     /// See ScratchDatabase.

@@ -75,6 +75,8 @@ class SqliteEngine : public ScratchEngine {
         (void)rows(u"DROP TRIGGER fail_%1_%2"_s.arg(table, operation), {});
     }
 
+    void beginAlone(const QString& /*table*/) override { (void)rows(u"BEGIN IMMEDIATE"_s, {}); }
+
     void onUpdate(const QString& table, const QString& condition, const QString& statement) override {
         (void)rows(u"CREATE TRIGGER updated_%1 AFTER UPDATE ON %1 WHEN %2 BEGIN %3; END"_s.arg(
                        table, condition, statement),
