@@ -45,14 +45,14 @@ void Server::start() {
 
 void Server::configure(const Configuration& configuration) {
     LogFile::apply(configuration.log);
-    index_.setWait(configuration.queryTimeout);
-    queries_.configure(configuration);
-    const auto limit =
-        std::accumulate(configuration.ports.begin(), configuration.ports.end(), SpareThreads,
+    const auto associations =
+        std::accumulate(configuration.ports.begin(), configuration.ports.end(), std::size_t{0},
                         [](std::size_t sum, const PortConfiguration& port) {
                             return sum + static_cast<std::size_t>(std::max(port.maxConnections, 0));
                         });
-    threads_.setLimit(limit);
+    index_.configure(configuration.queryTimeout, associations);
+    queries_.configure(configuration);
+    threads_.setLimit(associations + SpareThreads);
     std::vector<std::string> roots;
     for (const PortConfiguration& port : configuration.ports)
         roots.push_back(port.root);

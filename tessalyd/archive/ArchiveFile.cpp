@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
+#include <vector>
 
 namespace tessaly::tessalyd {
 
@@ -76,8 +77,7 @@ ArchiveFile::ArchiveFile(fs::path folder, std::string name)
 }
 
 ArchiveFile::~ArchiveFile() {
-    if (stage_ != Stage::Kept)
-        withdraw();
+    withdraw();
 }
 
 void ArchiveFile::makeFolders() {
@@ -104,7 +104,31 @@ void ArchiveFile::write(std::span<const char> data) {
     }
 }
 
+void ArchiveFile::copyTo(ArchiveFile& other) const {
+    std::vector<char> block(std::size_t{1} << 20U);
+    for (off_t at = 0;;) {
+        const ssize_t read = ::pread(file_.get(), block.data(), block.size(), at);
+        if (read < 0 && errno != EINTR)
+            fail(temporary_);
+        if (read == 0)
+            return;
+        if (read > 0) {
+            other.write({block.data(), static_cast<std::size_t>(read)});
+            at += read;
+        }
+    }
+}
+
 void ArchiveFile::publish() {
+    try {
+        giveName();
+    } catch (...) {
+        withdraw();
+        throw;
+    }
+}
+
+void ArchiveFile::giveName() {
     const fs::path final = folder_ / name_;
     if (::fsync(file_.get()) < 0)
         fail(temporary_);
@@ -124,19 +148,37 @@ void ArchiveFile::publish() {
 void ArchiveFile::keep() noexcept {
     if (stage_ == Stage::Replaced)
         ::unlink(temporary_.c_str());
-    stage_ = Stage::Kept;
+    stage_ = Stage::Done;
     file_.reset();
 }
 
+void ArchiveFile::leave() noexcept {
+    if (stage_ == Stage::Published)
+        keep();
+    else
+        withdraw();
+}
+
+bool ArchiveFile::isMine(const fs::path& path) const noexcept {
+    struct stat mine {
+    }, found{};
+    return ::fstat(file_.get(), &mine) == 0 && ::lstat(path.c_str(), &found) == 0 &&
+           mine.st_dev == found.st_dev && mine.st_ino == found.st_ino;
+}
+
 void ArchiveFile::withdraw() noexcept {
+    if (stage_ == Stage::Done)
+        return;
     const fs::path final = folder_ / name_;
-    if (stage_ == Stage::Replaced)
+    // Another server may have put its own file there since: that is not this one's to take away.
+    if (stage_ == Stage::Replaced && isMine(final))
         moved(temporary_, final, RENAME_EXCHANGE);
-    else if (stage_ == Stage::Published)
+    else if (stage_ == Stage::Published && isMine(final))
         ::unlink(final.c_str());
     ::unlink(temporary_.c_str());
     ::rmdir(folder_.c_str());  // each only when nothing is in it
     ::rmdir(folder_.parent_path().c_str());
+    stage_ = Stage::Done;
 }
 
 }  // namespace tessaly::tessalyd

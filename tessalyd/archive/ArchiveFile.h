@@ -28,17 +28,25 @@ class ArchiveFile {
     [[nodiscard]] const std::filesystem::path& temporaryPath() const noexcept { return temporary_; }
     [[nodiscard]] const std::filesystem::path& folder() const noexcept { return folder_; }
 
+    /// Writes all that was written to this one into another.
+    void copyTo(ArchiveFile& other) const;
+
     /// Flushes the data, gives the file its final name and flushes the folder. A file that had the name
-    /// before is set aside until keep().
+    /// before is set aside until keep(). A failure takes the file away before it is thrown.
     void publish();
     /// After publish(): makes it stay. Never fails.
     void keep() noexcept;
+    /// Of one that nobody knows whether it is to stay: it stays where it was the first of its name; where it
+    /// replaced another, that one is back. Never fails.
+    void leave() noexcept;
 
   private:
-    enum class Stage { Writing, Published, Replaced, Kept };
+    enum class Stage { Writing, Published, Replaced, Done };
 
     void open();
     void makeFolders();
+    void giveName();
+    [[nodiscard]] bool isMine(const std::filesystem::path& path) const noexcept;
     void withdraw() noexcept;
 
     std::filesystem::path folder_;

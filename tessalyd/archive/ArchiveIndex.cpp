@@ -1,89 +1,63 @@
 #include "tessalyd/archive/ArchiveIndex.h"
 
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmnet/dimse.h>
-
-#include <functional>
-
 #include "db/Error.h"
-#include "tessalyd/archive/ArchiveSession.h"
 #include "tessalyd/archive/StoreFailure.h"
 
 namespace tessaly::tessalyd {
 
 namespace {
 
-constexpr std::chrono::seconds UsualWait{5};
-
-StoreFailure refused(const char* detail) {
-    return {STATUS_STORE_Refused_OutOfResources, "The database takes no object now", detail};
-}
+/// Of several transactions that stand in each other's way, the engine lets one go on: each attempt is one
+/// less to wait for.
+constexpr int Attempts = 20;
 
 }  // namespace
 
-class ArchiveIndex::Turn {
-  public:
-    explicit Turn(ArchiveIndex& index) : index_(index) {
-        const std::chrono::seconds wait = index.wait_;
-        std::unique_lock lock{index_.mutex_};
-        if (!index_.given_.wait_for(lock, wait > std::chrono::seconds::zero() ? wait : UsualWait,
-                                    [this] { return !index_.taken_; }))
-            throw refused("other stores are waiting for it");
-        index_.taken_ = true;
-    }
-    ~Turn() {
-        {
-            const std::lock_guard lock{index_.mutex_};
-            index_.taken_ = false;
-        }
-        index_.given_.notify_one();
-    }
-    Turn(const Turn&) = delete;
-    Turn& operator=(const Turn&) = delete;
-
-  private:
-    ArchiveIndex& index_;
-};
-
-ArchiveIndex::ArchiveIndex() = default;
-ArchiveIndex::~ArchiveIndex() = default;
-
-void ArchiveIndex::setWait(std::chrono::seconds wait) {
-    wait_ = wait;
-    waitChanged_ = true;
-}
-
-void ArchiveIndex::close() {
-    session_.reset();
-}
-
-/// Runs `work` on the session when it is this thread's turn; a db::Error becomes a StoreFailure.
+/// Runs `work` on a session; a db::Error becomes a StoreFailure. It is run again where others were in the
+/// way, and once on a new connection where the engine has ended this one: after a restart of the engine, all
+/// that were idle are so.
 template <class Work>
 auto ArchiveIndex::withSession(Work work) {
-    const Turn turn{*this};
-    try {
-        if (waitChanged_.exchange(false) || !session_)
-            session_ = std::make_unique<ArchiveSession>(wait_);
-        return work(*session_);
-    } catch (const db::Error& error) {
-        session_.reset();  // the next store gets a new connection: this one may be what is broken
-        throw refused(error.what());
+    bool reconnected = false;
+    bool undecided = false;
+    for (int attempt = 1;; ++attempt) {
+        try {
+            auto session = sessions_.take();
+            try {
+                return work(*session);
+            } catch (const db::Error& error) {
+                if (!error.isConflict())
+                    session.discard();
+                throw;
+            }
+        } catch (const db::Error& error) {
+            undecided = undecided || dynamic_cast<const db::OutcomeUnknown*>(&error) != nullptr;
+            if (error.isConflict() && attempt < Attempts)
+                continue;
+            if (error.isLostSession() && !reconnected) {
+                reconnected = true;
+                sessions_.close();
+                continue;
+            }
+            if (undecided)
+                throw StoreUndecided{databaseRefused(error.what())};
+            throw databaseRefused(error.what());
+        }
     }
 }
 
 std::unique_ptr<ArchiveIndex::Placement> ArchiveIndex::place(const ObjectHeader& header,
                                                              const std::string& root) {
-    return withSession([&](ArchiveSession& session) {
-        const ArchiveSession::Folders known = session.folders(header);
-        ArchiveLocation location{
-            .studyPath = known.studyPath.value_or(root + '\\' + header.studyInstanceUid),
-            .seriesDir = known.seriesDir.value_or(header.seriesInstanceUid),
-            .imageFile = header.sopInstanceUid + ".dcm",
-        };
-        // In the same turn as the look-up: rows that another store writes are seen, or its reservation is.
-        location.studyPath = reserve(header.studyInstanceUid, std::move(location.studyPath));
-        return std::make_unique<Placement>(*this, header.studyInstanceUid, std::move(location));
-    });
+    const std::string& study = header.studyInstanceUid;
+    // Before the look-up: another store's reservation is seen, or else its rows are.
+    auto placement = std::make_unique<Placement>(*this, study);
+    const auto known = withSession([&](ArchiveSession& session) { return session.folders(header); });
+    placement->location_ = {
+        .studyPath = settle(study, known.studyPath, root + '\\' + study),
+        .seriesDir = known.seriesDir.value_or(header.seriesInstanceUid),
+        .imageFile = header.sopInstanceUid + ".dcm",
+    };
+    return placement;
 }
 
 std::unique_lock<std::mutex> ArchiveIndex::claim(const std::string& sopInstanceUid) {
@@ -91,29 +65,40 @@ std::unique_lock<std::mutex> ArchiveIndex::claim(const std::string& sopInstanceU
 }
 
 std::optional<ArchiveLocation> ArchiveIndex::record(const ObjectHeader& header,
-                                                    const ArchiveLocation& location) {
-    return withSession([&](ArchiveSession& session) { return session.record(header, location); });
+                                                    const ArchiveLocation& location,
+                                                    const std::function<void()>& publish) {
+    bool published = false;
+    const auto publishOnce = [&] {
+        if (!std::exchange(published, true))
+            publish();
+    };
+    if (!sessions_.areSideBySide())
+        publishOnce();
+    return withSession(
+        [&](ArchiveSession& session) { return session.record(header, location, publishOnce); });
 }
 
-std::string ArchiveIndex::reserve(const std::string& study, std::string studyPath) {
+std::string ArchiveIndex::settle(const std::string& study, const std::optional<std::string>& known,
+                                 std::string otherwise) {
     const std::lock_guard lock{reservationsMutex_};
-    Reservation& reservation = reservations_[study];
-    if (reservation.users++ == 0)
-        reservation.studyPath = std::move(studyPath);
-    return reservation.studyPath;
+    std::string& path = reservations_[study].studyPath;
+    if (known)  // by a store of another server perhaps: it was first
+        path = *known;
+    else if (path.empty())
+        path = std::move(otherwise);
+    return path;
 }
 
-void ArchiveIndex::release(const std::string& study) noexcept {
-    const std::lock_guard lock{reservationsMutex_};
-    if (const auto found = reservations_.find(study); --found->second.users == 0)
-        reservations_.erase(found);
+ArchiveIndex::Placement::Placement(ArchiveIndex& index, std::string study)
+    : index_(index), study_(std::move(study)) {
+    const std::lock_guard lock{index_.reservationsMutex_};
+    ++index_.reservations_[study_].users;
 }
-
-ArchiveIndex::Placement::Placement(ArchiveIndex& index, std::string study, ArchiveLocation location)
-    : index_(index), study_(std::move(study)), location_(std::move(location)) {}
 
 ArchiveIndex::Placement::~Placement() {
-    index_.release(study_);
+    const std::lock_guard lock{index_.reservationsMutex_};
+    if (const auto found = index_.reservations_.find(study_); --found->second.users == 0)
+        index_.reservations_.erase(found);
 }
 
 }  // namespace tessaly::tessalyd

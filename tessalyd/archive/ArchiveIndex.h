@@ -1,9 +1,8 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -11,33 +10,28 @@
 #include <string>
 
 #include "tessalyd/archive/ArchiveLocation.h"
+#include "tessalyd/archive/ArchiveSessions.h"
 #include "tessalyd/archive/ObjectHeader.h"
 
 namespace tessaly::tessalyd {
 
-class ArchiveSession;
-
-/// The archive's tables for all threads, over one connection that they use one after the other. The embedded
-/// engine lets one connection write at a time in any case: with a connection each, those that must wait would
-/// sleep and try again instead of being woken in turn.
+/// The archive's tables for all threads, over as many connections as the engine has use for. Other servers
+/// may work on the same tables.
 class ArchiveIndex {
   public:
-    ArchiveIndex();
-    ~ArchiveIndex();
+    ArchiveIndex() = default;
     ArchiveIndex(const ArchiveIndex&) = delete;
     ArchiveIndex& operator=(const ArchiveIndex&) = delete;
 
-    /// How long a store waits for the database, and as long again for the other stores; zero: what the data
-    /// source says, and some seconds for the others. Holds from the next store on.
-    void setWait(std::chrono::seconds wait);
-    /// Closes the connection; the next use opens one. No store is to be under way.
-    void close();
+    /// As ArchiveSessions.
+    void configure(std::chrono::seconds wait, std::size_t stores) { sessions_.configure(wait, stores); }
+    void close() { sessions_.close(); }
 
     /// Where an object is to be stored. As long as it lives, all objects of a new study go to the same
-    /// folder, whatever port they come in by.
+    /// folder, whatever port of this server they come in by.
     class Placement {
       public:
-        Placement(ArchiveIndex& index, std::string study, ArchiveLocation location);
+        Placement(ArchiveIndex& index, std::string study);
         ~Placement();
         Placement(const Placement&) = delete;
         Placement& operator=(const Placement&) = delete;
@@ -45,6 +39,7 @@ class ArchiveIndex {
         [[nodiscard]] const ArchiveLocation& location() const noexcept { return location_; }
 
       private:
+        friend class ArchiveIndex;
         ArchiveIndex& index_;
         std::string study_;
         ArchiveLocation location_;
@@ -54,35 +49,30 @@ class ArchiveIndex {
     [[nodiscard]] std::unique_ptr<Placement> place(const ObjectHeader& header, const std::string& root);
 
     /// Held from before a file gets its final name until its row is written: keeps two senders of the same
-    /// instance apart.
+    /// instance apart, where they send to this server.
     [[nodiscard]] std::unique_lock<std::mutex> claim(const std::string& sopInstanceUid);
 
-    /// Writes the rows of an object whose file lies at `location`, in one transaction. Returns where the same
-    /// instance lay before, if that was elsewhere. Throws StoreFailure; nothing is written then.
-    [[nodiscard]] std::optional<ArchiveLocation> record(const ObjectHeader& header,
-                                                        const ArchiveLocation& location);
+    /// Writes the rows of an object whose file lies at `location` once `publish` has returned, in one
+    /// transaction. Where the engine's locks keep other servers' stores of the same instance away, publish is
+    /// called within their reach, after the rows and before the commit. Called once at most. Returns where
+    /// the same instance lay before, if that was elsewhere. Throws StoreFailure and whatever publish throws;
+    /// nothing is written then, but for StoreUndecided.
+    [[nodiscard]] std::optional<ArchiveLocation> record(
+        const ObjectHeader& header, const ArchiveLocation& location,
+        const std::function<void()>& publish = [] {});
 
   private:
     struct Reservation {
-        std::string studyPath;
+        std::string studyPath;  ///< empty until the first has looked the study up
         int users = 0;
     };
 
     template <class Work>
     auto withSession(Work work);
-    [[nodiscard]] std::string reserve(const std::string& study, std::string studyPath);
-    void release(const std::string& study) noexcept;
+    [[nodiscard]] std::string settle(const std::string& study, const std::optional<std::string>& known,
+                                     std::string otherwise);
 
-    /// The session's use by one thread, from the constructor to the destructor. The constructor throws
-    /// StoreFailure when others have it for too long.
-    class Turn;
-
-    std::mutex mutex_;
-    std::condition_variable given_;
-    bool taken_ = false;
-    std::atomic<std::chrono::seconds> wait_{std::chrono::seconds::zero()};
-    std::atomic<bool> waitChanged_{false};
-    std::unique_ptr<ArchiveSession> session_;
+    ArchiveSessions sessions_;
 
     std::mutex reservationsMutex_;
     std::map<std::string, Reservation> reservations_;

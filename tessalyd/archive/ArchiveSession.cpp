@@ -17,24 +17,34 @@ namespace {
 using db::integer;
 using db::varchar;
 
-/// In the words of the SQLite driver; others pass over them.
-std::string settings(std::chrono::seconds wait) {
-    // What the sender is told to be stored is to be found after a power failure, too.
-    std::string text = "SyncPragma=FULL";
-    if (wait > std::chrono::seconds::zero())
-        text += ";Timeout=" + std::to_string(std::chrono::milliseconds{wait}.count());
-    return text;
+/// Runs a step until it has come to something. What makes it begin anew is that others wrote between two of
+/// its statements; every time one of them has got further, so that this is bounded by their number.
+template <class Step>
+auto settled(Step step) -> decltype(step()) {
+    constexpr int Tries = 200;
+    for (int i = 0; i < Tries; ++i)
+        if (auto done = step())
+            return done;
+    throw StoreFailure{STATUS_STORE_Refused_OutOfResources, "The database takes no object now",
+                       "other stores write the same rows all the time"};
+}
+
+/// Locks a row that the store builds on, of another table than it writes, against being removed.
+void keep(db::Query& row) {
+    if (!row.open().next())
+        throw db::Error{{{.sqlState = "40001", .message = "A row of the object was removed meanwhile"}}, {}};
 }
 
 std::string select(std::string_view columns, std::span<const HeaderColumn> more, std::string_view rest) {
     return "SELECT " + std::string{columns} + ", " + namesOf(more) + std::string{rest};
 }
 
-/// The header's columns come first, then the others.
+/// Adds the row unless its key is there already, also by a transaction that is under way elsewhere: the
+/// engine waits for its end then. The header's columns come first, then the others.
 std::string insert(std::string_view table, std::span<const HeaderColumn> columns, std::string_view others,
                    std::size_t otherCount) {
     return "INSERT INTO " + std::string{table} + " (" + namesOf(columns) + ", " + std::string{others} +
-           ") VALUES (" + markers(columns.size() + otherCount) + ')';
+           ") VALUES (" + markers(columns.size() + otherCount) + ") ON CONFLICT DO NOTHING";
 }
 
 std::string update(std::string_view table, std::span<const HeaderColumn> columns, std::string_view rest) {
@@ -43,17 +53,21 @@ std::string update(std::string_view table, std::span<const HeaderColumn> columns
 
 }  // namespace
 
+// A series is read with a lock that keeps others from removing it, and nobody else from it: the image that is
+// being added is not to be seen by them yet.
 ArchiveSession::Statements::Statements(const db::Connection& connection)
     : patient{connection, select("ID", patientColumns(), " FROM Patient WHERE PatientID=?")},
+      keepPatient{connection, "SELECT ID FROM Patient WHERE ID=? FOR KEY SHARE"},
       lastPatient{connection, "SELECT MAX(ID) AS LastID FROM Patient"},
       addPatient{connection, insert("Patient", patientColumns(), "ID, PatientID", 2)},
       updatePatient{connection, update("Patient", patientColumns(), " WHERE ID=?")},
       study{connection,
             select("IDPatient, StudyPath", studyColumns(), " FROM Study WHERE StudyInstanceUID=?")},
+      keepStudy{connection, "SELECT StudyInstanceUID FROM Study WHERE StudyInstanceUID=? FOR KEY SHARE"},
       addStudy{connection, insert("Study", studyColumns(), "IDPatient, StudyInstanceUID, StudyPath", 3)},
       updateStudy{connection, update("Study", studyColumns(), ", IDPatient=? WHERE StudyInstanceUID=?")},
       series{connection, select("StudyInstanceUID, SeriesDir", seriesColumns(),
-                                " FROM Series WHERE SeriesInstanceUID=?")},
+                                " FROM Series WHERE SeriesInstanceUID=? FOR KEY SHARE")},
       addSeries{connection,
                 insert("Series", seriesColumns(), "SeriesInstanceUID, StudyInstanceUID, SeriesDir", 3)},
       updateSeries{connection, update("Series", seriesColumns(), " WHERE SeriesInstanceUID=?")},
@@ -62,22 +76,30 @@ ArchiveSession::Statements::Statements(const db::Connection& connection)
                insert("Image", imageColumns(), "SOPInstanceUID, SeriesInstanceUID, ImageFile", 3)},
       updateImage{connection, update("Image", imageColumns(), " WHERE SOPInstanceUID=?")},
       moveImage{connection, "UPDATE Image SET SeriesInstanceUID=?, ImageFile=? WHERE SOPInstanceUID=?"},
+      folders{connection,
+              "SELECT StudyPath, NULL AS StudyInstanceUID, NULL AS SeriesDir FROM Study "
+              "WHERE StudyInstanceUID=? UNION ALL "
+              "SELECT NULL, StudyInstanceUID, SeriesDir FROM Series WHERE SeriesInstanceUID=?"},
       imageFolder{connection,
                   "SELECT Study.StudyPath, Series.SeriesDir FROM Study, Series "
                   "WHERE Series.SeriesInstanceUID=? AND Study.StudyInstanceUID=Series.StudyInstanceUID"} {}
 
 ArchiveSession::ArchiveSession(std::chrono::seconds wait) {
-    openDatabase(connection_, settings(wait));
+    connection_.setLockWait(wait);
+    // What the sender is told to be stored is to be found after a power failure, too: the SQLite driver's
+    // word for it. Others pass over it, and their engines flush anyway.
+    openDatabase(connection_, "SyncPragma=FULL");
     run_.emplace(connection_);
 }
 
 ArchiveSession::Folders ArchiveSession::folders(const ObjectHeader& header) {
     Folders found;
-    run_->study.bind(1, varchar(header.studyInstanceUid));
-    if (db::ResultSet row = run_->study.open(); row.next())
-        found.studyPath = row.text("StudyPath");
-    run_->series.bind(1, varchar(header.seriesInstanceUid));
-    if (db::ResultSet row = run_->series.open(); row.next()) {
+    run_->folders.bindAll({varchar(header.studyInstanceUid), varchar(header.seriesInstanceUid)});
+    for (db::ResultSet row = run_->folders.open(); row.next();) {
+        if (!row.isNull("StudyPath")) {
+            found.studyPath = row.text("StudyPath");
+            continue;
+        }
         // The tables know a series by its UID alone: its files would be looked for below the other study.
         if (row.text("StudyInstanceUID") != header.studyInstanceUid)
             throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The series belongs to another study"};
@@ -87,30 +109,43 @@ ArchiveSession::Folders ArchiveSession::folders(const ObjectHeader& header) {
 }
 
 std::optional<ArchiveLocation> ArchiveSession::record(const ObjectHeader& header,
-                                                      const ArchiveLocation& location) {
+                                                      const ArchiveLocation& location,
+                                                      const std::function<void()>& publish) {
     db::Transaction transaction{connection_};
-    // First a statement that writes, if only nothing: it waits for other writers. A transaction that begins
-    // by reading and finds that another has written since would fail at once instead.
-    run_->updateImage.bindAll(valuesOf(imageColumns(), header, {varchar(header.sopInstanceUid)})).execute();
-    const auto before = image(header.sopInstanceUid);
+    // Always in this order, one row a table, so that no two stores wait for each other. And first a statement
+    // that writes: it waits for other writers. A transaction that begins by reading and finds that another
+    // has written since fails at once instead, where one writes at a time.
+    const std::optional<ImageRow> before = recordImage(header, location.imageFile);
     recordStudy(header, recordPatient(header), location.studyPath);
     recordSeries(header, location.seriesDir);
     std::optional<ArchiveLocation> previous;
-    if (!before) {
-        run_->addImage
-            .bindAll(valuesOf(imageColumns(), header,
-                              {varchar(header.sopInstanceUid), varchar(header.seriesInstanceUid),
-                               varchar(location.imageFile)}))
-            .execute();
-    } else if (before->series != header.seriesInstanceUid || before->file != location.imageFile) {
+    if (before && (before->series != header.seriesInstanceUid || before->file != location.imageFile)) {
         previous = locationOf(*before);
         run_->moveImage
             .bindAll({varchar(header.seriesInstanceUid), varchar(location.imageFile),
                       varchar(header.sopInstanceUid)})
             .execute();
     }
+    publish();
     transaction.commit();
     return previous;
+}
+
+std::optional<ArchiveSession::ImageRow> ArchiveSession::recordImage(const ObjectHeader& header,
+                                                                    const std::string& file) {
+    std::optional<ImageRow> before;
+    settled([&] {
+        run_->addImage.bindAll(
+            valuesOf(imageColumns(), header,
+                     {varchar(header.sopInstanceUid), varchar(header.seriesInstanceUid), varchar(file)}));
+        if (run_->addImage.execute() > 0)
+            return true;
+        run_->updateImage.bindAll(valuesOf(imageColumns(), header, {varchar(header.sopInstanceUid)}))
+            .execute();
+        before = image(header.sopInstanceUid);
+        return before.has_value();
+    });
+    return before;
 }
 
 std::optional<ArchiveSession::ImageRow> ArchiveSession::image(const std::string& sopInstanceUid) {
@@ -130,68 +165,81 @@ std::optional<ArchiveLocation> ArchiveSession::locationOf(const ImageRow& image)
 }
 
 long long ArchiveSession::recordPatient(const ObjectHeader& header) {
-    run_->patient.bind(1, varchar(header.patientId));
-    std::optional<long long> id;
-    bool changed = false;
-    if (db::ResultSet row = run_->patient.open(); row.next()) {
-        id = row.integer("ID");
-        changed = differs(row, patientColumns(), header);
-    }
-    if (!id)
-        return addPatient(header);
-    if (changed)
-        run_->updatePatient.bindAll(valuesOf(patientColumns(), header, {integer(*id)})).execute();
-    return *id;
+    return *settled([&]() -> std::optional<long long> {
+        run_->patient.bind(1, varchar(header.patientId));
+        std::optional<long long> id;
+        bool changed = false;
+        if (db::ResultSet row = run_->patient.open(); row.next()) {
+            id = row.integer("ID");
+            changed = differs(row, patientColumns(), header);
+        }
+        if (!id)
+            return addPatient(header);
+        if (changed &&
+            run_->updatePatient.bindAll(valuesOf(patientColumns(), header, {integer(*id)})).execute() == 0)
+            return std::nullopt;
+        return id;
+    });
 }
 
-long long ArchiveSession::addPatient(const ObjectHeader& header) {
+std::optional<long long> ArchiveSession::addPatient(const ObjectHeader& header) {
     long long id = 1;
     if (db::ResultSet row = run_->lastPatient.open(); row.next() && !row.isNull("LastID"))
         id = row.integer("LastID") + 1;
-    run_->addPatient.bindAll(valuesOf(patientColumns(), header, {integer(id), varchar(header.patientId)}))
-        .execute();
-    return id;
+    run_->addPatient.bindAll(valuesOf(patientColumns(), header, {integer(id), varchar(header.patientId)}));
+    // Otherwise somebody else has added this patient, or has taken the number for another one.
+    return run_->addPatient.execute() > 0 ? std::optional{id} : std::nullopt;
 }
 
 void ArchiveSession::recordStudy(const ObjectHeader& header, long long patient,
                                  const std::string& studyPath) {
-    run_->study.bind(1, varchar(header.studyInstanceUid));
-    bool known = false;
-    bool changed = false;
-    if (db::ResultSet row = run_->study.open(); row.next()) {
-        known = true;
-        if (row.text("StudyPath") != studyPath)
-            throw StoreFailure{STATUS_STORE_Refused_OutOfResources, "The study was moved meanwhile"};
-        changed = row.integer("IDPatient") != patient || differs(row, studyColumns(), header);
-    }
-    if (known && !changed)
-        return;
-    db::Query& write = known ? run_->updateStudy : run_->addStudy;
-    write.bindAll(valuesOf(studyColumns(), header, {integer(patient), varchar(header.studyInstanceUid)}));
-    if (!known)
-        write.bind(static_cast<int>(studyColumns().size()) + 3, varchar(studyPath));
-    write.execute();
+    settled([&] {
+        run_->study.bind(1, varchar(header.studyInstanceUid));
+        bool known = false;
+        bool ofPatient = false;
+        bool changed = false;
+        if (db::ResultSet row = run_->study.open(); row.next()) {
+            known = true;
+            if (row.text("StudyPath") != studyPath)
+                throw Displaced{"The study was moved meanwhile"};
+            ofPatient = row.integer("IDPatient") == patient;
+            changed = !ofPatient || differs(row, studyColumns(), header);
+        }
+        if (known && !changed)
+            return true;
+        if (!ofPatient)
+            keep(run_->keepPatient.bind(1, integer(patient)));
+        db::Query& write = known ? run_->updateStudy : run_->addStudy;
+        write.bindAll(valuesOf(studyColumns(), header, {integer(patient), varchar(header.studyInstanceUid)}));
+        if (!known)
+            write.bind(static_cast<int>(studyColumns().size()) + 3, varchar(studyPath));
+        return write.execute() > 0;
+    });
 }
 
 void ArchiveSession::recordSeries(const ObjectHeader& header, const std::string& seriesDir) {
-    run_->series.bind(1, varchar(header.seriesInstanceUid));
-    bool known = false;
-    bool changed = false;
-    if (db::ResultSet row = run_->series.open(); row.next()) {
-        known = true;
-        if (row.text("StudyInstanceUID") != header.studyInstanceUid || row.text("SeriesDir") != seriesDir)
-            throw StoreFailure{STATUS_STORE_Refused_OutOfResources, "The series was moved meanwhile"};
-        changed = differs(row, seriesColumns(), header);
-    }
-    if (known && !changed)
-        return;
-    db::Query& write = known ? run_->updateSeries : run_->addSeries;
-    write.bindAll(valuesOf(seriesColumns(), header, {varchar(header.seriesInstanceUid)}));
-    if (!known) {
-        const int others = static_cast<int>(seriesColumns().size()) + 1;
-        write.bind(others + 1, varchar(header.studyInstanceUid)).bind(others + 2, varchar(seriesDir));
-    }
-    write.execute();
+    settled([&] {
+        run_->series.bind(1, varchar(header.seriesInstanceUid));
+        bool known = false;
+        bool changed = false;
+        if (db::ResultSet row = run_->series.open(); row.next()) {
+            known = true;
+            if (row.text("StudyInstanceUID") != header.studyInstanceUid || row.text("SeriesDir") != seriesDir)
+                throw Displaced{"The series was moved meanwhile"};
+            changed = differs(row, seriesColumns(), header);
+        }
+        if (known && !changed)
+            return true;
+        if (!known)
+            keep(run_->keepStudy.bind(1, varchar(header.studyInstanceUid)));
+        db::Query& write = known ? run_->updateSeries : run_->addSeries;
+        write.bindAll(valuesOf(seriesColumns(), header, {varchar(header.seriesInstanceUid)}));
+        if (!known) {
+            const int others = static_cast<int>(seriesColumns().size()) + 1;
+            write.bind(others + 1, varchar(header.studyInstanceUid)).bind(others + 2, varchar(seriesDir));
+        }
+        return write.execute() > 0;
+    });
 }
 
 }  // namespace tessaly::tessalyd

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -26,29 +27,34 @@ class ArchiveSession {
     };
     [[nodiscard]] Folders folders(const ObjectHeader& header);
 
-    /// As ArchiveIndex::record().
-    [[nodiscard]] std::optional<ArchiveLocation> record(const ObjectHeader& header,
-                                                        const ArchiveLocation& location);
+    /// As ArchiveIndex::record(). `publish` is called before the commit; db::Error::isConflict() says that
+    /// all of it may be tried again. Throws Displaced where the tables have another folder by now.
+    [[nodiscard]] std::optional<ArchiveLocation> record(
+        const ObjectHeader& header, const ArchiveLocation& location,
+        const std::function<void()>& publish = [] {});
+
+    [[nodiscard]] bool writesSideBySide() const { return connection_.writesSideBySide(); }
 
   private:
     struct ImageRow {
         std::string series;
         std::string file;
     };
+    [[nodiscard]] std::optional<ImageRow> recordImage(const ObjectHeader& header, const std::string& file);
     [[nodiscard]] std::optional<ImageRow> image(const std::string& sopInstanceUid);
     [[nodiscard]] std::optional<ArchiveLocation> locationOf(const ImageRow& image);
     [[nodiscard]] long long recordPatient(const ObjectHeader& header);
-    [[nodiscard]] long long addPatient(const ObjectHeader& header);
+    [[nodiscard]] std::optional<long long> addPatient(const ObjectHeader& header);
     void recordStudy(const ObjectHeader& header, long long patient, const std::string& studyPath);
     void recordSeries(const ObjectHeader& header, const std::string& seriesDir);
 
     db::Connection connection_;
     struct Statements {
         explicit Statements(const db::Connection& connection);
-        db::Query patient, lastPatient, addPatient, updatePatient;
-        db::Query study, addStudy, updateStudy;
+        db::Query patient, keepPatient, lastPatient, addPatient, updatePatient;
+        db::Query study, keepStudy, addStudy, updateStudy;
         db::Query series, addSeries, updateSeries;
-        db::Query image, addImage, updateImage, moveImage, imageFolder;
+        db::Query image, addImage, updateImage, moveImage, folders, imageFolder;
     };
     std::optional<Statements> run_;
 };

@@ -131,15 +131,39 @@ void ArchiveWriter::decode() {
 }
 
 void ArchiveWriter::publish() {
-    const ArchiveLocation& location = placement_->location();
     const auto claim = index_.claim(object_.sopInstanceUid);
-    file_->publish();
-    const auto previous = index_.record(*header_, location);
+    const auto previous = record();
     file_->keep();
-    if (previous && *previous != location) {
+    if (previous && *previous != placement_->location()) {
         std::error_code ignored;  // a file that is gone already, or a folder that cannot be written any more
         std::filesystem::remove(db::localPath(previous->path()), ignored);
     }
+}
+
+std::optional<ArchiveLocation> ArchiveWriter::record() {
+    // What another server was first with, or the console has moved, is followed; not for ever.
+    constexpr int MostMoves = 3;
+    for (int moves = 0;; ++moves) {
+        try {
+            return index_.record(*header_, placement_->location(), [this] { file_->publish(); });
+        } catch (const Displaced&) {
+            if (moves == MostMoves)
+                throw;
+            follow();
+        } catch (const StoreUndecided&) {
+            file_->leave();
+            throw;
+        }
+    }
+}
+
+void ArchiveWriter::follow() {
+    auto placement = index_.place(*header_, port_.root);
+    const ArchiveLocation& location = placement->location();
+    auto file = std::make_unique<ArchiveFile>(db::localPath(location.folder()), location.imageFile);
+    file_->copyTo(*file);
+    file_ = std::move(file);
+    placement_ = std::move(placement);
 }
 
 }  // namespace tessaly::tessalyd

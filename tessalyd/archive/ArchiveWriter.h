@@ -44,6 +44,8 @@ class ArchiveWriter {
     void writeMetaHeader();
     void decode();
     void publish();
+    [[nodiscard]] std::optional<ArchiveLocation> record();
+    void follow();
 
     const PortConfiguration& port_;
     ArchiveIndex& index_;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dctypes.h>
+#include <dcmtk/dcmnet/dimse.h>
 
 #include <stdexcept>
 #include <string>
@@ -24,6 +24,24 @@ class StoreFailure : public std::runtime_error {
   private:
     Uint16 status_;
     std::string detail_;
+};
+
+/// The database failed, in the engine's own words.
+[[nodiscard]] inline StoreFailure databaseRefused(const std::string& detail) {
+    return {STATUS_STORE_Refused_OutOfResources, "The database takes no object now", detail};
+}
+
+/// The study or the series got another folder since the object was placed: it may be placed again.
+class Displaced : public StoreFailure {
+  public:
+    explicit Displaced(const std::string& comment)
+        : StoreFailure(STATUS_STORE_Refused_OutOfResources, comment) {}
+};
+
+/// The connection broke in the midst of the commit: the tables may have the object or not.
+class StoreUndecided : public StoreFailure {
+  public:
+    explicit StoreUndecided(const StoreFailure& failure) : StoreFailure(failure) {}
 };
 
 }  // namespace tessaly::tessalyd

@@ -176,7 +176,7 @@ void RefusalsTest::aLockedDatabaseRefusesTheObject() {
     daemon_ = std::make_unique<Daemon>();
     daemon_->database.run(u"UPDATE DicomServer SET QueryTimeout=1"_s);
     daemon_->launch();
-    daemon_->database.run(u"BEGIN IMMEDIATE"_s);
+    daemon_->database.beginAlone(u"Image"_s);
     compareRefused(store({}), OutOfResources);
     daemon_->database.run(u"COMMIT"_s);
     QCOMPARE(store({}).status, 0);

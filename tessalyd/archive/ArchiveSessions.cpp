@@ -1,0 +1,76 @@
+#include "tessalyd/archive/ArchiveSessions.h"
+
+#include <algorithm>
+
+#include "tessalyd/archive/StoreFailure.h"
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+constexpr std::chrono::seconds UsualWait{5};
+
+}  // namespace
+
+void ArchiveSessions::configure(std::chrono::seconds wait, std::size_t most) {
+    close();
+    {
+        const std::lock_guard lock{mutex_};
+        wait_ = wait;
+        most_ = std::max<std::size_t>(most, 1);
+    }
+    returned_.notify_all();
+}
+
+void ArchiveSessions::close() {
+    std::vector<std::unique_ptr<ArchiveSession>> closed;  // outside the lock
+    const std::lock_guard lock{mutex_};
+    ++generation_;
+    closed.swap(idle_);
+}
+
+ArchiveSessions::Lease ArchiveSessions::take() {
+    std::unique_lock lock{mutex_};
+    const std::chrono::seconds wait = wait_;
+    if (!returned_.wait_for(lock, wait > std::chrono::seconds::zero() ? wait : UsualWait,
+                            [this] { return inUse_ < limit(); }))
+        throw databaseRefused("other stores are waiting for it");
+    ++inUse_;
+    const unsigned generation = generation_;
+    std::unique_ptr<ArchiveSession> session;
+    if (!idle_.empty()) {
+        session = std::move(idle_.back());
+        idle_.pop_back();
+    }
+    lock.unlock();
+    if (session)
+        return {*this, std::move(session), generation};
+    try {
+        session = std::make_unique<ArchiveSession>(wait);
+    } catch (...) {
+        giveBack(nullptr, generation);
+        throw;
+    }
+    lock.lock();
+    sideBySide_ = session->writesSideBySide();
+    lock.unlock();
+    returned_.notify_all();
+    return {*this, std::move(session), generation};
+}
+
+bool ArchiveSessions::areSideBySide() {
+    const std::lock_guard lock{mutex_};
+    return sideBySide_;
+}
+
+void ArchiveSessions::giveBack(std::unique_ptr<ArchiveSession> session, unsigned generation) noexcept {
+    {
+        const std::lock_guard lock{mutex_};
+        --inUse_;
+        if (session && generation == generation_)
+            idle_.push_back(std::move(session));
+    }
+    returned_.notify_one();
+}
+
+}  // namespace tessaly::tessalyd
