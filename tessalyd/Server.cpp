@@ -20,8 +20,10 @@ constexpr std::size_t SpareThreads = 64;
 
 }  // namespace
 
-Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended)
-    : transport_(RequestPatience),
+Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended,
+               std::vector<std::string> addresses)
+    : addresses_(addresses.empty() ? std::vector<std::string>{{}} : std::move(addresses)),
+      transport_(RequestPatience),
       open_(std::move(opened), std::move(ended)),
       services_(allServices(index_, queries_)) {}
 
@@ -60,17 +62,24 @@ void Server::configure(const Configuration& configuration) {
 }
 
 void Server::listen(const PortConfiguration& port) {
-    try {
-        auto shared = std::make_shared<const PortConfiguration>(port);
-        listeners_.push_back(std::make_unique<Listener>(
-            port, [this, shared](FileDescriptor socket, const std::stop_token& listening) {
-                accept(shared, std::move(socket), listening);
-            }));
-        ++portsBound_;
-        OFLOG_INFO(serverLog(), "port " << port.port << ": listening as " << port.aeTitle);
-    } catch (const std::system_error& error) {
-        OFLOG_ERROR(serverLog(), "port " << port.port << ": cannot listen: " << error.what());
+    const auto shared = std::make_shared<const PortConfiguration>(port);
+    bool everywhere = true;
+    for (const std::string& address : addresses_) {
+        const std::string name = address.empty() ? port.port : port.port + " of " + address;
+        try {
+            listeners_.push_back(std::make_unique<Listener>(
+                port,
+                [this, shared](FileDescriptor socket, const std::stop_token& listening) {
+                    accept(shared, std::move(socket), listening);
+                },
+                address));
+            OFLOG_INFO(serverLog(), "port " << name << ": listening as " << port.aeTitle);
+        } catch (const std::system_error& error) {
+            OFLOG_ERROR(serverLog(), "port " << name << ": cannot listen: " << error.what());
+            everywhere = false;
+        }
     }
+    portsBound_ += everywhere ? 1 : 0;
 }
 
 void Server::accept(const std::shared_ptr<const PortConfiguration>& port, FileDescriptor socket,

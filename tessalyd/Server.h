@@ -23,14 +23,17 @@ namespace tessaly::tessalyd {
 /// and belong to one thread at a time; everything else may be called from any.
 class Server {
   public:
-    /// As OpenAssociations: called in the associations' threads.
-    Server(OpenAssociations::Event opened, OpenAssociations::Event ended);
+    /// The events as OpenAssociations: called in the associations' threads. `addresses` are those that are
+    /// listened on, numeric; none: all of this machine.
+    Server(OpenAssociations::Event opened, OpenAssociations::Event ended,
+           std::vector<std::string> addresses = {});
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    /// Reads the configuration and listens on every port that can be bound; the others are in the log. Throws
-    /// db::Error when there is no configuration to be had: nothing listens then.
+    /// Reads the configuration and listens on every port that can be bound, on each of the addresses; the
+    /// others are in the log. Throws db::Error when there is no configuration to be had: nothing listens
+    /// then.
     void start();
     /// Listens no more; open associations go on.
     void stop();
@@ -38,7 +41,7 @@ class Server {
     struct Status {
         bool listening = false;
         int openAssociations = 0;
-        int portsBound = 0;
+        int portsBound = 0;  ///< those that are, on all addresses
     };
     [[nodiscard]] Status status() const;
 
@@ -57,6 +60,7 @@ class Server {
     void accept(const std::shared_ptr<const PortConfiguration>& port, FileDescriptor socket,
                 const std::stop_token& listening);
 
+    std::vector<std::string> addresses_;  ///< an empty text for all of them
     Decoders decoders_;
     Transport transport_;
     OpenAssociations open_;

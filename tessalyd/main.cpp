@@ -78,6 +78,13 @@ int run(int argc, char** argv) {
                     "Seconds that open associations have to end when the server is stopped")
         ->capture_default_str()
         ->check(CLI::Range(0, 3600));
+    commandLine
+        .add_option("--listen", options.addresses,
+                    "IPv4 address to listen on; may be given several times (default: all)")
+        ->check(CLI::ValidIPV4)
+        ->type_name("ADDRESS")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     CLI11_PARSE(commandLine, argc, argv);
     options.logFile = logFile;
     options.grace = std::chrono::seconds{graceSeconds};

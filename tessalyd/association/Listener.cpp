@@ -1,5 +1,6 @@
 #include "tessalyd/association/Listener.h"
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -20,7 +21,7 @@ namespace {
     throw std::system_error{errno, std::generic_category(), what};
 }
 
-FileDescriptor bound(const PortConfiguration& port) {
+FileDescriptor bound(const PortConfiguration& port, const std::string& host) {
     const auto number = port.number();
     if (!number)
         throw std::system_error{EINVAL, std::generic_category(), "not a TCP port"};
@@ -34,6 +35,8 @@ FileDescriptor bound(const PortConfiguration& port) {
     address.sin_family = AF_INET;
     address.sin_port = htons(*number);
     address.sin_addr.s_addr = htonl(INADDR_ANY);
+    if (!host.empty() && ::inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1)
+        throw std::system_error{EINVAL, std::generic_category(), "not an IPv4 address"};
     if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0)
         fail("bind");
     if (::listen(socket.get(), SOMAXCONN) < 0)
@@ -51,8 +54,8 @@ void pauseUnlessStopped(const std::stop_token& stop) {
 
 }  // namespace
 
-Listener::Listener(const PortConfiguration& port, Accepted accepted)
-    : name_(port.port), accepted_(std::move(accepted)), socket_(bound(port)) {
+Listener::Listener(const PortConfiguration& port, Accepted accepted, const std::string& address)
+    : name_(port.port), accepted_(std::move(accepted)), socket_(bound(port, address)) {
     thread_ = std::jthread{[this](const std::stop_token& stop) { run(stop); }};
 }
 

@@ -10,15 +10,17 @@
 
 namespace tessaly::tessalyd {
 
-/// Accepts connections on one port, from the constructor to the destructor.
+/// Accepts connections on one port of one address, or of all addresses, from the constructor to the
+/// destructor.
 class Listener {
   public:
     /// Takes an accepted socket; the token is stopped when the port is no longer listened on. Called in the
     /// listener's thread, which waits for it.
     using Accepted = std::function<void(FileDescriptor, const std::stop_token&)>;
 
-    /// Throws std::system_error when the port cannot be bound.
-    Listener(const PortConfiguration& port, Accepted accepted);
+    /// `address` is a numeric IPv4 address of this machine; empty: all of them. Throws std::system_error when
+    /// the port cannot be bound.
+    Listener(const PortConfiguration& port, Accepted accepted, const std::string& address = {});
     ~Listener();
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;

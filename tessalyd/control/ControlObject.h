@@ -19,7 +19,8 @@ namespace tessaly::tessalyd {
 struct Options {
     std::filesystem::path logFile;
     long logBytes = 0;
-    std::chrono::seconds grace{0};  ///< for associations that are open when the server is stopped
+    std::chrono::seconds grace{0};            ///< for associations that are open when the server is stopped
+    std::vector<std::string> addresses = {};  ///< that are listened on, numeric; none: all
 };
 
 /// The server on the session bus. Its methods are answered soon even when what they start takes long:
