@@ -1,14 +1,16 @@
 #include "tessalyd/archive/ArchiveFile.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <random>
 #include <system_error>
 #include <vector>
+
+#include "tessalyd/archive/FileLock.h"
 
 namespace tessaly::tessalyd {
 
@@ -23,10 +25,18 @@ constexpr std::string_view Suffix = ".part";
     throw std::system_error{errno, std::generic_category(), path.string()};
 }
 
+/// One that no other server has, on this machine or another, and no earlier one had.
 std::string temporaryName() {
+    static const std::string server =
+        std::to_string(::getpid()) + '-' + std::to_string(std::random_device{}());
     static std::atomic<unsigned long long> last{0};
-    return std::string{Prefix} + std::to_string(::getpid()) + '-' + std::to_string(++last) +
-           std::string{Suffix};
+    return std::string{Prefix} + server + '-' + std::to_string(++last) + std::string{Suffix};
+}
+
+/// What is locked is to be found under its name by others: it has not been taken away in the moment before.
+bool isInAFolder(const FileDescriptor& file) noexcept {
+    struct stat found {};
+    return ::fstat(file.get(), &found) == 0 && found.st_nlink > 0;
 }
 
 void flushFolder(const fs::path& folder) {
@@ -58,7 +68,7 @@ bool isTemporaryName(std::string_view name) noexcept {
 }
 
 ArchiveFile::ArchiveFile(fs::path folder, std::string name)
-    : folder_(std::move(folder)), name_(std::move(name)), temporary_(folder_ / temporaryName()) {
+    : folder_(std::move(folder)), name_(std::move(name)) {
     // Mostly the folders are there. Those that are made here, a store that fails in another thread may take
     // away again before the file is in them.
     constexpr int Attempts = 5;
@@ -88,10 +98,21 @@ void ArchiveFile::makeFolders() {
 
 void ArchiveFile::open() {
     constexpr mode_t Mode = 0666;  // less the process's mask
-    file_ = FileDescriptor{::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, Mode)};
-    if (!file_.isOpen())
-        fail(temporary_);
-    ::flock(file_.get(), LOCK_EX | LOCK_NB);  // where locks are not to be had, only the file's age tells
+    // Before it is locked, a server that is just starting may take it for a left-over one.
+    constexpr int Attempts = 5;
+    for (int attempt = 1;; ++attempt) {
+        temporary_ = folder_ / temporaryName();
+        FileDescriptor file{::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, Mode)};
+        if (!file.isOpen())
+            fail(temporary_);
+        // Where locks are not to be had, nobody takes anything away.
+        const bool ours = lockFile(file) != FileLock::OfSomebody && isInAFolder(file);
+        if (ours || attempt == Attempts) {
+            file_ = std::move(file);
+            return;
+        }
+        ::unlink(temporary_.c_str());
+    }
 }
 
 void ArchiveFile::write(std::span<const char> data) {
@@ -132,6 +153,10 @@ void ArchiveFile::giveName() {
     const fs::path final = folder_ / name_;
     if (::fsync(file_.get()) < 0)
         fail(temporary_);
+    // What is replaced gets the temporary name, by which only its lock tells it from a left-over file.
+    replaced_ = FileDescriptor{::open(final.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC)};
+    if (replaced_.isOpen())
+        (void)lockFile(replaced_);
     if (moved(temporary_, final, RENAME_NOREPLACE)) {
         stage_ = Stage::Published;
     } else if (moved(temporary_, final, RENAME_EXCHANGE)) {
@@ -150,6 +175,7 @@ void ArchiveFile::keep() noexcept {
         ::unlink(temporary_.c_str());
     stage_ = Stage::Done;
     file_.reset();
+    replaced_.reset();
 }
 
 void ArchiveFile::leave() noexcept {

@@ -53,6 +53,7 @@ class ArchiveFile {
     std::string name_;
     std::filesystem::path temporary_;
     FileDescriptor file_;
+    FileDescriptor replaced_;  ///< from publish() on, where there was one
     Stage stage_ = Stage::Writing;
 };
 

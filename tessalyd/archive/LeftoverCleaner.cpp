@@ -1,7 +1,6 @@
 #include "tessalyd/archive/LeftoverCleaner.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <ctime>
@@ -12,6 +11,7 @@
 #include "tessalyd/FileDescriptor.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/archive/ArchiveFile.h"
+#include "tessalyd/archive/FileLock.h"
 
 namespace tessaly::tessalyd {
 
@@ -30,11 +30,17 @@ bool isBefore(const timespec& a, const timespec& b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
 }
 
-bool isLeftOver(const fs::path& file, const timespec& started) {
-    const FileDescriptor handle{::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
-    struct stat found {};
-    return handle.isOpen() && ::fstat(handle.get(), &found) == 0 && S_ISREG(found.st_mode) &&
-           isBefore(found.st_mtim, started) && ::flock(handle.get(), LOCK_EX | LOCK_NB) == 0;
+/// True when it was one, and is gone.
+bool removed(const fs::path& file, const timespec& started) {
+    // For writing, although nothing is written: network file systems give no other the lock that is wanted.
+    const FileDescriptor handle{::open(file.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+    struct stat found {
+    }, named{};
+    if (!handle.isOpen() || ::fstat(handle.get(), &found) < 0 || !S_ISREG(found.st_mode) ||
+        !isBefore(found.st_mtim, started) || lockFile(handle) != FileLock::Held)
+        return false;
+    // The name may have come to stand for another file before this one was locked.
+    return ::lstat(file.c_str(), &named) == 0 && named.st_ino == found.st_ino && ::unlink(file.c_str()) == 0;
 }
 
 /// Calls `visit` with every entry of a folder until `stop`; a folder that cannot be read has none.
@@ -50,10 +56,7 @@ void forEach(const fs::path& folder, const std::stop_token& stop, Visit visit) {
 
 void cleanFolder(const fs::path& folder, const timespec& started, const std::stop_token& stop) {
     forEach(folder, stop, [&started](const fs::directory_entry& entry) {
-        if (!isTemporaryName(entry.path().filename().native()) || !isLeftOver(entry.path(), started))
-            return;
-        std::error_code error;
-        if (fs::remove(entry.path(), error))
+        if (isTemporaryName(entry.path().filename().native()) && removed(entry.path(), started))
             OFLOG_INFO(serverLog(), "taken away, left by an earlier run: " << entry.path().c_str());
     });
 }

@@ -2,7 +2,6 @@
 #include <dcmtk/dcmdata/dcostrmb.h>
 #include <dcmtk/dcmdata/dcvrus.h>
 #include <fcntl.h>
-#include <sys/file.h>
 
 #include <QFile>
 #include <QTest>
@@ -11,6 +10,7 @@
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveFile.h"
 #include "tessalyd/archive/ArchiveIndex.h"
+#include "tessalyd/archive/FileLock.h"
 #include "tessalyd/archive/LeftoverCleaner.h"
 #include "tessalyd/archive/StoreFailure.h"
 #include "tessalyd/association/OpenAssociations.h"
@@ -40,6 +40,7 @@ class ArchiveTest : public QObject {
     void aReplacedFileComesBackUnlessKept();
     void leftoversAreTakenAway();
     void nobodyElsesFilesAreTakenAway();
+    void whatIsBeingStoredIsNotTakenAway();
     void aNewStudyHasOneFolderForAllPorts();
     void theConfigurationIsRead();
     void withoutTheServersRowItsColumnsHaveUsualValues();
@@ -279,18 +280,44 @@ void ArchiveTest::nobodyElsesFilesAreTakenAway() {
         makeOld(file);
     }
     const FileDescriptor writer{::open(qPrintable(locked), O_RDWR | O_CLOEXEC)};
-    QCOMPARE(::flock(writer.get(), LOCK_EX | LOCK_NB), 0);
+    QCOMPARE(lockFile(writer), FileLock::Held);
     write(young, "text");
     QFile target{young};
     QVERIFY(target.open(QIODevice::ReadWrite));
     QVERIFY(target.setFileTime(QDateTime::currentDateTime().addSecs(60), QFileDevice::FileModificationTime));
     {
-        const LeftoverCleaner cleaner{{root.path().toStdString()}};
-        EVENTUALLY(!QFile::exists(left));
+        LeftoverCleaner cleaner{{root.path().toStdString()}};
+        cleaner.finish();
     }
+    QVERIFY(!QFile::exists(left));
     QCOMPARE(names(folder),
              (QStringList{u".tessalyd-7-2.part"_s, u".tessalyd-7-3.part"_s, u"1.dcm"_s, u"other.part"_s}));
     QVERIFY(QFile::exists(elsewhere));
+}
+
+void ArchiveTest::whatIsBeingStoredIsNotTakenAway() {
+    const QTemporaryDir root;
+    const QString folder = root.filePath(u"1.2/1.2.3"_s);
+    const auto clean = [&] {  // as another server does when it starts
+        for (const QString& name : names(folder))
+            makeOld(folder + u'/' + name);
+        LeftoverCleaner{{root.path().toStdString()}}.finish();
+    };
+    {
+        ArchiveFile file{folder.toStdString(), "1.dcm"};
+        file.write(bytes("first"));
+        clean();
+        file.publish();
+        file.keep();
+    }
+    {
+        ArchiveFile file{folder.toStdString(), "1.dcm"};
+        file.write(bytes("second"));
+        file.publish();
+        clean();  // of the file that was replaced
+    }
+    QCOMPARE(names(folder), QStringList{u"1.dcm"_s});
+    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"first"});
 }
 
 void ArchiveTest::aNewStudyHasOneFolderForAllPorts() {

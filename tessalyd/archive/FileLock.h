@@ -1,0 +1,29 @@
+#pragma once
+
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "tessalyd/FileDescriptor.h"
+
+namespace tessaly::tessalyd {
+
+enum class FileLock {
+    Held,        ///< until the file is closed, however the process ends
+    OfSomebody,  ///< of another descriptor has it, in whatever process, on whatever machine
+    NotToBeHad,  ///< on this file system
+};
+
+/// Locks a whole file that is open for writing, without waiting. The locks are those of fcntl, which network
+/// file systems pass on to other machines, in the form that belongs to the open file and not to the process:
+/// to close another descriptor of the file does not end it.
+[[nodiscard]] inline FileLock lockFile(const FileDescriptor& file) noexcept {
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    if (::fcntl(file.get(), F_OFD_SETLK, &whole) == 0)
+        return FileLock::Held;
+    return errno == EAGAIN || errno == EACCES ? FileLock::OfSomebody : FileLock::NotToBeHad;
+}
+
+}  // namespace tessaly::tessalyd
