@@ -108,7 +108,10 @@ Association::Association(const QString& port, const std::string& calling, const 
     check(ASC_initializeNetwork(NET_REQUESTOR, 0, Patience, &network_));
     check(ASC_createAssociationParameters(&parameters_, ASC_MAXIMUMPDUSIZE));
     ASC_setAPTitles(parameters_, calling.c_str(), called.c_str(), nullptr);
-    ASC_setPresentationAddresses(parameters_, "localhost", ("127.0.0.1:" + port.toStdString()).c_str());
+    const std::string address = port.toStdString();
+    ASC_setPresentationAddresses(
+        parameters_, "localhost",
+        (address.find(':') == std::string::npos ? "127.0.0.1:" + address : address).c_str());
     int id = 1;
     for (const Context& context : contexts) {
         std::vector<const char*> syntaxes;

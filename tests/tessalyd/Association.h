@@ -39,6 +39,7 @@ class Association {
     /// What is proposed unless a test says otherwise: verification and CT images.
     [[nodiscard]] static std::vector<Context> usual();
 
+    /// `port` of this machine, or of an address: "127.0.0.2:104".
     explicit Association(const QString& port, const std::string& calling = "TESTER",
                          const std::string& called = "TESSALY",
                          const std::vector<Context>& contexts = usual(),
