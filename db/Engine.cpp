@@ -49,12 +49,12 @@ std::string_view bracketed(std::string_view text, std::size_t start) {
     return isName ? inside : std::string_view{};
 }
 
-/// The statement without the words that lock what it reads.
-std::string_view withoutRowLock(std::string_view text) {
-    for (const std::string_view lock : {" FOR UPDATE", " FOR KEY SHARE"})
-        if (text.ends_with(lock))
-            return text.substr(0, text.size() - lock.size());
-    return text;
+/// How many characters at `start` lock the rows that a statement reads; 0 for none.
+std::size_t rowLock(std::string_view text, std::size_t start) {
+    for (const std::string_view lock : {"FOR UPDATE", "FOR KEY SHARE"})
+        if (text.substr(start).starts_with(lock))
+            return lock.size();
+    return 0;
 }
 
 }  // namespace
@@ -89,7 +89,7 @@ std::string Engine::quoted(std::string_view exactName) const {
 }
 
 std::string Engine::rewritten(const std::string& statement) const {
-    const std::string_view text = writesSideBySide() ? statement : withoutRowLock(statement);
+    const std::string_view text = statement;
     std::string result;
     result.reserve(text.size() + 8);
     for (std::size_t at = 0; at < text.size();) {
@@ -100,6 +100,8 @@ std::string Engine::rewritten(const std::string& statement) const {
                    !inBrackets.empty()) {
             result.append(quoted(folded(inBrackets)));
             at += inBrackets.size() + 2;
+        } else if (const auto lock = writesSideBySide() ? 0 : rowLock(text, at); lock > 0) {
+            at += lock;
         } else if (isWordPart(text[at])) {
             const auto stop =
                 std::find_if_not(text.begin() + static_cast<std::ptrdiff_t>(at), text.end(), isWordPart);

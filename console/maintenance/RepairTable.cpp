@@ -48,6 +48,8 @@ constexpr auto NumStudies = std::to_array("NumStudies");
 
 }  // namespace
 
+// An owner is held with the strongest of row locks: a server that adds the first row below it changes nothing
+// in it, and only locks it against being removed.
 const RepairShape& shapeOf(Check check) {
     // One joined statement tells of every row what it holds, several times as fast as a question for each
     // row. In words that every engine knows; and with all columns of studies and patients, so that no index
@@ -88,7 +90,8 @@ const RepairShape& shapeOf(Check check) {
             .parameter = text,
             .row = "SELECT Series.SeriesInstanceUID, " + AllSeries + " WHERE Series.SeriesInstanceUID=?",
             .own = {"SeriesInstanceUID"},
-            .hold = "UPDATE Series SET SeriesDir=SeriesDir WHERE SeriesInstanceUID=?",
+            .hold = "UPDATE Series SET SeriesDir=SeriesDir WHERE SeriesInstanceUID="
+                    "(SELECT SeriesInstanceUID FROM Series WHERE SeriesInstanceUID=? FOR UPDATE)",
             .test = "SELECT COUNT(*) AS NumImg FROM Image Where SeriesInstanceUID=?",
             .tested = 0,
             .rule = judgeCount<NumImg>,
@@ -99,22 +102,24 @@ const RepairShape& shapeOf(Check check) {
                     .parameter = text,
                     .row = "SELECT Study.StudyInstanceUID, " + Studies + " WHERE Study.StudyInstanceUID=?",
                     .own = {"StudyInstanceUID"},
-                    .hold = "UPDATE Study SET StudyPath=StudyPath WHERE StudyInstanceUID=?",
+                    .hold = "UPDATE Study SET StudyPath=StudyPath WHERE StudyInstanceUID="
+                            "(SELECT StudyInstanceUID FROM Study WHERE StudyInstanceUID=? FOR UPDATE)",
                     .test = "SELECT COUNT(*) AS NumSeries FROM Series Where StudyInstanceUID=?",
                     .tested = 0,
                     .rule = judgeCount<NumSeries>,
                     .removal = "DELETE FROM Study WHERE StudyInstanceUID=?"},
-        RepairShape{.walk = "SELECT Patient.*, " + Patients,
-                    .key = "ID",
-                    .stays = holdsAnything,
-                    .parameter = number,
-                    .row = "SELECT Patient.ID, " + Patients + " WHERE Patient.ID=?",
-                    .own = {"ID"},
-                    .hold = "UPDATE Patient SET ID=ID WHERE ID=?",
-                    .test = "SELECT COUNT(*) AS NumStudies FROM [Study] WHERE IDPatient=?",
-                    .tested = 0,
-                    .rule = judgeCount<NumStudies>,
-                    .removal = "DELETE FROM Patient WHERE ID=?"},
+        RepairShape{
+            .walk = "SELECT Patient.*, " + Patients,
+            .key = "ID",
+            .stays = holdsAnything,
+            .parameter = number,
+            .row = "SELECT Patient.ID, " + Patients + " WHERE Patient.ID=?",
+            .own = {"ID"},
+            .hold = "UPDATE Patient SET ID=ID WHERE ID=(SELECT ID FROM Patient WHERE ID=? FOR UPDATE)",
+            .test = "SELECT COUNT(*) AS NumStudies FROM [Study] WHERE IDPatient=?",
+            .tested = 0,
+            .rule = judgeCount<NumStudies>,
+            .removal = "DELETE FROM Patient WHERE ID=?"},
     };
     return Shapes.at(static_cast<std::size_t>(check));
 }

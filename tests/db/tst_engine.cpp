@@ -74,12 +74,15 @@ void EngineTest::sqliteReadsUserAsItStands() {
 }
 
 void EngineTest::whatIsReadIsLockedWhereOthersCouldWriteIt() {
-    for (const std::string lock : {" FOR KEY SHARE", " FOR UPDATE"}) {
-        QCOMPARE(postgres().rewritten("SELECT A FROM T WHERE B=?" + lock),
-                 "SELECT A FROM T WHERE B=?" + lock);
-        QCOMPARE(sqlite().rewritten("SELECT A FROM T WHERE B=?" + lock), "SELECT A FROM T WHERE B=?");
+    for (const std::string lock : {"FOR KEY SHARE", "FOR UPDATE"}) {
+        QCOMPARE(postgres().rewritten("SELECT A FROM T WHERE B=? " + lock),
+                 "SELECT A FROM T WHERE B=? " + lock);
+        QCOMPARE(sqlite().rewritten("SELECT A FROM T WHERE B=? " + lock), "SELECT A FROM T WHERE B=? ");
+        QCOMPARE(sqlite().rewritten("UPDATE T SET A=A WHERE B=(SELECT B FROM T WHERE B=? " + lock + ')'),
+                 "UPDATE T SET A=A WHERE B=(SELECT B FROM T WHERE B=? )");
+        QCOMPARE(sqlite().rewritten("SELECT '" + lock + "', \"" + lock + '"'),
+                 "SELECT '" + lock + "', \"" + lock + '"');
     }
-    QCOMPARE(sqlite().rewritten("SELECT ' FOR UPDATE'"), "SELECT ' FOR UPDATE'");
 }
 
 void EngineTest::bracketsFollowTheEnginesWayWithNames() {
