@@ -1,17 +1,13 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcostrmb.h>
 #include <dcmtk/dcmdata/dcvrus.h>
-#include <fcntl.h>
 
-#include <QFile>
 #include <QTest>
 
 #include "db/Connection.h"
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveFile.h"
 #include "tessalyd/archive/ArchiveIndex.h"
-#include "tessalyd/archive/FileLock.h"
-#include "tessalyd/archive/LeftoverCleaner.h"
 #include "tessalyd/archive/StoreFailure.h"
 #include "tessalyd/association/OpenAssociations.h"
 #include "tests/tessalyd/Daemon.h"
@@ -35,36 +31,12 @@ class ArchiveTest : public QObject {
     void longValuesArePassedOver_data();
     void longValuesArePassedOver();
     void whatIsNoDataSetIsRefused();
-    void aFileThatIsNotKeptLeavesNothing();
-    void aFileThatIsKeptStays();
-    void aReplacedFileComesBackUnlessKept();
-    void leftoversAreTakenAway();
-    void nobodyElsesFilesAreTakenAway();
-    void whatIsBeingStoredIsNotTakenAway();
     void aNewStudyHasOneFolderForAllPorts();
     void theConfigurationIsRead();
     void withoutTheServersRowItsColumnsHaveUsualValues();
     void openAssociationsAreCountedPerPort();
 
   private:
-    void write(const QString& file, const QByteArray& text) {
-        QFile target{file};
-        QVERIFY(target.open(QIODevice::WriteOnly));
-        target.write(text);
-    }
-    void makeOld(const QString& file) {
-        QFile target{file};
-        QVERIFY(target.open(QIODevice::ReadWrite));
-        QVERIFY(
-            target.setFileTime(QDateTime::currentDateTime().addSecs(-60), QFileDevice::FileModificationTime));
-    }
-    [[nodiscard]] static QByteArray read(const QString& file) {
-        QFile source{file};
-        return source.open(QIODevice::ReadOnly) ? source.readAll() : QByteArray{};
-    }
-    [[nodiscard]] static QStringList names(const QString& folder) {
-        return QDir{folder}.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-    }
     /// The data set as it is sent.
     [[nodiscard]] static std::vector<char> sent(DcmFileFormat& object, E_TransferSyntax syntax) {
         std::vector<char> data(64U << 10U);
@@ -202,122 +174,6 @@ void ArchiveTest::whatIsNoDataSetIsRefused() {
         "1.2.3",
         13};  // says 64 bytes
     QVERIFY(refused(cut));
-}
-
-void ArchiveTest::aFileThatIsNotKeptLeavesNothing() {
-    const QTemporaryDir root;
-    const std::filesystem::path folder{root.filePath(u"1.2/1.2.3"_s).toStdString()};
-    {
-        ArchiveFile file{folder, "1.dcm"};
-        file.write(bytes("text"));
-        QCOMPARE(names(root.filePath(u"1.2/1.2.3"_s)).size(), 1);
-    }
-    QCOMPARE(names(root.path()), QStringList{});
-    {
-        ArchiveFile file{folder, "1.dcm"};
-        file.write(bytes("text"));
-        file.publish();
-        QCOMPARE(names(root.filePath(u"1.2/1.2.3"_s)), QStringList{u"1.dcm"_s});
-    }
-    QCOMPARE(names(root.path()), QStringList{});
-    QVERIFY_EXCEPTION_THROWN((ArchiveFile{"/nowhere/1.2/1.2.3", "1.dcm"}), std::system_error);
-}
-
-void ArchiveTest::aFileThatIsKeptStays() {
-    const QTemporaryDir root;
-    const QString folder = root.filePath(u"1.2/1.2.3"_s);
-    for (const char* name : {"1.dcm", "2.dcm"}) {
-        ArchiveFile file{folder.toStdString(), name};
-        file.write(bytes("te"));
-        file.write(bytes("xt"));
-        file.publish();
-        file.keep();
-    }
-    { const ArchiveFile dropped{folder.toStdString(), "3.dcm"}; }
-    QCOMPARE(names(folder), (QStringList{u"1.dcm"_s, u"2.dcm"_s}));
-    QCOMPARE(read(folder + u"/2.dcm"_s), QByteArray{"text"});
-}
-
-void ArchiveTest::aReplacedFileComesBackUnlessKept() {
-    const QTemporaryDir root;
-    const QString folder = root.filePath(u"1.2/1.2.3"_s);
-    const auto replace = [&folder](const char* text, bool keep) {
-        ArchiveFile file{folder.toStdString(), "1.dcm"};
-        file.write(bytes(text));
-        file.publish();
-        if (keep)
-            file.keep();
-    };
-    replace("first", true);
-    replace("second", false);
-    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"first"});
-    replace("third", true);
-    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"third"});
-    QCOMPARE(names(folder), QStringList{u"1.dcm"_s});
-}
-
-void ArchiveTest::leftoversAreTakenAway() {
-    const QTemporaryDir root;
-    QDir{root.path()}.mkpath(u"1.2/1.2.3"_s);
-    const QString left = root.filePath(u"1.2/1.2.3/.tessalyd-7-1.part"_s);
-    write(left, "half");
-    makeOld(left);
-    const LeftoverCleaner cleaner{{"/nowhere", root.path().toStdString()}};
-    EVENTUALLY(!QFile::exists(left));
-}
-
-void ArchiveTest::nobodyElsesFilesAreTakenAway() {
-    const QTemporaryDir root;
-    QDir{root.path()}.mkpath(u"1.2/1.2.3"_s);
-    const QString folder = root.filePath(u"1.2/1.2.3"_s);
-    const QString left = folder + u"/.tessalyd-7-1.part"_s;
-    const QString locked = folder + u"/.tessalyd-7-2.part"_s;  // another server writes it
-    const QString young = folder + u"/.tessalyd-7-3.part"_s;
-    const QString elsewhere = root.filePath(u".tessalyd-7-4.part"_s);
-    const QString other = folder + u"/other.part"_s;
-    for (const QString& file : {left, locked, elsewhere, other, folder + u"/1.dcm"_s}) {
-        write(file, "text");
-        makeOld(file);
-    }
-    const FileDescriptor writer{::open(qPrintable(locked), O_RDWR | O_CLOEXEC)};
-    QCOMPARE(lockFile(writer), FileLock::Held);
-    write(young, "text");
-    QFile target{young};
-    QVERIFY(target.open(QIODevice::ReadWrite));
-    QVERIFY(target.setFileTime(QDateTime::currentDateTime().addSecs(60), QFileDevice::FileModificationTime));
-    {
-        LeftoverCleaner cleaner{{root.path().toStdString()}};
-        cleaner.finish();
-    }
-    QVERIFY(!QFile::exists(left));
-    QCOMPARE(names(folder),
-             (QStringList{u".tessalyd-7-2.part"_s, u".tessalyd-7-3.part"_s, u"1.dcm"_s, u"other.part"_s}));
-    QVERIFY(QFile::exists(elsewhere));
-}
-
-void ArchiveTest::whatIsBeingStoredIsNotTakenAway() {
-    const QTemporaryDir root;
-    const QString folder = root.filePath(u"1.2/1.2.3"_s);
-    const auto clean = [&] {  // as another server does when it starts
-        for (const QString& name : names(folder))
-            makeOld(folder + u'/' + name);
-        LeftoverCleaner{{root.path().toStdString()}}.finish();
-    };
-    {
-        ArchiveFile file{folder.toStdString(), "1.dcm"};
-        file.write(bytes("first"));
-        clean();
-        file.publish();
-        file.keep();
-    }
-    {
-        ArchiveFile file{folder.toStdString(), "1.dcm"};
-        file.write(bytes("second"));
-        file.publish();
-        clean();  // of the file that was replaced
-    }
-    QCOMPARE(names(folder), QStringList{u"1.dcm"_s});
-    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"first"});
 }
 
 void ArchiveTest::aNewStudyHasOneFolderForAllPorts() {

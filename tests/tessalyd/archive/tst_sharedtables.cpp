@@ -1,3 +1,8 @@
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcostrmb.h>
+#include <dcmtk/dcmdata/dcuid.h>
+
+#include <QDir>
 #include <QTest>
 #include <atomic>
 #include <functional>
@@ -7,8 +12,10 @@
 #include <vector>
 
 #include "tessalyd/archive/ArchiveIndex.h"
+#include "tessalyd/archive/ArchiveWriter.h"
 #include "tessalyd/archive/StoreFailure.h"
 #include "tests/support/ScratchDatabase.h"
+#include "tests/tessalyd/Objects.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
@@ -25,6 +32,7 @@ class SharedTablesTest : public QObject {
     void newPatientsHaveNumbersOfTheirOwn();
     void aNewStudyHasTheFolderOfWhoWasFirst();
     void theSameInstanceIsOneRow();
+    void aStudyThatMovesWhileAnObjectComesIsFollowed();
     void changingDescriptionsDoNotStandInEachOthersWay();
 
   private:
@@ -154,6 +162,45 @@ void SharedTablesTest::theSameInstanceIsOneRow() {
         storeOne(index, header("P", "1.2", "1.2.1", "1.2.1." + number));
     });
     QCOMPARE(counts(), (QStringList{u"1"_s, u"1"_s, u"1"_s, u"20"_s}));
+}
+
+void SharedTablesTest::aStudyThatMovesWhileAnObjectComesIsFollowed() {
+    constexpr int Side = 900;  // so much that the file is begun before all of it is there
+    const ObjectSpec spec{.side = Side};
+    std::vector<char> bytes(std::size_t{4} << 20U);
+    DcmOutputBufferStream made{bytes.data(), static_cast<offile_off_t>(bytes.size())};
+    const auto object = makeObject(spec);
+    object->getDataset()->transferInit();
+    QVERIFY(object->getDataset()->write(made, EXS_LittleEndianExplicit, EET_ExplicitLength, nullptr).good());
+    const auto size = static_cast<std::size_t>(made.tell());
+
+    QDir{}.mkpath(database_->folder() + u"/moved"_s);
+    const QString moved = database_->folder() + u"/moved/study"_s;
+    ArchiveIndex& index = *servers_[0];
+    storeOne(index, header("P1", spec.study, "1.2.9", "1.2.9.1"), database_->imageRoot().toStdString());
+    PortConfiguration port;
+    port.root = database_->imageRoot().toStdString();
+    std::vector<char> buffer;
+    {
+        ArchiveWriter writer{port,
+                             index,
+                             {.sopClassUid = UID_CTImageStorage,
+                              .sopInstanceUid = spec.instance,
+                              .syntax = EXS_LittleEndianExplicit,
+                              .sender = "TESTER"},
+                             buffer};
+        const std::size_t most = size - 1000;
+        writer.stream().write(bytes.data(), static_cast<offile_off_t>(most));
+        QCOMPARE(QDir{database_->imageRoot()}.entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
+        database_->run(u"UPDATE Study SET StudyPath=?"_s, {moved});
+        writer.stream().write(bytes.data() + most, static_cast<offile_off_t>(size - most));
+        writer.finish();
+    }
+    const QString file = moved + u"/%1/%2.dcm"_s.arg(QString::fromStdString(spec.series),
+                                                     QString::fromStdString(spec.instance));
+    QCOMPARE(dataSetOf(file), (QByteArray{bytes.data(), static_cast<qsizetype>(size)}));
+    QCOMPARE(QDir{database_->imageRoot()}.entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList{});
+    QCOMPARE(counts(), (QStringList{u"1"_s, u"1"_s, u"2"_s, u"2"_s}));
 }
 
 void SharedTablesTest::changingDescriptionsDoNotStandInEachOthersWay() {

@@ -1,0 +1,113 @@
+#include <QTest>
+
+#include "tessalyd/archive/ArchiveIndex.h"
+#include "tessalyd/archive/StoreFailure.h"
+#include "tests/support/ScratchCluster.h"
+#include "tests/support/ScratchDatabase.h"
+
+using namespace Qt::StringLiterals;
+using namespace tessaly::test;
+using namespace tessaly::tessalyd;
+
+/// What becomes of a store when the engine ends its connection, at whatever moment.
+class LostEngineTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void init();
+    void cleanup();
+    void connectionsThatWereEndedWhileIdleCostNoObject();
+    void aConnectionThatEndsInTheCommitCostsNoObject();
+    void whatNobodyCanSayIsSaid();
+    void anEngineThatIsDownRefusesUntilItIsBack();
+
+  private:
+    static ObjectHeader object(const std::string& instance);
+    void place(const ObjectHeader& header) { placement_ = index_->place(header, "/r"); }
+    void endSessions() const {
+        database_->run(
+            u"SELECT pg_terminate_backend(pid, 10000) FROM pg_stat_activity "
+            "WHERE datname = current_database() AND pid <> pg_backend_pid()"_s);
+    }
+    [[nodiscard]] QString images() const { return database_->value(u"SELECT COUNT(*) FROM Image"_s); }
+
+    std::unique_ptr<ScratchDatabase> database_;
+    std::unique_ptr<ArchiveIndex> index_;
+    std::unique_ptr<ArchiveIndex::Placement> placement_;
+};
+
+void LostEngineTest::init() {
+    database_ = std::make_unique<ScratchDatabase>();
+    index_ = std::make_unique<ArchiveIndex>();
+    index_->configure(std::chrono::seconds{0}, 4);
+    place(object("1.1"));
+    (void)index_->record(object("1.1"), placement_->location());
+}
+
+void LostEngineTest::cleanup() {
+    placement_.reset();
+    index_.reset();
+    database_.reset();
+}
+
+ObjectHeader LostEngineTest::object(const std::string& instance) {
+    ObjectHeader header;
+    header.patientId = "P1";
+    header.studyInstanceUid = "1.2";
+    header.seriesInstanceUid = "1.2.3";
+    header.sopInstanceUid = instance;
+    return header;
+}
+
+void LostEngineTest::connectionsThatWereEndedWhileIdleCostNoObject() {
+    endSessions();
+    place(object("1.2"));
+    endSessions();
+    (void)index_->record(object("1.2"), placement_->location());
+    QCOMPARE(images(), u"2"_s);
+}
+
+void LostEngineTest::aConnectionThatEndsInTheCommitCostsNoObject() {
+    place(object("1.2"));
+    int published = 0;
+    (void)index_->record(object("1.2"), placement_->location(), [&] {
+        ++published;
+        endSessions();
+    });
+    QCOMPARE(published, 1);
+    QCOMPARE(images(), u"2"_s);
+}
+
+void LostEngineTest::whatNobodyCanSayIsSaid() {
+    place(object("1.2"));
+    const auto record = [this] {
+        (void)index_->record(object("1.2"), placement_->location(), [this] {
+            endSessions();
+            database_->setDataSource(database_->dataSource({u"Servername=/nowhere"_s}));
+        });
+    };
+    QVERIFY_EXCEPTION_THROWN(record(), StoreUndecided);
+    database_->setDataSource(database_->dataSource({}));
+    (void)index_->record(object("1.2"), placement_->location());
+    QCOMPARE(images(), u"2"_s);
+}
+
+void LostEngineTest::anEngineThatIsDownRefusesUntilItIsBack() {
+    database_->release();
+    ScratchCluster::instance().stop();
+    for (int i = 0; i < 3; ++i) {
+        try {
+            place(object("1.2"));
+            QFAIL("the engine is down");
+        } catch (const StoreFailure& failure) {
+            QCOMPARE(failure.status(), STATUS_STORE_Refused_OutOfResources);
+        }
+    }
+    ScratchCluster::instance().start();
+    place(object("1.2"));
+    (void)index_->record(object("1.2"), placement_->location());
+    QCOMPARE(images(), u"2"_s);
+}
+
+QTEST_GUILESS_MAIN(LostEngineTest)
+#include "tst_lostengine.moc"
