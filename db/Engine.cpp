@@ -135,6 +135,33 @@ std::string Engine::listOfFiles() const {
     return isSqlite() ? "PRAGMA database_list" : std::string{};
 }
 
+std::vector<std::string> Engine::compaction(const std::vector<std::string>& tables) const {
+    if (isSqlite())
+        return {"VACUUM"};
+    if (!isPostgres())
+        return {};
+    // The server notices that nobody waits for the statement any more, within these milliseconds. It would
+    // finish it first, and nobody else could read the table until then.
+    std::vector<std::string> statements{"SET client_connection_check_interval TO 50"};
+    for (const std::string& table : tables)
+        statements.push_back("VACUUM (FULL, ANALYZE) " + quoted(folded(table)));
+    return statements;
+}
+
+std::string Engine::compactionCheck(const std::vector<std::string>& tables) const {
+    if (!isPostgres() || tables.empty())
+        return {};
+    // Of somebody else's table it says so in a warning, which the driver keeps for itself, and succeeds.
+    std::string list;
+    for (const std::string& table : tables)
+        list += (list.empty() ? "'" : ", '") + quoted(folded(table)) + "'::regclass";
+    return "SELECT 'The table ' || relname || ' cannot be compacted: it belongs to ' || "
+           "pg_get_userbyid(relowner) AS Refusal FROM pg_class WHERE oid IN (" +
+           list +
+           ") AND NOT pg_has_role(relowner, 'USAGE') AND NOT (SELECT pg_has_role(datdba, 'USAGE') FROM "
+           "pg_database WHERE datname = current_database())";
+}
+
 std::optional<std::string> refusal(long long version, std::string_view encoding) {
     constexpr long long Oldest = 15;
     constexpr long long Major = 10'000;

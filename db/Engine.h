@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "db/Error.h"
 
@@ -44,6 +45,13 @@ struct Engine {
     /// The statement that lists the engine's files, by columns name ("main" is the database's own) and file;
     /// empty for an engine whose databases are not files of this machine.
     [[nodiscard]] std::string listOfFiles() const;
+
+    /// What gives the space of rows deleted from the tables back, statement by statement, none of them inside
+    /// a transaction; none for an engine that is not known here.
+    [[nodiscard]] std::vector<std::string> compaction(const std::vector<std::string>& tables) const;
+    /// The statement that finds out whether they may be run: a reason in the column Refusal for each table
+    /// that the engine would pass over without an error. Empty where it passes over none.
+    [[nodiscard]] std::string compactionCheck(const std::vector<std::string>& tables) const;
 
     /// True where the driver reads a set into memory whole unless the session is opened for walks.
     [[nodiscard]] bool keepsSetsInMemory() const { return isPostgres(); }

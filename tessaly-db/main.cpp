@@ -9,6 +9,7 @@
 #include "schema/Upgrade.h"
 #include "tessaly-db/Backup.h"
 #include "tessaly-db/Check.h"
+#include "tessaly-db/Compact.h"
 #include "tessaly-db/CopyCommand.h"
 #include "tessaly-db/Create.h"
 #include "tessaly-db/DataSource.h"
@@ -98,6 +99,11 @@ int upgrade(const Options& options) {
     return 0;
 }
 
+int compact(const Options& options) {
+    tool::compact(options.dsn);
+    return 0;
+}
+
 int copy(const Options& options) {
     return tool::copy(options.copy);
 }
@@ -151,6 +157,7 @@ int run(int argc, char** argv) {
     add("check", "List what is missing or wrong", check);
     auto* const upgrading = add("upgrade", "Make the tables what these programs work with", upgrade);
     upgrading->add_flag("--quiet", options.quiet, "Say nothing where nothing is to be done");
+    add("compact", "Give the space of deleted rows back", compact);
     auto* const backing = add("backup", "Copy the database into a new file", backup);
     backing->add_option("file", options.file, "The file; it must not be there yet")->required();
     addCopy(*add("copy", "Copy one data source's database into the empty one of another", copy),

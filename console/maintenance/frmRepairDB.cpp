@@ -17,6 +17,7 @@
 
 #include "console/maintenance/Compaction.h"
 #include "console/maintenance/PassEvents.h"
+#include "console/maintenance/ServerCompaction.h"
 #include "console/session/Globals.h"
 #include "console/ui/ConsoleEnd.h"
 #include "console/ui/Guard.h"
@@ -133,9 +134,11 @@ void frmRepairDB::CompactDB() {
 }
 
 void frmRepairDB::chooseAndCompact() {
-    databasePath_ = chooseFile();
-    if (databasePath_.isEmpty())
-        return;
+    if (!dataSource_.isEmpty()) {
+        databasePath_ = chooseFile();
+        if (databasePath_.isEmpty())
+            return;
+    }
     prgBar_->hide();
     lblWait_->show();
     if (waitForServer())
@@ -154,7 +157,7 @@ QString frmRepairDB::chooseFile() {
     // to where it is.
     QList<QUrl> places = cmnDlg_->sidebarUrls();
     const QUrl folder = QUrl::fromLocalFile(QFileInfo{dataSource_}.absolutePath());
-    if (!dataSource_.isEmpty() && !places.contains(folder))
+    if (!places.contains(folder))
         cmnDlg_->setSidebarUrls(places << folder);
     return cmnDlg_->exec() == QDialog::Accepted ? cmnDlg_->selectedFiles().value(0) : QString{};
 }
@@ -172,20 +175,29 @@ bool frmRepairDB::waitForServer() {
 
 void frmRepairDB::CompactDatabaseFile() {
     try {
-        // The window repaints meanwhile and takes no input: whoever clicks waits, closing included.
-        QElapsedTimer sinceRepaint;
-        sinceRepaint.start();
-        const auto breathe = [&sinceRepaint] {
-            if (sinceRepaint.hasExpired(Tick.count())) {
-                QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
-                sinceRepaint.start();
-            }
-        };
-        compactDatabase(QFile::encodeName(databasePath_).toStdString(), breathe,
-                        QFile::encodeName(dataSource_).toStdString());
+        if (!dataSource_.isEmpty())
+            return compactFile();
+        compactServer([this] {
+            QCoreApplication::processEvents();
+            return !stopRequested();
+        });
     } catch (const std::exception& fault) {
         ui::messageBox(this, u"DBRepair: "_s + QString::fromUtf8(fault.what()));
     }
+}
+
+void frmRepairDB::compactFile() {
+    // The window repaints meanwhile and takes no input: whoever clicks waits, closing included.
+    QElapsedTimer sinceRepaint;
+    sinceRepaint.start();
+    const auto breathe = [&sinceRepaint] {
+        if (sinceRepaint.hasExpired(Tick.count())) {
+            QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+            sinceRepaint.start();
+        }
+    };
+    compactDatabase(QFile::encodeName(databasePath_).toStdString(), breathe,
+                    QFile::encodeName(dataSource_).toStdString());
 }
 
 }  // namespace tessaly::maintenance

@@ -20,7 +20,7 @@ class frmRepairDB : public QDialog {
   public:
     frmRepairDB(MainWindowOperations& window, QWidget* parent);
 
-    /// The four checks, then the offer to compact the database file. A fault of a check is let through; what
+    /// The four checks, then the offer to compact the database. A fault of a check is let through; what
     /// was removed before it stays removed. Without effect once the console ends.
     void Repair();
     void CheckImages() { run(Check::Images); }
@@ -28,10 +28,12 @@ class frmRepairDB : public QDialog {
     void CheckStudies() { run(Check::Studies); }
     void CheckPatients() { run(Check::Patients); }
 
-    /// Stops the server, closes the connection, compacts the file that the user chooses, and brings both
-    /// back. Reports its own failures.
+    /// Stops the server, closes the connection, compacts the database, and brings both back: the file that
+    /// the user chooses, or all of our tables where the database is no file of this machine. Reports its own
+    /// failures.
     void CompactDB();
-    /// The file alone: the one chosen in CompactDB(), with nobody else using it. Reports its own failure.
+    /// The database alone: the file chosen in CompactDB(), with nobody else using it, or a server's tables.
+    /// Reports its own failure.
     void CompactDatabaseFile();
 
     /// Escape and the window's own close button.
@@ -43,6 +45,7 @@ class frmRepairDB : public QDialog {
     void chooseAndCompact();
     [[nodiscard]] QString chooseFile();
     [[nodiscard]] bool waitForServer();
+    void compactFile();
 
     MainWindowOperations& window_;
     QProgressBar* prgBar_;
@@ -52,7 +55,7 @@ class frmRepairDB : public QDialog {
     int processed_ = 0;
     bool stop_ = false;
     QString databasePath_;
-    QString dataSource_;  // the file of the console's own connection, empty when it has none
+    QString dataSource_;  // the file of the console's own connection, empty when it is none of this machine's
 };
 
 }  // namespace tessaly::maintenance

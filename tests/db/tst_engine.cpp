@@ -34,6 +34,7 @@ class EngineTest : public QObject {
     void failuresAreSorted_data();
     void failuresAreSorted();
     void everyConnectStringKeepsLogsOff();
+    void eachEngineCompactsInItsOwnWords();
 };
 
 void EngineTest::statementsAreRewritten_data() {
@@ -175,6 +176,19 @@ void EngineTest::everyConnectStringKeepsLogsOff() {
         QVERIFY(words.contains(u"Debug=0"_s));
         QCOMPARE(words.contains(u"UseDeclareFetch=1"_s), walks);
     }
+}
+
+void EngineTest::eachEngineCompactsInItsOwnWords() {
+    const std::vector<std::string> tables{"Image", "we\"ird"};
+    QCOMPARE(sqlite().compaction(tables), std::vector<std::string>{"VACUUM"});
+    QCOMPARE(sqlite().compactionCheck(tables), "");
+    const auto statements = postgres().compaction(tables);
+    QCOMPARE(statements.size(), 3U);
+    QCOMPARE(statements[1], "VACUUM (FULL, ANALYZE) \"image\"");
+    QCOMPARE(statements[2], "VACUUM (FULL, ANALYZE) \"we\"\"ird\"");
+    QVERIFY(postgres().compactionCheck(tables).find("('\"image\"'::regclass, '\"we\"\"ird\"'::regclass)") !=
+            std::string::npos);
+    QCOMPARE(Engine{.name = "Other"}.compaction(tables).size(), 0U);
 }
 
 QTEST_APPLESS_MAIN(EngineTest)

@@ -136,9 +136,9 @@ void ScratchCluster::restart() {
     start();
 }
 
-void ScratchCluster::administer(const QString& statement) const {
+void ScratchCluster::administer(const QString& statement, const QString& database) const {
     const std::unique_ptr<PGconn, decltype(&PQfinish)> session{
-        PQconnectdb(connection(u"template1"_s, u"postgres"_s).constData()), PQfinish};
+        PQconnectdb(connection(database, u"postgres"_s).constData()), PQfinish};
     const std::unique_ptr<PGresult, decltype(&PQclear)> result{
         PQexec(session.get(), statement.toUtf8().constData()), PQclear};
     const auto status = PQresultStatus(result.get());

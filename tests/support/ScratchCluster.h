@@ -30,7 +30,7 @@ class ScratchCluster {
     [[nodiscard]] QString makeDatabase(bool seeded);
     void dropDatabase(const QString& name);
     /// Runs a statement that is for the superuser alone.
-    void administer(const QString& statement) const;
+    void administer(const QString& statement, const QString& database = QStringLiteral("template1")) const;
 
     /// Ends every session at once, as a restart of the machine would, and what they did not commit.
     void stop();
