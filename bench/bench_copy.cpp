@@ -20,6 +20,7 @@ namespace {
 
 using namespace tessaly;
 using namespace tessaly::bench;
+namespace fs = std::filesystem;
 
 constexpr int Images = 1'000'000;
 
@@ -142,6 +143,21 @@ std::size_t copyByCopy(const std::string& from, const std::string& to) {
     return count;
 }
 
+/// The bytes that a server's database takes, and those of the images' table and its indexes.
+std::array<double, 2> sizesOf(const std::string& database) {
+    PGconn* session = PQconnectdb(database.c_str());
+    PGresult* row =
+        PQexec(session, "SELECT pg_database_size(current_database()), pg_total_relation_size('image')");
+    const std::array<double, 2> sizes{std::atof(PQgetvalue(row, 0, 0)), std::atof(PQgetvalue(row, 0, 1))};
+    PQclear(row);
+    PQfinish(session);
+    return sizes;
+}
+
+void printSize(const char* what, double bytes) {
+    std::printf("%-40s %7.0f MB %6.0f bytes an image\n", what, bytes / 1e6, bytes / Images);
+}
+
 void print(const char* what, const Result& result, double beside) {
     std::printf("%-40s %7.1f s %5.1f times %7.1f s of processor time %5.0f MB\n", what, result.seconds,
                 result.seconds / beside, result.processor, result.megabytes);
@@ -185,6 +201,20 @@ int main(int argc, char** argv) {
           runTool({"copy", "--quiet", "--from", "From", "--to", "Server"}), copy.seconds);
     print("PostgreSQL to SQLite, tessaly-db copy",
           runTool({"copy", "--quiet", "--from", "Server", "--to", "Back"}), c.seconds);
+    printSize("The file", static_cast<double>(fs::file_size(folder.path + "/to.mdb")));
+    const auto sizes = sizesOf(cluster.connection(own).toStdString());
+    printSize("The server's database", sizes[0]);
+    printSize("Of it, the images with their indexes", sizes[1]);
+    print("Compaction of the file, tessaly-db compact", runTool({"compact", "--dsn", "File"}), c.seconds);
+    print("Compaction of the server's database", runTool({"compact", "--dsn", "Server"}), c.seconds);
+    const auto compacted = sizesOf(cluster.connection(own).toStdString());
+    printSize("The server's database, compacted", compacted[0]);
+    const std::string dump = folder.path + "/server.dump";
+    const std::string line = "pg_dump --format=custom --file=" + dump + " --dbname=\"" +
+                             cluster.connection(own).toStdString() + "\"";
+    print("Backup of the server's database, pg_dump",
+          measure([&] { return static_cast<std::size_t>(std::system(line.c_str())); }), c.seconds);
+    printSize("That backup", static_cast<double>(fs::file_size(dump)));
     const auto backup = runTool({"backup", "--dsn", "File", folder.path + "/backup.mdb"});
     print("Backup of the file, tessaly-db backup", backup, c.seconds);
     runPlain(openPlain(folder.path + "/to.mdb"), "DROP TABLE SchemaVersion; DROP INDEX ImageBySeries");

@@ -11,7 +11,10 @@ run lintian --no-cfg --allow-root --fail-on error "${packages[@]}"
 root=$scratch/root
 for package in "${packages[@]}"; do
     dpkg-deb -x "$package" "$root"
+    # The driver of the other engine, by the name that this system has it under.
+    [[ ", $(dpkg-deb --field "$package" Suggests)," == *", odbc-postgresql,"* ]] || fail "no driver suggested: $package"
 done
+dpkg-query --show odbc-postgresql >/dev/null
 
 run desktop-file-validate "$root/usr/share/applications/"*.desktop
 expect_success

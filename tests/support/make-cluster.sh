@@ -36,6 +36,8 @@ END
 "${as_owner[@]}" tee "$data/pg_hba.conf" >/dev/null <<'END'
 local all locked scram-sha-256
 local all all    trust
+host  all all    127.0.0.1/32 scram-sha-256
+host  all all    ::1/128      scram-sha-256
 END
 
 # Commands end with a semicolon and an empty line.
