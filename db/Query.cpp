@@ -86,6 +86,16 @@ void Query::run() {
     statement_->hasRun = true;
 }
 
+void Query::requireStorable(const detail::Statement& statement) const {
+    for (const Param& param : params_) {
+        const auto* text = std::get_if<std::string>(&param.value);
+        if (text == nullptr || text->find('\0') == std::string::npos)
+            continue;
+        statement.session()->failed = true;
+        throw Error("A text with the character NUL cannot be stored");
+    }
+}
+
 void Query::runOnce() {
     detail::Statement& statement = *statement_;
     if (!statement.prepared)
@@ -95,6 +105,7 @@ void Query::runOnce() {
         SQLSetStmtAttr(statement.get(), SQL_ATTR_QUERY_TIMEOUT,
                        reinterpret_cast<SQLPOINTER>(static_cast<SQLULEN>(timeout_.count())), 0);
     }
+    requireStorable(statement);
     std::vector<Bound> bound(params_.size());
     if (params_.size() < statement.boundParams)  // the last run's values are gone
         SQLFreeStmt(statement.get(), SQL_RESET_PARAMS);

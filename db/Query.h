@@ -17,7 +17,7 @@ namespace tessaly::db {
 /// A parameter's declared type; the values are ODBC's own.
 enum class Type { Undeclared = 0, Integer = 4, Varchar = 12, Bit = -7 };
 
-/// A value for one `?`; an empty optional is NULL. Text is UTF-8.
+/// A value for one `?`; an empty optional is NULL. Text is UTF-8; one with a NUL inside fails its statement.
 struct Param {
     Type type = Type::Undeclared;
     std::variant<std::monostate, std::string, long long> value;
@@ -71,6 +71,8 @@ class Query {
   private:
     void run();
     void runOnce();
+    /// PostgreSQL's driver cuts a text at a NUL, SQLite's cuts it when it is read; neither says so.
+    void requireStorable(const detail::Statement& statement) const;
 
     std::shared_ptr<detail::Line> line_;
     std::string text_;

@@ -47,6 +47,9 @@ class DbTest : public QObject {
     void errorsCarryEverything();
     void aTransactionKeepsAllOrNothing();
     void transactionsDoNotNest();
+    void aSavepointMendsNoTransaction();
+    void aTextWithANulIsRefused_data();
+    void aTextWithANulIsRefused();
     void aRollBackSurvivesAnOpenSet();
     void theConnectionClosesAndComesBack();
     void theCatalogueKnowsTheTables();
@@ -269,6 +272,45 @@ void DbTest::aTransactionKeepsAllOrNothing() {
     execute(*connection_, "INSERT INTO T (K) VALUES ('after')");  // each statement by itself again
     QCOMPARE(scratch_->rows(u"SELECT K FROM T ORDER BY K"_s),
              (QList<QStringList>{{u"after"_s}, {u"kept"_s}}));
+}
+
+void DbTest::aSavepointMendsNoTransaction() {
+    execute(*connection_, "INSERT INTO T (K) VALUES ('there')");
+    {
+        db::Transaction transaction{*connection_};
+        execute(*connection_, "INSERT INTO T (K) VALUES ('before')");
+        execute(*connection_, "SAVEPOINT Mark");
+        QVERIFY_EXCEPTION_THROWN(execute(*connection_, "INSERT INTO T (K) VALUES ('there')"), db::Error);
+        // PostgreSQL's driver may take the name of the failed statement's plan for it, and fail here too.
+        (void)faultOf([&] { execute(*connection_, "ROLLBACK TO SAVEPOINT Mark"); });
+        QVERIFY_EXCEPTION_THROWN(transaction.commit(), db::Error);
+    }
+    QCOMPARE(scratch_->rows(u"SELECT K FROM T"_s), QList<QStringList>{{u"there"_s}});
+}
+
+void DbTest::aTextWithANulIsRefused_data() {
+    QTest::addColumn<QByteArray>("text");
+    QTest::newRow("inside") << QByteArray{"a\0b", 3};
+    QTest::newRow("at the beginning") << QByteArray{"\0b", 2};
+    QTest::newRow("at the end") << QByteArray{"a\0", 2};
+}
+
+void DbTest::aTextWithANulIsRefused() {
+    QFETCH(QByteArray, text);
+    {
+        db::Transaction transaction{*connection_};
+        execute(*connection_, "INSERT INTO T (K) VALUES ('before')");
+        const db::Error fault = faultOf([&] {
+            execute(*connection_, "INSERT INTO T (K) VALUES (?)", {db::varchar(text.toStdString())});
+        });
+        QCOMPARE(fault.what(), "A text with the character NUL cannot be stored");
+        QVERIFY_EXCEPTION_THROWN(transaction.commit(), db::Error);
+    }
+    QCOMPARE(scratch_->value(u"SELECT count(*) FROM T"_s), u"0"_s);
+    // Nothing matches it either, and the query goes on with other values.
+    Query query{*connection_, "SELECT * FROM T WHERE K=?"};
+    QVERIFY_EXCEPTION_THROWN((void)query.bind(1, db::undeclared(text.toStdString())).open(), db::Error);
+    QVERIFY(!query.bind(1, db::varchar("a")).open().next());
 }
 
 void DbTest::transactionsDoNotNest() {
