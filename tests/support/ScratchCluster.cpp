@@ -87,9 +87,12 @@ QByteArray ScratchCluster::connection(const QString& database, const QString& ro
 }
 
 void ScratchCluster::start() {
+    // The server passes over the signal of a file that grows too much; its system call fails.
+    const QStringList limited =
+        fileLimit_ ? QStringList{u"prlimit"_s, u"--fsize=%1"_s.arg(*fileLimit_)} : QStringList{};
     // The kernel ends the server when this process ends, even by a crash.
     const QStringList words =
-        QStringList{u"setpriv"_s, u"--pdeathsig"_s, u"QUIT"_s} + asOwner() +
+        QStringList{u"setpriv"_s, u"--pdeathsig"_s, u"QUIT"_s} + asOwner() + limited +
         QStringList{QStringLiteral(TESSALY_POSTGRES), u"-D"_s, address() + u"/data"_s, u"-k"_s, address()};
     std::vector<QByteArray> texts;
     for (const QString& word : words)
@@ -144,6 +147,25 @@ void ScratchCluster::administer(const QString& statement, const QString& databas
     const auto status = PQresultStatus(result.get());
     if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK)
         fail(statement + u": "_s + QString::fromUtf8(PQerrorMessage(session.get())));
+}
+
+void ScratchCluster::limitFiles(std::optional<long> bytes) {
+    stop();
+    fileLimit_ = bytes;
+    start();
+}
+
+void ScratchCluster::fillDiskOf(const QString& database, const QString& table) {
+    const std::unique_ptr<PGconn, decltype(&PQfinish)> session{PQconnectdb(connection(database).constData()),
+                                                               PQfinish};
+    const std::unique_ptr<PGresult, decltype(&PQclear)> result{
+        PQexec(session.get(), u"SELECT pg_relation_filepath('%1')"_s.arg(table).toUtf8().constData()),
+        PQclear};
+    const QString file = address() + u"/data/"_s + QString::fromUtf8(PQgetvalue(result.get(), 0, 0));
+    stop();
+    if (QFileInfo{file}.size() != 0 || !QFile::remove(file) || !QFile::link(u"/dev/full"_s, file))
+        fail(table + u" cannot be given to a full device"_s);
+    start();
 }
 
 QString ScratchCluster::makeDatabase(bool seeded) {

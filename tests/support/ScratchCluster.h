@@ -3,6 +3,7 @@
 #include <sys/types.h>
 #include <QString>
 #include <QTemporaryDir>
+#include <optional>
 
 namespace tessaly::test {
 
@@ -37,12 +38,18 @@ class ScratchCluster {
     void start();
     void restart();
 
+    /// Starts anew, and writing fails where a file would grow beyond so many bytes; nothing: no limit.
+    void limitFiles(std::optional<long> bytes);
+    /// Gives a table without rows to a device that is full, whatever is written; ends every session.
+    void fillDiskOf(const QString& database, const QString& table);
+
   private:
     ScratchCluster();
 
     QTemporaryDir folder_;
     pid_t server_ = 0;
     int databases_ = 0;
+    std::optional<long> fileLimit_;
 };
 
 }  // namespace tessaly::test
