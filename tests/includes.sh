@@ -23,7 +23,7 @@ tessalyd/Log            > tessalyd/Configuration
 tessalyd/Configuration  > schema
 tessalyd/FileDescriptor >
 tessaly-db              > schema passwords
-schema                  > db
+schema                  > db dicom
 db                      >
 dicom                   >
 passwords               >

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "db/Transaction.h"
+#include "schema/HeaderColumns.h"
 #include "tessalyd/Configuration.h"
-#include "tessalyd/archive/HeaderColumns.h"
 #include "tessalyd/archive/StoreFailure.h"
 
 namespace tessaly::tessalyd {
@@ -16,6 +16,16 @@ namespace {
 
 using db::integer;
 using db::varchar;
+using schema::assignmentsOf;
+using schema::differs;
+using schema::HeaderColumn;
+using schema::imageColumns;
+using schema::markers;
+using schema::namesOf;
+using schema::patientColumns;
+using schema::seriesColumns;
+using schema::studyColumns;
+using schema::valuesOf;
 
 /// Runs a step until it has come to something. What makes it begin anew is that others wrote between two of
 /// its statements; every time one of them has got further, so that this is bounded by their number.

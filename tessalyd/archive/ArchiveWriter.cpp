@@ -10,8 +10,8 @@
 #include <system_error>
 
 #include "db/StoredPath.h"
+#include "dicom/DataSetWalk.h"
 #include "tessalyd/Log.h"
-#include "tessalyd/archive/DataSetWalk.h"
 #include "tessalyd/archive/Decoder.h"
 #include "tessalyd/archive/MappedFile.h"
 #include "tessalyd/archive/StoreFailure.h"
@@ -78,7 +78,7 @@ void ArchiveWriter::check(const ObjectHeader& header) const {
 }
 
 void ArchiveWriter::checkEnd(std::span<const char> dataSet) const {
-    if (isCutOff(dataSet, object_.syntax))
+    if (dicom::isCutOff(dataSet, object_.syntax))
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The data set is cut off"};
 }
 

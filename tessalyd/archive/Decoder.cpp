@@ -5,7 +5,7 @@
 #include <dcmtk/dcmjpeg/djdecode.h>
 #include <dcmtk/dcmjpls/djdecode.h>
 
-#include "tessalyd/archive/DataSetWalk.h"
+#include "dicom/DataSetWalk.h"
 #include "tessalyd/archive/MappedFile.h"
 #include "tessalyd/archive/SinkStream.h"
 
@@ -42,7 +42,7 @@ bool Decoders::has(E_TransferSyntax syntax) noexcept {
 
 bool Decoders::decode(const std::filesystem::path& file, std::size_t dataSetAt, ArchiveFile& target) {
     // What is encoded comes in explicit little endian around its pixels.
-    if (nestsTooDeep(MappedFile{file}.bytes().subspan(dataSetAt), Target))
+    if (dicom::nestsTooDeep(MappedFile{file}.bytes().subspan(dataSetAt), Target))
         return false;
     DcmFileFormat object;
     if (object.loadFile(file.c_str()).bad())

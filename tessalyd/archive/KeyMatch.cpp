@@ -5,13 +5,21 @@
 #include <algorithm>
 
 #include "db/Number.h"
-#include "tessalyd/archive/DateTimeRange.h"
-#include "tessalyd/archive/NameFolding.h"
+#include "dicom/DateTimeRange.h"
+#include "dicom/NameFolding.h"
+#include "dicom/Padding.h"
 
 namespace tessaly::tessalyd {
 
 namespace {
 
+using dicom::dateRange;
+using dicom::foldedGroups;
+using dicom::MomentRange;
+using dicom::storedDate;
+using dicom::storedTime;
+using dicom::timeRange;
+using dicom::withoutBlanks;
 using Found = std::optional<std::size_t>;
 constexpr std::string_view Wildcards = "*?";
 
@@ -254,12 +262,6 @@ std::function<bool(std::string_view, std::string_view)> combinedMatch(std::strin
         const auto day = storedDate(storedDay);
         return day && range.covers(*day + storedTime(storedMoment).value_or("000000000000"));
     };
-}
-
-std::string_view withoutBlanks(std::string_view text) noexcept {
-    constexpr std::string_view Blanks{" \0", 2};
-    text.remove_prefix(std::min(text.find_first_not_of(Blanks), text.size()));
-    return text.substr(0, text.find_last_not_of(Blanks) + 1);
 }
 
 std::vector<std::string> listed(std::string_view text) {

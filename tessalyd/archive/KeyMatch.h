@@ -51,9 +51,6 @@ class KeyMatch {
 [[nodiscard]] std::function<bool(std::string_view date, std::string_view time)> combinedMatch(
     std::string_view date, std::string_view time);
 
-/// Text without the blanks around it.
-[[nodiscard]] std::string_view withoutBlanks(std::string_view text) noexcept;
-
 /// The values of a list with backslashes between them, without blanks; empty ones are left out.
 [[nodiscard]] std::vector<std::string> listed(std::string_view text);
 

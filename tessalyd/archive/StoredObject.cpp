@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "tessalyd/archive/DataSetWalk.h"
+#include "dicom/DataSetWalk.h"
 #include "tessalyd/archive/SinkStream.h"
 
 namespace tessaly::tessalyd {
@@ -68,8 +68,8 @@ StoredObject::StoredObject(const StoredInstance& instance) : ObjectFile(instance
     if (sopInstanceUid() != instance.sopInstanceUid)
         throw std::runtime_error{instance.file + ": the file is another object's"};
     Window window{*this};
-    if (isCutOff([&window](std::size_t index) { return window.at(index); }, size(),
-                 DcmXfer{kind().transferSyntax.c_str()}.getXfer()))
+    if (dicom::isCutOff([&window](std::size_t index) { return window.at(index); }, size(),
+                        DcmXfer{kind().transferSyntax.c_str()}.getXfer()))
         throw std::runtime_error{instance.file + ": the file is cut off"};
 }
 
@@ -80,7 +80,7 @@ std::unique_ptr<dicom::OutgoingObject> StoredObject::in(const std::string& trans
         return nullptr;
     std::vector<char> bytes(size());
     readAt(0, bytes);
-    if (nestsTooDeep(bytes, stored))
+    if (dicom::nestsTooDeep(bytes, stored))
         return nullptr;
     DcmDataset dataset;
     DcmInputBufferStream in;

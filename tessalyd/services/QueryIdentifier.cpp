@@ -8,14 +8,16 @@
 #include <array>
 #include <string>
 
-#include "tessalyd/archive/DataSetText.h"
-#include "tessalyd/archive/DataSetWalk.h"
-#include "tessalyd/archive/SkippingStream.h"
+#include "dicom/DataSetText.h"
+#include "dicom/DataSetWalk.h"
+#include "dicom/SkippingStream.h"
 #include "tessalyd/services/QueryRefusal.h"
 
 namespace tessaly::tessalyd {
 
 namespace {
+
+using dicom::DataSetText;
 
 constexpr std::array<std::string_view, 4> LevelNames{"PATIENT", "STUDY", "SERIES", "IMAGE"};
 
@@ -121,11 +123,11 @@ std::unique_ptr<DcmDataset> parseIdentifier(std::span<const char> bytes, E_Trans
     const auto refuse = [](const char* comment) -> QueryRefusal {
         return {STATUS_FIND_Failed_UnableToProcess, comment};
     };
-    if (nestsTooDeep(bytes, syntax))
+    if (dicom::nestsTooDeep(bytes, syntax))
         throw refuse("Sequences of the identifier are nested too deeply");
-    if (isCutOff(bytes, syntax))
+    if (dicom::isCutOff(bytes, syntax))
         throw refuse("The identifier is cut off");
-    SkippingStream stream;
+    dicom::SkippingStream stream;
     stream.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));
     stream.setEos();
     auto dataset = std::make_unique<DcmDataset>();

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tessalyd/archive/DataSetWalk.h"
+#include "dicom/DataSetWalk.h"
 #include "tessalyd/archive/SinkStream.h"
 #include "tessalyd/association/Requester.h"
 
@@ -68,9 +68,9 @@ std::unique_ptr<DcmDataset> receiveIdentifier(const Request& request, Requester&
         throw RequestFailure{NotSupported, "The SOP class is not that of the presentation context"};
     }
     const E_TransferSyntax syntax = request.context->syntax;
-    if (nestsTooDeep(bytes, syntax))
+    if (dicom::nestsTooDeep(bytes, syntax))
         throw cannotUnderstand("The identifier has too many sequences in each other");
-    if (isCutOff(bytes, syntax))
+    if (dicom::isCutOff(bytes, syntax))
         throw cannotUnderstand("The identifier is cut off");
     DcmInputBufferStream stream;
     stream.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));

@@ -3,8 +3,8 @@
 #include <QUtf8StringView>
 #include <algorithm>
 
+#include "dicom/CodeExtensions.h"
 #include "tessalyd/archive/ArchiveFile.h"
-#include "tessalyd/archive/CodeExtensions.h"
 #include "tessalyd/archive/ObjectHeader.h"
 #include "tests/fuzz/Fuzz.h"
 
@@ -17,6 +17,6 @@ void tessaly::fuzz::tryInput(std::string_view input) {
     }
     if (tessalyd::isTemporaryName(input))
         require(input.find('/') == std::string_view::npos && input.front() == '.');
-    if (const auto text = tessalyd::fromCodeExtensions(std::string{input}))
+    if (const auto text = dicom::fromCodeExtensions(std::string{input}))
         require(QUtf8StringView{text->data(), static_cast<qsizetype>(text->size())}.isValidUtf8());
 }

@@ -4,7 +4,7 @@
 
 #include <QUtf8StringView>
 
-#include "tessalyd/archive/NameFolding.h"
+#include "dicom/NameFolding.h"
 #include "tessalyd/archive/SearchStatement.h"
 #include "tessalyd/services/QueryIdentifier.h"
 #include "tessalyd/services/QueryRefusal.h"
@@ -12,6 +12,7 @@
 
 namespace {
 
+using namespace tessaly::dicom;
 using namespace tessaly::tessalyd;
 using tessaly::fuzz::require;
 

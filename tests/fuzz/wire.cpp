@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "tessalyd/archive/DataSetWalk.h"
+#include "dicom/DataSetWalk.h"
 #include "tessalyd/association/CommandMeter.h"
 #include "tests/fuzz/Fuzz.h"
 
@@ -29,9 +29,9 @@ void tessaly::fuzz::tryInput(std::string_view input) {
     constexpr std::array Syntaxes{EXS_LittleEndianImplicit, EXS_LittleEndianExplicit, EXS_BigEndianExplicit};
     const auto syntax = Syntaxes[static_cast<unsigned char>(input.front()) % Syntaxes.size()];
     input.remove_prefix(1);
-    const bool deep = tessalyd::nestsTooDeep(input, syntax);
-    const bool deepInHeader = tessalyd::nestsTooDeep(input, syntax, DcmTagKey{0x0020, 0x0014});
+    const bool deep = dicom::nestsTooDeep(input, syntax);
+    const bool deepInHeader = dicom::nestsTooDeep(input, syntax, DcmTagKey{0x0020, 0x0014});
     require(deep || !deepInHeader);
     constexpr std::size_t Header = 8;  // less than one is no element, and no value is missing
-    require(!tessalyd::isCutOff(input, syntax) || input.size() >= Header);
+    require(!dicom::isCutOff(input, syntax) || input.size() >= Header);
 }

@@ -7,7 +7,7 @@
 
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveSearch.h"
-#include "tessalyd/archive/NameFolding.h"
+#include "dicom/NameFolding.h"
 
 namespace tessaly::test {
 
@@ -36,7 +36,7 @@ void StockedArchive::store(ObjectHeader header) {
         header.seriesInstanceUid = header.studyInstanceUid + ".1";
     if (header.sopInstanceUid.empty())
         header.sopInstanceUid = header.seriesInstanceUid + ".1";
-    header.nameGroups = foldedGroups(header.patientName);
+    header.nameGroups = dicom::foldedGroups(header.patientName);
     (void)session.record(header, {.studyPath = "/archive\\" + header.studyInstanceUid,
                                   .seriesDir = header.seriesInstanceUid,
                                   .imageFile = header.sopInstanceUid + ".dcm"});

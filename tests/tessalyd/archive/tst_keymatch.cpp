@@ -3,9 +3,10 @@
 #include <QTest>
 
 #include "tessalyd/archive/KeyMatch.h"
-#include "tessalyd/archive/NameFolding.h"
+#include "dicom/NameFolding.h"
 
 using namespace Qt::StringLiterals;
+using namespace tessaly::dicom;
 using namespace tessaly::tessalyd;
 
 /// What matches what, a line a case.

@@ -10,13 +10,14 @@
 #include <future>
 
 #include "tessalyd/FileDescriptor.h"
-#include "tessalyd/archive/DataSetWalk.h"
+#include "dicom/DataSetWalk.h"
 #include "tessalyd/association/CommandMeter.h"
 #include "tessalyd/association/Transport.h"
 #include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"
 
 using namespace Qt::StringLiterals;
+using namespace tessaly::dicom;
 using namespace tessaly::tessalyd;
 using namespace tessaly::test;
 

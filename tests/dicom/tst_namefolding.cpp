@@ -1,9 +1,9 @@
 #include <QTest>
 
-#include "tessalyd/archive/NameFolding.h"
+#include "dicom/NameFolding.h"
 
 using namespace Qt::StringLiterals;
-using namespace tessaly::tessalyd;
+using namespace tessaly::dicom;
 
 /// How names are compared: what is folded alike is alike.
 class NameFoldingTest : public QObject {

@@ -1,9 +1,9 @@
-#include "tessalyd/archive/NameFolding.h"
+#include "dicom/NameFolding.h"
 
 #include <QString>
 #include <algorithm>
 
-namespace tessaly::tessalyd {
+namespace tessaly::dicom {
 
 namespace {
 
@@ -95,4 +95,4 @@ std::array<std::string, 3> foldedGroups(std::string_view name) {
     return groups;
 }
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::dicom

@@ -1,14 +1,14 @@
-#include "tessalyd/archive/HeaderColumns.h"
+#include "schema/HeaderColumns.h"
 
 #include <algorithm>
 #include <array>
 
-namespace tessaly::tessalyd {
+namespace tessaly::schema {
 
 namespace {
 
 using db::Param;
-using Header = const ObjectHeader&;
+using Header = const dicom::ObjectHeader&;
 
 Param text(const std::string& value) {
     return db::varchar(value);
@@ -102,7 +102,7 @@ std::string markers(std::size_t count) {
     return list;
 }
 
-std::vector<Param> valuesOf(std::span<const HeaderColumn> columns, const ObjectHeader& header,
+std::vector<Param> valuesOf(std::span<const HeaderColumn> columns, const dicom::ObjectHeader& header,
                             std::initializer_list<Param> more) {
     std::vector<Param> values;
     values.reserve(columns.size() + more.size());
@@ -112,10 +112,10 @@ std::vector<Param> valuesOf(std::span<const HeaderColumn> columns, const ObjectH
     return values;
 }
 
-bool differs(db::ResultSet& row, std::span<const HeaderColumn> columns, const ObjectHeader& header) {
+bool differs(db::ResultSet& row, std::span<const HeaderColumn> columns, const dicom::ObjectHeader& header) {
     return std::any_of(columns.begin(), columns.end(), [&](const HeaderColumn& column) {
         return row.text(column.name) != textOf(column.value(header));
     });
 }
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::schema

@@ -1,10 +1,10 @@
-#include "tessalyd/archive/CodeExtensions.h"
+#include "dicom/CodeExtensions.h"
 
 #include <iconv.h>
 
 #include <string_view>
 
-namespace tessaly::tessalyd {
+namespace tessaly::dicom {
 
 namespace {
 
@@ -70,4 +70,4 @@ std::optional<std::string> fromCodeExtensions(const std::string& text) {
     return std::nullopt;
 }
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::dicom

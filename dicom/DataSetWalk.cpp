@@ -1,4 +1,4 @@
-#include "tessalyd/archive/DataSetWalk.h"
+#include "dicom/DataSetWalk.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcvr.h>
@@ -9,7 +9,7 @@
 #include <limits>
 #include <vector>
 
-namespace tessaly::tessalyd {
+namespace tessaly::dicom {
 
 namespace {
 
@@ -197,4 +197,4 @@ bool isCutOff(const std::function<char(std::size_t)>& byteAt, std::size_t size, 
     return !walk.isTooDeep() && walk.wentBeyondTheData();
 }
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::dicom

@@ -5,7 +5,7 @@
 
 #include <memory>
 
-namespace tessaly::tessalyd {
+namespace tessaly::dicom {
 
 /// Lets the toolkit pass over values that are longer than it is told to read. From an ordinary buffer it
 /// reads each of them, into memory as large as the length that the sender claims, up to 4 GB.
@@ -27,4 +27,4 @@ class SkippingStream final : public DcmInputBufferStream {
     };
 };
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::dicom

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace tessaly::tessalyd {
+namespace tessaly::dicom {
 
 /// The moments that the value of a date or time key covers, both ends included; an end that is not given is
 /// empty. Dates are eight digits, times twelve (with microseconds), so that they compare as texts.
@@ -27,4 +27,4 @@ struct MomentRange {
 [[nodiscard]] std::optional<std::string> storedDate(std::string_view text);
 [[nodiscard]] std::optional<std::string> storedTime(std::string_view text);
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::dicom

@@ -8,7 +8,7 @@
 #include <functional>
 #include <span>
 
-namespace tessaly::tessalyd {
+namespace tessaly::dicom {
 
 /// True when sequences lie within each other so deep that the DICOM toolkit cannot be given the data set: its
 /// parser calls itself for each of them, and a peer could have it use up the stack. Looks no further than the
@@ -25,4 +25,4 @@ namespace tessaly::tessalyd {
 [[nodiscard]] bool isCutOff(const std::function<char(std::size_t)>& byteAt, std::size_t size,
                             E_TransferSyntax syntax);
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::dicom

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace tessaly::tessalyd {
+namespace tessaly::dicom {
 
 /// A data set's values as UTF-8, whatever character set they are in. The data set is converted in place, and
 /// is to outlive this.
@@ -29,4 +29,4 @@ class DataSetText {
     bool utf8_;
 };
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::dicom

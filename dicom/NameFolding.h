@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace tessaly::tessalyd {
+namespace tessaly::dicom {
 
 /// UTF-8 text as names are compared: without case and without the accents of Latin, Greek and Cyrillic
 /// letters.
@@ -14,4 +14,4 @@ namespace tessaly::tessalyd {
 /// around its components and without trailing delimiters.
 [[nodiscard]] std::array<std::string, 3> foldedGroups(std::string_view name);
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::dicom

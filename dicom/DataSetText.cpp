@@ -1,13 +1,13 @@
-#include "tessalyd/archive/DataSetText.h"
+#include "dicom/DataSetText.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 
 #include <QUtf8StringView>
 #include <algorithm>
 
-#include "tessalyd/archive/CodeExtensions.h"
+#include "dicom/CodeExtensions.h"
 
-namespace tessaly::tessalyd {
+namespace tessaly::dicom {
 
 namespace {
 
@@ -75,4 +75,4 @@ std::string DataSetText::value(const DcmTagKey& tag, std::size_t width) const {
     return value;
 }
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::dicom

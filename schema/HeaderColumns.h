@@ -6,14 +6,14 @@
 #include <vector>
 
 #include "db/Query.h"
-#include "tessalyd/archive/ObjectHeader.h"
+#include "dicom/ObjectHeader.h"
 
-namespace tessaly::tessalyd {
+namespace tessaly::schema {
 
 /// A column that repeats what an object says of itself; keys and places are none.
 struct HeaderColumn {
     std::string_view name;
-    db::Param (*value)(const ObjectHeader&);
+    db::Param (*value)(const dicom::ObjectHeader&);
 };
 
 [[nodiscard]] std::span<const HeaderColumn> patientColumns();
@@ -29,11 +29,11 @@ struct HeaderColumn {
 
 /// The columns' values, then `more`.
 [[nodiscard]] std::vector<db::Param> valuesOf(std::span<const HeaderColumn> columns,
-                                              const ObjectHeader& header,
+                                              const dicom::ObjectHeader& header,
                                               std::initializer_list<db::Param> more);
 
 /// True when the current row has another value in one of the columns; nothing and an empty text are the same.
 [[nodiscard]] bool differs(db::ResultSet& row, std::span<const HeaderColumn> columns,
-                           const ObjectHeader& header);
+                           const dicom::ObjectHeader& header);
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::schema

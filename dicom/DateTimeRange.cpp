@@ -1,10 +1,10 @@
-#include "tessalyd/archive/DateTimeRange.h"
+#include "dicom/DateTimeRange.h"
 
 #include <algorithm>
 
-#include "tessalyd/archive/KeyMatch.h"
+#include "dicom/Padding.h"
 
-namespace tessaly::tessalyd {
+namespace tessaly::dicom {
 
 namespace {
 
@@ -94,4 +94,4 @@ std::optional<std::string> storedTime(std::string_view text) {
     return filled(timeDigits(withoutBlanks(text)), TimeDigits);
 }
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::dicom
