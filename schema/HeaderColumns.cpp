@@ -18,44 +18,47 @@ Param number(std::optional<long long> value) {
     return value ? db::integer(*value) : db::null(db::Type::Integer);
 }
 
+constexpr bool Text = true;
+constexpr bool Number = false;
+
 constexpr std::array Patient{
-    HeaderColumn{"Name", [](Header h) { return text(h.patientName); }},
-    HeaderColumn{"BirthDate", [](Header h) { return text(h.birthDate); }},
-    HeaderColumn{"Sex", [](Header h) { return text(h.sex); }},
-    HeaderColumn{"NameAlphabetic", [](Header h) { return text(h.nameGroups[0]); }},
-    HeaderColumn{"NameIdeographic", [](Header h) { return text(h.nameGroups[1]); }},
-    HeaderColumn{"NamePhonetic", [](Header h) { return text(h.nameGroups[2]); }},
+    HeaderColumn{"Name", Text, [](Header h) { return text(h.patientName); }},
+    HeaderColumn{"BirthDate", Text, [](Header h) { return text(h.birthDate); }},
+    HeaderColumn{"Sex", Text, [](Header h) { return text(h.sex); }},
+    HeaderColumn{"NameAlphabetic", Text, [](Header h) { return text(h.nameGroups[0]); }},
+    HeaderColumn{"NameIdeographic", Text, [](Header h) { return text(h.nameGroups[1]); }},
+    HeaderColumn{"NamePhonetic", Text, [](Header h) { return text(h.nameGroups[2]); }},
 };
 
 constexpr std::array Study{
-    HeaderColumn{"StudyID", [](Header h) { return text(h.studyId); }},
-    HeaderColumn{"StudyDate", [](Header h) { return text(h.studyDate); }},
-    HeaderColumn{"StudyTime", [](Header h) { return text(h.studyTime); }},
-    HeaderColumn{"AccessionNumber", [](Header h) { return text(h.accessionNumber); }},
-    HeaderColumn{"Description", [](Header h) { return text(h.studyDescription); }},
-    HeaderColumn{"ReferringPhysicianName", [](Header h) { return text(h.referringPhysicianName); }},
+    HeaderColumn{"StudyID", Text, [](Header h) { return text(h.studyId); }},
+    HeaderColumn{"StudyDate", Text, [](Header h) { return text(h.studyDate); }},
+    HeaderColumn{"StudyTime", Text, [](Header h) { return text(h.studyTime); }},
+    HeaderColumn{"AccessionNumber", Text, [](Header h) { return text(h.accessionNumber); }},
+    HeaderColumn{"Description", Text, [](Header h) { return text(h.studyDescription); }},
+    HeaderColumn{"ReferringPhysicianName", Text, [](Header h) { return text(h.referringPhysicianName); }},
 };
 
 constexpr std::array Series{
-    HeaderColumn{"Modality", [](Header h) { return text(h.modality); }},
-    HeaderColumn{"SeriesNumber", [](Header h) { return text(h.seriesNumber); }},
-    HeaderColumn{"Description", [](Header h) { return text(h.seriesDescription); }},
-    HeaderColumn{"SeriesDate", [](Header h) { return text(h.seriesDate); }},
-    HeaderColumn{"SeriesTime", [](Header h) { return text(h.seriesTime); }},
-    HeaderColumn{"BodyPartExamined", [](Header h) { return text(h.bodyPartExamined); }},
-    HeaderColumn{"ProtocolName", [](Header h) { return text(h.protocolName); }},
+    HeaderColumn{"Modality", Text, [](Header h) { return text(h.modality); }},
+    HeaderColumn{"SeriesNumber", Text, [](Header h) { return text(h.seriesNumber); }},
+    HeaderColumn{"Description", Text, [](Header h) { return text(h.seriesDescription); }},
+    HeaderColumn{"SeriesDate", Text, [](Header h) { return text(h.seriesDate); }},
+    HeaderColumn{"SeriesTime", Text, [](Header h) { return text(h.seriesTime); }},
+    HeaderColumn{"BodyPartExamined", Text, [](Header h) { return text(h.bodyPartExamined); }},
+    HeaderColumn{"ProtocolName", Text, [](Header h) { return text(h.protocolName); }},
 };
 
 constexpr std::array Image{
-    HeaderColumn{"SOPClassUID", [](Header h) { return text(h.sopClassUid); }},
-    HeaderColumn{"TransferSyntaxUID", [](Header h) { return text(h.transferSyntaxUid); }},
-    HeaderColumn{"InstanceNumber", [](Header h) { return text(h.instanceNumber); }},
-    HeaderColumn{"NumberInSeries", [](Header h) { return number(h.numberInSeries); }},
-    HeaderColumn{"ContentDate", [](Header h) { return text(h.contentDate); }},
-    HeaderColumn{"ContentTime", [](Header h) { return text(h.contentTime); }},
-    HeaderColumn{"PixelRows", [](Header h) { return number(h.pixelRows); }},
-    HeaderColumn{"PixelColumns", [](Header h) { return number(h.pixelColumns); }},
-    HeaderColumn{"NumberOfFrames", [](Header h) { return number(h.numberOfFrames); }},
+    HeaderColumn{"SOPClassUID", Text, [](Header h) { return text(h.sopClassUid); }},
+    HeaderColumn{"TransferSyntaxUID", Text, [](Header h) { return text(h.transferSyntaxUid); }},
+    HeaderColumn{"InstanceNumber", Text, [](Header h) { return text(h.instanceNumber); }},
+    HeaderColumn{"NumberInSeries", Number, [](Header h) { return number(h.numberInSeries); }},
+    HeaderColumn{"ContentDate", Text, [](Header h) { return text(h.contentDate); }},
+    HeaderColumn{"ContentTime", Text, [](Header h) { return text(h.contentTime); }},
+    HeaderColumn{"PixelRows", Number, [](Header h) { return number(h.pixelRows); }},
+    HeaderColumn{"PixelColumns", Number, [](Header h) { return number(h.pixelColumns); }},
+    HeaderColumn{"NumberOfFrames", Number, [](Header h) { return number(h.numberOfFrames); }},
 };
 
 std::string join(std::span<const HeaderColumn> columns, std::string_view behindEach) {
@@ -93,6 +96,30 @@ std::string namesOf(std::span<const HeaderColumn> columns) {
 
 std::string assignmentsOf(std::span<const HeaderColumn> columns) {
     return join(columns, "=?");
+}
+
+std::string fillingsOf(std::span<const HeaderColumn> columns) {
+    std::string list;
+    for (const HeaderColumn& column : columns) {
+        const std::string name{column.name};
+        // A number that takes no NULL is 0 where it is not known.
+        const std::string known = column.isText ? name : "NULLIF(" + name + ",0)";
+        list.append(list.empty() ? "" : ", ").append(name).append("=COALESCE(").append(known).append(",?)");
+    }
+    return list;
+}
+
+std::string lackOf(std::span<const HeaderColumn> columns, std::string_view table) {
+    std::string list;
+    for (const HeaderColumn& column : columns) {
+        if (column.isText)
+            list.append(list.empty() ? "" : " OR ")
+                .append(table)
+                .append(".")
+                .append(column.name)
+                .append(" IS NULL");
+    }
+    return list;
 }
 
 std::string markers(std::size_t count) {

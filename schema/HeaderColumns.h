@@ -13,6 +13,7 @@ namespace tessaly::schema {
 /// A column that repeats what an object says of itself; keys and places are none.
 struct HeaderColumn {
     std::string_view name;
+    bool isText;
     db::Param (*value)(const dicom::ObjectHeader&);
 };
 
@@ -24,6 +25,11 @@ struct HeaderColumn {
 /// "A, B" of the columns' names, and "A=?, B=?".
 [[nodiscard]] std::string namesOf(std::span<const HeaderColumn> columns);
 [[nodiscard]] std::string assignmentsOf(std::span<const HeaderColumn> columns);
+/// "A=COALESCE(A,?), ...": for a row that lacks some of them, which leaves the others as they are.
+[[nodiscard]] std::string fillingsOf(std::span<const HeaderColumn> columns);
+/// "A IS NULL OR ...": whether a row lacks any. A text that was read is not NULL, be it empty; a number may
+/// be. `table` goes before the names.
+[[nodiscard]] std::string lackOf(std::span<const HeaderColumn> columns, std::string_view table);
 /// "?,?" for so many values.
 [[nodiscard]] std::string markers(std::size_t count);
 

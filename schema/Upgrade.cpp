@@ -8,6 +8,7 @@
 #include "db/Text.h"
 #include "db/Transaction.h"
 #include "schema/Catalogue.h"
+#include "schema/OlderRows.h"
 
 namespace tessaly::schema {
 
@@ -67,10 +68,25 @@ class Completion {
     std::vector<std::string> done_;
 };
 
+/// The mark beside the version stays; before there was one, nothing had been filled or was to be.
 void writeVersion(const db::Connection& connection, int version) {
-    db::execute(connection, "DELETE FROM " + std::string{VersionTable});
-    db::execute(connection, "INSERT INTO " + std::string{VersionTable} + " (Version) VALUES (?)",
-                {db::integer(version)});
+    const std::string table{VersionTable};
+    db::Query query{connection, "SELECT Version FROM " + table};
+    const bool isThere = query.open().next();
+    db::execute(
+        connection,
+        isThere ? "UPDATE " + table + " SET Version=?" : "INSERT INTO " + table + " (Version) VALUES (?)",
+        {db::integer(version)});
+}
+
+/// They have the columns by which a study's series and a series' images are in order, in all three of them.
+void dropNarrowIndexes(const db::Connection& connection) {
+    for (const char* index : {"StudyByPatient", "ImageBySeries"})
+        db::execute(connection, std::string{"DROP INDEX IF EXISTS "} + index);
+}
+
+void markOlderRows(const db::Connection& connection) {
+    setFilledTo(connection, "");
 }
 
 }  // namespace
@@ -78,6 +94,10 @@ void writeVersion(const db::Connection& connection, int version) {
 std::span<const Step> steps() {
     static const std::array Steps{
         Step{.version = 2, .about = "the tables have a version", .fill = {}},
+        Step{.version = 3,
+             .about = "queries find objects by all their keys",
+             .fill = markOlderRows,
+             .prepare = dropNarrowIndexes},
     };
     return Steps;
 }
@@ -102,7 +122,14 @@ std::vector<std::string> upgrade(const db::Connection& connection, std::span<con
     const auto expected = expectedCatalogue(all);
     const int known = steps.back().version;
 
+    if (version(connection) == known && lacks(expected, readCatalogue(connection)).empty())
+        return {};
+    const bool hasVersions = connection.hasTable(VersionTable);
     db::Transaction transaction{connection};
+    // First a statement that writes, if only nothing: it waits for a server that stores. A transaction that
+    // begins by reading and finds that another has written since would fail at once instead.
+    if (hasVersions)
+        db::execute(connection, "UPDATE " + std::string{VersionTable} + " SET Version=Version");
     const int found = version(connection);
     if (found > known)
         refuseNewer(found, known);
@@ -110,6 +137,8 @@ std::vector<std::string> upgrade(const db::Connection& connection, std::span<con
         if (step.version > found && step.prepare)
             step.prepare(connection);
     auto done = Completion{connection, all}.run(lacks(expected, readCatalogue(connection)));
+    if (found < known)
+        writeVersion(connection, known);
     for (const auto& step : steps) {
         if (step.version <= found)
             continue;
@@ -122,7 +151,6 @@ std::vector<std::string> upgrade(const db::Connection& connection, std::span<con
                                  ", which cannot be added: copy the database into a new one instead");
     if (done.empty())
         return done;
-    writeVersion(connection, known);
     transaction.commit();
     return done;
 }

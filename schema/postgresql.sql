@@ -7,12 +7,14 @@
 -- deterministic knows no LIKE and no regular expression: patterns want COLLATE "C".
 CREATE COLLATION IF NOT EXISTS nocase (provider = icu, locale = 'und-u-ks-level2', deterministic = false);
 
--- The version of these tables; schema/Upgrade.cpp says how older ones get there.
+-- The version of these tables; schema/Upgrade.cpp says how older ones get there. FilledTo is the instance up to which
+-- older rows of the archive have been filled from the objects' files; without a value, all have.
 CREATE TABLE SchemaVersion (
-    Version INTEGER NOT NULL
+    Version  INTEGER NOT NULL,
+    FilledTo VARCHAR(64) COLLATE "C"
 );
 
-INSERT INTO SchemaVersion (Version) VALUES (2);
+INSERT INTO SchemaVersion (Version) VALUES (3);
 
 CREATE TABLE DicomServer (
     LogLevel     INTEGER NOT NULL DEFAULT 1,

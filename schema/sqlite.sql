@@ -6,11 +6,13 @@
 -- With a write-ahead log the console reads while the server writes; the file keeps the mode.
 PRAGMA journal_mode = WAL;
 
--- The version of these tables; schema/Upgrade.cpp says how older ones get there.
+-- The version of these tables; schema/Upgrade.cpp says how older ones get there. FilledTo is the instance up to which
+-- older rows of the archive have been filled from the objects' files; without a value, all have.
 CREATE TABLE SchemaVersion (
-    Version INTEGER NOT NULL
+    Version  INTEGER NOT NULL,
+    FilledTo VARCHAR(64)
 );
-INSERT INTO SchemaVersion (Version) VALUES (2);
+INSERT INTO SchemaVersion (Version) VALUES (3);
 
 CREATE TABLE DicomServer (
     LogLevel     INTEGER NOT NULL DEFAULT 1,

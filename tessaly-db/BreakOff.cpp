@@ -32,8 +32,12 @@ BreakOff::~BreakOff() {
     setAll(SIG_DFL, 0);
 }
 
+bool BreakOff::isWanted() noexcept {
+    return signalled != 0;
+}
+
 void BreakOff::check() {
-    if (signalled != 0)
+    if (isWanted())
         throw std::runtime_error("Broken off: nothing was written");
 }
 

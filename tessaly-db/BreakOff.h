@@ -13,6 +13,8 @@ class BreakOff {
 
     /// Throws std::runtime_error after the first signal.
     static void check();
+    /// For who has something else to say.
+    [[nodiscard]] static bool isWanted() noexcept;
     /// From here on the signals are passed over: what is being put in place now is not to be torn.
     static void noMore();
 };

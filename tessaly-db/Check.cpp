@@ -10,6 +10,7 @@
 #include "db/Transaction.h"
 #include "passwords/PasswordEncoder.h"
 #include "schema/Catalogue.h"
+#include "schema/OlderRows.h"
 #include "schema/Upgrade.h"
 #include "tessaly-db/DataSource.h"
 
@@ -33,6 +34,8 @@ void compareTables(const db::Connection& connection, const schema::Catalogue& ac
         faults.push_back("The tables are of version " + std::to_string(version) + ", this program's are " +
                          std::to_string(schema::currentVersion()) +
                          (version < schema::currentVersion() ? Remedy : ": it is too old for them"));
+    else if (schema::filledTo(connection))
+        faults.push_back(std::string{"Older rows of the archive lack what queries need of them"} + Remedy);
     for (const auto& lack : schema::lacks(schema::expectedCatalogue(definitions), actual)) {
         const bool addable = canBeAdded(lack, definitions);
         if (addable && version < schema::currentVersion())

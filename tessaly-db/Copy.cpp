@@ -7,6 +7,7 @@
 
 #include "db/Error.h"
 #include "db/Text.h"
+#include "schema/OlderRows.h"
 #include "schema/Upgrade.h"
 #include "tessaly-db/BatchInsert.h"
 #include "tessaly-db/Source.h"
@@ -48,6 +49,11 @@ class Copying {
                 tables.push_back(copyTable(table));
         source_.requireUnchanged();
         schema::fill(target_.connection(), version);
+        const auto filledTo = source_.isKnown() ? schema::filledTo(source_.connection()) : std::string{};
+        schema::setFilledTo(target_.connection(), filledTo);
+        if (filledTo)
+            tables.front().notes.emplace_back(
+                "Older rows lack what queries need of them: an upgrade of the copy fills them");
         target_.makeIndexes();
         if (!wish_.dryRun) {
             events_.keeps();

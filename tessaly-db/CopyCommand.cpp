@@ -1,64 +1,16 @@
 #include "tessaly-db/CopyCommand.h"
 
-#include <unistd.h>
-
-#include <algorithm>
 #include <iomanip>
 #include <iostream>
 
 #include "tessaly-db/BreakOff.h"
 #include "tessaly-db/Copy.h"
+#include "tessaly-db/ProgressBar.h"
+#include "tessaly-db/Text.h"
 
 namespace tessaly::tool {
 
 namespace {
-
-/// One line of the terminal, on the standard error so that the standard output is the same without it.
-class Bar {
-  public:
-    explicit Bar(bool shown) : shown_(shown) {}
-    ~Bar() { clear(); }
-    Bar(const Bar&) = delete;
-    Bar& operator=(const Bar&) = delete;
-
-    void setWhole(long long rows) { whole_ = rows; }
-
-    void show(const std::string& table, long long done) {
-        if (!shown_)
-            return;
-        constexpr long long Width = 30;
-        const long long percent = whole_ > 0 ? std::min(done * 100 / whole_, 100LL) : 0;
-        const auto marks = static_cast<std::size_t>(percent * Width / 100);
-        std::string line{'['};
-        line.append(marks, '#').append(Width - marks, '.').append("] ");
-        if (whole_ > 0)
-            line += std::to_string(percent) + "% ";
-        line += std::to_string(done) + " rows, " + table;
-        if (line == last_)
-            return;
-        clear();
-        std::cerr << line << std::flush;
-        last_ = std::move(line);
-    }
-
-    void clear() {
-        if (!last_.empty())
-            std::cerr << "\r\033[K" << std::flush;
-        last_.clear();
-    }
-
-  private:
-    bool shown_;
-    long long whole_ = 0;
-    std::string last_;
-};
-
-/// Texts come from a database: on the terminal they are not to do anything.
-std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
-    return text;
-}
 
 void print(const std::vector<CopiedTable>& tables, bool dryRun) {
     std::cout << std::left << std::setw(18) << "Table" << std::right << std::setw(12) << "From";
@@ -84,7 +36,7 @@ int copy(const CopyOptions& options) {
     const CopyWish wish{
         .from = options.from, .to = options.to, .map = PathMap{options.maps}, .dryRun = options.dryRun};
     const BreakOff breakOff;
-    Bar bar{!options.quiet && isatty(STDERR_FILENO) != 0};
+    ProgressBar bar{!options.quiet, "rows"};
     long misfits = 0;
     const CopyEvents events{
         .begins = [&bar](long long rows) { bar.setWhole(rows); },

@@ -52,6 +52,12 @@ std::string oneLine(std::string text) {
     return text;
 }
 
+std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
+    return text;
+}
+
 std::optional<std::size_t> lengthOf(std::string_view text) {
     const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
     if (std::all_of(text.begin(), text.end(), isAscii))

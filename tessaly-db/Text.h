@@ -14,6 +14,9 @@ void requireTypeable(std::string_view text, const std::string& what);
 /// A text of several lines, as a driver's may have, as one.
 [[nodiscard]] std::string oneLine(std::string text);
 
+/// Text of a database or a file system, which on a terminal is not to do anything.
+[[nodiscard]] std::string printable(std::string text);
+
 /// The number of characters; nothing where the text is no UTF-8.
 [[nodiscard]] std::optional<std::size_t> lengthOf(std::string_view text);
 

@@ -6,7 +6,6 @@
 #include <stdexcept>
 #include <string>
 
-#include "schema/Upgrade.h"
 #include "tessaly-db/Backup.h"
 #include "tessaly-db/Check.h"
 #include "tessaly-db/Compact.h"
@@ -16,6 +15,7 @@
 #include "tessaly-db/Password.h"
 #include "tessaly-db/Target.h"
 #include "tessaly-db/Text.h"
+#include "tessaly-db/UpgradeCommand.h"
 #include "tessaly-db/Users.h"
 
 namespace {
@@ -29,6 +29,7 @@ struct Options {
     std::string file;
     bool random = false;
     bool quiet = false;
+    bool refill = false;
     tool::CopyOptions copy;
 };
 
@@ -87,16 +88,7 @@ int check(const Options& options) {
 }
 
 int upgrade(const Options& options) {
-    tool::requireDataSource(options.dsn);
-    db::Connection connection;
-    tool::connect(connection, options.dsn);
-    const auto done = schema::upgrade(connection);
-    for (const auto& line : done)
-        std::cout << line << '\n';
-    if (!done.empty() || !options.quiet)
-        std::cout << options.dsn << ": version " << schema::currentVersion()
-                  << (done.empty() ? ", nothing to do\n" : "\n");
-    return 0;
+    return tool::upgrade({.dsn = options.dsn, .quiet = options.quiet, .refill = options.refill});
 }
 
 int compact(const Options& options) {
@@ -156,7 +148,10 @@ int run(int argc, char** argv) {
         sub->add_flag("--random", options.random, "Make a password and print it, instead of asking");
     add("check", "List what is missing or wrong", check);
     auto* const upgrading = add("upgrade", "Make the tables what these programs work with", upgrade);
-    upgrading->add_flag("--quiet", options.quiet, "Say nothing where nothing is to be done");
+    upgrading->add_flag("--quiet", options.quiet, "Say nothing but what was done to the tables");
+    upgrading->add_flag(
+        "--refill", options.refill,
+        "Read the files again of all objects whose rows lack what they could not give before");
     add("compact", "Give the space of deleted rows back", compact);
     auto* const backing = add("backup", "Copy the database into a new file", backup);
     backing->add_option("file", options.file, "The file; it must not be there yet")->required();

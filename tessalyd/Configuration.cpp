@@ -4,6 +4,8 @@
 #include <charconv>
 
 #include "db/Query.h"
+#include "schema/OlderRows.h"
+#include "schema/Schema.h"
 #include "schema/Upgrade.h"
 
 namespace tessaly::tessalyd {
@@ -91,6 +93,8 @@ Configuration readConfiguration(const db::Connection& connection) {
     }
     configuration.ports = readPorts(connection);
     configuration.nodes = readNodes(connection);
+    configuration.hasOlderRows =
+        schema::isKnown(connection.engineName()) && schema::filledTo(connection).has_value();
     return configuration;
 }
 

@@ -57,6 +57,7 @@ struct Configuration {
     std::chrono::seconds queryTimeout{0};
     std::vector<PortConfiguration> ports;  ///< in port order
     std::vector<NodeConfiguration> nodes;  ///< by name
+    bool hasOlderRows = false;             ///< rows of the archive that an upgrade has not filled yet
 };
 
 /// Opens the configuration database. `settings` go before those of the data source: "Word=value", one or

@@ -41,6 +41,9 @@ void Server::start() {
     for (const PortConfiguration& port : configuration.ports)
         listen(port);
     listening_ = true;
+    if (configuration.hasOlderRows)
+        OFLOG_INFO(serverLog(),
+                   "older rows of the archive lack what queries need of them: run tessaly-db upgrade");
     OFLOG_INFO(serverLog(),
                "listening on " << portsBound_ << " of " << configuration.ports.size() << " ports");
 }

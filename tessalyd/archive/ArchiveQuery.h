@@ -26,6 +26,8 @@ struct ArchiveQuery {
     Level level = Level::Study;
     std::vector<Key> keys;
     std::vector<Combined> combined = {};
+    /// Patients may be there whose names are not folded yet: they are compared as well.
+    bool hasOlderRows = false;
 };
 
 }  // namespace tessaly::tessalyd

@@ -209,7 +209,9 @@ bool ArchiveSearch::ownKeysMatch() {
         if (key.match.isUniversal() || decidedTogether_[i] || key.key->matching == Matching::Modalities)
             continue;
         const auto alternative = key.match.matches(value(i));
-        if (!alternative || (i == plan_.driver && *alternative != plan_.passes[entityPass_].alternative))
+        const std::size_t expected = plan_.passes[entityPass_].alternative;
+        if (!alternative ||
+            (i == plan_.driver && expected != SearchPass::AnyAlternative && *alternative != expected))
             return false;
     }
     return std::all_of(query_.combined.begin(), query_.combined.end(),

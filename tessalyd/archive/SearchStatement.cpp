@@ -310,6 +310,9 @@ SearchPlan planSearch(const ArchiveQuery& query, bool narrow) {
     const auto& alternatives = driver.match.alternatives();
     for (std::size_t i = 0; i < alternatives.size(); ++i)
         addPasses(plan, shape, *driver.key, alternatives[i], i);
+    if (query.hasOlderRows && driver.key->matching == Matching::Name)
+        plan.passes.push_back(shape.pass(driver.key->level, driver.key->indexed.front(), Kind::Null, {},
+                                         SearchPass::AnyAlternative));
     return plan;
 }
 

@@ -26,8 +26,9 @@ struct SearchPass {
     std::vector<bool> keyIsNumber;
     std::size_t startKeys = 0;
     /// The alternative of the condition's key that it looks for; entities that match by an earlier one have
-    /// been seen in an earlier pass.
+    /// been seen in an earlier pass. AnyAlternative: of rows that none of the others finds.
     std::size_t alternative = 0;
+    static constexpr std::size_t AnyAlternative = static_cast<std::size_t>(-1);
 };
 
 struct SearchPlan {

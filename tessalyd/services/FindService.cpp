@@ -112,9 +112,11 @@ QueryIdentifier FindService::read(const Request& request, Requester& requester) 
     const auto identifier = receiveIdentifier(request, requester);
     const std::string& sopClass = request.context->sopClass;
     const auto negotiated = options_.find(sopClass);
-    return readQuery(*identifier,
-                     sopClass == PatientRoot ? InformationModel::PatientRoot : InformationModel::StudyRoot,
-                     negotiated == options_.end() ? QueryOptions{} : negotiated->second);
+    QueryIdentifier query = readQuery(
+        *identifier, sopClass == PatientRoot ? InformationModel::PatientRoot : InformationModel::StudyRoot,
+        negotiated == options_.end() ? QueryOptions{} : negotiated->second);
+    query.query.hasOlderRows = rules_->haveOlderRows();
+    return query;
 }
 
 bool FindService::sendAnswers(QueryIdentifier query, const Request& request, Requester& requester) {

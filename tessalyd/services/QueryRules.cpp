@@ -8,7 +8,9 @@
 namespace tessaly::tessalyd {
 
 QueryRules::QueryRules(const Configuration& configuration)
-    : nodes_(configuration.nodes), timeout_(configuration.queryTimeout) {}
+    : nodes_(configuration.nodes),
+      timeout_(configuration.queryTimeout),
+      olderRows_(configuration.hasOlderRows) {}
 
 bool QueryRules::mayQuery(const std::string& callingAeTitle) const {
     // A node without a title lets nobody in, not the caller that gives none.

@@ -19,6 +19,8 @@ class QueryRules {
 
     /// How long a statement may take; zero: without limit.
     [[nodiscard]] std::chrono::seconds timeout() const noexcept { return timeout_; }
+    /// Whether the archive has rows that an upgrade has not filled yet.
+    [[nodiscard]] bool haveOlderRows() const noexcept { return olderRows_; }
 
     /// Whether the calling title is that of a node with the flag Query.
     [[nodiscard]] bool mayQuery(const std::string& callingAeTitle) const;
@@ -42,6 +44,7 @@ class QueryRules {
   private:
     std::vector<NodeConfiguration> nodes_;  // by name
     std::chrono::seconds timeout_;
+    bool olderRows_;
 };
 
 }  // namespace tessaly::tessalyd

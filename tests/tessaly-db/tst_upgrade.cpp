@@ -23,7 +23,7 @@ void TestUpgrade::leavesTodaysTablesAlone() {
     create();
     const auto before = column("SELECT Version FROM SchemaVersion");
     const auto upgraded = run({u"upgrade"_s});
-    QCOMPARE(upgraded.out, u"DicomFDB: version 2, nothing to do\n"_s);
+    QCOMPARE(upgraded.out, u"DicomFDB: version 3, nothing to do\n"_s);
     QCOMPARE(upgraded.err, QString());
     QCOMPARE(upgraded.status, 0);
     const auto quiet = run({u"upgrade"_s, u"--quiet"_s});
@@ -46,7 +46,8 @@ void TestUpgrade::upgradesAnOlderDatabase() {
     QCOMPARE(upgraded.err, QString());
     QCOMPARE(upgraded.status, 0);
     QStringList lines = upgraded.out.toLower().split(u'\n', Qt::SkipEmptyParts);
-    QCOMPARE(lines.takeLast(), u"dicomfdb: version 2"_s);
+    QCOMPARE(lines.takeLast(), u"dicomfdb: version 3"_s);
+    QCOMPARE(lines.takeLast(), u"version 3: queries find objects by all their keys"_s);
     QCOMPARE(lines.takeLast(), u"version 2: the tables have a version"_s);
     lines.sort();
     QCOMPARE(lines,
@@ -55,11 +56,12 @@ void TestUpgrade::upgradesAnOlderDatabase() {
                           u"made the table schemaversion"_s, u"patient: added the unique key (patientid)"_s,
                           u"portremotenodes: added an index for look-ups by name"_s,
                           u"printers: added the column trim for text"_s,
+                          u"study: added an index for look-ups by idpatient"_s,
                           u"users: added the column user for text"_s}));
     QCOMPARE(run({u"check"_s}).out, u"DicomFDB: ok\n"_s);
     QCOMPARE(column("SELECT Name FROM Printers"), QStringList{u"laser"_s});
     QCOMPARE(column("SELECT User FROM Users ORDER BY User"), QStringList{u"admin"_s});
-    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 2, nothing to do\n"_s);
+    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 3, nothing to do\n"_s);
 }
 
 void TestUpgrade::addsAnyColumnThatHasADefault_data() {
@@ -85,14 +87,14 @@ void TestUpgrade::addsAnyColumnThatHasADefault() {
 
 void TestUpgrade::refusesANewerDatabase() {
     create();
-    change(u"UPDATE SchemaVersion SET Version = 3"_s);
+    change(u"UPDATE SchemaVersion SET Version = 4"_s);
     const auto refused = run({u"upgrade"_s});
     QCOMPARE(refused.status, 1);
     QCOMPARE(refused.out, QString());
     QCOMPARE(refused.err,
-             u"tessaly-db: The tables are of version 3, newer than the version 2 that this program "
+             u"tessaly-db: The tables are of version 4, newer than the version 3 that this program "
              "knows\n"_s);
-    QCOMPARE(column("SELECT Version FROM SchemaVersion"), QStringList{u"3"_s});
+    QCOMPARE(column("SELECT Version FROM SchemaVersion"), QStringList{u"4"_s});
 }
 
 /// A column of that name, of another kind.

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "dicom/NameFolding.h"
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveSearch.h"
-#include "dicom/NameFolding.h"
 
 namespace tessaly::test {
 
@@ -59,7 +59,9 @@ QStringList StockedArchive::search(const char* level, std::vector<AskedKey> keys
     DcmDataset question = identifier(level, keys);
     const auto model =
         std::string_view{level} == "PATIENT" ? InformationModel::PatientRoot : InformationModel::StudyRoot;
-    ArchiveSearch search{statements, readQuery(question, model, options).query, {}, narrow};
+    ArchiveQuery query = readQuery(question, model, options).query;
+    query.hasOlderRows = hasOlderRows;
+    ArchiveSearch search{statements, std::move(query), {}, narrow};
     const auto& asked = search.query().keys;
     const auto place =
         std::find_if(asked.begin(), asked.end(), [&](const auto& key) { return key.key->tag == wanted; });

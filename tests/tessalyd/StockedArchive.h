@@ -37,6 +37,7 @@ class StockedArchive {
                                          const DcmTagKey& wanted, const tessalyd::QueryOptions& options = {});
 
     ScratchDatabase database;
+    bool hasOlderRows = false;  ///< as the configuration says of the archive
     tessalyd::ArchiveSession session{std::chrono::seconds{0}};
     db::Connection connection;
     tessalyd::StatementCache statements{connection};

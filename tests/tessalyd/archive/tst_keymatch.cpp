@@ -2,8 +2,8 @@
 
 #include <QTest>
 
-#include "tessalyd/archive/KeyMatch.h"
 #include "dicom/NameFolding.h"
+#include "tessalyd/archive/KeyMatch.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::dicom;

@@ -387,6 +387,13 @@ void SearchTest::rowsWithoutTheServersColumnsAreStillFoundByOthers() {
     QCOMPARE(archive.find("STUDY", {{DCM_PatientName, "*Row"}}, DCM_StudyInstanceUID), QStringList{u"1.9"_s});
     QCOMPARE(sorted(archive.find("STUDY", {{DCM_PatientName, ""}}, DCM_StudyInstanceUID)),
              QStringList({u"1.10"_s, u"1.9"_s}));
+    archive.store({.patientId = "NEW2", .patientName = "Old^Another=Old^Another"});
+    archive.hasOlderRows = true;
+    for (const char* name : {"Old*", "OLD^ROW", "old^r?w"})
+        QVERIFY2(archive.find("STUDY", {{DCM_PatientName, name}}, DCM_PatientID).contains(u"OLD"_s), name);
+    QCOMPARE(sorted(archive.find("STUDY", {{DCM_PatientName, "Old*"}}, DCM_PatientID)),
+             QStringList({u"NEW2"_s, u"OLD"_s}));
+    QCOMPARE(archive.find("STUDY", {{DCM_PatientName, "Row*"}}, DCM_PatientID), QStringList{});
 }
 
 QTEST_APPLESS_MAIN(SearchTest)
