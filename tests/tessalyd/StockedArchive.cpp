@@ -9,6 +9,8 @@
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveSearch.h"
 
+using namespace Qt::StringLiterals;
+
 namespace tessaly::test {
 
 using namespace tessalyd;
@@ -40,6 +42,32 @@ void StockedArchive::store(ObjectHeader header) {
     (void)session.record(header, {.studyPath = "/archive\\" + header.studyInstanceUid,
                                   .seriesDir = header.seriesInstanceUid,
                                   .imageFile = header.sopInstanceUid + ".dcm"});
+}
+
+void StockedArchive::storeMany(int count) const {
+    const auto insert = [this, count](const QString& columns, const QString& values) {
+        database.run(u"INSERT INTO "_s + columns +
+                     u" WITH RECURSIVE n(i) AS (SELECT 1000 UNION ALL SELECT i+1 FROM n WHERE i<"_s +
+                     QString::number(count + 999) + u") SELECT "_s + values + u" FROM n"_s);
+    };
+    const auto date = [](int firstYear) {
+        return u"'%1'||(10+i%10)||'0'||(1+i/10%9)||(10+i/90%20)"_s.arg(firstYear / 100);
+    };
+    insert(u"Patient (ID, PatientID, Name, BirthDate, Sex, NameAlphabetic, NameIdeographic, NamePhonetic)"_s,
+           u"i, 'M'||i, 'Many^Nr'||i, "_s + date(1910) + u", 'F', 'many^nr'||i, '', ''"_s);
+    insert(
+        u"Study (StudyInstanceUID, IDPatient, StudyPath, StudyID, StudyDate, StudyTime, AccessionNumber, "
+        "Description, ReferringPhysicianName)"_s,
+        u"'1.9.'||i, i, '/archive', 'S'||i, "_s + date(2010) +
+            u", '10', 'A'||i, 'a description of some length', ''"_s);
+    insert(
+        u"Series (SeriesInstanceUID, StudyInstanceUID, SeriesDir, Modality, SeriesNumber, Description, "
+        "SeriesDate, SeriesTime, BodyPartExamined, ProtocolName)"_s,
+        u"'1.9.'||i||'.1', '1.9.'||i, 's', 'CT', '1', '', '', '', '', ''"_s);
+    insert(
+        u"Image (SOPInstanceUID, SeriesInstanceUID, ImageFile, SOPClassUID, TransferSyntaxUID, "
+        "InstanceNumber, NumberInSeries, ContentDate, ContentTime)"_s,
+        u"'1.9.'||i||'.1.1', '1.9.'||i||'.1', 'f', '1.2', '1.3', '1', 1, '', ''"_s);
 }
 
 QStringList StockedArchive::find(const char* level, std::vector<AskedKey> keys, const DcmTagKey& wanted,

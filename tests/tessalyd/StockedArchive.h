@@ -29,6 +29,10 @@ class StockedArchive {
     /// from the patient's ID, a series' from the study's, an instance's from the series'.
     void store(tessalyd::ObjectHeader header);
 
+    /// Rows of so many patients "Many^Nr1000", "Many^Nr1001" and so on, each with a study, its series and its
+    /// image. Their dates of study and birth are of some thousand days.
+    void storeMany(int count) const;
+
     /// The values of `wanted` in the answers, in their order.
     [[nodiscard]] QStringList find(const char* level, std::vector<AskedKey> keys, const DcmTagKey& wanted,
                                    const tessalyd::QueryOptions& options = {});

@@ -1,7 +1,9 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 
+#include <QRegularExpression>
 #include <QTest>
 
+#include "tessalyd/Configuration.h"
 #include "tessalyd/archive/SearchStatement.h"
 #include "tests/tessalyd/StockedArchive.h"
 
@@ -12,36 +14,99 @@ using namespace tessaly::test;
 
 namespace {
 
-/// The steps by which a page of entities is found, each marked that looks at more than it needs to.
-using PlanReader = QStringList (*)(db::ResultSet& rows);
+/// What an engine's plan says, in words of no engine.
+struct Plan {
+    QStringList searches;  ///< "index (column= column< ...)", in lower case, for each index that is searched
+    QStringList faults;    ///< the steps that look at more than they need to
+};
 
-QStringList readSqlitePlan(db::ResultSet& rows) {
-    QStringList steps;
+/// A table's own key has a name of each engine's making.
+QString indexName(QString name) {
+    static const QRegularExpression ofKey{u"^(?:sqlite_autoindex_(\\w+)_1|(\\w+)_pkey)$"_s};
+    name = name.toLower();
+    const auto match = ofKey.match(name);
+    return match.hasMatch() ? u"key of "_s + match.captured(1) + match.captured(2) : name;
+}
+
+/// Each condition once: a bound that is part of the search and one that is not are the same to an engine.
+QString search(const QString& index, QStringList conditions) {
+    conditions.removeDuplicates();
+    conditions.sort();
+    return u"%1 (%2)"_s.arg(indexName(index), conditions.join(u' ')).toLower();
+}
+
+Plan readSqlitePlan(db::ResultSet& rows) {
+    static const QRegularExpression step{u"^SEARCH \\w+ USING (?:COVERING )?INDEX (\\w+) \\((.*)\\)"_s};
+    static const QRegularExpression condition{u"(\\w+)([=<>])\\?"_s};
+    Plan plan;
     long long page = 0;  // the step that the page's own steps lie below: 0 where the page is all
     while (rows.next()) {
-        const QString step = QString::fromStdString(rows.text("detail"));
-        if (step == "CO-ROUTINE Page"_L1) {
+        const QString text = QString::fromStdString(rows.text("detail"));
+        if (text == "CO-ROUTINE Page"_L1) {
             page = rows.integer("id");
             continue;
         }
         // What is joined to a page is as much as the page is.
         if (page != 0 && rows.integer("parent") != page &&
-            (step == "SCAN Page"_L1 || step == "USE TEMP B-TREE FOR ORDER BY"_L1))
+            (text == "SCAN Page"_L1 || text == "USE TEMP B-TREE FOR ORDER BY"_L1))
             continue;
-        const bool sorted = step.startsWith("USE TEMP B-TREE FOR "_L1);
-        const bool good = sorted ? !step.endsWith("FOR ORDER BY"_L1)
-                                 : step.startsWith("SEARCH"_L1) || step.startsWith("CORRELATED"_L1);
-        steps += (good ? u""_s : u"BAD: "_s) + step;
+        if (const auto match = step.match(text); match.hasMatch()) {
+            QStringList conditions;
+            for (auto it = condition.globalMatch(match.captured(2)); it.hasNext();) {
+                const auto one = it.next();
+                conditions += one.captured(1) + one.captured(2);
+            }
+            plan.searches += search(match.captured(1), conditions);
+            continue;
+        }
+        const bool sorted = text.startsWith("USE TEMP B-TREE FOR "_L1);
+        const bool good = sorted ? !text.endsWith("FOR ORDER BY"_L1)
+                                 : text.startsWith("SEARCH"_L1) || text.startsWith("CORRELATED"_L1);
+        if (!good)
+            plan.faults += text;
     }
-    return steps;
+    return plan;
+}
+
+Plan readPostgresqlPlan(db::ResultSet& rows) {
+    static const QRegularExpression scan{u"Index(?: Only)? Scan (?:using (\\w+) on|on (\\w+)  \\()"_s};
+    // Not those between rows, which say where a page begins.
+    static const QRegularExpression condition{u"\\((\\w+)\\)?(?:::text\\)?)? ([<>]?=?) (?!ROW)"_s};
+    // What is found by a value may be sorted; of a range only so much is to be read as a page takes.
+    static const QRegularExpression sort{u"(?<!Incremental )Sort  \\(.* rows=(\\d+) "_s};
+    constexpr int MostSorted = 1000;
+    Plan plan;
+    QString index;
+    while (rows.next()) {
+        const QString text = QString::fromStdString(rows.text("QUERY PLAN"));
+        if (const auto match = scan.match(text); match.hasMatch())
+            index = match.captured(1) + match.captured(2);
+        if (text.contains("Seq Scan"_L1))
+            plan.faults += text;
+        if (const auto match = sort.match(text); match.hasMatch() && match.captured(1).toInt() > MostSorted)
+            plan.faults += text;
+        if (!index.isEmpty() && text.contains("Index Cond:"_L1)) {
+            QStringList conditions;
+            for (auto it = condition.globalMatch(text); it.hasNext();) {
+                const auto one = it.next();
+                conditions +=
+                    one.captured(1) + (one.captured(2) == "="_L1 ? u"="_s : one.captured(2).left(1));
+            }
+            plan.searches += search(index, conditions);
+            index.clear();
+        }
+    }
+    return plan;
 }
 
 struct Explanation {
     const char* engine;
     const char* prefix;
-    PlanReader read;
+    const char* byItself;  ///< what the engine does some time after many rows have come
+    Plan (*read)(db::ResultSet& rows);
 };
-constexpr std::array Explanations{Explanation{"SQLite", "EXPLAIN QUERY PLAN ", readSqlitePlan}};
+constexpr std::array Explanations{Explanation{"SQLite", "EXPLAIN QUERY PLAN ", "", readSqlitePlan},
+                                  Explanation{"PostgreSQL", "EXPLAIN ", "ANALYZE", readPostgresqlPlan}};
 
 }  // namespace
 
@@ -53,15 +118,13 @@ class SearchPlanTest : public QObject {
     void initTestCase();
     void statementsUseIndexes_data();
     void statementsUseIndexes();
-    void statementsUseIndexesOnceTheEngineKnowsTheData_data() { statementsUseIndexes_data(); }
-    void statementsUseIndexesOnceTheEngineKnowsTheData();
     void theKeyThatLeavesLeastIsSearchedBy_data();
     void theKeyThatLeavesLeastIsSearchedBy();
     void queriesOfOneKindShareTheirStatements();
 
   private:
-    [[nodiscard]] QStringList plan(const SearchPass& pass, bool firstPage);
-    void check();
+    [[nodiscard]] const Explanation& explanation() const;
+    [[nodiscard]] Plan plan(const SearchPass& pass, bool firstPage);
     [[nodiscard]] static ArchiveQuery query(const char* level, const std::vector<AskedKey>& keys);
 
     std::unique_ptr<StockedArchive> archive_;
@@ -69,27 +132,27 @@ class SearchPlanTest : public QObject {
 
 void SearchPlanTest::initTestCase() {
     archive_ = std::make_unique<StockedArchive>();
-    for (int i = 0; i < 300; ++i) {
-        const std::string number = std::to_string(i);
-        archive_->store({.patientId = number,
-                         .patientName = "Name" + number,
-                         .birthDate = "19700101",
-                         .studyId = number,
-                         .studyDate = "20240101",
-                         .accessionNumber = number,
-                         .studyDescription = "CT",
-                         .modality = "CT"});
-    }
+    // With fewer rows an engine is right to look at all of them.
+    archive_->storeMany(50'000);
+    if (const QString known = QString::fromLatin1(explanation().byItself); !known.isEmpty())
+        archive_->database.run(known);
+    // A session explains by what it knows of the tables, which is from before they were filled.
+    archive_->connection.close();
+    openDatabase(archive_->connection);
 }
 
-QStringList SearchPlanTest::plan(const SearchPass& pass, bool firstPage) {
-    const SearchPass::Statement& page = firstPage ? pass.firstPage : pass.otherPages;
-    const auto* const explanation =
+const Explanation& SearchPlanTest::explanation() const {
+    const auto* const found =
         std::find_if(Explanations.begin(), Explanations.end(),
                      [this](const Explanation& e) { return e.engine == archive_->connection.engineName(); });
-    if (explanation == Explanations.end())
-        return {u"an engine whose plans nobody can read"_s};
-    db::Query query{archive_->connection, explanation->prefix + page.text};
+    if (found == Explanations.end())
+        throw std::runtime_error("an engine whose plans nobody can read");
+    return *found;
+}
+
+Plan SearchPlanTest::plan(const SearchPass& pass, bool firstPage) {
+    const SearchPass::Statement& page = firstPage ? pass.firstPage : pass.otherPages;
+    db::Query query{archive_->connection, explanation().prefix + page.text};
     std::vector<db::Param> values;
     for (const std::string& value : page.values)
         values.push_back(db::varchar(value));
@@ -104,7 +167,7 @@ QStringList SearchPlanTest::plan(const SearchPass& pass, bool firstPage) {
     values.push_back(db::integer(100));
     query.bindAll(std::move(values));
     db::ResultSet rows = query.open();
-    return explanation->read(rows);
+    return explanation().read(rows);
 }
 
 ArchiveQuery SearchPlanTest::query(const char* level, const std::vector<AskedKey>& keys) {
@@ -118,55 +181,45 @@ void SearchPlanTest::statementsUseIndexes_data() {
     QTest::addColumn<QByteArray>("level");
     QTest::addColumn<quint32>("tag");
     QTest::addColumn<QByteArray>("asked");
-    QTest::addColumn<QString>("first");
-    const auto row = [](const char* level, const DcmTagKey& tag, const char* asked, const char* first) {
+    QTest::addColumn<QString>("search");
+    const auto row = [](const char* level, const DcmTagKey& tag, const char* asked, const char* searched) {
         QTest::addRow("%s %s '%.20s'", level, findQueryKey(tag)->name.data(), asked)
             << QByteArray{level} << (static_cast<quint32>(tag.getGroup()) << 16U | tag.getElement())
-            << QByteArray{asked} << QString::fromLatin1(first);
+            << QByteArray{asked} << QString::fromLatin1(searched);
     };
-    row("PATIENT", DCM_PatientName, "", "SEARCH Patient USING INDEX PatientByName (NameAlphabetic>?");
+    row("PATIENT", DCM_PatientName, "", "patientbyname (namealphabetic>)");
     for (const char* level : {"PATIENT", "STUDY", "SERIES", "IMAGE"}) {
-        row(level, DCM_PatientID, "1", "SEARCH Patient USING INDEX PatientByPatientID (PatientID=?");
-        row(level, DCM_PatientID, "1*",
-            "SEARCH Patient USING INDEX PatientByPatientID (PatientID>? AND PatientID<?");
-        row(level, DCM_PatientName, "Name1", "SEARCH Patient USING INDEX PatientByName (NameAlphabetic=?");
-        row(level, DCM_PatientName, "Name*",
-            "SEARCH Patient USING INDEX PatientByName (NameAlphabetic>? AND NameAlphabetic<?");
-        row(level, DCM_PatientBirthDate, "19700101-19701231",
-            "SEARCH Patient USING INDEX PatientByBirthDate (BirthDate>?");
+        row(level, DCM_PatientID, "1", "patientbypatientid (patientid=)");
+        row(level, DCM_PatientID, "1*", "patientbypatientid (patientid< patientid>)");
+        row(level, DCM_PatientName, "Name1", "patientbyname (namealphabetic=)");
+        row(level, DCM_PatientName, "Name*", "patientbyname (namealphabetic< namealphabetic>)");
+        row(level, DCM_PatientBirthDate, "19700101-19701231", "patientbybirthdate (birthdate< birthdate>)");
         if (*level == 'P')
             continue;
-        row(level, DCM_StudyInstanceUID, "1.2.1",
-            "SEARCH Study USING INDEX sqlite_autoindex_Study_1 (StudyInstanceUID=?");
-        row(level, DCM_StudyInstanceUID, "1.2.1\\1.2.2",
-            "SEARCH Study USING INDEX sqlite_autoindex_Study_1 (StudyInstanceUID=?");
-        row(level, DCM_StudyDate, "20240101", "SEARCH Study USING INDEX StudyByDate (StudyDate=?");
-        row(level, DCM_StudyDate, "20240101-20240201",
-            "SEARCH Study USING INDEX StudyByDate (StudyDate>? AND StudyDate<?");
-        row(level, DCM_StudyDate, "-20240201", "SEARCH Study USING INDEX StudyByDate (StudyDate<?");
-        row(level, DCM_StudyDate, "20240201-", "SEARCH Study USING INDEX StudyByDate (StudyDate>?");
-        row(level, DCM_AccessionNumber, "1",
-            "SEARCH Study USING INDEX StudyByAccessionNumber (AccessionNumber=?");
-        row(level, DCM_AccessionNumber, "1*",
-            "SEARCH Study USING INDEX StudyByAccessionNumber (AccessionNumber>?");
-        row(level, DCM_StudyID, "1", "SEARCH Study USING INDEX StudyByStudyID (StudyID=?");
-        row(level, DCM_StudyDescription, "CT*", "SEARCH Study USING INDEX StudyByDescription (Description>?");
+        row(level, DCM_StudyInstanceUID, "1.2.1", "key of study (studyinstanceuid=)");
+        row(level, DCM_StudyInstanceUID, "1.2.1\\1.2.2", "key of study (studyinstanceuid=)");
+        row(level, DCM_StudyDate, "20240101", "studybydate (studydate=)");
+        row(level, DCM_StudyDate, "20240101-20240201", "studybydate (studydate< studydate>)");
+        row(level, DCM_StudyDate, "-20240201", "studybydate (studydate<)");
+        row(level, DCM_StudyDate, "20240201-", "studybydate (studydate>)");
+        row(level, DCM_AccessionNumber, "1", "studybyaccessionnumber (accessionnumber=)");
+        row(level, DCM_AccessionNumber, "1*", "studybyaccessionnumber (accessionnumber< accessionnumber>)");
+        row(level, DCM_StudyID, "1", "studybystudyid (studyid=)");
+        row(level, DCM_StudyDescription, "CT*", "studybydescription (description< description>)");
     }
-    row("STUDY", DCM_StudyInstanceUID, "", "SEARCH Study USING INDEX StudyByDate (StudyDate>?");
-    row("STUDY", DCM_PatientName, "*x", "SEARCH Study USING INDEX StudyByDate (StudyDate>?");
-    row("STUDY", DCM_ModalitiesInStudy, "CT", "SEARCH Study USING INDEX StudyByDate (StudyDate>?");
+    row("STUDY", DCM_StudyInstanceUID, "", "studybydate (studydate>)");
+    row("STUDY", DCM_PatientName, "*x", "studybydate (studydate>)");
+    row("STUDY", DCM_ModalitiesInStudy, "CT", "studybydate (studydate>)");
     for (const char* level : {"SERIES", "IMAGE"})
-        row(level, DCM_SeriesInstanceUID, "1.2.1.1\\1.2.2.1",
-            "SEARCH Series USING INDEX sqlite_autoindex_Series_1 (SeriesInstanceUID=?");
-    row("IMAGE", DCM_SOPInstanceUID, "1.2.1.1.1",
-        "SEARCH Image USING INDEX sqlite_autoindex_Image_1 (SOPInstanceUID=?");
+        row(level, DCM_SeriesInstanceUID, "1.2.1.1\\1.2.2.1", "key of series (seriesinstanceuid=)");
+    row("IMAGE", DCM_SOPInstanceUID, "1.2.1.1.1", "key of image (sopinstanceuid=)");
 }
 
-void SearchPlanTest::check() {
+void SearchPlanTest::statementsUseIndexes() {
     QFETCH(const QByteArray, level);
     QFETCH(const quint32, tag);
     QFETCH(const QByteArray, asked);
-    QFETCH(const QString, first);
+    QFETCH(const QString, search);
     std::vector<AskedKey> keys{
         {{static_cast<Uint16>(tag >> 16U), static_cast<Uint16>(tag & 0xffffU)}, asked.toStdString()}};
     // Alone, and with all that answers can have.
@@ -178,30 +231,23 @@ void SearchPlanTest::check() {
             }
         }
         bool seen = false;
+        QStringList searches;
         for (const SearchPass& pass : planSearch(query(level, keys)).passes) {
             for (const bool firstPage : {true, false}) {
-                QStringList steps = plan(pass, firstPage);
+                Plan found = plan(pass, firstPage);
                 if (keys.front().first == DCM_SOPInstanceUID)  // a hundred at most are sorted by number
-                    steps.removeAll(u"BAD: USE TEMP B-TREE FOR ORDER BY"_s);
+                    found.faults.removeAll(u"USE TEMP B-TREE FOR ORDER BY"_s);
                 const std::string& text = firstPage ? pass.firstPage.text : pass.otherPages.text;
-                const QByteArray all = (QString::fromStdString(text) + u'\n' + steps.join(u'\n')).toUtf8();
-                QVERIFY2(!steps.isEmpty() && steps.filter(u"BAD"_s).isEmpty(), all);
-                const QString began = QString{steps.first()}.replace("COVERING INDEX"_L1, "INDEX"_L1);
-                seen = seen || began.startsWith(first);
+                const QByteArray all = (QString::fromStdString(text) + u'\n' + found.searches.join(u'\n') +
+                                        u'\n' + found.faults.join(u'\n'))
+                                           .toUtf8();
+                QVERIFY2(!found.searches.isEmpty() && found.faults.isEmpty(), all);
+                seen = seen || (firstPage && found.searches.contains(search));
+                searches += found.searches;
             }
         }
-        QVERIFY2(seen, qPrintable(first));
+        QVERIFY2(seen, qPrintable(search + u", not among\n"_s + searches.join(u'\n')));
     }
-}
-
-void SearchPlanTest::statementsUseIndexes() {
-    archive_->database.run(u"DROP TABLE IF EXISTS sqlite_stat1"_s);
-    check();
-}
-
-void SearchPlanTest::statementsUseIndexesOnceTheEngineKnowsTheData() {
-    archive_->database.run(u"ANALYZE"_s);
-    check();
 }
 
 void SearchPlanTest::theKeyThatLeavesLeastIsSearchedBy_data() {

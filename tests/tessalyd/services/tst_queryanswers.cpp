@@ -215,18 +215,7 @@ void QueryAnswersTest::onlyAnswersBeyondAsciiNameTheirCharacterSet() {
 }
 
 void QueryAnswersTest::manyAnswersTakeNoMemory() {
-    const QString numbers =
-        u"WITH RECURSIVE n(i) AS (SELECT 1000 UNION ALL SELECT i+1 FROM n WHERE i<%1) "_s.arg(Many + 999);
-    archive_->database.run(numbers +
-                           u"INSERT INTO Patient (ID, PatientID, Name, NameAlphabetic) "
-                           "SELECT i, 'M'||i, 'Many^Nr'||i, 'many^nr'||i FROM n"_s);
-    archive_->database.run(
-        numbers +
-        u"INSERT INTO Study (StudyInstanceUID, IDPatient, StudyPath, StudyDate, Description) "
-        "SELECT '1.9.'||i, i, '/archive', '20200101', 'a description of some length' FROM n"_s);
-    archive_->database.run(numbers +
-                           u"INSERT INTO Series (SeriesInstanceUID, StudyInstanceUID, SeriesDir, Modality) "
-                           "SELECT '1.9.'||i||'.1', '1.9.'||i, 's', 'CT' FROM n"_s);
+    archive_->storeMany(Many);
     for (const char* name : {"", "MANY*", "*Nr*"}) {
         QueryAnswers answers = ask(identifier("STUDY", {{DCM_PatientName, name},
                                                         {DCM_PatientID, "M*"},
