@@ -51,9 +51,17 @@ std::string_view bracketed(std::string_view text, std::size_t start) {
 
 /// How many characters at `start` lock the rows that a statement reads; 0 for none.
 std::size_t rowLock(std::string_view text, std::size_t start) {
-    for (const std::string_view lock : {"FOR UPDATE", "FOR KEY SHARE"})
-        if (text.substr(start).starts_with(lock))
-            return lock.size();
+    for (const std::string_view lock : {"FOR UPDATE", "FOR KEY SHARE"}) {
+        if (!text.substr(start).starts_with(lock))
+            continue;
+        std::size_t end = start + lock.size();
+        if (constexpr std::string_view Of{" OF "}; text.substr(end).starts_with(Of)) {
+            end += Of.size();
+            while (end < text.size() && isWordPart(text[end]))
+                ++end;
+        }
+        return end - start;
+    }
     return 0;
 }
 

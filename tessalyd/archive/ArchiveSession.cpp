@@ -61,12 +61,30 @@ std::string update(std::string_view table, std::span<const HeaderColumn> columns
     return "UPDATE " + std::string{table} + " SET " + assignmentsOf(columns) + std::string{rest};
 }
 
+/// What holds of a row that says what an object says; nothing and an empty text are the same.
+std::string same(const std::string& table, std::span<const HeaderColumn> columns) {
+    std::string list;
+    for (const HeaderColumn& column : columns)
+        list += " AND " +
+                (column.isText ? "COALESCE(" + table + '.' + std::string{column.name} + ", '')"
+                               : table + '.' + std::string{column.name}) +
+                "=?";
+    return list;
+}
+
 }  // namespace
 
 // A series is read with a lock that keeps others from removing it, and nobody else from it: the image that is
 // being added is not to be seen by them yet.
 ArchiveSession::Statements::Statements(const db::Connection& connection)
-    : patient{connection, select("ID", patientColumns(), " FROM Patient WHERE PatientID=?")},
+    : owners{connection,
+             "SELECT 1 AS Same FROM Series, Study, Patient WHERE Series.SeriesInstanceUID=? "
+             "AND Series.StudyInstanceUID=? AND Series.SeriesDir=? "
+             "AND Study.StudyInstanceUID=Series.StudyInstanceUID AND Study.StudyPath=? "
+             "AND Patient.ID=Study.IDPatient AND Patient.PatientID=?" +
+                 same("Series", seriesColumns()) + same("Study", studyColumns()) +
+                 same("Patient", patientColumns()) + " FOR KEY SHARE OF Series"},
+      patient{connection, select("ID", patientColumns(), " FROM Patient WHERE PatientID=?")},
       keepPatient{connection, "SELECT ID FROM Patient WHERE ID=? FOR KEY SHARE"},
       lastPatient{connection, "SELECT MAX(ID) AS LastID FROM Patient"},
       addPatient{connection, insert("Patient", patientColumns(), "ID, PatientID", 2)},
@@ -126,8 +144,10 @@ std::optional<ArchiveLocation> ArchiveSession::record(const ObjectHeader& header
     // that writes: it waits for other writers. A transaction that begins by reading and finds that another
     // has written since fails at once instead, where one writes at a time.
     const std::optional<ImageRow> before = recordImage(header, location.imageFile);
-    recordStudy(header, recordPatient(header), location.studyPath);
-    recordSeries(header, location.seriesDir);
+    if (!ownersAreAsTheyShouldBe(header, location)) {
+        recordStudy(header, recordPatient(header), location.studyPath);
+        recordSeries(header, location.seriesDir);
+    }
     std::optional<ArchiveLocation> previous;
     if (before && (before->series != header.seriesInstanceUid || before->file != location.imageFile)) {
         previous = locationOf(*before);
@@ -139,6 +159,19 @@ std::optional<ArchiveLocation> ArchiveSession::record(const ObjectHeader& header
     publish();
     transaction.commit();
     return previous;
+}
+
+/// Most objects come into a series that is there, and say nothing new of it: one statement tells.
+bool ArchiveSession::ownersAreAsTheyShouldBe(const ObjectHeader& header, const ArchiveLocation& location) {
+    std::vector<db::Param> values{varchar(header.seriesInstanceUid), varchar(header.studyInstanceUid),
+                                  varchar(location.seriesDir), varchar(location.studyPath),
+                                  varchar(header.patientId)};
+    for (const auto columns : {seriesColumns(), studyColumns(), patientColumns()}) {
+        const auto more = valuesOf(columns, header, {});
+        values.insert(values.end(), more.begin(), more.end());
+    }
+    run_->owners.bindAll(std::move(values));
+    return run_->owners.open().next();
 }
 
 std::optional<ArchiveSession::ImageRow> ArchiveSession::recordImage(const ObjectHeader& header,

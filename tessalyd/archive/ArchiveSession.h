@@ -40,6 +40,7 @@ class ArchiveSession {
         std::string series;
         std::string file;
     };
+    [[nodiscard]] bool ownersAreAsTheyShouldBe(const ObjectHeader& header, const ArchiveLocation& location);
     [[nodiscard]] std::optional<ImageRow> recordImage(const ObjectHeader& header, const std::string& file);
     [[nodiscard]] std::optional<ImageRow> image(const std::string& sopInstanceUid);
     [[nodiscard]] std::optional<ArchiveLocation> locationOf(const ImageRow& image);
@@ -51,6 +52,7 @@ class ArchiveSession {
     db::Connection connection_;
     struct Statements {
         explicit Statements(const db::Connection& connection);
+        db::Query owners;
         db::Query patient, keepPatient, lastPatient, addPatient, updatePatient;
         db::Query study, keepStudy, addStudy, updateStudy;
         db::Query series, addSeries, updateSeries;

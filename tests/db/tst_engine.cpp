@@ -81,6 +81,7 @@ void EngineTest::whatIsReadIsLockedWhereOthersCouldWriteIt() {
         QCOMPARE(sqlite().rewritten("SELECT A FROM T WHERE B=? " + lock), "SELECT A FROM T WHERE B=? ");
         QCOMPARE(sqlite().rewritten("UPDATE T SET A=A WHERE B=(SELECT B FROM T WHERE B=? " + lock + ')'),
                  "UPDATE T SET A=A WHERE B=(SELECT B FROM T WHERE B=? )");
+        QCOMPARE(sqlite().rewritten("SELECT A FROM T, U " + lock + " OF T"), "SELECT A FROM T, U ");
         QCOMPARE(sqlite().rewritten("SELECT '" + lock + "', \"" + lock + '"'),
                  "SELECT '" + lock + "', \"" + lock + '"');
     }

@@ -25,6 +25,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+bool promisesAreKept = false;
+
 /// The server refuses to be root's.
 bool isRoot() {
     return geteuid() == 0;
@@ -41,7 +43,7 @@ QString place() {
     const QDir memory{u"/dev/shm"_s};
     constexpr qint64 Room = 512LL << 20;
     const QStorageInfo storage{memory};
-    if (!QFileInfo{memory.path()}.isWritable() || storage.fileSystemType() != "tmpfs" ||
+    if (promisesAreKept || !QFileInfo{memory.path()}.isWritable() || storage.fileSystemType() != "tmpfs" ||
         storage.bytesAvailable() < Room)
         return QDir::tempPath() + u"/tessaly-cluster-XXXXXX"_s;
     for (const QString& folder : memory.entryList({u"tessaly-cluster-*"_s}, QDir::Dirs)) {
@@ -57,6 +59,10 @@ QString place() {
 }
 
 }  // namespace
+
+void ScratchCluster::keepPromises() {
+    promisesAreKept = true;
+}
 
 ScratchCluster& ScratchCluster::instance() {
     static ScratchCluster cluster;
@@ -91,9 +97,14 @@ void ScratchCluster::start() {
     const QStringList limited =
         fileLimit_ ? QStringList{u"prlimit"_s, u"--fsize=%1"_s.arg(*fileLimit_)} : QStringList{};
     // The kernel ends the server when this process ends, even by a crash.
-    const QStringList words =
+    QStringList words =
         QStringList{u"setpriv"_s, u"--pdeathsig"_s, u"QUIT"_s} + asOwner() + limited +
         QStringList{QStringLiteral(TESSALY_POSTGRES), u"-D"_s, address() + u"/data"_s, u"-k"_s, address()};
+    if (promisesAreKept) {
+        for (const QString& setting : {u"fsync=on"_s, u"full_page_writes=on"_s, u"shared_buffers=128MB"_s,
+                                       u"max_wal_size=1GB"_s, u"max_connections=100"_s, u"autovacuum=on"_s})
+            words << u"-c"_s << setting;
+    }
     std::vector<QByteArray> texts;
     for (const QString& word : words)
         texts.push_back(word.toUtf8());

@@ -13,6 +13,9 @@ namespace tessaly::test {
 class ScratchCluster {
   public:
     static ScratchCluster& instance();
+    /// For measurements, before the first use: the cluster lies on the disk and flushes what it has promised
+    /// to keep, with the memory that a fresh installation has.
+    static void keepPromises();
     ~ScratchCluster();
     ScratchCluster(const ScratchCluster&) = delete;
     ScratchCluster& operator=(const ScratchCluster&) = delete;
