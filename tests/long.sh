@@ -5,6 +5,7 @@ set -uo pipefail
 . "$(dirname "$(readlink -f "$0")")/../packaging/setup.sh"
 cd "$top" || exit 1
 fuzz_seconds=${FUZZ_SECONDS:-20}  # for each target
+objects=${SHARED_OBJECTS:-400}    # of each of the 24 senders that several servers have
 
 passed=()
 failed=()
@@ -22,6 +23,10 @@ stage() {  # NAME COMMAND...
 tests_of() {  # PRESET
     build "$1"
     ctest --preset "$1"
+}
+
+shared_archive() {
+    TESSALY_TEST_OBJECTS=$objects ctest --preset release -R '^tst_sharedarchive$'
 }
 
 # What a target made up in earlier runs is where it begins. An input that breaks something is kept beside it.
@@ -56,6 +61,7 @@ static_checks() {
 }
 
 stage 'tests' tests_of release
+stage 'several servers, many objects' shared_archive
 stage 'address and undefined-behaviour sanitizers' tests_of asan
 stage 'thread sanitizer' tests_of tsan
 stage 'fuzz targets' fuzz
