@@ -23,6 +23,10 @@ void Connection::close() {
     line_.reset();
 }
 
+bool Connection::hasLostSession() const noexcept {
+    return line_ && line_->isLost();
+}
+
 bool Connection::needsWalker() const {
     return line()->current()->engine().keepsSetsInMemory();
 }

@@ -43,6 +43,9 @@ class Connection {
 
     [[nodiscard]] bool isOpen() const noexcept { return line_ != nullptr; }
 
+    /// The last operation met the end of the session: others to the same engine have ended, too, most likely.
+    [[nodiscard]] bool hasLostSession() const noexcept;
+
     /// Looks a table up in the catalogue, without regard to case.
     [[nodiscard]] bool hasTable(std::string_view name) const;
 

@@ -89,6 +89,7 @@ class Line {
     /// The session to run the next statement on. One that was lost is replaced first, but not inside a
     /// transaction: that one has failed, and its statements with it.
     [[nodiscard]] const std::shared_ptr<Session>& current();
+    [[nodiscard]] bool isLost() const noexcept { return session_->lost; }
     /// A statement or a transaction is alive on the session.
     [[nodiscard]] bool isInUse() const noexcept { return session_.use_count() > 1; }
 

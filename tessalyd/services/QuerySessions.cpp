@@ -77,8 +77,11 @@ QuerySessions::Lease::Lease(Lease&& other) noexcept
 QuerySessions::Lease::~Lease() {
     if (owner_ == nullptr)
         return;
-    if (std::uncaught_exceptions() > exceptions_)
+    if (std::uncaught_exceptions() > exceptions_) {
+        if (session_->connection.hasLostSession())
+            owner_->close();  // after a restart of the engine, the others would each cost a query as well
         session_.reset();
+    }
     owner_->giveBack(std::move(session_), generation_);
 }
 

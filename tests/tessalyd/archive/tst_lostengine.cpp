@@ -2,6 +2,7 @@
 
 #include "tessalyd/archive/ArchiveIndex.h"
 #include "tessalyd/archive/StoreFailure.h"
+#include "tessalyd/services/QuerySessions.h"
 #include "tests/support/ScratchCluster.h"
 #include "tests/support/ScratchDatabase.h"
 
@@ -20,6 +21,7 @@ class LostEngineTest : public QObject {
     void aConnectionThatEndsInTheCommitCostsNoObject();
     void whatNobodyCanSayIsSaid();
     void anEngineThatIsDownRefusesUntilItIsBack();
+    void oneQueryMeetsWhatHasBecomeOfAllSessions();
 
   private:
     static ObjectHeader object(const std::string& instance);
@@ -107,6 +109,27 @@ void LostEngineTest::anEngineThatIsDownRefusesUntilItIsBack() {
     place(object("1.2"));
     (void)index_->record(object("1.2"), placement_->location());
     QCOMPARE(images(), u"2"_s);
+}
+
+void LostEngineTest::oneQueryMeetsWhatHasBecomeOfAllSessions() {
+    QuerySessions sessions;
+    const auto take = [&sessions] { return sessions.take([] { return false; }); };
+    const auto ask = [](const QuerySessions::Lease& lease) {
+        tessaly::db::Query query = lease.statements().take("SELECT COUNT(*) AS Num FROM Image");
+        tessaly::db::ResultSet row = query.open();
+        return row.next() ? row.integer("Num") : -1;
+    };
+    {
+        std::vector<QuerySessions::Lease> all;
+        for (int i = 0; i < 3; ++i) {
+            all.push_back(std::move(*take()));
+            QCOMPARE(ask(all.back()), 1);
+        }
+    }
+    endSessions();
+    QVERIFY_EXCEPTION_THROWN((void)ask(*take()), tessaly::db::Error);
+    QCOMPARE(ask(*take()), 1);
+    QCOMPARE(ask(*take()), 1);
 }
 
 QTEST_GUILESS_MAIN(LostEngineTest)
