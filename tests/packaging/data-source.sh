@@ -74,7 +74,7 @@ cmp "$database" "$scratch/before.mdb"
 sqlite3 "$database" 'DROP TABLE SchemaVersion; DROP INDEX ImageBySeries'
 run ensure
 expect_success
-[[ $(tail -n 1 "$scratch/out") == 'DicomFDB: version 2' ]] || fail "no upgrade"
+[[ $(tail -n 1 "$scratch/out") == 'DicomFDB: version '[0-9]* ]] || fail "no upgrade"
 run "$programs/tessaly-db" check
 expect_success
 run ensure
