@@ -1,3 +1,4 @@
+#include <QDir>
 #include <QTest>
 
 #include "tests/support/ScratchCluster.h"
@@ -21,6 +22,7 @@ class TestBadServer : public ToolTest {
     void aTableThatIsMissing();
     void aFullDiskKeepsNothingOfACopy();
     void aFullDiskKeepsATableThatIsCompacted();
+    void noCommandLeavesALog();
 
   private:
     void use(const QStringList& changes) const { scratch().setDataSource(scratch().dataSource(changes)); }
@@ -154,6 +156,26 @@ void TestBadServer::aFullDiskKeepsATableThatIsCompacted() {
     QCOMPARE(column("SELECT count(*) FROM Image"), QStringList{u"54000"_s});
     QCOMPARE(run({u"compact"_s}).status, 0);
     QCOMPARE(column("SELECT count(*) FROM Image"), QStringList{u"54000"_s});
+}
+
+void TestBadServer::noCommandLeavesALog() {
+    const auto logs = [] {
+        return QDir{u"/tmp"_s}.entryList({u"psqlodbc_tessaly-db_*"_s, u"mylog_tessaly-db_*"_s}, QDir::Files);
+    };
+    const QStringList before = logs();
+    const auto source = fileSource(u"Source"_s);
+    source->release();
+    use({u"CommLog=1"_s, u"Debug=1"_s});
+    addDataSource(u"Source"_s, FileSource::lines(source->file()));
+    QCOMPARE(run({u"copy"_s, u"--dry-run"_s, u"--from"_s, u"Source"_s, u"--to"_s, DataSource}).status, 0);
+    QCOMPARE(run({u"create"_s}).status, 0);
+    for (const char* command : {"upgrade", "compact"})
+        QCOMPARE(run({QString::fromLatin1(command)}).status, 0);
+    QVERIFY(run({u"check"_s}).out.contains(u"its driver leaves a log"_s));  // with other programs
+    refuses({u"add-admin"_s, u"admin"_s}, u"There is a user already"_s);
+    use(locked(u"wrong"_s) + QStringList{u"CommLog=1"_s});
+    refuses({u"create"_s}, u"password authentication failed"_s);
+    QCOMPARE(logs(), before);
 }
 
 QTEST_GUILESS_MAIN(TestBadServer)
