@@ -1,11 +1,11 @@
 #include "console/maintenance/ServerCompaction.h"
 
-#include <signal.h>
 #include <sys/prctl.h>
 
 #include <QCoreApplication>
 #include <QProcess>
 #include <QStandardPaths>
+#include <csignal>
 #include <stdexcept>
 
 namespace tessaly::maintenance {
