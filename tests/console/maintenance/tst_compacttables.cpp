@@ -1,9 +1,8 @@
 // The compaction of a database that is a server's: table by table, by a process that can be ended.
 
-#include <QElapsedTimer>
+#include <QFile>
 #include <QProcess>
 #include <QTest>
-#include <csignal>
 
 #include "console/session/Globals.h"
 #include "console/ui/ConsoleEnd.h"
@@ -35,6 +34,7 @@ class CompactTablesTest : public CompactFormTest {
     void atATableOfSomebodyElsesNothingHappens();
     void aFailureLeavesTheTableAsItWas();
     void aServerThatIsDownIsReported();
+    void aToolThatIsNotThereIsReported();
 
   private:
     [[nodiscard]] QString fileOf(const QString& table) const {
@@ -220,6 +220,22 @@ void CompactTablesTest::aServerThatIsDownIsReported() {
     QVERIFY(script.isDone());
     QCOMPARE(window().calls.mid(3), (QStringList{u"timer on, closed"_s, u"refresh, closed"_s}));
     ScratchCluster::instance().start();
+}
+
+void CompactTablesTest::aToolThatIsNotThereIsReported() {
+    const QString lonely = database().folder() + u"/console"_s;
+    QVERIFY(QFile::copy(QStringLiteral(COMPACT_TABLES_CHILD), lonely));
+    const QString file = fileOf(u"series"_s);
+    QProcess console;
+    auto environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"PATH"_s, database().folder());
+    console.setProcessEnvironment(environment);
+    console.start(lonely);
+    QVERIFY(console.waitForFinished());
+    QCOMPARE(console.exitCode(), 1);
+    const QString said = QString::fromUtf8(console.readAllStandardOutput());
+    QVERIFY2(said.startsWith(u"tessaly-db: "_s), qPrintable(said));
+    QCOMPARE(fileOf(u"series"_s), file);
 }
 
 QTEST_MAIN(CompactTablesTest)
