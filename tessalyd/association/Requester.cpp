@@ -3,6 +3,9 @@
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmnet/assoc.h>
+#include <dcmtk/dcmnet/dcmtrans.h>
+#include <dcmtk/dcmnet/dul.h>
+#include <dcmtk/dcmnet/dulstruc.h>
 
 #include <algorithm>
 
@@ -77,12 +80,19 @@ bool Requester::receiveDataSet(DcmOutputStream& target) {
 
 bool Requester::isCancelled() {
     passOverDataSet();
-    while (!cancelled_ && ASC_dataWaiting(&association_, 0)) {
+    while (!cancelled_ && hasMore()) {
         // One request at a time is what has been negotiated: before its answer nothing else may come.
         if (receiveUnlessCancel(MessagePatience))
             throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
     }
     return cancelled_;
+}
+
+/// Whether more has come from the requester. What the toolkit has read together with the part before, in one
+/// PDU, no look at the socket shows.
+bool Requester::hasMore() const {
+    const auto* const key = static_cast<const PRIVATE_ASSOCIATIONKEY*>(association_.DULassociation);
+    return key->pdvIndex >= 0 || ASC_dataWaiting(&association_, 0);
 }
 
 Request Requester::receive() {

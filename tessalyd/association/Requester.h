@@ -36,7 +36,8 @@ class Requester {
     /// data set that is not taken is passed over by whatever is called next.
     [[nodiscard]] bool receiveDataSet(DcmOutputStream& target);
 
-    /// True from a C-CANCEL of the request on that is being answered. Does not wait.
+    /// True from a C-CANCEL of the request on that is being answered. Does not wait; what has been sent and
+    /// still waits to go out together goes out with this.
     [[nodiscard]] bool isCancelled();
 
     /// The next command that is no C-CANCEL: the answer to what a service has asked the requester.
@@ -58,6 +59,7 @@ class Requester {
     [[nodiscard]] std::optional<Request> receiveUnlessCancel(int patience);
     [[nodiscard]] const AcceptedContext& context(T_ASC_PresentationContextID id) const;
     void passOverDataSet();
+    [[nodiscard]] bool hasMore() const;
 
     T_ASC_Association& association_;
     const PortConfiguration& port_;

@@ -111,7 +111,7 @@ void MoveJob::sendAll(const std::stop_token& stop) {
     if (!turn)
         return;
     const auto kinds = kindsOf(instances_);
-    dicom::ObjectSender sender{order_.destination, kinds, stop, {}, dumps()};
+    dicom::ObjectSender sender{order_.destination, kinds, stop, order_.limits, dumps()};
     std::size_t associations = 1;
     for (const auto& kind : kinds)
         associations = std::max(associations, sender.associationOf(kind.sopClass) + 1);

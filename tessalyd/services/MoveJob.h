@@ -23,6 +23,7 @@ class MoveJob {
         dicom::Destination destination;
         dicom::MoveOriginator originator;
         std::string name;  ///< of requester and destination, for the log
+        dicom::ObjectSender::Limits limits = {};
     };
 
     /// The turns outlive it.

@@ -4,6 +4,7 @@
 #include <dcmtk/dcmdata/dcostrmb.h>
 #include <dcmtk/dcmdata/dcuid.h>
 #include <dcmtk/dcmnet/assoc.h>
+#include <dcmtk/dcmnet/dcmtrans.h>
 #include <dcmtk/dcmnet/dul.h>
 #include <dcmtk/dcmnet/extneg.h>
 
@@ -227,8 +228,44 @@ DIC_US Association::sendFind(T_ASC_PresentationContextID context, const std::str
     return id;
 }
 
+DIC_US Association::sendFindAndCancel(T_ASC_PresentationContextID context, const std::string& sopClass,
+                                      std::span<const char> identifier) {
+    const DIC_US id = writeCommand(context, DIMSE_C_FIND_RQ, sopClass);
+    DcmDataset command;
+    command.putAndInsertUint32(DCM_CommandGroupLength, 0);
+    command.putAndInsertUint16(DCM_CommandField, DIMSE_C_CANCEL_RQ);
+    command.putAndInsertUint16(DCM_MessageIDBeingRespondedTo, id);
+    command.putAndInsertUint16(DCM_CommandDataSetType, DIMSE_DATASET_NULL);
+    command.computeGroupLengthAndPadding(EGL_recalcGL, EPD_noChange, EXS_LittleEndianImplicit,
+                                         EET_ExplicitLength);
+    const auto cancel = bytesOf(command, EXS_LittleEndianImplicit);
+    std::string parts;
+    const auto number = [](std::size_t value) {
+        std::string bytes;
+        for (const unsigned shift : {24U, 16U, 8U, 0U})
+            bytes += static_cast<char>(value >> shift & 0xffU);
+        return bytes;
+    };
+    const auto add = [&](char header, std::span<const char> bytes) {
+        parts += number(bytes.size() + 2);
+        parts += static_cast<char>(context);
+        parts += header;
+        parts.append(bytes.begin(), bytes.end());
+    };
+    constexpr char Last = 2;
+    constexpr char LastOfCommand = 3;
+    add(Last, identifier);
+    add(LastOfCommand, cancel);
+    const std::string pdu = std::string{"\x04\x00", 2} + number(parts.size()) + parts;
+    DcmTransportConnection* const connection = DUL_getTransportConnection(association_->DULassociation);
+    if (connection->write(const_cast<char*>(pdu.data()), pdu.size()) != static_cast<ssize_t>(pdu.size()))
+        throw std::runtime_error{"the PDU was not taken"};
+    return id;
+}
+
 DIC_US Association::writeCommand(T_ASC_PresentationContextID context, T_DIMSE_Command field,
-                                 const std::string& sopClass, const std::string& instance, bool dataSet) {
+                                 const std::string& sopClass, const std::string& instance, bool dataSet,
+                                 const std::string& destination) {
     const DIC_US id = association_->nextMsgID++;
     DcmDataset command;
     command.putAndInsertUint32(DCM_CommandGroupLength, 0);
@@ -239,6 +276,8 @@ DIC_US Association::writeCommand(T_ASC_PresentationContextID context, T_DIMSE_Co
     command.putAndInsertUint16(DCM_CommandDataSetType, dataSet ? DIMSE_DATASET_PRESENT : DIMSE_DATASET_NULL);
     if (!instance.empty())
         command.putAndInsertString(DCM_AffectedSOPInstanceUID, instance.c_str());
+    if (!destination.empty())
+        command.putAndInsertString(DCM_MoveDestination, destination.c_str());
     command.computeGroupLengthAndPadding(EGL_recalcGL, EPD_noChange, EXS_LittleEndianImplicit,
                                          EET_ExplicitLength);
     writeParts(context, true, bytesOf(command, EXS_LittleEndianImplicit), true);

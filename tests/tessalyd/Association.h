@@ -77,6 +77,9 @@ class Association {
     /// that of the command. Returns the message ID.
     DIC_US sendFind(T_ASC_PresentationContextID context, const std::string& sopClass,
                     std::span<const char> identifier);
+    /// The same with a C-CANCEL of the request behind the identifier, both in one PDU.
+    DIC_US sendFindAndCancel(T_ASC_PresentationContextID context, const std::string& sopClass,
+                             std::span<const char> identifier);
     /// Sends a command that is whatever the bytes are.
     void sendCommand(std::span<const char> bytes);
     /// Sends a C-STORE request and only the beginning of its data set.
@@ -87,12 +90,15 @@ class Association {
     /// True when the peer's abort, or its closing of the connection, comes within some seconds.
     [[nodiscard]] bool waitForEnd();
 
-  private:
-    void writeStoreCommand(const std::string& instance);
+  protected:
     DIC_US writeCommand(T_ASC_PresentationContextID context, T_DIMSE_Command field,
-                        const std::string& sopClass, const std::string& instance = {}, bool dataSet = true);
+                        const std::string& sopClass, const std::string& instance = {}, bool dataSet = true,
+                        const std::string& destination = {});
     void writeParts(T_ASC_PresentationContextID context, bool command, std::span<const char> bytes,
                     bool whole);
+
+  private:
+    void writeStoreCommand(const std::string& instance);
 
     T_ASC_Network* network_ = nullptr;
     T_ASC_Parameters* parameters_ = nullptr;

@@ -15,7 +15,8 @@ using namespace Qt::StringLiterals;
 
 namespace tessaly::test {
 
-OtherArchive::OtherArchive(const QString& folder, const QString& aeTitle, const QString& serverPort)
+OtherArchive::OtherArchive(const QString& folder, const QString& aeTitle, const QString& serverPort,
+                           const QString& dicomPort)
     : port_(unusedPort()) {
     QDir{}.mkpath(folder);
     QFile config{folder + u"/configuration.json"_s};
@@ -23,9 +24,10 @@ OtherArchive::OtherArchive(const QString& folder, const QString& aeTitle, const 
         throw std::runtime_error("no configuration for Orthanc");
     config.write(
         uR"({"Name": "peer", "StorageDirectory": "%1", "IndexDirectory": "%1", "HttpPort": %2,
-             "DicomServerEnabled": false, "RemoteAccessAllowed": false, "DicomAet": "%3",
+             "DicomServerEnabled": %5, "DicomPort": %6, "RemoteAccessAllowed": false, "DicomAet": "%3",
              "DicomModalities": {"tessaly": ["TESSALY", "127.0.0.1", %4]}, "Plugins": []})"_s
-            .arg(folder, port_, aeTitle, serverPort)
+            .arg(folder, port_, aeTitle, serverPort, dicomPort.isEmpty() ? u"false"_s : u"true"_s,
+                 dicomPort.isEmpty() ? u"4242"_s : dicomPort)
             .toUtf8());
     config.close();
     process_.start(u"/usr/sbin/Orthanc"_s, {config.fileName()});

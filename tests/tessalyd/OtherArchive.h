@@ -9,8 +9,9 @@ namespace tessaly::test {
 /// Orthanc as a peer that does what it is told over HTTP. It knows the server as "tessaly", called TESSALY.
 class OtherArchive {
   public:
-    /// Keeps its files in `folder`.
-    OtherArchive(const QString& folder, const QString& aeTitle, const QString& serverPort);
+    /// Keeps its files in `folder`. With a DICOM port it also takes what is sent to it.
+    OtherArchive(const QString& folder, const QString& aeTitle, const QString& serverPort,
+                 const QString& dicomPort = {});
     ~OtherArchive();
     OtherArchive(const OtherArchive&) = delete;
     OtherArchive& operator=(const OtherArchive&) = delete;

@@ -132,6 +132,19 @@ void InstanceListTest::manyInstancesComeBackAsTheyAre() {
     }
     QCOMPARE(wrong, 0);
     QCOMPARE(expected, Many + 1);
+    // Once more for each further association of a move, from wherever it stands.
+    for (const int taken : {Many + 1, 1, Many / 2}) {
+        instances.restart();
+        const auto first = instances.next();
+        QVERIFY(first.has_value());
+        instances.restart();
+        int again = 0;
+        for (; again < taken; ++again) {
+            const auto instance = instances.next();
+            QVERIFY2(instance && (again > 0 || instance->sopInstanceUid == first->sopInstanceUid),
+                     qPrintable(QString::number(again)));
+        }
+    }
     archive_->database.run(u"DELETE FROM Image WHERE SOPClassUID='1.2'"_s);
 }
 

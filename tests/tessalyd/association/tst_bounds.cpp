@@ -9,8 +9,8 @@
 #include <QTimer>
 #include <future>
 
-#include "tessalyd/FileDescriptor.h"
 #include "dicom/DataSetWalk.h"
+#include "tessalyd/FileDescriptor.h"
 #include "tessalyd/association/CommandMeter.h"
 #include "tessalyd/association/Transport.h"
 #include "tests/tessalyd/Association.h"

@@ -8,6 +8,7 @@
 #include <latch>
 #include <thread>
 
+#include "tessalyd/archive/SinkStream.h"
 #include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"
 #include "tests/tessalyd/association/ScriptedServer.h"
@@ -29,6 +30,7 @@ class ServicesTest : public QObject {
     void aFailureIsTheRequestsAlone_data();
     void aFailureIsTheRequestsAlone();
     void aCancelIsSeenBetweenTheAnswers();
+    void aCancelInTheIdentifiersPduIsSeen();
     void aCancelOfAnotherRequestIsNone();
     void aCancelThatComesTooLateIsPassedOver();
     void anotherRequestBeforeTheAnswerEndsTheAssociation();
@@ -163,6 +165,25 @@ void ServicesTest::aCancelIsSeenBetweenTheAnswers() {
     cancel(peer, ScriptedServer::Find, id);
     QCOMPARE(int{hear(peer).message.msg.CFindRSP.DimseStatus}, 0xfe00);
     QVERIFY(peer.echo());
+}
+
+void ServicesTest::aCancelInTheIdentifiersPduIsSeen() {
+    server_->on(DIMSE_C_FIND_RQ, [](const Request& request, Requester& requester) {
+        SinkStream nowhere{[](std::span<const char>) {}};
+        (void)requester.receiveDataSet(nowhere);
+        answerFind(request, requester, requester.isCancelled() ? STATUS_FIND_Cancel : STATUS_Success);
+    });
+    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    const std::string identifier{"\x08\0\x52\0\x06\0\0\0STUDY ", 14};
+    for (int i = 0; i < 3; ++i) {
+        peer.sendFindAndCancel(ScriptedServer::Find, FindClass, identifier);
+        const Heard heard = hear(peer);
+        QVERIFY(heard.arrived);
+        QCOMPARE(int{heard.message.msg.CFindRSP.DimseStatus}, STATUS_FIND_Cancel);
+    }
+    QVERIFY(peer.echo());
+    ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
+    QCOMPARE(int{hear(peer).message.msg.CFindRSP.DimseStatus}, STATUS_Success);
 }
 
 void ServicesTest::aCancelOfAnotherRequestIsNone() {

@@ -80,4 +80,16 @@ QMap<QString, QByteArray> RetrieveTest::dataSetsIn(const QString& folder) {
     return sets;
 }
 
+QMap<QString, QByteArray> RetrieveTest::dataSetsOf(const OtherArchive& archive, const QString& folder) {
+    QDir{}.mkpath(folder);
+    const QByteArrayList ids = archive.ask(u"instances"_s).split('"');
+    for (qsizetype i = 1; i < ids.size(); i += 2) {
+        QFile file{u"%1/%2"_s.arg(folder).arg(i)};
+        if (!file.open(QIODevice::WriteOnly))
+            throw std::runtime_error{"cannot write what the other archive has"};
+        file.write(archive.ask(u"instances/%1/file"_s.arg(QLatin1StringView{ids[i]})));
+    }
+    return dataSetsIn(folder);
+}
+
 }  // namespace tessaly::test

@@ -5,6 +5,7 @@
 #include <QTest>
 
 #include "tests/tessalyd/DaemonTest.h"
+#include "tests/tessalyd/OtherArchive.h"
 #include "tests/tessalyd/services/Retriever.h"
 
 namespace tessaly::test {
@@ -36,6 +37,9 @@ class RetrieveTest : public DaemonTest {
     [[nodiscard]] QMap<QString, QByteArray> storedDataSets() const;
     /// The same of the files in a folder, by what they say themselves.
     [[nodiscard]] static QMap<QString, QByteArray> dataSetsIn(const QString& folder);
+    /// The same of what another archive has, by way of a folder that is made.
+    [[nodiscard]] static QMap<QString, QByteArray> dataSetsOf(const OtherArchive& archive,
+                                                              const QString& folder);
 };
 
 }  // namespace tessaly::test

@@ -2,8 +2,6 @@
 #include <dcmtk/dcmdata/dcuid.h>
 
 #include <QFile>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <latch>
 #include <mutex>
 
@@ -36,16 +34,6 @@ class MovesTest : public MoveTest {
     void moreContextsThanOneAssociationHas();
     void whatTheDestinationCannotTakeIsDecoded();
     void dumpsShowWhatGoesOut();
-
-  private:
-    /// What the other archive says; empty when it says nothing.
-    static QByteArray ask(const QString& port, const QString& path) {
-        QNetworkAccessManager network;
-        const std::unique_ptr<QNetworkReply> reply{
-            network.get(QNetworkRequest{QUrl{u"http://127.0.0.1:%1/%2"_s.arg(port, path)}})};
-        const bool done = QTest::qWaitFor([&reply] { return reply->isFinished(); }, PatienceMs);
-        return done && reply->error() == QNetworkReply::NoError ? reply->readAll() : QByteArray{};
-    }
 };
 
 void MovesTest::anotherProductHasAStudyMoved() {
@@ -63,19 +51,8 @@ void MovesTest::anotherProductHasAStudyMoved() {
 
 void MovesTest::anotherArchiveTakesWhatIsMoved() {
     const QString port = unusedPort();
-    const QString http = unusedPort();
     launchWith({destination(port)});
-    QFile config{scratch(u"orthanc.json"_s)};
-    QVERIFY(config.open(QIODevice::WriteOnly));
-    config.write(
-        uR"({"Name": "peer", "StorageDirectory": "%1", "IndexDirectory": "%1", "HttpPort": %2,
-                      "DicomPort": %3, "RemoteAccessAllowed": false, "DicomAet": "DEST", "Plugins": []})"_s
-            .arg(scratch(u"orthanc"_s), http, port)
-            .toUtf8());
-    config.close();
-    QProcess archive;
-    archive.start(u"/usr/sbin/Orthanc"_s, {config.fileName()});
-    EVENTUALLY(!ask(http, u"system"_s).isEmpty());
+    const OtherArchive archive{scratch(u"orthanc"_s), u"DEST"_s, daemon_->port(), port};
     storeFile(writeObject({.instance = "1.2.5.1"}, scratch(u"1.dcm"_s)), u"-xe"_s);
     storeFile(writeObject({.instance = "1.2.5.2", .side = 64}, scratch(u"2.dcm"_s), EXS_JPEGProcess14SV1),
               u"-xs"_s);
@@ -84,16 +61,7 @@ void MovesTest::anotherArchiveTakesWhatIsMoved() {
     const Retrieved moved = viewer.collect();
     QCOMPARE(moved.status, 0);
     QCOMPARE(moved.counters, (Progress{-1, 2, 0, 0}));
-    QDir{}.mkpath(scratch(u"got"_s));
-    const QByteArrayList ids = ask(http, u"instances"_s).split('"');
-    for (qsizetype i = 1; i < ids.size(); i += 2) {
-        QFile file{scratch(u"got/%1"_s.arg(i))};
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(ask(http, u"instances/%1/file"_s.arg(QLatin1StringView{ids[i]})));
-    }
-    archive.terminate();
-    QVERIFY(archive.waitForFinished());
-    QCOMPARE(dataSetsIn(scratch(u"got"_s)), storedDataSets());
+    QCOMPARE(dataSetsOf(archive, scratch(u"got"_s)), storedDataSets());
 }
 
 void MovesTest::theDestinationIsToldWhoAsked() {

@@ -51,8 +51,9 @@ Configuration QueryAccessTest::configuration() {
 qsizetype QueryAccessTest::openSessions() const {
     if (ScratchDatabase::isPostgresql())
         return database_
-            ->value(u"SELECT COUNT(*) FROM pg_stat_activity WHERE datname=current_database() AND "
-                    "pid<>pg_backend_pid()"_s)
+            ->value(
+                u"SELECT COUNT(*) FROM pg_stat_activity WHERE datname=current_database() AND "
+                "pid<>pg_backend_pid()"_s)
             .toLongLong();
     database_->release();  // the test's own
     qsizetype count = 0;
