@@ -1,6 +1,6 @@
 // How fast objects are fetched (C-GET) and moved (C-MOVE), beside another product's archive in the same run,
 // and beside the bound that its sender and receiver set by themselves; the server's peak of memory. Prints
-// tables; judges nothing.
+// tables; judges nothing. An argument says how many objects there are.
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 
@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 
 #include "tests/support/ScratchBus.h"
@@ -28,9 +29,9 @@ using namespace tessaly::test;
 
 namespace {
 
-constexpr int Many = 2'000;
+constexpr int UsualCount = 2'000;
 constexpr int Rounds = 3;
-constexpr int SingleMoves = 200;
+constexpr int MostSingleMoves = 200;
 constexpr int Side = 128;  // 33 KB
 const std::string Study = "1.2.3.4";
 
@@ -107,9 +108,9 @@ void move(const QString& port) {
 }
 
 /// One association, one image a request.
-void moveOneByOne(const QString& port) {
+void moveOneByOne(const QString& port, int moves) {
     Retriever viewer{port, {}};
-    for (int i = 0; i < SingleMoves; ++i) {
+    for (int i = 0; i < moves; ++i) {
         viewer.ask(Retriever::MoveStudyRoot, "IMAGE",
                    {{DCM_StudyInstanceUID, Study},
                     {DCM_SeriesInstanceUID, Study + ".1"},
@@ -149,11 +150,12 @@ void writeConfiguration(const QString& file, const QString& port, const QString&
             .toUtf8());
 }
 
-void measure() {
+void measure(int many) {
+    const int singleMoves = std::min(many, MostSingleMoves);
     const QTemporaryDir scratch;
     const QString folder = scratch.filePath(u"objects"_s);
     QDir{}.mkpath(folder);
-    for (int i = 0; i < Many; ++i)
+    for (int i = 0; i < many; ++i)
         writeObject({.study = Study,
                      .series = Study + ".1",
                      .instance = Study + ".1." + std::to_string(i),
@@ -161,6 +163,7 @@ void measure() {
                      .seed = i},
                     folder + u"/%1.dcm"_s.arg(i));
 
+    qputenv("TCP_NODELAY", "1");
     const QString destinationPort = unusedPort();
     const Peer destination{u"storescp"_s, {u"--ignore"_s, destinationPort}, destinationPort};
 
@@ -177,6 +180,8 @@ void measure() {
     daemon.launch();
     qputenv("TCP_NODELAY", "1");
     send(folder, daemon.port());
+    std::printf("%d objects of %d KB are stored\n", many, Side * Side * 2 / 1000);
+    std::fflush(stdout);
 
     const QString otherPort = unusedPort();
     const QString otherFolder = scratch.filePath(u"other"_s);
@@ -192,8 +197,9 @@ void measure() {
     };
     std::printf("objects a second, best of %d                 tessalyd   dcmqrscp   ratio\n", Rounds);
     for (const Row& row :
-         {Row{"C-GET by getscu, TCP_NODELAY", Many, get}, Row{"C-MOVE by movescu, TCP_NODELAY", Many, move},
-          Row{"C-MOVE, one image a request", SingleMoves, moveOneByOne}}) {
+         {Row{"C-GET by getscu, TCP_NODELAY", many, get}, Row{"C-MOVE by movescu, TCP_NODELAY", many, move},
+          Row{"C-MOVE, one image a request", singleMoves,
+              [singleMoves](const QString& port) { moveOneByOne(port, singleMoves); }}}) {
         double here = 0;
         double there = 0;
         for (int round = 0; round < Rounds; ++round) {  // in turns
@@ -205,15 +211,16 @@ void measure() {
     }
     double bound = 0;
     for (int round = 0; round < Rounds; ++round)
-        bound = std::max(bound, Many / secondsOf([&] { send(folder, destinationPort); }));
+        bound = std::max(bound, many / secondsOf([&] { send(folder, destinationPort); }));
     std::printf("%-42s %10.0f\n", "bound: storescu to storescp --ignore", bound);
     qunsetenv("TCP_NODELAY");
     std::printf("%-42s %10.0f\n", "C-GET by getscu as it comes",
-                Many / secondsOf([&] { get(daemon.port()); }));
-    for (int i = 0; i < 4; ++i)
+                many / secondsOf([&] { get(daemon.port()); }));
+    constexpr int Fetched = 10'000;
+    for (int fetched = 0; fetched < Fetched; fetched += many)
         get(daemon.port());
-    std::printf("\ntessalyd's peak of memory after more than 10,000 objects fetched: %.1f MB\n",
-                peakMemory(daemon.process.processId()));
+    std::printf("\n%d objects; tessalyd's peak of memory after more than %d fetched: %.1f MB\n", many,
+                Fetched, peakMemory(daemon.process.processId()));
 }
 
 }  // namespace
@@ -222,7 +229,7 @@ int main(int argc, char* argv[]) {
     try {
         const ScratchBus bus;
         const QCoreApplication application{argc, argv};
-        measure();
+        measure(argc > 1 ? std::max(std::atoi(argv[1]), 1) : UsualCount);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 1;

@@ -29,9 +29,8 @@ struct SearchLimits {
 
 /// The entities that match a query, one at a time; memory does not grow with their number. They are fetched
 /// page by page: no more than some thousands are waiting, fewer where they cost more time, and the tables are
-/// free between two pages. What is
-/// stored meanwhile may or may not be among them. The statements are to outlive it. Throws db::Error and
-/// SearchTimeout.
+/// free between two pages. What is stored meanwhile may or may not be among them. The statements are to
+/// outlive it. Throws db::Error and SearchTimeout.
 class ArchiveSearch {
   public:
     ArchiveSearch(StatementCache& statements, ArchiveQuery query, SearchLimits limits = {},

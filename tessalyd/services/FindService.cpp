@@ -12,7 +12,6 @@
 #include "tessalyd/Log.h"
 #include "tessalyd/association/Requester.h"
 #include "tessalyd/services/QueryAnswers.h"
-#include "tessalyd/services/QueryRefusal.h"
 #include "tessalyd/services/ReceivedIdentifier.h"
 #include "tessalyd/services/TransferSyntaxes.h"
 
@@ -98,8 +97,6 @@ void FindService::answer(const Request& request, Requester& requester) {
     try {
         const bool cancelled = sendAnswers(read(request, requester), request, requester);
         send(request, requester, cancelled ? STATUS_FIND_Cancel : STATUS_FIND_Success);
-    } catch (const QueryRefusal& refusal) {
-        fail(requester, {refusal.status(), refusal.what(), refusal.offending()}, refusal.what());
     } catch (const RequestFailure& failure) {
         fail(requester, failure, failure.what());
     } catch (const db::Error& error) {

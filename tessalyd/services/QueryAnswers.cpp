@@ -8,8 +8,6 @@
 #include <memory>
 #include <stdexcept>
 
-#include "tessalyd/services/QueryRefusal.h"
-
 namespace tessaly::tessalyd {
 
 namespace {
@@ -51,7 +49,7 @@ bool QueryAnswers::next() {
         if (!search_.next())
             return false;
     } catch (const SearchTimeout& timeout) {
-        throw QueryRefusal{STATUS_FIND_Refused_OutOfResources, timeout.what()};
+        throw RequestFailure{STATUS_FIND_Refused_OutOfResources, timeout.what()};
     }
     bool ascii = true;
     for (const Slot& slot : slots_) {

@@ -19,7 +19,7 @@ class QueryAnswers {
                  SearchLimits limits = {});
 
     /// Goes to the next answer. False when there is none, or the search was stopped. Throws db::Error, and
-    /// QueryRefusal when the query takes too long.
+    /// RequestFailure when the query takes too long.
     [[nodiscard]] bool next();
     [[nodiscard]] bool wasStopped() const noexcept { return search_.wasStopped(); }
 

@@ -11,7 +11,6 @@
 #include "dicom/DataSetText.h"
 #include "dicom/DataSetWalk.h"
 #include "dicom/SkippingStream.h"
-#include "tessalyd/services/QueryRefusal.h"
 
 namespace tessaly::tessalyd {
 
@@ -27,7 +26,7 @@ constexpr Uint32 LongestValue = 1U << 20U;
 /// In place of a byte that cannot be read: stands for nothing that is stored, and is no wildcard.
 constexpr std::string_view Unreadable = "\xef\xbf\xbd";
 
-QueryRefusal refused(const char* comment, const DcmTagKey& offending) {
+RequestFailure refused(const char* comment, const DcmTagKey& offending) {
     return {STATUS_FIND_Failed_IdentifierDoesNotMatchSOPClass, comment, offending};
 }
 
@@ -120,7 +119,7 @@ void addAttribute(QueryIdentifier& result, const DcmElement& element, const Data
 }  // namespace
 
 std::unique_ptr<DcmDataset> parseIdentifier(std::span<const char> bytes, E_TransferSyntax syntax) {
-    const auto refuse = [](const char* comment) -> QueryRefusal {
+    const auto refuse = [](const char* comment) -> RequestFailure {
         return {STATUS_FIND_Failed_UnableToProcess, comment};
     };
     if (dicom::nestsTooDeep(bytes, syntax))

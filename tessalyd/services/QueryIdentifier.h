@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tessalyd/archive/ArchiveQuery.h"
+#include "tessalyd/association/Service.h"
 
 namespace tessaly::tessalyd {
 
@@ -41,12 +42,12 @@ struct QueryIdentifier {
 [[nodiscard]] std::unique_ptr<DcmDataset> parseIdentifier(std::span<const char> bytes,
                                                           E_TransferSyntax syntax);
 
-/// Understands the identifier of a C-FIND. Its text is converted in place. Throws QueryRefusal.
+/// Understands the identifier of a C-FIND. Its text is converted in place. Throws RequestFailure.
 [[nodiscard]] QueryIdentifier readQuery(DcmDataset& identifier, InformationModel model,
                                         const QueryOptions& options);
 
 /// Understands the identifier of a C-MOVE or C-GET: unique keys alone, those above the level with one value,
-/// that of the level with one or a list. Other keys are passed over. Throws QueryRefusal.
+/// that of the level with one or a list. Other keys are passed over. Throws RequestFailure.
 [[nodiscard]] ArchiveQuery readRetrieval(DcmDataset& identifier, InformationModel model);
 
 /// As an identifier has it: "PATIENT", "STUDY", "SERIES", "IMAGE".

@@ -1,13 +1,11 @@
 #include "tessalyd/services/ReceivedIdentifier.h"
 
-#include <dcmtk/dcmdata/dcistrmb.h>
-
 #include <string_view>
 #include <vector>
 
-#include "dicom/DataSetWalk.h"
 #include "tessalyd/archive/SinkStream.h"
 #include "tessalyd/association/Requester.h"
+#include "tessalyd/services/QueryIdentifier.h"
 
 namespace tessaly::tessalyd {
 
@@ -67,21 +65,7 @@ std::unique_ptr<DcmDataset> receiveIdentifier(const Request& request, Requester&
         constexpr DIC_US NotSupported = 0x0122;
         throw RequestFailure{NotSupported, "The SOP class is not that of the presentation context"};
     }
-    const E_TransferSyntax syntax = request.context->syntax;
-    if (dicom::nestsTooDeep(bytes, syntax))
-        throw cannotUnderstand("The identifier has too many sequences in each other");
-    if (dicom::isCutOff(bytes, syntax))
-        throw cannotUnderstand("The identifier is cut off");
-    DcmInputBufferStream stream;
-    stream.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));
-    stream.setEos();
-    auto identifier = std::make_unique<DcmDataset>();
-    identifier->transferInit();
-    const OFCondition parsed = identifier->read(stream, syntax);
-    identifier->transferEnd();
-    if (parsed.bad())
-        throw cannotUnderstand("The identifier is no data set");
-    return identifier;
+    return parseIdentifier(bytes, request.context->syntax);
 }
 
 }  // namespace tessaly::tessalyd

@@ -10,7 +10,6 @@
 #include "db/Error.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/services/QueryIdentifier.h"
-#include "tessalyd/services/QueryRefusal.h"
 #include "tessalyd/services/ReceivedIdentifier.h"
 
 namespace tessaly::tessalyd {
@@ -59,9 +58,9 @@ bool Retrieval::isCancelled(Requester& requester) {
 
 std::optional<InstanceList> Retrieval::find(const Request& request, Requester& requester) {
     wasAsked_ = true;
-    const auto identifier = receiveIdentifier(request, requester);
     const auto stop = [&requester] { return isCancelled(requester); };
     try {
+        const auto identifier = receiveIdentifier(request, requester);
         ArchiveQuery query = readRetrieval(*identifier, modelOf(request.context->sopClass));
         const auto lease = access_.sessions().take(stop);
         if (!lease)
@@ -72,10 +71,10 @@ std::optional<InstanceList> Retrieval::find(const Request& request, Requester& r
             return std::nullopt;
         found_ += found->size();
         return found;
-    } catch (const QueryRefusal& refusal) {
+    } catch (const RequestFailure& failure) {
         OFLOG_WARN(serverLog(), requester.names().text().c_str()
-                                    << ": retrieval not answered: " << refusal.what());
-        throw RequestFailure{refusal.status(), refusal.what(), refusal.offending()};
+                                    << ": retrieval not answered: " << failure.what());
+        throw;
     } catch (const SearchTimeout& late) {
         OFLOG_ERROR(serverLog(), requester.names().text().c_str() << ": " << late.what());
         throw RequestFailure{NoNumberOfMatches, late.what()};

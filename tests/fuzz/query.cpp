@@ -3,11 +3,11 @@
 #include <dcmtk/dcmdata/dctk.h>
 
 #include <QUtf8StringView>
+#include <array>
 
 #include "dicom/NameFolding.h"
 #include "tessalyd/archive/SearchStatement.h"
 #include "tessalyd/services/QueryIdentifier.h"
-#include "tessalyd/services/QueryRefusal.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {
@@ -65,7 +65,8 @@ void checkKeys(const ArchiveQuery& query, const std::string& stored) {
 
 }  // namespace
 
-/// The first part is a stored value, the rest a data set whose first byte chooses the model.
+/// The first part is a stored value, the rest an identifier as it comes over the wire, whose first byte
+/// chooses the model, what is negotiated and the transfer syntax.
 void tessaly::fuzz::tryInput(std::string_view input) {
     static const bool quiet = [] {
         OFLog::configure(OFLogger::OFF_LOG_LEVEL);
@@ -78,9 +79,11 @@ void tessaly::fuzz::tryInput(std::string_view input) {
     input.remove_prefix(1);
     std::unique_ptr<DcmDataset> dataset;
     try {
-        dataset = parseIdentifier(input, EXS_LittleEndianExplicit);
-    } catch (const QueryRefusal& refusal) {
-        require(refusal.status() == 0xc000);
+        constexpr std::array Syntaxes{EXS_LittleEndianExplicit, EXS_LittleEndianImplicit,
+                                      EXS_BigEndianExplicit};
+        dataset = parseIdentifier(input, Syntaxes[(choice >> 3U) % Syntaxes.size()]);
+    } catch (const RequestFailure& failure) {
+        require(failure.status() == 0xc000);
         return;
     }
     const auto model = (choice & 1U) != 0 ? InformationModel::PatientRoot : InformationModel::StudyRoot;
@@ -92,15 +95,15 @@ void tessaly::fuzz::tryInput(std::string_view input) {
         checkStatements(query.query);
         if (isText)
             checkKeys(query.query, stored);
-    } catch (const QueryRefusal& refusal) {
-        require(refusal.status() == 0xa900);
+    } catch (const RequestFailure& failure) {
+        require(failure.status() == 0xa900);
     }
     try {
         const auto query = readRetrieval(*dataset, model);
         checkStatements(query);
         require(!query.keys.back().match.isUniversal());  // never everything
         require(!query.keys.back().match.alternatives().empty());
-    } catch (const QueryRefusal& refusal) {
-        require(refusal.status() == 0xa900);
+    } catch (const RequestFailure& failure) {
+        require(failure.status() == 0xa900);
     }
 }

@@ -3,7 +3,6 @@
 #include <QTest>
 
 #include "tessalyd/archive/InstanceList.h"
-#include "tessalyd/services/QueryRefusal.h"
 #include "tests/tessalyd/StockedArchive.h"
 
 using namespace Qt::StringLiterals;

@@ -7,7 +7,6 @@
 #include "db/Transaction.h"
 #include "tessalyd/Configuration.h"
 #include "tessalyd/services/QueryAnswers.h"
-#include "tessalyd/services/QueryRefusal.h"
 #include "tests/tessalyd/StockedArchive.h"
 
 using namespace Qt::StringLiterals;
@@ -271,9 +270,9 @@ void QueryAnswersTest::aSearchEndsAtItsTimeout() {
     try {
         (void)answers.next();
         QFAIL("no time-out");
-    } catch (const QueryRefusal& refusal) {
-        QCOMPARE(refusal.status(), Uint16{0xa700});
-        QVERIFY(*refusal.what() != '\0');
+    } catch (const RequestFailure& failure) {
+        QCOMPARE(failure.status(), Uint16{0xa700});
+        QVERIFY(*failure.what() != '\0');
     }
     // What its user does between two answers is not the query's time.
     QueryAnswers slow = ask(identifier("STUDY", {{DCM_PatientID, "P?"}}), {.timeout = 1s});
@@ -298,9 +297,9 @@ void QueryAnswersTest::aTableThatSomebodyHasLockedEndsAQueryAtItsTimeout() {
     try {
         QVERIFY(answers.next());
         QVERIFY(!blocks);
-    } catch (const QueryRefusal& refusal) {
+    } catch (const RequestFailure& failure) {
         QVERIFY(blocks);
-        QCOMPARE(refusal.status(), Uint16{0xa700});
+        QCOMPARE(failure.status(), Uint16{0xa700});
     }
 }
 

@@ -4,7 +4,6 @@
 #include <QTest>
 
 #include "tessalyd/services/QueryIdentifier.h"
-#include "tessalyd/services/QueryRefusal.h"
 #include "tests/tessalyd/StockedArchive.h"
 
 using namespace Qt::StringLiterals;
@@ -57,12 +56,12 @@ void QueryIdentifierTest::verifyRefused(Read read, quint32 offending) {
     try {
         read();
         QFAIL("taken");
-    } catch (const QueryRefusal& refusal) {
-        QCOMPARE(refusal.status(), Uint16{0xa900});
-        QVERIFY(refusal.offending().has_value());
-        QCOMPARE(number(*refusal.offending()), offending);
-        QVERIFY(*refusal.what() != '\0');
-        QVERIFY(std::strlen(refusal.what()) <= 64);
+    } catch (const RequestFailure& failure) {
+        QCOMPARE(failure.status(), Uint16{0xa900});
+        QVERIFY(failure.offendingElement().has_value());
+        QCOMPARE(number(*failure.offendingElement()), offending);
+        QVERIFY(*failure.what() != '\0');
+        QVERIFY(std::strlen(failure.what()) <= 64);
     }
 }
 
@@ -214,9 +213,9 @@ void QueryIdentifierTest::whatIsNoIdentifierIsRefused() {
     try {
         (void)parseIdentifier(bytes, EXS_LittleEndianExplicit);
         QFAIL("taken");
-    } catch (const QueryRefusal& refusal) {
-        QCOMPARE(refusal.status(), Uint16{0xc000});
-        QVERIFY(std::strlen(refusal.what()) <= 64);
+    } catch (const RequestFailure& failure) {
+        QCOMPARE(failure.status(), Uint16{0xc000});
+        QVERIFY(std::strlen(failure.what()) <= 64);
     }
     const QByteArray level{"\x08\x00\x52\x00\x43\x53\x06\x00STUDY ", 14};
     const auto parsed = parseIdentifier(level, EXS_LittleEndianExplicit);
