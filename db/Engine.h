@@ -56,6 +56,10 @@ struct Engine {
     /// True where the driver reads a set into memory whole unless the session is opened for walks.
     [[nodiscard]] bool keepsSetsInMemory() const { return isPostgres(); }
 
+    /// True where SQLCancel may be called while another thread waits in the statement. The SQLite driver
+    /// frees the statement that is running then.
+    [[nodiscard]] bool endsStatementsFromElsewhere() const { return isPostgres(); }
+
     /// True where the driver goes on with a statement without parameters whose set was left before its end.
     [[nodiscard]] bool keepsLeftSets() const { return isSqlite(); }
 

@@ -45,6 +45,12 @@ class Error : public std::runtime_error {
     bool lostSession_ = false;
 };
 
+/// A statement was ended because nobody wanted it any more (Query::setStop()).
+class Stopped : public Error {
+  public:
+    Stopped() : Error("The statement was stopped") {}
+};
+
 /// The session was lost while a transaction was being committed: nobody can say whether its changes are kept.
 class OutcomeUnknown : public Error {
   public:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "db/Interruption.h"
 #include "db/Odbc.h"
 
 namespace tessaly::db {
@@ -82,6 +83,9 @@ void Query::run() {
             !std::any_of(fault.diagnostics().begin(), fault.diagnostics().end(), detail::isStalePlan))
             throw;
         runOnce();
+    } catch (...) {  // of the question whether it is wanted
+        statement_ = std::make_shared<detail::Statement>(session, text_);
+        throw;
     }
     statement_->hasRun = true;
 }
@@ -112,7 +116,14 @@ void Query::runOnce() {
     statement.boundParams = params_.size();
     for (std::size_t i = 0; i < params_.size(); ++i)
         bindOne(statement, static_cast<SQLUSMALLINT>(i + 1), params_[i], bound[i]);
-    statement.check(SQLExecute(statement.get()));
+    detail::Interruption interruption{statement, isUnwanted_};
+    try {
+        statement.check(SQLExecute(statement.get()));
+    } catch (const Error&) {
+        interruption.end();  // it was ended, or failed by itself
+        throw;
+    }
+    interruption.end();
 }
 
 ResultSet Query::open() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <optional>
@@ -59,6 +60,11 @@ class Query {
     /// such limit pass over it.
     void setTimeout(std::chrono::seconds limit) { timeout_ = limit; }
 
+    /// Asked some times a second while the engine works on a run, in a thread of its own, but only while the
+    /// thread that runs it waits: true ends the run, which throws Stopped then; what it throws comes through.
+    /// Empty: nobody is asked. Drivers that cannot end a statement from elsewhere pass over it.
+    void setStop(std::function<bool()> isUnwanted) { isUnwanted_ = std::move(isUnwanted); }
+
     /// Runs a statement that returns rows, as a forward-only, read-only set, of which the first row has been
     /// fetched: a statement that cannot give it fails here. Throws while an earlier set of this query is
     /// still alive.
@@ -79,6 +85,7 @@ class Query {
     std::shared_ptr<detail::Statement> statement_;  // of the line's session, null before the first run
     std::vector<Param> params_;
     std::chrono::seconds timeout_{0};
+    std::function<bool()> isUnwanted_;
 };
 
 /// Runs one statement with its parameters in order.

@@ -8,7 +8,7 @@ namespace tessaly::tessalyd {
 namespace {
 
 /// A clock that is read for every row would cost as much as some rows do.
-constexpr unsigned RowsBetweenLooks = 64;
+constexpr unsigned RowsBetweenLooks = 8;
 constexpr std::chrono::milliseconds AskInterval{5};
 
 /// The first answers come at once; later pages are so large that finding where they begin does not count, but
@@ -54,12 +54,18 @@ bool ArchiveSearch::next() {
         if (!found)
             closePage();
         return found;
-    } catch (...) {
-        rows_.reset();
-        statement_.reset();  // may be what is broken: the cache does not get it back
+    } catch (const db::Stopped&) {
+        dropPage();
+        stopped_ = true;
+        return false;
+    } catch (const db::Error&) {
+        dropPage();
         // An engine that keeps to the limit by itself says so in words of its own.
         if (isOver(Clock::now()))
             throw SearchTimeout{};
+        throw;
+    } catch (...) {
+        dropPage();
         throw;
     }
 }
@@ -130,6 +136,7 @@ void ArchiveSearch::openPage() {
     statementText_ = &page.text;
     statement_ = statements_.take(page.text);
     statement_->bindAll(std::move(values));
+    statement_->setStop(limits_.stop);
     entitiesOfPage_ = 0;
     const auto start = Clock::now();
     rows_.emplace(statement_->open());
@@ -147,10 +154,17 @@ void ArchiveSearch::sizeNextPage() {
     entityTook_ = each;
 }
 
+/// Of a statement that may be what is broken: the cache does not get it back.
+void ArchiveSearch::dropPage() {
+    rows_.reset();
+    statement_.reset();
+}
+
 void ArchiveSearch::closePage() {
     if (!statement_)
         return;
     rows_.reset();
+    statement_->setStop({});
     statements_.give(*statementText_, std::move(*statement_));
     statement_.reset();
 }

@@ -23,7 +23,8 @@ class SearchTimeout : public std::runtime_error {
 struct SearchLimits {
     std::chrono::seconds timeout{
         0};  ///< of the search's own work, not of what its user does between; zero: none
-    /// Asked now and then, some hundred times a second, while no answer comes: true ends the search.
+    /// Asked now and then, some hundred times a second, while no answer comes: true ends the search. While
+    /// the engine works on a statement it may be asked in another thread; that of the search waits then.
     std::function<bool()> stop = {};
 };
 
@@ -54,6 +55,7 @@ class ArchiveSearch {
     void openPage();
     void sizeNextPage();
     void closePage();
+    void dropPage();
     void beginEntity();
     void gather(bool fits);
     void addPart();

@@ -1,5 +1,8 @@
 #include <QTest>
+#include <atomic>
 #include <future>
+#include <stdexcept>
+#include <thread>
 
 #include "db/Query.h"
 #include "db/Transaction.h"
@@ -33,6 +36,8 @@ class LocksTest : public QObject {
     void aLockIsWaitedForAndNotForEver();
     void aQuerysOwnLimitEndsItsWait();
     void theDataSourcesOwnLimitStands();
+    void aStatementThatNobodyWantsEnds();
+    void whatTheQuestionThrowsComesThrough();
 
   private:
     void fill(int rows) const {
@@ -109,6 +114,45 @@ void LocksTest::theDataSourcesOwnLimitStands() {
     scratch_->run(u"COMMIT"_s);
     QCOMPARE(scratch_->value(u"SELECT N FROM T"_s), u"1"_s);
     execute(*connection_, "UPDATE T SET N=2");
+}
+
+void LocksTest::aStatementThatNobodyWantsEnds() {
+    fill(1);
+    Query query{*connection_, "SELECT N FROM T"};
+    std::atomic<int> asked = 0;
+    const auto owner = std::this_thread::get_id();
+    bool isElsewhere = true;
+    query.setStop([&] {
+        isElsewhere = isElsewhere && std::this_thread::get_id() != owner;
+        return ++asked == 3;
+    });
+    {
+        db::Connection other;
+        other.setConnectString("DSN=DicomFDB");
+        other.establish();
+        db::Transaction transaction{other};
+        execute(other, "LOCK TABLE T IN ACCESS EXCLUSIVE MODE");
+        QVERIFY_THROWS_EXCEPTION(db::Stopped, (void)query.open());
+        QCOMPARE(asked.load(), 3);
+        QVERIFY(isElsewhere);
+    }
+    for (int i = 0; i < 100; ++i) {  // nothing of it is left for those that come after
+        auto rows = query.open();
+        QVERIFY(rows.next());
+    }
+    QCOMPARE(asked.load(), 3);  // who does not wait is not asked
+    db::Transaction transaction{*connection_};
+    Query sleeping{*connection_, "SELECT pg_sleep(3600)"};
+    sleeping.setStop([] { return true; });
+    QVERIFY_THROWS_EXCEPTION(db::Stopped, (void)sleeping.open());
+    QVERIFY_THROWS_EXCEPTION(db::Error, transaction.commit());
+}
+
+void LocksTest::whatTheQuestionThrowsComesThrough() {
+    Query sleeping{*connection_, "SELECT pg_sleep(3600)"};
+    sleeping.setStop([]() -> bool { throw std::out_of_range("gone"); });
+    QVERIFY_THROWS_EXCEPTION(std::out_of_range, (void)sleeping.open());
+    execute(*connection_, "SELECT 1");
 }
 
 QTEST_GUILESS_MAIN(LocksTest)

@@ -32,6 +32,7 @@ class QueryAnswersTest : public QObject {
     void aSearchIsStopped();
     void aSearchEndsAtItsTimeout();
     void aTableThatSomebodyHasLockedEndsAQueryAtItsTimeout();
+    void aSearchIsStoppedWhileItsStatementWaits();
     void theTablesAreFreeBetweenAnswers();
     void aStatementThatFailedIsNotUsedAgain();
 
@@ -301,6 +302,21 @@ void QueryAnswersTest::aTableThatSomebodyHasLockedEndsAQueryAtItsTimeout() {
         QVERIFY(blocks);
         QCOMPARE(failure.status(), Uint16{0xa700});
     }
+}
+
+void QueryAnswersTest::aSearchIsStoppedWhileItsStatementWaits() {
+    tessaly::db::Connection other;
+    openDatabase(other);
+    std::optional<tessaly::db::Transaction> transaction{std::in_place, other};
+    const bool blocks = ScratchDatabase::isPostgresql();
+    tessaly::db::execute(
+        other, blocks ? "LOCK TABLE Study IN ACCESS EXCLUSIVE MODE" : "UPDATE Study SET StudyTime=StudyTime");
+    QueryAnswers answers = ask(identifier("STUDY", {{DCM_PatientID, "P1"}}), {.stop = [] { return true; }});
+    QCOMPARE(answers.next(), !blocks);
+    QCOMPARE(answers.wasStopped(), blocks);
+    transaction.reset();
+    QueryAnswers again = ask(identifier("STUDY", {{DCM_PatientID, "P1"}}));
+    QVERIFY(again.next());
 }
 
 void QueryAnswersTest::theTablesAreFreeBetweenAnswers() {

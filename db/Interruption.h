@@ -1,0 +1,33 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "db/Odbc.h"
+
+namespace tessaly::db::detail {
+
+/// While a statement runs: asks, some times a second and in a thread of its own, whether it is still wanted,
+/// and has the engine end it when it is not. For the length of one ODBC call of the statement's own thread,
+/// which waits in it meanwhile: what is asked may use whatever belongs to that thread.
+class Interruption {
+  public:
+    /// Nothing happens where `isUnwanted` is empty or the engine's driver cannot end a statement from another
+    /// thread. Both arguments outlive it.
+    Interruption(const Statement& statement, const std::function<bool()>& isUnwanted);
+    /// Waits for a question that is under way.
+    ~Interruption();
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+    /// To be called right after the ODBC call. Throws Stopped when the statement was not wanted any more,
+    /// whatever came of it, and what the question threw.
+    void end();
+
+  private:
+    class Watcher;
+    struct Watched;
+    std::shared_ptr<Watched> watched_;
+};
+
+}  // namespace tessaly::db::detail
