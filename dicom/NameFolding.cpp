@@ -58,6 +58,18 @@ std::string withoutPadding(std::string_view group) {
     return result;
 }
 
+/// The columns that hold the groups have no more characters, and folding makes two of some.
+constexpr std::size_t LongestGroup = 324;
+
+void cut(std::string& group) {
+    std::size_t characters = 0;
+    for (std::size_t at = 0; at < group.size(); ++at) {
+        const bool begins = (static_cast<unsigned char>(group[at]) & 0xC0U) != 0x80U;
+        if (begins && ++characters > LongestGroup)
+            return group.resize(at);
+    }
+}
+
 }  // namespace
 
 std::string folded(std::string_view text) {
@@ -90,6 +102,8 @@ std::array<std::string, 3> foldedGroups(std::string_view name) {
         std::string_view part = name.substr(0, length);
         part = part.substr(0, part.find_last_not_of('=') + 1);
         group = withoutPadding(folded(part));
+        if (group.size() > LongestGroup)
+            cut(group);
         name.remove_prefix(std::min(length + 1, name.size()));
     }
     return groups;

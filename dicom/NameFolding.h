@@ -11,7 +11,7 @@ namespace tessaly::dicom {
 [[nodiscard]] std::string folded(std::string_view text);
 
 /// The alphabetic, the ideographic and the phonetic group of a person's name, folded, each without the blanks
-/// around its components and without trailing delimiters.
+/// around its components and without trailing delimiters; 324 characters of it at most.
 [[nodiscard]] std::array<std::string, 3> foldedGroups(std::string_view name);
 
 }  // namespace tessaly::dicom

@@ -67,6 +67,7 @@ void NameFoldingTest::namesHaveGroups_data() {
     row(u"=="_s, {u""_s, u""_s, u""_s});
     row(u"Yamada^Tarou=山田^太郎=やまだ^たろう"_s, {u"yamada^tarou"_s, u"山田^太郎"_s, u"やまだ^たろう"_s});
     row(u"Wang^XiaoDong=王^小東="_s, {u"wang^xiaodong"_s, u"王^小東"_s, u""_s});
+    row(QString(200, u'ß') + u'=' + QString(400, u'é'), {QString(324, u's'), QString(324, u'e'), u""_s});
     row(u"=山田^太郎^^"_s, {u""_s, u"山田^太郎"_s, u""_s});
 }
 
