@@ -43,7 +43,8 @@ struct Step {
 /// steps above the database's version. Gives what was done, a line each; empty when nothing was to be done.
 /// Throws std::runtime_error or what derives from it, and has then changed nothing: when the version is a
 /// newer one, when the engine refuses, when something lacks that cannot be added to a table.
-std::vector<std::string> upgrade(const db::Connection& connection, std::span<const Step> steps = steps());
+std::vector<std::string> upgrade(const db::Connection& connection,
+                                 std::span<const Step> steps = schema::steps());
 
 /// Runs what has to be filled in tables whose rows come from a database of version `from`.
 void fill(const db::Connection& connection, int from);
