@@ -13,9 +13,8 @@ using namespace tessaly::test;
 
 namespace {
 
-const Values New{{u"txtName"_s, u"new"_s},         {u"txtHost"_s, u"host"_s},
-                 {u"txtUser"_s, u"user"_s},        {u"txtPassword"_s, u"word"_s},
-                 {u"txtDestination"_s, u"/new"_s}, {u"cmbType"_s, u"Lorvo"_s}};
+const Values New{{u"txtName"_s, u"new"_s},      {u"txtHost"_s, u"host"_s},        {u"txtUser"_s, u"user"_s},
+                 {u"txtPassword"_s, u"word"_s}, {u"txtDestination"_s, u"/new"_s}, {u"cmbType"_s, u"Lorvo"_s}};
 
 }  // namespace
 
