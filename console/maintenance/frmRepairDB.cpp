@@ -35,6 +35,29 @@ constexpr int BarWidth = 320;
 constexpr auto ServerPatience = 5s;
 constexpr auto Tick = 20ms;  // the longest that a repaint waits
 
+/// Keeps the window behind a form from taking input: everything there wants the connection that is closed.
+class ShutBehind {
+  public:
+    explicit ShutBehind(QWidget& form) : behind_(form.parentWidget()) {
+        if (behind_ == nullptr)
+            return;
+        QWidget* const focused = form.focusWidget();
+        behind_->setEnabled(false);
+        form.setEnabled(true);  // a window's own windows go with it
+        if (focused != nullptr)
+            focused->setFocus();
+    }
+    ~ShutBehind() {
+        if (behind_ != nullptr)
+            behind_->setEnabled(true);
+    }
+    ShutBehind(const ShutBehind&) = delete;
+    ShutBehind& operator=(const ShutBehind&) = delete;
+
+  private:
+    QWidget* behind_;
+};
+
 }  // namespace
 
 frmRepairDB::frmRepairDB(MainWindowOperations& window, QWidget* parent)
@@ -177,6 +200,7 @@ void frmRepairDB::CompactDatabaseFile() {
     try {
         if (!dataSource_.isEmpty())
             return compactFile();
+        const ShutBehind shut{*this};
         compactServer([this] {
             QCoreApplication::processEvents();
             return !stopRequested();

@@ -1,5 +1,6 @@
 // The compaction of a database that is a server's: table by table, by a process that can be ended.
 
+#include <QAbstractButton>
 #include <QFile>
 #include <QProcess>
 #include <QTest>
@@ -26,6 +27,7 @@ class CompactTablesTest : public CompactFormTest {
   private Q_SLOTS:
     void everyTableOfOursIsCompacted();
     void theWindowGoesOn();
+    void theWindowBehindTakesNoInput();
     void stopEndsIt_data();
     void stopEndsIt();
     void theEndOfTheConsoleEndsIt();
@@ -133,6 +135,29 @@ void CompactTablesTest::theWindowGoesOn() {
     compact(Part::Whole);
     QVERIFY(ticks >= 100);
     QVERIFY(size() < before / 2);
+}
+
+void CompactTablesTest::theWindowBehindTakesNoInput() {
+    makeLong(true);
+    QWidget behind;
+    behind.show();
+    maintenance::frmRepairDB own{window(), &behind};
+    own.show();
+    auto& stop = *own.findChild<QAbstractButton*>(u"cmdStop"_s);
+    bool met = false;
+    QTimer turn;
+    connect(&turn, &QTimer::timeout, this, [&] {
+        if (!isAtSeries())
+            return;
+        turn.stop();
+        met = !behind.isEnabled() && stop.isEnabled() && own.focusWidget() == &stop;
+        stop.click();
+    });
+    turn.start(20);
+    own.CompactDatabaseFile();
+    QVERIFY(met);
+    QVERIFY(behind.isEnabled());
+    QVERIFY(stop.isEnabled());
 }
 
 void CompactTablesTest::stopEndsIt_data() {
