@@ -24,6 +24,9 @@ class SharedArchiveTest : public QObject {
     /// All senders mix the same studies, of three patients; every fourth object is two senders'.
     [[nodiscard]] std::vector<ObjectSpec> objectsOf(int sender) const;
 
+    /// For all of them to be stored.
+    [[nodiscard]] int patienceMs() const { return PatienceMs * (1 + each_ / 100); }
+
     int each_ = 12;
 };
 
@@ -56,10 +59,10 @@ void SharedArchiveTest::threeServersOneOfThemKilled() {
         archive.launch(server);
     {
         const Senders senders{archive, Count, [this](int sender) { return objectsOf(sender); }};
-        EVENTUALLY(senders.acknowledged() > Count * each_ / 3);
+        QTRY_VERIFY_WITH_TIMEOUT(senders.acknowledged() > Count * each_ / 3, patienceMs());
         archive.kill(1);
         QVERIFY(!senders.areDone());
-        EVENTUALLY(senders.areDone());
+        QTRY_VERIFY_WITH_TIMEOUT(senders.areDone(), patienceMs());
         QCOMPARE(senders.acknowledged(), Count * each_);
         QCOMPARE(senders.refusals(), (std::map<int, int>{}));
         archive.launch(1);  // and clears away what it had not finished
@@ -81,11 +84,11 @@ void SharedArchiveTest::theDatabaseServerIsRestarted() {
     {
         const Senders senders{archive, Count, [this](int sender) { return objectsOf(sender); }};
         for (int restart = 1; restart <= 2; ++restart) {
-            EVENTUALLY(senders.acknowledged() > Count * each_ / 3 * restart);
+            QTRY_VERIFY_WITH_TIMEOUT(senders.acknowledged() > Count * each_ / 3 * restart, patienceMs());
             archive.database.release();
             ScratchCluster::instance().restart();
         }
-        EVENTUALLY(senders.areDone());
+        QTRY_VERIFY_WITH_TIMEOUT(senders.areDone(), patienceMs());
         QCOMPARE(senders.acknowledged(), Count * each_);
         for (const auto& [status, times] : senders.refusals())
             QCOMPARE(status, OutOfResources);
