@@ -36,7 +36,7 @@ std::optional<QuerySessions::Lease> QuerySessions::take(const std::function<bool
     try {
         if (!session) {
             session = std::make_unique<Session>();
-            openDatabase(session->connection);
+            openDatabase(session->connection, Settings);
         }
         return std::optional<Lease>{std::in_place, *this, std::move(session), generation};
     } catch (...) {

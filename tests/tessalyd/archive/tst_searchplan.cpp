@@ -165,8 +165,7 @@ Plan SearchPlanTest::plan(const SearchPass& pass, bool firstPage) {
         addKeys(pass.keyIsNumber.size());
     }
     values.push_back(db::integer(100));
-    query.bindAll(std::move(values));
-    db::ResultSet rows = query.open();
+    db::ResultSet rows = query.bindAll(values).open();
     return explanation().read(rows);
 }
 

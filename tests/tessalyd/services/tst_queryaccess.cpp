@@ -26,6 +26,7 @@ class QueryAccessTest : public QObject {
     void aDestinationIsANodeThatStores();
     void rulesHoldUntilTheNextConfiguration();
     void sessionsAreBoundedAndHandedOn();
+    void statementsArePlannedForTheirOwnValues();
     void whoGivesUpWaitsNoLonger();
     void aSessionThatAnExceptionEndedIsClosed();
     void aClosedPoolReadsTheDataSourceAnew();
@@ -166,6 +167,18 @@ void QueryAccessTest::sessionsAreBoundedAndHandedOn() {
     leases.pop_back();
     QTRY_VERIFY(taken);
     QTRY_COMPARE(openSessions(), static_cast<qsizetype>(QuerySessions::Most));
+}
+
+void QueryAccessTest::statementsArePlannedForTheirOwnValues() {
+    QuerySessions sessions;
+    const auto lease = sessions.take(never);
+    QVERIFY(!firstTable(*lease).isNull());  // the words are no obstacle where they mean nothing
+    if (!ScratchDatabase::isPostgresql())
+        return;
+    db::Query query = lease->statements().take("SELECT current_setting('plan_cache_mode') AS mode");
+    auto rows = query.open();
+    QVERIFY(rows.next());
+    QCOMPARE(rows.text("mode"), std::string{"force_custom_plan"});
 }
 
 void QueryAccessTest::whoGivesUpWaitsNoLonger() {
