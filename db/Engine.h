@@ -29,8 +29,8 @@ struct Engine {
 
     /// The statement in words that the engine reads, the same text where it reads them as they are. Rewritten
     /// are a name in brackets, the bare word User where it would be the session's own user, and a lock on the
-    /// rows read (FOR UPDATE, FOR KEY SHARE, of one table or all), which goes where no other transaction could write
-    /// them. Texts in quotes and comments stay as they are.
+    /// rows read (FOR UPDATE, FOR KEY SHARE, of one table or all), which goes where no other transaction
+    /// could write them. Texts in quotes and comments stay as they are.
     [[nodiscard]] std::string rewritten(const std::string& statement) const;
 
     /// True where several transactions may write at the same time. Elsewhere one that writes is alone, and a
