@@ -6,6 +6,7 @@
 #include <array>
 
 #include "dicom/NameFolding.h"
+#include "dicom/Padding.h"
 #include "tessalyd/archive/SearchStatement.h"
 #include "tessalyd/services/QueryIdentifier.h"
 #include "tests/fuzz/Fuzz.h"
