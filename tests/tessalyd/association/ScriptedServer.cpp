@@ -84,7 +84,7 @@ ScriptedServer::ScriptedServer()
       }),
       transport_(10),
       open_([](const AssociationNames&, int) {}, [this](const AssociationNames&, int) { ++ended; }) {
-    constexpr int Many = 10;
+    constexpr int Many = 50;  // those too that are just ending
     configuration_->port = unusedPort().toStdString();
     configuration_->maxConnections = Many;
     threads_.setLimit(Many);

@@ -69,7 +69,14 @@ class QueryAnswersTest : public QObject {
 
 namespace {
 constexpr int Many = 100000;
-}
+
+// What so many answers may take at most; they have some 30 MB.
+#ifdef __SANITIZE_THREAD__
+constexpr double Slack = 40;  // MB; the thread sanitizer keeps several bytes for each one that was touched
+#else
+constexpr double Slack = 8;  // MB
+#endif
+}  // namespace
 
 void QueryAnswersTest::initTestCase() {
     archive_ = std::make_unique<StockedArchive>();
@@ -231,7 +238,7 @@ void QueryAnswersTest::manyAnswersTakeNoMemory() {
                 most = std::max(most, residentMegabytes());
         }
         QCOMPARE(count, Many);
-        QVERIFY2(most - before < 8, qPrintable(u"%1 MB more"_s.arg(most - before)));
+        QVERIFY2(most - before < Slack, qPrintable(u"%1 MB more"_s.arg(most - before)));
     }
 }
 
