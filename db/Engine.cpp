@@ -111,9 +111,10 @@ std::string Engine::rewritten(const std::string& statement) const {
         } else if (const auto lock = writesSideBySide() ? 0 : rowLock(text, at); lock > 0) {
             at += lock;
         } else if (isWordPart(text[at])) {
-            const auto stop =
-                std::find_if_not(text.begin() + static_cast<std::ptrdiff_t>(at), text.end(), isWordPart);
-            const auto word = text.substr(at, static_cast<std::size_t>(stop - text.begin()) - at);
+            std::size_t stop = at;
+            while (stop < text.size() && isWordPart(text[stop]))
+                ++stop;
+            const auto word = text.substr(at, stop - at);
             result.append(isPostgres() && sameName(word, "User") ? quoted(folded(word)) : std::string{word});
             at += word.size();
         } else {

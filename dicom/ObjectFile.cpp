@@ -9,10 +9,13 @@
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
 namespace tessaly::dicom {
+
+using namespace std::string_view_literals;
 
 namespace {
 
@@ -75,8 +78,8 @@ void ObjectFile::readMetaHeader() {
         fail("no DICOM file");
     std::vector<char> bytes(4 + GroupLength);
     readFile(Preamble, bytes);
-    constexpr char Start[] = "DICM\x02\0\0\0UL\x04";
-    if (std::memcmp(bytes.data(), Start, sizeof Start - 1) != 0)
+    constexpr auto Start = "DICM\x02\0\0\0UL\x04"sv;
+    if (std::memcmp(bytes.data(), Start.data(), Start.size()) != 0)
         fail("no DICOM file");
     const std::size_t length = number(std::span{bytes}.subspan(4 + 8, 4));
     if (length > LongestMetaHeader || Begin + GroupLength + length > fileSize_)
