@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
 
 namespace tessaly::db::detail {
 
@@ -30,14 +31,26 @@ std::vector<Diagnostic> diagnostics(SQLSMALLINT kind, SQLHANDLE handle) {
     return records;
 }
 
+namespace {
+
+/// One at a time in the whole process: the PostgreSQL driver sets the locale as it connects, and reads the
+/// name of the one before, which another thread's connecting may have freed by then.
+SQLRETURN connect(SQLHDBC handle, const std::string& words) {
+    static std::mutex connecting;
+    const std::lock_guard lock{connecting};
+    return SQLDriverConnect(handle, nullptr, odbcText(words), static_cast<SQLSMALLINT>(words.size()), nullptr,
+                            0, nullptr, SQL_DRIVER_NOPROMPT);
+}
+
+}  // namespace
+
 Session::Session(const std::string& connectString, SQLULEN cursors, bool walks)
     : connection_((SQLSetEnvAttr(environment_.get(), SQL_ATTR_ODBC_VERSION,
                                  reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0),
                    environment_.get())) {
     check(SQLSetConnectAttr(get(), SQL_ATTR_ODBC_CURSORS, reinterpret_cast<SQLPOINTER>(cursors), 0));
     const std::string whole = connectString + connectWords(walks);
-    check(SQLDriverConnect(get(), nullptr, odbcText(whole), static_cast<SQLSMALLINT>(whole.size()), nullptr,
-                           0, nullptr, SQL_DRIVER_NOPROMPT));
+    check(connect(get(), whole));
     engine_ = describeEngine();
     keepDriverQuiet();
 }
@@ -76,8 +89,7 @@ void Session::keepDriverQuiet() {
     // Its address is no folder: nobody is called.
     const std::string nowhere =
         "Driver=" + driver + ";Servername=/dev/null;Port=1;Database=none;UID=none" + connectWords(false);
-    SQLDriverConnect(quiet_->get(), nullptr, odbcText(nowhere), static_cast<SQLSMALLINT>(nowhere.size()),
-                     nullptr, 0, nullptr, SQL_DRIVER_NOPROMPT);
+    connect(quiet_->get(), nowhere);
 }
 
 SQLUINTEGER Session::info(SQLUSMALLINT what) const {

@@ -26,15 +26,6 @@ constexpr std::size_t FirstLook = std::size_t{32} << 10U;
 constexpr std::size_t LookGrowth = 8;
 constexpr std::size_t LongestHeader = std::size_t{64} << 20U;
 
-/// The old form of a date, with points, as the new one: only that is found by.
-std::string date(std::string text) {
-    if (auto plain = storedDate(text))
-        return std::move(*plain);
-    constexpr std::size_t Width = 8;
-    text.resize(std::min(text.size(), Width));
-    return text;
-}
-
 std::optional<long long> number(DcmDataset& dataset, const DcmTagKey& tag) {
     Uint16 found = 0;
     if (dataset.findAndGetUint16(tag, found).bad())
@@ -56,16 +47,21 @@ ObjectHeader extract(DcmDataset& dataset) {
     const auto uid = [&text](const DcmTagKey& tag) {
         return text.value(tag, LongestValue);  // what is too long must fail, not fit
     };
-    // Long enough for a date with points, and for any text that is none: only what it begins with is kept.
-    constexpr std::size_t AnyDate = 10;
+    // The old form of a date, with points, as the new one: only that is found by.
+    const auto date = [&text](const DcmTagKey& tag) {
+        constexpr std::size_t AnyForm = 10;
+        constexpr std::size_t Width = 8;
+        auto plain = storedDate(text.value(tag, AnyForm));
+        return plain ? std::move(*plain) : text.value(tag, Width);
+    };
     ObjectHeader header{
         .patientId = text.value(DCM_PatientID, 64),
         .patientName = text.value(DCM_PatientName, 324),
-        .birthDate = date(text.value(DCM_PatientBirthDate, AnyDate)),
+        .birthDate = date(DCM_PatientBirthDate),
         .sex = text.value(DCM_PatientSex, 16),
         .studyInstanceUid = uid(DCM_StudyInstanceUID),
         .studyId = text.value(DCM_StudyID, 16),
-        .studyDate = date(text.value(DCM_StudyDate, AnyDate)),
+        .studyDate = date(DCM_StudyDate),
         .studyTime = text.value(DCM_StudyTime, 16),
         .accessionNumber = text.value(DCM_AccessionNumber, 16),
         .studyDescription = text.value(DCM_StudyDescription, 64),
@@ -74,14 +70,14 @@ ObjectHeader extract(DcmDataset& dataset) {
         .modality = text.value(DCM_Modality, 16),
         .seriesNumber = text.value(DCM_SeriesNumber, 12),
         .seriesDescription = text.value(DCM_SeriesDescription, 64),
-        .seriesDate = date(text.value(DCM_SeriesDate, AnyDate)),
+        .seriesDate = date(DCM_SeriesDate),
         .seriesTime = text.value(DCM_SeriesTime, 16),
         .bodyPartExamined = text.value(DCM_BodyPartExamined, 16),
         .protocolName = text.value(DCM_ProtocolName, 64),
         .sopInstanceUid = uid(DCM_SOPInstanceUID),
         .sopClassUid = uid(DCM_SOPClassUID),
         .instanceNumber = text.value(DCM_InstanceNumber, 12),
-        .contentDate = date(text.value(DCM_ContentDate, AnyDate)),
+        .contentDate = date(DCM_ContentDate),
         .contentTime = text.value(DCM_ContentTime, 16),
         .pixelRows = number(dataset, DCM_Rows),
         .pixelColumns = number(dataset, DCM_Columns),

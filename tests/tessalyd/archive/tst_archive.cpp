@@ -1,5 +1,6 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcostrmb.h>
+#include <dcmtk/dcmdata/dcvrlo.h>
 #include <dcmtk/dcmdata/dcvrus.h>
 
 #include <QTest>
@@ -28,6 +29,7 @@ class ArchiveTest : public QObject {
     void temporaryNamesAreItsOwnOnly();
     void aHeaderIsReadAsSoonAsItIsThere();
     void aHeaderHasWhatQueriesAskFor();
+    void whatIsNoDateIsCutBetweenCharacters();
     void longValuesArePassedOver_data();
     void longValuesArePassedOver();
     void whatIsNoDataSetIsRefused();
@@ -131,6 +133,17 @@ void ArchiveTest::aHeaderHasWhatQueriesAskFor() {
     const auto other = readHeader(sent(*object, EXS_LittleEndianExplicit), EXS_LittleEndianExplicit, true);
     QCOMPARE(other->numberInSeries, 0LL);
     QVERIFY(!other->pixelRows);
+}
+
+/// Half a character would be no text: a database server refuses the whole object then.
+void ArchiveTest::whatIsNoDateIsCutBetweenCharacters() {
+    const auto object = makeObject({});
+    object->getDataset()->putAndInsertString(DCM_SpecificCharacterSet, "ISO_IR 100");
+    auto date = std::make_unique<DcmLongString>(DcmTag{DCM_PatientBirthDate, EVR_LO});
+    QVERIFY(date->putString("202\xbe\xbe\xbe\xbe\xbe\xbe\xbe").good());
+    QVERIFY(object->getDataset()->insert(date.release(), OFTrue).good());
+    const auto header = readHeader(sent(*object, EXS_LittleEndianExplicit), EXS_LittleEndianExplicit, true);
+    QCOMPARE(QString::fromStdString(header->birthDate), u"202\u00be\u00be\u00be\u00be\u00be"_s);
 }
 
 void ArchiveTest::longValuesArePassedOver_data() {
