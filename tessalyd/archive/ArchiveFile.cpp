@@ -186,8 +186,8 @@ void ArchiveFile::leave() noexcept {
 }
 
 bool ArchiveFile::isMine(const fs::path& path) const noexcept {
-    struct stat mine {
-    }, found{};
+    struct stat mine {};
+    struct stat found {};
     return ::fstat(file_.get(), &mine) == 0 && ::lstat(path.c_str(), &found) == 0 &&
            mine.st_dev == found.st_dev && mine.st_ino == found.st_ino;
 }

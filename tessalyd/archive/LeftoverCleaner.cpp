@@ -34,8 +34,8 @@ bool isBefore(const timespec& a, const timespec& b) {
 bool removed(const fs::path& file, const timespec& started) {
     // For writing, although nothing is written: network file systems give no other the lock that is wanted.
     const FileDescriptor handle{::open(file.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
-    struct stat found {
-    }, named{};
+    struct stat found {};
+    struct stat named {};
     if (!handle.isOpen() || ::fstat(handle.get(), &found) < 0 || !S_ISREG(found.st_mode) ||
         !isBefore(found.st_mtim, started) || lockFile(handle) != FileLock::Held)
         return false;

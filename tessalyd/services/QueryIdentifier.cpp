@@ -54,7 +54,7 @@ std::vector<const QueryKey*> uniqueKeysAbove(Level level, InformationModel model
 
 /// The value of a unique key that has to be a single one.
 std::string singleValue(const DataSetText& text, const QueryKey& key) {
-    const std::string value = text.value(key.tag);
+    std::string value = text.value(key.tag);
     if (value.empty())
         throw refused("A unique key above the level is missing", key.tag);
     if (value.find('\\') != std::string::npos)
