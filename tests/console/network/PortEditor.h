@@ -31,6 +31,24 @@ inline void fillPort(const Form& form, const QString& port, const QString& title
     form.click(QStringLiteral("cmdRootDir"));
 }
 
+/// Modifies the port 104, which vanished while the list showed it: that is told, and Confirm inserts it.
+inline void modifyVanishedPort(const Form& window, const QString& root, const QString& port,
+                               const QString& title) {
+    BoxScript script;
+    script.expect(critical(QStringLiteral("Port 104 not found")));
+    script.drive(QStringLiteral("DicomPort"), [&](Form form) {
+        for (const auto& name : {QStringLiteral("txtPort"), QStringLiteral("txtAETitle"),
+                                 QStringLiteral("txtRoot"), QStringLiteral("txtMaxConnections")})
+            QCOMPARE(form.text(name), QString{});
+        fillPort(form, port, title);
+        form.type(QStringLiteral("txtMaxConnections"), QStringLiteral("5"));
+        form.click(QStringLiteral("cmdOk"));
+    });
+    expectFolder(script, root);
+    window.click(QStringLiteral("cmdEditPort"));
+    QVERIFY(script.isDone());
+}
+
 inline const QString Ports = QStringLiteral(
     "SELECT Port, AETitle, MaxConnections, Root, CheckCallingAE, CheckCalledAE, "
     "SaveCompressed FROM Port ORDER BY Port");

@@ -5,7 +5,7 @@
 
 #include "console/app/TessalyManager.h"
 #include "console/session/Globals.h"
-#include "tests/support/EditorTest.h"
+#include "tests/console/network/FtpNodeEditor.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -24,21 +24,8 @@ Fields everywhere(const QString& text) {
 
 }  // namespace
 
-class FtpNodesTest : public EditorTest {
+class FtpNodesTest : public FtpNodeEditorTest {
     Q_OBJECT
-
-  public:
-    FtpNodesTest()
-        : EditorTest(Page::FtpNodes, {.list = u"lstFTPNodes"_s,
-                                      .dialog = u"FTPNode"_s,
-                                      .add = u"cmdFTPAdd"_s,
-                                      .modify = u"cmdFTPModify"_s,
-                                      .remove = u"cmdFTPDelete"_s,
-                                      .table = u"FtpNodes"_s,
-                                      .keyColumn = u"Name"_s,
-                                      .keyBox = u"txtName"_s,
-                                      .question = u"Are you sure you want to delete %1?"_s,
-                                      .load = &TessalyManager::LoadFTPNodes}) {}
 
   protected:
     void seed() const override {

@@ -190,16 +190,7 @@ void PortCascadeTest::aFailedCascadeTakesAllBack() {
 
 void PortCascadeTest::aVanishedPortsNodesFollowAnotherNumber() {
     database().run(u"DELETE FROM Port WHERE Port='104'"_s);
-    BoxScript script;
-    script.expect(critical(u"Port 104 not found"_s));
-    script.drive(u"DicomPort"_s, [](Form form) {
-        fillPort(form, u"105"_s, u"STORESCP"_s);
-        form.type(u"txtMaxConnections"_s, u"5"_s);
-        form.click(u"cmdOk"_s);
-    });
-    expectFolder(script, database().imageRoot());
-    window().click(u"cmdEditPort"_s);
-    QVERIFY(script.isDone());
+    modifyVanishedPort(window(), database().imageRoot(), u"105"_s, u"STORESCP"_s);
     QCOMPARE(database().value(u"SELECT Port FROM DicomNodes WHERE Name='self'"_s), u"105"_s);
     // The new port accepts every node as it is; the rows of the old one are left over.
     QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Port='105'"_s), u"3"_s);

@@ -157,18 +157,7 @@ void PortDialogTest::aDuplicateIsRefusedByTheEngine() {
 void PortDialogTest::aVanishedPortIsInsertedAgain() {
     database().run(u"DELETE FROM Port WHERE Port='104'"_s);
     database().run(u"DELETE FROM PortRemoteNodes"_s);
-    BoxScript script;
-    script.expect(critical(u"Port 104 not found"_s));
-    script.drive(u"DicomPort"_s, [](Form form) {
-        for (const auto& name : {u"txtPort"_s, u"txtAETitle"_s, u"txtRoot"_s, u"txtMaxConnections"_s})
-            QCOMPARE(form.text(name), QString{});
-        fillPort(form, u"104"_s, u"AGAIN"_s);
-        form.type(u"txtMaxConnections"_s, u"5"_s);
-        form.click(u"cmdOk"_s);
-    });
-    expectFolder(script, database().imageRoot());
-    window().click(u"cmdEditPort"_s);
-    QVERIFY(script.isDone());
+    modifyVanishedPort(window(), database().imageRoot(), u"104"_s, u"AGAIN"_s);
     QCOMPARE(stored(u"104"_s, u"AETitle"_s), u"AGAIN"_s);
     QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Port='104'"_s), u"3"_s);
     QCOMPARE(database().value(u"SELECT AETitle FROM DicomNodes WHERE Name='self'"_s), u"STORESCP"_s);

@@ -92,16 +92,7 @@ void PortFaultsTest::aPortTypedWithBlanksIsAddedAgain() {
 
 void PortFaultsTest::aVanishedPortIsInsertedOverItsOwnNodes() {
     database().run(u"DELETE FROM Port"_s);
-    BoxScript script;
-    script.expect(critical(u"Port 104 not found"_s));
-    script.drive(u"DicomPort"_s, [](Form form) {
-        fillPort(form, u"104"_s, u"AGAIN"_s);
-        form.type(u"txtMaxConnections"_s, u"5"_s);
-        form.click(u"cmdOk"_s);
-    });
-    expectFolder(script, database().imageRoot());
-    window().click(u"cmdEditPort"_s);
-    QVERIFY(script.isDone());
+    modifyVanishedPort(window(), database().imageRoot(), u"104"_s, u"AGAIN"_s);
     QCOMPARE(database().value(u"SELECT AETitle FROM Port WHERE Port='104'"_s), u"AGAIN"_s);
     QCOMPARE(acceptedOn(u"104"_s), Everybody);
 }

@@ -4,7 +4,7 @@
 
 #include "console/app/TessalyManager.h"
 #include "console/session/Globals.h"
-#include "tests/support/EditorTest.h"
+#include "tests/console/network/FtpNodeEditor.h"
 #include "tests/support/ScratchCluster.h"
 
 using namespace Qt::StringLiterals;
@@ -18,21 +18,8 @@ const Values New{{u"txtName"_s, u"new"_s},      {u"txtHost"_s, u"host"_s},      
 
 }  // namespace
 
-class ServerFaultsTest : public EditorTest {
+class ServerFaultsTest : public FtpNodeEditorTest {
     Q_OBJECT
-
-  public:
-    ServerFaultsTest()
-        : EditorTest(Page::FtpNodes, {.list = u"lstFTPNodes"_s,
-                                      .dialog = u"FTPNode"_s,
-                                      .add = u"cmdFTPAdd"_s,
-                                      .modify = u"cmdFTPModify"_s,
-                                      .remove = u"cmdFTPDelete"_s,
-                                      .table = u"FtpNodes"_s,
-                                      .keyColumn = u"Name"_s,
-                                      .keyBox = u"txtName"_s,
-                                      .question = u"Are you sure you want to delete %1?"_s,
-                                      .load = &TessalyManager::LoadFTPNodes}) {}
 
   protected:
     void seed() const override {}

@@ -4,10 +4,12 @@
 
 #include "dicom/NameFolding.h"
 #include "tessalyd/archive/KeyMatch.h"
+#include "tests/tessalyd/TagNumber.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::dicom;
 using namespace tessaly::tessalyd;
+using namespace tessaly::test;
 
 /// What matches what, a line a case.
 class KeyMatchTest : public QObject {
@@ -38,7 +40,7 @@ class KeyMatchTest : public QObject {
 
 void KeyMatchTest::rows(const char* what, const DcmTagKey& tag, const char* asked, const QStringList& found,
                         const QStringList& notFound) {
-    const auto key = static_cast<quint32>(tag.getGroup()) << 16U | tag.getElement();
+    const auto key = tagNumber(tag);
     const auto add = [&](const QString& stored, bool matches) {
         QTest::addRow("%s: '%s' %s '%s'", what, asked, matches ? "finds" : "does not find",
                       qPrintable(stored))
@@ -198,7 +200,7 @@ void KeyMatchTest::uidsAndNumbers() {
 
 namespace {
 const QueryKey& keyOf(quint32 tag) {
-    return *findQueryKey(DcmTagKey{static_cast<Uint16>(tag >> 16U), static_cast<Uint16>(tag & 0xffffU)});
+    return *findQueryKey(tagOf(tag));
 }
 }  // namespace
 

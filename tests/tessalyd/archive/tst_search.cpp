@@ -4,6 +4,7 @@
 #include <QTest>
 
 #include "tests/tessalyd/StockedArchive.h"
+#include "tests/tessalyd/TagNumber.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -87,8 +88,7 @@ void SearchTest::studiesAreFound_data() {
     const auto row = [](const DcmTagKey& tag, const char* asked, const char* patients) {
         const QueryKey& key = *findQueryKey(tag);
         QTest::addRow("%s '%s'", key.name.data(), asked)
-            << (static_cast<quint32>(tag.getGroup()) << 16U | tag.getElement()) << QString::fromUtf8(asked)
-            << QString::fromLatin1(patients);
+            << tagNumber(tag) << QString::fromUtf8(asked) << QString::fromLatin1(patients);
     };
     row(DCM_PatientName, "", "1 2 3 4 5 6");
     row(DCM_PatientName, "*", "1 2 3 4 5 6");
@@ -153,7 +153,7 @@ void SearchTest::studiesAreFound() {
     QFETCH(const quint32, tag);
     QFETCH(const QString, asked);
     QFETCH(const QString, patients);
-    const DcmTagKey key{static_cast<Uint16>(tag >> 16U), static_cast<Uint16>(tag & 0xffffU)};
+    const DcmTagKey key = tagOf(tag);
     // The identifier of a test is in UTF-8, as an identifier's text is once it has been read.
     const std::vector<AskedKey> keys{{DCM_SpecificCharacterSet, "ISO_IR 192"}, {key, asked.toStdString()}};
     const DcmTagKey wanted = key == DCM_PatientID ? DCM_StudyID : DCM_PatientID;
@@ -221,8 +221,7 @@ void SearchTest::relationalQueriesReachThroughTheLevels_data() {
     QTest::addColumn<QString>("patients");
     const auto row = [](const char* level, const DcmTagKey& tag, const char* asked, const char* patients) {
         QTest::addRow("%s %s '%s'", level, findQueryKey(tag)->name.data(), asked)
-            << QByteArray{level} << (static_cast<quint32>(tag.getGroup()) << 16U | tag.getElement())
-            << QByteArray{asked} << QString::fromLatin1(patients);
+            << QByteArray{level} << tagNumber(tag) << QByteArray{asked} << QString::fromLatin1(patients);
     };
     for (const char* level : {"SERIES", "IMAGE"}) {
         row(level, DCM_PatientName, "DOE*", "1 2 6");
@@ -244,7 +243,7 @@ void SearchTest::relationalQueriesReachThroughTheLevels() {
     QFETCH(const quint32, tag);
     QFETCH(const QByteArray, asked);
     QFETCH(const QString, patients);
-    const DcmTagKey key{static_cast<Uint16>(tag >> 16U), static_cast<Uint16>(tag & 0xffffU)};
+    const DcmTagKey key = tagOf(tag);
     const std::vector<AskedKey> keys{{key, asked.toStdString()}};
     QStringList expected = patients.split(u' ', Qt::SkipEmptyParts);
     expected.replaceInStrings(QRegularExpression{u"^"_s}, u"S"_s);
@@ -318,8 +317,7 @@ void SearchTest::countersAreExact_data() {
     QTest::addColumn<QString>("count");
     const auto row = [](const char* level, const char* study, const DcmTagKey& tag, const char* count) {
         QTest::addRow("%s %s %s", level, study, findQueryKey(tag)->name.data())
-            << QByteArray{level} << QByteArray{study}
-            << (static_cast<quint32>(tag.getGroup()) << 16U | tag.getElement()) << QString::fromLatin1(count);
+            << QByteArray{level} << QByteArray{study} << tagNumber(tag) << QString::fromLatin1(count);
     };
     row("PATIENT", "", DCM_NumberOfPatientRelatedStudies, "2");
     row("PATIENT", "", DCM_NumberOfPatientRelatedSeries, "3");
@@ -344,8 +342,7 @@ void SearchTest::countersAreExact() {
     QFETCH(const QString, count);
     stockCounted(empty());
     stockCounted(*archive_);  // an instance that comes twice counts once
-    QCOMPARE(counted(level, study, {static_cast<Uint16>(tag >> 16U), static_cast<Uint16>(tag & 0xffffU)}),
-             count);
+    QCOMPARE(counted(level, study, tagOf(tag)), count);
     // All at once, gathered from the same rows.
     const std::vector<AskedKey> all{
         {DCM_StudyInstanceUID, "1.7.1"}, {DCM_ModalitiesInStudy, "SR"}, {DCM_NumberOfStudyRelatedSeries, ""}};

@@ -6,6 +6,7 @@
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/SearchStatement.h"
 #include "tests/tessalyd/StockedArchive.h"
+#include "tests/tessalyd/TagNumber.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -183,8 +184,7 @@ void SearchPlanTest::statementsUseIndexes_data() {
     QTest::addColumn<QString>("search");
     const auto row = [](const char* level, const DcmTagKey& tag, const char* asked, const char* searched) {
         QTest::addRow("%s %s '%.20s'", level, findQueryKey(tag)->name.data(), asked)
-            << QByteArray{level} << (static_cast<quint32>(tag.getGroup()) << 16U | tag.getElement())
-            << QByteArray{asked} << QString::fromLatin1(searched);
+            << QByteArray{level} << tagNumber(tag) << QByteArray{asked} << QString::fromLatin1(searched);
     };
     row("PATIENT", DCM_PatientName, "", "patientbyname (namealphabetic>)");
     for (const char* level : {"PATIENT", "STUDY", "SERIES", "IMAGE"}) {
@@ -219,8 +219,7 @@ void SearchPlanTest::statementsUseIndexes() {
     QFETCH(const quint32, tag);
     QFETCH(const QByteArray, asked);
     QFETCH(const QString, search);
-    std::vector<AskedKey> keys{
-        {{static_cast<Uint16>(tag >> 16U), static_cast<Uint16>(tag & 0xffffU)}, asked.toStdString()}};
+    std::vector<AskedKey> keys{{tagOf(tag), asked.toStdString()}};
     // Alone, and with all that answers can have.
     for (const bool full : {false, true}) {
         if (full) {

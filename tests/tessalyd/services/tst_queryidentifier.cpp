@@ -5,6 +5,7 @@
 
 #include "tessalyd/services/QueryIdentifier.h"
 #include "tests/tessalyd/StockedArchive.h"
+#include "tests/tessalyd/TagNumber.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::tessalyd;
@@ -29,19 +30,18 @@ class QueryIdentifierTest : public QObject {
 
   private:
     using Keys = QList<QPair<quint32, QByteArray>>;
-    static quint32 number(const DcmTagKey& tag) {
-        return static_cast<quint32>(tag.getGroup()) << 16U | tag.getElement();
-    }
     static DcmDataset dataset(const QByteArray& level, const Keys& keys) {
         std::vector<AskedKey> asked;
         for (const auto& [tag, value] : keys)
-            asked.emplace_back(DcmTagKey{static_cast<Uint16>(tag >> 16U), static_cast<Uint16>(tag & 0xffffU)},
-                               value.toStdString());
+            asked.emplace_back(tagOf(tag), value.toStdString());
         DcmDataset made = identifier(level, asked);
         if (level.isNull())
             made.findAndDeleteElement(DCM_QueryRetrieveLevel);
         return made;
     }
+    static void addRefusalColumns();
+    static void addRefusal(const char* name, InformationModel model, const char* level, const Keys& keys,
+                           const DcmTagKey& offending);
     template <class Read>
     static void verifyRefused(Read read, quint32 offending);
 };
@@ -51,6 +51,18 @@ constexpr auto Patient = InformationModel::PatientRoot;
 constexpr auto Study = InformationModel::StudyRoot;
 }  // namespace
 
+void QueryIdentifierTest::addRefusalColumns() {
+    QTest::addColumn<int>("model");
+    QTest::addColumn<QByteArray>("level");
+    QTest::addColumn<Keys>("keys");
+    QTest::addColumn<quint32>("offending");
+}
+
+void QueryIdentifierTest::addRefusal(const char* name, InformationModel model, const char* level,
+                                     const Keys& keys, const DcmTagKey& offending) {
+    QTest::newRow(name) << static_cast<int>(model) << QByteArray{level} << keys << tagNumber(offending);
+}
+
 template <class Read>
 void QueryIdentifierTest::verifyRefused(Read read, quint32 offending) {
     try {
@@ -59,24 +71,18 @@ void QueryIdentifierTest::verifyRefused(Read read, quint32 offending) {
     } catch (const RequestFailure& failure) {
         QCOMPARE(failure.status(), Uint16{0xa900});
         QVERIFY(failure.offendingElement().has_value());
-        QCOMPARE(number(*failure.offendingElement()), offending);
+        QCOMPARE(tagNumber(*failure.offendingElement()), offending);
         QVERIFY(*failure.what() != '\0');
         QVERIFY(std::strlen(failure.what()) <= 64);
     }
 }
 
 void QueryIdentifierTest::queriesAreRefused_data() {
-    QTest::addColumn<int>("model");
-    QTest::addColumn<QByteArray>("level");
-    QTest::addColumn<Keys>("keys");
-    QTest::addColumn<quint32>("offending");
-    const auto row = [](const char* name, InformationModel model, const char* level, const Keys& keys,
-                        const DcmTagKey& offending) {
-        QTest::newRow(name) << static_cast<int>(model) << QByteArray{level} << keys << number(offending);
-    };
-    const quint32 patient = number(DCM_PatientID);
-    const quint32 study = number(DCM_StudyInstanceUID);
-    const quint32 series = number(DCM_SeriesInstanceUID);
+    addRefusalColumns();
+    const auto row = addRefusal;
+    const quint32 patient = tagNumber(DCM_PatientID);
+    const quint32 study = tagNumber(DCM_StudyInstanceUID);
+    const quint32 series = tagNumber(DCM_SeriesInstanceUID);
     row("no level", Study, nullptr, {}, DCM_QueryRetrieveLevel);
     row("empty level", Study, "", {}, DCM_QueryRetrieveLevel);
     row("unknown level", Study, "FRAME", {}, DCM_QueryRetrieveLevel);
@@ -118,8 +124,8 @@ void QueryIdentifierTest::queriesAreTaken_data() {
                         const Keys& keys) {
         QTest::newRow(name) << static_cast<int>(model) << relational << QByteArray{level} << keys;
     };
-    const quint32 patient = number(DCM_PatientID);
-    const quint32 study = number(DCM_StudyInstanceUID);
+    const quint32 patient = tagNumber(DCM_PatientID);
+    const quint32 study = tagNumber(DCM_StudyInstanceUID);
     row("patients", Patient, false, "PATIENT", {});
     row("studies", Study, false, "STUDY", {});
     row("level with padding", Study, false, "STUDY ", {});
@@ -144,23 +150,17 @@ void QueryIdentifierTest::queriesAreTaken() {
 }
 
 void QueryIdentifierTest::retrievalsAreRefused_data() {
-    QTest::addColumn<int>("model");
-    QTest::addColumn<QByteArray>("level");
-    QTest::addColumn<Keys>("keys");
-    QTest::addColumn<quint32>("offending");
-    const auto row = [](const char* name, InformationModel model, const char* level, const Keys& keys,
-                        const DcmTagKey& offending) {
-        QTest::newRow(name) << static_cast<int>(model) << QByteArray{level} << keys << number(offending);
-    };
-    const quint32 patient = number(DCM_PatientID);
-    const quint32 study = number(DCM_StudyInstanceUID);
-    const quint32 series = number(DCM_SeriesInstanceUID);
+    addRefusalColumns();
+    const auto row = addRefusal;
+    const quint32 patient = tagNumber(DCM_PatientID);
+    const quint32 study = tagNumber(DCM_StudyInstanceUID);
+    const quint32 series = tagNumber(DCM_SeriesInstanceUID);
     row("no patient", Patient, "PATIENT", {}, DCM_PatientID);
     row("empty patient", Patient, "PATIENT", {{patient, ""}}, DCM_PatientID);
     row("blank patient", Patient, "PATIENT", {{patient, "  "}}, DCM_PatientID);
     row("all patients", Patient, "PATIENT", {{patient, "*"}}, DCM_PatientID);
     row("patients by wildcard", Patient, "PATIENT", {{patient, "P?"}}, DCM_PatientID);
-    row("patient by name", Patient, "PATIENT", {{number(DCM_PatientName), "Doe"}}, DCM_PatientID);
+    row("patient by name", Patient, "PATIENT", {{tagNumber(DCM_PatientName), "Doe"}}, DCM_PatientID);
     row("no study", Study, "STUDY", {}, DCM_StudyInstanceUID);
     row("empty study", Study, "STUDY", {{study, ""}}, DCM_StudyInstanceUID);
     row("list of nothing", Study, "STUDY", {{study, "\\ \\"}}, DCM_StudyInstanceUID);
