@@ -10,6 +10,7 @@
 #include "console/app/TessalyManager.h"
 #include "console/maintenance/Relocation.h"
 #include "console/session/Globals.h"
+#include "db/Error.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/Console.h"
 #include "tests/support/ScratchDatabase.h"
@@ -66,6 +67,7 @@ class RelocationTest : public QObject {
     void noIsNo();
     void everyMatchingStudyIsRewritten();
     void aFailureEndsTheConsole();
+    void whatStandsBeforeAFailureStaysRewritten();
     void aClosedConnectionEndsTheConsole();
     void theWindowRepaintsUnderAWaitCursor();
     void theServerMayWriteMeanwhile();
@@ -295,6 +297,25 @@ void RelocationTest::aFailureEndsTheConsole() {
     QCOMPARE(pathOf(u"1"_s), folder(u"New"_s) + u"\\1"_s);
     QCOMPARE(pathOf(u"2"_s), old + u"\\2"_s);
     QCOMPARE(pathOf(u"3"_s), old + u"\\3"_s);
+}
+
+void RelocationTest::whatStandsBeforeAFailureStaysRewritten() {
+    const QString old = folder(u"Old"_s);
+    addManyStudies(old);
+    database_->failOn(u"Study"_s, u"UPDATE"_s, ScratchDatabase::Failure,
+                      u"OLD.StudyInstanceUID = '2555'"_s);
+    try {
+        maintenance::relocateStudies(Globals::DbConnection(), old, folder(u"New"_s), [] { return true; });
+        QFAIL("The failure went by");
+    } catch (const db::Error& fault) {
+        QVERIFY2(QString::fromStdString(fault.what()).contains(ScratchDatabase::Failure), fault.what());
+    }
+    const auto count = [&](const QString& which) {
+        return database_->value(u"SELECT count(*) FROM Study WHERE StudyInstanceUID "_s + which).toInt();
+    };
+    QVERIFY(count(u"< '2555'"_s) > 0 && count(u"> '2555'"_s) > 0);
+    QCOMPARE(relocated(), count(u"< '2555'"_s));
+    QCOMPARE(count(u"< '2555' AND StudyPath LIKE '%/New\%' ESCAPE '!'"_s), relocated());
 }
 
 void RelocationTest::aClosedConnectionEndsTheConsole() {
