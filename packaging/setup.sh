@@ -19,10 +19,10 @@ build_packages=(
 # A screen for a machine that has none.
 screen_packages=(tigervnc-standalone-server tigervnc-tools openbox xauth)
 # Peers and tools of the tests: a screen with real keys and clicks, openssl to answer the screen's password question,
-# and the other engine.
+# the other engine, and a driver for the files that other programs left.
 test_packages=(
     dcmtk libgdcm-tools orthanc openssl xvfb xdotool lintian desktop-file-utils appstream man-db sqlite3
-    postgresql-15 odbc-postgresql libpq-dev
+    postgresql-15 odbc-postgresql libpq-dev odbc-mdbtools
 )
 # Compiler and checks of ./test --long alone.
 long_test_packages=(clang-14 clang-tidy-14 libclang-rt-14-dev)

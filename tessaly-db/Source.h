@@ -20,10 +20,10 @@ class Source {
   public:
     explicit Source(const std::string& dsn);
 
-    /// For the tables' rows: no set on it grows in memory.
     /// Whether its engine is one that tables can be made on.
     [[nodiscard]] bool isKnown() const noexcept { return known_; }
 
+    /// For the tables' rows: no set on it grows in memory.
     [[nodiscard]] const db::Connection& connection() const noexcept {
         return walker_ ? *walker_ : connection_;
     }

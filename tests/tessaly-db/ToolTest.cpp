@@ -169,3 +169,10 @@ QString ToolTest::toldPassword(const QString& out, const QString& user) {
 bool ToolTest::isOneLine(const QString& text) {
     return text.endsWith(u'\n') && text.count(u'\n') == 1;
 }
+
+QStringList ToolTest::tableLines(const QString& out) {
+    QStringList lines;
+    for (const QString& line : out.split(u'\n', Qt::SkipEmptyParts))
+        lines += line.simplified();
+    return lines;
+}

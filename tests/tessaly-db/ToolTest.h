@@ -56,6 +56,8 @@ class ToolTest : public QObject {
     /// The password in a line "Password of NAME: ...".
     [[nodiscard]] static QString toldPassword(const QString& out, const QString& user);
     [[nodiscard]] static bool isOneLine(const QString& text);
+    /// The lines of what was printed as a table, the words of each apart by one blank.
+    [[nodiscard]] static QStringList tableLines(const QString& out);
 
   protected slots:
     void init();

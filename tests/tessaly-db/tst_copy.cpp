@@ -34,18 +34,15 @@ class TestCopy : public ToolTest {
     void isQuietWhenAsked();
 
   private:
+    /// Of the tables that have rows: how many there were, and how many there are.
+    [[nodiscard]] static QString countsOf(const QString& out);
+
     std::unique_ptr<FileSource> source_;
 };
 
-/// The words that stand in every column of the printed table.
-QStringList tableLines(const QString& out) {
-    QStringList lines;
-    for (const QString& line : out.split(u'\n', Qt::SkipEmptyParts))
-        lines += line.simplified();
-    return lines;
-}
+}  // namespace
 
-QString countsOf(const QString& out) {
+QString TestCopy::countsOf(const QString& out) {
     QStringList counts;
     for (const QString& line : tableLines(out)) {
         const QStringList words = line.split(u' ');
@@ -54,8 +51,6 @@ QString countsOf(const QString& out) {
     }
     return counts.join(u' ');
 }
-
-}  // namespace
 
 void TestCopy::copiesEverythingThereAndBack() {
     source_->run(u"INSERT INTO DicomNodes (Name, Store) VALUES ('Gerät \"1\"', -1), ('b''c', 0)"_s);
