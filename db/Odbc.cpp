@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <mutex>
 
 namespace tessaly::db::detail {
@@ -32,6 +33,11 @@ std::vector<Diagnostic> diagnostics(SQLSMALLINT kind, SQLHANDLE handle) {
 }
 
 namespace {
+
+/// PostgreSQL's own library waits without end for a server that lets itself be called and then says nothing,
+/// unless it is told otherwise. Only here can it be told without a contradiction to what the data source may
+/// say itself, or the environment of who started the program; and only before there are threads.
+[[maybe_unused]] const int boundedConnecting = setenv("PGCONNECT_TIMEOUT", "10", 0);  // seconds an address
 
 /// One at a time in the whole process: the PostgreSQL driver sets the locale as it connects, and reads the
 /// name of the one before, which another thread's connecting may have freed by then.

@@ -1,4 +1,6 @@
 #include <QDir>
+#include <QScopeGuard>
+#include <QTcpServer>
 #include <QTest>
 
 #include "tests/support/ScratchCluster.h"
@@ -16,6 +18,8 @@ class TestBadServer : public ToolTest {
   private slots:
     void aServerThatCannotBeUsed_data();
     void aServerThatCannotBeUsed();
+    void aServerThatSaysNothing_data();
+    void aServerThatSaysNothing();
     void whoMayNotMakeTables();
     void whoMayNotRead();
     void aTableThatSomebodyHolds();
@@ -81,6 +85,27 @@ void TestBadServer::aServerThatCannotBeUsed() {
         refuses(command, reason);
     for (const char* name : {"ascii", "closed"})
         cluster.administer(u"DROP DATABASE "_s + QLatin1StringView{name});
+}
+
+void TestBadServer::aServerThatSaysNothing_data() {
+    QTest::addColumn<QByteArray>("ofEnvironment");
+    QTest::addColumn<QStringList>("more");
+    QTest::newRow("by the environment's limit") << QByteArray{"2"} << QStringList{};
+    QTest::newRow("by the data source's") << QByteArray{"60"} << QStringList{u"pqopt=connect_timeout=2"_s};
+}
+
+void TestBadServer::aServerThatSaysNothing() {
+    QFETCH(QByteArray, ofEnvironment);
+    QFETCH(QStringList, more);
+    constexpr const char* Limit = "PGCONNECT_TIMEOUT";
+    const QByteArray ours = qgetenv(Limit);
+    QCOMPARE(ours, QByteArray{"10"});  // of each program that can connect, this one too
+    qputenv(Limit, ofEnvironment);
+    const auto restore = qScopeGuard([&] { qputenv(Limit, ours); });
+    QTcpServer silent;  // the kernel lets callers in
+    QVERIFY(silent.listen(QHostAddress::LocalHost));
+    use(QStringList{u"Servername=127.0.0.1"_s, u"Port=%1"_s.arg(silent.serverPort())} + more);
+    refuses({u"check"_s}, u"timeout expired"_s);
 }
 
 void TestBadServer::whoMayNotMakeTables() {
