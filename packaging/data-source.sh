@@ -48,9 +48,13 @@ make_database() {  # TESSALY-DB FILE
 }
 
 # What an older program made becomes what these programs work with. Where that fails, the console goes on with what
-# it finds: it needs no more than the columns that it names.
+# it finds: it needs no more than the columns that it names. A large archive may take a while: the tool shows how far it
+# is, and what it did; that there was nothing to do is not worth a word.
 upgrade_database() {  # TESSALY-DB
-    "$1" upgrade --quiet || echo "The database of the data source $dsn is as it was." >&2
+    (
+        set -o pipefail
+        "$1" upgrade | { grep --line-buffered -v ', nothing to do$' || true; }
+    ) || echo "The database of the data source $dsn is as it was." >&2
 }
 
 # Makes what is missing at the first use. A data source that is there is the user's own affair: where its

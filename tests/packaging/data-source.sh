@@ -75,6 +75,7 @@ sqlite3 "$database" 'DROP TABLE SchemaVersion; DROP INDEX ImageBySeries'
 run ensure
 expect_success
 [[ $(tail -n 1 "$scratch/out") == 'DicomFDB: version '[0-9]* ]] || fail "no upgrade"
+grep -q '^Older rows: filled 0 patients and 0 images$' "$scratch/out" || fail "no word of the older rows"
 run "$programs/tessaly-db" check
 expect_success
 run ensure
