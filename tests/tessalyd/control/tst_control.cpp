@@ -9,6 +9,7 @@
 #include <csignal>
 
 #include "tests/support/ScratchBus.h"
+#include "tests/support/ScratchCluster.h"
 #include "tests/tessalyd/DaemonTest.h"
 
 using namespace Qt::StringLiterals;
@@ -183,8 +184,13 @@ void ControlTest::terminateEndsTheProcess() {
     QVERIFY(daemon_->terminate());
     QVERIFY(!QDBusConnection::sessionBus().interface()->isServiceRegistered(u"org.tessaly.Server"_s));
     QVERIFY(!echoes());
-    // The database's log is gone: its last connection was closed in order.
-    daemon_->database.run(u"PRAGMA wal_checkpoint(TRUNCATE)"_s);
+    // Its last connection was closed in order: nobody else holds the database's log, or a session.
+    EVENTUALLY_COMPARE(daemon_->database.value(
+                           ScratchDatabase::isPostgresql()
+                               ? u"SELECT count(*) FROM pg_stat_activity WHERE datname=current_database() AND "
+                                 "pid<>pg_backend_pid()"_s
+                               : u"PRAGMA wal_checkpoint(TRUNCATE)"_s),
+                       u"0"_s);
     EVENTUALLY_COMPARE(daemon_->stops, 1);
 }
 
@@ -242,13 +248,22 @@ void ControlTest::aSignalTerminates() {
 
 void ControlTest::withoutADatabaseItIsStopped() {
     daemon_ = std::make_unique<Daemon>();
-    daemon_->database.writeDataSource(u"/nowhere/DicomDB.mdb"_s);
+    const ScratchDatabase& database = daemon_->database;
+    // Not by the data source on a server: ODBC remembers for a while what it has read there.
+    const auto setReachable = [&database](bool isReachable) {
+        if (ScratchDatabase::isPostgresql())
+            ScratchCluster::instance().administer(u"ALTER ROLE %1 %2"_s.arg(
+                ScratchCluster::Owner, isReachable ? u"LOGIN"_s : u"NOLOGIN"_s));
+        else
+            database.writeDataSource(isReachable ? database.path() : u"/nowhere/DicomDB.mdb"_s);
+    };
+    setReachable(false);
     daemon_->launch();
     QCOMPARE(daemon_->status(), (Daemon::Status{Stopped, 0, 0}));
     QVERIFY(!daemon_->succeeds(&Proxy::Start));
     QVERIFY(!daemon_->succeeds(&Proxy::Restart));
-    daemon_->database.writeDataSource(daemon_->database.path());
-    QVERIFY(daemon_->succeeds(&Proxy::Start));
+    setReachable(true);
+    QVERIFY2(daemon_->succeeds(&Proxy::Start), qPrintable(daemon_->log()));
     QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
 }
 
@@ -270,13 +285,23 @@ void ControlTest::repliesArePromptWhileTheDatabaseIsLocked() {
     launch();
     const ScratchDatabase& database = daemon_->database;
     QVERIFY(daemon_->succeeds(&Proxy::Stop));
-    database.run(u"PRAGMA locking_mode=EXCLUSIVE"_s);
-    database.run(u"UPDATE SiteData SET BaseUID='1'"_s);  // from here on nobody else reads it
+    // From here on nobody else reads it.
+    if (ScratchDatabase::isPostgresql()) {
+        database.run(u"BEGIN"_s);
+        database.run(u"LOCK TABLE Port, DicomNodes, DicomServer, SiteData"_s);
+    } else {
+        database.run(u"PRAGMA locking_mode=EXCLUSIVE"_s);
+        database.run(u"UPDATE SiteData SET BaseUID='1'"_s);
+    }
     daemon_->proxy.setTimeout(1900);
     QVERIFY(daemon_->succeeds(&Proxy::Start));
     QCOMPARE(daemon_->status(), (Daemon::Status{Stopped, 0, 0}));
-    database.run(u"PRAGMA locking_mode=NORMAL"_s);
-    (void)database.rows(u"SELECT * FROM SiteData"_s);  // gives the lock back
+    if (ScratchDatabase::isPostgresql()) {
+        database.run(u"COMMIT"_s);
+    } else {
+        database.run(u"PRAGMA locking_mode=NORMAL"_s);
+        (void)database.rows(u"SELECT * FROM SiteData"_s);  // gives the lock back
+    }
     EVENTUALLY_COMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
 }
 
