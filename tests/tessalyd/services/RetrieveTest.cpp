@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 
 namespace tessaly::test {
 
-void RetrieveTest::launchWith(const QList<Node>& nodes, int dumpLevel) {
+void RetrieveTest::launchWith(const QList<Node>& nodes, int dumpLevel, const Node& viewer) {
     daemon_ = std::make_unique<Daemon>();
     const auto add = [this](const Node& node) {
         daemon_->database.run(
@@ -19,7 +19,7 @@ void RetrieveTest::launchWith(const QList<Node>& nodes, int dumpLevel) {
             {node.aeTitle, node.aeTitle, node.localAeTitle, node.host, node.port, node.store ? -1 : 0,
              node.query ? -1 : 0});
     };
-    add({.aeTitle = u"VIEWER"_s, .port = u"104"_s, .store = false, .query = true});
+    add(viewer);
     for (const Node& node : nodes)
         add(node);
     if (dumpLevel != 0)

@@ -23,8 +23,15 @@ class RetrieveTest : public DaemonTest {
         QString localAeTitle = QStringLiteral("TESSALY");
         QString host = QStringLiteral("127.0.0.1");
     };
+    /// One that only asks.
+    [[nodiscard]] static Node theViewer() {
+        return {.aeTitle = QStringLiteral("VIEWER"),
+                .port = QStringLiteral("104"),
+                .store = false,
+                .query = true};
+    }
     /// Beside the viewer.
-    void launchWith(const QList<Node>& nodes = {}, int dumpLevel = 0);
+    void launchWith(const QList<Node>& nodes = {}, int dumpLevel = 0, const Node& viewer = theViewer());
 
     static constexpr const char* Study = "1.2.826.0.1.1";
     /// Stores that many objects of the study, in two series; returns their UIDs, in order.

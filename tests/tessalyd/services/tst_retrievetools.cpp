@@ -1,3 +1,4 @@
+#include <QRegularExpression>
 #include <QSet>
 #include <latch>
 
@@ -15,7 +16,7 @@ class RetrieveToolsTest : public MoveTest {
     void movescuCancels();
     void gdcmscuHasAStudyMoved();
     void anotherArchiveHasAStudyMovedToItself();
-    void theTutorialsThreeCommandsWork();
+    void theManualsCommandsWork();
 };
 
 void RetrieveToolsTest::movescuCancels() {
@@ -78,23 +79,28 @@ void RetrieveToolsTest::anotherArchiveHasAStudyMovedToItself() {
     EVENTUALLY(daemon_->log().contains(u"C-MOVE: 5 objects found, 5 sent, 0 failed"_s));
 }
 
-/// Stored, found and fetched back, by nothing but another product's tools.
-void RetrieveToolsTest::theTutorialsThreeCommandsWork() {
-    launchWith();
-    storeFile(writeObject({.study = Study, .instance = "1.2.5.1"}, scratch(u"one.dcm"_s)), u"-xe"_s);
-    const Outcome found =
-        run(u"findscu"_s, {u"-aet"_s, u"VIEWER"_s, u"-aec"_s, u"TESSALY"_s, u"-S"_s, u"-k"_s,
-                           u"QueryRetrieveLevel=STUDY"_s, u"-k"_s, u"PatientName=DOE*"_s, u"-k"_s,
-                           u"StudyInstanceUID"_s, u"localhost"_s, daemon_->port()});
-    QVERIFY2(found.output.contains(QLatin1StringView{Study}), qPrintable(found.output));
-    QDir{}.mkpath(scratch(u"got"_s));
-    const Outcome fetched =
-        run(u"getscu"_s,
-            {u"-aet"_s, u"VIEWER"_s, u"-aec"_s, u"TESSALY"_s, u"-S"_s, u"+B"_s, u"-od"_s, scratch(u"got"_s),
-             u"-k"_s, u"QueryRetrieveLevel=STUDY"_s, u"-k"_s,
-             u"StudyInstanceUID=%1"_s.arg(QLatin1StringView{Study}), u"localhost"_s, daemon_->port()});
-    QVERIFY2(fetched.exitCode == 0, qPrintable(fetched.output));
-    QCOMPARE(dataSetsIn(scratch(u"got"_s)), storedDataSets());
+/// Stored, found and fetched back in both ways by what the manual has, word for word but for the ports and the
+/// study.
+void RetrieveToolsTest::theManualsCommandsWork() {
+    QFile manual{QStringLiteral(MANUAL)};
+    QVERIFY(manual.open(QIODevice::ReadOnly));
+    const QRegularExpression block{u"\n\n(    storescu .*?)\n\n"_s,
+                                   QRegularExpression::DotMatchesEverythingOption};
+    QString commands = block.match(QString::fromUtf8(manual.readAll())).captured(1);
+    const QString viewersPort = unusedPort();
+    launchWith({}, 0, {.aeTitle = u"VIEWER"_s, .port = viewersPort, .query = true, .host = u"localhost"_s});
+    commands.replace(u" 11112"_s, u' ' + daemon_->port());
+    commands.replace(u" 11113"_s, u' ' + viewersPort);
+    commands.replace(u"=1.2.3 "_s, u'=' + QLatin1StringView{Study} + u' ');
+
+    (void)writeObject({.study = Study, .instance = "1.2.5.1"}, scratch(u"image.dcm"_s));
+    const Outcome outcome =
+        run(u"sh"_s, {u"-ec"_s, u"cd \"$1\"\n"_s + commands, u"sh"_s, scratch({})});
+    QVERIFY2(outcome.exitCode == 0, qPrintable(commands + outcome.output));
+    QVERIFY2(outcome.output.contains(QLatin1StringView{Study}), qPrintable(outcome.output));
+    QCOMPARE(storedDataSets().size(), 1);
+    QCOMPARE(dataSetsIn(scratch(u"fetched"_s)), storedDataSets());
+    QCOMPARE(dataSetsIn(scratch(u"moved"_s)), storedDataSets());
 }
 
 QTEST_GUILESS_MAIN(RetrieveToolsTest)
