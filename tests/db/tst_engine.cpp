@@ -82,8 +82,9 @@ void EngineTest::whatIsReadIsLockedWhereOthersCouldWriteIt() {
         QCOMPARE(sqlite().rewritten("UPDATE T SET A=A WHERE B=(SELECT B FROM T WHERE B=? " + lock + ')'),
                  "UPDATE T SET A=A WHERE B=(SELECT B FROM T WHERE B=? )");
         QCOMPARE(sqlite().rewritten("SELECT A FROM T, U " + lock + " OF T"), "SELECT A FROM T, U ");
-        QCOMPARE(sqlite().rewritten("SELECT '" + lock + "', \"" + lock + '"'),
-                 "SELECT '" + lock + "', \"" + lock + '"');
+        std::string quoted = "SELECT '";
+        quoted.append(lock).append("', \"").append(lock).append("\"");
+        QCOMPARE(sqlite().rewritten(quoted), quoted);
     }
 }
 

@@ -9,6 +9,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTest>
+#include <algorithm>
 
 #include "db/Query.h"
 #include "passwords/PasswordEncoder.h"
@@ -72,10 +73,9 @@ bool ToolTest::hasTables() const {
         return false;
     db::Connection connection;
     openDatabase(connection, DataSource);
-    for (const auto& table : schema::definitions(schema::engine(connection.engineName())).tables)
-        if (connection.hasTable(table.name))
-            return true;
-    return false;
+    const auto definitions = schema::definitions(schema::engine(connection.engineName()));
+    return std::ranges::any_of(definitions.tables,
+                               [&](const auto& table) { return connection.hasTable(table.name); });
 }
 
 bool ToolTest::haveDatabase() const {
