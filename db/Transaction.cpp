@@ -38,7 +38,9 @@ void Transaction::commit() {
     }
     open_ = false;
     session_->inTransaction = false;
-    session_->check(setAutoCommit(*session_, SQL_AUTOCOMMIT_ON));
+    // What is committed stays so. A connection that cannot be set back is replaced by the next operation.
+    if (!SQL_SUCCEEDED(setAutoCommit(*session_, SQL_AUTOCOMMIT_ON)))
+        session_->lost = true;
 }
 
 void Transaction::rollBack() noexcept {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -49,13 +50,33 @@ bool moved(const fs::path& from, const fs::path& to, unsigned flags) noexcept {
     return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0;
 }
 
-/// Makes a folder that lasts; nothing happens when it is there.
+/// Makes a folder that lasts. One that is there may be another store's, which has not flushed it yet.
 void makeFolder(const fs::path& folder) {
     constexpr mode_t Mode = 0777;  // less the process's mask
-    if (::mkdir(folder.c_str(), Mode) == 0)
-        flushFolder(folder.parent_path());
-    else if (errno != EEXIST)
+    if (::mkdir(folder.c_str(), Mode) < 0 && errno != EEXIST)
         fail(folder);
+    flushFolder(folder.parent_path());
+}
+
+bool isSame(const struct stat& a, const struct stat& b) noexcept {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+bool names(const fs::path& path, const FileDescriptor& file) noexcept {
+    struct stat opened {};
+    struct stat found {};
+    return ::fstat(file.get(), &opened) == 0 && ::lstat(path.c_str(), &found) == 0 && isSame(opened, found);
+}
+
+/// The file of that name, locked where locks are to be had; none where there is none, or none that may be
+/// opened.
+FileDescriptor lockedAt(const fs::path& path) {
+    for (;;) {
+        // For writing, although nothing is written: network file systems give no other the lock.
+        FileDescriptor file{::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+        if (!file.isOpen() || waitForLock(file) == FileLock::NotToBeHad || names(path, file))
+            return file;
+    }
 }
 
 }  // namespace
@@ -125,24 +146,56 @@ void ArchiveFile::write(std::span<const char> data) {
     }
 }
 
+void ArchiveFile::readAt(std::size_t offset, std::span<char> target) const {
+    while (!target.empty()) {
+        const ssize_t read = ::pread(file_.get(), target.data(), target.size(), static_cast<off_t>(offset));
+        if (read < 0 && errno == EINTR)
+            continue;
+        if (read == 0)
+            errno = EIO;  // somebody has cut it off
+        if (read <= 0)
+            fail(temporary_);
+        offset += static_cast<std::size_t>(read);
+        target = target.subspan(static_cast<std::size_t>(read));
+    }
+}
+
+std::size_t ArchiveFile::size() const {
+    struct stat found {};
+    if (::fstat(file_.get(), &found) < 0)
+        fail(temporary_);
+    return static_cast<std::size_t>(found.st_size);
+}
+
 void ArchiveFile::copyTo(ArchiveFile& other) const {
     std::vector<char> block(std::size_t{1} << 20U);
-    for (off_t at = 0;;) {
-        const ssize_t read = ::pread(file_.get(), block.data(), block.size(), at);
-        if (read < 0 && errno != EINTR)
-            fail(temporary_);
-        if (read == 0)
-            return;
-        if (read > 0) {
-            other.write({block.data(), static_cast<std::size_t>(read)});
-            at += read;
-        }
+    const std::size_t whole = size();
+    for (std::size_t at = 0; at < whole; at += block.size()) {
+        const std::span part = std::span{block}.first(std::min(block.size(), whole - at));
+        readAt(at, part);
+        other.write(part);
     }
+}
+
+bool ArchiveFile::replaces() const noexcept {
+    struct stat found {};
+    return ::lstat((folder_ / name_).c_str(), &found) == 0;
+}
+
+void ArchiveFile::flush() {
+    if (!flushed_ && ::fsync(file_.get()) < 0)
+        fail(temporary_);
+    flushed_ = true;
 }
 
 void ArchiveFile::publish() {
     try {
-        giveName();
+        if (stage_ == Stage::Writing) {
+            giveName();
+        } else if (!isMine(folder_ / name_)) {
+            errno = ESTALE;
+            fail(folder_ / name_);
+        }
     } catch (...) {
         withdraw();
         throw;
@@ -151,21 +204,23 @@ void ArchiveFile::publish() {
 
 void ArchiveFile::giveName() {
     const fs::path final = folder_ / name_;
-    if (::fsync(file_.get()) < 0)
-        fail(temporary_);
-    // What is replaced gets the temporary name, by which only its lock tells it from a left-over file.
-    replaced_ = FileDescriptor{::open(final.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC)};
-    if (replaced_.isOpen())
-        (void)lockFile(replaced_);
-    if (moved(temporary_, final, RENAME_NOREPLACE)) {
-        stage_ = Stage::Published;
-    } else if (moved(temporary_, final, RENAME_EXCHANGE)) {
-        stage_ = Stage::Replaced;
-    } else {
-        // A file system that can neither: a file there is lost then even if this one is not kept.
-        if (::rename(temporary_.c_str(), final.c_str()) < 0)
-            fail(final);
-        stage_ = Stage::Published;
+    flush();
+    while (stage_ == Stage::Writing) {
+        if (moved(temporary_, final, RENAME_NOREPLACE)) {
+            stage_ = Stage::Published;
+            break;
+        }
+        const bool isTaken = errno == EEXIST;
+        // What is replaced gets the temporary name, by which only its lock tells it from a left-over file.
+        replaced_ = lockedAt(final);
+        if (moved(temporary_, final, RENAME_EXCHANGE)) {
+            stage_ = Stage::Replaced;
+        } else if (!isTaken || errno != ENOENT) {  // it has not merely vanished meanwhile
+            // A file system that can neither: a file there is lost then even if this one is not kept.
+            if (::rename(temporary_.c_str(), final.c_str()) < 0)
+                fail(final);
+            stage_ = Stage::Published;
+        }
     }
     flushFolder(folder_);
 }
@@ -186,17 +241,15 @@ void ArchiveFile::leave() noexcept {
 }
 
 bool ArchiveFile::isMine(const fs::path& path) const noexcept {
-    struct stat mine {};
-    struct stat found {};
-    return ::fstat(file_.get(), &mine) == 0 && ::lstat(path.c_str(), &found) == 0 &&
-           mine.st_dev == found.st_dev && mine.st_ino == found.st_ino;
+    return names(path, file_);
 }
 
 void ArchiveFile::withdraw() noexcept {
     if (stage_ == Stage::Done)
         return;
     const fs::path final = folder_ / name_;
-    // Another server may have put its own file there since: that is not this one's to take away.
+    // Where files cannot be locked, another server may have put its own there since: that is not this one's to
+    // take away.
     if (stage_ == Stage::Replaced && isMine(final))
         moved(temporary_, final, RENAME_EXCHANGE);
     else if (stage_ == Stage::Published && isMine(final))
@@ -205,6 +258,20 @@ void ArchiveFile::withdraw() noexcept {
     ::rmdir(folder_.c_str());  // each only when nothing is in it
     ::rmdir(folder_.parent_path().c_str());
     stage_ = Stage::Done;
+    file_.reset();
+    replaced_.reset();
+}
+
+FormerFile::FormerFile(fs::path path) : path_(std::move(path)), file_(lockedAt(path_)) {
+    struct stat found {};
+    if (::lstat(path_.c_str(), &found) == 0)
+        found_ = found;
+}
+
+void FormerFile::remove() const noexcept {
+    struct stat found {};
+    if (found_ && ::lstat(path_.c_str(), &found) == 0 && isSame(*found_, found))
+        ::unlink(path_.c_str());
 }
 
 }  // namespace tessaly::tessalyd

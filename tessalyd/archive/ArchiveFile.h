@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -16,6 +19,10 @@ namespace tessaly::tessalyd {
 /// missing parts are made; it is locked meanwhile, which tells it from one that a killed server left. The
 /// destructor takes away whatever was not kept, folders that were made for it included. Every operation
 /// throws std::system_error.
+///
+/// Whoever takes a file of the archive from its name has locked it first, and a file stays locked from its
+/// publish() to its keep() or its withdrawal: so no store, in this server or another, replaces or takes away
+/// what another one may still take back.
 class ArchiveFile {
   public:
     ArchiveFile(std::filesystem::path folder, std::string name);
@@ -28,17 +35,27 @@ class ArchiveFile {
     [[nodiscard]] const std::filesystem::path& temporaryPath() const noexcept { return temporary_; }
     [[nodiscard]] const std::filesystem::path& folder() const noexcept { return folder_; }
 
+    /// Bytes that were written, from anywhere in them.
+    void readAt(std::size_t offset, std::span<char> target) const;
+    [[nodiscard]] std::size_t size() const;
     /// Writes all that was written to this one into another.
     void copyTo(ArchiveFile& other) const;
 
+    /// A file has the name already, as it looks now.
+    [[nodiscard]] bool replaces() const noexcept;
+    /// Flushes the data. publish() does it otherwise.
+    void flush();
     /// Flushes the data, gives the file its final name and flushes the folder. A file that had the name
-    /// before is set aside until keep(). A failure takes the file away before it is thrown.
+    /// before is set aside until keep(). A failure takes the file away before it is thrown. Called again, it
+    /// makes sure that the name is still this file's.
     void publish();
     /// After publish(): makes it stay. Never fails.
     void keep() noexcept;
     /// Of one that nobody knows whether it is to stay: it stays where it was the first of its name; where it
     /// replaced another, that one is back. Never fails.
     void leave() noexcept;
+    /// Takes it away, as the destructor does; where it replaced another, that one is back. Never fails.
+    void withdraw() noexcept;
 
   private:
     enum class Stage { Writing, Published, Replaced, Done };
@@ -47,7 +64,6 @@ class ArchiveFile {
     void makeFolders();
     void giveName();
     [[nodiscard]] bool isMine(const std::filesystem::path& path) const noexcept;
-    void withdraw() noexcept;
 
     std::filesystem::path folder_;
     std::string name_;
@@ -55,6 +71,23 @@ class ArchiveFile {
     FileDescriptor file_;
     FileDescriptor replaced_;  ///< from publish() on, where there was one
     Stage stage_ = Stage::Writing;
+    bool flushed_ = false;
+};
+
+/// The file of an instance that comes to lie elsewhere. Made while the instance's row is locked: who stores it
+/// at the old place again has that row after this one, and may not lose its file to remove().
+class FormerFile {
+  public:
+    /// Locks what is there. Throws std::system_error when others have it locked for too long.
+    explicit FormerFile(std::filesystem::path path);
+
+    /// Takes it away, if the name is still its own. Never fails.
+    void remove() const noexcept;
+
+  private:
+    std::filesystem::path path_;
+    FileDescriptor file_;
+    std::optional<struct stat> found_;
 };
 
 }  // namespace tessaly::tessalyd

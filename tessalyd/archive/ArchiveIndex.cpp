@@ -22,26 +22,28 @@ auto ArchiveIndex::withSession(Work work) {
     bool undecided = false;
     for (int attempt = 1;; ++attempt) {
         try {
-            auto session = sessions_.take();
+            auto session = sessions_.take();  // what cannot be opened now is not tried a second time
             try {
                 return work(*session);
             } catch (const db::Error& error) {
+                undecided = undecided || dynamic_cast<const db::OutcomeUnknown*>(&error) != nullptr;
+                if (error.isConflict() && attempt < Attempts)
+                    continue;
                 if (!error.isConflict())
                     session.discard();
-                throw;
-            }
-        } catch (const db::Error& error) {
-            undecided = undecided || dynamic_cast<const db::OutcomeUnknown*>(&error) != nullptr;
-            if (error.isConflict() && attempt < Attempts)
-                continue;
-            if (error.isLostSession() && !reconnected) {
+                if (!error.isLostSession() || reconnected)
+                    throw;
                 reconnected = true;
                 sessions_.close();
-                continue;
             }
+        } catch (const db::Error& error) {
             if (undecided)
                 throw StoreUndecided{databaseRefused(error.what())};
             throw databaseRefused(error.what());
+        } catch (const StoreFailure& failure) {
+            if (undecided)
+                throw StoreUndecided{failure};
+            throw;
         }
     }
 }
@@ -64,18 +66,9 @@ std::unique_lock<std::mutex> ArchiveIndex::claim(const std::string& sopInstanceU
     return std::unique_lock{claims_[std::hash<std::string>{}(sopInstanceUid) % claims_.size()]};
 }
 
-std::optional<ArchiveLocation> ArchiveIndex::record(const ObjectHeader& header,
-                                                    const ArchiveLocation& location,
-                                                    const std::function<void()>& publish) {
-    bool published = false;
-    const auto publishOnce = [&] {
-        if (!std::exchange(published, true))
-            publish();
-    };
-    if (!sessions_.areSideBySide())
-        publishOnce();
-    return withSession(
-        [&](ArchiveSession& session) { return session.record(header, location, publishOnce); });
+void ArchiveIndex::record(const ObjectHeader& header, const ArchiveLocation& location,
+                          const FileSteps& steps) {
+    withSession([&](ArchiveSession& session) { session.record(header, location, steps); });
 }
 
 std::string ArchiveIndex::settle(const std::string& study, const std::optional<std::string>& known,

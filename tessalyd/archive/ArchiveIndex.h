@@ -52,14 +52,13 @@ class ArchiveIndex {
     /// instance apart, where they send to this server.
     [[nodiscard]] std::unique_lock<std::mutex> claim(const std::string& sopInstanceUid);
 
-    /// Writes the rows of an object whose file lies at `location` once `publish` has returned, in one
-    /// transaction. Where the engine's locks keep other servers' stores of the same instance away, publish is
-    /// called within their reach, after the rows and before the commit. Called once at most. Returns where
-    /// the same instance lay before, if that was elsewhere. Throws StoreFailure and whatever publish throws;
-    /// nothing is written then, but for StoreUndecided.
-    [[nodiscard]] std::optional<ArchiveLocation> record(
-        const ObjectHeader& header, const ArchiveLocation& location,
-        const std::function<void()>& publish = [] {});
+    /// Writes the rows of an object that is to lie at `location`, in one transaction, which is tried again where
+    /// others were in its way or the connection broke. Throws StoreFailure and whatever the steps throw; nothing
+    /// is written then, but for StoreUndecided.
+    void record(const ObjectHeader& header, const ArchiveLocation& location, const FileSteps& steps = {});
+
+    /// Stores wait for each other from their first row to their commit, which a slow step makes longer for all.
+    [[nodiscard]] bool writesInTurn() { return !sessions_.areSideBySide(); }
 
   private:
     struct Reservation {

@@ -136,9 +136,8 @@ ArchiveSession::Folders ArchiveSession::folders(const ObjectHeader& header) {
     return found;
 }
 
-std::optional<ArchiveLocation> ArchiveSession::record(const ObjectHeader& header,
-                                                      const ArchiveLocation& location,
-                                                      const std::function<void()>& publish) {
+void ArchiveSession::record(const ObjectHeader& header, const ArchiveLocation& location,
+                            const FileSteps& steps) {
     db::Transaction transaction{connection_};
     // Always in this order, one row a table, so that no two stores wait for each other. And first a statement
     // that writes: it waits for other writers. A transaction that begins by reading and finds that another
@@ -148,17 +147,17 @@ std::optional<ArchiveLocation> ArchiveSession::record(const ObjectHeader& header
         recordStudy(header, recordPatient(header), location.studyPath);
         recordSeries(header, location.seriesDir);
     }
-    std::optional<ArchiveLocation> previous;
+    std::optional<ArchiveLocation> former;
     if (before && (before->series != header.seriesInstanceUid || before->file != location.imageFile)) {
-        previous = locationOf(*before);
+        former = locationOf(*before);
         run_->moveImage
             .bindAll({varchar(header.seriesInstanceUid), varchar(location.imageFile),
                       varchar(header.sopInstanceUid)})
             .execute();
     }
-    publish();
+    steps.leave(former != location ? former : std::nullopt);
+    steps.publish();
     transaction.commit();
-    return previous;
 }
 
 /// Most objects come into a series that is there, and say nothing new of it: one statement tells.

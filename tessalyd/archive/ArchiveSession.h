@@ -11,6 +11,16 @@
 
 namespace tessaly::tessalyd {
 
+/// What a store does with files while its rows are written, in their transaction. Faults come through.
+struct FileSteps {
+    /// After the rows and before the commit: the object's file gets its name. Called again when the transaction
+    /// is tried again.
+    std::function<void()> publish = [] {};
+    /// Before publish, and again likewise: where the same instance has lain so far, if that is elsewhere.
+    std::function<void(const std::optional<ArchiveLocation>&)> leave =
+        [](const std::optional<ArchiveLocation>& /*former*/) {};
+};
+
 /// The archive's tables over one connection, with statements that are prepared once. Belongs to one thread at
 /// a time. Every operation throws db::Error, or StoreFailure where the rows say that the object cannot be
 /// stored.
@@ -27,11 +37,9 @@ class ArchiveSession {
     };
     [[nodiscard]] Folders folders(const ObjectHeader& header);
 
-    /// As ArchiveIndex::record(). `publish` is called before the commit; db::Error::isConflict() says that
-    /// all of it may be tried again. Throws Displaced where the tables have another folder by now.
-    [[nodiscard]] std::optional<ArchiveLocation> record(
-        const ObjectHeader& header, const ArchiveLocation& location,
-        const std::function<void()>& publish = [] {});
+    /// Writes the rows of an object, in one transaction. db::Error::isConflict() says that all of it may be tried again. Throws Displaced where the
+    /// tables have another folder by now.
+    void record(const ObjectHeader& header, const ArchiveLocation& location, const FileSteps& steps = {});
 
     [[nodiscard]] bool writesSideBySide() const { return connection_.writesSideBySide(); }
 

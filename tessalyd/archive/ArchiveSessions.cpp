@@ -13,11 +13,13 @@ constexpr std::chrono::seconds UsualWait{5};
 }  // namespace
 
 void ArchiveSessions::configure(std::chrono::seconds wait, std::size_t most) {
-    close();
+    std::vector<std::unique_ptr<ArchiveSession>> closed;  // outside the lock
     {
         const std::lock_guard lock{mutex_};
         wait_ = wait;
         most_ = std::max<std::size_t>(most, 1);
+        ++generation_;
+        closed.swap(idle_);
     }
     returned_.notify_all();
 }
@@ -33,7 +35,7 @@ ArchiveSessions::Lease ArchiveSessions::take() {
     std::unique_lock lock{mutex_};
     const std::chrono::seconds wait = wait_;
     if (!returned_.wait_for(lock, wait > std::chrono::seconds::zero() ? wait : UsualWait,
-                            [this] { return inUse_ < limit(); }))
+                            [this] { return inUse_ < limit() && (!idle_.empty() || !isOpening_); }))
         throw databaseRefused("other stores are waiting for it");
     ++inUse_;
     const unsigned generation = generation_;
@@ -42,16 +44,21 @@ ArchiveSessions::Lease ArchiveSessions::take() {
         session = std::move(idle_.back());
         idle_.pop_back();
     }
-    lock.unlock();
     if (session)
         return {*this, std::move(session), generation};
+    isOpening_ = true;
+    lock.unlock();
     try {
         session = std::make_unique<ArchiveSession>(wait);
     } catch (...) {
+        lock.lock();
+        isOpening_ = false;
+        lock.unlock();
         giveBack(nullptr, generation);
         throw;
     }
     lock.lock();
+    isOpening_ = false;
     sideBySide_ = session->writesSideBySide();
     lock.unlock();
     returned_.notify_all();

@@ -48,7 +48,9 @@ class ArchiveSessions {
         unsigned generation_;
     };
 
-    /// Throws StoreFailure when others have them all for too long, db::Error when none can be opened.
+    /// Throws StoreFailure when others have them all, or are opening one, for too long; db::Error when none can
+    /// be opened. One is opened at a time: a database server that says nothing holds up all who wait for it
+    /// together, and not one after the other.
     [[nodiscard]] Lease take();
 
     /// What is known of the engine: that it lets several write side by side.
@@ -62,6 +64,7 @@ class ArchiveSessions {
     std::condition_variable returned_;
     std::vector<std::unique_ptr<ArchiveSession>> idle_;  // the last one used at the end
     std::size_t inUse_ = 0;
+    bool isOpening_ = false;
     unsigned generation_ = 0;
     std::chrono::seconds wait_{0};
     std::size_t most_ = 1;

@@ -13,7 +13,7 @@
 #include "dicom/DataSetWalk.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/archive/Decoder.h"
-#include "tessalyd/archive/MappedFile.h"
+#include "tessalyd/archive/FileWindow.h"
 #include "tessalyd/archive/StoreFailure.h"
 
 namespace tessaly::tessalyd {
@@ -57,7 +57,7 @@ void ArchiveWriter::begin(bool complete) {
     }
     check(*header_);
     if (complete)
-        checkEnd(buffer_);
+        checkEnd([this](std::size_t index) { return buffer_[index]; }, buffer_.size());
     header_->transferSyntaxUid = DcmXfer{object_.syntax}.getXferID();
     placement_ = index_.place(*header_, port_.root);
     const ArchiveLocation& location = placement_->location();
@@ -77,8 +77,8 @@ void ArchiveWriter::check(const ObjectHeader& header) const {
                            "The data set is not the object that was announced"};
 }
 
-void ArchiveWriter::checkEnd(std::span<const char> dataSet) const {
-    if (dicom::isCutOff(dataSet, object_.syntax))
+void ArchiveWriter::checkEnd(const std::function<char(std::size_t)>& byteAt, std::size_t size) const {
+    if (dicom::isCutOff(byteAt, size, object_.syntax))
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The data set is cut off"};
 }
 
@@ -107,10 +107,15 @@ void ArchiveWriter::writeMetaHeader() {
 void ArchiveWriter::finish() {
     try {
         stream_.rethrow();
-        if (file_)
-            checkEnd(MappedFile{file_->temporaryPath()}.bytes().subspan(dataSetAt_));
-        else
+        if (file_) {
+            const std::size_t size = file_->size() - dataSetAt_;
+            FileWindow window{size, [this](std::size_t offset, std::span<char> target) {
+                                  file_->readAt(dataSetAt_ + offset, target);
+                              }};
+            checkEnd([&window](std::size_t index) { return window.at(index); }, size);
+        } else {
             begin(true);
+        }
         if (!port_.saveCompressed && Decoders::has(object_.syntax))
             decode();
         publish();
@@ -121,7 +126,7 @@ void ArchiveWriter::finish() {
 
 void ArchiveWriter::decode() {
     auto decoded = std::make_unique<ArchiveFile>(file_->folder(), placement_->location().imageFile);
-    if (Decoders::decode(file_->temporaryPath(), dataSetAt_, *decoded)) {
+    if (Decoders::decode(*file_, dataSetAt_, *decoded)) {
         file_ = std::move(decoded);
         header_->transferSyntaxUid = DcmXfer{Decoders::Target}.getXferID();
     } else {
@@ -132,20 +137,24 @@ void ArchiveWriter::decode() {
 
 void ArchiveWriter::publish() {
     const auto claim = index_.claim(object_.sopInstanceUid);
-    const auto previous = record();
-    file_->keep();
-    if (previous && *previous != placement_->location()) {
-        std::error_code ignored;  // a file that is gone already, or a folder that cannot be written any more
-        std::filesystem::remove(db::localPath(previous->path()), ignored);
+    try {
+        record();
+    } catch (...) {
+        file_->withdraw();  // before the claim ends: whoever has it next finds what was there
+        throw;
     }
+    file_->keep();
+    if (former_)
+        former_->remove();
 }
 
-std::optional<ArchiveLocation> ArchiveWriter::record() {
+void ArchiveWriter::record() {
     // What another server was first with, or the console has moved, is followed; not for ever.
     constexpr int MostMoves = 3;
     for (int moves = 0;; ++moves) {
         try {
-            return index_.record(*header_, placement_->location(), [this] { file_->publish(); });
+            recordOnce();
+            return;
         } catch (const Displaced&) {
             if (moves == MostMoves)
                 throw;
@@ -155,6 +164,23 @@ std::optional<ArchiveLocation> ArchiveWriter::record() {
             throw;
         }
     }
+}
+
+/// The file gets its name in the transaction: its instance's row keeps other servers' stores away then, and a
+/// server that is killed has hardly been able to replace a file without its row. Where stores write in turn,
+/// there are no other servers; there a new file, which replaces none, is not flushed while the others wait.
+void ArchiveWriter::recordOnce() {
+    if (index_.writesInTurn() && !file_->replaces())
+        file_->publish();
+    else
+        file_->flush();
+    index_.record(*header_, placement_->location(),
+                  {.publish = [this] { file_->publish(); },
+                   .leave = [this](const std::optional<ArchiveLocation>& former) {
+                       former_.reset();  // of an earlier attempt: it holds the lock that is wanted
+                       if (former)
+                           former_.emplace(db::localPath(former->path()));
+                   }});
 }
 
 void ArchiveWriter::follow() {

@@ -40,11 +40,12 @@ class ArchiveWriter {
     void take(std::span<const char> block);
     void begin(bool complete);
     void check(const ObjectHeader& header) const;
-    void checkEnd(std::span<const char> dataSet) const;
+    void checkEnd(const std::function<char(std::size_t)>& byteAt, std::size_t size) const;
     void writeMetaHeader();
     void decode();
     void publish();
-    [[nodiscard]] std::optional<ArchiveLocation> record();
+    void record();
+    void recordOnce();
     void follow();
 
     const PortConfiguration& port_;
@@ -56,6 +57,7 @@ class ArchiveWriter {
     std::optional<ObjectHeader> header_;  // once it is known, with placement_ and file_
     std::unique_ptr<ArchiveIndex::Placement> placement_;
     std::unique_ptr<ArchiveFile> file_;
+    std::optional<FormerFile> former_;  // of the same instance, in another folder
     std::size_t dataSetAt_ = 0;  // in the file
 };
 

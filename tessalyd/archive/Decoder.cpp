@@ -5,8 +5,9 @@
 #include <dcmtk/dcmjpeg/djdecode.h>
 #include <dcmtk/dcmjpls/djdecode.h>
 
+#include <vector>
+
 #include "dicom/DataSetWalk.h"
-#include "tessalyd/archive/MappedFile.h"
 #include "tessalyd/archive/SinkStream.h"
 
 namespace tessaly::tessalyd {
@@ -40,12 +41,15 @@ bool Decoders::has(E_TransferSyntax syntax) noexcept {
     }
 }
 
-bool Decoders::decode(const std::filesystem::path& file, std::size_t dataSetAt, ArchiveFile& target) {
+bool Decoders::decode(const ArchiveFile& source, std::size_t dataSetAt, ArchiveFile& target) {
+    std::vector<char> bytes(source.size() - dataSetAt);
+    source.readAt(dataSetAt, bytes);
     // What is encoded comes in explicit little endian around its pixels.
-    if (dicom::nestsTooDeep(MappedFile{file}.bytes().subspan(dataSetAt), Target))
+    if (dicom::nestsTooDeep(bytes, Target))
         return false;
+    bytes = {};
     DcmFileFormat object;
-    if (object.loadFile(file.c_str()).bad())
+    if (object.loadFile(source.temporaryPath().c_str()).bad())
         return false;
     DcmDataset& dataset = *object.getDataset();
     if (dataset.chooseRepresentation(Target, nullptr).bad() || !dataset.canWriteXfer(Target))

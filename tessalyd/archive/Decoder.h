@@ -3,7 +3,7 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcxfer.h>
 
-#include <filesystem>
+#include <cstddef>
 
 #include "tessalyd/archive/ArchiveFile.h"
 
@@ -23,11 +23,10 @@ class Decoders {
     /// True for a compressed syntax that there is a decoder for.
     [[nodiscard]] static bool has(E_TransferSyntax syntax) noexcept;
 
-    /// Writes the object in `file`, whose data set begins at `dataSetAt`, decoded and with its UIDs
-    /// unchanged. False when its pixel data cannot be decoded. Throws std::system_error when `target` cannot
-    /// be written.
-    [[nodiscard]] static bool decode(const std::filesystem::path& file, std::size_t dataSetAt,
-                                     ArchiveFile& target);
+    /// Writes the object in `source`, whose data set begins at `dataSetAt`, decoded and with its UIDs
+    /// unchanged. False when its pixel data cannot be decoded. Throws std::system_error when `source` cannot be
+    /// read or `target` cannot be written.
+    [[nodiscard]] static bool decode(const ArchiveFile& source, std::size_t dataSetAt, ArchiveFile& target);
 };
 
 }  // namespace tessaly::tessalyd

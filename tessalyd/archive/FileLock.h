@@ -3,6 +3,9 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <chrono>
+#include <system_error>
+#include <thread>
 
 #include "tessalyd/FileDescriptor.h"
 
@@ -24,6 +27,21 @@ enum class FileLock {
     if (::fcntl(file.get(), F_OFD_SETLK, &whole) == 0)
         return FileLock::Held;
     return errno == EAGAIN || errno == EACCES ? FileLock::OfSomebody : FileLock::NotToBeHad;
+}
+
+/// The same, but waits for who has it: a store that has not come to its end, here or in another server. Throws
+/// std::system_error when that takes too long.
+[[nodiscard]] inline FileLock waitForLock(const FileDescriptor& file) {
+    using namespace std::chrono_literals;
+    constexpr auto Interval = 2ms;
+    constexpr int Times = 2500;
+    for (int i = 0; i < Times; ++i) {
+        if (const FileLock lock = lockFile(file); lock != FileLock::OfSomebody)
+            return lock;
+        std::this_thread::sleep_for(Interval);
+    }
+    throw std::system_error{std::make_error_code(std::errc::device_or_resource_busy),
+                            "a store of the same instance does not come to its end"};
 }
 
 }  // namespace tessaly::tessalyd

@@ -4,39 +4,17 @@
 #include <dcmtk/dcmdata/dcistrmb.h>
 #include <dcmtk/dcmdata/dcxfer.h>
 
-#include <algorithm>
-#include <array>
 #include <cstring>
 #include <stdexcept>
 #include <vector>
 
 #include "dicom/DataSetWalk.h"
+#include "tessalyd/archive/FileWindow.h"
 #include "tessalyd/archive/SinkStream.h"
 
 namespace tessaly::tessalyd {
 
 namespace {
-
-/// A file's bytes for whoever steps through them: a window that follows.
-class Window {
-  public:
-    explicit Window(const dicom::ObjectFile& file) : file_(file) {}
-
-    char at(std::size_t index) {
-        if (index < begin_ || index >= begin_ + filled_) {
-            begin_ = index;
-            filled_ = std::min(bytes_.size(), file_.size() - index);
-            file_.readAt(begin_, std::span{bytes_}.first(filled_));
-        }
-        return bytes_[index - begin_];
-    }
-
-  private:
-    const dicom::ObjectFile& file_;
-    std::array<char, 4096> bytes_;
-    std::size_t begin_ = 0;
-    std::size_t filled_ = 0;
-};
 
 /// In another syntax than the file's.
 class ConvertedObject final : public dicom::OutgoingObject {
@@ -67,7 +45,7 @@ class ConvertedObject final : public dicom::OutgoingObject {
 StoredObject::StoredObject(const StoredInstance& instance) : ObjectFile(instance.file) {
     if (sopInstanceUid() != instance.sopInstanceUid)
         throw std::runtime_error{instance.file + ": the file is another object's"};
-    Window window{*this};
+    FileWindow window{size(), [this](std::size_t offset, std::span<char> target) { readAt(offset, target); }};
     if (dicom::isCutOff([&window](std::size_t index) { return window.at(index); }, size(),
                         DcmXfer{kind().transferSyntax.c_str()}.getXfer()))
         throw std::runtime_error{instance.file + ": the file is cut off"};

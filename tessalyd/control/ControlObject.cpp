@@ -136,15 +136,15 @@ void ControlObject::stop() {
     if (!server_->status().listening)
         return;
     server_->stop();
-    mailbox_.post([this] {
+    // Here, and not when the other thread comes to it: a restart may have let others in by then.
+    mailbox_.post([this, last = server_->latestConnection()] {
         emit OnStop();
-        abortAfterGrace();
+        abortAfterGrace(last);
     });
 }
 
-void ControlObject::abortAfterGrace() {
-    QTimer::singleShot(options_.grace, this,
-                       [this, last = server_->latestConnection()] { server_->abortThrough(last); });
+void ControlObject::abortAfterGrace(std::uint64_t last) {
+    QTimer::singleShot(options_.grace, this, [this, last] { server_->abortThrough(last); });
 }
 
 OpenAssociations::Event ControlObject::emitter(void (ControlObject::*emitEvent)(const AssociationNames&,

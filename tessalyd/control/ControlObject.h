@@ -3,6 +3,7 @@
 #include <QDBusContext>
 #include <QObject>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -67,7 +68,7 @@ class ControlObject : public QObject, protected QDBusContext {
     void perform(std::function<void()> command);
     void start();
     void stop();
-    void abortAfterGrace();
+    void abortAfterGrace(std::uint64_t last);
     [[nodiscard]] OpenAssociations::Event emitter(void (ControlObject::*emitEvent)(const AssociationNames&,
                                                                                    int));
     void emitConnection(const AssociationNames& names, int total);

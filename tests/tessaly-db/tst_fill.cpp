@@ -312,7 +312,7 @@ void TestFill::runsWhileAServerStores() {
                                               .sopInstanceUid = id,
                                               .contentDate = "20250101"};
                 header.nameGroups = dicom::foldedGroups(header.patientName);
-                (void)session.record(header, {.studyPath = path(u"images"_s).toStdString(),
+                session.record(header, {.studyPath = path(u"images"_s).toStdString(),
                                               .seriesDir = "1.2.3",
                                               .imageFile = id + ".dcm"});
                 ++stored;

@@ -39,7 +39,7 @@ void StockedArchive::store(ObjectHeader header) {
     if (header.sopInstanceUid.empty())
         header.sopInstanceUid = header.seriesInstanceUid + ".1";
     header.nameGroups = dicom::foldedGroups(header.patientName);
-    (void)session.record(header, {.studyPath = "/archive\\" + header.studyInstanceUid,
+    session.record(header, {.studyPath = "/archive\\" + header.studyInstanceUid,
                                   .seriesDir = header.seriesInstanceUid,
                                   .imageFile = header.sopInstanceUid + ".dcm"});
 }

@@ -3,9 +3,15 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+#include <atomic>
 #include <cstring>
+#include <filesystem>
+#include <memory>
+#include <semaphore>
+#include <thread>
 
 #include "tessalyd/archive/ArchiveFile.h"
 #include "tessalyd/archive/FileLock.h"
@@ -29,7 +35,10 @@ class ArchiveFileTest : public QObject {
     void nobodyElsesFilesAreTakenAway();
     void whatIsBeingStoredIsNotTakenAway();
     void whatNobodyCanSayOfStaysUnlessItReplaced();
-    void anotherServersFileIsNotTakenBack();
+    void whatIsUndecidedIsNotReplaced_data();
+    void whatIsUndecidedIsNotReplaced();
+    void aPublishedFileKnowsItsName();
+    void aFormerFileGoesOnlyIfItIsStillThere();
     void aCopyIsWhole();
 
   private:
@@ -189,24 +198,96 @@ void ArchiveFileTest::whatNobodyCanSayOfStaysUnlessItReplaced() {
     QCOMPARE(names(folder), QStringList{u"1.dcm"_s});
 }
 
-void ArchiveFileTest::anotherServersFileIsNotTakenBack() {
+void ArchiveFileTest::whatIsUndecidedIsNotReplaced_data() {
+    QTest::addColumn<bool>("first");
+    QTest::addColumn<bool>("keeps");
+    QTest::newRow("the first of its name, kept") << true << true;
+    QTest::newRow("the first of its name, withdrawn") << true << false;
+    QTest::newRow("one that replaced another, kept") << false << true;
+    QTest::newRow("one that replaced another, withdrawn") << false << false;
+}
+
+void ArchiveFileTest::whatIsUndecidedIsNotReplaced() {
+    QFETCH(bool, first);
+    QFETCH(bool, keeps);
     const QTemporaryDir root;
     const QString folder = root.filePath(u"1.2/1.2.3"_s);
+    const QString named = folder + u"/1.dcm"_s;
+    if (!first)
+        store(folder, "before");
+    auto file = std::make_unique<ArchiveFile>(folder.toStdString(), "1.dcm");
+    file->write(bytes("undecided"));
+    file->publish();
+    std::atomic<bool> otherIsDone = false;
+    std::binary_semaphore otherMayDecide{0};
     {
-        ArchiveFile file{folder.toStdString(), "1.dcm"};
-        file.write(bytes("first"));
-        file.publish();
-        store(folder, "of another server");
+        const std::jthread other{[&] {  // as another server does
+            ArchiveFile theirs{folder.toStdString(), "1.dcm"};
+            theirs.write(bytes("theirs"));
+            theirs.publish();
+            otherIsDone = true;
+            otherMayDecide.acquire();
+        }};
+        const auto withdraws = qScopeGuard([&] { otherMayDecide.release(); });
+        QTest::qWait(100);
+        QVERIFY(!otherIsDone);
+        QCOMPARE(read(named), QByteArray{"undecided"});
+        if (keeps)
+            file->keep();
+        file.reset();
+        EVENTUALLY(otherIsDone);
+        QCOMPARE(read(named), QByteArray{"theirs"});
     }
-    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"of another server"});
+    const QByteArray left = keeps ? "undecided" : first ? "" : "before";
+    QCOMPARE(read(named), left);
+    QCOMPARE(names(left.isEmpty() ? root.path() : folder).size(), left.isEmpty() ? 0 : 1);
+}
+
+void ArchiveFileTest::aPublishedFileKnowsItsName() {
+    const QTemporaryDir root;
+    const QString folder = root.filePath(u"1.2/1.2.3"_s);
+    ArchiveFile file{folder.toStdString(), "1.dcm"};
+    QVERIFY(!file.replaces());
+    file.write(bytes("text"));
+    file.publish();
+    file.publish();
+    QVERIFY(file.replaces());
+    write(folder + u"/other"_s, "by somebody who locks nothing");
+    std::filesystem::rename((folder + u"/other"_s).toStdString(), (folder + u"/1.dcm"_s).toStdString());
+    QVERIFY_EXCEPTION_THROWN(file.publish(), std::system_error);
+    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"by somebody who locks nothing"});
+}
+
+void ArchiveFileTest::aFormerFileGoesOnlyIfItIsStillThere() {
+    const QTemporaryDir root;
+    const QString folder = root.filePath(u"1.2/1.2.3"_s);
+    const std::filesystem::path named{(folder + u"/1.dcm"_s).toStdString()};
+    store(folder, "first");
+    std::atomic<bool> otherIsDone = false;
     {
-        ArchiveFile file{folder.toStdString(), "1.dcm"};
-        file.write(bytes("third"));
-        file.publish();
-        store(folder, "of another server, again");
+        std::jthread other;
+        {
+            const FormerFile former{named};
+            other = std::jthread{[&] {  // its row is free again: another server stores the instance there
+                store(folder, "second");
+                otherIsDone = true;
+            }};
+            QTest::qWait(100);
+            QVERIFY(!otherIsDone);
+            former.remove();
+            QCOMPARE(names(folder).filter(u"1.dcm"_s), QStringList{});
+        }
+        EVENTUALLY(otherIsDone);
     }
-    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"of another server, again"});
-    QCOMPARE(names(folder), QStringList{u"1.dcm"_s});
+    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"second"});
+    {
+        const FormerFile former{named};
+        write(folder + u"/other"_s, "by somebody who locks nothing");
+        std::filesystem::rename((folder + u"/other"_s).toStdString(), named);
+        former.remove();
+    }
+    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"by somebody who locks nothing"});
+    FormerFile{"/nowhere/1.dcm"}.remove();
 }
 
 void ArchiveFileTest::aCopyIsWhole() {

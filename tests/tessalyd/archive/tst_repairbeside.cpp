@@ -56,7 +56,7 @@ tessalyd::ObjectHeader RepairBesideTest::object(const char* instance) {
 
 void RepairBesideTest::makeEmpty(Check check) const {
     tessalyd::ArchiveSession session{0s};
-    (void)session.record(object("1.2.3.1"), location_);
+    session.record(object("1.2.3.1"), location_);
     database_->run(u"DELETE FROM Image"_s);
     if (check != Check::Series)
         database_->run(u"DELETE FROM Series"_s);
@@ -78,7 +78,7 @@ void RepairBesideTest::whatASenderIsFillingStays() {
     std::atomic<bool> judged{false};
     std::thread repair;
     tessalyd::ArchiveSession session{0s};
-    (void)session.record(object("1.2.3.2"), location_, [&] {  // the rows are written, and not committed
+    const auto judge = [&] {  // the rows are written, and not committed
         repair = std::thread{[&] {
             db::Connection connection;
             connection.setConnectString("DSN=DicomFDB");
@@ -97,7 +97,8 @@ void RepairBesideTest::whatASenderIsFillingStays() {
         QTRY_VERIFY(judging.load());
         std::this_thread::sleep_for(300ms);  // and it waits
         QVERIFY(!judged);
-    });
+    };
+    session.record(object("1.2.3.2"), location_, {.publish = judge});
     repair.join();
     QVERIFY(judged);  // it is through
     QCOMPARE(wholeImages(), u"1"_s);
@@ -117,7 +118,7 @@ void RepairBesideTest::whatWasRemovedIsMadeAnew() {
         database_->run(u"COMMIT"_s);
     }};
     tessalyd::ArchiveSession session{0s};
-    const auto store = [&] { (void)session.record(object("1.2.3.2"), location_); };
+    const auto store = [&] { session.record(object("1.2.3.2"), location_); };
     try {
         store();
     } catch (const db::Error& error) {

@@ -78,7 +78,7 @@ void SharedTablesTest::storeOne(ArchiveIndex& index, const ObjectHeader& object,
     for (int moves = 0;; ++moves) {
         const auto placement = index.place(object, root);
         try {
-            (void)index.record(object, placement->location());
+            index.record(object, placement->location());
             return;
         } catch (const Displaced&) {
             if (moves == 3)

@@ -24,6 +24,7 @@ class UnitManager : public QDBusVirtualObject {
   public:
     QStringList calls;
     QString state = u"disabled"_s;
+    bool answers = true;
 
     [[nodiscard]] QString introspect(const QString& /*path*/) const override { return {}; }
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& bus) override {
@@ -32,7 +33,8 @@ class UnitManager : public QDBusVirtualObject {
             state = u"enabled"_s;
         else if (message.member() == u"DisableUnitFiles"_s)
             state = u"disabled"_s;
-        return bus.send(message.member() == u"GetUnitFileState"_s ? message.createReply(state)
+        return !answers ||
+               bus.send(message.member() == u"GetUnitFileState"_s ? message.createReply(state)
                                                                   : message.createReply());
     }
 
@@ -59,6 +61,7 @@ class ControlTest : public DaemonTest {
     void startAndStop();
     void openAssociationsGoOnAfterStop();
     void theGraceEnds();
+    void theGraceIsNotForThoseWhoComeAfterARestart();
     void restartRereadsEverything();
     void aPortInUseDoesNotStopTheOthers();
     void aPortThatIsNoneIsReported();
@@ -74,7 +77,9 @@ class ControlTest : public DaemonTest {
     void itEndsWithItsBus();
 
   private:
-    [[nodiscard]] QVariant isService() const;
+    /// Not blocking: the manager that the server asks is in this thread.
+    [[nodiscard]] static QDBusPendingCall askWhetherItIsAService();
+    [[nodiscard]] static QVariant isService();
     [[nodiscard]] bool echoes(int port = 0) {
         Association peer{daemon_->port(port)};
         if (!peer.isOpen() || !peer.echo())
@@ -141,6 +146,28 @@ void ControlTest::theGraceEnds() {
     EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
     QVERIFY(after.echo());
     QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 1, 1}));
+}
+
+void ControlTest::theGraceIsNotForThoseWhoComeAfterARestart() {
+    UnitManager manager;
+    manager.answers = false;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    QVERIFY(bus.registerVirtualObject(u"/org/freedesktop/systemd1"_s, &manager));
+    QVERIFY(bus.registerService(u"org.freedesktop.systemd1"_s));
+    launch({PortRow{}}, {u"--grace"_s, u"1"_s});
+    Association before{daemon_->port()};
+    QVERIFY(before.isOpen());
+    // The thread that begins the grace waits for the manager's answer while the restart goes on in another.
+    const QDBusPendingReply<> restart = daemon_->proxy.Restart();
+    const QDBusPendingCall asked = askWhetherItIsAService();
+    EVENTUALLY_COMPARE(daemon_->log().count(u"listening on 1 of 1 ports"_s), 2);
+    Association after{daemon_->port()};
+    QVERIFY(after.isOpen());
+    QVERIFY(before.waitForEnd());
+    EVENTUALLY(restart.isFinished() && asked.isFinished());
+    QVERIFY(after.echo());
+    bus.unregisterService(u"org.freedesktop.systemd1"_s);
+    bus.unregisterObject(u"/org/freedesktop/systemd1"_s);
 }
 
 void ControlTest::restartRereadsEverything() {
@@ -305,12 +332,15 @@ void ControlTest::repliesArePromptWhileTheDatabaseIsLocked() {
     EVENTUALLY_COMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
 }
 
-QVariant ControlTest::isService() const {
+QDBusPendingCall ControlTest::askWhetherItIsAService() {
     QDBusMessage get = QDBusMessage::createMethodCall(u"org.tessaly.Server"_s, u"/org/tessaly/Server"_s,
                                                       u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
     get << u"org.tessaly.Server1"_s << u"IsService"_s;
-    // Not blocking: the manager that the server asks is in this thread.
-    const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(get);
+    return QDBusConnection::sessionBus().asyncCall(get);
+}
+
+QVariant ControlTest::isService() {
+    const QDBusPendingCall call = askWhetherItIsAService();
     if (!QTest::qWaitFor([&call] { return call.isFinished(); }, PatienceMs) || call.isError())
         return {};
     return call.reply().arguments().value(0).value<QDBusVariant>().variant();
