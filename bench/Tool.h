@@ -16,6 +16,7 @@ namespace tessaly::bench {
 inline Result runTool(std::vector<std::string> words) {
     words.insert(words.begin(), TESSALY_DB);
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (auto& word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);

@@ -139,10 +139,7 @@ void print(const char* what, const Result& result, double beside) {
     std::fflush(stdout);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    const QCoreApplication application{argc, argv};
+void measureAll() {
     const TemporaryFolder folder;
     const BigArchive archive{.database = folder.path + "/from.mdb", .root = "/images", .images = Images};
     archive.writeTables();
@@ -194,5 +191,17 @@ int main(int argc, char** argv) {
     print("Backup of the file, tessaly-db backup", backup, c.seconds);
     runPlain(openPlain(folder.path + "/to.mdb"), "DROP TABLE SchemaVersion; DROP INDEX ImageBySeries");
     print("Upgrade of the file that lacks an index", runTool({"upgrade", "--dsn", "File"}), c.seconds);
-    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const QCoreApplication application{argc, argv};
+    try {
+        measureAll();
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "bench_copy: %s\n", error.what());
+        return 1;
+    }
 }

@@ -137,9 +137,7 @@ std::size_t everything(const std::string& file, int, int requests) {
     return answers;
 }
 
-}  // namespace
-
-int main() {
+void measureAll() {
     const TemporaryFolder folder;
     std::printf("%-30s %8s %12s %12s %16s %8s\n", "work", "studies", "requests/s", "answers/s",
                 "processor us", "MB");
@@ -170,5 +168,16 @@ int main() {
             std::fflush(stdout);
         }
     }
-    return 0;
+}
+
+}  // namespace
+
+int main() {
+    try {
+        measureAll();
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "bench_find: %s\n", error.what());
+        return 1;
+    }
 }

@@ -99,7 +99,7 @@ void ObjectSender::open(std::size_t association) {
     if (opened == DUL_ASSOCIATIONREJECTED) {
         const T_ASC_RejectParameters rejection = association_->rejection();
         OFString words;
-        throw Broken{ASC_printRejectParameters(words, &rejection).c_str()};
+        throw Broken{ASC_printRejectParameters(words, &rejection)};
     }
     require(opened);
     bounds.setDeadline(Bounds::NoDeadline);

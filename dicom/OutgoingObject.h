@@ -12,7 +12,7 @@ namespace tessaly::dicom {
 struct ObjectKind {
     std::string sopClass;
     std::string transferSyntax;
-    auto operator<=>(const ObjectKind&) const = default;
+    auto operator<=>(const ObjectKind&) const = default;  // NOLINT(modernize-use-nullptr): the check's mistake
 };
 
 /// An object on its way to a peer. Used by one thread.

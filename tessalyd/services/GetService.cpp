@@ -41,7 +41,7 @@ const AcceptedContext* contextFor(std::span<const AcceptedContext> contexts, con
         return found == contexts.end() ? nullptr : &*found;
     };
     const AcceptedContext* context = find(stored);
-    for (auto syntax = Universal.begin(); context == nullptr && syntax != Universal.end(); ++syntax)
+    for (const auto* syntax = Universal.begin(); context == nullptr && syntax != Universal.end(); ++syntax)
         context = find(*syntax);
     return context;
 }

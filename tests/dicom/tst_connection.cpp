@@ -32,12 +32,12 @@ struct Ends {
     Ends(const Ends&) = delete;
     Ends& operator=(const Ends&) = delete;
 
-    ssize_t read() {
+    ssize_t read() const {
         std::array<char, 16> bytes{};
         return near->read(bytes.data(), bytes.size());
     }
     /// More than the system buffers.
-    ssize_t writeMuch() {
+    ssize_t writeMuch() const {
         std::vector<char> bytes(std::size_t{16} << 20U);
         return near->write(bytes.data(), bytes.size());
     }

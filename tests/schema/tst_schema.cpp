@@ -117,7 +117,7 @@ void TestSchema::whatIsExpectedIsWhatIsMade() {
     QStringList expected;
     for (const auto& [table, facts] : schema::expectedCatalogue(definitions))
         for (const auto& fact : facts)
-            expected += QString::fromStdString(table + ": " + fact).toLower();
+            expected += (QString::fromStdString(table) + u": "_s + QString::fromStdString(fact)).toLower();
     expected.sort();
     QCOMPARE(expected, factsOf(*connection_));
 }

@@ -106,9 +106,11 @@ void ScratchCluster::start() {
             words << u"-c"_s << setting;
     }
     std::vector<QByteArray> texts;
+    texts.reserve(static_cast<std::size_t>(words.size()));
     for (const QString& word : words)
         texts.push_back(word.toUtf8());
     std::vector<char*> arguments;
+    arguments.reserve(texts.size() + 1);
     for (QByteArray& text : texts)
         arguments.push_back(text.data());
     arguments.push_back(nullptr);
@@ -180,7 +182,7 @@ void ScratchCluster::fillDiskOf(const QString& database, const QString& table) {
 }
 
 QString ScratchCluster::makeDatabase(bool seeded) {
-    const QString name = u"scratch%1"_s.arg(++databases_);
+    QString name = u"scratch%1"_s.arg(++databases_);
     // Copying files is quicker than logging them, and there is nothing to be flushed. Nobody is connected to
     // what is copied, which is why the administrator's session is template1's.
     administer(u"CREATE DATABASE %1 OWNER %2 TEMPLATE %3 STRATEGY file_copy"_s.arg(
@@ -188,7 +190,7 @@ QString ScratchCluster::makeDatabase(bool seeded) {
     return name;
 }
 
-void ScratchCluster::dropDatabase(const QString& name) {
+void ScratchCluster::dropDatabase(const QString& name) const {
     administer(u"DROP DATABASE %1 WITH (FORCE)"_s.arg(name));
 }
 

@@ -32,7 +32,7 @@ class ScratchCluster {
 
     /// A new database of the owner's; `seeded`: with the tables. Gives its name.
     [[nodiscard]] QString makeDatabase(bool seeded);
-    void dropDatabase(const QString& name);
+    void dropDatabase(const QString& name) const;
     /// Runs a statement that is for the superuser alone.
     void administer(const QString& statement, const QString& database = QStringLiteral("template1")) const;
 

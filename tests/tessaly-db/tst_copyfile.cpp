@@ -72,7 +72,7 @@ void TestCopyFile::readsWhatAWriterHasCommitted() {
     QCOMPARE(column("SELECT Organization FROM SiteData"), QStringList{u"in the log"_s});
     QCOMPARE(column("SELECT BaseUID FROM SiteData"), QStringList{u"2.25.1234"_s});
     // The index beside the log is the readers' and writers' common memory.
-    const auto settled = [](QByteArray print) {
+    const auto settled = [](const QByteArray& print) {
         QByteArrayList lines = print.split('\n');
         lines.removeIf([](const QByteArray& line) { return line.contains("-shm"); });
         return lines.join('\n');

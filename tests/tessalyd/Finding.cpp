@@ -105,8 +105,8 @@ void Finding::cancel() {
     check(DIMSE_sendCancelRequest(peer_.raw(), context_, messageId_));
 }
 
-Finding::Rest findAll(Association& peer, DcmDataset identifier, const char* sopClass) {
-    return Finding{peer, std::move(identifier), sopClass}.rest();
+Finding::Rest findAll(Association& peer, const DcmDataset& identifier, const char* sopClass) {
+    return Finding{peer, identifier, sopClass}.rest();
 }
 
 }  // namespace tessaly::test

@@ -54,7 +54,7 @@ class Finding {
 };
 
 /// Sends a query and takes all of it.
-[[nodiscard]] Finding::Rest findAll(Association& peer, DcmDataset identifier,
+[[nodiscard]] Finding::Rest findAll(Association& peer, const DcmDataset& identifier,
                                     const char* sopClass = StudyRootFind);
 
 }  // namespace tessaly::test

@@ -173,7 +173,7 @@ Retrieved Retriever::collect(const Status& status) {
         if (heard.detail) {
             OFString comment;
             heard.detail->findAndGetOFString(DCM_ErrorComment, comment);
-            all.comment = comment.c_str();
+            all.comment = comment;
             DcmElement* offending = nullptr;
             if (heard.detail->findAndGetElement(DCM_OffendingElement, offending).good())
                 offending->getTagVal(all.offending);
