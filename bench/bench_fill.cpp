@@ -163,10 +163,7 @@ void print(const char* what, const Result& result, int images) {
     std::fflush(stdout);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    const int images = argc > 1 ? std::atoi(argv[1]) : 100'000;
+void measureFilling(int images) {
     const TemporaryFolder folder;
     const Archive archive{folder, images};
     archive.write();
@@ -182,5 +179,16 @@ int main(int argc, char** argv) {
         throw std::runtime_error("not all images were filled");
     std::printf("%-44s %8.2f s\n", "the same again, which has nothing to do",
                 runTool({"upgrade", "--quiet", "--dsn", "Older"}).seconds);
-    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        measureFilling(argc > 1 ? std::atoi(argv[1]) : 100'000);
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "bench_fill: %s\n", error.what());
+        return 1;
+    }
 }

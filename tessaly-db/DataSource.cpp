@@ -10,9 +10,9 @@ namespace tessaly::tool {
 
 namespace {
 
-std::string entry(const std::string& section, const char* name, const char* file) {
+std::string entry(const std::string& section, const char* key, const char* ini) {
     std::array<char, 4096> value{};
-    SQLGetPrivateProfileString(section.c_str(), name, "", value.data(), value.size(), file);
+    SQLGetPrivateProfileString(section.c_str(), key, "", value.data(), value.size(), ini);
     return value.data();
 }
 

@@ -13,6 +13,17 @@ using namespace tessaly;
 using namespace tessaly::test;
 using db::Query;
 
+namespace {
+
+/// Of this process, in the driver's folder, whatever TMPDIR says.
+QStringList driversLogs() {
+    const QString process = QString::number(QCoreApplication::applicationPid());
+    return QDir{u"/tmp"_s}.entryList(
+        {u"psqlodbc_*"_s + process + u".log"_s, u"mylog_*"_s + process + u".log"_s}, QDir::Files);
+}
+
+}  // namespace
+
 /// What PostgreSQL's driver does that would be believed otherwise, and how db/ meets it.
 class PostgresqlTest : public QObject {
     Q_OBJECT
@@ -326,12 +337,6 @@ void PostgresqlTest::noLogFileIsLeft_data() {
 void PostgresqlTest::noLogFileIsLeft() {
     QFETCH(QString, line);
     connection_.reset();
-    const QDir folder{u"/tmp"_s};  // the driver's, whatever TMPDIR says
-    const QString process = QString::number(QCoreApplication::applicationPid());
-    const auto logs = [&] {
-        return folder.entryList({u"psqlodbc_*"_s + process + u".log"_s, u"mylog_*"_s + process + u".log"_s},
-                                QDir::Files);
-    };
     scratch_->setDataSource(scratch_->dataSource({line}));
     for (int i = 0; i < 2; ++i) {
         db::Connection connection;
@@ -344,7 +349,7 @@ void PostgresqlTest::noLogFileIsLeft() {
     db::Connection refused;
     refused.setConnectString("DSN=DicomFDB");
     QVERIFY_EXCEPTION_THROWN(refused.establish(), db::Error);
-    QCOMPARE(logs(), QStringList{});
+    QCOMPARE(driversLogs(), QStringList{});
 }
 
 QTEST_GUILESS_MAIN(PostgresqlTest)

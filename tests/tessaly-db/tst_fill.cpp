@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QTest>
+#include <array>
 #include <atomic>
 #include <thread>
 
@@ -68,14 +69,15 @@ void TestFill::makeOlder() {
                               "PatientByBirthDate", "StudyByPatient", "StudyByDate", "StudyByAccessionNumber",
                               "StudyByStudyID", "StudyByDescription", "ImageBySeries"})
         change(u"DROP INDEX "_s + QString::fromLatin1(index));
-    const std::pair<const char*, QStringList> later[] = {
-        {"Patient", {u"NameAlphabetic"_s, u"NameIdeographic"_s, u"NamePhonetic"_s}},
-        {"Study", {u"ReferringPhysicianName"_s}},
-        {"Series", {u"SeriesDate"_s, u"SeriesTime"_s, u"BodyPartExamined"_s, u"ProtocolName"_s}},
-        {"Image",
-         {u"NumberInSeries"_s, u"ContentDate"_s, u"ContentTime"_s, u"PixelRows"_s, u"PixelColumns"_s,
-          u"NumberOfFrames"_s}},
-        {"SchemaVersion", {u"FilledTo"_s}}};
+    using Later = std::pair<const char*, QStringList>;
+    const std::array later{
+        Later{"Patient", {u"NameAlphabetic"_s, u"NameIdeographic"_s, u"NamePhonetic"_s}},
+        Later{"Study", {u"ReferringPhysicianName"_s}},
+        Later{"Series", {u"SeriesDate"_s, u"SeriesTime"_s, u"BodyPartExamined"_s, u"ProtocolName"_s}},
+        Later{"Image",
+              {u"NumberInSeries"_s, u"ContentDate"_s, u"ContentTime"_s, u"PixelRows"_s, u"PixelColumns"_s,
+               u"NumberOfFrames"_s}},
+        Later{"SchemaVersion", {u"FilledTo"_s}}};
     for (const auto& [table, columns] : later)
         for (const auto& column : columns)
             change(u"ALTER TABLE %1 DROP COLUMN %2"_s.arg(QString::fromLatin1(table), column));
