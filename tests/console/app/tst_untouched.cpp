@@ -17,7 +17,8 @@ QString longer(QChar c, int by) {
 
 }  // namespace
 
-/// Rows with texts that do not fit into the boxes of their editors: what nobody edits there stays whole.
+/// Rows with texts that do not fit into the boxes of their editors, as the file engine alone keeps them: what nobody
+/// edits there stays whole.
 class UntouchedTest : public WindowTest {
     Q_OBJECT
 
