@@ -42,7 +42,7 @@ struct QueryIdentifier {
 [[nodiscard]] std::unique_ptr<DcmDataset> parseIdentifier(std::span<const char> bytes,
                                                           E_TransferSyntax syntax);
 
-/// Understands the identifier of a C-FIND. Its text is converted in place. Throws RequestFailure.
+/// Understands the identifier of a C-FIND. Throws RequestFailure.
 [[nodiscard]] QueryIdentifier readQuery(DcmDataset& identifier, InformationModel model,
                                         const QueryOptions& options);
 

@@ -7,6 +7,7 @@
 
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/OtherArchive.h"
+#include "tests/tessalyd/TagNumber.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
@@ -21,6 +22,9 @@ class StorageTest : public DaemonTest {
     void laterObjectsBringTheRowsUpToDate();
     void namesAreStoredAsUtf8_data();
     void namesAreStoredAsUtf8();
+    void anotherTextLeavesTheNameAlone_data();
+    void anotherTextLeavesTheNameAlone();
+    void patientsAreKeptApartWhateverElseTheirObjectsSay();
     void theSameInstanceReplacesItsFile();
     void anInstanceThatMovesLeavesNoFileBehind();
     void aStudyKeepsItsFolderOnEveryPort();
@@ -117,6 +121,11 @@ void StorageTest::namesAreStoredAsUtf8_data() {
         << QByteArray{"ISO 2022 IR 13\\ISO 2022 IR 87"}
         << QByteArray{"\xd4\xcf\xc0\xde^\xc0\xdb\xb3=\x1b$B;3ED\x1b(J^\x1b$BB@O:\x1b(J"}
         << u"ﾔﾏﾀﾞ^ﾀﾛｳ=山田^太郎"_s;
+    QTest::newRow("Japanese, katakana of eight bits alone")
+        << QByteArray{"ISO 2022 IR 13\\ISO 2022 IR 87"} << QByteArray{"\xd4\xcf\xc0\xde^\xc0\xdb\xb3"}
+        << u"ﾔﾏﾀﾞ^ﾀﾛｳ"_s;
+    QTest::newRow("Latin alphabet 1, before Japanese") << QByteArray{"ISO 2022 IR 100\\ISO 2022 IR 87"}
+                                                       << QByteArray{"M\xfcller^J\xf6rg"} << u"Müller^Jörg"_s;
     QTest::newRow("Chinese, with code extensions")
         << QByteArray{"\\ISO 2022 IR 58"}
         << QByteArray{"Zhang^XiaoDong=\x1b$)A\xd5\xc5^\x1b$)A\xd0\xa1\xb6\xab"}
@@ -142,6 +151,62 @@ void StorageTest::namesAreStoredAsUtf8() {
         object->getDataset()->putAndInsertString(DCM_SpecificCharacterSet, characterSet.constData());
     QCOMPARE(Association{daemon_->port()}.store(*object).status, 0);
     QCOMPARE(daemon_->database.value(u"SELECT Name FROM Patient"_s), stored);
+}
+
+void StorageTest::anotherTextLeavesTheNameAlone_data() {
+    QTest::addColumn<QByteArray>("characterSet");
+    QTest::addColumn<QByteArray>("sent");
+    QTest::addColumn<quint32>("other");
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QString>("stored");
+    const QByteArray longText(5000, 'x');  // more than is read of any value
+    QTest::newRow("long comments on the image")
+        << QByteArray{"ISO_IR 100"} << QByteArray{"M\xfcller^J\xf6rg"} << tagNumber(DCM_ImageComments)
+        << longText << u"Müller^Jörg"_s;
+    QTest::newRow("long comments on the patient")
+        << QByteArray{"\\ISO 2022 IR 149"}
+        << QByteArray{"Hong^Gildong=\x1b$)C\xfb\xf3^\x1b$)C\xd1\xce\xd4\xd7"}
+        << tagNumber(DCM_PatientComments) << longText << u"Hong^Gildong=洪^吉洞"_s;
+    QTest::newRow("a description cut off in a character")
+        << QByteArray{"GB18030"} << QByteArray{"\xcd\xf5^\xd0\xa1\xb6\xab"} << tagNumber(DCM_StudyDescription)
+        << QByteArray{"\xd0\xd8\xb2\xbf\xb6"} << u"王^小东"_s;
+    QTest::newRow("a description in another set") << QByteArray{"ISO_IR 192"} << QByteArray{"Müller^Jörg"}
+                                                  << tagNumber(DCM_SeriesDescription)
+                                                  << QByteArray{"Sch\xe4" "del"} << u"Müller^Jörg"_s;
+}
+
+void StorageTest::anotherTextLeavesTheNameAlone() {
+    QFETCH(const QByteArray, characterSet);
+    QFETCH(const QByteArray, sent);
+    QFETCH(const quint32, other);
+    QFETCH(const QByteArray, text);
+    QFETCH(const QString, stored);
+    launch();
+    const auto object = makeObject({.patientName = sent.toStdString()});
+    object->getDataset()->putAndInsertString(DCM_SpecificCharacterSet, characterSet.constData());
+    object->getDataset()->putAndInsertString(tagOf(other), text.constData());
+    QCOMPARE(Association{daemon_->port()}.store(*object).status, 0);
+    QCOMPARE(daemon_->database.value(u"SELECT Name FROM Patient"_s), stored);
+}
+
+void StorageTest::patientsAreKeptApartWhateverElseTheirObjectsSay() {
+    launch();
+    Association peer{daemon_->port()};
+    for (const auto& [id, study] : {std::pair{"M\xdc"
+                                              "1",
+                                              "1.2.1"},
+                                    {"M\xd6"
+                                     "1",
+                                     "1.2.2"}}) {
+        const std::string uid{study};
+        const auto object =
+            makeObject({.patientId = id, .study = uid, .series = uid + ".1", .instance = uid + ".1.1"});
+        object->getDataset()->putAndInsertString(DCM_SpecificCharacterSet, "ISO_IR 100");
+        object->getDataset()->putAndInsertString(DCM_ImageComments, std::string(5000, 'x').c_str());
+        QCOMPARE(peer.store(*object).status, 0);
+    }
+    QCOMPARE(daemon_->database.rows(u"SELECT PatientID FROM Patient ORDER BY ID"_s),
+             (QList<QStringList>{{u"MÜ1"_s}, {u"MÖ1"_s}}));
 }
 
 void StorageTest::theSameInstanceReplacesItsFile() {

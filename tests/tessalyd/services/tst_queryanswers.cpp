@@ -27,6 +27,7 @@ class QueryAnswersTest : public QObject {
     void queriesAreInTheirCharacterSet();
     void aByteThatIsNotInItsCharacterSetIsNoWildcard();
     void onlyAnswersBeyondAsciiNameTheirCharacterSet();
+    void aByteThatIsNotInItsCharacterSetLeavesOtherKeysAlone();
     void manyAnswersTakeNoMemory();
     void storesGoOnMeanwhile();
     void aSearchIsStopped();
@@ -210,6 +211,16 @@ void QueryAnswersTest::aByteThatIsNotInItsCharacterSetIsNoWildcard() {
 
 void QueryAnswersTest::onlyAnswersBeyondAsciiNameTheirCharacterSet() {
     QueryAnswers answers = ask(identifier("STUDY", {{DCM_SpecificCharacterSet, "ISO_IR 100"},
+void QueryAnswersTest::aByteThatIsNotInItsCharacterSetLeavesOtherKeysAlone() {
+    QueryAnswers answers = ask(identifier("STUDY", {{DCM_SpecificCharacterSet, "ISO_IR 192"},
+                                                    {DCM_PatientID, ""},
+                                                    {DCM_PatientName, "M\xc3\xbcller*"},
+                                                    {DCM_InstitutionName, "Sch\xe4"}}));
+    QVERIFY(answers.next());
+    QCOMPARE(text(answers.answer(), DCM_PatientID), u"P2"_s);
+    QVERIFY(!answers.next());
+}
+
                                                     {DCM_StudyInstanceUID, "1.2.1\\1.2.2\\1.2.3"},
                                                     {DCM_PatientName, ""}}));
     QStringList sets;
