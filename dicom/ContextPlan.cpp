@@ -34,8 +34,13 @@ std::vector<ProposedContext> contextsOf(const std::string& sopClass, const std::
 
 ContextPlan::ContextPlan(const std::vector<ObjectKind>& kinds) {
     std::map<std::string, std::set<std::string>> stored;
-    for (const ObjectKind& kind : kinds)
-        stored[kind.sopClass].insert(kind.transferSyntax);
+    for (const ObjectKind& kind : kinds) {
+        if (kind.sopClass.empty())
+            continue;
+        auto& syntaxes = stored[kind.sopClass];
+        if (!kind.transferSyntax.empty())
+            syntaxes.insert(kind.transferSyntax);
+    }
     for (const auto& [sopClass, syntaxes] : stored) {
         auto contexts = contextsOf(sopClass, syntaxes);
         if (associations_.empty() || associations_.back().size() + contexts.size() > MostContexts)

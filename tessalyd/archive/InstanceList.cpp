@@ -4,9 +4,11 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <stdexcept>
 #include <system_error>
 
 #include "db/StoredPath.h"
+#include "dicom/ObjectFile.h"
 #include "tessalyd/archive/ArchiveLocation.h"
 
 namespace tessaly::tessalyd {
@@ -30,6 +32,17 @@ const std::array<QueryKey, 6>& placeKeys() {
     return keys;
 }
 
+/// Rows that came from elsewhere may not say what their files are; the files do.
+dicom::ObjectKind completed(dicom::ObjectKind kind, const std::string& file) {
+    if (!kind.sopClass.empty() && !kind.transferSyntax.empty())
+        return kind;
+    try {
+        return dicom::ObjectFile{file}.kind();
+    } catch (const std::runtime_error&) {  // it cannot be sent then, and whoever tries says why
+        return kind;
+    }
+}
+
 [[noreturn]] void fail() {
     throw std::system_error{errno, std::generic_category(), "the list of what is to be sent"};
 }
@@ -45,11 +58,14 @@ InstanceList::InstanceList(StatementCache& statements, ArchiveQuery query, Searc
     while (search.next()) {
         const ArchiveLocation location{search.value(places + StudyPath), search.value(places + SeriesDir),
                                        search.value(places + ImageFile)};
-        add(search.value(places + SopClass));
+        const std::string file = db::localPath(location.path());
+        const auto kind =
+            completed({search.value(places + SopClass), search.value(places + TransferSyntax)}, file);
+        add(kind.sopClass);
         add(search.value(places + SopInstance));
-        add(search.value(places + TransferSyntax));
-        add(db::localPath(location.path()));
-        kinds_.emplace(search.value(places + SopClass), search.value(places + TransferSyntax));
+        add(kind.transferSyntax);
+        add(file);
+        kinds_.emplace(kind.sopClass, kind.transferSyntax);
         ++size_;
         if (memory_.size() > MostInMemory)
             spill();

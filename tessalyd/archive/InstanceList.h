@@ -14,9 +14,9 @@ namespace tessaly::tessalyd {
 
 /// One object of the archive, as a retrieval sends it.
 struct StoredInstance {
-    std::string sopClassUid;
+    std::string sopClassUid;  ///< empty where neither the tables nor the file tell it
     std::string sopInstanceUid;
-    std::string transferSyntaxUid;  ///< that of the file
+    std::string transferSyntaxUid;  ///< that of the file; empty as the class
     std::string file;               ///< where the file system has it
 };
 
@@ -34,7 +34,7 @@ class InstanceList {
     /// True when the reading was stopped: the list is not complete then.
     [[nodiscard]] bool wasStopped() const noexcept { return stopped_; }
 
-    /// SOP class and transfer syntax, for what is to be proposed: each pair once.
+    /// SOP class and transfer syntax, for what is to be proposed: each pair once. Either may be empty.
     using Kinds = std::set<std::pair<std::string, std::string>>;
     [[nodiscard]] const Kinds& kinds() const noexcept { return kinds_; }
 

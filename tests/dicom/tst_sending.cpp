@@ -89,6 +89,7 @@ class SendingTest : public QObject {
     void statusesAreToldApart();
     void theOriginatorIsNamed();
     void moreClassesThanAnAssociationHasRoomForAreSent();
+    void whatIsNotKnownIsNotProposed();
     void aPeerThatFailsFailsAllThatFollows_data();
     void aPeerThatFailsFailsAllThatFollows();
     void storescpGivesUp_data();
@@ -218,6 +219,17 @@ void SendingTest::theOriginatorIsNamed() {
 }
 
 void SendingTest::moreClassesThanAnAssociationHasRoomForAreSent() {
+void SendingTest::whatIsNotKnownIsNotProposed() {
+    const ContextPlan plan{{{Ct, ""}, {"", ""}, {"", Rle}}};
+    QCOMPARE(plan.associations(), std::size_t{1});
+    QCOMPARE(plan.contexts(0).size(), std::size_t{1});
+    QCOMPARE(plan.contexts(0).front().sopClass, Ct);
+    QCOMPARE(plan.contexts(0).front().transferSyntaxes, (std::vector{Explicit, Implicit}));
+    QVERIFY(!plan.associationOf(""));
+    const ContextPlan nothing{std::vector<ObjectKind>{{"", ""}}};
+    QCOMPARE(nothing.associations(), std::size_t{0});
+}
+
     std::vector<ObjectKind> kinds;
     for (int i = 0; i < numberOfDcmAllStorageSOPClassUIDs; ++i) {
         for (const std::string& syntax : {Rle, Explicit})

@@ -22,6 +22,9 @@ class MovesTest : public MoveTest {
     void anotherArchiveTakesWhatIsMoved();
     void theDestinationIsToldWhoAsked();
     void oneAssociationTakesAll();
+    void rowsThatDoNotSayWhatTheirFilesAre_data();
+    void rowsThatDoNotSayWhatTheirFilesAre();
+    void aRowWithoutAClassWhoseFileIsGoneFailsAlone();
     void destinationsThatAreNone_data();
     void destinationsThatAreNone();
     void nothingFoundCallsNobody();
@@ -104,6 +107,44 @@ void MovesTest::oneAssociationTakesAll() {
         QCOMPARE(viewer.collect().counters, (Progress{-1, 5, 0, 0}));
         EVENTUALLY_COMPARE(server.ended.load(), moves);
     }
+}
+
+void MovesTest::rowsThatDoNotSayWhatTheirFilesAre_data() {
+    QTest::addColumn<QString>("unknown");
+    QTest::newRow("no class") << u"SOPClassUID=NULL"_s;
+    QTest::newRow("no syntax") << u"TransferSyntaxUID=NULL"_s;
+    QTest::newRow("neither") << u"SOPClassUID=NULL, TransferSyntaxUID=NULL"_s;
+    QTest::newRow("both empty") << u"SOPClassUID='', TransferSyntaxUID=''"_s;
+}
+
+void MovesTest::rowsThatDoNotSayWhatTheirFilesAre() {
+    QFETCH(const QString, unknown);
+    const Receiver receiver;
+    launchWith({destination(receiver.port)});
+    const QStringList uids = storeStudy(3);
+    daemon_->database.run(u"UPDATE Image SET %1 WHERE SOPInstanceUID=?"_s.arg(unknown), {uids.first()});
+    daemon_->database.release();
+    Retriever viewer{daemon_->port()};
+    askForMove(viewer);
+    const Retrieved moved = viewer.collect();
+    QCOMPARE(moved.status, 0);
+    QCOMPARE(moved.counters, (Progress{-1, 3, 0, 0}));
+    QCOMPARE(dataSetsIn(receiver.folder.path()), storedDataSets());
+}
+
+void MovesTest::aRowWithoutAClassWhoseFileIsGoneFailsAlone() {
+    const Receiver receiver;
+    launchWith({destination(receiver.port)});
+    const QStringList uids = storeStudy(3);
+    QVERIFY(QFile::remove(fileOf(uids.first())));
+    daemon_->database.run(u"UPDATE Image SET SOPClassUID=NULL WHERE SOPInstanceUID=?"_s, {uids.first()});
+    daemon_->database.release();
+    Retriever viewer{daemon_->port()};
+    askForMove(viewer);
+    const Retrieved moved = viewer.collect();
+    QCOMPARE(moved.status, 0xb000);
+    QCOMPARE(moved.counters, (Progress{-1, 2, 1, 0}));
+    QCOMPARE(moved.failed, QStringList{uids.first()});
 }
 
 void MovesTest::destinationsThatAreNone_data() {
