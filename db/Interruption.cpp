@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <exception>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -20,38 +21,40 @@ constexpr std::chrono::milliseconds Interval{100};
 
 }  // namespace
 
-/// One statement. Its mutex keeps its own thread from going on while the question is asked.
+/// One statement, and the thread that asks for it, once it has run for a while. The mutex keeps the
+/// statement's own thread from going on while the question is asked.
 struct Interruption::Watched {
     Watched(SQLHSTMT runs, const std::function<bool()>& question) : statement(runs), isUnwanted(question) {}
 
-    void look() {
-        const std::lock_guard lock{mutex};
-        if (isOver || Clock::now() < due)
-            return;
-        due = Clock::now() + Interval;
-        if (!isStopped && !fault) {
-            try {
-                isStopped = isUnwanted();
-            } catch (...) {
-                fault = std::current_exception();
+    void ask() {
+        std::unique_lock lock{mutex};
+        while (!isOver) {
+            if (!isStopped && !fault) {
+                try {
+                    isStopped = isUnwanted();
+                } catch (...) {
+                    fault = std::current_exception();
+                }
             }
+            // Again and again: one that comes before the engine has begun ends nothing.
+            if (isStopped || fault)
+                SQLCancel(statement);
+            over.wait_for(lock, Interval, [this] { return isOver; });
         }
-        // Again and again: one that comes before the engine has begun ends nothing.
-        if (isStopped || fault)
-            SQLCancel(statement);
     }
 
-    std::mutex mutex;
     const SQLHSTMT statement;
     const std::function<bool()>& isUnwanted;
-    Clock::time_point due = Clock::now() + Interval;
+    const Clock::time_point due = Clock::now() + Interval;
+    std::mutex mutex;
+    std::condition_variable over;
     bool isOver = false;
     bool isStopped = false;
     std::exception_ptr fault;
+    std::thread asker;
 };
 
-/// The thread that asks, for all statements of the process. A question that takes long delays the others, and
-/// nothing but them.
+/// Begins the threads of the statements that take long. Most are over before that, and cost no thread.
 class Interruption::Watcher {
   public:
     static Watcher& instance() {
@@ -59,37 +62,45 @@ class Interruption::Watcher {
         return watcher;
     }
 
-    void add(std::shared_ptr<Watched> watched) {
+    void add(Watched& watched) {
         const std::lock_guard lock{mutex_};
-        watched_.push_back(std::move(watched));
+        waiting_.push_back(&watched);
         if (std::exchange(isIdle_, false))
             begun_.notify_one();
     }
-    void remove(const std::shared_ptr<Watched>& watched) {
+    /// Its thread does not begin any more, if it has not.
+    void remove(Watched& watched) {
         const std::lock_guard lock{mutex_};
-        std::erase(watched_, watched);
+        std::erase(waiting_, &watched);
     }
 
   private:
     void run(const std::stop_token& stop) {
         std::unique_lock lock{mutex_};
         while (!stop.stop_requested()) {
-            if (watched_.empty()) {
+            if (waiting_.empty()) {
                 isIdle_ = true;
                 begun_.wait(lock, stop, [this] { return !isIdle_; });
             }
             begun_.wait_for(lock, stop, Interval / 2, [] { return false; });
-            const auto all = watched_;
-            lock.unlock();
-            for (const auto& watched : all)
-                watched->look();
-            lock.lock();
+            const auto now = Clock::now();
+            std::erase_if(waiting_,
+                          [now](Watched* watched) { return watched->due <= now && begin(*watched); });
+        }
+    }
+
+    static bool begin(Watched& watched) {
+        try {
+            watched.asker = std::thread{[&watched] { watched.ask(); }};
+            return true;
+        } catch (const std::system_error&) {  // no thread is to be had now
+            return false;
         }
     }
 
     std::mutex mutex_;
     std::condition_variable_any begun_;
-    std::vector<std::shared_ptr<Watched>> watched_;
+    std::vector<Watched*> waiting_;
     bool isIdle_ = false;
     std::jthread thread_{[this](const std::stop_token& stop) { run(stop); }};  // last: it uses the others
 };
@@ -97,29 +108,36 @@ class Interruption::Watcher {
 Interruption::Interruption(const Statement& statement, const std::function<bool()>& isUnwanted) {
     if (!isUnwanted || !statement.session()->engine().endsStatementsFromElsewhere())
         return;
-    watched_ = std::make_shared<Watched>(statement.get(), isUnwanted);
-    Watcher::instance().add(watched_);
+    watched_ = std::make_unique<Watched>(statement.get(), isUnwanted);
+    Watcher::instance().add(*watched_);
 }
 
 Interruption::~Interruption() {
-    if (!watched_)
-        return;
-    {
-        const std::lock_guard lock{watched_->mutex};
-        watched_->isOver = true;
-    }
-    Watcher::instance().remove(watched_);
+    if (watched_)
+        finish();
 }
 
 void Interruption::end() {
     if (!watched_)
         return;
-    const std::lock_guard lock{watched_->mutex};
-    watched_->isOver = true;
+    finish();
     if (watched_->fault)
         std::rethrow_exception(watched_->fault);
     if (watched_->isStopped)
         throw Stopped{};
+}
+
+/// Nobody is asked any more from here on; may be called again.
+void Interruption::finish() {
+    Watcher::instance().remove(*watched_);
+    if (!watched_->asker.joinable())
+        return;
+    {
+        const std::lock_guard lock{watched_->mutex};
+        watched_->isOver = true;
+    }
+    watched_->over.notify_all();
+    watched_->asker.join();
 }
 
 }  // namespace tessaly::db::detail

@@ -9,7 +9,8 @@ namespace tessaly::db::detail {
 
 /// While a statement runs: asks, some times a second and in a thread of its own, whether it is still wanted,
 /// and has the engine end it when it is not. For the length of one ODBC call of the statement's own thread,
-/// which waits in it meanwhile: what is asked may use whatever belongs to that thread.
+/// which waits in it meanwhile: what is asked may use whatever belongs to that thread. A question that takes
+/// long is no matter to other statements.
 class Interruption {
   public:
     /// Nothing happens where `isUnwanted` is empty or the engine's driver cannot end a statement from another
@@ -27,7 +28,9 @@ class Interruption {
   private:
     class Watcher;
     struct Watched;
-    std::shared_ptr<Watched> watched_;
+    void finish();
+
+    std::unique_ptr<Watched> watched_;
 };
 
 }  // namespace tessaly::db::detail

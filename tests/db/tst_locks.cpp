@@ -1,6 +1,7 @@
 #include <QTest>
 #include <atomic>
 #include <future>
+#include <latch>
 #include <stdexcept>
 #include <thread>
 
@@ -37,6 +38,7 @@ class LocksTest : public QObject {
     void aQuerysOwnLimitEndsItsWait();
     void theDataSourcesOwnLimitStands();
     void aStatementThatNobodyWantsEnds();
+    void aQuestionThatTakesLongHoldsUpNoOther();
     void whatTheQuestionThrowsComesThrough();
 
   private:
@@ -146,6 +148,33 @@ void LocksTest::aStatementThatNobodyWantsEnds() {
     sleeping.setStop([] { return true; });
     QVERIFY_THROWS_EXCEPTION(db::Stopped, (void)sleeping.open());
     QVERIFY_THROWS_EXCEPTION(db::Error, transaction.commit());
+}
+
+void LocksTest::aQuestionThatTakesLongHoldsUpNoOther() {
+    std::latch asked{1};
+    std::latch answered{1};
+    auto first = std::async(std::launch::async, [&] {
+        db::Connection other;
+        other.setConnectString("DSN=DicomFDB");
+        other.establish();
+        Query sleeping{other, "SELECT pg_sleep(3600)"};
+        sleeping.setStop([&] {
+            asked.count_down();
+            answered.wait();
+            return true;
+        });
+        try {
+            return sleeping.open().next();
+        } catch (const db::Stopped&) {
+            return true;
+        }
+    });
+    asked.wait();
+    Query second{*connection_, "SELECT pg_sleep(3600)"};
+    second.setStop([] { return true; });
+    QVERIFY_THROWS_EXCEPTION(db::Stopped, (void)second.open());
+    answered.count_down();
+    QVERIFY(first.get());
 }
 
 void LocksTest::whatTheQuestionThrowsComesThrough() {

@@ -5,6 +5,7 @@
 
 #include <QFile>
 #include <QTest>
+#include <array>
 #include <utility>
 
 #include "tessalyd/services/QuerySessions.h"
@@ -27,6 +28,7 @@ class FindUnderWayTest : public DaemonTest {
     void aCancelRightAfterTheRequestEndsIt();
     void aToolCancels();
     void aCancelEndsASearchWithoutAnswers();
+    void aRequesterThatStopsInTheMiddleHoldsUpNoOther();
     void aQueryThatTakesTooLongIsRefused();
     void aDatabaseThatFailsIsTold();
     void memoryStaysFlat();
@@ -167,6 +169,34 @@ void FindUnderWayTest::aCancelEndsASearchWithoutAnswers() {
     Finding finding{*peer, nothing()};
     finding.cancel();
     const Finding::Rest rest = finding.rest();
+void FindUnderWayTest::aRequesterThatStopsInTheMiddleHoldsUpNoOther() {
+    stock(Many);
+    daemon_->database.run(u"UPDATE DicomServer SET QueryTimeout=0"_s);
+    daemon_->database.release();
+    daemon_->launch();
+    // Readers of the file engine wait for nobody.
+    const bool blocks = ScratchDatabase::isPostgresql();
+    if (blocks) {
+        daemon_->database.run(u"BEGIN"_s);
+        daemon_->database.run(u"LOCK TABLE Study IN ACCESS EXCLUSIVE MODE"_s);
+    } else {
+        makeReadingSlow();
+    }
+    const auto stuck = workstation();
+    const Finding first{*stuck, nothing()};
+    std::array<char, 3> half{4, 0, 0};  // of a PDU's header: there is no length
+    QCOMPARE(DUL_getTransportConnection(stuck->raw()->DULassociation)->write(half.data(), half.size()),
+             ssize_t{3});
+    const auto peer = workstation();
+    Finding second{*peer, nothing()};
+    second.cancel();
+    QCOMPARE(second.rest().last.status, 0xfe00);
+    QVERIFY(!ASC_dataWaiting(stuck->raw(), 0));  // nor has it been given up by then
+    QVERIFY(peer->echo());
+    if (blocks)
+        daemon_->database.run(u"COMMIT"_s);
+}
+
     QCOMPARE(rest.last.status, 0xfe00);
     QCOMPARE(rest.pending, 0);
     QVERIFY(peer->echo());
