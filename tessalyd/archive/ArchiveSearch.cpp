@@ -136,11 +136,12 @@ void ArchiveSearch::openPage() {
     statementText_ = &page.text;
     statement_ = statements_.take(page.text);
     statement_->bindAll(std::move(values));
-    statement_->setStop(limits_.stop);
+    if (limits_.stop)
+        statement_->setStop([this] { return isUnwanted(); });
     entitiesOfPage_ = 0;
-    const auto start = Clock::now();
+    const auto start = Clock::now() - asking_;
     rows_.emplace(statement_->open());
-    pageTook_ = Clock::now() - start;
+    pageTook_ = Clock::now() - asking_ - start;
 }
 
 void ArchiveSearch::sizeNextPage() {
@@ -259,8 +260,18 @@ void ArchiveSearch::look() {
         throw SearchTimeout{};
     if (limits_.stop && now - lastAsked_ > AskInterval) {
         lastAsked_ = now;
-        stopped_ = limits_.stop();
+        stopped_ = isUnwanted();
     }
+}
+
+/// A requester that takes its answers slowly does not use up the time that the search has.
+bool ArchiveSearch::isUnwanted() {
+    const auto asked = Clock::now();
+    const bool unwanted = limits_.stop();
+    const auto took = Clock::now() - asked;
+    since_ += took;
+    asking_ += took;
+    return unwanted;
 }
 
 }  // namespace tessaly::tessalyd

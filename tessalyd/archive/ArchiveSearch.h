@@ -23,8 +23,9 @@ class SearchTimeout : public std::runtime_error {
 struct SearchLimits {
     std::chrono::seconds timeout{
         0};  ///< of the search's own work, not of what its user does between; zero: none
-    /// Asked now and then, some hundred times a second, while no answer comes: true ends the search. While
-    /// the engine works on a statement it may be asked in another thread; that of the search waits then.
+    /// Asked now and then, some hundred times a second, while no answer comes: true ends the search. It may
+    /// take its time, which is not the search's. While the engine works on a statement it may be asked in
+    /// another thread; that of the search waits then.
     std::function<bool()> stop = {};
 };
 
@@ -64,6 +65,7 @@ class ArchiveSearch {
     bool modalitiesMatch();
     void watch();
     void look();
+    [[nodiscard]] bool isUnwanted();
 
     using Clock = std::chrono::steady_clock;
     [[nodiscard]] bool isOver(Clock::time_point now) const;
@@ -96,7 +98,8 @@ class ArchiveSearch {
     std::set<std::string> modalities_;
 
     Clock::duration worked_{0};
-    Clock::time_point since_;
+    Clock::time_point since_;  // as if nobody had been asked in between
+    Clock::duration asking_{0};
     Clock::time_point lastAsked_;
     unsigned rowsSeen_ = 0;
     bool stopped_ = false;

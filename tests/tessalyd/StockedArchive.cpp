@@ -99,6 +99,21 @@ QStringList StockedArchive::search(const char* level, std::vector<AskedKey> keys
     return found;
 }
 
+void makeStudiesSlow(const ScratchDatabase& database) {
+    database.run(u"ALTER TABLE Study RENAME TO StudyRows"_s);
+    database.run(
+        u"CREATE VIEW Study AS SELECT StudyInstanceUID, IDPatient, StudyPath, StudyID, StudyDate, StudyTime, "
+        "AccessionNumber, ReferringPhysicianName, Description||(SELECT SUM(i) FROM (WITH RECURSIVE n(i) AS "
+        "(SELECT length(StudyRows.StudyID) UNION ALL SELECT i+1 FROM n WHERE i<4000) SELECT i FROM n) AS "
+        "Numbers) "
+        "AS Description FROM StudyRows"_s);
+}
+
+void makeStudiesFast(const ScratchDatabase& database) {
+    database.run(u"DROP VIEW Study"_s);
+    database.run(u"ALTER TABLE StudyRows RENAME TO Study"_s);
+}
+
 QStringList sorted(QStringList texts) {
     texts.sort();
     return texts;

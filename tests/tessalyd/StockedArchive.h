@@ -51,6 +51,10 @@ class StockedArchive {
                        const tessalyd::QueryOptions& options, bool narrow);
 };
 
+/// Reading one row of Study takes the engine some milliseconds from now on, until it is undone.
+void makeStudiesSlow(const ScratchDatabase& database);
+void makeStudiesFast(const ScratchDatabase& database);
+
 /// Texts in an order of their own, for comparing sets.
 [[nodiscard]] QStringList sorted(QStringList texts);
 

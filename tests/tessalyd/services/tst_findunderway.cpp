@@ -86,12 +86,7 @@ void FindUnderWayTest::stock(int studies) const {
 }
 
 void FindUnderWayTest::makeReadingSlow() const {
-    daemon_->database.run(u"ALTER TABLE Study RENAME TO StudyRows"_s);
-    daemon_->database.run(
-        u"CREATE VIEW Study AS SELECT StudyInstanceUID, IDPatient, StudyPath, StudyID, StudyDate, StudyTime, "
-        "AccessionNumber, ReferringPhysicianName, Description||(SELECT SUM(i) FROM (WITH RECURSIVE n(i) AS "
-        "(SELECT length(StudyRows.StudyID) UNION ALL SELECT i+1 FROM n WHERE i<4000) SELECT i FROM n) AS Numbers) "
-        "AS Description FROM StudyRows"_s);
+    makeStudiesSlow(daemon_->database);
     daemon_->database.release();
 }
 
@@ -169,6 +164,11 @@ void FindUnderWayTest::aCancelEndsASearchWithoutAnswers() {
     Finding finding{*peer, nothing()};
     finding.cancel();
     const Finding::Rest rest = finding.rest();
+    QCOMPARE(rest.last.status, 0xfe00);
+    QCOMPARE(rest.pending, 0);
+    QVERIFY(peer->echo());
+}
+
 void FindUnderWayTest::aRequesterThatStopsInTheMiddleHoldsUpNoOther() {
     stock(Many);
     daemon_->database.run(u"UPDATE DicomServer SET QueryTimeout=0"_s);
@@ -195,11 +195,6 @@ void FindUnderWayTest::aRequesterThatStopsInTheMiddleHoldsUpNoOther() {
     QVERIFY(peer->echo());
     if (blocks)
         daemon_->database.run(u"COMMIT"_s);
-}
-
-    QCOMPARE(rest.last.status, 0xfe00);
-    QCOMPARE(rest.pending, 0);
-    QVERIFY(peer->echo());
 }
 
 void FindUnderWayTest::aQueryThatTakesTooLongIsRefused() {

@@ -1,6 +1,7 @@
 #include <dcmtk/dcmdata/dctk.h>
 
 #include <QFile>
+#include <QScopeGuard>
 #include <QTest>
 #include <thread>
 
@@ -26,12 +27,13 @@ class QueryAnswersTest : public QObject {
     void queriesAreInTheirCharacterSet_data();
     void queriesAreInTheirCharacterSet();
     void aByteThatIsNotInItsCharacterSetIsNoWildcard();
-    void onlyAnswersBeyondAsciiNameTheirCharacterSet();
     void aByteThatIsNotInItsCharacterSetLeavesOtherKeysAlone();
+    void onlyAnswersBeyondAsciiNameTheirCharacterSet();
     void manyAnswersTakeNoMemory();
     void storesGoOnMeanwhile();
     void aSearchIsStopped();
     void aSearchEndsAtItsTimeout();
+    void whatItsUserTakesIsNotTheSearchsTime();
     void aTableThatSomebodyHasLockedEndsAQueryAtItsTimeout();
     void aSearchIsStoppedWhileItsStatementWaits();
     void theTablesAreFreeBetweenAnswers();
@@ -209,8 +211,6 @@ void QueryAnswersTest::aByteThatIsNotInItsCharacterSetIsNoWildcard() {
     }
 }
 
-void QueryAnswersTest::onlyAnswersBeyondAsciiNameTheirCharacterSet() {
-    QueryAnswers answers = ask(identifier("STUDY", {{DCM_SpecificCharacterSet, "ISO_IR 100"},
 void QueryAnswersTest::aByteThatIsNotInItsCharacterSetLeavesOtherKeysAlone() {
     QueryAnswers answers = ask(identifier("STUDY", {{DCM_SpecificCharacterSet, "ISO_IR 192"},
                                                     {DCM_PatientID, ""},
@@ -221,6 +221,8 @@ void QueryAnswersTest::aByteThatIsNotInItsCharacterSetLeavesOtherKeysAlone() {
     QVERIFY(!answers.next());
 }
 
+void QueryAnswersTest::onlyAnswersBeyondAsciiNameTheirCharacterSet() {
+    QueryAnswers answers = ask(identifier("STUDY", {{DCM_SpecificCharacterSet, "ISO_IR 100"},
                                                     {DCM_StudyInstanceUID, "1.2.1\\1.2.2\\1.2.3"},
                                                     {DCM_PatientName, ""}}));
     QStringList sets;
@@ -279,13 +281,10 @@ void QueryAnswersTest::aSearchIsStopped() {
 
 void QueryAnswersTest::aSearchEndsAtItsTimeout() {
     using namespace std::chrono_literals;
-    bool delayed = false;
-    QueryAnswers answers = ask(identifier("STUDY", {{DCM_PatientName, "*nobody*"}}),
-                               {.timeout = 1s, .stop = [&delayed] {
-                                    if (!std::exchange(delayed, true))
-                                        std::this_thread::sleep_for(1100ms);  // as if the engine had taken it
-                                    return false;
-                                }});
+    makeStudiesSlow(archive_->database);
+    const auto undo = qScopeGuard([this] { makeStudiesFast(archive_->database); });
+    QueryAnswers answers = ask(
+        identifier("STUDY", {{DCM_PatientID, "M*"}, {DCM_StudyDescription, "*nothing"}}), {.timeout = 1s});
     try {
         (void)answers.next();
         QFAIL("no time-out");
@@ -293,7 +292,26 @@ void QueryAnswersTest::aSearchEndsAtItsTimeout() {
         QCOMPARE(failure.status(), Uint16{0xa700});
         QVERIFY(*failure.what() != '\0');
     }
-    // What its user does between two answers is not the query's time.
+}
+
+void QueryAnswersTest::whatItsUserTakesIsNotTheSearchsTime() {
+    using namespace std::chrono_literals;
+    {
+        // A statement that takes a while, so that its user is asked meanwhile.
+        makeStudiesSlow(archive_->database);
+        const auto undo = qScopeGuard([this] { makeStudiesFast(archive_->database); });
+        bool delayed = false;
+        QueryAnswers answers =
+            ask(identifier("STUDY", {{DCM_PatientID, "M1001*"}, {DCM_StudyDescription, "*nothing"}}),
+                {.timeout = 3s, .stop = [&delayed] {
+                     if (!std::exchange(delayed, true))
+                         std::this_thread::sleep_for(4s);
+                     return false;
+                 }});
+        QVERIFY(!answers.next());
+        QVERIFY(delayed);
+        QVERIFY(!answers.wasStopped());
+    }
     QueryAnswers slow = ask(identifier("STUDY", {{DCM_PatientID, "P?"}}), {.timeout = 1s});
     QVERIFY(slow.next());
     std::this_thread::sleep_for(1100ms);
