@@ -20,9 +20,6 @@ using dicom::DataSetText;
 
 constexpr std::array<std::string_view, 4> LevelNames{"PATIENT", "STUDY", "SERIES", "IMAGE"};
 
-/// Longer values are not read: the longest list of UIDs that is sent has some 64 KB.
-constexpr Uint32 LongestValue = 1U << 20U;
-
 /// In place of a byte that cannot be read: stands for nothing that is stored, and is no wildcard.
 constexpr std::string_view Unreadable = "\xef\xbf\xbd";
 
@@ -131,7 +128,8 @@ std::unique_ptr<DcmDataset> parseIdentifier(std::span<const char> bytes, E_Trans
     stream.setEos();
     auto dataset = std::make_unique<DcmDataset>();
     dataset->transferInit();
-    const OFCondition read = dataset->read(stream, syntax, EGL_noChange, LongestValue);
+    // Every value that is there, however long: one that is passed over would ask for everything.
+    const OFCondition read = dataset->read(stream, syntax, EGL_noChange, static_cast<Uint32>(bytes.size()));
     dataset->transferEnd();
     if (read.bad())
         throw refuse("The identifier cannot be read");

@@ -1,4 +1,5 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcostrmb.h>
 #include <dcmtk/dcmnet/dimse.h>
 
 #include <QTest>
@@ -25,6 +26,7 @@ class QueryIdentifierTest : public QObject {
     void aRetrievalHasUniqueKeysAlone();
     void whatIsNoIdentifierIsRefused_data();
     void whatIsNoIdentifierIsRefused();
+    void aListAsLongAsAnIdentifierIsRead();
     void keysAreToldFromOtherElements();
     void everyKeyHasItsLevel();
 
@@ -220,6 +222,30 @@ void QueryIdentifierTest::whatIsNoIdentifierIsRefused() {
     const QByteArray level{"\x08\x00\x52\x00\x43\x53\x06\x00STUDY ", 14};
     const auto parsed = parseIdentifier(level, EXS_LittleEndianExplicit);
     QCOMPARE(readQuery(*parsed, Study, {}).query.level, Level::Study);
+}
+
+void QueryIdentifierTest::aListAsLongAsAnIdentifierIsRead() {
+    const auto uid = [](int number) {
+        return "1.2.826.0.1.3680043.8.498.12345678901234567890123456789.1" + std::to_string(number);
+    };
+    constexpr int First = 10'000;
+    constexpr int Behind = 60'000;
+    std::string list;
+    for (int number = First; number < Behind; ++number)
+        (list += list.empty() ? "" : "\\") += uid(number);
+    DcmDataset made = identifier("STUDY", {{DCM_StudyInstanceUID, list}});
+    std::vector<char> bytes(2 * list.size());
+    DcmOutputBufferStream stream{bytes.data(), static_cast<offile_off_t>(bytes.size())};
+    made.transferInit();
+    QVERIFY(made.write(stream, EXS_LittleEndianImplicit, EET_ExplicitLength, nullptr).good());
+    bytes.resize(static_cast<std::size_t>(stream.tell()));
+    const auto parsed = parseIdentifier(bytes, EXS_LittleEndianImplicit);
+    const ArchiveQuery query = readQuery(*parsed, Study, {}).query;
+    const KeyMatch& match = query.keys.at(0).match;
+    QVERIFY(!match.isUniversal());
+    QVERIFY(match.matches(uid(First)).has_value());
+    QVERIFY(match.matches(uid(Behind - 1)).has_value());
+    QVERIFY(!match.matches(uid(Behind)).has_value());
 }
 
 void QueryIdentifierTest::keysAreToldFromOtherElements() {
