@@ -67,7 +67,8 @@ class Walk {
         const auto isBeyond = [this](const Level& level) {
             return level.end > data_.size() && level.end != Unbounded;
         };
-        return at_ > data_.size() || std::any_of(levels_.begin(), levels_.end(), isBeyond);
+        return at_ > data_.size() || endsInHeader_ || endsInTag() ||
+               std::any_of(levels_.begin(), levels_.end(), isBeyond);
     }
 
   private:
@@ -87,6 +88,13 @@ class Walk {
 
     [[nodiscard]] bool fits(std::size_t size) const {
         return at_ <= data_.size() && data_.size() - at_ >= size;
+    }
+    /// Less than a header is left. Some devices fill their data sets up with zeros.
+    [[nodiscard]] bool endsInTag() const {
+        bool isFilling = true;
+        for (std::size_t i = at_; !fits(HeaderSize) && i < data_.size(); ++i)
+            isFilling = isFilling && data_[i] == '\0';
+        return !isFilling;
     }
     [[nodiscard]] std::uint32_t number(std::size_t offset, std::size_t size) const {
         std::uint32_t value = 0;
@@ -154,6 +162,7 @@ class Walk {
             const bool isLong = vr.usesExtendedLengthEncoding();
             if (isLong && !fits(LongHeaderSize)) {
                 at_ = data_.size();
+                endsInHeader_ = true;
                 return;
             }
             length = isLong ? number(8, 4) : number(6, 2);
@@ -178,6 +187,7 @@ class Walk {
     Lengths counts_;
     Encoding outermost_;
     std::size_t at_ = 0;
+    bool endsInHeader_ = false;
     std::vector<Level> levels_;
 };
 

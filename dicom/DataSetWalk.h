@@ -17,8 +17,8 @@ namespace tessaly::dicom {
 [[nodiscard]] bool nestsTooDeep(std::span<const char> dataSet, E_TransferSyntax syntax,
                                 const DcmTagKey& end = DcmTagKey{0xffff, 0xffff});
 
-/// True when a value is longer than what is there of it. What is merely not ended, as some devices leave the
-/// last sequence, is whole.
+/// True when a value is longer than what is there of it, or a header is there in part. What is merely not
+/// ended, as some devices leave the last sequence, or is filled up with zeros, is whole.
 [[nodiscard]] bool isCutOff(std::span<const char> dataSet, E_TransferSyntax syntax);
 /// The same of a data set that is not in memory: `byteAt` is asked for hardly more than the elements'
 /// headers, and comes through with what it throws.

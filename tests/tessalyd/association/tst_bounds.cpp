@@ -7,6 +7,7 @@
 #include <QTcpSocket>
 #include <QTest>
 #include <QTimer>
+#include <array>
 #include <future>
 
 #include "dicom/DataSetWalk.h"
@@ -53,6 +54,8 @@ class BoundsTest : public QObject {
     void whatAValueHoldsMayLookLikeAnything();
     void cutValuesAreNoticed_data();
     void cutValuesAreNoticed();
+    void cutHeadersAreNoticed_data();
+    void cutHeadersAreNoticed();
     void commandsAreMeasuredInWhateverPartsTheyCome();
     void lengthsThatDoNotFitAreNoticed();
     void aRequestThatComesSlowlyIsGivenUp();
@@ -199,6 +202,31 @@ void BoundsTest::cutValuesAreNoticed() {
         QVERIFY2(isCutOff(view(data.first(end - missing)), transferSyntax),
                  qPrintable(QString::number(missing)));
     QVERIFY(!isCutOff(view(data + QByteArray(64, '\0')), transferSyntax));  // padding
+}
+
+void BoundsTest::cutHeadersAreNoticed_data() {
+    sequencesAreCountedInEveryEncoding_data();
+}
+
+void BoundsTest::cutHeadersAreNoticed() {
+    QFETCH(const int, syntax);
+    QFETCH(const bool, lengths);
+    const auto transferSyntax = static_cast<E_TransferSyntax>(syntax);
+    DcmDataset set;
+    set.putAndInsertUint16(DCM_Rows, 1);
+    const QByteArray before = encoded(set, transferSyntax, lengths);
+    constexpr std::array<Uint16, 4> Pixels{1, 2, 3, 4};
+    set.putAndInsertUint16Array(DCM_PixelData, Pixels.data(), Pixels.size());
+    const QByteArray data = encoded(set, transferSyntax, lengths);
+    QVERIFY(data.startsWith(before));
+    QVERIFY(!isCutOff(view(data), transferSyntax));
+    QVERIFY(!isCutOff(view(before), transferSyntax));
+    for (int more = 1; more <= 11; ++more) {
+        QVERIFY2(isCutOff(view(data.first(before.size() + more)), transferSyntax),
+                 qPrintable(QString::number(more)));
+        QVERIFY2(!isCutOff(view(data + QByteArray(more, '\0')), transferSyntax),
+                 qPrintable(QString::number(more)));
+    }
 }
 
 void BoundsTest::commandsAreMeasuredInWhateverPartsTheyCome() {
