@@ -36,8 +36,9 @@ class Requester {
     /// data set that is not taken is passed over by whatever is called next.
     [[nodiscard]] bool receiveDataSet(DcmOutputStream& target);
 
-    /// True from a C-CANCEL of the request on that is being answered. Does not wait; what has been sent and
-    /// still waits to go out together goes out with this.
+    /// True from a C-CANCEL of the request on that is being answered. Does not wait for the requester to say
+    /// anything. It waits for one that has said half of something, and, some milliseconds after the last
+    /// answer, for one that does not take what is to go out, which goes out with this then.
     [[nodiscard]] bool isCancelled();
 
     /// The next command that is no C-CANCEL: the answer to what a service has asked the requester.

@@ -14,22 +14,14 @@ namespace {
 /// A list of a thousand UIDs has 65 KB.
 constexpr std::size_t Longest = std::size_t{4} << 20U;
 
-struct Command {
-    const char* sopClass;
-    bool hasIdentifier;
-};
-
-Command commandOf(const T_DIMSE_Message& message) {
-    const auto of = [](const auto& request) {
-        return Command{request.AffectedSOPClassUID, request.DataSetType != DIMSE_DATASET_NULL};
-    };
+const char* sopClassOf(const T_DIMSE_Message& message) {
     switch (message.CommandField) {
         case DIMSE_C_MOVE_RQ:
-            return of(message.msg.CMoveRQ);
+            return message.msg.CMoveRQ.AffectedSOPClassUID;
         case DIMSE_C_GET_RQ:
-            return of(message.msg.CGetRQ);
+            return message.msg.CGetRQ.AffectedSOPClassUID;
         default:
-            return of(message.msg.CFindRQ);
+            return message.msg.CFindRQ.AffectedSOPClassUID;
     }
 }
 
@@ -57,11 +49,8 @@ std::vector<char> receiveBytes(Requester& requester) {
 }  // namespace
 
 std::unique_ptr<DcmDataset> receiveIdentifier(const Request& request, Requester& requester) {
-    const Command command = commandOf(request.message);
-    if (!command.hasIdentifier)
-        throw cannotUnderstand("The identifier is missing");
     const std::vector<char> bytes = receiveBytes(requester);
-    if (request.context->sopClass != command.sopClass) {
+    if (request.context->sopClass != sopClassOf(request.message)) {
         constexpr DIC_US NotSupported = 0x0122;
         throw RequestFailure{NotSupported, "The SOP class is not that of the presentation context"};
     }

@@ -105,7 +105,7 @@ DIC_US Retriever::ask(ContextId context, const char* level, const std::vector<As
 DIC_US Retriever::askWithBytes(ContextId context, std::span<const char> identifier,
                                const std::string& destination) {
     const DIC_US id = writeCommand(context, destination.empty() ? DIMSE_C_GET_RQ : DIMSE_C_MOVE_RQ,
-                                   sopClassOf(context), {}, true, destination);
+                                   sopClassOf(context), {}, !identifier.empty(), destination);
     writeParts(context, false, identifier, true);
     return id;
 }

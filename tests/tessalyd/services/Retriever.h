@@ -62,7 +62,7 @@ class Retriever : public Association {
     /// Sends the request; returns its message ID. A destination makes it a C-MOVE's.
     DIC_US ask(ContextId context, const char* level, const std::vector<AskedKey>& keys,
                const std::string& destination = {});
-    /// The same with an identifier that is whatever the bytes are.
+    /// The same with an identifier that is whatever the bytes are, or none.
     DIC_US askWithBytes(ContextId context, std::span<const char> identifier,
                         const std::string& destination = {});
     void cancel(ContextId context, DIC_US messageId);

@@ -22,6 +22,8 @@ class RetrieveFaultsTest : public MoveTest {
     void tablesThatCannotBeAskedAreTold();
     void bytesThatAreNoIdentifierAreRefused_data();
     void bytesThatAreNoIdentifierAreRefused();
+    void aRequestWithoutAnIdentifierEndsTheAssociation_data();
+    void aRequestWithoutAnIdentifierEndsTheAssociation();
     void aDiskThatFailsTheReadIsCounted();
     void aFileThatEndsWhileItIsSentCostsItsAssociationAlone();
     void aDestinationThatSaysNothingHasFailed();
@@ -81,6 +83,19 @@ void RetrieveFaultsTest::bytesThatAreNoIdentifierAreRefused() {
 }
 
 /// Of a folder's name every read fails, as of a file on a disk that is broken.
+void RetrieveFaultsTest::aRequestWithoutAnIdentifierEndsTheAssociation_data() {
+    byModel();
+}
+
+void RetrieveFaultsTest::aRequestWithoutAnIdentifierEndsTheAssociation() {
+    QFETCH(const int, context);
+    launchWith({destination(unusedPort())});
+    Retriever viewer{daemon_->port()};
+    const bool isMove = context == Retriever::MoveStudyRoot;
+    viewer.askWithBytes(static_cast<Retriever::ContextId>(context), {}, isMove ? "DEST" : "");
+    QVERIFY(viewer.waitForEnd());  // the toolkit takes such a message for a broken one
+}
+
 void RetrieveFaultsTest::aDiskThatFailsTheReadIsCounted() {
     const Receiver receiver;
     launchWith({destination(receiver.port)});
