@@ -157,6 +157,8 @@ SendResult ObjectSender::sendOpen(OutgoingObject& object, const MoveOriginator* 
             if (const auto converted = object.in(syntax))
                 return sendOver(*context, *converted, originator);
         } catch (const std::exception& fault) {
+            if (stop_.stop_requested())
+                throw Broken{"stopped"};
             return failed(fault.what());
         }
     }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <memory>
 #include <system_error>
 
 #include "dicom/StoreRequest.h"
@@ -101,21 +102,29 @@ class GetService::Sending {
         }
     }
 
-    /// Empty when it was sent and counted, else why not.
+    /// Empty when it was sent and counted, or cancelled before; else why not.
     std::string trySend(const StoredInstance& instance) {
-        StoredObject stored{instance};
-        const E_TransferSyntax syntax = DcmXfer{stored.kind().transferSyntax.c_str()}.getXfer();
+        const auto stored = std::make_shared<StoredObject>(instance);
+        const E_TransferSyntax syntax = DcmXfer{stored->kind().transferSyntax.c_str()}.getXfer();
         const AcceptedContext* const context =
-            contextFor(requester_.contexts(), stored.kind().sopClass, syntax);
+            contextFor(requester_.contexts(), stored->kind().sopClass, syntax);
         if (context == nullptr)
             return "the requester has no presentation context in which it would receive it";
         std::unique_ptr<dicom::OutgoingObject> converted;
         if (context->syntax != syntax) {
-            converted = stored.in(DcmXfer{context->syntax}.getXferID());
+            bool cancelled = false;
+            converted = service_.retrieval_.conversions().convert(
+                stored, DcmXfer{context->syntax}.getXferID(), [this, &cancelled] {
+                    tellProgress();
+                    cancelled = Retrieval::isCancelled(requester_);
+                    return cancelled;
+                });
+            if (cancelled)
+                return {};
             if (!converted)
                 return "it cannot be decoded";
         }
-        const dicom::SendResult result = sendOver(*context, converted ? *converted : stored);
+        const dicom::SendResult result = sendOver(*context, converted ? *converted : *stored);
         switch (result.outcome) {
             case dicom::SendResult::Outcome::Success:
                 operations_.complete();

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <memory>
+#include <stdexcept>
 #include <vector>
 
 #include "tessalyd/Log.h"
@@ -42,6 +44,35 @@ dicom::ObjectSender::Trace dumps() {
     return trace;
 }
 
+/// A stored object whose conversion a stop does not wait for.
+class StoppableObject final : public dicom::OutgoingObject {
+  public:
+    StoppableObject(const StoredInstance& instance, Conversions& conversions, std::stop_token stop)
+        : object_(std::make_shared<StoredObject>(instance)),
+          conversions_(conversions),
+          stop_(std::move(stop)) {}
+
+    [[nodiscard]] const dicom::ObjectKind& kind() const noexcept override { return object_->kind(); }
+    [[nodiscard]] const std::string& sopInstanceUid() const noexcept override {
+        return object_->sopInstanceUid();
+    }
+    [[nodiscard]] std::size_t size() const noexcept override { return object_->size(); }
+    void read(std::span<char> target) override { object_->read(target); }
+    [[nodiscard]] std::unique_ptr<OutgoingObject> in(const std::string& transferSyntax) override {
+        auto converted =
+            conversions_.convert(object_, transferSyntax, [this] { return stop_.stop_requested(); });
+        // The decoder may still be at it: nobody else is to use the object any more.
+        if (!converted && stop_.stop_requested())
+            throw std::runtime_error{"stopped"};
+        return converted;
+    }
+
+  private:
+    std::shared_ptr<StoredObject> object_;
+    Conversions& conversions_;
+    std::stop_token stop_;
+};
+
 std::vector<dicom::ObjectKind> kindsOf(const InstanceList& instances) {
     std::vector<dicom::ObjectKind> kinds;
     for (const auto& [sopClass, transferSyntax] : instances.kinds())
@@ -51,10 +82,11 @@ std::vector<dicom::ObjectKind> kindsOf(const InstanceList& instances) {
 
 }  // namespace
 
-MoveJob::MoveJob(Order order, InstanceList instances, OutboundTurns& turns)
+MoveJob::MoveJob(Order order, InstanceList instances, OutboundTurns& turns, Conversions& conversions)
     : order_(std::move(order)),
       instances_(std::move(instances)),
       turns_(turns),
+      conversions_(conversions),
       operations_(instances_.size()),
       thread_([this](const std::stop_token& stop) { run(stop); }) {}
 
@@ -121,21 +153,21 @@ void MoveJob::sendAll(const std::stop_token& stop) {
             if (stop.stop_requested() || isCancelled())
                 return;
             if (sender.associationOf(instance->sopClassUid) == number)
-                send(sender, *instance);
+                send(sender, *instance, stop);
         }
     }
     if (unlogged_ > 0)
         OFLOG_ERROR(serverLog(), order_.name.c_str() << ": " << unlogged_ << " more objects not sent");
 }
 
-void MoveJob::send(dicom::ObjectSender& sender, const StoredInstance& instance) {
+void MoveJob::send(dicom::ObjectSender& sender, const StoredInstance& instance, const std::stop_token& stop) {
     if (sender.failure()) {
         ++unlogged_;
         const std::lock_guard lock{mutex_};
         operations_.fail(instance.sopInstanceUid);
         return;
     }
-    const dicom::SendResult result = trySend(sender, instance);
+    const dicom::SendResult result = trySend(sender, instance, stop);
     if (result.outcome == Outcome::Failed)
         return fail(instance, result.detail);
     const std::lock_guard lock{mutex_};
@@ -145,9 +177,10 @@ void MoveJob::send(dicom::ObjectSender& sender, const StoredInstance& instance) 
         operations_.warn();
 }
 
-dicom::SendResult MoveJob::trySend(dicom::ObjectSender& sender, const StoredInstance& instance) {
+dicom::SendResult MoveJob::trySend(dicom::ObjectSender& sender, const StoredInstance& instance,
+                                   const std::stop_token& stop) {
     try {
-        StoredObject object{instance};
+        StoppableObject object{instance, conversions_, stop};
         return sender.send(object, &order_.originator);
     } catch (const std::exception& fault) {  // the file; the sender has other ways to say what failed
         return {.outcome = Outcome::Failed, .detail = fault.what()};

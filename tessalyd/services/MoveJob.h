@@ -9,6 +9,7 @@
 
 #include "dicom/ObjectSender.h"
 #include "tessalyd/archive/InstanceList.h"
+#include "tessalyd/services/Conversions.h"
 #include "tessalyd/services/OutboundTurns.h"
 #include "tessalyd/services/SubOperations.h"
 
@@ -26,8 +27,8 @@ class MoveJob {
         dicom::ObjectSender::Limits limits = {};
     };
 
-    /// The turns outlive it.
-    MoveJob(Order order, InstanceList instances, OutboundTurns& turns);
+    /// Turns and conversions outlive it.
+    MoveJob(Order order, InstanceList instances, OutboundTurns& turns, Conversions& conversions);
     ~MoveJob();
     MoveJob(const MoveJob&) = delete;
     MoveJob& operator=(const MoveJob&) = delete;
@@ -43,14 +44,16 @@ class MoveJob {
   private:
     void run(const std::stop_token& stop);
     void sendAll(const std::stop_token& stop);
-    void send(dicom::ObjectSender& sender, const StoredInstance& instance);
-    [[nodiscard]] dicom::SendResult trySend(dicom::ObjectSender& sender, const StoredInstance& instance);
+    void send(dicom::ObjectSender& sender, const StoredInstance& instance, const std::stop_token& stop);
+    [[nodiscard]] dicom::SendResult trySend(dicom::ObjectSender& sender, const StoredInstance& instance,
+                                            const std::stop_token& stop);
     void fail(const StoredInstance& instance, const std::string& reason);
     [[nodiscard]] bool isCancelled() const;
 
     const Order order_;
     InstanceList instances_;
     OutboundTurns& turns_;
+    Conversions& conversions_;
     std::size_t unlogged_ = 0;  // failures that one line stands for
 
     mutable std::mutex mutex_;

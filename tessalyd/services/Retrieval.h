@@ -20,6 +20,8 @@ class Retrieval {
 
     [[nodiscard]] const QueryRules& rules() const noexcept { return *rules_; }
 
+    [[nodiscard]] Conversions& conversions() const noexcept { return access_.conversions(); }
+
     /// The SOP classes of both information models, for the offers.
     [[nodiscard]] static bool isGet(const char* sopClass);
     [[nodiscard]] static bool isMove(const char* sopClass);

@@ -97,6 +97,7 @@ class SendingTest : public QObject {
     void aSlowPeerIsWaitedFor();
     void aStopEndsIt_data();
     void aStopEndsIt();
+    void aStopWhileItIsConvertedIsNoFailure();
     void whatCannotBeReadFailsAlone_data();
     void whatCannotBeReadFailsAlone();
 
@@ -218,7 +219,6 @@ void SendingTest::theOriginatorIsNamed() {
     QVERIFY(moved.MessageID != received[1].command.MessageID);
 }
 
-void SendingTest::moreClassesThanAnAssociationHasRoomForAreSent() {
 void SendingTest::whatIsNotKnownIsNotProposed() {
     const ContextPlan plan{{{Ct, ""}, {"", ""}, {"", Rle}}};
     QCOMPARE(plan.associations(), std::size_t{1});
@@ -230,6 +230,7 @@ void SendingTest::whatIsNotKnownIsNotProposed() {
     QCOMPARE(nothing.associations(), std::size_t{0});
 }
 
+void SendingTest::moreClassesThanAnAssociationHasRoomForAreSent() {
     std::vector<ObjectKind> kinds;
     for (int i = 0; i < numberOfDcmAllStorageSOPClassUIDs; ++i) {
         for (const std::string& syntax : {Rle, Explicit})
@@ -381,6 +382,22 @@ void SendingTest::aStopEndsIt() {
     const SendResult stopped = result.get();  // whatever the peer does, which waits for the test
     goOn.count_down();
     QCOMPARE(stopped.outcome, Outcome::Stopped);
+}
+
+void SendingTest::aStopWhileItIsConvertedIsNoFailure() {
+    struct Stopped : Bytes {
+        explicit Stopped(std::stop_source& source) : Bytes(100, {Ct, Rle}), stop(source) {}
+        [[nodiscard]] std::unique_ptr<OutgoingObject> in(const std::string& /*syntax*/) override {
+            stop.request_stop();
+            throw std::runtime_error{"stopped"};
+        }
+        std::stop_source& stop;
+    };
+    const StorePeer peer{{Explicit}, &alwaysSuccess};
+    std::stop_source stop;
+    ObjectSender sender{at(peer.port()), {{Ct, Rle}}, stop.get_token()};
+    Stopped object{stop};
+    QCOMPARE(sender.send(object).outcome, Outcome::Stopped);
 }
 
 void SendingTest::whatCannotBeReadFailsAlone_data() {
