@@ -20,6 +20,13 @@ namespace {
                              " that this program knows");
 }
 
+/// An empty database, or another program's, is none that an upgrade may fill: nobody could log in to it.
+void requireAnyTable(const Catalogue& expected, const Catalogue& actual) {
+    const auto isThere = [&actual](const auto& table) { return actual.contains(table.first); };
+    if (std::none_of(expected.begin(), expected.end(), isThere))
+        throw std::runtime_error("The database has none of the tables: tessaly-db create makes them");
+}
+
 /// Adds what can be added, and gives the lines that say so.
 class Completion {
   public:
@@ -122,7 +129,9 @@ std::vector<std::string> upgrade(const db::Connection& connection, std::span<con
     const auto expected = expectedCatalogue(all);
     const int known = steps.back().version;
 
-    if (version(connection) == known && lacks(expected, readCatalogue(connection)).empty())
+    const auto actual = readCatalogue(connection);
+    requireAnyTable(expected, actual);
+    if (version(connection) == known && lacks(expected, actual).empty())
         return {};
     const bool hasVersions = connection.hasTable(VersionTable);
     db::Transaction transaction{connection};

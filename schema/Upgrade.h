@@ -42,7 +42,8 @@ struct Step {
 /// Makes the database's tables what these programs work with, in one transaction: adds what lacks, runs the
 /// steps above the database's version. Gives what was done, a line each; empty when nothing was to be done.
 /// Throws std::runtime_error or what derives from it, and has then changed nothing: when the version is a
-/// newer one, when the engine refuses, when something lacks that cannot be added to a table.
+/// newer one, when there is none of the tables, when the engine refuses, when something lacks that cannot be
+/// added to a table.
 std::vector<std::string> upgrade(const db::Connection& connection,
                                  std::span<const Step> steps = schema::steps());
 

@@ -1,8 +1,10 @@
+#include <QFile>
 #include <QTest>
 
 #include "tests/tessaly-db/ToolTest.h"
 
 using namespace Qt::StringLiterals;
+using namespace tessaly;
 
 namespace {
 
@@ -14,6 +16,8 @@ class TestUpgrade : public ToolTest {
     void addsAnyColumnThatHasADefault_data();
     void addsAnyColumnThatHasADefault();
     void refusesANewerDatabase();
+    void makesNoTablesWhereThereAreNone_data();
+    void makesNoTablesWhereThereAreNone();
     void saysWhatTheEngineRefuses();
 };
 
@@ -95,6 +99,30 @@ void TestUpgrade::refusesANewerDatabase() {
              u"tessaly-db: The tables are of version 4, newer than the version 3 that this program "
              "knows\n"_s);
     QCOMPARE(column("SELECT Version FROM SchemaVersion"), QStringList{u"4"_s});
+}
+
+void TestUpgrade::makesNoTablesWhereThereAreNone_data() {
+    QTest::addColumn<QString>("table");
+    QTest::newRow("an empty database") << QString();
+    QTest::newRow("another program's") << u"Invoices"_s;
+}
+
+void TestUpgrade::makesNoTablesWhereThereAreNone() {
+    QFETCH(QString, table);
+    QVERIFY(haveDatabase());
+    if (!table.isEmpty())
+        change(u"CREATE TABLE %1 (Number INTEGER)"_s.arg(table));
+    const auto refused = run({u"upgrade"_s});
+    QCOMPARE(refused.err,
+             u"tessaly-db: The database has none of the tables: tessaly-db create makes them\n"_s);
+    QCOMPARE(refused.out, QString());
+    QCOMPARE(refused.status, 1);
+    QVERIFY(!hasTables());
+
+    if (!test::ScratchDatabase::isPostgresql())
+        QVERIFY(QFile::remove(file()));  // which no new database takes the place of
+    QCOMPARE(run({u"create"_s}).status, 0);
+    QCOMPARE(run({u"check"_s}).out, u"DicomFDB: ok\n"_s);
 }
 
 /// A column of that name, of another kind.
