@@ -63,13 +63,18 @@ Column column(std::string_view line) {
     Column result{.name = {},
                   .definition = std::string{line},
                   .width = {},
+                  .fractions = false,
+                  .bits = 0,
                   .required = has(line, " NOT NULL"),
                   .generated = has(line, " GENERATED "),
                   .withoutCase = has(line, " COLLATE NOCASE") || has(line, " COLLATE nocase")};
     std::string_view rest = line;
     result.name = unquoted(takeWord(rest));
-    if (takeWord(rest) == "VARCHAR")
+    const auto type = takeWord(rest);
+    if (type == "VARCHAR")
         result.width = std::atoi(std::string{list(rest).front()}.c_str());
+    result.fractions = type == "NUMERIC";
+    result.bits = type == "SMALLINT" ? 16 : type == "INTEGER" ? 32 : 0;
     return result;
 }
 

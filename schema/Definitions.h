@@ -14,6 +14,8 @@ struct Column {
     std::string name;
     std::string definition;    ///< its line, name and all, ready for ALTER TABLE
     std::optional<int> width;  ///< of a text, in characters; nothing for a number
+    bool fractions = false;    ///< of a number: it may have one
+    int bits = 0;              ///< of a whole number's type, in the words of SQL; 0 for one without bounds
     bool required = false;     ///< takes no NULL
     bool generated = false;    ///< the engine's own work: takes no value
     bool withoutCase = false;  ///< compares so

@@ -20,14 +20,16 @@ constexpr std::array Engines{
         .loading = "PRAGMA journal_mode = DELETE; PRAGMA synchronous = OFF",
         .reading = "PRAGMA query_only = 1",
         .beginsByStatement = true,
-        .boundsTexts = false},
+        .bounds = false,
+        .exactDigits = 15},
     Engine{.name = "PostgreSQL",
            .tables = embedded::postgresql,
            .catalogue = embedded::postgresql_catalogue,
            .loading = "",
            .reading = "SET SESSION CHARACTERISTICS AS TRANSACTION ISOLATION LEVEL REPEATABLE READ, READ ONLY",
            .beginsByStatement = false,
-           .boundsTexts = true},
+           .bounds = true,
+           .exactDigits = 0},
 };
 
 std::string_view trimmed(std::string_view text) {

@@ -15,7 +15,8 @@ struct Engine {
     std::string_view loading;    ///< statements before the tables of a new database get their rows
     std::string_view reading;    ///< statements after which a session only reads, every time the same
     bool beginsByStatement;  ///< a transaction in which long sets are walked is begun by the statement BEGIN
-    bool boundsTexts;        ///< refuses a text that is longer than its column is wide
+    bool bounds;      ///< refuses a text that is longer than its column is wide, a number beyond its type
+    int exactDigits;  ///< of a number with a fraction, which stays as it is up to there; 0: always
 };
 
 [[nodiscard]] bool isKnown(std::string_view engineName);

@@ -64,7 +64,7 @@ CREATE TABLE PortRemoteNodes (
 );
 CREATE INDEX PortRemoteNodesByName ON PortRemoteNodes (Name);
 
--- Whoever types a fraction into one of the numbers finds it there again.
+-- Whoever types a fraction into one of the numbers finds it there again, digit by digit.
 CREATE TABLE Printers (
     Name           VARCHAR(16) COLLATE nocase NOT NULL PRIMARY KEY,
     AETitle        VARCHAR(16),

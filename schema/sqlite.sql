@@ -62,6 +62,8 @@ CREATE TABLE PortRemoteNodes (
 );
 CREATE INDEX PortRemoteNodesByName ON PortRemoteNodes (Name);
 
+-- Whoever types a fraction into one of the numbers finds it there again: also where an older file says INTEGER, which is
+-- the same to this engine.
 CREATE TABLE Printers (
     Name           VARCHAR(16) COLLATE NOCASE NOT NULL PRIMARY KEY,
     AETitle        VARCHAR(16),
@@ -70,11 +72,11 @@ CREATE TABLE Printers (
     Priority       VARCHAR(16),
     Medium         VARCHAR(16),
     Destination    VARCHAR(16),
-    Copies         INTEGER,
-    Illumination   INTEGER,
-    Reflection     INTEGER,
-    MinDensity     INTEGER,
-    MaxDensity     INTEGER,
+    Copies         NUMERIC,
+    Illumination   NUMERIC,
+    Reflection     NUMERIC,
+    MinDensity     NUMERIC,
+    MaxDensity     NUMERIC,
     Border         VARCHAR(16),
     Polarity       VARCHAR(16),
     EmptyDensity   VARCHAR(16),
@@ -85,8 +87,8 @@ CREATE TABLE Printers (
     Magnification  VARCHAR(16),
     Smoothing      VARCHAR(16),
     Trim           VARCHAR(16),
-    GridSizeDx     INTEGER,
-    GridSizeDy     INTEGER,
+    GridSizeDx     NUMERIC,
+    GridSizeDy     NUMERIC,
     UserParams     VARCHAR(255),
     ForceBW        BIT,
     DefaultPrinter BIT,

@@ -10,6 +10,7 @@
 #include "schema/OlderRows.h"
 #include "schema/Upgrade.h"
 #include "tessaly-db/BatchInsert.h"
+#include "tessaly-db/PlainNumber.h"
 #include "tessaly-db/Source.h"
 #include "tessaly-db/Target.h"
 
@@ -170,7 +171,7 @@ class Copying {
         for (std::size_t i = 0; i < columns.size(); ++i) {
             if (row[i] && isPath(table, *columns[i]))
                 *row[i] = wish_.map.mapped(*row[i]);
-            if (auto why = unfit(row[i], *columns[i], boundsTexts_); !why.empty())
+            if (auto why = unfit(row[i], *columns[i], engine_); !why.empty())
                 return why;
         }
         return {};
@@ -196,6 +197,9 @@ class Copying {
         const auto places = placesOf(columns, rows);
         while (rows.next()) {
             readRow(rows, places, row);
+            for (std::size_t i = 0; i < columns.size(); ++i)
+                if (row[i] && columns[i]->fractions)
+                    row[i] = plainNumber(*row[i]).value_or(*row[i]);
             digest.add(row);
             if (digest.rows() % RowsBetweenEvents == 0)
                 events_.goesOn(table.name, done_);
@@ -207,7 +211,7 @@ class Copying {
     const CopyEvents& events_;
     Source source_;
     Target target_;
-    const bool boundsTexts_ = target_.boundsTexts();
+    const schema::Engine& engine_ = target_.engine();
     long long done_ = 0;
 };
 

@@ -4,33 +4,57 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
+#include <iterator>
+#include <utility>
 
 #include "db/Number.h"
 #include "db/Text.h"
+#include "tessaly-db/PlainNumber.h"
 #include "tessaly-db/Text.h"
 
 namespace tessaly::tool {
 
 namespace {
 
-/// A number as ODBC's drivers write it, blanks around it or a fraction of nothing included.
-std::optional<long long> wholeNumber(std::string text) {
-    const auto first = text.find_first_not_of(' ');
-    if (first == std::string::npos)
-        return std::nullopt;
-    text = text.substr(first, text.find_last_not_of(' ') - first + 1);
-    if (const auto whole = db::toWholeNumber(text))
-        return whole;
-    const auto number = db::toNumber(text);
-    if (!number || std::trunc(*number) != *number)
-        return std::nullopt;
-    return db::toInteger(text);
-}
-
 std::string quoted(const std::string& text) {
     constexpr std::size_t Enough = 40;
     return '"' + (text.size() > Enough ? text.substr(0, Enough) + "..." : text) + '"';
+}
+
+/// Of a plain number: without the zeros that only say where its point is.
+int digitsOf(const std::string& number) {
+    std::string digits;
+    std::copy_if(number.begin(), number.end(), std::back_inserter(digits),
+                 [](char c) { return c >= '0' && c <= '9'; });
+    const auto first = digits.find_first_not_of('0');
+    return first == std::string::npos ? 0 : static_cast<int>(digits.find_last_not_of('0') - first) + 1;
+}
+
+/// The bounds of the column, where its type has some and the number is outside.
+std::string boundsAround(long long number, const schema::Column& column) {
+    if (column.bits == 0)
+        return {};
+    const long long limit = 1LL << static_cast<unsigned>(column.bits - 1);
+    if (number >= -limit && number < limit)
+        return {};
+    return std::to_string(-limit) + " to " + std::to_string(limit - 1);
+}
+
+std::string unfitNumber(std::string& value, const schema::Column& column, const schema::Engine& target) {
+    auto plain = plainNumber(value);
+    const auto whole = plain ? db::toWholeNumber(*plain) : std::nullopt;
+    if (!column.fractions && !whole)
+        return column.name + " is not a whole number: " + quoted(value);
+    if (!plain)
+        return column.name + " is not a number: " + quoted(value);
+    if (!whole && target.exactDigits > 0 && digitsOf(*plain) > target.exactDigits)
+        return column.name + " has more than " + std::to_string(target.exactDigits) +
+               " digits: " + quoted(value);
+    if (const auto bounds = target.bounds && whole ? boundsAround(*whole, column) : std::string{};
+        !bounds.empty())
+        return column.name + " is out of range: " + *plain + " is not within " + bounds;
+    value = std::move(*plain);
+    return {};
 }
 
 }  // namespace
@@ -59,22 +83,18 @@ void readRow(db::ResultSet& rows, const std::vector<std::size_t>& places, Row& r
     }
 }
 
-std::string unfit(std::optional<std::string>& value, const schema::Column& column, bool boundsTexts) {
+std::string unfit(std::optional<std::string>& value, const schema::Column& column,
+                  const schema::Engine& target) {
     if (!value)
         return column.required ? column.name + " is empty" : std::string{};
-    if (!column.width) {
-        const auto number = wholeNumber(*value);
-        if (!number)
-            return column.name + " is not a whole number: " + quoted(*value);
-        *value = std::to_string(*number);
-        return {};
-    }
+    if (!column.width)
+        return unfitNumber(*value, column, target);
     if (value->find('\0') != std::string::npos)
         return column.name + " has a zero byte";
     const auto length = lengthOf(*value);
     if (!length)
         return column.name + " is not valid UTF-8";
-    if (boundsTexts && *length > static_cast<std::size_t>(*column.width))
+    if (target.bounds && *length > static_cast<std::size_t>(*column.width))
         return column.name + " is too long: " + std::to_string(*length) + " of " +
                std::to_string(*column.width) + " characters";
     return {};

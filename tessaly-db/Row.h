@@ -19,10 +19,10 @@ using Columns = std::vector<const schema::Column*>;
 /// The current row of a set.
 void readRow(db::ResultSet& rows, const std::vector<std::size_t>& places, Row& row);
 
-/// What keeps the value from being put into the column, in words; empty where nothing does. A number is
-/// brought into the one form that every engine writes.
+/// What keeps the value from being put into the column of that engine's table, in words; empty where nothing
+/// does. A number becomes a plain one.
 [[nodiscard]] std::string unfit(std::optional<std::string>& value, const schema::Column& column,
-                                bool boundsTexts);
+                                const schema::Engine& target);
 
 /// The row by its key, for a sentence about it: "Image 1.2.3".
 [[nodiscard]] std::string nameOf(const schema::Table& table, const Columns& columns, const Row& row);

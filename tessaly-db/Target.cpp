@@ -35,10 +35,9 @@ Target::Target(const std::string& dsn) {
     }
     if (connection_.needsWalker())
         walker_ = connection_.walker();
-    const auto& engine = schema::engine(connection_.engineName());
-    definitions_ = schema::definitions(engine);
+    definitions_ = schema::definitions(engine());
     if (file_)
-        run(connection(), schema::statements(engine.loading));
+        run(connection(), schema::statements(engine().loading));
     transaction_.emplace(connection());
     requireNoTables(connection(), dsn, definitions_);
 }
@@ -53,8 +52,8 @@ void Target::requireFree(const std::string& dsn) {
     requireNoTables(connection, dsn, schema::definitions(schema::engine(connection.engineName())));
 }
 
-bool Target::boundsTexts() const {
-    return schema::engine(connection_.engineName()).boundsTexts;
+const schema::Engine& Target::engine() const {
+    return schema::engine(connection_.engineName());
 }
 
 void Target::makeTables() const {

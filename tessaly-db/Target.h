@@ -27,8 +27,7 @@ class Target {
     }
     [[nodiscard]] const schema::Definitions& definitions() const noexcept { return definitions_; }
 
-    /// Whether the engine refuses a text that is longer than its column is wide.
-    [[nodiscard]] bool boundsTexts() const;
+    [[nodiscard]] const schema::Engine& engine() const;
 
     /// With the row of the version, and the indexes that refuse a row. Into tables without the others, rows
     /// come quicker.

@@ -1,10 +1,11 @@
-// Stored numbers and flags, and what is typed into number columns.
+// Stored numbers and flags, what is typed into number columns, and what of them is copied.
 
 #include <charconv>
 #include <cmath>
 #include <string>
 
 #include "db/Number.h"
+#include "tessaly-db/PlainNumber.h"
 #include "tests/fuzz/Fuzz.h"
 
 void tessaly::fuzz::tryInput(std::string_view input) {
@@ -22,4 +23,10 @@ void tessaly::fuzz::tryInput(std::string_view input) {
     }
     for (const char c : input)
         require(!number || c != ' ');
+    if (const auto plain = tool::plainNumber(input)) {
+        require(tool::plainNumber(*plain) == plain);
+        require(plain->find_first_not_of("-.0123456789") == std::string::npos);
+        require(!number || db::toNumber(*plain) == number);
+        require(!whole || db::toWholeNumber(*plain) == whole);
+    }
 }

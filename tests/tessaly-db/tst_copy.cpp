@@ -1,6 +1,7 @@
 #include <QDir>
 #include <QTest>
 
+#include "schema/Definitions.h"
 #include "tests/tessaly-db/ToolTest.h"
 
 using namespace Qt::StringLiterals;
@@ -21,6 +22,7 @@ class TestCopy : public ToolTest {
         ToolTest::cleanup();
     }
     void copiesEverythingThereAndBack();
+    void keepsFractionsDigitByDigit();
     void refusesADatabaseThatIsThere();
     void takesADatabaseThatLacksSomething();
     void refusesASourceThatIsNone_data();
@@ -28,6 +30,7 @@ class TestCopy : public ToolTest {
     void mapsRootsOfPortsAndStudies();
     void saysWhatDoesNotFit_data();
     void saysWhatDoesNotFit();
+    void listsEveryNumberBeyondItsType();
     void aRowThatDoesNotFitLeavesNothingBehind();
     void showsNoMoreThanTheLimit();
     void aDryRunWritesNothing();
@@ -90,6 +93,48 @@ void TestCopy::copiesEverythingThereAndBack() {
     QCOMPARE(back.err, QString());
     QCOMPARE(back.out, copied.out);  // the checksums too
     QCOMPARE(run({u"check"_s, u"--dsn"_s, u"Back"_s}).out, u"Back: ok\n"_s);
+}
+
+/// Out of a file of before, whose columns are called whole numbers.
+void TestCopy::keepsFractionsDigitByDigit() {
+    const auto tables = schema::definitions(schema::engine("SQLite"));
+    source_->run(u"DROP TABLE Printers"_s);
+    source_->run(QString::fromStdString(schema::findTable(tables, "Printers")->statement)
+                     .replace(u"NUMERIC"_s, u"INTEGER"_s));
+    source_->run(
+        u"INSERT INTO Printers (Name, Copies, Illumination, MinDensity, MaxDensity, GridSizeDx) VALUES "
+        "('laser', 0.18755, 2000, -0.00001, 3.0, 12345678.125)"_s);
+    source_->release();
+    QCOMPARE(run({u"check"_s, u"--dsn"_s, u"Source"_s}).out, u"Source: ok\n"_s);
+    QCOMPARE(run({u"upgrade"_s, u"--dsn"_s, u"Source"_s}).out, u"Source: version 3, nothing to do\n"_s);
+
+    const QStringList there{u"copy"_s, u"--from"_s, u"Source"_s, u"--to"_s, DataSource};
+    const auto dry = run(there + QStringList{u"--dry-run"_s});
+    QCOMPARE(dry.err, QString());
+    QCOMPARE(dry.status, 0);
+    const auto copied = run(there);
+    QCOMPARE(copied.err, QString());
+    QCOMPARE(copied.status, 0);
+    const char* const same =
+        "SELECT COUNT(*) AS x FROM Printers WHERE Copies=0.18755 AND Illumination=2000 AND "
+        "MinDensity=-0.00001 AND MaxDensity=3 AND GridSizeDx=12345678.125 AND GridSizeDy IS NULL";
+    QCOMPARE(column(same), QStringList{u"1"_s});
+    QCOMPARE(column("SELECT Copies FROM Printers"), QStringList{u"0.18755"_s});
+
+    addDataSource(u"Back"_s, FileSource::lines(path(u"back/DicomDB.mdb"_s)));
+    const QStringList back{u"copy"_s, u"--from"_s, DataSource, u"--to"_s, u"Back"_s};
+    if (test::ScratchDatabase::isPostgresql()) {  // which keeps more digits than a file can
+        change(u"UPDATE Printers SET Copies=0.1234567890123456"_s);
+        const auto refused = run(back + QStringList{u"--dry-run"_s});
+        QCOMPARE(tableLines(refused.out).first(),
+                 u"Printers laser: Copies has more than 15 digits: \"0.1234567890123456\""_s);
+        QCOMPARE(refused.status, 1);
+        change(u"UPDATE Printers SET Copies=0.18755000"_s);
+    }
+    const auto returned = run(back);
+    QCOMPARE(returned.err, QString());
+    QCOMPARE(returned.out, copied.out);  // the checksums too
+    QCOMPARE(column(same, u"Back"_s), QStringList{u"1"_s});
 }
 
 void TestCopy::refusesADatabaseThatIsThere() {
@@ -189,6 +234,11 @@ void TestCopy::saysWhatDoesNotFit_data() {
         u"Port 11112: MaxConnections is not a whole number: \"ten\""_s);
     row("a fraction", u"UPDATE Port SET MaxConnections = 1.5"_s,
         u"Port 11112: MaxConnections is not a whole number: \"1.5\""_s);
+    row("no number that may be a fraction", u"INSERT INTO Printers (Name, Copies) VALUES ('x', '1.2.3')"_s,
+        u"Printers x: Copies is not a number: \"1.2.3\""_s);
+    row("too great", u"UPDATE Port SET MaxConnections = 3000000000"_s,
+        u"Port 11112: MaxConnections is out of range: 3000000000 is not within -2147483648 to 2147483647"_s,
+        false);
     row("no text", u"INSERT INTO FtpNodes (Name, Host) VALUES ('x', CAST(x'FF41' AS TEXT))"_s,
         u"FtpNodes x: Host is not valid UTF-8"_s);
     row("nothing",
@@ -219,6 +269,35 @@ void TestCopy::saysWhatDoesNotFit() {
     QCOMPARE(copied.status, fits ? 0 : 1);
     QCOMPARE(hasTables(), fits);
     QVERIFY2(fits || (isOneLine(copied.err) && copied.out.isEmpty()), qPrintable(copied.err + copied.out));
+}
+
+void TestCopy::listsEveryNumberBeyondItsType() {
+    source_->run(
+        u"INSERT INTO DicomNodes (Name, Store, Query) VALUES ('a', 32767, -32768), ('b', 32768, 0), "
+        "('c', 1, -32769)"_s);
+    source_->release();
+    const QStringList copying{u"copy"_s, u"--from"_s, u"Source"_s, u"--to"_s, DataSource};
+    const auto dry = run(copying + QStringList{u"--dry-run"_s});
+    const auto copied = run(copying);
+    QCOMPARE(dry.err, QString());
+    if (!test::ScratchDatabase::isPostgresql()) {  // it keeps to no type's bounds
+        QCOMPARE(dry.status, 0);
+        QCOMPARE(copied.status, 0);
+        QCOMPARE(column("SELECT Store FROM DicomNodes ORDER BY Name"),
+                 (QStringList{u"32767"_s, u"32768"_s, u"1"_s}));
+        return;
+    }
+    QCOMPARE(tableLines(dry.out).mid(0, 3),
+             (QStringList{u"DicomNodes b: Store is out of range: 32768 is not within -32768 to 32767"_s,
+                          u"DicomNodes c: Query is out of range: -32769 is not within -32768 to 32767"_s,
+                          u"Table From"_s}));
+    QCOMPARE(tableLines(dry.out).last(), u"2 rows do not fit"_s);
+    QCOMPARE(dry.status, 1);
+    QCOMPARE(copied.err,
+             u"tessaly-db: DicomNodes b: Store is out of range: 32768 is not within -32768 to 32767; nothing "
+             "was written, and --dry-run lists all that does not fit\n"_s);
+    QCOMPARE(copied.status, 1);
+    QVERIFY(!hasTables());
 }
 
 void TestCopy::aRowThatDoesNotFitLeavesNothingBehind() {
