@@ -57,7 +57,7 @@ void backUp(const std::string& dsn, const fs::path& file) {
         connect(connection, dsn, copy.temporary().string());
         requireSound(connection);
     }
-    BreakOff::noMore();
+    breakOff.noMore();
     copy.putInPlace();
 }
 

@@ -1,35 +1,40 @@
 #include "tessaly-db/BreakOff.h"
 
-#include <array>
-#include <csignal>
 #include <stdexcept>
 
 namespace tessaly::tool {
 
 namespace {
 
-constexpr std::array Signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-
 volatile std::sig_atomic_t signalled = 0;
 
-void setAll(void (*handler)(int), int flags) {
-    struct sigaction action {};
-    action.sa_handler = handler;
-    action.sa_flags = flags;
-    for (const int signal : Signals)
-        sigaction(signal, &action, nullptr);
+/// What a caller has asked not to be ended by, as `nohup` does, ends nothing here either.
+bool isIgnored(const struct sigaction& action) {
+    return (static_cast<unsigned>(action.sa_flags) & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
 }
 
 }  // namespace
 
 BreakOff::BreakOff() {
     signalled = 0;
+    for (std::size_t i = 0; i < Signals.size(); ++i)
+        sigaction(Signals[i], nullptr, &before_[i]);
     // SA_RESTART: a driver that waits for its server is not to take it for a fault of the line.
     setAll([](int) { signalled = 1; }, SA_RESTART | static_cast<int>(SA_RESETHAND));
 }
 
 BreakOff::~BreakOff() {
-    setAll(SIG_DFL, 0);
+    for (std::size_t i = 0; i < Signals.size(); ++i)
+        sigaction(Signals[i], &before_[i], nullptr);
+}
+
+void BreakOff::setAll(void (*handler)(int), int flags) const {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = flags;
+    for (std::size_t i = 0; i < Signals.size(); ++i)
+        if (!isIgnored(before_[i]))
+            sigaction(Signals[i], &action, nullptr);
 }
 
 bool BreakOff::isWanted() noexcept {
@@ -41,7 +46,7 @@ void BreakOff::check() {
         throw std::runtime_error("Broken off: nothing was written");
 }
 
-void BreakOff::noMore() {
+void BreakOff::noMore() const {
     setAll(SIG_IGN, 0);
     check();  // one that came just before
 }

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <array>
+#include <csignal>
+
 namespace tessaly::tool {
 
 /// While it lives, Ctrl-C and the like do not end the process but have check() throw, so that everything is
@@ -16,7 +19,15 @@ class BreakOff {
     /// For who has something else to say.
     [[nodiscard]] static bool isWanted() noexcept;
     /// From here on the signals are passed over: what is being put in place now is not to be torn.
-    static void noMore();
+    void noMore() const;
+
+  private:
+    static constexpr std::array Signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+    /// But for those that are passed over already.
+    void setAll(void (*handler)(int), int flags) const;
+
+    std::array<struct sigaction, Signals.size()> before_{};
 };
 
 }  // namespace tessaly::tool

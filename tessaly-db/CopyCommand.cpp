@@ -52,7 +52,7 @@ int copy(const CopyOptions& options) {
                 bar.clear();
                 std::cout << printable(sentence) << std::endl;
             },
-        .keeps = BreakOff::noMore,
+        .keeps = [&breakOff] { breakOff.noMore(); },
     };
     const auto tables = copyDatabase(wish, events);
     bar.clear();

@@ -67,6 +67,11 @@ void Terminal::type(const QByteArray& keys) const {
         qFatal("the terminal takes no keys");
 }
 
+void Terminal::send(int signal) const {
+    if (kill(child_, signal) != 0)
+        qFatal("the program is gone");
+}
+
 int Terminal::finish() {
     int status = 0;
     for (int waited = 0; waited < PatienceMs; waited += 50) {

@@ -16,6 +16,8 @@ class Terminal {
     /// Reads on until `text` has come; false when the program ends first.
     [[nodiscard]] bool waitFor(const QByteArray& text);
     void type(const QByteArray& keys) const;
+    /// As the system sends it, which need not be by a key.
+    void send(int signal) const;
     /// Reads to the end. The exit status, or -1 where a signal ended the program.
     [[nodiscard]] int finish();
     /// Whether the terminal shows what is typed.

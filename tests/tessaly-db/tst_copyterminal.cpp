@@ -1,5 +1,6 @@
 #include <QDir>
 #include <QTest>
+#include <csignal>
 
 #include "tests/tessaly-db/Terminal.h"
 #include "tests/tessaly-db/ToolTest.h"
@@ -28,6 +29,7 @@ class TestCopyTerminal : public ToolTest {
     void showsABarAndClearsIt();
     void showsNoBarWhenQuiet();
     void writesNothingAfterCtrlC();
+    void goesOnAfterItsUserHasLoggedOut();
 
   private:
     std::unique_ptr<FileSource> source_;
@@ -66,6 +68,17 @@ void TestCopyTerminal::writesNothingAfterCtrlC() {
     QCOMPARE(source_->fingerprint(), before);
 
     QCOMPARE(run(copying_ + QStringList{u"--quiet"_s}).status, 0);  // nothing is in the way
+    QCOMPARE(column("SELECT COUNT(*) AS x FROM Image"), QStringList{u"100000"_s});
+}
+
+/// Started with `nohup`, as whoever does not want to wait for it.
+void TestCopyTerminal::goesOnAfterItsUserHasLoggedOut() {
+    Terminal copying(
+        "/bin/sh",
+        QStringList{u"-c"_s, u"trap '' HUP; exec \"$0\" \"$@\""_s, QStringLiteral(TESSALY_DB)} + copying_);
+    QVERIFY(copying.waitFor(" rows, Image"));
+    copying.send(SIGHUP);
+    QCOMPARE(copying.finish(), 0);
     QCOMPARE(column("SELECT COUNT(*) AS x FROM Image"), QStringList{u"100000"_s});
 }
 
