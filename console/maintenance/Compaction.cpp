@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -37,9 +38,13 @@ bool isAlone(const FileLease& lease) {
     return lease.state() == FileLease::State::Held;
 }
 
+bool isWritable(const fs::path& file) {
+    return faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
 /// The engine would fall back to reading, and fail in the middle with less of a reason.
 void requireWritable(const fs::path& target) {
-    if (faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0)
+    if (!isWritable(target))
         throw std::system_error(errno, std::generic_category(), target.string());
 }
 
@@ -64,7 +69,8 @@ void setJournalMode(SqliteFile& database, const std::string& mode) {
 }
 
 /// True when another process works on a file of that name: it has the file open, or, where the kernel does
-/// not tell, holds one of the engine's locks on it.
+/// not tell, holds one of the engine's locks on it. Who may not write to it gets no such answer, and is to
+/// leave it alone.
 bool isInUse(const fs::path& file) {
     switch (FileLease{file}.state()) {
         case FileLease::State::InUse:
@@ -74,8 +80,11 @@ bool isInUse(const fs::path& file) {
         case FileLease::State::Unavailable:
             break;
     }
+    if (!isWritable(file))
+        return true;  // the engine would fall back to reading, and get the one lock that proves nothing
     try {
-        SqliteFile database{file, [] {}};
+        const std::function<void()> breathe = [] {};
+        SqliteFile database{file, breathe};
         lockAlone(database);
         return false;
     } catch (const std::exception& fault) {

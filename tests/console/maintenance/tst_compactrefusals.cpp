@@ -33,6 +33,7 @@ class CompactRefusalsTest : public CompactTest {
     void aDatabaseInUseAtTheTemporaryPathStays_data() { anybodyElseIsARefusal_data(); }
     void aDatabaseInUseAtTheTemporaryPathStays();
     void aDatabaseInUseInPlaceOfALinksCopyStays();
+    void somebodyElsesDatabaseAtTheTemporaryPathStays();
     void theDataSourcesDatabaseAtTheTemporaryPathStays();
     void aFileThatMayNotBeWrittenStaysAsItIs();
 };
@@ -244,6 +245,27 @@ void CompactRefusalsTest::aDatabaseInUseInPlaceOfALinksCopyStays() {
     QVERIFY(QFile::remove(copy));
     QCOMPARE(compact(link), QString{});
     checkContent(1000);
+}
+
+/// One that its reader may not write to: neither the kernel nor the engine's lock tells whether it is used.
+void CompactRefusalsTest::somebodyElsesDatabaseAtTheTemporaryPathStays() {
+    if (geteuid() != 0)
+        return;  // only root can make a file somebody else's
+    QVERIFY(QFile::copy(path(), temporary()));
+    QCOMPARE(chmod(path().toUtf8().constData(), 0666), 0);
+    QCOMPARE(chmod(temporary().toUtf8().constData(), 0644), 0);
+    QCOMPARE(chmod(database().folder().toUtf8().constData(), 0777), 0);
+    const QByteArray before = contentOf(path());
+    const Other other{temporary()};
+    QVERIFY(other.run("PRAGMA journal_mode=delete"));
+    QVERIFY(other.run("SELECT * FROM Users"));
+    QCOMPARE(compactInChild({path(), u"nobody"_s}), temporary() + u" is in use"_s);
+    QCOMPARE(contentOf(path()), before);
+    QVERIFY(QFile::exists(temporary()));
+    QVERIFY(other.run("UPDATE Users SET Signature='saved'"));
+    const Other again{temporary()};
+    QVERIFY(
+        again.run("SELECT CASE Signature WHEN 'saved' THEN 1 ELSE abs(-9223372036854775808) END FROM Users"));
 }
 
 void CompactRefusalsTest::theDataSourcesDatabaseAtTheTemporaryPathStays() {
