@@ -5,6 +5,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <system_error>
@@ -15,6 +16,8 @@ namespace tessaly::maintenance {
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr const char* AccessList = "system.posix_acl_access";
 
 void check(bool succeeded, const fs::path& file) {
     if (!succeeded)
@@ -50,6 +53,11 @@ void copyAttribute(const fs::path& model, const fs::path& file, const std::strin
     check(setxattr(file.c_str(), name.c_str(), value.data(), value.size(), 0) == 0, file);
 }
 
+/// A folder may give each new file an access list that the model has not.
+void removeAccessList(const fs::path& file) {
+    check(removexattr(file.c_str(), AccessList) == 0 || errno == ENODATA || errno == ENOTSUP, file);
+}
+
 }  // namespace
 
 bool copyAttributes(const fs::path& model, const fs::path& file) {
@@ -63,10 +71,14 @@ bool copyAttributes(const fs::path& model, const fs::path& file) {
             return false;
         check(given, file);
     }
+    const std::vector<std::string> names = attributeNames(model);
+    // Before the mode, whose bits of the group are those of the list's mask where there is one.
+    if (std::find(names.begin(), names.end(), AccessList) == names.end())
+        removeAccessList(file);
     check(chmod(file.c_str(), wanted.st_mode & 07777U) == 0, file);
-    for (const std::string& name : attributeNames(model)) {
+    for (const std::string& name : names) {
         // The other name spaces belong to the system, which labels each file itself.
-        if (name.starts_with("user.") || name == "system.posix_acl_access")
+        if (name.starts_with("user.") || name == AccessList)
             copyAttribute(model, file, name);
     }
     return true;

@@ -8,6 +8,7 @@
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QTest>
+#include <cerrno>
 #include <chrono>
 
 #include "console/maintenance/Compaction.h"
@@ -29,6 +30,7 @@ class CompactFileTest : public CompactTest {
     void theJournalModeStays();
     void anUnfinishedLogIsNotLost();
     void ownerModeAndAttributesStay();
+    void aFoldersAccessListIsNotTaken();
     void theFileBehindALinkIsReplaced();
     void aLinksOwnCopyGoesWhenItWasOfNoUse();
     void everythingIsOnTheDiskBeforeTheRename_data() { theJournalModeStays_data(); }
@@ -118,6 +120,51 @@ void CompactFileTest::ownerModeAndAttributesStay() {
         QCOMPARE(getxattr(file.constData(), "user.site", value.data(), 6), 6);
         QCOMPARE(value, "ward 3"_ba);
     }
+    checkContent(1000);
+}
+
+/// The folder would have each new file read and written by one more user; the database came before that.
+void CompactFileTest::aFoldersAccessListIsNotTaken() {
+    constexpr quint16 Owner = 1;
+    constexpr quint16 User = 2;
+    constexpr quint16 Group = 4;
+    constexpr quint16 Mask = 16;
+    constexpr quint16 Others = 32;
+    QByteArray list;
+    const auto add = [&list](auto number) {  // as the kernel reads it: little-endian
+        for (std::size_t byte = 0; byte < sizeof number; ++byte)
+            list.append(static_cast<char>(number >> 8 * byte));
+    };
+    add(quint32{2});  // the list's version
+    const auto entry = [&](quint16 whose, quint16 rights, quint32 id = 0xFFFFFFFF) {
+        add(whose);
+        add(rights);
+        add(id);
+    };
+    entry(Owner, 7);
+    entry(User, 6, 65534);
+    entry(Group, 7);
+    entry(Mask, 7);
+    entry(Others, 0);
+    const QByteArray folder = database().folder().toUtf8();
+    const QByteArray file = path().toUtf8();
+    QCOMPARE(chmod(file.constData(), 0660), 0);
+    if (setxattr(folder.constData(), "system.posix_acl_default", list.constData(),
+                 static_cast<std::size_t>(list.size()), 0) != 0)
+        QCOMPARE(errno, ENOTSUP);  // a file system without such lists has none to give
+    const auto hasList = [](const QByteArray& name) {
+        return getxattr(name.constData(), "system.posix_acl_access", nullptr, 0) > 0;
+    };
+    QFile fresh{database().folder() + u"/fresh"_s};
+    QVERIFY(fresh.open(QIODevice::WriteOnly));
+    const bool folderGives = hasList(fresh.fileName().toUtf8());
+    QCOMPARE(folderGives, getxattr(folder.constData(), "system.posix_acl_default", nullptr, 0) > 0);
+    const struct stat before = statusOf(path());
+    QVERIFY(!hasList(file));
+    QCOMPARE(compact(path()), QString{});
+    QVERIFY(statusOf(path()).st_ino != before.st_ino);
+    QCOMPARE(statusOf(path()).st_mode, before.st_mode);
+    QVERIFY(!hasList(file));
     checkContent(1000);
 }
 
