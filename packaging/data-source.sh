@@ -54,7 +54,7 @@ upgrade_database() {  # TESSALY-DB
     (
         set -o pipefail
         "$1" upgrade | { grep --line-buffered -v ', nothing to do$' || true; }
-    ) || echo "The database of the data source $dsn is as it was." >&2
+    ) || echo "The upgrade of the data source $dsn did not come to its end; the next start tries again." >&2
 }
 
 # Makes what is missing at the first use. A data source that is there is the user's own affair: where its
