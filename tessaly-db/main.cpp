@@ -81,7 +81,7 @@ int setPassword(const Options& options) {
 int check(const Options& options) {
     const auto faults = tool::findFaults(options.dsn);
     for (const auto& fault : faults)
-        std::cout << tool::oneLine(fault) << '\n';
+        std::cout << tool::printable(tool::oneLine(fault)) << '\n';
     if (faults.empty())
         std::cout << options.dsn << ": ok\n";
     return faults.empty() ? 0 : 1;
@@ -158,10 +158,13 @@ int run(int argc, char** argv) {
     addCopy(*add("copy", "Copy one data source's database into the empty one of another", copy),
             options.copy);
 
+    app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
+        return "tessaly-db: " + tool::printable(tool::oneLine(error.what())) + '\n';
+    });
     try {
         app.parse(argc, argv);
-    } catch (const CLI::Success& help) {
-        return app.exit(help);
+    } catch (const CLI::ParseError& end) {  // or the help that was asked for
+        return app.exit(end);
     }
     return command(options);
 }
@@ -175,7 +178,7 @@ int main(int argc, char** argv) {
     try {
         return run(argc, argv);
     } catch (const std::exception& error) {
-        std::cerr << "tessaly-db: " << tool::oneLine(error.what()) << '\n';
+        std::cerr << "tessaly-db: " << tool::printable(tool::oneLine(error.what())) << '\n';
         return 1;
     }
 }
