@@ -1,7 +1,11 @@
 #include "tessaly-db/Backup.h"
 
+#include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "db/Query.h"
 #include "tessaly-db/BreakOff.h"
@@ -33,6 +37,56 @@ std::string firstOf(const std::string& dsn, std::initializer_list<const char*> n
     return {};
 }
 
+using Words = std::vector<std::pair<std::string, std::string>>;
+
+/// What the driver hands to the client's library as it stands: "word=value word='a value'".
+Words wordsOf(std::string_view text) {
+    if (text.starts_with('{') && text.ends_with('}'))
+        text = text.substr(1, text.size() - 2);
+    const auto skipBlanks = [&text] { text.remove_prefix(std::min(text.find_first_not_of(' '), text.size())); };
+    Words words;
+    for (skipBlanks(); text.find('=') != std::string_view::npos; skipBlanks()) {
+        std::string name{text.substr(0, text.find('='))};
+        name.erase(std::min(name.find(' '), name.size()));
+        text.remove_prefix(text.find('=') + 1);
+        skipBlanks();
+        const bool quoted = text.starts_with('\'');
+        std::size_t at = quoted ? 1 : 0;
+        std::string value;
+        for (; at < text.size() && text[at] != (quoted ? '\'' : ' '); ++at) {
+            if (text[at] == '\\' && at + 1 < text.size())
+                ++at;
+            value.push_back(text[at]);
+        }
+        text.remove_prefix(std::min(at + (quoted ? 1 : 0), text.size()));
+        words.emplace_back(std::move(name), std::move(value));
+    }
+    return words;
+}
+
+/// How safe the line to the server is to be, as the environment says it to the server's own programs. Of the
+/// other words some are for the driver alone, and one is the password.
+std::string assignments(const std::string& dsn) {
+    constexpr std::array<std::pair<std::string_view, std::string_view>, 8> Variables{
+        {{"sslmode", "PGSSLMODE"},
+         {"sslrootcert", "PGSSLROOTCERT"},
+         {"sslcert", "PGSSLCERT"},
+         {"sslkey", "PGSSLKEY"},
+         {"sslcrl", "PGSSLCRL"},
+         {"channel_binding", "PGCHANNELBINDING"},
+         {"gssencmode", "PGGSSENCMODE"},
+         {"connect_timeout", "PGCONNECT_TIMEOUT"}}};
+    Words words = wordsOf(attribute(dsn, "pqopt"));
+    if (auto mode = attribute(dsn, "SSLmode"); !mode.empty())
+        words.insert(words.begin(), {"sslmode", std::move(mode)});
+    std::string line;
+    for (const auto& [name, value] : words)
+        for (const auto& [word, variable] : Variables)
+            if (name == word)
+                line.append(variable).append("=").append(shellWord(value)).append(" ");
+    return line;
+}
+
 void requireSound(const db::Connection& copy) {
     db::Query query{copy, "PRAGMA integrity_check(1)"};
     auto rows = query.open();
@@ -62,7 +116,7 @@ void backUp(const std::string& dsn, const fs::path& file) {
 }
 
 std::string backupCommand(const std::string& dsn, const fs::path& file) {
-    std::string line = "pg_dump --format=custom";
+    std::string line = assignments(dsn) + "pg_dump --format=custom";
     const auto add = [&line](const char* option, const std::string& value) {
         if (!value.empty())
             line += std::string{" "} + option + "=" + shellWord(value);
