@@ -43,7 +43,9 @@ using Words = std::vector<std::pair<std::string, std::string>>;
 Words wordsOf(std::string_view text) {
     if (text.starts_with('{') && text.ends_with('}'))
         text = text.substr(1, text.size() - 2);
-    const auto skipBlanks = [&text] { text.remove_prefix(std::min(text.find_first_not_of(' '), text.size())); };
+    const auto skipBlanks = [&text] {
+        text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    };
     Words words;
     for (skipBlanks(); text.find('=') != std::string_view::npos; skipBlanks()) {
         std::string name{text.substr(0, text.find('='))};
@@ -99,7 +101,9 @@ void requireSound(const db::Connection& copy) {
 
 void backUp(const std::string& dsn, const fs::path& file) {
     const BreakOff breakOff;
-    NewFile copy{fs::absolute(file).lexically_normal()};
+    const fs::path place = fs::absolute(file).lexically_normal();
+    requireNameable(place);
+    NewFile copy{place};
     {
         db::Connection connection;
         connect(connection, dsn);

@@ -43,9 +43,13 @@ std::filesystem::path databaseFile(const std::string& dsn) {
     std::filesystem::path file = attribute(dsn, "Database");
     if (!file.is_absolute() || !file.has_filename())
         throw std::runtime_error("The data source " + dsn + " names no database file by its whole path");
+    requireNameable(file);
+    return file;
+}
+
+void requireNameable(const std::filesystem::path& file) {
     if (file.string().find(';') != std::string::npos)  // in a connect string it begins the next attribute
         throw std::runtime_error("A new database cannot have a semicolon in its path: " + file.string());
-    return file;
 }
 
 std::optional<std::string> telltaleLog(const std::string& dsn) {

@@ -25,6 +25,9 @@ void requireDataSource(const std::string& dsn);
 /// std::runtime_error when there is no such data source, or its entry names no file that can be made here.
 [[nodiscard]] std::filesystem::path databaseFile(const std::string& dsn);
 
+/// Throws std::runtime_error where a new database's path cannot be said in a connect string.
+void requireNameable(const std::filesystem::path& file);
+
 /// A sentence when other programs on this data source leave a log that shows its password.
 [[nodiscard]] std::optional<std::string> telltaleLog(const std::string& dsn);
 

@@ -17,6 +17,7 @@ class TestBackup : public ToolTest {
     void makesASoundFile();
     void takesWhatIsCommittedWhileOthersWrite();
     void neverTouchesAnExistingFile();
+    void refusesASemicolonInThePath();
     void leavesNothingBehindAFailure_data();
     void leavesNothingBehindAFailure();
     void makesNoneOfADamagedDatabase();
@@ -72,6 +73,20 @@ void TestBackup::neverTouchesAnExistingFile() {
     QCOMPARE(refused.err, u"tessaly-db: There is a file %1 already: it is left as it is\n"_s.arg(place));
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), QByteArray("precious"));
+}
+
+/// What stands before it would be opened in place of the copy, and found sound.
+void TestBackup::refusesASemicolonInThePath() {
+    create();
+    for (const QString& place : {path(u"a;b/backup.mdb"_s), path(u"backup.mdb;old"_s)}) {
+        const auto refused = run({u"backup"_s, place});
+        QCOMPARE(refused.status, 1);
+        QCOMPARE(refused.err,
+                 u"tessaly-db: A new database cannot have a semicolon in its path: %1\n"_s.arg(place));
+        QVERIFY(!QFile::exists(place));
+    }
+    QVERIFY(!QFile::exists(path(u"a;b"_s)));
+    QCOMPARE(filesIn(scratch().folder()).filter(u"backup"_s), QStringList());
 }
 
 void TestBackup::leavesNothingBehindAFailure_data() {
