@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "db/Query.h"
+#include "tessaly-db/BreakOff.h"
 #include "tessaly-db/DataSource.h"
 #include "tessaly-db/Target.h"
 #include "tessaly-db/Users.h"
@@ -72,11 +73,14 @@ fs::path defaultImageRoot(const std::string& dsn) {
 }  // namespace
 
 void createDatabase(const NewDatabase& wanted) {
+    const BreakOff breakOff;
     Target target{wanted.dsn};
     target.makeTables();
     target.makeIndexes();
+    BreakOff::check();
     addRows(target.connection(), wanted,
             wanted.imageRoot.empty() ? defaultImageRoot(wanted.dsn) : wanted.imageRoot);
+    breakOff.noMore();
     target.keep();
 }
 

@@ -2,8 +2,10 @@
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTest>
+#include <csignal>
 
 #include "tests/tessaly-db/ToolTest.h"
 
@@ -23,6 +25,8 @@ class TestCreateFile : public ToolTest {
     void leavesNothingBehindAFailure();
     void refusesAnOldLog();
     void refusesASemicolonInThePath();
+    void leavesNothingBehindASignal_data();
+    void leavesNothingBehindASignal();
 };
 
 }  // namespace
@@ -117,6 +121,39 @@ void TestCreateFile::refusesASemicolonInThePath() {
              u"tessaly-db: A new database cannot have a semicolon in its path: %1\n"_s.arg(named));
     QVERIFY(!QFile::exists(path(u"a"_s)));
     QVERIFY(!QFile::exists(path(u"a;b"_s)));
+}
+
+void TestCreateFile::leavesNothingBehindASignal_data() {
+    QTest::addColumn<int>("signal");
+    QTest::newRow("Ctrl-C") << SIGINT;
+    QTest::newRow("the end of the session") << SIGHUP;
+    QTest::newRow("the end of the system") << SIGTERM;
+}
+
+/// The signal may come at any moment from the making of the file on, also when all is done: the database is
+/// then there, or nothing is.
+void TestCreateFile::leavesNothingBehindASignal() {
+    QFETCH(int, signal);
+    QVERIFY(QDir().mkpath(path(u"data"_s)));
+    const QDir folder{path(u"data"_s)};
+    for (int round = 0; round < 5; ++round) {
+        QProcess creating;
+        creating.setStandardInputFile(QProcess::nullDevice());
+        creating.start(QStringLiteral(TESSALY_DB), {u"create"_s});
+        QVERIFY(creating.waitForStarted());
+        const auto pid = static_cast<pid_t>(creating.processId());
+        while (creating.state() == QProcess::Running && folder.entryList(QDir::Files).isEmpty())
+            creating.waitForFinished(1);
+        if (creating.state() == QProcess::Running)
+            kill(pid, signal);
+        QVERIFY(creating.state() == QProcess::NotRunning || creating.waitForFinished());
+        const bool brokenOff = creating.exitStatus() == QProcess::NormalExit && creating.exitCode() == 1;
+        QCOMPARE(folder.entryList(QDir::Files | QDir::Hidden),
+                 brokenOff ? QStringList{} : QStringList{u"DicomDB.mdb"_s});
+        if (brokenOff)
+            QCOMPARE(creating.readAllStandardError(), "tessaly-db: Broken off: nothing was written\n"_ba);
+        QFile::remove(file());
+    }
 }
 
 QTEST_GUILESS_MAIN(TestCreateFile)
