@@ -53,9 +53,11 @@ constexpr auto NumStudies = std::to_array("NumStudies");
 const RepairShape& shapeOf(Check check) {
     // One joined statement tells of every row what it holds, several times as fast as a question for each
     // row. In words that every engine knows; and with all columns of studies and patients, so that no index
-    // but the table gives the order.
+    // but the table gives the order. Only an image without its series or study holds nothing: a part of its
+    // path that has no value, in a database from elsewhere, is an empty one.
     static const std::string Images =
-        "Study.StudyPath || '\\' || Series.SeriesDir || '\\' || Image.ImageFile AS Holds FROM Image "
+        "CASE WHEN Study.StudyInstanceUID IS NOT NULL THEN COALESCE(Study.StudyPath, '') || '\\' || "
+        "COALESCE(Series.SeriesDir, '') || '\\' || COALESCE(Image.ImageFile, '') END AS Holds FROM Image "
         "LEFT JOIN Series ON Series.SeriesInstanceUID=Image.SeriesInstanceUID "
         "LEFT JOIN Study ON Study.StudyInstanceUID=Series.StudyInstanceUID";
     static const std::string AllSeries =

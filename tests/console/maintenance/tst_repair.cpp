@@ -26,6 +26,8 @@ class RepairPassTest : public RepairTest {
     void anImageWithoutSeriesGoesSilently();
     void anImageWithoutStudyGoesSilently();
     void anImageWithoutFileIsAnnouncedOneByOne();
+    void anImageWithoutAWholePathIsAnnounced_data();
+    void anImageWithoutAWholePathIsAnnounced();
     void onePassTakesTheWholeChain();
     void aStudyWithAnotherSeriesStays();
     void stopAfterTheCurrentRowSkipsTheOtherChecks();
@@ -137,6 +139,42 @@ void RepairPassTest::anImageWithoutFileIsAnnouncedOneByOne() {
     repair();
     QVERIFY(script.isDone());
     QCOMPARE(archive().keys(), before);
+}
+
+void RepairPassTest::anImageWithoutAWholePathIsAnnounced_data() {
+    QTest::addColumn<QString>("change");
+    QTest::newRow("file") << u"UPDATE Image SET ImageFile=NULL WHERE SOPInstanceUID='2.1.1.1'"_s;
+    QTest::newRow("series") << u"UPDATE Series SET SeriesDir=NULL WHERE SeriesInstanceUID='2.1.1'"_s;
+    QTest::newRow("study") << u"UPDATE Study SET StudyPath=NULL WHERE StudyInstanceUID='2.1'"_s;
+}
+
+/// In a database from elsewhere, whose columns may be without a value.
+void RepairPassTest::anImageWithoutAWholePathIsAnnounced() {
+    QFETCH(QString, change);
+    for (const QString& table : {u"Image"_s, u"Series"_s, u"Study"_s})
+        database().run(u"DROP TABLE "_s + table);
+    database().define(
+        u"CREATE TABLE Study (StudyInstanceUID VARCHAR(64), IDPatient INTEGER, StudyPath VARCHAR(255))"_s);
+    database().define(
+        u"CREATE TABLE Series (SeriesInstanceUID VARCHAR(64), StudyInstanceUID VARCHAR(64), SeriesDir "
+        "VARCHAR(64))"_s);
+    database().define(
+        u"CREATE TABLE Image (SOPInstanceUID VARCHAR(64), SeriesInstanceUID VARCHAR(64), ImageFile "
+        "VARCHAR(128))"_s);
+    archive().addWholePatient(1, 1);
+    const QStringList sound = archive().keys();
+    archive().addPatient(2);
+    archive().addStudy(u"2.1"_s, 2);
+    archive().addSeries(u"2.1.1"_s, u"2.1"_s);
+    archive().addImage(u"2.1.1.1"_s, u"2.1.1"_s);
+    archive().addFile(u"2.1"_s, u"2.1.1"_s, u"2.1.1.1"_s);
+    archive().addImage(u"stray"_s, u"no such series"_s);  // which goes silently
+    database().run(change);
+    BoxScript script;
+    script.expect(plain(Missing)).expect(yesNo(Question, QMessageBox::No));
+    repair();
+    QVERIFY(script.isDone());
+    QCOMPARE(archive().keys(), sound);
 }
 
 void RepairPassTest::onePassTakesTheWholeChain() {
