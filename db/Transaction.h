@@ -21,9 +21,9 @@ class Transaction {
     Transaction& operator=(const Transaction&) = delete;
 
     /// Throws db::Error when the engine refuses; the destructor then rolls back. OutcomeUnknown where the
-    /// session was lost meanwhile. Throws as well when a
-    /// statement has failed since the beginning, whoever caught that: some engines have undone the others by
-    /// then, and not every driver says so when it is told to commit.
+    /// session was lost meanwhile. Throws as well when a statement has failed since the beginning, whoever
+    /// caught that: some engines have undone the others by then, and not every driver says so when it is told
+    /// to commit.
     void commit();
     /// Ends the transaction without its changes, before the destructor would; nothing happens after an end.
     void rollBack() noexcept;

@@ -1,5 +1,6 @@
 #include "tessaly-db/Fill.h"
 
+#include <limits>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -77,7 +78,8 @@ class Filling {
         fillPatients();
         while (fillImages(from))
             events_.goesOn(done_);
-        schema::setFilledTo(connection_, std::nullopt);
+        if (filled_.seesArchive())
+            schema::setFilledTo(connection_, std::nullopt);
         return filled_;
     }
 
@@ -95,7 +97,7 @@ class Filling {
     }
 
     void fillPatients() {
-        for (std::optional<long long> last{-1}; last;) {
+        for (std::optional last{std::numeric_limits<long long>::min()}; last;) {
             std::vector<std::pair<long long, std::string>> batch;
             patients_.bindAll({integer(*last), integer(BatchSize)});
             for (auto rows = patients_.open(); rows.next();)
@@ -158,6 +160,7 @@ class Filling {
                 continue;
             try {
                 ObjectHeader header = dicom::readHeader(std::filesystem::path{image.file});
+                ++filled_.readable;
                 if (header.sopInstanceUid != image.instance)
                     throw std::runtime_error(image.file + ": the file is another object's");
                 if (forSeries && header.seriesInstanceUid == image.series)
@@ -180,7 +183,8 @@ class Filling {
         filled_.images += update(updateImage_, schema::imageColumns(), values.images);
         update(updateStudy_, schema::studyColumns(), values.studies);
         update(updateSeries_, schema::seriesColumns(), values.series);
-        schema::setFilledTo(connection_, to);
+        if (filled_.seesArchive())
+            schema::setFilledTo(connection_, to);
         transaction.commit();
     }
 

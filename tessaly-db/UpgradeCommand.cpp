@@ -20,7 +20,7 @@ namespace {
 
 constexpr long long NamedFiles = 20;
 
-void fill(const db::Connection& connection, bool quiet) {
+[[nodiscard]] Filled fill(const db::Connection& connection, bool quiet) {
     OFLog::configure(OFLogger::OFF_LOG_LEVEL);  // what the toolkit thinks of a file is said here once
     const BreakOff breakOff;
     ProgressBar bar{!quiet, "images"};
@@ -45,13 +45,30 @@ void fill(const db::Connection& connection, bool quiet) {
     const Filled filled = fillOlderRows(connection, events);
     bar.clear();
     if (quiet)
-        return;
+        return filled;
     if (named > NamedFiles)
         std::cout << "... and " << named - NamedFiles << " more\n";
     std::cout << "Older rows: filled " << filled.patients << " patients and " << filled.images << " images";
     if (filled.unreadable > 0)
         std::cout << "; " << filled.unreadable << " files could not be read";
     std::cout << '\n';
+    return filled;
+}
+
+/// Reads the older rows' files, or the files anew that gave nothing. False where nothing was left to be done.
+bool fillOlder(const db::Connection& connection, const UpgradeOptions& options) {
+    const auto before = schema::filledTo(connection);
+    if (!before && !options.refill)
+        return false;
+    if (options.refill)
+        schema::setFilledTo(connection, "");
+    if (fill(connection, options.quiet).seesArchive())
+        return true;
+    if (options.refill)  // what has been given up before is not taken up again by the next upgrade
+        schema::setFilledTo(connection, before);
+    if (before && !options.quiet)
+        std::cout << "Not one of them could be: is the archive's disk there? The next upgrade tries again\n";
+    return true;
 }
 
 }  // namespace
@@ -64,11 +81,7 @@ int upgrade(const UpgradeOptions& options) {
     for (const auto& line : done)
         std::cout << line << '\n';
     std::cout.flush();
-    if (options.refill)
-        schema::setFilledTo(connection, "");
-    const bool fills = schema::filledTo(connection).has_value();
-    if (fills)
-        fill(connection, options.quiet);
+    const bool fills = fillOlder(connection, options);
     if (!done.empty() || !options.quiet)
         std::cout << options.dsn << ": version " << schema::currentVersion()
                   << (done.empty() && !fills ? ", nothing to do\n" : "\n");

@@ -32,6 +32,8 @@ class TestFill : public ToolTest {
     void namesWhatCannotBeRead();
     void namesNoMoreThanAFew();
     void looksAgainWhenTold();
+    void triesAgainWhereNothingOfTheArchiveIsThere();
+    void fillsPatientsOfAnyNumber();
     void saysNothingWhenQuiet();
     void goesOnWhereItWasBrokenOff();
     void runsWhileAServerStores();
@@ -230,6 +232,7 @@ void TestFill::namesNoMoreThanAFew() {
 void TestFill::looksAgainWhenTold() {
     makeOlder();
     addObject(1);
+    addObject(2);
     const QString file = imageFolder() + u'/' + uid(1) + u".dcm"_s;
     QVERIFY(QFile::rename(file, file + u".away"_s));
     writeRows();
@@ -239,7 +242,52 @@ void TestFill::looksAgainWhenTold() {
     QCOMPARE(column("SELECT COUNT(*) AS x FROM Image WHERE ContentDate IS NULL"), QStringList{u"1"_s});
     QVERIFY(
         run({u"upgrade"_s, u"--refill"_s}).out.startsWith(u"Older rows: filled 0 patients and 1 images\n"_s));
-    QCOMPARE(column("SELECT ContentDate FROM Image"), QStringList{u"20210204"_s});
+    QCOMPARE(column("SELECT ContentDate FROM Image"), (QStringList{u"20210204"_s, u"20210204"_s}));
+}
+
+/// An archive that is not mounted, and is at the next start.
+void TestFill::triesAgainWhereNothingOfTheArchiveIsThere() {
+    constexpr int Images = 250;  // more than a batch
+    const QString again =
+        u"is the archive's disk there? The next upgrade tries again\nDicomFDB: version 3\n"_s;
+    makeOlder();
+    for (int number = 1; number <= Images; ++number)
+        addObject(number);
+    writeRows();
+    const QString images = path(u"images"_s);
+    QVERIFY(QDir{}.rename(images, images + u".away"_s));
+    const auto first = run({u"upgrade"_s});
+    QCOMPARE(first.status, 0);
+    QVERIFY2(first.out.contains(u"filled 250 patients and 0 images; 250 files could not be read\n"_s),
+             qPrintable(first.out));
+    QVERIFY2(first.out.endsWith(again), qPrintable(first.out));
+    QCOMPARE(run({u"check"_s}).status, 1);
+    QVERIFY(run({u"upgrade"_s, u"--refill"_s}).out.endsWith(again));
+    QVERIFY(QDir{}.rename(images + u".away"_s, images));
+    QCOMPARE(run({u"upgrade"_s}).out,
+             u"Older rows: filled 0 patients and 250 images\nDicomFDB: version 3\n"_s);
+    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 3, nothing to do\n"_s);
+    QCOMPARE(run({u"check"_s}).out, u"DicomFDB: ok\n"_s);
+
+    // What has once been given up is tried when told, and by nobody else.
+    change(u"UPDATE Image SET ContentDate=NULL WHERE InstanceNumber='7'"_s);
+    QVERIFY(QDir{}.rename(images, images + u".away"_s));
+    QVERIFY(
+        run({u"upgrade"_s, u"--refill"_s}).out.contains(u"0 images; 1 files could not be read\nDicomFDB"_s));
+    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 3, nothing to do\n"_s);
+}
+
+void TestFill::fillsPatientsOfAnyNumber() {
+    makeOlder();
+    addRows(-7, u"missing.dcm"_s);
+    addRows(0, u"missing.dcm"_s);
+    writeRows();
+    change(
+        u"INSERT INTO Patient (ID, PatientID, Name) VALUES (-9223372036854775807, 'first', 'First'), "
+        "(9223372036854775807, 'last', 'Last')"_s);
+    QVERIFY(run({u"upgrade"_s}).out.contains(u"filled 4 patients and 0 images"_s));
+    QCOMPARE(column("SELECT NameAlphabetic FROM Patient ORDER BY ID"),
+             (QStringList{u"first"_s, u"muller^-7"_s, u"muller^0"_s, u"last"_s}));
 }
 
 void TestFill::saysNothingWhenQuiet() {
