@@ -97,7 +97,7 @@ class SendingTest : public QObject {
     void aSlowPeerIsWaitedFor();
     void aStopEndsIt_data();
     void aStopEndsIt();
-    void aStopWhileItIsConvertedIsNoFailure();
+    void aStopWhileItIsConvertedIsNoFailure() const;
     void whatCannotBeReadFailsAlone_data();
     void whatCannotBeReadFailsAlone();
 
@@ -384,7 +384,7 @@ void SendingTest::aStopEndsIt() {
     QCOMPARE(stopped.outcome, Outcome::Stopped);
 }
 
-void SendingTest::aStopWhileItIsConvertedIsNoFailure() {
+void SendingTest::aStopWhileItIsConvertedIsNoFailure() const {
     struct Stopped : Bytes {
         explicit Stopped(std::stop_source& source) : Bytes(100, {Ct, Rle}), stop(source) {}
         [[nodiscard]] std::unique_ptr<OutgoingObject> in(const std::string& /*syntax*/) override {
