@@ -146,8 +146,11 @@ void Senders::send(const SharedArchive& archive, int sender, const std::vector<O
         if (!answer.arrived || answer.status != 0)  // as senders do
             std::this_thread::sleep_for(std::chrono::milliseconds{20});
     }
-    if (association && association->isOpen())
-        association->release();
+    try {
+        if (association && association->isOpen())
+            association->release();
+    } catch (const std::runtime_error&) {  // its server was killed in this moment: all is stored that it sent
+    }
 }
 
 void compareWithArchive(const std::map<std::string, ObjectSpec>& objects, const SharedArchive& archive) {
