@@ -91,7 +91,7 @@ void SharedTablesTest::storeAtOnce(int times, const std::function<void(ArchiveIn
     std::atomic<int> failed{0};
     {
         std::vector<std::jthread> threads;
-        threads.reserve(static_cast<std::size_t>(Servers * Stores));
+        threads.reserve(std::size_t{Servers} * std::size_t{Stores});
         for (int i = 0; i < Servers * Stores; ++i) {
             threads.emplace_back([&, i] {
                 try {
