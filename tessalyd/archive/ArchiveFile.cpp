@@ -58,23 +58,13 @@ void makeFolder(const fs::path& folder) {
     flushFolder(folder.parent_path());
 }
 
-bool isSame(const struct stat& a, const struct stat& b) noexcept {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
-bool names(const fs::path& path, const FileDescriptor& file) noexcept {
-    struct stat opened {};
-    struct stat found {};
-    return ::fstat(file.get(), &opened) == 0 && ::lstat(path.c_str(), &found) == 0 && isSame(opened, found);
-}
-
 /// The file of that name, locked where locks are to be had; none where there is none, or none that may be
 /// opened.
 FileDescriptor lockedAt(const fs::path& path) {
     for (;;) {
         // For writing, although nothing is written: network file systems give no other the lock.
         FileDescriptor file{::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
-        if (!file.isOpen() || waitForLock(file) == FileLock::NotToBeHad || names(path, file))
+        if (!file.isOpen() || waitForLock(file) == FileLock::NotToBeHad || isNamed(file, path))
             return file;
     }
 }
@@ -179,7 +169,7 @@ void ArchiveFile::copyTo(ArchiveFile& other) const {
 
 bool ArchiveFile::replaces() const noexcept {
     struct stat found {};
-    return ::lstat((folder_ / name_).c_str(), &found) == 0;
+    return ::lstat(path().c_str(), &found) == 0;
 }
 
 void ArchiveFile::flush() {
@@ -192,9 +182,9 @@ void ArchiveFile::publish() {
     try {
         if (stage_ == Stage::Writing) {
             giveName();
-        } else if (!isMine(folder_ / name_)) {
+        } else if (!isNamed(file_, path())) {
             errno = ESTALE;
-            fail(folder_ / name_);
+            fail(path());
         }
     } catch (...) {
         withdraw();
@@ -203,7 +193,7 @@ void ArchiveFile::publish() {
 }
 
 void ArchiveFile::giveName() {
-    const fs::path final = folder_ / name_;
+    const fs::path final = path();
     flush();
     while (stage_ == Stage::Writing) {
         if (moved(temporary_, final, RENAME_NOREPLACE)) {
@@ -240,19 +230,15 @@ void ArchiveFile::leave() noexcept {
         withdraw();
 }
 
-bool ArchiveFile::isMine(const fs::path& path) const noexcept {
-    return names(path, file_);
-}
-
 void ArchiveFile::withdraw() noexcept {
     if (stage_ == Stage::Done)
         return;
-    const fs::path final = folder_ / name_;
+    const fs::path final = path();
     // Where files cannot be locked, another server may have put its own there since: that is not this one's to
     // take away.
-    if (stage_ == Stage::Replaced && isMine(final))
+    if (stage_ == Stage::Replaced && isNamed(file_, final))
         moved(temporary_, final, RENAME_EXCHANGE);
-    else if (stage_ == Stage::Published && isMine(final))
+    else if (stage_ == Stage::Published && isNamed(file_, final))
         ::unlink(final.c_str());
     ::unlink(temporary_.c_str());
     ::rmdir(folder_.c_str());  // each only when nothing is in it
@@ -270,7 +256,7 @@ FormerFile::FormerFile(fs::path path) : path_(std::move(path)), file_(lockedAt(p
 
 void FormerFile::remove() const noexcept {
     struct stat found {};
-    if (found_ && ::lstat(path_.c_str(), &found) == 0 && isSame(*found_, found))
+    if (found_ && ::lstat(path_.c_str(), &found) == 0 && isSameFile(*found_, found))
         ::unlink(path_.c_str());
 }
 

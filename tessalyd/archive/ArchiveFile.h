@@ -63,7 +63,7 @@ class ArchiveFile {
     void open();
     void makeFolders();
     void giveName();
-    [[nodiscard]] bool isMine(const std::filesystem::path& path) const noexcept;
+    [[nodiscard]] std::filesystem::path path() const { return folder_ / name_; }  // the final one
 
     std::filesystem::path folder_;
     std::string name_;

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <system_error>
 #include <thread>
 
@@ -42,6 +44,18 @@ enum class FileLock {
     }
     throw std::system_error{std::make_error_code(std::errc::device_or_resource_busy),
                             "a store of the same instance does not come to its end"};
+}
+
+[[nodiscard]] inline bool isSameFile(const struct stat& a, const struct stat& b) noexcept {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+/// The path is still that of the open file: a name may come to stand for another one before it is locked.
+[[nodiscard]] inline bool isNamed(const FileDescriptor& file, const std::filesystem::path& path) noexcept {
+    struct stat opened {};
+    struct stat found {};
+    return ::fstat(file.get(), &opened) == 0 && ::lstat(path.c_str(), &found) == 0 &&
+           isSameFile(opened, found);
 }
 
 }  // namespace tessaly::tessalyd

@@ -35,12 +35,11 @@ bool removed(const fs::path& file, const timespec& started) {
     // For writing, although nothing is written: network file systems give no other the lock that is wanted.
     const FileDescriptor handle{::open(file.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
     struct stat found {};
-    struct stat named {};
     if (!handle.isOpen() || ::fstat(handle.get(), &found) < 0 || !S_ISREG(found.st_mode) ||
         !isBefore(found.st_mtim, started) || lockFile(handle) != FileLock::Held)
         return false;
     // The name may have come to stand for another file before this one was locked.
-    return ::lstat(file.c_str(), &named) == 0 && named.st_ino == found.st_ino && ::unlink(file.c_str()) == 0;
+    return isNamed(handle, file) && ::unlink(file.c_str()) == 0;
 }
 
 /// Calls `visit` with every entry of a folder until `stop`; a folder that cannot be read has none.
