@@ -32,11 +32,14 @@ void ArchiveWriter::take(std::span<const char> block) {
         file_->write(block);
         return;
     }
-    incoming_.take(block);
-    unplaced_.append(block);
-    if (incoming_.isDone() && unplaced_.size() >= UnplacedBytes::MostInMemory)
+    const bool isPlaceable = incoming_.take(block);
+    if (isPlaceable && unplaced_.size() + block.size() > UnplacedBytes::MostInMemory) {
         begin(false);
-    else if (!incoming_.isDone() && unplaced_.size() > dicom::LongestHeader)
+        file_->write(block);
+        return;
+    }
+    unplaced_.append(block);
+    if (!isPlaceable && unplaced_.size() > dicom::LongestHeader)
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The header of the object does not end"};
 }
 
@@ -157,12 +160,11 @@ void ArchiveWriter::recordOnce() {
         file_->flush();
     index_.record(*header_, placement_->location(),
                   {.publish = [this] { file_->publish(); },
-                   .leave =
-                       [this](const std::optional<ArchiveLocation>& former) {
-                           former_.reset();  // of an earlier attempt: it holds the lock that is wanted
-                           if (former)
-                               former_.emplace(db::localPath(former->path()));
-                       }});
+                   .leave = [this](const std::optional<ArchiveLocation>& former) {
+                       former_.reset();  // of an earlier attempt: it holds the lock that is wanted
+                       if (former)
+                           former_.emplace(db::localPath(former->path()));
+                   }});
 }
 
 void ArchiveWriter::follow() {
