@@ -2,6 +2,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QScopeGuard>
 #include <QTest>
 #include <atomic>
 #include <thread>
@@ -176,7 +177,11 @@ void HostileHeadersTest::terminateEndsAHeaderThatIsArriving() {
         } catch (const std::runtime_error&) {  // the server is gone
         }
     }};
-    const auto join = qScopeGuard([&sender] { sender.join(); });
+    const auto join = qScopeGuard([&] {
+        if (daemon_->process.state() != QProcess::NotRunning)
+            daemon_->kill();  // it did not end: nor would the sender
+        sender.join();
+    });
     EVENTUALLY(sent > 2);
     QElapsedTimer time;
     time.start();
