@@ -3,125 +3,30 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcelem.h>
 
-#include <QUtf8StringView>
-#include <algorithm>
-
-#include "dicom/CodeExtensions.h"
-#include "dicom/Padding.h"
-
 namespace tessaly::dicom {
 
 namespace {
 
-constexpr char Escape = '\x1b';
-
-/// Some devices name the only set that they use as if others might follow it.
-std::string namedPlainly(const std::string& set) {
-    constexpr std::string_view WithExtensions = "ISO 2022 IR ";
-    if (set.starts_with(WithExtensions) && set.find('\\') == std::string::npos)
-        return "ISO_IR " + set.substr(WithExtensions.size());
-    return set;
-}
-
-bool isAscii(char c) {
-    return static_cast<signed char>(c) >= 0;
-}
-
-/// The same bytes in every set there is.
-bool isPlain(const std::string& text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return isAscii(c) && c != Escape; });
-}
-
-bool isUtf8(std::string_view text) {
-    return QUtf8StringView{text.data(), static_cast<qsizetype>(text.size())}.isValidUtf8();
-}
-
 /// As it is: the toolkit would look each of several values up from the beginning, for minutes in long lists.
-OFCondition readWhole(DcmElement& element, OFString& text) {
-    return element.getOFStringArray(text, OFFalse);
-}
-
-/// Each of several values without the blanks around it.
-std::string withoutBlanksBetween(std::string_view text) {
-    std::string result;
-    for (;;) {
-        const std::size_t length = text.find('\\');
-        result += withoutBlanks(text.substr(0, length));
-        if (length == std::string_view::npos)
-            return result;
-        result += '\\';
-        text.remove_prefix(length + 1);
-    }
-}
-
-std::string asciiOf(const std::string& text, const std::string& unreadable) {
-    std::string result;
-    for (const char c : text) {
-        if (isAscii(c))
-            result += c;
-        else
-            result += unreadable;
-    }
-    return result;
-}
-
-void cut(std::string& value, std::size_t width) {
-    if (value.size() <= width)
-        return;
-    const auto startsCharacter = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; };
-    std::size_t end = 0;
-    for (std::size_t characters = 0; end < value.size(); ++end) {
-        if (startsCharacter(value[end]) && characters++ == width)
-            break;
-    }
-    value.resize(end);
+std::string wholeValue(DcmItem& dataset, const DcmTagKey& tag, DcmEVR* vr = nullptr) {
+    DcmElement* element = nullptr;
+    OFString found;
+    if (dataset.findAndGetElement(tag, element).bad() || element->getOFStringArray(found, OFFalse).bad())
+        return {};
+    if (vr != nullptr)
+        *vr = element->ident();
+    return {found.c_str(), found.length()};
 }
 
 }  // namespace
 
 DataSetText::DataSetText(DcmDataset& dataset, std::string_view unreadable)
-    : dataset_(dataset), unreadable_(unreadable), converter_(std::make_unique<DcmSpecificCharacterSet>()) {
-    OFString found;
-    dataset.findAndGetOFStringArray(DCM_SpecificCharacterSet, found);
-    const std::string sets{found.c_str(), found.length()};
-    knowsEscapes_ = converter_->selectCharacterSet(namedPlainly(sets)).good();
-    // The toolkit does not know all that may follow; what stays in the first set can be read nevertheless.
-    if (!knowsEscapes_ && converter_->selectCharacterSet(namedPlainly(sets.substr(0, sets.find('\\')))).bad())
-        converter_.reset();
-}
-
-/// A text that is not ASCII alone.
-std::string DataSetText::decoded(const DcmElement& element, const std::string& bytes) const {
-    if (element.isAffectedBySpecificCharacterSet()) {
-        const bool hasEscapes = bytes.find(Escape) != std::string::npos;
-        if (converter_ && (knowsEscapes_ || !hasEscapes)) {
-            const std::unique_ptr<DcmObject> copy{element.clone()};
-            auto& text = static_cast<DcmElement&>(*copy);
-            OFString converted;
-            if (text.convertCharacterSet(*converter_).good() && readWhole(text, converted).good() &&
-                isUtf8({converted.c_str(), converted.length()}))
-                return {converted.c_str(), converted.length()};
-        }
-        if (auto converted = fromCodeExtensions(bytes))
-            return *std::move(converted);
-    }
-    return asciiOf(bytes, unreadable_);
-}
+    : dataset_(dataset), decoder_(wholeValue(dataset, DCM_SpecificCharacterSet), unreadable) {}
 
 std::string DataSetText::value(const DcmTagKey& tag, std::size_t width) const {
-    DcmElement* element = nullptr;
-    OFString found;
-    if (dataset_.findAndGetElement(tag, element).bad() || readWhole(*element, found).bad())
-        return {};
-    std::string value{found.c_str(), found.length()};
-    if (!isPlain(value))
-        value = decoded(*element, value);
-    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
-    std::replace_if(value.begin(), value.end(), isControl, ' ');
-    value = withoutBlanksBetween(value);
-    cut(value, width);
-    value.resize(value.find_last_not_of(' ') + 1);
-    return value;
+    DcmEVR vr = EVR_UNKNOWN;
+    std::string bytes = wholeValue(dataset_, tag, &vr);
+    return decoder_.decode(std::move(bytes), vr, width);
 }
 
 }  // namespace tessaly::dicom

@@ -6,22 +6,42 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <span>
 
 namespace tessaly::dicom {
 
 /// True when sequences lie within each other so deep that the DICOM toolkit cannot be given the data set: its
-/// parser calls itself for each of them, and a peer could have it use up the stack. Looks no further than the
-/// first element that is `end` or behind it; what is cut off is no matter. Where the bytes can be understood
-/// in two ways, the deeper one counts.
+/// parser calls itself for each of them, and a peer could exhaust the stack. Stops at the first element that
+/// is `end` or behind it; what is cut off does not matter. Where the bytes can be understood in several ways,
+/// the deepest one counts.
 [[nodiscard]] bool nestsTooDeep(std::span<const char> dataSet, E_TransferSyntax syntax,
                                 const DcmTagKey& end = DcmTagKey{0xffff, 0xffff});
 
-/// True when a value is longer than what is there of it, or a header is there in part. What is merely not
-/// ended, as some devices leave the last sequence, or is filled up with zeros, is whole.
+/// Tells a data set that is cut off from a whole one while it arrives, in constant memory.
+class CutOffCheck {
+  public:
+    explicit CutOffCheck(E_TransferSyntax syntax);
+    ~CutOffCheck();
+    CutOffCheck(const CutOffCheck&) = delete;
+    CutOffCheck& operator=(const CutOffCheck&) = delete;
+
+    /// The next bytes.
+    void take(std::span<const char> bytes);
+    /// When all bytes have been taken: true when a value is longer than what is there of it, or a head is
+    /// there in part. What is merely not ended, as some devices leave the last sequence, or is filled up with
+    /// zeros, is whole. False as well for what is nested deeper than can be followed.
+    [[nodiscard]] bool isCutOff() const;
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+/// The same of a data set that is there already.
 [[nodiscard]] bool isCutOff(std::span<const char> dataSet, E_TransferSyntax syntax);
-/// The same of a data set that is not in memory: `byteAt` is asked for hardly more than the elements'
-/// headers, and comes through with what it throws.
+/// The same of a data set that is not in memory: `byteAt` is asked for hardly more than the elements' heads,
+/// and what it throws is passed on.
 [[nodiscard]] bool isCutOff(const std::function<char(std::size_t)>& byteAt, std::size_t size,
                             E_TransferSyntax syntax);
 

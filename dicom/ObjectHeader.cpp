@@ -1,39 +1,71 @@
 #include "dicom/ObjectHeader.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcistrmb.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
-#include <vector>
 
-#include "dicom/DataSetText.h"
-#include "dicom/DataSetWalk.h"
 #include "dicom/DateTimeRange.h"
 #include "dicom/NameFolding.h"
 #include "dicom/ObjectFile.h"
-#include "dicom/SkippingStream.h"
+#include "dicom/TextDecoder.h"
 
 namespace tessaly::dicom {
 
 namespace {
 
-/// Longer values are not read: none of the header's is nearly as long.
-constexpr Uint32 LongestValue = 4096;
+constexpr std::size_t BlockSize = std::size_t{32} << 10U;  // most headers are well within the first
 
-/// How much of a file is read at once; most headers are well within the first.
-constexpr std::size_t FirstLook = std::size_t{32} << 10U;
-constexpr std::size_t LookGrowth = 8;
-constexpr std::size_t LongestHeader = std::size_t{64} << 20U;
-
-std::optional<long long> number(DcmDataset& dataset, const DcmTagKey& tag) {
-    Uint16 found = 0;
-    if (dataset.findAndGetUint16(tag, found).bad())
-        return std::nullopt;
-    return found;
+std::vector<DcmTagKey> headerTags() {
+    return {DCM_SpecificCharacterSet,
+            DCM_SOPClassUID,
+            DCM_SOPInstanceUID,
+            DCM_StudyDate,
+            DCM_SeriesDate,
+            DCM_ContentDate,
+            DCM_StudyTime,
+            DCM_SeriesTime,
+            DCM_ContentTime,
+            DCM_AccessionNumber,
+            DCM_Modality,
+            DCM_ReferringPhysicianName,
+            DCM_StudyDescription,
+            DCM_SeriesDescription,
+            DCM_PatientName,
+            DCM_PatientID,
+            DCM_PatientBirthDate,
+            DCM_PatientSex,
+            DCM_BodyPartExamined,
+            DCM_ProtocolName,
+            DCM_StudyInstanceUID,
+            DCM_SeriesInstanceUID,
+            DCM_StudyID,
+            DCM_SeriesNumber,
+            DCM_InstanceNumber,
+            DCM_NumberOfFrames,
+            DCM_Rows,
+            DCM_Columns};
 }
 
-/// Nothing for what the tables' number columns cannot hold, either.
+DcmTagKey behindHeader() {
+    return {DCM_Columns.getGroup(), static_cast<Uint16>(DCM_Columns.getElement() + 1)};
+}
+
+std::string textBytes(const AttributeReader& attributes, const DcmTagKey& tag) {
+    const AttributeReader::Value* const value = attributes.find(tag);
+    return value != nullptr && isText(value->vr) ? value->bytes : std::string{};
+}
+
+std::optional<long long> number(const AttributeReader& attributes, const DcmTagKey& tag) {
+    const AttributeReader::Value* const value = attributes.find(tag);
+    if (value == nullptr || value->vr != EVR_US)
+        return std::nullopt;
+    return unsignedShort(value->bytes, value->littleEndian);
+}
+
+/// Returns nullopt as well for what the tables' number columns cannot hold.
 std::optional<long long> whole(std::string_view text) {
     text.remove_prefix(text.starts_with('+') ? 1 : 0);
     std::int32_t value = 0;
@@ -42,46 +74,51 @@ std::optional<long long> whole(std::string_view text) {
     return error == std::errc{} && stop == end ? std::optional<long long>{value} : std::nullopt;
 }
 
-ObjectHeader extract(DcmDataset& dataset) {
-    const DataSetText text{dataset};
+ObjectHeader extract(const AttributeReader& attributes) {
+    const TextDecoder decoder{textBytes(attributes, DCM_SpecificCharacterSet)};
+    const auto text = [&](const DcmTagKey& tag, std::size_t width) {
+        const AttributeReader::Value* const value = attributes.find(tag);
+        return value == nullptr ? std::string{}
+                                : decoder.decode(textBytes(attributes, tag), value->vr, width);
+    };
     const auto uid = [&text](const DcmTagKey& tag) {
-        return text.value(tag, LongestValue);  // what is too long must fail, not fit
+        return text(tag, AttributeReader::LongestValue);  // what is too long must fail, not fit
     };
     // The old form of a date, with points, as the new one: only that is found by.
     const auto date = [&text](const DcmTagKey& tag) {
         constexpr std::size_t AnyForm = 10;
         constexpr std::size_t Width = 8;
-        auto plain = storedDate(text.value(tag, AnyForm));
-        return plain ? std::move(*plain) : text.value(tag, Width);
+        auto plain = storedDate(text(tag, AnyForm));
+        return plain ? std::move(*plain) : text(tag, Width);
     };
     ObjectHeader header{
-        .patientId = text.value(DCM_PatientID, 64),
-        .patientName = text.value(DCM_PatientName, 324),
+        .patientId = text(DCM_PatientID, 64),
+        .patientName = text(DCM_PatientName, 324),
         .birthDate = date(DCM_PatientBirthDate),
-        .sex = text.value(DCM_PatientSex, 16),
+        .sex = text(DCM_PatientSex, 16),
         .studyInstanceUid = uid(DCM_StudyInstanceUID),
-        .studyId = text.value(DCM_StudyID, 16),
+        .studyId = text(DCM_StudyID, 16),
         .studyDate = date(DCM_StudyDate),
-        .studyTime = text.value(DCM_StudyTime, 16),
-        .accessionNumber = text.value(DCM_AccessionNumber, 16),
-        .studyDescription = text.value(DCM_StudyDescription, 64),
-        .referringPhysicianName = text.value(DCM_ReferringPhysicianName, 324),
+        .studyTime = text(DCM_StudyTime, 16),
+        .accessionNumber = text(DCM_AccessionNumber, 16),
+        .studyDescription = text(DCM_StudyDescription, 64),
+        .referringPhysicianName = text(DCM_ReferringPhysicianName, 324),
         .seriesInstanceUid = uid(DCM_SeriesInstanceUID),
-        .modality = text.value(DCM_Modality, 16),
-        .seriesNumber = text.value(DCM_SeriesNumber, 12),
-        .seriesDescription = text.value(DCM_SeriesDescription, 64),
+        .modality = text(DCM_Modality, 16),
+        .seriesNumber = text(DCM_SeriesNumber, 12),
+        .seriesDescription = text(DCM_SeriesDescription, 64),
         .seriesDate = date(DCM_SeriesDate),
-        .seriesTime = text.value(DCM_SeriesTime, 16),
-        .bodyPartExamined = text.value(DCM_BodyPartExamined, 16),
-        .protocolName = text.value(DCM_ProtocolName, 64),
+        .seriesTime = text(DCM_SeriesTime, 16),
+        .bodyPartExamined = text(DCM_BodyPartExamined, 16),
+        .protocolName = text(DCM_ProtocolName, 64),
         .sopInstanceUid = uid(DCM_SOPInstanceUID),
         .sopClassUid = uid(DCM_SOPClassUID),
-        .instanceNumber = text.value(DCM_InstanceNumber, 12),
+        .instanceNumber = text(DCM_InstanceNumber, 12),
         .contentDate = date(DCM_ContentDate),
-        .contentTime = text.value(DCM_ContentTime, 16),
-        .pixelRows = number(dataset, DCM_Rows),
-        .pixelColumns = number(dataset, DCM_Columns),
-        .numberOfFrames = whole(text.value(DCM_NumberOfFrames, 12)),
+        .contentTime = text(DCM_ContentTime, 16),
+        .pixelRows = number(attributes, DCM_Rows),
+        .pixelColumns = number(attributes, DCM_Columns),
+        .numberOfFrames = whole(text(DCM_NumberOfFrames, 12)),
         .transferSyntaxUid = {},
     };
     header.nameGroups = foldedGroups(header.patientName);
@@ -89,52 +126,82 @@ ObjectHeader extract(DcmDataset& dataset) {
     return header;
 }
 
+/// Gives the bytes of a file's data set to `take`, block by block, until that returns true.
+template <class Take>
+void feed(ObjectFile& object, const Take& take) {
+    std::vector<char> block(BlockSize);
+    for (std::size_t at = 0; at < object.size();) {
+        const std::span part = std::span{block}.first(std::min(block.size(), object.size() - at));
+        object.read(part);
+        at += part.size();
+        if (take(part, at == object.size()))
+            return;
+    }
+}
+
+/// Makes deflated blocks plain ones.
+class Inflater {
+  public:
+    Inflater() { stream_.installCompressionFilter(ESC_zlib); }
+
+    template <class Take>
+    bool inflate(std::span<const char> deflated, bool isLast, const Take& take) {
+        stream_.setBuffer(deflated.data(), static_cast<offile_off_t>(deflated.size()));
+        if (isLast)
+            stream_.setEos();
+        bool isDone = false;
+        for (offile_off_t count = 1; count > 0 && !isDone;) {
+            count =
+                stream_.good() ? stream_.read(block_.data(), static_cast<offile_off_t>(block_.size())) : 0;
+            isDone = take(std::span<const char>{block_}.first(static_cast<std::size_t>(count)));
+        }
+        stream_.releaseBuffer();
+        return isDone;
+    }
+
+  private:
+    DcmInputBufferStream stream_;
+    std::vector<char> block_ = std::vector<char>(BlockSize);
+};
+
 }  // namespace
 
-std::optional<ObjectHeader> readHeader(std::span<const char> data, E_TransferSyntax syntax, bool complete,
-                                       const std::function<void(DcmDataset&)>& look) {
-    const DcmTagKey behind{DCM_Columns.getGroup(), static_cast<Uint16>(DCM_Columns.getElement() + 1)};
-    if (nestsTooDeep(data, syntax, behind))
-        throw HeaderFault{"Sequences of the object are nested too deeply"};
-    SkippingStream stream;
-    stream.setBuffer(data.data(), static_cast<offile_off_t>(data.size()));
-    if (complete)
-        stream.setEos();
-    DcmDataset dataset;
-    dataset.transferInit();
-    const OFCondition read = dataset.readUntilTag(stream, syntax, EGL_noChange, LongestValue, behind);
-    dataset.transferEnd();
-    if (read == EC_StreamNotifyClient && !complete)
-        return std::nullopt;
-    if (read.bad())
-        throw HeaderFault{"The data set cannot be read", read.text()};
-    if (look)
-        look(dataset);
-    return extract(dataset);
+HeaderReader::HeaderReader(E_TransferSyntax syntax, ElementVisitor* observer)
+    : attributes_(syntax, headerTags(), behindHeader(), observer) {}
+
+ObjectHeader HeaderReader::header() const {
+    attributes_.finish();
+    return extract(attributes_);
 }
 
 ObjectHeader readHeader(const std::filesystem::path& file) {
-    const ObjectFile object{file};
-    const E_TransferSyntax syntax = DcmXfer{object.kind().transferSyntax.c_str()}.getXfer();
-    if (syntax == EXS_Unknown)
+    ObjectFile object{file};
+    const DcmXfer syntax{object.kind().transferSyntax.c_str()};
+    if (syntax.getXfer() == EXS_Unknown)
         throw std::runtime_error{file.string() + ": its transfer syntax is unknown"};
-    std::vector<char> bytes;
-    std::optional<ObjectHeader> header;
-    for (std::size_t size = FirstLook; !header; size *= LookGrowth) {
-        const bool complete = size >= object.size();
-        if (!complete && size > LongestHeader)
-            throw std::runtime_error{file.string() + ": its header does not end"};
-        const std::size_t known = bytes.size();
-        bytes.resize(std::min(size, object.size()));
-        object.readAt(known, std::span{bytes}.subspan(known));
-        try {
-            header = readHeader(bytes, syntax, complete);
-        } catch (const HeaderFault& fault) {
-            throw std::runtime_error{file.string() + ": " + fault.what()};
+    HeaderReader reader{syntax.getXfer()};
+    std::size_t taken = 0;
+    const auto take = [&](std::span<const char> bytes) {
+        taken += bytes.size();
+        if (taken > LongestHeader && !reader.isDone())
+            throw HeaderFault{"its header does not end"};
+        return reader.take(bytes);
+    };
+    try {
+        if (syntax.getStreamCompression() == ESC_zlib) {
+            Inflater inflater;
+            feed(object, [&](std::span<const char> block, bool isLast) {
+                return inflater.inflate(block, isLast, take);
+            });
+        } else {
+            feed(object, [&](std::span<const char> block, bool /*isLast*/) { return take(block); });
         }
+        ObjectHeader header = reader.header();
+        header.transferSyntaxUid = object.kind().transferSyntax;
+        return header;
+    } catch (const HeaderFault& fault) {
+        throw std::runtime_error{file.string() + ": " + fault.what()};
     }
-    header->transferSyntaxUid = object.kind().transferSyntax;
-    return *std::move(header);
 }
 
 bool isUid(std::string_view text) noexcept {

@@ -1,18 +1,17 @@
 #pragma once
 
 #include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcxfer.h>
 
 #include <array>
+#include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
+
+#include "dicom/AttributeReader.h"
 
 namespace tessaly::dicom {
 
@@ -53,25 +52,28 @@ struct ObjectHeader {
     std::string transferSyntaxUid;  ///< that of the file
 };
 
-/// Why a data set has no header that can be read. what() tells nothing of a patient.
-class HeaderFault : public std::runtime_error {
-  public:
-    explicit HeaderFault(const std::string& what, std::string detail = {})
-        : std::runtime_error(what), detail_(std::move(detail)) {}
+/// A header that does not end within so many bytes is not looked for any further.
+constexpr std::size_t LongestHeader = std::size_t{64} << 20U;
 
-    /// In the toolkit's own words; may be empty.
-    [[nodiscard]] const std::string& detail() const noexcept { return detail_; }
+/// Reads the header of an object while its data set arrives, in whatever pieces. No more is held than the
+/// header's values.
+class HeaderReader {
+  public:
+    /// `observer` is told all that the header consists of; it may be null, and must outlive the reader.
+    explicit HeaderReader(E_TransferSyntax syntax, ElementVisitor* observer = nullptr);
+
+    /// The next bytes of the data set. Returns true when the header has ended. Throws HeaderFault on what is
+    /// no header of an object.
+    bool take(std::span<const char> bytes) { return attributes_.take(bytes); }
+    /// True when the header has ended, and more bytes are ignored.
+    [[nodiscard]] bool isDone() const noexcept { return attributes_.isDone(); }
+    /// The header, when it or the whole data set has ended. Throws HeaderFault where the data set has ended
+    /// within an element.
+    [[nodiscard]] ObjectHeader header() const;
 
   private:
-    std::string detail_;
+    AttributeReader attributes_;
 };
-
-/// Reads the header from the beginning of a data set. `complete` says that `data` is all of it: without it,
-/// nothing is returned while the header reaches beyond the data. `look` is shown the header's elements, if it
-/// is there. Throws HeaderFault on what is no DICOM data set.
-[[nodiscard]] std::optional<ObjectHeader> readHeader(std::span<const char> data, E_TransferSyntax syntax,
-                                                     bool complete,
-                                                     const std::function<void(DcmDataset&)>& look = {});
 
 /// Reads the header of a file; no more of the file than that takes. Throws std::runtime_error, which names
 /// the file, when it is missing, cannot be read or is no DICOM file.

@@ -10,61 +10,50 @@
 #include <system_error>
 
 #include "db/StoredPath.h"
-#include "dicom/DataSetWalk.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/archive/Decoder.h"
-#include "tessalyd/archive/FileWindow.h"
 #include "tessalyd/archive/StoreFailure.h"
 
 namespace tessaly::tessalyd {
-
-namespace {
-
-/// Headers hardly ever reach beyond the first; what has none within the second is no image.
-constexpr std::size_t FirstLook = std::size_t{1} << 20U;
-constexpr std::size_t LastLook = std::size_t{64} << 20U;
-
-}  // namespace
 
 ArchiveWriter::ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, IncomingObject object,
                              std::vector<char>& buffer)
     : port_(port),
       index_(index),
       object_(std::move(object)),
-      buffer_(buffer),
-      nextLook_(FirstLook),
-      stream_([this](std::span<const char> block) { take(block); }) {
-    buffer_.clear();
-}
+      incoming_(object_.syntax),
+      end_(object_.syntax),
+      unplaced_(buffer, db::localPath(port.root)),
+      stream_([this](std::span<const char> block) { take(block); }) {}
 
 void ArchiveWriter::take(std::span<const char> block) {
+    end_.take(block);
     if (file_) {
         file_->write(block);
         return;
     }
-    buffer_.insert(buffer_.end(), block.begin(), block.end());
-    if (buffer_.size() >= nextLook_)
+    const bool isPlaceable = incoming_.take(block);
+    if (isPlaceable && unplaced_.size() + block.size() > UnplacedBytes::MostInMemory) {
         begin(false);
+        file_->write(block);
+        return;
+    }
+    unplaced_.append(block);
+    if (!isPlaceable && unplaced_.size() > dicom::LongestHeader)
+        throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The header of the object does not end"};
 }
 
 void ArchiveWriter::begin(bool complete) {
-    header_ = readHeader(buffer_, object_.syntax, complete);
-    if (!header_) {
-        if (nextLook_ >= LastLook)
-            throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The header of the object does not end"};
-        nextLook_ *= 2;
-        return;
-    }
+    header_ = incoming_.header();
     check(*header_);
     if (complete)
-        checkEnd([this](std::size_t index) { return buffer_[index]; }, buffer_.size());
+        checkEnd();
     header_->transferSyntaxUid = DcmXfer{object_.syntax}.getXferID();
     placement_ = index_.place(*header_, port_.root);
     const ArchiveLocation& location = placement_->location();
     file_ = std::make_unique<ArchiveFile>(db::localPath(location.folder()), location.imageFile);
     writeMetaHeader();
-    file_->write(buffer_);
-    buffer_.clear();
+    unplaced_.moveTo([this](std::span<const char> bytes) { file_->write(bytes); });
 }
 
 void ArchiveWriter::check(const ObjectHeader& header) const {
@@ -77,8 +66,8 @@ void ArchiveWriter::check(const ObjectHeader& header) const {
                            "The data set is not the object that was announced"};
 }
 
-void ArchiveWriter::checkEnd(const std::function<char(std::size_t)>& byteAt, std::size_t size) const {
-    if (dicom::isCutOff(byteAt, size, object_.syntax))
+void ArchiveWriter::checkEnd() const {
+    if (end_.isCutOff())
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The data set is cut off"};
 }
 
@@ -107,15 +96,10 @@ void ArchiveWriter::writeMetaHeader() {
 void ArchiveWriter::finish() {
     try {
         stream_.rethrow();
-        if (file_) {
-            const std::size_t size = file_->size() - dataSetAt_;
-            FileWindow window{size, [this](std::size_t offset, std::span<char> target) {
-                                  file_->readAt(dataSetAt_ + offset, target);
-                              }};
-            checkEnd([&window](std::size_t index) { return window.at(index); }, size);
-        } else {
+        if (file_)
+            checkEnd();
+        else
             begin(true);
-        }
         if (!port_.saveCompressed && Decoders::has(object_.syntax))
             decode();
         publish();

@@ -5,10 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "dicom/DataSetWalk.h"
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveFile.h"
 #include "tessalyd/archive/ArchiveIndex.h"
+#include "tessalyd/archive/ObjectHeader.h"
 #include "tessalyd/archive/SinkStream.h"
+#include "tessalyd/archive/UnplacedBytes.h"
 
 namespace tessaly::tessalyd {
 
@@ -20,8 +23,9 @@ struct IncomingObject {
     std::string sender;  ///< AE title
 };
 
-/// Takes one object into the archive. Its data set is written to the disk as it comes, once so much of it is
-/// there that the folder is known: memory does not grow with the object. Until finish() has returned, the
+/// Takes one object into the archive. Its data set is walked through once, as it comes, and is written to the
+/// disk once so much of it is there that the folder is known: memory does not grow with the object, whatever
+/// its header is like. Until finish() has returned, the
 /// archive does not have the object, and the destructor leaves nothing of it.
 class ArchiveWriter {
   public:
@@ -40,7 +44,7 @@ class ArchiveWriter {
     void take(std::span<const char> block);
     void begin(bool complete);
     void check(const ObjectHeader& header) const;
-    void checkEnd(const std::function<char(std::size_t)>& byteAt, std::size_t size) const;
+    void checkEnd() const;
     void writeMetaHeader();
     void decode();
     void publish();
@@ -51,14 +55,15 @@ class ArchiveWriter {
     const PortConfiguration& port_;
     ArchiveIndex& index_;
     IncomingObject object_;
-    std::vector<char>& buffer_;
-    std::size_t nextLook_;
+    IncomingHeader incoming_;
+    dicom::CutOffCheck end_;
+    UnplacedBytes unplaced_;  // all that has come, until file_ is there
     SinkStream stream_;
     std::optional<ObjectHeader> header_;  // once it is known, with placement_ and file_
     std::unique_ptr<ArchiveIndex::Placement> placement_;
     std::unique_ptr<ArchiveFile> file_;
     std::optional<FormerFile> former_;  // of the same instance, in another folder
-    std::size_t dataSetAt_ = 0;  // in the file
+    std::size_t dataSetAt_ = 0;         // in the file
 };
 
 }  // namespace tessaly::tessalyd

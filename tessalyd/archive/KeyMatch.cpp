@@ -3,6 +3,8 @@
 #include <QList>
 #include <QString>
 #include <algorithm>
+#include <map>
+#include <set>
 
 #include "db/Number.h"
 #include "dicom/DateTimeRange.h"
@@ -73,6 +75,37 @@ bool matchesText(const std::string& pattern, std::string_view stored) {
     return hasWildcard(pattern) ? matchesPattern(pattern, stored) : pattern == stored;
 }
 
+/// Codes of a list, some of them with wildcards. There are few different codes in an archive: what has been
+/// decided of one is remembered, so that a row does not cost a comparison with each of the list.
+class CodeList {
+  public:
+    explicit CodeList(std::vector<std::string> codes) {
+        for (std::string& code : codes)
+            (hasWildcard(code) ? patterns_ : plain_).insert(std::move(code));
+    }
+
+    [[nodiscard]] bool covers(std::string_view stored) const {
+        if (plain_.contains(stored))
+            return true;
+        if (patterns_.empty())
+            return false;
+        if (const auto known = decided_.find(stored); known != decided_.end())
+            return known->second;
+        const bool isCovered =
+            std::any_of(patterns_.begin(), patterns_.end(),
+                        [stored](const std::string& pattern) { return matchesPattern(pattern, stored); });
+        if (decided_.size() < MostDecided)
+            decided_.emplace(stored, isCovered);
+        return isCovered;
+    }
+
+  private:
+    static constexpr std::size_t MostDecided = 1000;
+    std::set<std::string, std::less<>> plain_;
+    std::set<std::string, std::less<>> patterns_;
+    mutable std::map<std::string, bool, std::less<>> decided_;  // by the patterns
+};
+
 }  // namespace
 
 /// Makes the decision and the index condition of each kind of matching.
@@ -101,10 +134,8 @@ class KeyMatchMaker {
     void codes(std::vector<std::string> codes) {
         if (codes.empty() || std::find(codes.begin(), codes.end(), "*") != codes.end())
             return;
-        match_.decide_ = [codes = std::move(codes)](std::string_view stored) {
-            return foundIf(std::any_of(codes.begin(), codes.end(), [stored](const std::string& code) {
-                return matchesText(code, withoutBlanks(stored));
-            }));
+        match_.decide_ = [codes = CodeList{std::move(codes)}](std::string_view stored) {
+            return foundIf(codes.covers(withoutBlanks(stored)));
         };
     }
 

@@ -20,7 +20,7 @@ struct Narrowing {
     bool loose = false;               ///< a prefix so short that it leaves much
 };
 
-/// What one key of a query asks for. The text is UTF-8.
+/// What one key of a query asks for. The text is UTF-8. Used by one thread at a time.
 class KeyMatch {
   public:
     /// Matches everything.

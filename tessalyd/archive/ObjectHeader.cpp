@@ -2,32 +2,38 @@
 
 #include <dcmtk/dcmnet/dimse.h>
 
-#include <sstream>
-
 #include "tessalyd/Log.h"
 #include "tessalyd/archive/StoreFailure.h"
 
 namespace tessaly::tessalyd {
 
-namespace {
+IncomingHeader::IncomingHeader(E_TransferSyntax syntax)
+    : isShown_(dumpLog(Dump::Vr).isEnabledFor(OFLogger::DEBUG_LOG_LEVEL)),
+      reader_(syntax, isShown_ ? &listing_ : nullptr) {}
 
-void dump(DcmDataset& dataset) {
-    const OFLogger& log = dumpLog(Dump::Vr);
-    if (!log.isEnabledFor(OFLogger::DEBUG_LOG_LEVEL))
-        return;
-    std::ostringstream text;
-    dataset.print(text);
-    OFLOG_DEBUG(log, "header of the object" << OFendl << text.str().c_str());
+template <class Work>
+auto IncomingHeader::guarded(const Work& work) {
+    try {
+        return work();
+    } catch (const dicom::HeaderFault& fault) {
+        show();
+        throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, fault.what()};
+    }
 }
 
-}  // namespace
+bool IncomingHeader::take(std::span<const char> bytes) {
+    return guarded([&] { return reader_.take(bytes); });
+}
 
-std::optional<ObjectHeader> readHeader(std::span<const char> data, E_TransferSyntax syntax, bool complete) {
-    try {
-        return dicom::readHeader(data, syntax, complete, dump);
-    } catch (const dicom::HeaderFault& fault) {
-        throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, fault.what(), fault.detail()};
-    }
+ObjectHeader IncomingHeader::header() {
+    ObjectHeader header = guarded([this] { return reader_.header(); });
+    show();
+    return header;
+}
+
+void IncomingHeader::show() {
+    if (isShown_)
+        OFLOG_DEBUG(dumpLog(Dump::Vr), "header of the object" << OFendl << listing_.take().c_str());
 }
 
 }  // namespace tessaly::tessalyd

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <span>
+
+#include "dicom/ElementListing.h"
 #include "dicom/ObjectHeader.h"
 
 namespace tessaly::tessalyd {
@@ -7,9 +10,26 @@ namespace tessaly::tessalyd {
 using dicom::isUid;
 using dicom::ObjectHeader;
 
-/// As dicom::readHeader, for an object that comes: shows the header in the log where that is asked for, and
-/// throws StoreFailure.
-[[nodiscard]] std::optional<ObjectHeader> readHeader(std::span<const char> data, E_TransferSyntax syntax,
-                                                     bool complete);
+/// As dicom::HeaderReader, for an object that is received: shows the header in the log where that is asked
+/// for, and throws StoreFailure.
+class IncomingHeader {
+  public:
+    explicit IncomingHeader(E_TransferSyntax syntax);
+
+    /// The next bytes of the data set. Returns true when the header has ended.
+    bool take(std::span<const char> bytes);
+    [[nodiscard]] bool isDone() const noexcept { return reader_.isDone(); }
+    /// The header, when it or the whole data set has ended.
+    [[nodiscard]] ObjectHeader header();
+
+  private:
+    template <class Work>
+    auto guarded(const Work& work);
+    void show();
+
+    bool isShown_;
+    dicom::ElementListing listing_;
+    dicom::HeaderReader reader_;
+};
 
 }  // namespace tessaly::tessalyd

@@ -9,8 +9,6 @@
 #include <string>
 
 #include "dicom/DataSetText.h"
-#include "dicom/DataSetWalk.h"
-#include "dicom/SkippingStream.h"
 
 namespace tessaly::tessalyd {
 
@@ -25,6 +23,12 @@ constexpr std::string_view Unreadable = "\xef\xbf\xbd";
 
 RequestFailure refused(const char* comment, const DcmTagKey& offending) {
     return {STATUS_FIND_Failed_IdentifierDoesNotMatchSOPClass, comment, offending};
+}
+
+/// Compared with each row, longer lists would cost the others their time.
+void requireShortList(const std::string& value, const DcmTagKey& tag) {
+    if (std::count(value.begin(), value.end(), '\\') >= static_cast<std::ptrdiff_t>(MostListValues))
+        throw refused("A key has too many values", tag);
 }
 
 Level readLevel(const DataSetText& text, InformationModel model) {
@@ -107,6 +111,7 @@ void addAttribute(QueryIdentifier& result, const DcmElement& element, const Data
         return;
     }
     const std::string asked = text.value(tag);
+    requireShortList(asked, tag);
     const bool ignored = key->matching == Matching::Counter && !asked.empty();
     result.hasUnsupported = result.hasUnsupported || ignored;
     result.attributes.push_back({.tag = tag, .vr = key->vr, .key = result.query.keys.size()});
@@ -114,27 +119,6 @@ void addAttribute(QueryIdentifier& result, const DcmElement& element, const Data
 }
 
 }  // namespace
-
-std::unique_ptr<DcmDataset> parseIdentifier(std::span<const char> bytes, E_TransferSyntax syntax) {
-    const auto refuse = [](const char* comment) -> RequestFailure {
-        return {STATUS_FIND_Failed_UnableToProcess, comment};
-    };
-    if (dicom::nestsTooDeep(bytes, syntax))
-        throw refuse("Sequences of the identifier are nested too deeply");
-    if (dicom::isCutOff(bytes, syntax))
-        throw refuse("The identifier is cut off");
-    dicom::SkippingStream stream;
-    stream.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));
-    stream.setEos();
-    auto dataset = std::make_unique<DcmDataset>();
-    dataset->transferInit();
-    // Every value that is there, however long: one that is passed over would ask for everything.
-    const OFCondition read = dataset->read(stream, syntax, EGL_noChange, static_cast<Uint32>(bytes.size()));
-    dataset->transferEnd();
-    if (read.bad())
-        throw refuse("The identifier cannot be read");
-    return dataset;
-}
 
 QueryIdentifier readQuery(DcmDataset& identifier, InformationModel model, const QueryOptions& options) {
     const DataSetText text{identifier, Unreadable};
@@ -161,6 +145,7 @@ ArchiveQuery readRetrieval(DcmDataset& identifier, InformationModel model) {
         query.keys.push_back({.key = key, .match = KeyMatch{*key, singleValue(text, *key)}});
     const QueryKey& own = uniqueKey(query.level);
     const std::string value = text.value(own.tag);
+    requireShortList(value, own.tag);
     KeyMatch match{own, value};
     // Nothing here may come to mean everything.
     if (match.isUniversal() || value.find_first_of("*?") != std::string::npos)

@@ -3,14 +3,18 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcdatset.h>
 
-#include <memory>
-#include <span>
+#include <cstddef>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "tessalyd/archive/ArchiveQuery.h"
 #include "tessalyd/association/Service.h"
 
 namespace tessaly::tessalyd {
+
+/// Values of one key; more are refused with A900.
+constexpr std::size_t MostListValues = 10'000;
 
 enum class InformationModel { PatientRoot, StudyRoot };
 
@@ -36,11 +40,6 @@ struct QueryIdentifier {
     /// A key is there that does not choose, though it has a value, or that is always empty.
     bool hasUnsupported = false;
 };
-
-/// An identifier as it was received, whole. Refuses with C000 what is no data set, what is cut off (the
-/// toolkit would make room for whatever length a value claims) and what is nested too deeply.
-[[nodiscard]] std::unique_ptr<DcmDataset> parseIdentifier(std::span<const char> bytes,
-                                                          E_TransferSyntax syntax);
 
 /// Understands the identifier of a C-FIND. Throws RequestFailure.
 [[nodiscard]] QueryIdentifier readQuery(DcmDataset& identifier, InformationModel model,

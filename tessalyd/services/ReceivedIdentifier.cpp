@@ -5,7 +5,7 @@
 
 #include "tessalyd/archive/SinkStream.h"
 #include "tessalyd/association/Requester.h"
-#include "tessalyd/services/QueryIdentifier.h"
+#include "tessalyd/services/IdentifierParser.h"
 
 namespace tessaly::tessalyd {
 

@@ -3,7 +3,11 @@
 #include <dcmtk/dcmdata/dctk.h>
 
 #include <QUtf8StringView>
+#include <algorithm>
 #include <array>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "tessalyd/archive/ObjectHeader.h"
 #include "tessalyd/archive/StoreFailure.h"
@@ -11,6 +15,7 @@
 
 namespace {
 
+using namespace tessaly::tessalyd;
 using tessaly::fuzz::require;
 
 void checkText(const std::string& text, std::size_t width) {
@@ -22,9 +27,35 @@ void checkText(const std::string& text, std::size_t width) {
     require(characters <= width);
 }
 
+/// Returns nullopt where the data set is refused. It arrives in pieces of that size.
+std::optional<ObjectHeader> headerOf(std::string_view data, E_TransferSyntax syntax, std::size_t piece) {
+    try {
+        IncomingHeader incoming{syntax};
+        for (; !data.empty(); data.remove_prefix(std::min(piece, data.size())))
+            incoming.take(data.substr(0, piece));
+        return incoming.header();
+    } catch (const StoreFailure& failure) {
+        require(failure.status() == 0xc000);
+        return std::nullopt;
+    }
+}
+
+std::vector<std::string> texts(const ObjectHeader& header) {
+    return {header.patientId,
+            header.patientName,
+            header.birthDate,
+            header.studyInstanceUid,
+            header.studyDescription,
+            header.modality,
+            header.sopInstanceUid,
+            header.instanceNumber,
+            std::to_string(header.pixelRows.value_or(-1)),
+            std::to_string(header.numberOfFrames.value_or(-1))};
+}
+
 }  // namespace
 
-/// The first byte chooses how the others are sent.
+/// The first byte chooses the transfer syntax and the size of the pieces.
 void tessaly::fuzz::tryInput(std::string_view input) {
     static const bool quiet = [] {
         OFLog::configure(OFLogger::OFF_LOG_LEVEL);
@@ -32,23 +63,21 @@ void tessaly::fuzz::tryInput(std::string_view input) {
     }();
     if (!quiet || input.empty())
         return;
-    constexpr std::array Syntaxes{EXS_LittleEndianImplicit, EXS_LittleEndianExplicit, EXS_BigEndianExplicit,
-                                  EXS_DeflatedLittleEndianExplicit};
+    constexpr std::array Syntaxes{EXS_LittleEndianImplicit, EXS_LittleEndianExplicit, EXS_BigEndianExplicit};
     const auto choice = static_cast<unsigned char>(input.front());
-    const bool complete = (choice & 0x80U) != 0;
+    const auto syntax = Syntaxes[choice % Syntaxes.size()];
     input.remove_prefix(1);
-    try {
-        const auto header = tessalyd::readHeader(input, Syntaxes[choice % Syntaxes.size()], complete);
-        require(header || !complete);
-        if (!header)
-            return;
-        checkText(header->patientId, 64);
-        checkText(header->patientName, 324);
-        checkText(header->birthDate, 8);
-        checkText(header->studyDescription, 64);
-        checkText(header->seriesNumber, 12);
-        checkText(header->sopInstanceUid, 4096);
-    } catch (const tessalyd::StoreFailure&) {  // refused: the sender is told
+    const auto header = headerOf(input, syntax, input.size());
+    // Where the bytes are parted must not matter.
+    const auto parted = headerOf(input, syntax, 1U + (choice >> 2U));
+    require(header.has_value() == parted.has_value());
+    if (!header)  // refused: the sender is told
         return;
-    }
+    require(texts(*header) == texts(*parted));
+    checkText(header->patientId, 64);
+    checkText(header->patientName, 324);
+    checkText(header->birthDate, 8);
+    checkText(header->studyDescription, 64);
+    checkText(header->seriesNumber, 12);
+    checkText(header->sopInstanceUid, 4096);
 }

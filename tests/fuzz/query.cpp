@@ -8,6 +8,7 @@
 #include "dicom/NameFolding.h"
 #include "dicom/Padding.h"
 #include "tessalyd/archive/SearchStatement.h"
+#include "tessalyd/services/IdentifierParser.h"
 #include "tessalyd/services/QueryIdentifier.h"
 #include "tests/fuzz/Fuzz.h"
 

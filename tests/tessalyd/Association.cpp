@@ -212,9 +212,17 @@ void Association::sendCommand(std::span<const char> bytes) {
 }
 
 void Association::beginStore(const ObjectSpec& spec, int bytes) {
-    writeStoreCommand(spec.instance);
     const auto data = bytesOf(*makeObject(spec)->getDataset(), EXS_LittleEndianExplicit);
-    writeParts(Storage, false, std::span{data}.first(static_cast<std::size_t>(bytes)), false);
+    beginStoreBytes(spec.instance, std::span{data}.first(static_cast<std::size_t>(bytes)));
+}
+
+void Association::beginStoreBytes(const std::string& instance, std::span<const char> data) {
+    writeStoreCommand(instance);
+    continueStoreBytes(data);
+}
+
+void Association::continueStoreBytes(std::span<const char> data) {
+    writeParts(Storage, false, data, false);
 }
 
 void Association::writeStoreCommand(const std::string& instance) {

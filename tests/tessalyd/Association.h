@@ -84,6 +84,9 @@ class Association {
     void sendCommand(std::span<const char> bytes);
     /// Sends a C-STORE request and only the beginning of its data set.
     void beginStore(const ObjectSpec& spec, int bytes);
+    /// The same with a data set that is whatever the bytes are, and more of it.
+    void beginStoreBytes(const std::string& instance, std::span<const char> data);
+    void continueStoreBytes(std::span<const char> data);
 
     void release();
     void abort();

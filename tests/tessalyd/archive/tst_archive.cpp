@@ -9,6 +9,7 @@
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveFile.h"
 #include "tessalyd/archive/ArchiveIndex.h"
+#include "tessalyd/archive/ObjectHeader.h"
 #include "tessalyd/archive/StoreFailure.h"
 #include "tessalyd/association/OpenAssociations.h"
 #include "tests/tessalyd/Daemon.h"
@@ -18,6 +19,18 @@ using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::tessalyd;
 using namespace tessaly::test;
+
+namespace {
+
+/// Returns nullopt if the header is not there yet, unless the data set ends here.
+std::optional<ObjectHeader> readHeader(std::span<const char> data, E_TransferSyntax syntax, bool complete) {
+    IncomingHeader incoming{syntax};
+    if (!incoming.take(data) && !complete)
+        return std::nullopt;
+    return incoming.header();
+}
+
+}  // namespace
 
 /// The server's parts by themselves, where a client cannot reach every case.
 class ArchiveTest : public QObject {

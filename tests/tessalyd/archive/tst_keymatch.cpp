@@ -25,6 +25,7 @@ class KeyMatchTest : public QObject {
     void patternsMatch_data();
     void patternsMatch();
     void aPatternOfManyStarsIsDecidedAtOnce();
+    void aLongListOfCodesIsNotComparedWithEachRow();
     void prefixesHaveAnEnd_data();
     void prefixesHaveAnEnd();
 
@@ -329,6 +330,24 @@ void KeyMatchTest::aPatternOfManyStarsIsDecidedAtOnce() {
         pattern += "*a";
     QVERIFY(!matchesPattern(pattern + "b",
                             std::string(20000, 'a')));  // not in the age of the universe, otherwise
+}
+
+/// Each of them with each row would be thousands of millions of comparisons.
+void KeyMatchTest::aLongListOfCodesIsNotComparedWithEachRow() {
+    constexpr int Codes = 10'000;
+    constexpr int Rows = 500'000;
+    std::string list = "MR";
+    for (int number = 1; number < Codes; ++number)
+        list += (number % 2 == 0 ? "\\C" : "\\*X?") + std::to_string(number);
+    for (const DcmTagKey& tag : {DCM_Modality, DCM_ModalitiesInStudy}) {
+        const KeyMatch match{*findQueryKey(tag), list};
+        for (int row = 0; row < Rows; ++row) {
+            if (match.matches("US") || !match.matches("MR") || !match.matches("AXB4711"))
+                QFAIL("decided otherwise");
+        }
+        QVERIFY(match.matches("C4712").has_value());
+        QVERIFY(!match.matches("C4711").has_value());
+    }
 }
 
 void KeyMatchTest::prefixesHaveAnEnd_data() {

@@ -4,6 +4,7 @@
 
 #include <QTest>
 
+#include "tessalyd/services/IdentifierParser.h"
 #include "tessalyd/services/QueryIdentifier.h"
 #include "tests/tessalyd/StockedArchive.h"
 #include "tests/tessalyd/TagNumber.h"
@@ -26,7 +27,12 @@ class QueryIdentifierTest : public QObject {
     void aRetrievalHasUniqueKeysAlone();
     void whatIsNoIdentifierIsRefused_data();
     void whatIsNoIdentifierIsRefused();
-    void aListAsLongAsAnIdentifierIsRead();
+    void aListHasAtMostTenThousandValues_data();
+    void aListHasAtMostTenThousandValues();
+    void anIdentifierHasAtMostTwoThousandElements_data();
+    void anIdentifierHasAtMostTwoThousandElements();
+    void aValueThatLooksLikeASequenceHidesNoDepth();
+    void elementsAreReadInWhateverOrderTheyCome();
     void keysAreToldFromOtherElements();
     void everyKeyHasItsLevel();
 
@@ -40,6 +46,15 @@ class QueryIdentifierTest : public QObject {
         if (level.isNull())
             made.findAndDeleteElement(DCM_QueryRetrieveLevel);
         return made;
+    }
+    static std::vector<char> bytesOf(DcmDataset& set, E_TransferSyntax syntax) {
+        std::vector<char> bytes(1U << 20U);
+        DcmOutputBufferStream stream{bytes.data(), static_cast<offile_off_t>(bytes.size())};
+        set.transferInit();
+        if (set.write(stream, syntax, EET_ExplicitLength, nullptr).bad())
+            throw std::runtime_error{"too large"};
+        bytes.resize(static_cast<std::size_t>(stream.tell()));
+        return bytes;
     }
     static void addRefusalColumns();
     static void addRefusal(const char* name, InformationModel model, const char* level, const Keys& keys,
@@ -224,28 +239,101 @@ void QueryIdentifierTest::whatIsNoIdentifierIsRefused() {
     QCOMPARE(readQuery(*parsed, Study, {}).query.level, Level::Study);
 }
 
-void QueryIdentifierTest::aListAsLongAsAnIdentifierIsRead() {
-    const auto uid = [](int number) {
-        return "1.2.826.0.1.3680043.8.498.12345678901234567890123456789.1" + std::to_string(number);
+void QueryIdentifierTest::aListHasAtMostTenThousandValues_data() {
+    QTest::addColumn<quint32>("tag");
+    QTest::newRow("UIDs") << tagNumber(DCM_StudyInstanceUID);
+    QTest::newRow("modalities") << tagNumber(DCM_ModalitiesInStudy);
+}
+
+void QueryIdentifierTest::aListHasAtMostTenThousandValues() {
+    QFETCH(const quint32, tag);
+    constexpr int Most = 10'000;
+    const auto listOf = [](int count) {
+        std::string list = "1.1";
+        for (int number = 2; number <= count; ++number)
+            list += "\\1." + std::to_string(number);
+        return list;
     };
-    constexpr int First = 10'000;
-    constexpr int Behind = 60'000;
-    std::string list;
-    for (int number = First; number < Behind; ++number)
-        (list += list.empty() ? "" : "\\") += uid(number);
-    DcmDataset made = identifier("STUDY", {{DCM_StudyInstanceUID, list}});
-    std::vector<char> bytes(2 * list.size());
-    DcmOutputBufferStream stream{bytes.data(), static_cast<offile_off_t>(bytes.size())};
-    made.transferInit();
-    QVERIFY(made.write(stream, EXS_LittleEndianImplicit, EET_ExplicitLength, nullptr).good());
-    bytes.resize(static_cast<std::size_t>(stream.tell()));
-    const auto parsed = parseIdentifier(bytes, EXS_LittleEndianImplicit);
-    const ArchiveQuery query = readQuery(*parsed, Study, {}).query;
+    const auto parsed = [tag](const std::string& list) {
+        DcmDataset made = identifier("STUDY", {{tagOf(tag), list}});
+        return parseIdentifier(bytesOf(made, EXS_LittleEndianImplicit), EXS_LittleEndianImplicit);
+    };
+    const auto taken = parsed(listOf(Most));
+    const ArchiveQuery query = readQuery(*taken, Study, {}).query;
     const KeyMatch& match = query.keys.at(0).match;
     QVERIFY(!match.isUniversal());
-    QVERIFY(match.matches(uid(First)).has_value());
-    QVERIFY(match.matches(uid(Behind - 1)).has_value());
-    QVERIFY(!match.matches(uid(Behind)).has_value());
+    QVERIFY(match.matches("1.1").has_value());
+    QVERIFY(match.matches("1." + std::to_string(Most)).has_value());
+    QVERIFY(!match.matches("1." + std::to_string(Most + 1)).has_value());
+
+    const auto refused = parsed(listOf(Most + 1));
+    verifyRefused([&] { (void)readQuery(*refused, Study, {}); }, tag);
+    if (tag == tagNumber(DCM_StudyInstanceUID))
+        verifyRefused([&] { (void)readRetrieval(*refused, Study); }, tag);
+}
+
+void QueryIdentifierTest::anIdentifierHasAtMostTwoThousandElements_data() {
+    QTest::addColumn<int>("most");
+    QTest::addColumn<QByteArray>("sequence");                      // what stands before them
+    const int all = static_cast<int>(MostIdentifierElements) - 1;  // the level is one
+    QTest::newRow("beside each other") << all << QByteArray{};
+    QTest::newRow("in a sequence") << all - 2
+                                   << QByteArray::fromHex("08001111") + "SQ" +
+                                          QByteArray::fromHex("0000fffffffffeff00e0ffffffff");
+}
+
+/// In descending order, which the toolkit sorts in quadratic time.
+void QueryIdentifierTest::anIdentifierHasAtMostTwoThousandElements() {
+    QFETCH(const int, most);
+    QFETCH(const QByteArray, sequence);
+    const auto bytes = [&](int count) {
+        QByteArray data{"\x08\x00\x52\x00\x43\x53\x06\x00STUDY ", 14};
+        data += sequence;
+        for (int number = count; number > 0; --number)
+            data += QByteArray{"\x11\x00", 2} + static_cast<char>(number & 0xff) +
+                    static_cast<char>(number >> 8) + QByteArray{"LO\0\0", 4};
+        return data;
+    };
+    const auto parsed = parseIdentifier(bytes(most), EXS_LittleEndianExplicit);
+    QCOMPARE(readQuery(*parsed, Study, {}).query.level, Level::Study);
+    try {
+        (void)parseIdentifier(bytes(most + 1), EXS_LittleEndianExplicit);
+        QFAIL("taken");
+    } catch (const RequestFailure& failure) {
+        QCOMPARE(failure.status(), Uint16{0xc000});
+        QCOMPARE(std::string{failure.what()}, std::string{"The identifier has too many elements"});
+    }
+}
+
+/// The value of the first element begins as a sequence does, and what is in it claims all that follows.
+void QueryIdentifierTest::aValueThatLooksLikeASequenceHidesNoDepth() {
+    const QByteArray disguise = QByteArray::fromHex("09000110") + "OB" + QByteArray::fromHex("000014000000") +
+                                QByteArray::fromHex("feff00e0ffffffff") + QByteArray::fromHex("09000210") +
+                                "OB" + QByteArray::fromHex("0000ffffff00");
+    const auto nested = nestedSequences(10'000);
+    const QByteArray deep = QByteArray{"\x08\x00\x52\x00\x43\x53\x06\x00STUDY ", 14} + disguise +
+                            QByteArray{nested.data(), static_cast<qsizetype>(nested.size())};
+    try {
+        (void)parseIdentifier(deep, EXS_LittleEndianExplicit);
+        QFAIL("taken");
+    } catch (const RequestFailure& failure) {
+        QCOMPARE(failure.status(), Uint16{0xc000});
+    }
+}
+
+void QueryIdentifierTest::elementsAreReadInWhateverOrderTheyCome() {
+    const QByteArray number = QByteArray::fromHex("28001000") + "US" + QByteArray::fromHex("02000002");
+    const QByteArray date = QByteArray::fromHex("08002000") + "DA" + QByteArray::fromHex("0800") + "20240131";
+    const QByteArray level{"\x08\x00\x52\x00\x43\x53\x06\x00IMAGE ", 14};
+    const auto parsed = parseIdentifier(number + level + date, EXS_LittleEndianExplicit);
+    const QueryIdentifier query = readQuery(*parsed, Study, {.relational = true});
+    QCOMPARE(query.query.keys.size(), std::size_t{2});
+    QCOMPARE(query.query.keys.at(0).key->tag, DCM_StudyDate);
+    QVERIFY(query.query.keys.at(0).match.matches("20240131").has_value());
+    QVERIFY(!query.query.keys.at(0).match.matches("20240201").has_value());
+    QCOMPARE(query.query.keys.at(1).key->tag, DCM_Rows);
+    QVERIFY(query.query.keys.at(1).match.matches("512").has_value());
+    QVERIFY(!query.query.keys.at(1).match.matches("2").has_value());
 }
 
 void QueryIdentifierTest::keysAreToldFromOtherElements() {
