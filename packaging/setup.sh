@@ -22,7 +22,7 @@ screen_packages=(tigervnc-standalone-server tigervnc-tools openbox xauth)
 # the other engine, and a driver for the files that other programs left.
 test_packages=(
     dcmtk libgdcm-tools orthanc openssl xvfb xdotool lintian desktop-file-utils appstream man-db sqlite3
-    postgresql-15 odbc-postgresql libpq-dev odbc-mdbtools
+    postgresql-15 odbc-postgresql libpq-dev odbc-mdbtools libcap2-bin
 )
 # Compiler and checks of ./test --long alone.
 long_test_packages=(clang-14 clang-tidy-14 libclang-rt-14-dev)

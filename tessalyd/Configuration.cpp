@@ -2,6 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
 
 #include "db/Query.h"
 #include "schema/OlderRows.h"
@@ -63,6 +67,32 @@ std::vector<NodeConfiguration> readNodes(const db::Connection& connection) {
     return nodes;
 }
 
+/// Shared with the thread that asks the database, which may outlive the caller.
+struct Reading {
+    std::mutex mutex;
+    std::condition_variable_any ended;
+    std::optional<Configuration> configuration;
+    std::optional<std::string> fault;
+
+    [[nodiscard]] bool hasEnded() const { return configuration || fault; }
+};
+
+void read(Reading& reading) {
+    std::optional<Configuration> configuration;
+    std::optional<std::string> fault;
+    try {
+        db::Connection connection;
+        openDatabase(connection);
+        configuration = readConfiguration(connection);
+    } catch (const std::exception& error) {
+        fault = error.what();
+    }
+    const std::lock_guard lock{reading.mutex};
+    reading.configuration = std::move(configuration);
+    reading.fault = std::move(fault);
+    reading.ended.notify_all();
+}
+
 }  // namespace
 
 std::optional<std::uint16_t> PortConfiguration::number() const noexcept {
@@ -96,6 +126,17 @@ Configuration readConfiguration(const db::Connection& connection) {
     configuration.hasOlderRows =
         schema::isKnown(connection.engineName()) && schema::filledTo(connection).has_value();
     return configuration;
+}
+
+Configuration fetchConfiguration(const std::stop_token& stop) {
+    const auto reading = std::make_shared<Reading>();
+    std::thread{[reading] { read(*reading); }}.detach();
+    std::unique_lock lock{reading->mutex};
+    if (!reading->ended.wait(lock, stop, [&reading] { return reading->hasEnded(); }))
+        throw ReadingStopped{};
+    if (reading->fault)
+        throw std::runtime_error{*reading->fault};
+    return std::move(*reading->configuration);
 }
 
 std::string trimmed(const std::string& title) {

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -67,6 +69,18 @@ void openDatabase(db::Connection& connection, const std::string& settings = {});
 /// Reads everything that the server is configured by. Without a row of DicomServer its columns have the
 /// values above. Throws db::Error, and std::runtime_error for tables that an upgrade has to come before.
 [[nodiscard]] Configuration readConfiguration(const db::Connection& connection);
+
+/// The reading of the configuration was given up.
+class ReadingStopped : public std::runtime_error {
+  public:
+    ReadingStopped() : std::runtime_error("stopped before the database had answered") {}
+};
+
+/// Opens the database and reads the configuration. Blocks until that is done or `stop` comes. A call of the
+/// database cannot be ended from outside, so it runs on a thread of its own. On a stop, that thread is left
+/// behind; it touches nothing but its own result and ends with the database's time-out. Throws
+/// std::runtime_error, and ReadingStopped.
+[[nodiscard]] Configuration fetchConfiguration(const std::stop_token& stop);
 
 /// An AE title without the blanks around it, which carry no meaning.
 [[nodiscard]] std::string trimmed(const std::string& title);

@@ -1,7 +1,9 @@
 #include "tessalyd/Server.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <numeric>
+#include <stdexcept>
 #include <system_error>
 
 #include "tessalyd/Log.h"
@@ -18,6 +20,21 @@ constexpr int RequestPatience = 10;
 /// Connections beyond the ports' limits: those that are being rejected, or have not said yet what they want.
 constexpr std::size_t SpareThreads = 64;
 
+/// What gives the right to bind ports below 1024.
+std::string remedy() {
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    return "Ports below 1024 need a right: sudo setcap cap_net_bind_service=+ep " +
+           (error ? std::string{"tessalyd"} : program.native()) + ", and start the server anew";
+}
+
+std::string joined(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines)
+        text += (text.empty() ? "" : "; ") + line;
+    return text;
+}
+
 }  // namespace
 
 Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended,
@@ -31,15 +48,13 @@ Server::~Server() {
     shutDown();
 }
 
-void Server::start() {
+void Server::start(const std::stop_token& stop) {
     if (listening_)
         return;
-    db::Connection connection;
-    openDatabase(connection);
-    const Configuration configuration = readConfiguration(connection);
+    const Configuration configuration = fetchConfiguration(stop);
     configure(configuration);
-    for (const PortConfiguration& port : configuration.ports)
-        listen(port);
+    bindAll(configuration.ports);
+    startCleaner(configuration);
     listening_ = true;
     if (configuration.hasOlderRows)
         OFLOG_INFO(serverLog(),
@@ -58,31 +73,88 @@ void Server::configure(const Configuration& configuration) {
     index_.configure(configuration.queryTimeout, associations);
     queries_.configure(configuration);
     threads_.setLimit(associations + SpareThreads);
+}
+
+void Server::startCleaner(const Configuration& configuration) {
     std::vector<std::string> roots;
     for (const PortConfiguration& port : configuration.ports)
         roots.push_back(port.root);
     cleaner_.emplace(std::move(roots));
 }
 
-void Server::listen(const PortConfiguration& port) {
-    const auto shared = std::make_shared<const PortConfiguration>(port);
-    bool everywhere = true;
-    for (const std::string& address : addresses_) {
-        const std::string name = address.empty() ? port.port : port.port + " of " + address;
-        try {
-            listeners_.push_back(std::make_unique<Listener>(
-                port,
-                [this, shared](FileDescriptor socket, const std::stop_token& listening) {
-                    accept(shared, std::move(socket), listening);
-                },
-                address));
-            OFLOG_INFO(serverLog(), "port " << name << ": listening as " << port.aeTitle);
-        } catch (const std::system_error& error) {
-            OFLOG_ERROR(serverLog(), "port " << name << ": cannot listen: " << error.what());
-            everywhere = false;
+void Server::bindAll(const std::vector<PortConfiguration>& ports) {
+    std::vector<std::string> faults;
+    std::vector<std::string> lastingFaults;
+    for (const PortConfiguration& port : ports) {
+        if (!port.number()) {
+            lastingFaults.push_back("port " + port.port + ": cannot listen: not a TCP port");
+            continue;
+        }
+        ports_.push_back(std::make_shared<const PortConfiguration>(port));
+        for (const std::string& address : addresses_) {
+            Endpoint endpoint{.port = ports_.back(), .address = address};
+            if (const auto fault = bind(endpoint)) {
+                faults.push_back("port " + endpoint.name() + ": cannot listen: " + *fault);
+                missing_.push_back(std::move(endpoint));
+            } else {
+                OFLOG_INFO(serverLog(), "port " << endpoint.name() << ": listening as " << port.aeTitle);
+            }
         }
     }
-    portsBound_ += everywhere ? 1 : 0;
+    if (listeners_.empty() && hasMissing()) {
+        forgetPorts();
+        faults.insert(faults.end(), lastingFaults.begin(), lastingFaults.end());
+        throw std::runtime_error{joined(faults)};
+    }
+    for (const std::string& fault : lastingFaults)
+        OFLOG_ERROR(serverLog(), fault);
+    for (const std::string& fault : faults)
+        OFLOG_ERROR(serverLog(), fault << "; trying again");
+    countBound();
+}
+
+void Server::bindMissing() {
+    std::vector<Endpoint> missing;
+    for (Endpoint& endpoint : missing_) {
+        if (bind(endpoint))
+            missing.push_back(std::move(endpoint));
+        else  // at the level of the line before it, so that no level has the one without the other
+            OFLOG_ERROR(serverLog(),
+                        "port " << endpoint.name() << ": listening now as " << endpoint.port->aeTitle);
+    }
+    missing_ = std::move(missing);
+    countBound();
+}
+
+std::optional<std::string> Server::bind(const Endpoint& endpoint) {
+    try {
+        listeners_.push_back(std::make_unique<Listener>(
+            *endpoint.port,
+            [this, port = endpoint.port](FileDescriptor socket, const std::stop_token& listening) {
+                accept(port, std::move(socket), listening);
+            },
+            endpoint.address));
+        return std::nullopt;
+    } catch (const std::system_error& error) {
+        constexpr int FirstForEverybody = 1024;
+        const bool lacksRight =
+            error.code() == std::errc::permission_denied && *endpoint.port->number() < FirstForEverybody;
+        return lacksRight ? error.what() + (". " + remedy()) : error.what();
+    }
+}
+
+std::string Server::Endpoint::name() const {
+    return address.empty() ? port->port : port->port + " of " + address;
+}
+
+bool Server::isBound(const PortConfiguration& port) const {
+    return std::none_of(missing_.begin(), missing_.end(),
+                        [&port](const Endpoint& endpoint) { return endpoint.port.get() == &port; });
+}
+
+void Server::countBound() {
+    portsBound_ = static_cast<int>(
+        std::count_if(ports_.begin(), ports_.end(), [this](const auto& port) { return isBound(*port); }));
 }
 
 void Server::accept(const std::shared_ptr<const PortConfiguration>& port, FileDescriptor socket,
@@ -97,10 +169,16 @@ void Server::accept(const std::shared_ptr<const PortConfiguration>& port, FileDe
 }
 
 void Server::stop() {
-    listeners_.clear();
-    portsBound_ = 0;
+    forgetPorts();
     if (listening_.exchange(false))
         OFLOG_INFO(serverLog(), "listening no more");
+}
+
+void Server::forgetPorts() {
+    listeners_.clear();
+    missing_.clear();
+    ports_.clear();
+    portsBound_ = 0;
 }
 
 Server::Status Server::status() const {

@@ -32,9 +32,13 @@ class Server {
     Server& operator=(const Server&) = delete;
 
     /// Reads the configuration and listens on every port that can be bound, on each of the addresses; the
-    /// others are in the log. Throws db::Error when there is no configuration to be had: nothing listens
-    /// then.
-    void start();
+    /// others are in the log. Throws std::runtime_error when the configuration cannot be read or none of its
+    /// ports can be bound, and ReadingStopped: nothing listens then.
+    void start(const std::stop_token& stop = {});
+    /// Tries once more what could not be bound, by the configuration of start(). Each success is in the log.
+    void bindMissing();
+    /// A port is not bound on an address and may be later. For the thread of start().
+    [[nodiscard]] bool hasMissing() const noexcept { return !missing_.empty(); }
     /// Listens no more; open associations go on.
     void stop();
 
@@ -55,8 +59,22 @@ class Server {
     void shutDown();
 
   private:
+    /// A port on one of the addresses.
+    struct Endpoint {
+        std::shared_ptr<const PortConfiguration> port;
+        std::string address;  ///< empty: all
+
+        [[nodiscard]] std::string name() const;
+    };
+
     void configure(const Configuration& configuration);
-    void listen(const PortConfiguration& port);
+    void bindAll(const std::vector<PortConfiguration>& ports);
+    /// Returns why not; nothing when it listens.
+    [[nodiscard]] std::optional<std::string> bind(const Endpoint& endpoint);
+    [[nodiscard]] bool isBound(const PortConfiguration& port) const;
+    void countBound();
+    void forgetPorts();
+    void startCleaner(const Configuration& configuration);
     void accept(const std::shared_ptr<const PortConfiguration>& port, FileDescriptor socket,
                 const std::stop_token& listening);
 
@@ -70,6 +88,8 @@ class Server {
     AssociationThreads threads_;
     std::optional<LeftoverCleaner> cleaner_;
     std::vector<std::unique_ptr<Listener>> listeners_;
+    std::vector<std::shared_ptr<const PortConfiguration>> ports_;  ///< those with a TCP port
+    std::vector<Endpoint> missing_;                                ///< of these, what could not be bound
     std::atomic<bool> listening_{false};
     std::atomic<int> portsBound_{0};
 };

@@ -64,7 +64,9 @@ int serve(const Options& options) {
 
 int run(int argc, char** argv) {
     CLI::App commandLine{"The Tessaly DICOM server"};
-    Options options{.logFile = stateFolder() / "tessaly" / "tessalyd.log",
+    const std::filesystem::path state = stateFolder() / "tessaly";
+    Options options{.logFile = state / "tessalyd.log",
+                    .lingerMark = state / "runs-without-session",
                     .logBytes = 10L << 20U,
                     .grace = std::chrono::seconds{15}};
     std::string logFile = options.logFile;

@@ -43,8 +43,11 @@ class ControlObject::PendingReply {
 };
 
 ControlObject::ControlObject(QDBusConnection bus, Options options)
-    : options_(std::move(options)), service_(std::move(bus)) {
+    : options_(std::move(options)), service_(std::move(bus), options_.lingerMark) {
     new Server1Adaptor{this};
+    retryTimer_.setSingleShot(true);
+    connect(&retryTimer_, &QTimer::timeout, this,
+            [this] { commands_->add([this, wish = wish_.get_token()] { retry(wish); }); });
 }
 
 ControlObject::~ControlObject() {
@@ -56,29 +59,36 @@ void ControlObject::run() {
     server_ = std::make_unique<Server>(emitter(&ControlObject::emitConnection),
                                        emitter(&ControlObject::emitEndConnection), options_.addresses);
     commands_.emplace();
-    perform([this] { start(); });
+    perform([this, wish = wish()] { start(wish); });
     // Calls that came with the activation are answered when the ports are bound, unless that takes long.
     commands_->waitUntilIdle(ReplyPatience);
 }
 
 void ControlObject::close() {
+    retryTimer_.stop();
+    wish_.request_stop();
     commands_.reset();
     server_.reset();
     log_.reset();
 }
 
 void ControlObject::Start() {
-    perform([this] { start(); });
+    perform([this, wish = wish()] { start(wish); });
 }
 
 void ControlObject::Stop() {
-    perform([this] { stop(); });
+    wish_.request_stop();
+    perform([this] {
+        stop();
+        if (std::exchange(failing_, false))
+            OFLOG_ERROR(serverLog(), "suspended: not trying to listen any more");
+    });
 }
 
 void ControlObject::Restart() {
-    perform([this] {
+    perform([this, wish = wish()] {
         stop();
-        start();
+        start(wish);
     });
 }
 
@@ -89,9 +99,18 @@ int ControlObject::GetStatus(int& openAssociations, int& portsBound) {
     return status.listening ? Listening : Stopped;
 }
 
+void ControlObject::RegisterService() {
+    service_.enable(answering());
+}
+
+void ControlObject::UnregisterService() {
+    service_.disable(answering());
+}
+
 void ControlObject::Terminate() {
     if (std::exchange(terminating_, true))
         return;
+    wish_.request_stop();
     // Posted, so that the reply to this call goes out before anything ends.
     mailbox_.post([this] {
         commands_->add([this] {
@@ -102,21 +121,32 @@ void ControlObject::Terminate() {
     });
 }
 
+/// The answer to the call that is being made, which is given after a while at the latest; null without a
+/// call.
+std::shared_ptr<ControlObject::PendingReply> ControlObject::replyLater() {
+    if (!calledFromDBus())
+        return nullptr;
+    setDelayedReply(true);
+    auto reply = std::make_shared<PendingReply>(connection(), message());
+    QTimer::singleShot(ReplyPatience, this, [reply] { reply->answer(); });
+    return reply;
+}
+
+SystemService::Done ControlObject::answering() {
+    return [reply = replyLater()] {
+        if (reply)
+            reply->answer();
+    };
+}
+
 void ControlObject::perform(std::function<void()> command) {
     if (terminating_)
         return;
-    std::shared_ptr<PendingReply> reply;
-    if (calledFromDBus()) {
-        setDelayedReply(true);
-        reply = std::make_shared<PendingReply>(connection(), message());
-        QTimer::singleShot(ReplyPatience, this, [reply] { reply->answer(); });
-    }
-    commands_->add([this, reply, command = std::move(command)] {
+    commands_->add([this, reply = replyLater(), command = std::move(command)] {
         QString fault;
         try {
             command();
         } catch (const std::exception& error) {
-            OFLOG_ERROR(serverLog(), "not listening: " << error.what());
             fault = QString::fromUtf8(error.what());
         }
         if (reply)
@@ -124,12 +154,59 @@ void ControlObject::perform(std::function<void()> command) {
     });
 }
 
-/// In the commands' thread, like stop().
-void ControlObject::start() {
+/// The wish that it listens, which a command is given; a new one when the former has ended.
+std::stop_token ControlObject::wish() {
+    if (wish_.stop_requested() && !terminating_)
+        wish_ = std::stop_source{};
+    return wish_.get_token();
+}
+
+/// In the commands' thread, like stop() and retry().
+void ControlObject::start(const std::stop_token& wish) {
     if (server_->status().listening)
         return;
-    server_->start();
+    try {
+        server_->start(wish);
+    } catch (const ReadingStopped&) {
+        throw;
+    } catch (const std::exception& error) {
+        OFLOG_ERROR(serverLog(), "not listening: " << error.what() << "; trying again every "
+                                                   << options_.retryInterval.count() << " s");
+        failing_ = true;
+        retryLater();
+        throw;
+    }
+    listens();
+}
+
+void ControlObject::retry(const std::stop_token& wish) {
+    if (wish.stop_requested())
+        return;
+    if (server_->status().listening) {
+        server_->bindMissing();
+        if (server_->hasMissing())
+            retryLater();
+        return;
+    }
+    try {
+        server_->start(wish);
+    } catch (const std::exception&) {  // the log has a line already
+        retryLater();
+        return;
+    }
+    listens();
+}
+
+void ControlObject::retryLater() {
+    mailbox_.post([this] { retryTimer_.start(options_.retryInterval); });
+}
+
+void ControlObject::listens() {
+    if (std::exchange(failing_, false))
+        OFLOG_ERROR(serverLog(), "listening: what was missing is there");
     mailbox_.post([this] { emit OnStart(); });
+    if (server_->hasMissing())
+        retryLater();
 }
 
 void ControlObject::stop() {

@@ -2,11 +2,13 @@
 
 #include <QDBusContext>
 #include <QObject>
+#include <QTimer>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 
 #include "tessalyd/Log.h"
 #include "tessalyd/Server.h"
@@ -19,13 +21,18 @@ namespace tessaly::tessalyd {
 /// What the command line says.
 struct Options {
     std::filesystem::path logFile;
+    std::filesystem::path lingerMark;  ///< as SystemService
     long logBytes = 0;
     std::chrono::seconds grace{0};            ///< for associations that are open when the server is stopped
     std::vector<std::string> addresses = {};  ///< that are listened on, numeric; none: all
+    std::chrono::seconds retryInterval{5};    ///< between attempts to listen
 };
 
 /// The server on the session bus. Its methods are answered soon even when what they start takes long:
 /// commands run one after the other in a thread of their own, and what they have come to is in GetStatus.
+///
+/// It is to listen from the start on, until Stop. What keeps it from that (no database, no tables, a port in
+/// use) is tried again at an interval for as long.
 class ControlObject : public QObject, protected QDBusContext {
     Q_OBJECT
     Q_PROPERTY(bool IsService READ isService)
@@ -48,8 +55,8 @@ class ControlObject : public QObject, protected QDBusContext {
     void Stop();
     void Restart();
     int GetStatus(int& openAssociations, int& portsBound);
-    void RegisterService() { service_.enable(); }
-    void UnregisterService() { service_.disable(); }
+    void RegisterService();
+    void UnregisterService();
     void Terminate();
 
   signals:
@@ -65,9 +72,15 @@ class ControlObject : public QObject, protected QDBusContext {
   private:
     class PendingReply;
 
+    [[nodiscard]] std::shared_ptr<PendingReply> replyLater();
+    [[nodiscard]] SystemService::Done answering();
     void perform(std::function<void()> command);
-    void start();
+    [[nodiscard]] std::stop_token wish();
+    void start(const std::stop_token& wish);
     void stop();
+    void retry(const std::stop_token& wish);
+    void retryLater();
+    void listens();
     void abortAfterGrace(std::uint64_t last);
     [[nodiscard]] OpenAssociations::Event emitter(void (ControlObject::*emitEvent)(const AssociationNames&,
                                                                                    int));
@@ -80,6 +93,10 @@ class ControlObject : public QObject, protected QDBusContext {
     std::unique_ptr<Server> server_;
     Mailbox mailbox_;  ///< for what other threads want done in this one
     std::optional<CommandThread> commands_;
+    QTimer retryTimer_;
+    /// Stop and Terminate request its stop: nobody wants the server to listen any more.
+    std::stop_source wish_;
+    bool failing_ = false;  ///< of the commands' thread: the log says that it does not listen
     bool terminating_ = false;
 };
 

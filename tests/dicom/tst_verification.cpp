@@ -22,6 +22,7 @@
 #include "console/ui/Verification.h"
 #include "tests/dicom/Peers.h"
 #include "tests/support/Console.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/UnusedPort.h"
 
 using namespace Qt::StringLiterals;
@@ -245,7 +246,7 @@ void VerificationTest::aStopEndsTheWait() {
                 {.host = host, .port = peer.port().toStdString(), .calledAETitle = "PEER"}, stop.get_token());
         });
         if (host == "127.0.0.1")
-            QTRY_COMPARE(peer.connections(), 1);
+            EVENTUALLY_COMPARE(peer.connections(), 1);
         stop.request_stop();
         QCOMPARE(waiting.get().outcome, Outcome::Stopped);
     }
@@ -261,7 +262,7 @@ void VerificationTest::nothingWaitsForAnAcknowledgement() {
                                   .calledAETitle = "PEER"},
                                  stop.get_token());
     });
-    QTRY_VERIFY(std::ranges::any_of(socketsTo(peer.port()), sendsAtOnce));
+    EVENTUALLY(std::ranges::any_of(socketsTo(peer.port()), sendsAtOnce));
     stop.request_stop();
 }
 

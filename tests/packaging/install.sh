@@ -100,6 +100,26 @@ while (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null || ! sqlite3 "$database" 
     port=$((20000 + RANDOM % 12000))
 done
 
+# --- Port 104, for a server that is not root's: the right comes with the installed file, and the session's bus, the data
+# source and the home are found nevertheless. In a network of its own, where that port is free and asks for the right.
+listens_on_104() { grep -qs 'port 104: listening' "$scratch/nobody/server.log"; }
+if [[ -n $own_mounts ]]; then
+    chmod 711 "$scratch"
+    mkdir "$scratch/nobody"
+    sed "s|^Database=.*|Database=$scratch/nobody/DicomDB.mdb|" "$ODBCINI" >"$scratch/nobody/odbc.ini"
+    sqlite3 "$database" ".backup $scratch/nobody/DicomDB.mdb"
+    sqlite3 "$scratch/nobody/DicomDB.mdb" "UPDATE Port SET Port='104', Root='$scratch/nobody'"
+    chown -R nobody "$scratch/nobody"
+    as_nobody=(setpriv --reuid nobody --regid nogroup --clear-groups
+        env "HOME=$scratch/nobody" "ODBCINI=$scratch/nobody/odbc.ini" "XDG_RUNTIME_DIR=$scratch/nobody")
+    # shellcheck disable=SC2016
+    unshare --net "${inside[@]}" "${as_nobody[@]}" dbus-run-session -- \
+        sh -c 'echo $$ >"$HOME/pid" && exec tessalyd --log-file "$HOME/server.log"' >"$scratch/out" 2>"$scratch/err" &
+    eventually listens_on_104
+    kill "$(<"$scratch/nobody/pid")"
+    wait $!
+fi
+
 # --- A session's bus that knows the installed services, and no other.
 [[ -n $own_mounts ]] && prefix= || prefix=$root
 cat >"$scratch/bus.conf" <<END

@@ -38,3 +38,5 @@ done
 # The server is the one thing that the bus and systemd start.
 grep -qx 'Exec=/usr/bin/tessalyd' "$root/usr/share/dbus-1/services/org.tessaly.Server.service"
 grep -qx 'ExecStart=/usr/bin/tessalyd' "$root/usr/lib/systemd/user/tessalyd.service"
+# What its file gives it, to listen on port 104, the unit does not take away.
+! grep -q '^NoNewPrivileges=' "$root/usr/lib/systemd/user/tessalyd.service" || fail "no ports below 1024"

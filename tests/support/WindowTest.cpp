@@ -1,4 +1,5 @@
 #include "tests/support/WindowTest.h"
+#include "tests/support/Eventually.h"
 
 #include <QApplication>
 #include <QTabWidget>
@@ -20,7 +21,7 @@ Form WindowTest::window() const {
 
 void WindowTest::activate(QWidget& window) {
     window.activateWindow();
-    QTRY_COMPARE(QApplication::activeWindow(), &window);
+    EVENTUALLY_COMPARE(QApplication::activeWindow(), &window);
 }
 
 void WindowTest::init() {

@@ -4,6 +4,7 @@
 #include <QTest>
 #include <QVBoxLayout>
 
+#include "tests/support/Eventually.h"
 #include "tests/support/RealInput.h"
 
 using namespace Qt::StringLiterals;
@@ -37,26 +38,26 @@ class RealInputTest : public QObject {
         Window window;
         QVERIFY(real::hasKeyboard(window));
         real::type(u"-a B1"_s);
-        QTRY_COMPARE(window.box->text(), u"-a B1"_s);
+        EVENTUALLY_COMPARE(window.box->text(), u"-a B1"_s);
         real::press(u"Tab"_s);
         real::press(u"space"_s);
-        QTRY_COMPARE(window.clicks, 1);
+        EVENTUALLY_COMPARE(window.clicks, 1);
         real::press(u"shift+Tab"_s);
-        QTRY_VERIFY(window.box->hasFocus());
+        EVENTUALLY(window.box->hasFocus());
     }
 
     void clicksGoToWhatLiesUnderThePointer() {
         Window window;
         QVERIFY(real::hasKeyboard(window));
         real::click(*window.button);
-        QTRY_COMPARE(window.clicks, 1);
+        EVENTUALLY_COMPARE(window.clicks, 1);
         QPushButton cover{u"Cover"_s, &window};
         int covered = 0;
         connect(&cover, &QPushButton::clicked, &window, [&covered] { ++covered; });
         cover.setGeometry(window.rect());
         cover.show();
         real::click(*window.button);
-        QTRY_COMPARE(covered, 1);
+        EVENTUALLY_COMPARE(covered, 1);
         QCOMPARE(window.clicks, 1);
     }
 
@@ -73,7 +74,7 @@ class RealInputTest : public QObject {
         real::click(*window.button);
         real::type(u"x"_s);
         real::click(*box.button(QMessageBox::Ok));
-        QTRY_VERIFY(!box.isVisible());
+        EVENTUALLY(!box.isVisible());
         QCOMPARE(window.clicks, 0);
         QVERIFY(window.box->text().isEmpty());
     }

@@ -70,6 +70,11 @@ Daemon::~Daemon() {
 void Daemon::launch(const QStringList& arguments) {
     const int before = starts;
     killed_ = false;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"XDG_STATE_HOME"_s, stateFolder());
+    if (const QString systemBus = u"DBUS_SYSTEM_BUS_ADDRESS"_s; !environment.contains(systemBus))
+        environment.insert(systemBus, u"unix:path=/nowhere"_s);  // the machine's is not the test's to change
+    process.setProcessEnvironment(environment);
     process.start(QStringLiteral(TESSALY_BINARY_DIR "/tessalyd"),
                   QStringList{u"--log-file"_s, logFile()} + arguments);
     const auto isUp = [this, before] {

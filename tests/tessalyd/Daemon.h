@@ -8,16 +8,11 @@
 #include <vector>
 
 #include "tessalydproxy.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchDatabase.h"
 #include "tests/support/UnusedPort.h"
 
 namespace tessaly::test {
-
-/// How long anything is waited for that is to come: no more than a bound for what never comes.
-constexpr int PatienceMs = 60'000;
-#define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, tessaly::test::PatienceMs)
-#define EVENTUALLY_COMPARE(actual, expected) \
-    QTRY_COMPARE_WITH_TIMEOUT(actual, expected, tessaly::test::PatienceMs)
 
 /// What a program of another product said.
 struct Outcome {
@@ -76,6 +71,8 @@ class Daemon {
     [[nodiscard]] QString port(int index = 0) const { return ports_.at(index).port; }
     [[nodiscard]] QString address() const { return QStringLiteral("localhost"); }
     [[nodiscard]] QString log() const;
+    /// Where the server keeps what it has to remember.
+    [[nodiscard]] QString stateFolder() const { return database.folder() + QStringLiteral("/state"); }
     [[nodiscard]] QString logFile() const { return database.folder() + QStringLiteral("/tessalyd.log"); }
 
     /// Rows of Image with the native path of each one's file.

@@ -6,6 +6,7 @@
 
 #include "console/maintenance/frmRepairDB.h"
 #include "tests/support/BoxScript.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/NoWindow.h"
 #include "tests/support/RealInput.h"
 #include "tests/support/ScratchDatabase.h"
@@ -40,7 +41,7 @@ class CompactScreenTest : public QObject {
                 QVERIFY(files.sidebarUrls().contains(QUrl::fromLocalFile(database.folder())));
                 QCOMPARE(dialog.text(u"fileNameEdit"_s), u"DicomDB.mdb"_s);
                 real::press(u"Escape"_s);
-                QTRY_VERIFY(!files.isVisible());
+                EVENTUALLY(!files.isVisible());
             });
         form.CompactDB();
         QVERIFY(script.isDone());

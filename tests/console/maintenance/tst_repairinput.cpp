@@ -14,6 +14,7 @@
 #include "console/session/Globals.h"
 #include "tests/console/maintenance/RepairTest.h"
 #include "tests/support/Console.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/RealInput.h"
 
 using namespace Qt::StringLiterals;
@@ -142,7 +143,7 @@ void RepairInputTest::stopIsPressedWhileABoxStands() {
             else
                 real::press(key);
             if (key != u"Escape"_s)
-                QTRY_COMPARE(pressed.count(), 1);
+                EVENTUALLY_COMPARE(pressed.count(), 1);
             QVERIFY(box.isVisible());  // it still waits
         }
         real::click(*box.button(QMessageBox::Ok));
@@ -164,9 +165,9 @@ void RepairInputTest::theBoxNeverCoversTheForm() {
         if (box.text() == Missing) {
             QWidget& form = repairForm().window();
             // The window manager places the box first, and tells of it later.
-            QTRY_VERIFY2(!box.frameGeometry().intersects(form.frameGeometry()),
-                         qPrintable(QString::number(next)));
-            QTRY_VERIFY(screen.contains(box.frameGeometry()));
+            EVENTUALLY2(!box.frameGeometry().intersects(form.frameGeometry()),
+                        qPrintable(QString::number(next)));
+            EVENTUALLY(screen.contains(box.frameGeometry()));
             if (next < places.size()) {
                 QRect frame = form.frameGeometry();
                 frame.moveCenter(places.at(next++));
@@ -175,7 +176,7 @@ void RepairInputTest::theBoxNeverCoversTheForm() {
                 frame.moveBottom(std::min(frame.bottom(), screen.bottom()));
                 frame.moveTop(std::max(frame.top(), screen.top()));
                 form.move(frame.topLeft());
-                QTRY_COMPARE(form.frameGeometry().topLeft(), frame.topLeft());
+                EVENTUALLY_COMPARE(form.frameGeometry().topLeft(), frame.topLeft());
             }
         }
         real::press(box.text() == Missing ? u"Return"_s : u"n"_s);
@@ -195,7 +196,7 @@ void RepairInputTest::theMainWindowWorksWhileABoxStands() {
                               return;
                           }
                           real::click(window().find(u"cmdFTPAdd"_s));
-                          QTRY_COMPARE(stored(), u"host"_s);
+                          EVENTUALLY_COMPARE(stored(), u"host"_s);
                           QVERIFY(box.isVisible());
                           real::click(*box.button(QMessageBox::Ok));
                       },
@@ -231,10 +232,10 @@ void RepairInputTest::whatIsTypedWhileThePassReadsArrives() {
     auto& box = window().find<QLineEdit>(u"txtQueryTimeout"_s);
     whileItReads([&] {
         real::click(box);
-        QTRY_VERIFY(box.hasFocus());
+        EVENTUALLY(box.hasFocus());
         real::press(u"ctrl+a"_s);
         real::type(u"47"_s);
-        QTRY_COMPARE(box.text(), u"47"_s);
+        EVENTUALLY_COMPARE(box.text(), u"47"_s);
     });
     const Watch watch{[](QMessageBox& /*box*/) { real::press(u"n"_s); }};
     repair();
@@ -256,7 +257,7 @@ void RepairInputTest::aQuestionThatOpensWhileThePassReadsIsAnswered() {
     bool answered = false;
     whileItReads([&] {
         exitByKey();
-        QTRY_VERIFY(!manager().isVisible());
+        EVENTUALLY(!manager().isVisible());
         answered = true;
     });
     const Watch watch{[&](QMessageBox& box) {

@@ -34,6 +34,9 @@ class RealServerTest : public QObject {
     void initTestCase() {
         // The bus and what it starts have the environment of their making: the database comes first.
         database_ = std::make_unique<ScratchDatabase>();
+        qputenv("XDG_STATE_HOME", database_->folder().toUtf8());
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS",
+                "unix:path=/nowhere");  // the machine's is not the test's to change
         bus_ = std::make_unique<ScratchBus>();
         bus_->offer(server::ServiceName, u"%1 --grace 1 --log-file %2/tessalyd.log"_s.arg(
                                              QStringLiteral(TESSALYD), database_->folder()));
@@ -54,6 +57,8 @@ class RealServerTest : public QObject {
         window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(3);
         window_->RefreshServerState();
         QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+        // The state may be known by the server's event, before the buttons follow.
+        QTRY_VERIFY_WITH_TIMEOUT(window().find(u"cmdRestart"_s).isEnabled(), Patience);
         window().click(u"cmdRestart"_s);  // the server of the test before has another port
         QTRY_VERIFY_WITH_TIMEOUT(echoes(), Patience);
     }
@@ -80,6 +85,11 @@ class RealServerTest : public QObject {
         const QDBusReply<uint> process =
             QDBusConnection::sessionBus().interface()->servicePid(server::ServiceName);
         return process.isValid() ? static_cast<int>(process.value()) : 0;
+    }
+    /// Whether the server is a process, and another one than `former`. Between the two there is none.
+    [[nodiscard]] static bool isAnotherThan(int former) {
+        const int process = serverProcess();
+        return process > 0 && process != former;
     }
     /// Whether a verification of the server succeeds.
     [[nodiscard]] bool echoes(const QString& called = u"TESSALY"_s) const {
@@ -124,7 +134,7 @@ void RealServerTest::suspendAndStart() {
     window().click(u"cmdStop"_s);
     QTRY_COMPARE_WITH_TIMEOUT(state(), u"Stopped"_s, Patience);
     QVERIFY(!echoes());
-    QTRY_VERIFY(window().find(u"cmdStart"_s).isEnabled());
+    QTRY_VERIFY_WITH_TIMEOUT(window().find(u"cmdStart"_s).isEnabled(), Patience);
     QVERIFY(!window().find(u"cmdStop"_s).isEnabled());
     window().click(u"cmdStart"_s);
     QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
@@ -156,9 +166,8 @@ void RealServerTest::terminateBringsAnotherProcess() {
     TRY_ROWS(row(u"CT1"_s, 1));
     const int process = serverProcess();
     window().click(u"cmdLoad"_s);
+    QTRY_VERIFY_WITH_TIMEOUT(isAnotherThan(process), Patience);
     QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
-    QVERIFY(serverProcess() > 0);
-    QVERIFY(serverProcess() != process);
     QTRY_VERIFY_WITH_TIMEOUT(::kill(process, 0) != 0, Patience);
     QTRY_VERIFY_WITH_TIMEOUT(echoes(), Patience);
     TRY_ROWS();  // the association that ended with it is not left behind
@@ -169,7 +178,7 @@ void RealServerTest::terminateBringsAnotherProcess() {
 void RealServerTest::aKilledServerComesBack() {
     const int process = serverProcess();
     ::kill(process, SIGKILL);
-    QTRY_VERIFY_WITH_TIMEOUT(serverProcess() > 0 && serverProcess() != process, Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(isAnotherThan(process), Patience);
     QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
     QTRY_VERIFY_WITH_TIMEOUT(echoes(), Patience);
 }

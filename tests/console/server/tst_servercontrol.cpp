@@ -89,7 +89,7 @@ void ServerControlTest::theTimerRefreshesOnceASecond() {
     auto& timer = *window_->findChild<QTimer*>(u"timerCheckConnections"_s);
     QCOMPARE(timer.interval(), 1000);
     window_->setConnectionTimerEnabled(true);
-    QTRY_VERIFY(script_.calls.size() >= 2);
+    EVENTUALLY(script_.calls.size() >= 2);
     QCOMPARE(QSet<QString>(script_.calls.begin(), script_.calls.end()), QSet<QString>{u"GetStatus"_s});
     QCOMPARE(statusBar(), (QStringList{u"Listening"_s, u"listening"_s, u""_s}));
     window_->setConnectionTimerEnabled(false);
@@ -163,9 +163,9 @@ void ServerControlTest::aRefusedCreationIsTriedOnceATick() {
     }
     // By the timer too, again and again.
     window_->setConnectionTimerEnabled(true);
-    QTRY_VERIFY(script_.calls.size() >= 2);
+    EVENTUALLY(script_.calls.size() >= 2);
     script_.refusesCreation = false;
-    QTRY_COMPARE(statusBar().first(), u"Listening"_s);
+    EVENTUALLY_COMPARE(statusBar().first(), u"Listening"_s);
 }
 
 void ServerControlTest::commandsCallAndRefresh_data() {
@@ -266,4 +266,5 @@ void ServerControlTest::theMaintenanceMayTakeTheServerAway() {
 }
 
 QTEST_MAIN(ServerControlTest)
+#include "tests/support/Eventually.h"
 #include "tst_servercontrol.moc"

@@ -9,6 +9,7 @@
 #include "tests/console/server/FakeServer.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/Console.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchDatabase.h"
 
 using namespace Qt::StringLiterals;
@@ -42,7 +43,7 @@ class ServerProcessTest : public QObject {
         database_.reset();
         (void)takeConsoleEnd();
         fake_->endAll();
-        QTRY_VERIFY(!fake_->runs());
+        EVENTUALLY(!fake_->runs());
     }
 
     void theWindowStartsTheServer();
@@ -198,15 +199,15 @@ void ServerProcessTest::closingDoesNotWaitForAHungServer() {
 void ServerProcessTest::eventsShowInTheList() {
     window_->setConnectionTimerEnabled(false);
     fake_->tell(u"Connect"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s, QVariant::fromValue<short>(9)});
-    QTRY_COMPARE(rows(), (QList<QStringList>{{u"104"_s, u"CT1"_s, u"TESSALY"_s, u"1"_s}}));
+    EVENTUALLY_COMPARE(rows(), (QList<QStringList>{{u"104"_s, u"CT1"_s, u"TESSALY"_s, u"1"_s}}));
     QCOMPARE(state(), u"Connected"_s);
     QCOMPARE(window().text(u"stsBarText2"_s), u"Num. Connections =9"_s);
     fake_->tell(u"Suspend"_s);
-    QTRY_COMPARE(state(), u"Stopped"_s);
+    EVENTUALLY_COMPARE(state(), u"Stopped"_s);
     fake_->tell(u"Begin"_s);
-    QTRY_COMPARE(state(), u"Listening"_s);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
     fake_->tell(u"End"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s});
-    QTRY_COMPARE(rows(), QList<QStringList>{});
+    EVENTUALLY_COMPARE(rows(), QList<QStringList>{});
 }
 
 void ServerProcessTest::aBurstIsCountedRight() {
@@ -232,7 +233,7 @@ void ServerProcessTest::aBurstIsCountedRight() {
 void ServerProcessTest::theLastEndsOfATerminatedServerCount() {
     window_->setConnectionTimerEnabled(false);
     fake_->tell(u"Connect"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s, QVariant::fromValue<short>(1)});
-    QTRY_COMPARE(rows().size(), 1);
+    EVENTUALLY_COMPARE(rows().size(), 1);
     fake_->tell(u"SetEndsOnTerminate"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s});
     window().click(u"cmdLoad"_s);
     QCOMPARE(rows(), QList<QStringList>{});
@@ -241,7 +242,7 @@ void ServerProcessTest::theLastEndsOfATerminatedServerCount() {
 void ServerProcessTest::rowsOfAKilledServerStay() {
     window_->RefreshServerState();
     fake_->tell(u"Connect"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s, QVariant::fromValue<short>(1)});
-    QTRY_COMPARE(rows().size(), 1);
+    EVENTUALLY_COMPARE(rows().size(), 1);
     fake_->kill(fake_->process());
     QTRY_COMPARE_WITH_TIMEOUT(fake_->calls().count(u"created"_s), 2, Patience);
     QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);

@@ -229,8 +229,7 @@ void ArchiveFileTest::whatIsUndecidedIsNotReplaced() {
             otherMayDecide.acquire();
         }};
         const auto withdraws = qScopeGuard([&] { otherMayDecide.release(); });
-        QTest::qWait(100);
-        QVERIFY(!otherIsDone);
+        QVERIFY(!QTest::qWaitFor([&] { return otherIsDone.load(); }, 100));
         QCOMPARE(read(named), QByteArray{"undecided"});
         if (keeps)
             file->keep();
@@ -272,8 +271,7 @@ void ArchiveFileTest::aFormerFileGoesOnlyIfItIsStillThere() {
                 store(folder, "second");
                 otherIsDone = true;
             }};
-            QTest::qWait(100);
-            QVERIFY(!otherIsDone);
+            QVERIFY(!QTest::qWaitFor([&] { return otherIsDone.load(); }, 100));
             former.remove();
             QCOMPARE(names(folder).filter(u"1.dcm"_s), QStringList{});
         }

@@ -5,6 +5,7 @@
 
 #include "console/maintenance/RepairChecks.h"
 #include "tessalyd/archive/ArchiveSession.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchDatabase.h"
 
 using namespace Qt::StringLiterals;
@@ -94,7 +95,7 @@ void RepairBesideTest::whatASenderIsFillingStays() {
                           },
                       .events = [] {}});
         }};
-        QTRY_VERIFY(judging.load());
+        EVENTUALLY(judging.load());
         std::this_thread::sleep_for(300ms);  // and it waits
         QVERIFY(!judged);
     };

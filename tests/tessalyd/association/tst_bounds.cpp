@@ -278,6 +278,7 @@ void BoundsTest::aRequestThatComesSlowlyIsGivenUp() {
         // Slowly: in time for every single wait, and all the same far too late for the whole.
         constexpr qsizetype Head = 10;
         qsizetype sent = peer.write(slowly ? request.first(Head) : request);
+        QVERIFY(peer.flush());
         QTimer drip;
         connect(&drip, &QTimer::timeout, &peer, [&] { sent += peer.write(request.mid(sent, 1)); });
         drip.start(100);

@@ -1,7 +1,6 @@
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusReply>
-#include <QDBusVirtualObject>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTcpServer>
@@ -11,6 +10,7 @@
 #include "tests/support/ScratchBus.h"
 #include "tests/support/ScratchCluster.h"
 #include "tests/tessalyd/DaemonTest.h"
+#include "tests/tessalyd/control/Managers.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
@@ -18,36 +18,6 @@ using namespace tessaly::test;
 namespace {
 
 using Proxy = OrgTessalyServer1Interface;
-
-/// In systemd's place on the bus; keeps the state of one unit and what it was asked.
-class UnitManager : public QDBusVirtualObject {
-  public:
-    QStringList calls;
-    QString state = u"disabled"_s;
-    bool answers = true;
-
-    [[nodiscard]] QString introspect(const QString& /*path*/) const override { return {}; }
-    bool handleMessage(const QDBusMessage& message, const QDBusConnection& bus) override {
-        calls << message.member() + u' ' + joined(message.arguments());
-        if (message.member() == u"EnableUnitFiles"_s)
-            state = u"enabled"_s;
-        else if (message.member() == u"DisableUnitFiles"_s)
-            state = u"disabled"_s;
-        return !answers ||
-               bus.send(message.member() == u"GetUnitFileState"_s ? message.createReply(state)
-                                                                  : message.createReply());
-    }
-
-  private:
-    static QString joined(const QVariantList& arguments) {
-        QStringList texts;
-        for (const QVariant& argument : arguments)
-            texts << (argument.canConvert<QStringList>() && argument.typeId() != QMetaType::Bool
-                          ? argument.toStringList().join(u',')
-                          : argument.toString());
-        return texts.join(u' ');
-    }
-};
 
 }  // namespace
 
@@ -72,14 +42,9 @@ class ControlTest : public DaemonTest {
     void withoutADatabaseItIsStopped();
     void withoutTheColumnsItAsksForAnUpgrade();
     void repliesArePromptWhileTheDatabaseIsLocked();
-    void withoutSystemdItIsNoService();
-    void itRegistersWithSystemd();
     void itEndsWithItsBus();
 
   private:
-    /// Not blocking: the manager that the server asks is in this thread.
-    [[nodiscard]] static QDBusPendingCall askWhetherItIsAService();
-    [[nodiscard]] static QVariant isService();
     [[nodiscard]] bool echoes(int port = 0) {
         Association peer{daemon_->port(port)};
         if (!peer.isOpen() || !peer.echo())
@@ -151,9 +116,6 @@ void ControlTest::theGraceEnds() {
 void ControlTest::theGraceIsNotForThoseWhoComeAfterARestart() {
     UnitManager manager;
     manager.answers = false;
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    QVERIFY(bus.registerVirtualObject(u"/org/freedesktop/systemd1"_s, &manager));
-    QVERIFY(bus.registerService(u"org.freedesktop.systemd1"_s));
     launch({PortRow{}}, {u"--grace"_s, u"1"_s});
     Association before{daemon_->port()};
     QVERIFY(before.isOpen());
@@ -166,8 +128,6 @@ void ControlTest::theGraceIsNotForThoseWhoComeAfterARestart() {
     QVERIFY(before.waitForEnd());
     EVENTUALLY(restart.isFinished() && asked.isFinished());
     QVERIFY(after.echo());
-    bus.unregisterService(u"org.freedesktop.systemd1"_s);
-    bus.unregisterObject(u"/org/freedesktop/systemd1"_s);
 }
 
 void ControlTest::restartRereadsEverything() {
@@ -185,24 +145,24 @@ void ControlTest::restartRereadsEverything() {
 }
 
 void ControlTest::aPortInUseDoesNotStopTheOthers() {
+    const QString taken = unusedPort();
     QTcpServer other;
-    QVERIFY(other.listen(QHostAddress::Any));
-    const QString taken = QString::number(other.serverPort());
+    QVERIFY(other.listen(QHostAddress::Any, taken.toUShort()));
     launch({{.port = taken}, {}});
     QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
     QVERIFY(daemon_->log().contains(u"port %1: cannot listen: bind: Address already in use"_s.arg(taken)));
     QVERIFY(echoes(1));
     other.close();
     QVERIFY(daemon_->succeeds(&Proxy::Restart));
-    QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 2}));
+    EVENTUALLY_COMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 2}));
     QVERIFY(echoes(0));
 }
 
 void ControlTest::aPortThatIsNoneIsReported() {
     launch({{.port = u"104x"_s}, {.port = u"70000"_s}, {}});
     QCOMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
-    QVERIFY(daemon_->log().contains(u"port 104x: cannot listen: not a TCP port"_s));
-    QVERIFY(daemon_->log().contains(u"port 70000: cannot listen: not a TCP port"_s));
+    QVERIFY(daemon_->log().contains(u"port 104x: cannot listen: not a TCP port\n"_s));
+    QVERIFY(daemon_->log().contains(u"port 70000: cannot listen: not a TCP port\n"_s));
     QVERIFY(echoes(2));
 }
 
@@ -212,12 +172,13 @@ void ControlTest::terminateEndsTheProcess() {
     QVERIFY(!QDBusConnection::sessionBus().interface()->isServiceRegistered(u"org.tessaly.Server"_s));
     QVERIFY(!echoes());
     // Its last connection was closed in order: nobody else holds the database's log, or a session.
-    EVENTUALLY_COMPARE(daemon_->database.value(
-                           ScratchDatabase::isPostgresql()
-                               ? u"SELECT count(*) FROM pg_stat_activity WHERE datname=current_database() AND "
-                                 "pid<>pg_backend_pid()"_s
-                               : u"PRAGMA wal_checkpoint(TRUNCATE)"_s),
-                       u"0"_s);
+    EVENTUALLY_COMPARE(
+        daemon_->database.value(
+            ScratchDatabase::isPostgresql()
+                ? u"SELECT count(*) FROM pg_stat_activity WHERE datname=current_database() AND "
+                  "pid<>pg_backend_pid()"_s
+                : u"PRAGMA wal_checkpoint(TRUNCATE)"_s),
+        u"0"_s);
     EVENTUALLY_COMPARE(daemon_->stops, 1);
 }
 
@@ -279,8 +240,8 @@ void ControlTest::withoutADatabaseItIsStopped() {
     // Not by the data source on a server: ODBC remembers for a while what it has read there.
     const auto setReachable = [&database](bool isReachable) {
         if (ScratchDatabase::isPostgresql())
-            ScratchCluster::instance().administer(u"ALTER ROLE %1 %2"_s.arg(
-                ScratchCluster::Owner, isReachable ? u"LOGIN"_s : u"NOLOGIN"_s));
+            ScratchCluster::instance().administer(
+                u"ALTER ROLE %1 %2"_s.arg(ScratchCluster::Owner, isReachable ? u"LOGIN"_s : u"NOLOGIN"_s));
         else
             database.writeDataSource(isReachable ? database.path() : u"/nowhere/DicomDB.mdb"_s);
     };
@@ -330,49 +291,6 @@ void ControlTest::repliesArePromptWhileTheDatabaseIsLocked() {
         (void)database.rows(u"SELECT * FROM SiteData"_s);  // gives the lock back
     }
     EVENTUALLY_COMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
-}
-
-QDBusPendingCall ControlTest::askWhetherItIsAService() {
-    QDBusMessage get = QDBusMessage::createMethodCall(u"org.tessaly.Server"_s, u"/org/tessaly/Server"_s,
-                                                      u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
-    get << u"org.tessaly.Server1"_s << u"IsService"_s;
-    return QDBusConnection::sessionBus().asyncCall(get);
-}
-
-QVariant ControlTest::isService() {
-    const QDBusPendingCall call = askWhetherItIsAService();
-    if (!QTest::qWaitFor([&call] { return call.isFinished(); }, PatienceMs) || call.isError())
-        return {};
-    return call.reply().arguments().value(0).value<QDBusVariant>().variant();
-}
-
-void ControlTest::withoutSystemdItIsNoService() {
-    launch();
-    QCOMPARE(isService(), QVariant{false});
-    QVERIFY(daemon_->succeeds(&Proxy::RegisterService));
-    QCOMPARE(isService(), QVariant{false});
-    QVERIFY(daemon_->succeeds(&Proxy::UnregisterService));
-}
-
-void ControlTest::itRegistersWithSystemd() {
-    UnitManager manager;
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    QVERIFY(bus.registerVirtualObject(u"/org/freedesktop/systemd1"_s, &manager));
-    QVERIFY(bus.registerService(u"org.freedesktop.systemd1"_s));
-    launch();
-    QCOMPARE(isService(), QVariant{false});
-    QDBusPendingReply<> call = daemon_->proxy.RegisterService();
-    EVENTUALLY(call.isFinished());
-    QVERIFY(!call.isError());
-    QVERIFY(manager.calls.contains(u"EnableUnitFiles tessalyd.service false true"_s));
-    EVENTUALLY_COMPARE(manager.calls.last(), u"Reload "_s);
-    QCOMPARE(isService(), QVariant{true});
-    call = daemon_->proxy.UnregisterService();
-    EVENTUALLY(call.isFinished());
-    QVERIFY(manager.calls.contains(u"DisableUnitFiles tessalyd.service false"_s));
-    QCOMPARE(isService(), QVariant{false});
-    bus.unregisterService(u"org.freedesktop.systemd1"_s);
-    bus.unregisterObject(u"/org/freedesktop/systemd1"_s);
 }
 
 void ControlTest::itEndsWithItsBus() {

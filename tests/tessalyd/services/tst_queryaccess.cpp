@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "tessalyd/services/QueryAccess.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchDatabase.h"
 
 using namespace Qt::StringLiterals;
@@ -152,7 +153,7 @@ void QueryAccessTest::sessionsAreBoundedAndHandedOn() {
     std::vector<QuerySessions::Lease> leases;
     for (std::size_t i = 0; i < QuerySessions::Most; ++i)
         leases.push_back(*sessions.take(never));
-    QTRY_COMPARE(openSessions(), static_cast<qsizetype>(QuerySessions::Most));
+    EVENTUALLY_COMPARE(openSessions(), static_cast<qsizetype>(QuerySessions::Most));
     std::atomic<int> asked = 0;
     std::atomic<bool> taken = false;
     std::jthread waiting{[&] {
@@ -162,11 +163,11 @@ void QueryAccessTest::sessionsAreBoundedAndHandedOn() {
         });
         taken = lease && !firstTable(*lease).isNull();
     }};
-    QTRY_VERIFY(asked > 0);
+    EVENTUALLY(asked > 0);
     QVERIFY(!taken);
     leases.pop_back();
-    QTRY_VERIFY(taken);
-    QTRY_COMPARE(openSessions(), static_cast<qsizetype>(QuerySessions::Most));
+    EVENTUALLY(taken);
+    EVENTUALLY_COMPARE(openSessions(), static_cast<qsizetype>(QuerySessions::Most));
 }
 
 void QueryAccessTest::statementsArePlannedForTheirOwnValues() {
@@ -202,11 +203,11 @@ void QueryAccessTest::aSessionThatAnExceptionEndedIsClosed() {
             throw std::runtime_error{"broken"};
     };
     use(false);
-    QTRY_COMPARE(openSessions(), 1);
+    EVENTUALLY_COMPARE(openSessions(), 1);
     QVERIFY_THROWS_EXCEPTION(std::runtime_error, use(true));
-    QTRY_COMPARE(openSessions(), 0);
+    EVENTUALLY_COMPARE(openSessions(), 0);
     use(false);
-    QTRY_COMPARE(openSessions(), 1);
+    EVENTUALLY_COMPARE(openSessions(), 1);
 }
 
 void QueryAccessTest::aClosedPoolReadsTheDataSourceAnew() {
@@ -214,12 +215,12 @@ void QueryAccessTest::aClosedPoolReadsTheDataSourceAnew() {
     {
         const auto held = sessions.take(never);
         (void)sessions.take(never);
-        QTRY_COMPARE(openSessions(), 2);
+        EVENTUALLY_COMPARE(openSessions(), 2);
         sessions.close();
-        QTRY_COMPARE(openSessions(), 1);
+        EVENTUALLY_COMPARE(openSessions(), 1);
         QVERIFY(!firstTable(*held).isNull());
     }
-    QTRY_COMPARE(openSessions(), 0);
+    EVENTUALLY_COMPARE(openSessions(), 0);
     database_->setDataSource(database_->dataSource({u"Database=/nonexistent/DicomDB.mdb"_s}));
     QVERIFY_THROWS_EXCEPTION(db::Error, (void)sessions.take(never));
     database_->setDataSource(database_->dataSource({}));
