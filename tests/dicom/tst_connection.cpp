@@ -201,13 +201,13 @@ void ConnectionTest::aPeerThatKeepsTheRateIsWaitedFor() {
     QFETCH(const bool, keeps);
     Ends ends{
         std::make_shared<Bounds>(std::stop_token{}, Bounds::NoDeadline,
-                                 Pace{.silence = 500ms, .bytesPerSecond = static_cast<std::size_t>(rate)})};
+                                 Pace{.silence = 2s, .bytesPerSecond = static_cast<std::size_t>(rate)})};
     // Some megabytes a second, for longer than the silence.
     std::jthread reader{[&ends](const std::stop_token& stop) {
         std::vector<char> part(std::size_t{128} << 10U);
         while (!stop.stop_requested()) {
             (void)::recv(ends.other, part.data(), part.size(), MSG_DONTWAIT);
-            std::this_thread::sleep_for(20ms);
+            std::this_thread::sleep_for(40ms);
         }
     }};
     QCOMPARE(ends.writeMuch() > 0, keeps);

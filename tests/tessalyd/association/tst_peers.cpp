@@ -48,10 +48,10 @@ class PeersTest : public QObject {
 };
 
 void PeersTest::anAssociationMayBeIdleForLongerThanAMessageMayPause() {
-    const ScriptedServer server{{.command = 200ms, .message = {.silence = 200ms}}};
+    const ScriptedServer server{{.command = 1s, .message = {.silence = 1s}}};
     Association peer{server.port()};
     QVERIFY(peer.echo());
-    std::this_thread::sleep_for(1s);
+    std::this_thread::sleep_for(2500ms);
     QVERIFY(peer.echo());
 }
 
@@ -101,7 +101,7 @@ void PeersTest::aDataSetThatDripsIsGivenUp() {
 }
 
 void PeersTest::aSlowSenderThatKeepsTheRateGoesOn() {
-    ScriptedServer server{{.message = {.silence = 500ms}}};
+    ScriptedServer server{{.message = {.silence = 3s}}};
     std::atomic<std::size_t> came = 0;
     server.on(DIMSE_C_STORE_RQ, [&came](const Request& request, Requester& requester) {
         SinkStream sink{[&came](std::span<const char> bytes) { came += bytes.size(); }};
@@ -113,9 +113,9 @@ void PeersTest::aSlowSenderThatKeepsTheRateGoesOn() {
     Parts peer{server.port()};
     peer.beginStore();
     constexpr std::size_t Part = 2048;
-    constexpr int Count = 10;  // two seconds
+    constexpr int Count = 20;  // five seconds
     for (int i = 0; i < Count; ++i) {
-        std::this_thread::sleep_for(200ms);
+        std::this_thread::sleep_for(250ms);
         peer.add(Part, i == Count - 1);
     }
     const Heard heard = hear(peer);
