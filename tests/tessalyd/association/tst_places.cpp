@@ -181,10 +181,10 @@ void PlacesTest::noAddressTakesMoreThanHalfAfterSomebodyKnocked() {
     constexpr Places Some{.all = 4};
     OpenAssociations forgetful{[](const AssociationNames&, int) {}, [](const AssociationNames&, int) {},
                                200ms};
-    const auto add = [&forgetful](Entries& entries, std::uint32_t address) {
+    const auto add = [&](Entries& added, std::uint32_t address) {
         auto entry = forgetful.open({}, {.address = address}, Some);
         if (entry)
-            entries.push_back(std::move(*entry));
+            added.push_back(std::move(*entry));
         return entry.has_value();
     };
     Entries entries;
