@@ -80,9 +80,9 @@ struct Session {
         connection.establish();
     }
     std::size_t ask(DcmDataset question) {
-        QueryAnswers answers{statements, readQuery(question, InformationModel::StudyRoot, {}), "TESSALY"};
+        QueryAnswers answers{readQuery(question, InformationModel::StudyRoot, {}), "TESSALY"};
         std::size_t count = 0;
-        while (answers.next())
+        while (answers.next(statements))
             count += answers.answer().isEmpty() ? 0 : 1;
         return count;
     }

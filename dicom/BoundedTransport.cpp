@@ -60,7 +60,9 @@ std::string listenAnywhere(int socket) {
 class Connection final : public BoundedConnection {
   public:
     Connection(int socket, std::shared_ptr<const Bounds> bounds, BoundedTransport::Traffic traffic)
-        : BoundedConnection(socket, std::move(bounds)), traffic_(std::move(traffic)) {}
+        : BoundedConnection(socket, std::move(bounds)), traffic_(std::move(traffic)) {
+        reading().restart({});  // every answer has a deadline of its own
+    }
 
   protected:
     void received(ssize_t bytes) override {

@@ -27,18 +27,17 @@ void Bounds::Event::raise() const noexcept {
     (void)eventfd_write(fd_, 1);
 }
 
-Bounds::Bounds(std::stop_token stop, Clock::time_point deadline, milliseconds silence)
-    : deadline_(deadline), silence_(silence), stop_(std::move(stop)), raise_(stop_, Raise{stopped_}) {}
+Bounds::Bounds(std::stop_token stop, Clock::time_point deadline, const Pace& pace)
+    : deadline_(deadline), pace_(pace), stop_(std::move(stop)), raise_(stop_, Raise{stopped_}) {}
 
 bool Bounds::wait(int socket, short event, milliseconds atMost) const {
-    const milliseconds patience = std::min(atMost, silence_);
     const auto begun = Clock::now();
     std::array<pollfd, 2> sources{{{.fd = socket, .events = event, .revents = 0},
                                    {.fd = stopped_.get(), .events = POLLIN, .revents = 0}}};
     for (;;) {
         const auto now = Clock::now();
         const auto left = std::min(std::chrono::ceil<milliseconds>(deadline_ - now),
-                                   patience - std::chrono::floor<milliseconds>(now - begun));
+                                   atMost - std::chrono::floor<milliseconds>(now - begun));
         constexpr milliseconds::rep Longest = std::numeric_limits<int>::max();
         const int ready = ::poll(sources.data(), sources.size(),
                                  static_cast<int>(std::clamp(left.count(), milliseconds::rep{0}, Longest)));

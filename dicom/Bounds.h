@@ -3,24 +3,26 @@
 #include <chrono>
 #include <stop_token>
 
+#include "dicom/Patience.h"
+
 namespace tessaly::dicom {
 
-/// How long a thread may wait for a peer: until one point in time, no longer than so long at a time, and not
+/// How long a thread may wait for a peer: until one point in time, while the peer keeps its pace, and not
 /// beyond a stop. Belongs to one thread; the stop may come from any.
 class Bounds {
   public:
     using Clock = std::chrono::steady_clock;
     static constexpr Clock::time_point NoDeadline = Clock::time_point::max();
-    static constexpr std::chrono::milliseconds NoLimit = std::chrono::milliseconds::max();
+    static constexpr std::chrono::milliseconds NoLimit = Pace::NoLimit;
 
-    /// `silence` is for one wait. Throws std::system_error.
-    explicit Bounds(std::stop_token stop, Clock::time_point deadline = NoDeadline,
-                    std::chrono::milliseconds silence = NoLimit);
+    /// The pace is for each direction of a connection by itself. Throws std::system_error.
+    explicit Bounds(std::stop_token stop, Clock::time_point deadline = NoDeadline, const Pace& pace = {});
     Bounds(const Bounds&) = delete;
     Bounds& operator=(const Bounds&) = delete;
 
     [[nodiscard]] Clock::time_point deadline() const noexcept { return deadline_; }
     void setDeadline(Clock::time_point deadline) noexcept { deadline_ = deadline; }
+    [[nodiscard]] const Pace& pace() const noexcept { return pace_; }
     [[nodiscard]] bool isExpired() const noexcept { return Clock::now() >= deadline_; }
     [[nodiscard]] bool isStopped() const noexcept { return stop_.stop_requested(); }
 
@@ -47,7 +49,7 @@ class Bounds {
     };
 
     Clock::time_point deadline_;
-    std::chrono::milliseconds silence_;
+    Pace pace_;
     std::stop_token stop_;
     Event stopped_;
     std::stop_callback<Raise> raise_;  // after the event, which it needs to its end

@@ -47,7 +47,8 @@ ObjectSender::ObjectSender(Destination destination, const std::vector<ObjectKind
       limits_(limits),
       trace_(std::move(trace)),
       stop_(stop),
-      transport_(std::make_shared<Bounds>(stop, Bounds::NoDeadline, limits.silence), trace_.traffic) {}
+      transport_(std::make_shared<Bounds>(stop, Bounds::NoDeadline, Pace{.silence = limits.silence}),
+                 trace_.traffic) {}
 
 ObjectSender::~ObjectSender() {
     close();

@@ -32,7 +32,7 @@ class ObjectSender {
   public:
     struct Limits {
         std::chrono::milliseconds connect{10'000};  ///< for the host's name and the TCP connection
-        /// A peer that gives no byte, or takes none, for as long has failed; an answer is to be whole by
+        /// A peer that takes less than Pace::LeastRate for as long has failed; an answer is to be whole by
         /// then.
         std::chrono::milliseconds silence{60'000};
     };

@@ -14,9 +14,6 @@ namespace tessaly::tessalyd {
 
 namespace {
 
-/// Seconds for a connection's association request, and for a peer that is to close after an abort.
-constexpr int RequestPatience = 10;
-
 /// Connections beyond the ports' limits: those that are being rejected, or have not said yet what they want.
 constexpr std::size_t SpareThreads = 64;
 
@@ -38,9 +35,10 @@ std::string joined(const std::vector<std::string>& lines) {
 }  // namespace
 
 Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended,
-               std::vector<std::string> addresses)
+               std::vector<std::string> addresses, const AssociationLimits& limits)
     : addresses_(addresses.empty() ? std::vector<std::string>{{}} : std::move(addresses)),
-      transport_(RequestPatience),
+      limits_(limits),
+      transport_(limits_),
       open_(std::move(opened), std::move(ended)),
       services_(allServices(index_, queries_)) {}
 
@@ -161,11 +159,17 @@ void Server::accept(const std::shared_ptr<const PortConfiguration>& port, FileDe
                     const std::stop_token& listening) {
     // Shared, because a std::function is to be copyable and the socket is not.
     auto held = std::make_shared<FileDescriptor>(std::move(socket));
-    const bool started = threads_.start([this, port, held, listening](const std::stop_token& stop) {
-        AssociationHandler{{transport_, open_, services_}, port, stop, listening}.run(std::move(*held));
+    const auto started = threads_.start(peerAddress(*held), [this, port, held, listening](
+                                                                AssociationThreads::Connection& connection) {
+        AssociationHandler{{transport_, open_, services_, log_, limits_}, port, connection, listening}.run(
+            std::move(*held));
     });
-    if (!started)
-        OFLOG_WARN(serverLog(), "port " << port->port << ": too many connections; one was closed");
+    if (started == AssociationThreads::Started::InPlaceOfAnother)
+        log_.add(PeerLog::Event::Connection,
+                 "port " + port->port + ": too many connections; one without an association was closed");
+    else if (started == AssociationThreads::Started::No)
+        log_.add(PeerLog::Event::Connection,
+                 "port " + port->port + ": no thread for another connection; it was closed");
 }
 
 void Server::stop() {

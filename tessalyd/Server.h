@@ -10,9 +10,11 @@
 #include "tessalyd/archive/ArchiveIndex.h"
 #include "tessalyd/archive/Decoder.h"
 #include "tessalyd/archive/LeftoverCleaner.h"
+#include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/AssociationThreads.h"
 #include "tessalyd/association/Listener.h"
 #include "tessalyd/association/OpenAssociations.h"
+#include "tessalyd/association/PeerLog.h"
 #include "tessalyd/association/Service.h"
 #include "tessalyd/association/Transport.h"
 #include "tessalyd/services/QueryAccess.h"
@@ -26,7 +28,7 @@ class Server {
     /// The events as OpenAssociations: called in the associations' threads. `addresses` are those that are
     /// listened on, numeric; none: all of this machine.
     Server(OpenAssociations::Event opened, OpenAssociations::Event ended,
-           std::vector<std::string> addresses = {});
+           std::vector<std::string> addresses = {}, const AssociationLimits& limits = {});
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
@@ -80,6 +82,8 @@ class Server {
 
     std::vector<std::string> addresses_;  ///< an empty text for all of them
     Decoders decoders_;
+    AssociationLimits limits_;
+    PeerLog log_;
     Transport transport_;
     OpenAssociations open_;
     ArchiveIndex index_;

@@ -17,6 +17,8 @@ constexpr std::chrono::milliseconds AskInterval{5};
 constexpr std::size_t FirstPage = 32;
 constexpr std::size_t PageGrowth = 4;
 constexpr std::size_t LargestPage = 2048;
+/// Of the values of a page, in bytes: a longer page ends earlier.
+constexpr std::size_t LargestText = std::size_t{512} << 10U;
 constexpr std::chrono::milliseconds LongPage{20};
 
 std::string joined(const std::set<std::string>& values) {
@@ -28,9 +30,8 @@ std::string joined(const std::set<std::string>& values) {
 
 }  // namespace
 
-ArchiveSearch::ArchiveSearch(StatementCache& statements, ArchiveQuery query, SearchLimits limits, bool narrow)
-    : statements_(statements),
-      query_(std::move(query)),
+ArchiveSearch::ArchiveSearch(ArchiveQuery query, SearchLimits limits, bool narrow)
+    : query_(std::move(query)),
       limits_(std::move(limits)),
       plan_(planSearch(query_, narrow)),
       decidedTogether_(query_.keys.size()),
@@ -38,26 +39,45 @@ ArchiveSearch::ArchiveSearch(StatementCache& statements, ArchiveQuery query, Sea
       values_(query_.keys.size()) {
     for (const ArchiveQuery::Combined& pair : query_.combined)
         decidedTogether_[pair.time] = true;
-    statements_.setTimeout(limits_.timeout);
 }
 
-ArchiveSearch::~ArchiveSearch() {
-    closePage();
+bool ArchiveSearch::next(StatementCache& statements) {
+    for (;;) {
+        if (next())
+            return true;
+        if (isComplete())
+            return false;
+        read(statements);
+    }
 }
 
 bool ArchiveSearch::next() {
+    if (passed_ == matches_)
+        return false;
+    ++passed_;
+    return true;
+}
+
+std::string_view ArchiveSearch::value(std::size_t index) const {
+    const std::size_t number = (passed_ - 1) * query_.keys.size() + index;
+    const std::size_t begin = number == 0 ? 0 : ends_[number - 1];
+    return std::string_view{text_}.substr(begin, ends_[number] - begin);
+}
+
+void ArchiveSearch::read(StatementCache& statements) {
+    text_.clear();
+    ends_.clear();
+    matches_ = passed_ = 0;
     since_ = Clock::now();
     lastAsked_ = since_;
+    statements.setTimeout(limits_.timeout);
     try {
-        const bool found = findNext();
+        while (matches_ == 0 && !isComplete())
+            readPage(statements);
         worked_ += Clock::now() - since_;
-        if (!found)
-            closePage();
-        return found;
     } catch (const db::Stopped&) {
         dropPage();
         stopped_ = true;
-        return false;
     } catch (const db::Error&) {
         dropPage();
         // An engine that keeps to the limit by itself says so in words of its own.
@@ -70,26 +90,39 @@ bool ArchiveSearch::next() {
     }
 }
 
-bool ArchiveSearch::findNext() {
+void ArchiveSearch::readPage(StatementCache& statements) {
+    look();
+    if (stopped_)
+        return;
+    openPage(statements);
     while (onNextEntity_ || nextRow()) {
         beginEntity();
         const bool fits = ownKeysMatch();
         if (plan_.hasParts)
             gather(fits);
         if (stopped_)
-            return false;
+            break;
         if (fits && modalitiesMatch())
-            return true;
+            keep();
+        if (pageIsFull_)
+            break;
     }
-    return false;
+    closePage(statements);
+    if (stopped_)
+        return;
+    if (!pageIsFull_) {
+        ++pass_;
+        pageEnd_.clear();
+    }
+    sizeNextPage();
 }
 
 void ArchiveSearch::beginEntity() {
     onNextEntity_ = false;
     gathered_ = false;
-    entityPass_ = pass_;
-    if (++entitiesOfPage_ < pageSize_)
+    if (++entitiesOfPage_ < pageSize_ && text_.size() < LargestText)
         return;
+    pageIsFull_ = true;
     const auto& isNumber = plan_.passes[pass_].keyIsNumber;
     pageEnd_.clear();
     for (std::size_t i = 0; i < isNumber.size(); ++i) {
@@ -99,30 +132,25 @@ void ArchiveSearch::beginEntity() {
     }
 }
 
-const std::string& ArchiveSearch::value(std::size_t index) {
+void ArchiveSearch::keep() {
+    for (std::size_t i = 0; i < query_.keys.size(); ++i) {
+        text_ += current(i);
+        ends_.push_back(static_cast<std::uint32_t>(text_.size()));
+    }
+    ++matches_;
+}
+
+const std::string& ArchiveSearch::current(std::size_t index) {
     return gathered_ ? values_[index] : rows_->text(query_.keys[index].key->name);
 }
 
+/// False at the end of the page, and when the search is stopped.
 bool ArchiveSearch::nextRow() {
     watch();
-    while (!stopped_ && pass_ < plan_.passes.size()) {
-        if (!rows_)
-            openPage();
-        if (rows_->next())
-            return true;
-        closePage();
-        // A page that is not full is the last.
-        if (entitiesOfPage_ < pageSize_) {
-            ++pass_;
-            pageEnd_.clear();
-        }
-        sizeNextPage();
-        look();
-    }
-    return false;
+    return !stopped_ && rows_->next();
 }
 
-void ArchiveSearch::openPage() {
+void ArchiveSearch::openPage(StatementCache& statements) {
     const SearchPass& pass = plan_.passes[pass_];
     const SearchPass::Statement& page = pageEnd_.empty() ? pass.firstPage : pass.otherPages;
     std::vector<db::Param> values;
@@ -134,11 +162,13 @@ void ArchiveSearch::openPage() {
     values.insert(values.end(), pageEnd_.begin(), pageEnd_.end());
     values.push_back(db::integer(static_cast<long long>(pageSize_)));
     statementText_ = &page.text;
-    statement_ = statements_.take(page.text);
+    statement_ = statements.take(page.text);
     statement_->bindAll(std::move(values));
     if (limits_.stop)
         statement_->setStop([this] { return isUnwanted(); });
     entitiesOfPage_ = 0;
+    pageIsFull_ = false;
+    onNextEntity_ = false;
     const auto start = Clock::now() - asking_;
     rows_.emplace(statement_->open());
     pageTook_ = Clock::now() - asking_ - start;
@@ -161,12 +191,10 @@ void ArchiveSearch::dropPage() {
     statement_.reset();
 }
 
-void ArchiveSearch::closePage() {
-    if (!statement_)
-        return;
+void ArchiveSearch::closePage(StatementCache& statements) {
     rows_.reset();
     statement_->setStop({});
-    statements_.give(*statementText_, std::move(*statement_));
+    statements.give(*statementText_, std::move(*statement_));
     statement_.reset();
 }
 
@@ -188,7 +216,7 @@ void ArchiveSearch::gather(bool fits) {
             addPart();
         if (!nextRow())
             break;
-        onNextEntity_ = pass_ != entityPass_ || rows_->text(entityColumn) != entity_;
+        onNextEntity_ = rows_->text(entityColumn) != entity_;
     }
     for (std::size_t i = 0; fits && i < values_.size(); ++i) {
         if (query_.keys[i].key->isGathered(query_.level))
@@ -223,15 +251,15 @@ bool ArchiveSearch::ownKeysMatch() {
         const ArchiveQuery::Key& key = query_.keys[i];
         if (key.match.isUniversal() || decidedTogether_[i] || key.key->matching == Matching::Modalities)
             continue;
-        const auto alternative = key.match.matches(value(i));
-        const std::size_t expected = plan_.passes[entityPass_].alternative;
+        const auto alternative = key.match.matches(current(i));
+        const std::size_t expected = plan_.passes[pass_].alternative;
         if (!alternative ||
             (i == plan_.driver && expected != SearchPass::AnyAlternative && *alternative != expected))
             return false;
     }
     return std::all_of(query_.combined.begin(), query_.combined.end(),
                        [this](const ArchiveQuery::Combined& pair) {
-                           return pair.matches(value(pair.date), value(pair.time));
+                           return pair.matches(current(pair.date), current(pair.time));
                        });
 }
 

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tessalyd/archive/ArchiveQuery.h"
@@ -29,38 +31,45 @@ struct SearchLimits {
     std::function<bool()> stop = {};
 };
 
-/// The entities that match a query, one at a time; memory does not grow with their number. They are fetched
-/// page by page: no more than some thousands are waiting, fewer where they cost more time, and the tables are
-/// free between two pages. What is stored meanwhile may or may not be among them. The statements are to
-/// outlive it. Throws db::Error and SearchTimeout.
+/// The entities that match a query, one at a time; memory does not grow with their number. They are read page
+/// by page: no more than some thousands, or half a megabyte, are waiting, fewer where they cost more time.
+/// Between two pages the tables are free, and the next may be read over another connection. What is stored
+/// meanwhile may or may not be among them.
 class ArchiveSearch {
   public:
-    ArchiveSearch(StatementCache& statements, ArchiveQuery query, SearchLimits limits = {},
-                  bool narrow = true);
-    ~ArchiveSearch();
+    explicit ArchiveSearch(ArchiveQuery query, SearchLimits limits = {}, bool narrow = true);
     ArchiveSearch(const ArchiveSearch&) = delete;
     ArchiveSearch& operator=(const ArchiveSearch&) = delete;
 
-    /// Goes to the next match. False when there is none, or the search was stopped.
+    /// Reads on until there are matches at the end of a page, or the search is over or stopped. Those that
+    /// were read before are gone. Keeps nothing of the statements. Throws db::Error and SearchTimeout.
+    void read(StatementCache& statements);
+    /// Nothing is left to be read.
+    [[nodiscard]] bool isComplete() const noexcept { return stopped_ || pass_ >= plan_.passes.size(); }
+    /// Goes to the next match of those that have been read. False when there is none.
     [[nodiscard]] bool next();
+    /// The same, reading more where there may be more.
+    [[nodiscard]] bool next(StatementCache& statements);
     [[nodiscard]] bool wasStopped() const noexcept { return stopped_; }
 
     [[nodiscard]] const ArchiveQuery& query() const noexcept { return query_; }
     /// The current match's value of the query's key at `index`: UTF-8, empty where there is none. Holds until
     /// next().
-    [[nodiscard]] const std::string& value(std::size_t index);
+    [[nodiscard]] std::string_view value(std::size_t index) const;
 
   private:
-    bool findNext();
+    void readPage(StatementCache& statements);
     bool nextRow();
-    void openPage();
+    void openPage(StatementCache& statements);
     void sizeNextPage();
-    void closePage();
+    void closePage(StatementCache& statements);
     void dropPage();
     void beginEntity();
+    void keep();
     void gather(bool fits);
     void addPart();
     [[nodiscard]] std::string gathered(const QueryKey& key) const;
+    [[nodiscard]] const std::string& current(std::size_t index);
     bool ownKeysMatch();
     bool modalitiesMatch();
     void watch();
@@ -70,7 +79,6 @@ class ArchiveSearch {
     using Clock = std::chrono::steady_clock;
     [[nodiscard]] bool isOver(Clock::time_point now) const;
 
-    StatementCache& statements_;
     ArchiveQuery query_;
     SearchLimits limits_;
     SearchPlan plan_;
@@ -82,13 +90,13 @@ class ArchiveSearch {
         std::chrono::steady_clock::duration::max();  // in the page before
     bool smallerIsNoHelp_ = false;
     std::size_t entitiesOfPage_ = 0;
-    std::vector<db::Param> pageEnd_;  // the keys of the last entity of the page, once it is known to be full
+    bool pageIsFull_ = false;         // the current entity is the last of its page, and more may follow
+    std::vector<db::Param> pageEnd_;  // the keys of the last entity of the last full page
     std::optional<db::Query> statement_;
     const std::string* statementText_ = nullptr;
     std::optional<db::ResultSet> rows_;
-    std::size_t entityPass_ = 0;  // that gave the current entity
-    bool gathered_ = false;       // the current entity is in values_, and no longer in the row
-    bool onNextEntity_ = false;   // the current row is of the next entity already
+    bool gathered_ = false;      // the current entity is in values_, and no longer in the row
+    bool onNextEntity_ = false;  // the current row is of the next entity already
 
     std::vector<std::string> values_;  // of the entity, where it was gathered from several rows
     std::string entity_;
@@ -96,6 +104,12 @@ class ArchiveSearch {
     long long series_ = 0;
     long long images_ = 0;
     std::set<std::string> modalities_;
+
+    // The matches that have been read: their values, one behind the other, and where each ends.
+    std::string text_;
+    std::vector<std::uint32_t> ends_;
+    std::size_t matches_ = 0;
+    std::size_t passed_ = 0;  // of these
 
     Clock::duration worked_{0};
     Clock::time_point since_;  // as if nobody had been asked in between

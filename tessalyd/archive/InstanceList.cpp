@@ -54,15 +54,14 @@ InstanceList::InstanceList(StatementCache& statements, ArchiveQuery query, Searc
     const std::size_t places = query.keys.size();
     for (const QueryKey& key : placeKeys())
         query.keys.push_back({.key = &key});
-    ArchiveSearch search{statements, std::move(query), std::move(limits)};
-    while (search.next()) {
-        const ArchiveLocation location{search.value(places + StudyPath), search.value(places + SeriesDir),
-                                       search.value(places + ImageFile)};
+    ArchiveSearch search{std::move(query), std::move(limits)};
+    const auto value = [&search, places](Place place) { return std::string{search.value(places + place)}; };
+    while (search.next(statements)) {
+        const ArchiveLocation location{value(StudyPath), value(SeriesDir), value(ImageFile)};
         const std::string file = db::localPath(location.path());
-        const auto kind =
-            completed({search.value(places + SopClass), search.value(places + TransferSyntax)}, file);
+        const auto kind = completed({value(SopClass), value(TransferSyntax)}, file);
         add(kind.sopClass);
-        add(search.value(places + SopInstance));
+        add(value(SopInstance));
         add(kind.transferSyntax);
         add(file);
         kinds_.emplace(kind.sopClass, kind.transferSyntax);

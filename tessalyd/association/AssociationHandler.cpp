@@ -12,7 +12,7 @@ namespace tessaly::tessalyd {
 namespace {
 
 /// Seconds that a peer has for closing its side of the connection.
-constexpr int ClosePatience = 5;
+constexpr int CloseTimeout = 5;
 
 /// What a peer sent, fit for the log and for the session bus.
 std::string printable(const char* sent) {
@@ -42,8 +42,12 @@ std::string summaries(const Services& services) {
 }  // namespace
 
 AssociationHandler::AssociationHandler(const Shared& shared, std::shared_ptr<const PortConfiguration> port,
-                                       std::stop_token stop, std::stop_token listening)
-    : shared_(shared), port_(std::move(port)), stop_(std::move(stop)), listening_(std::move(listening)) {}
+                                       AssociationThreads::Connection& connection, std::stop_token listening)
+    : shared_(shared),
+      port_(std::move(port)),
+      connection_(connection),
+      stop_(connection.stop.get_token()),
+      listening_(std::move(listening)) {}
 
 void AssociationHandler::run(FileDescriptor socket) noexcept {
     try {
@@ -51,14 +55,22 @@ void AssociationHandler::run(FileDescriptor socket) noexcept {
         if (received.good())
             answer();
         else
-            OFLOG_WARN(serverLog(),
-                       "port " << port_->port << ": no association request: " << received.text());
+            shared_.log.add(PeerLog::Event::Fault,
+                            "port " + port_->port + ": no association request: " + received.text());
     } catch (const std::exception& fault) {
-        OFLOG_ERROR(serverLog(), "port " << port_->port << ": association given up: " << fault.what());
+        shared_.log.add(PeerLog::Event::Failure,
+                        "port " + port_->port + ": association given up: " + fault.what());
     }
 }
 
+OpenAssociations::Peer AssociationHandler::peer() const {
+    return {.address = connection_.address,
+            .isNode = isNode(*port_, names_.callingAETitle),
+            .stop = connection_.stop};
+}
+
 void AssociationHandler::answer() {
+    connection_.stage = AssociationThreads::Stage::Open;
     dump("requested", ASC_ASSOC_RQ);
     names_ = namesOf(*port_, association_->params);
     if (const auto refusal = checkProtocol(association_->params))
@@ -67,36 +79,41 @@ void AssociationHandler::answer() {
         return reject(*refusal);
     if (listening_.stop_requested())
         return reject(Refusal::NotListening);
-    auto entry = shared_.open.open(names_, port_->maxConnections);
+    auto entry = shared_.open.open(names_, peer(), placesOf(*port_));
     if (!entry)
         return reject(Refusal::LimitExceeded);
     entry_.emplace(std::move(*entry));
     const Services services = shared_.services();
-    Requester requester{*association_, *port_, names_, negotiate(association_->params, services), stop_};
+    Requester requester{*association_, *port_,         names_,     negotiate(association_->params, services),
+                        stop_,         shared_.limits, shared_.log};
     if (const OFCondition sent = ASC_acknowledgeAssociation(association_.get()); sent.bad()) {
-        OFLOG_WARN(serverLog(), names_.text().c_str() << ": not accepted: " << sent.text());
+        shared_.log.add(PeerLog::Event::Fault, names_.text() + ": not accepted: " + sent.text());
         return;
     }
-    OFLOG_INFO(serverLog(), names_.text().c_str() << ": association accepted");
+    shared_.log.add(PeerLog::Event::Association, names_.text() + ": association accepted");
     dump("accepted", ASC_ASSOC_AC);
     try {
         serve(requester, services);
     } catch (const AssociationEnded& ended) {
         end(ended.reason());
     }
-    OFLOG_INFO(serverLog(), names_.text().c_str() << ": association ended" << summaries(services).c_str());
+    shared_.log.add(PeerLog::Event::Association, names_.text() + ": association ended" + summaries(services));
 }
 
 void AssociationHandler::reject(Refusal refusal) {
-    OFLOG_INFO(serverLog(), names_.text().c_str() << ": association rejected: " << description(refusal));
+    shared_.log.add(PeerLog::Event::Rejection,
+                    names_.text() + ": association rejected: " + description(refusal));
+    connection_.stage = AssociationThreads::Stage::Ending;
     const T_ASC_RejectParameters parameters = rejection(refusal);
     if (ASC_rejectAssociation(association_.get(), &parameters).good())
-        ASC_dropSCPAssociation(association_.get(), ClosePatience);
+        ASC_dropSCPAssociation(association_.get(), CloseTimeout);
 }
 
 void AssociationHandler::serve(Requester& requester, const Services& services) {
     for (;;) {
+        entry_->setIdle();
         const Request request = requester.receiveRequest();
+        entry_->setBusy();
         const auto service = std::find_if(services.begin(), services.end(), [&request](const auto& one) {
             return one->command() == request.message.CommandField;
         });
@@ -111,17 +128,26 @@ void AssociationHandler::serve(Requester& requester, const Services& services) {
 }
 
 void AssociationHandler::end(const OFCondition& reason) {
+    const bool isDisplaced = entry_->isDisplaced();
     entry_.reset();  // its place is free when the peer has the answer, not when it closes the connection
+    connection_.stage = AssociationThreads::Stage::Ending;
+    const auto log = [this](PeerLog::Event event, const std::string& what) {
+        shared_.log.add(event, names_.text() + ": aborted" + what);
+    };
+    using Event = PeerLog::Event;
     if (reason == DUL_PEERREQUESTEDRELEASE) {
         ASC_acknowledgeRelease(association_.get());
-        ASC_dropSCPAssociation(association_.get(), ClosePatience);
+        ASC_dropSCPAssociation(association_.get(), CloseTimeout);
+    } else if (isDisplaced) {
+        log(Event::Association, ", as another address needs a place and this one has more than half");
+        ASC_abortAssociation(association_.get());
     } else if (stop_.stop_requested()) {
-        OFLOG_INFO(serverLog(), names_.text().c_str() << ": aborted, as the server is being stopped");
+        log(Event::Association, ", as the server is being stopped");
         ASC_abortAssociation(association_.get());
     } else if (reason == DUL_PEERABORTEDASSOCIATION) {
-        OFLOG_INFO(serverLog(), names_.text().c_str() << ": aborted by the peer");
+        log(Event::Association, " by the peer");
     } else {
-        OFLOG_WARN(serverLog(), names_.text().c_str() << ": aborted: " << reason.text());
+        log(Event::Fault, std::string{": "} + reason.text());
         ASC_abortAssociation(association_.get());
     }
 }

@@ -8,8 +8,11 @@
 #include <stop_token>
 
 #include "tessalyd/Configuration.h"
+#include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/AssociationPolicy.h"
+#include "tessalyd/association/AssociationThreads.h"
 #include "tessalyd/association/OpenAssociations.h"
+#include "tessalyd/association/PeerLog.h"
 #include "tessalyd/association/Service.h"
 #include "tessalyd/association/Transport.h"
 
@@ -24,12 +27,14 @@ class AssociationHandler {
         Transport& transport;
         OpenAssociations& open;
         const ServiceFactory& services;
+        PeerLog& log;
+        const AssociationLimits& limits;
     };
 
     /// `listening` is stopped when the port is given up: the association is then no longer accepted, but goes
-    /// on if it was before. `stop` ends it.
+    /// on if it was before. The stop of `connection`, which outlives this, ends it.
     AssociationHandler(const Shared& shared, std::shared_ptr<const PortConfiguration> port,
-                       std::stop_token stop, std::stop_token listening);
+                       AssociationThreads::Connection& connection, std::stop_token listening);
 
     /// Never throws.
     void run(FileDescriptor socket) noexcept;
@@ -39,10 +44,12 @@ class AssociationHandler {
     void reject(Refusal refusal);
     void serve(Requester& requester, const Services& services);
     void end(const OFCondition& reason);
+    [[nodiscard]] OpenAssociations::Peer peer() const;
     void dump(const char* what, ASC_associateType type) const;
 
     Shared shared_;
     std::shared_ptr<const PortConfiguration> port_;
+    AssociationThreads::Connection& connection_;
     std::stop_token stop_;
     std::stop_token listening_;
     AssociationPtr association_;

@@ -19,10 +19,22 @@ std::optional<Refusal> checkTitles(const PortConfiguration& port, const std::str
                                    const std::string& called) {
     if (port.checkCalledAE && called != port.aeTitle)
         return Refusal::CalledAETitle;
-    const auto& accepted = port.acceptedCallers;
-    if (port.checkCallingAE && std::find(accepted.begin(), accepted.end(), calling) == accepted.end())
+    if (port.checkCallingAE && !isNode(port, calling))
         return Refusal::CallingAETitle;
     return std::nullopt;
+}
+
+bool isNode(const PortConfiguration& port, const std::string& calling) {
+    const auto& nodes = port.acceptedCallers;
+    return std::find(nodes.begin(), nodes.end(), calling) != nodes.end();
+}
+
+Places placesOf(const PortConfiguration& port) {
+    constexpr int Least = 4;
+    constexpr int Share = 8;
+    const int all = port.maxConnections;
+    const bool reserves = all >= Least && !port.acceptedCallers.empty();
+    return {.all = all, .reserved = reserves ? std::max(all / Share, 1) : 0};
 }
 
 T_ASC_RejectParameters rejection(Refusal refusal) {

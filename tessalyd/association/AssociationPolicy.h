@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tessalyd/Configuration.h"
+#include "tessalyd/association/OpenAssociations.h"
 
 namespace tessaly::tessalyd {
 
@@ -20,6 +21,13 @@ enum class Refusal { ApplicationContext, CalledAETitle, CallingAETitle, LimitExc
 /// regard to case, as the standard has it.
 [[nodiscard]] std::optional<Refusal> checkTitles(const PortConfiguration& port, const std::string& calling,
                                                  const std::string& called);
+
+/// Whether the title is that of a node of the port.
+[[nodiscard]] bool isNode(const PortConfiguration& port, const std::string& calling);
+
+/// How many associations the port takes. An eighth of the places, one at least, is for nodes of the port, if
+/// it has any and takes four or more.
+[[nodiscard]] Places placesOf(const PortConfiguration& port);
 
 /// Result, source and reason for the peer.
 [[nodiscard]] T_ASC_RejectParameters rejection(Refusal refusal);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -12,7 +13,23 @@ namespace tessaly::tessalyd {
 /// The threads of the connections, one each, with what stops them. Thread-safe.
 class AssociationThreads {
   public:
-    using Work = std::function<void(const std::stop_token&)>;
+    enum class Stage : std::uint8_t {
+        Silent,  ///< no whole association request has come
+        Open,
+        Ending  ///< rejected or over; the peer is to close the connection
+    };
+    /// A connection as its thread sees it.
+    struct Connection {
+        std::uint32_t address = 0;  ///< of the peer, IPv4
+        std::stop_source stop = {};
+        std::atomic<Stage> stage = Stage::Silent;
+    };
+    using Work = std::function<void(Connection&)>;
+    enum class Started {
+        Yes,
+        InPlaceOfAnother,  ///< which has been stopped
+        No                 ///< `work` was dropped with all it holds
+    };
 
     AssociationThreads() = default;
     ~AssociationThreads() { finish(); }
@@ -21,9 +38,10 @@ class AssociationThreads {
 
     void setLimit(std::size_t limit);
 
-    /// Runs `work`, which must not throw, in a thread of its own. False when as many as the limit are running
-    /// or the system has no more; `work` is then dropped with all it holds.
-    [[nodiscard]] bool start(Work work);
+    /// Runs `work`, which must not throw, in a thread of its own. Where as many as the limit are running, the
+    /// oldest silent connection of the address that has most of these is stopped for it, or else the oldest
+    /// that is ending. It is not started where there is none of them, and where the system has no thread.
+    [[nodiscard]] Started start(std::uint32_t address, Work work);
 
     /// Names all threads started so far for stopThrough().
     [[nodiscard]] std::uint64_t latest() const;
@@ -35,16 +53,20 @@ class AssociationThreads {
   private:
     struct Running {
         std::uint64_t number = 0;
-        std::stop_source stop;
+        Connection connection;
+        bool isDisplaced = false;
         bool done = false;
         std::jthread thread;
     };
     using List = std::list<Running>;
 
     [[nodiscard]] List takeDone();
+    [[nodiscard]] bool makeRoom();
+    [[nodiscard]] Running* displaceable();
 
     mutable std::mutex mutex_;
     List running_;
+    std::size_t displaced_ = 0;  // of the running ones: they are about to end, and no longer counted
     std::size_t limit_ = 0;
     std::uint64_t latest_ = 0;
 };

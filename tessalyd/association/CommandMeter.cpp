@@ -9,9 +9,17 @@ bool CommandMeter::follow(std::span<const char> bytes) {
         if (body_ > 0) {
             const auto passed = static_cast<std::size_t>(std::min<std::uint64_t>(body_, bytes.size()));
             body_ -= passed;
+            incomplete_ += passed;
             bytes = bytes.subspan(passed);
+            if (body_ == 0)
+                endBody();
             continue;
         }
+        if (phase_ == Phase::Between) {
+            phase_ = Phase::Command;
+            ++begun_;
+        }
+        ++incomplete_;
         header_[collected_++] = static_cast<unsigned char>(bytes.front());
         bytes = bytes.subspan(1);
         if (collected_ < header_.size())
@@ -19,13 +27,24 @@ bool CommandMeter::follow(std::span<const char> bytes) {
         collected_ = 0;
         if (!(pduLeft_ == 0 ? beginPdu() : beginPdv()))
             return false;
+        if (body_ == 0)
+            endBody();
     }
     return true;
 }
 
+/// A message ends with the PDU that its last part is in: the toolkit takes PDUs as a whole.
+void CommandMeter::endBody() {
+    if (!isLast_ || pduLeft_ > 0)
+        return;
+    phase_ = Phase::Between;
+    incomplete_ = 0;
+}
+
 bool CommandMeter::beginPdu() {
     constexpr unsigned char Data = 4;
-    (header_[0] == Data ? pduLeft_ : body_) = length(2);
+    isLast_ = header_[0] != Data;
+    (isLast_ ? body_ : pduLeft_) = length(2);
     return true;
 }
 
@@ -40,11 +59,13 @@ bool CommandMeter::beginPdv() {
     pduLeft_ -= size + LengthField;
     body_ = size - ContextAndFlags;
     const unsigned flags = header_[5];
-    if ((flags & Command) == 0)
+    isLast_ = (flags & Last) != 0;
+    phase_ = (flags & Command) != 0 ? Phase::Command : Phase::DataSet;
+    if (phase_ == Phase::DataSet)
         return true;
     command_ += body_;
     const bool fits = command_ <= LongestCommand;
-    if ((flags & Last) != 0)
+    if (isLast_)
         command_ = 0;
     return fits;
 }

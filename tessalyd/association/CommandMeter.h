@@ -19,7 +19,17 @@ class CommandMeter {
     /// together.
     [[nodiscard]] bool follow(std::span<const char> bytes);
 
+    /// Where in a message the bytes end. A command and its data set count as two messages; what is no part of
+    /// either, a release for one, as a command.
+    enum class Phase { Between, Command, DataSet };
+    [[nodiscard]] Phase phase() const noexcept { return phase_; }
+    /// Messages of which the first byte has come.
+    [[nodiscard]] std::uint64_t begun() const noexcept { return begun_; }
+    /// Bytes of the message that has not come whole.
+    [[nodiscard]] std::uint64_t incomplete() const noexcept { return incomplete_; }
+
   private:
+    void endBody();
     [[nodiscard]] bool beginPdu();
     [[nodiscard]] bool beginPdv();
     [[nodiscard]] std::uint32_t length(std::size_t offset) const;
@@ -29,6 +39,10 @@ class CommandMeter {
     std::uint64_t body_ = 0;     // to be passed over before the next header
     std::uint64_t pduLeft_ = 0;  // of a PDU of PDVs
     std::uint64_t command_ = 0;
+    bool isLast_ = false;  // what ends next ends its message
+    Phase phase_ = Phase::Between;
+    std::uint64_t begun_ = 0;
+    std::uint64_t incomplete_ = 0;
 };
 
 }  // namespace tessaly::tessalyd

@@ -54,6 +54,15 @@ void pauseUnlessStopped(const std::stop_token& stop) {
 
 }  // namespace
 
+std::uint32_t peerAddress(const FileDescriptor& socket) {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    if (::getpeername(socket.get(), reinterpret_cast<sockaddr*>(&address), &size) < 0 ||
+        address.sin_family != AF_INET)
+        return 0;
+    return ntohl(address.sin_addr.s_addr);
+}
+
 Listener::Listener(const PortConfiguration& port, Accepted accepted, const std::string& address)
     : name_(port.port), accepted_(std::move(accepted)), socket_(bound(port, address)) {
     thread_ = std::jthread{[this](const std::stop_token& stop) { run(stop); }};
@@ -66,13 +75,16 @@ Listener::~Listener() {
 }
 
 void Listener::run(const std::stop_token& stop) {
+    constexpr unsigned FailuresALine = 10;  // a second of them
+    unsigned failures = 0;
     while (!stop.stop_requested()) {
         FileDescriptor socket{::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC)};
         if (socket.isOpen()) {
             accepted_(std::move(socket), stop);
         } else if (!stop.stop_requested() && errno != EINTR && errno != ECONNABORTED) {
-            OFLOG_ERROR(serverLog(),
-                        "port " << name_ << ": no connection accepted: " << std::strerror(errno));
+            if (failures++ % FailuresALine == 0)
+                OFLOG_ERROR(serverLog(),
+                            "port " << name_ << ": no connection accepted: " << std::strerror(errno));
             pauseUnlessStopped(stop);
         }
     }

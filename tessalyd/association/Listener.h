@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <stop_token>
@@ -9,6 +10,9 @@
 #include "tessalyd/FileDescriptor.h"
 
 namespace tessaly::tessalyd {
+
+/// The IPv4 address of a connection's peer; 0 where there is none.
+[[nodiscard]] std::uint32_t peerAddress(const FileDescriptor& socket);
 
 /// Accepts connections on one port of one address, or of all addresses, from the constructor to the
 /// destructor.

@@ -15,11 +15,6 @@ namespace tessaly::tessalyd {
 
 namespace {
 
-/// Seconds between two messages of an association; a peer that is gone is noticed earlier.
-constexpr int IdlePatience = 900;
-/// Seconds between two parts of one message, and for the answer to what a service asks the requester.
-constexpr int MessagePatience = 60;
-
 struct Head {
     DIC_US messageId = 0;
     bool dataSetFollows = false;
@@ -45,6 +40,11 @@ Head headOf(const T_DIMSE_Message& message) {
     }
 }
 
+/// For the toolkit.
+int seconds(std::chrono::seconds timeout) {
+    return static_cast<int>(timeout.count());
+}
+
 DcmDataset detailOf(const RequestFailure& failure) {
     constexpr std::size_t LongestComment = 64;
     DcmDataset detail;
@@ -58,9 +58,12 @@ DcmDataset detailOf(const RequestFailure& failure) {
 }  // namespace
 
 Requester::Requester(T_ASC_Association& association, const PortConfiguration& port, AssociationNames names,
-                     std::vector<AcceptedContext> contexts, std::stop_token stop)
+                     std::vector<AcceptedContext> contexts, std::stop_token stop,
+                     const AssociationLimits& limits, PeerLog& log)
     : association_(association),
       port_(port),
+      limits_(limits),
+      log_(log),
       names_(std::move(names)),
       contexts_(std::move(contexts)),
       stop_(std::move(stop)) {}
@@ -73,8 +76,8 @@ void Requester::require(const OFCondition& condition) {
 bool Requester::receiveDataSet(DcmOutputStream& target) {
     dataSetDue_ = false;
     T_ASC_PresentationContextID context = 0;
-    require(DIMSE_receiveDataSetInFile(&association_, DIMSE_NONBLOCKING, MessagePatience, &context, &target,
-                                       nullptr, nullptr));
+    require(DIMSE_receiveDataSetInFile(&association_, DIMSE_NONBLOCKING, seconds(limits_.answer), &context,
+                                       &target, nullptr, nullptr));
     return context == commandContext_;
 }
 
@@ -82,27 +85,27 @@ bool Requester::isCancelled() {
     passOverDataSet();
     while (!cancelled_ && hasMore()) {
         // One request at a time is what has been negotiated: before its answer nothing else may come.
-        if (receiveUnlessCancel(MessagePatience))
+        if (receiveUnlessCancel(limits_.answer))
             throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
     }
     return cancelled_;
 }
 
-/// Whether more has come from the requester. What the toolkit has read together with the part before, in one
-/// PDU, no look at the socket shows.
+/// Whether a whole message has come from the requester. What the toolkit has read together with the part
+/// before, in one PDU, the connection does not see any more.
 bool Requester::hasMore() const {
     const auto* const key = static_cast<const PRIVATE_ASSOCIATIONKEY*>(association_.DULassociation);
     return key->pdvIndex >= 0 || ASC_dataWaiting(&association_, 0);
 }
 
 Request Requester::receive() {
-    return receive(MessagePatience);
+    return receive(limits_.answer);
 }
 
 Request Requester::receiveRequest() {
     cancelled_ = false;
     current_.reset();  // a C-CANCEL that comes too late stops nothing
-    Request request = receive(IdlePatience);
+    Request request = receive(limits_.idle);
     const Head head = headOf(request.message);
     current_ = head.messageId;
     dataSetDue_ = head.dataSetFollows;
@@ -110,18 +113,18 @@ Request Requester::receiveRequest() {
     return request;
 }
 
-Request Requester::receive(int patience) {
+Request Requester::receive(std::chrono::seconds timeout) {
     passOverDataSet();
     std::optional<Request> received;
     while (!received)
-        received = receiveUnlessCancel(patience);
+        received = receiveUnlessCancel(timeout);
     return *received;
 }
 
-std::optional<Request> Requester::receiveUnlessCancel(int patience) {
+std::optional<Request> Requester::receiveUnlessCancel(std::chrono::seconds timeout) {
     T_ASC_PresentationContextID id = 0;
     T_DIMSE_Message message{};
-    require(DIMSE_receiveCommand(&association_, DIMSE_NONBLOCKING, patience, &id, &message, nullptr));
+    require(DIMSE_receiveCommand(&association_, DIMSE_NONBLOCKING, seconds(timeout), &id, &message, nullptr));
     dump(message, DIMSE_INCOMING);
     if (message.CommandField == DIMSE_C_CANCEL_RQ) {
         cancelled_ = cancelled_ || current_ == message.msg.CCancelRQ.MessageIDBeingRespondedTo;
@@ -172,7 +175,7 @@ void Requester::passOverDataSet() {
     dataSetDue_ = false;
     DIC_UL bytes = 0;
     DIC_UL parts = 0;
-    require(DIMSE_ignoreDataSet(&association_, DIMSE_NONBLOCKING, MessagePatience, &bytes, &parts));
+    require(DIMSE_ignoreDataSet(&association_, DIMSE_NONBLOCKING, seconds(limits_.answer), &bytes, &parts));
 }
 
 void Requester::dump(T_DIMSE_Message& message, DIMSE_direction direction) const {

@@ -4,13 +4,16 @@
 #include <dcmtk/dcmdata/dcostrma.h>
 #include <dcmtk/dcmnet/dimse.h>
 
+#include <chrono>
 #include <optional>
 #include <span>
 #include <stop_token>
 #include <vector>
 
 #include "tessalyd/Configuration.h"
+#include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/OpenAssociations.h"
+#include "tessalyd/association/PeerLog.h"
 #include "tessalyd/association/Service.h"
 
 namespace tessaly::tessalyd {
@@ -22,11 +25,17 @@ namespace tessaly::tessalyd {
 class Requester {
   public:
     Requester(T_ASC_Association& association, const PortConfiguration& port, AssociationNames names,
-              std::vector<AcceptedContext> contexts, std::stop_token stop);
+              std::vector<AcceptedContext> contexts, std::stop_token stop, const AssociationLimits& limits,
+              PeerLog& log);
 
     [[nodiscard]] const AssociationNames& names() const noexcept { return names_; }
     [[nodiscard]] const PortConfiguration& port() const noexcept { return port_; }
     [[nodiscard]] std::span<const AcceptedContext> contexts() const noexcept { return contexts_; }
+    /// Lines that the requester causes, with its names before them.
+    void log(PeerLog::Event event, const std::string& what) const {
+        log_.add(event, names_.text() + ": " + what);
+    }
+    [[nodiscard]] PeerLog& log() const noexcept { return log_; }
     /// For the toolkit's calls; what they return goes through require().
     [[nodiscard]] T_ASC_Association* association() const noexcept { return &association_; }
     /// Stopped when the association is to be aborted.
@@ -36,9 +45,9 @@ class Requester {
     /// data set that is not taken is passed over by whatever is called next.
     [[nodiscard]] bool receiveDataSet(DcmOutputStream& target);
 
-    /// True from a C-CANCEL of the request on that is being answered. Does not wait for the requester to say
-    /// anything. It waits for one that has said half of something, and, some milliseconds after the last
-    /// answer, for one that does not take what is to go out, which goes out with this then.
+    /// True from a C-CANCEL of the request on that is being answered. Never waits for the requester, neither
+    /// for the rest of what it has said half of nor until it takes what it is sent. Some milliseconds after
+    /// the last answer, what the system takes of it goes out with this.
     [[nodiscard]] bool isCancelled();
 
     /// The next command that is no C-CANCEL: the answer to what a service has asked the requester.
@@ -56,14 +65,16 @@ class Requester {
     static void require(const OFCondition& condition);
 
   private:
-    [[nodiscard]] Request receive(int patience);
-    [[nodiscard]] std::optional<Request> receiveUnlessCancel(int patience);
+    [[nodiscard]] Request receive(std::chrono::seconds timeout);
+    [[nodiscard]] std::optional<Request> receiveUnlessCancel(std::chrono::seconds timeout);
     [[nodiscard]] const AcceptedContext& context(T_ASC_PresentationContextID id) const;
     void passOverDataSet();
     [[nodiscard]] bool hasMore() const;
 
     T_ASC_Association& association_;
     const PortConfiguration& port_;
+    AssociationLimits limits_;
+    PeerLog& log_;
     AssociationNames names_;
     std::vector<AcceptedContext> contexts_;
     std::stop_token stop_;

@@ -4,7 +4,7 @@
 #include <dcmtk/dcmnet/dul.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -17,17 +17,19 @@ namespace tessaly::tessalyd {
 
 namespace {
 
-/// For one wait within a message, and for a peer that takes nothing of what is sent.
-constexpr std::chrono::seconds Silence{60};
-
 class Connection final : public dicom::BoundedConnection {
   public:
-    /// Until endRequest() no wait goes beyond `requestEnd`, however many there are.
-    Connection(int socket, const std::stop_token& stop, dicom::Bounds::Clock::time_point requestEnd)
-        : Connection(socket, std::make_shared<dicom::Bounds>(stop, requestEnd, Silence)) {}
+    /// Until endRequest() no wait goes beyond the limit of the request, however many there are.
+    Connection(int socket, const std::stop_token& stop, const AssociationLimits& limits)
+        : Connection(socket,
+                     std::make_shared<dicom::Bounds>(stop, Clock::now() + limits.request, limits.message),
+                     limits) {}
     ~Connection() override { logClose(); }
 
-    void endRequest() { bounds_->setDeadline(dicom::Bounds::NoDeadline); }
+    void endRequest() {
+        hasRequested_ = true;
+        applyLimits();
+    }
 
     void close() override {
         BoundedConnection::close();
@@ -39,7 +41,19 @@ class Connection final : public dicom::BoundedConnection {
     }
 
   protected:
-    [[nodiscard]] bool arrived(std::span<const char> bytes) override { return meter_.follow(bytes); }
+    [[nodiscard]] bool arrived(std::span<const char> bytes) override {
+        const std::uint64_t before = meter_.begun();
+        if (!meter_.follow(bytes))
+            return false;
+        if (meter_.begun() != before) {
+            begun_ = Clock::now();
+            reading().restart(limits_.message);
+        }
+        if (hasRequested_)
+            applyLimits();
+        return true;
+    }
+    [[nodiscard]] std::uint64_t incomplete() const override { return meter_.incomplete(); }
     void received(ssize_t bytes) override {
         OFLOG_DEBUG(dumpLog(Dump::Socket), "socket " << getSocket() << ": received " << bytes << " bytes");
     }
@@ -48,8 +62,19 @@ class Connection final : public dicom::BoundedConnection {
     }
 
   private:
-    Connection(int socket, std::shared_ptr<dicom::Bounds> bounds)
-        : BoundedConnection(socket, bounds), bounds_(std::move(bounds)) {}
+    using Clock = dicom::Bounds::Clock;
+    using Phase = CommandMeter::Phase;
+
+    Connection(int socket, std::shared_ptr<dicom::Bounds> bounds, const AssociationLimits& limits)
+        : BoundedConnection(socket, bounds), bounds_(std::move(bounds)), limits_(limits) {}
+
+    /// Those of where the peer is in what it sends.
+    void applyLimits() {
+        const Phase phase = meter_.phase();
+        bounds_->setDeadline(phase == Phase::Command ? begun_ + limits_.command : dicom::Bounds::NoDeadline);
+        if (phase == Phase::Between)
+            reading().restart({.silence = limits_.idle});
+    }
 
     void logClose() {
         if (!closed_)
@@ -58,7 +83,10 @@ class Connection final : public dicom::BoundedConnection {
     }
 
     std::shared_ptr<dicom::Bounds> bounds_;
+    AssociationLimits limits_;
     CommandMeter meter_;
+    Clock::time_point begun_;  // of the last message
+    bool hasRequested_ = false;
     const int number_ = getSocket();
     bool closed_ = false;
 };
@@ -67,7 +95,7 @@ class Connection final : public dicom::BoundedConnection {
 /// its transport layer for a connection: from one to the other the handover belongs to one thread.
 struct Handover {
     const std::stop_token& stop;
-    std::chrono::seconds requestPatience;
+    const AssociationLimits& limits;
     std::unique_lock<std::mutex> turn;
     Connection* connection = nullptr;  // when it was taken
 };
@@ -80,20 +108,20 @@ class Layer final : public DcmTransportLayer {
     DcmTransportConnection* createConnection(DcmNativeSocketType socket, OFBool /*secure*/) override {
         dcmExternalSocketHandle.set(NoSocket);
         handover->turn.unlock();
-        handover->connection =
-            new Connection{socket, handover->stop, dicom::Bounds::Clock::now() + handover->requestPatience};
+        handover->connection = new Connection{socket, handover->stop, handover->limits};
         return handover->connection;
     }
 };
 
 }  // namespace
 
-Transport::Transport(int timeoutSeconds) : requestPatience_(timeoutSeconds) {
+Transport::Transport(const AssociationLimits& limits) : limits_(limits) {
     dcmDisableGethostbyaddr.set(OFTrue);  // a look-up of the peer's name may take longer than its patience
     // With a socket given from outside the toolkit opens no port of its own; any number will do here.
     const std::lock_guard turn{handoverTurn};
     dcmExternalSocketHandle.set(STDIN_FILENO + 1);
-    const OFCondition made = ASC_initializeNetwork(NET_ACCEPTOR, 0, timeoutSeconds, &network_);
+    const OFCondition made =
+        ASC_initializeNetwork(NET_ACCEPTOR, 0, static_cast<int>(limits.request.count()), &network_);
     dcmExternalSocketHandle.set(NoSocket);
     if (made.bad())
         throw std::runtime_error{made.text()};
@@ -106,7 +134,7 @@ Transport::~Transport() {
 
 OFCondition Transport::receive(FileDescriptor socket, const std::stop_token& stop,
                                AssociationPtr& association) {
-    Handover mine{.stop = stop, .requestPatience = requestPatience_, .turn = std::unique_lock{handoverTurn}};
+    Handover mine{.stop = stop, .limits = limits_, .turn = std::unique_lock{handoverTurn}};
     handover = &mine;
     dcmExternalSocketHandle.set(socket.get());
     T_ASC_Association* raw = nullptr;

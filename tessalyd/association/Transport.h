@@ -3,11 +3,11 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmnet/assoc.h>
 
-#include <chrono>
 #include <memory>
 #include <stop_token>
 
 #include "tessalyd/FileDescriptor.h"
+#include "tessalyd/association/AssociationLimits.h"
 
 namespace tessaly::tessalyd {
 
@@ -22,9 +22,8 @@ using AssociationPtr = std::unique_ptr<T_ASC_Association, AssociationDeleter>;
 /// that this server takes.
 class Transport {
   public:
-    /// `timeout` bounds the wait for a whole association request, however slowly it comes, and for a peer
-    /// that is to close. Throws std::runtime_error.
-    explicit Transport(int timeoutSeconds);
+    /// Throws std::runtime_error.
+    explicit Transport(const AssociationLimits& limits = {});
     ~Transport();
     Transport(const Transport&) = delete;
     Transport& operator=(const Transport&) = delete;
@@ -35,7 +34,7 @@ class Transport {
                                       AssociationPtr& association);
 
   private:
-    std::chrono::seconds requestPatience_;
+    AssociationLimits limits_;
     T_ASC_Network* network_ = nullptr;
 };
 

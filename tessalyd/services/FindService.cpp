@@ -9,9 +9,7 @@
 #include <string_view>
 
 #include "db/Error.h"
-#include "tessalyd/Log.h"
 #include "tessalyd/association/Requester.h"
-#include "tessalyd/services/QueryAnswers.h"
 #include "tessalyd/services/ReceivedIdentifier.h"
 #include "tessalyd/services/TransferSyntaxes.h"
 
@@ -59,11 +57,9 @@ void send(const Request& request, Requester& requester, DIC_US status, DcmDatase
 
 /// What the server cannot do is an error here, what the requester asks wrongly a warning.
 [[noreturn]] void fail(const Requester& requester, const RequestFailure& failure, const char* detail) {
-    const std::string line = requester.names().text() + ": query not answered: " + detail;
-    if (failure.status() == STATUS_FIND_Refused_OutOfResources)
-        OFLOG_ERROR(serverLog(), line.c_str());
-    else
-        OFLOG_WARN(serverLog(), line.c_str());
+    const bool isOurs = failure.status() == STATUS_FIND_Refused_OutOfResources;
+    requester.log(isOurs ? PeerLog::Event::Failure : PeerLog::Event::Fault,
+                  std::string{"query not answered: "} + detail);
     throw failure;
 }
 
@@ -119,20 +115,28 @@ QueryIdentifier FindService::read(const Request& request, Requester& requester) 
 bool FindService::sendAnswers(QueryIdentifier query, const Request& request, Requester& requester) {
     Watch watch{requester};
     const auto isCancelled = [&watch] { return watch.isCancelled(); };
-    const auto lease = sessions_.take(isCancelled);
-    if (!lease)
-        return true;
     const std::string& title = requester.port().aeTitle;
-    QueryAnswers answers{lease->statements(), std::move(query),
-                         title.empty() ? requester.names().calledAETitle : title,
+    QueryAnswers answers{std::move(query), title.empty() ? requester.names().calledAETitle : title,
                          SearchLimits{.timeout = rules_->timeout(), .stop = isCancelled}};
-    while (answers.next()) {
-        if (watch.isCancelledByNow())
+    while (!answers.isComplete()) {
+        if (!read(answers, isCancelled))
             return true;
-        send(request, requester, answers.pendingStatus(), &answers.answer());
-        ++found_;
+        while (answers.next()) {
+            if (watch.isCancelledByNow())
+                return true;
+            send(request, requester, answers.pendingStatus(), &answers.answer());
+            ++found_;
+        }
     }
     return answers.wasStopped();
+}
+
+bool FindService::read(QueryAnswers& answers, const std::function<bool()>& isCancelled) {
+    const auto lease = sessions_.take(isCancelled);
+    if (!lease)
+        return false;
+    answers.read(lease->statements());
+    return true;
 }
 
 std::string FindService::summary() const {

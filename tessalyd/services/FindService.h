@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
 #include "tessalyd/association/Service.h"
+#include "tessalyd/services/QueryAnswers.h"
 #include "tessalyd/services/QueryIdentifier.h"
 #include "tessalyd/services/QueryRules.h"
 #include "tessalyd/services/QuerySessions.h"
@@ -31,6 +33,9 @@ class FindService final : public Service {
     [[nodiscard]] QueryIdentifier read(const Request& request, Requester& requester) const;
     /// True when the requester has cancelled it.
     [[nodiscard]] bool sendAnswers(QueryIdentifier query, const Request& request, Requester& requester);
+    /// Has a session no longer than the reading takes: a requester that does not take its answers keeps none.
+    /// False when the query was cancelled before there was one.
+    [[nodiscard]] bool read(QueryAnswers& answers, const std::function<bool()>& isCancelled);
 
     std::shared_ptr<const QueryRules> rules_;
     QuerySessions& sessions_;

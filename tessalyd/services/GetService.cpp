@@ -9,7 +9,6 @@
 #include <system_error>
 
 #include "dicom/StoreRequest.h"
-#include "tessalyd/Log.h"
 #include "tessalyd/archive/StoredObject.h"
 #include "tessalyd/services/TransferSyntaxes.h"
 
@@ -69,9 +68,8 @@ class GetService::Sending {
                 tellProgress();
             }
         } catch (const std::system_error& error) {  // the list: what is left of it has no names
-            OFLOG_ERROR(serverLog(), requester_.names().text().c_str()
-                                         << ": " << operations_.remaining()
-                                         << " objects not sent: " << error.what());
+            requester_.log(PeerLog::Event::Failure,
+                           std::to_string(operations_.remaining()) + " objects not sent: " + error.what());
             while (operations_.remaining() > 0)
                 operations_.fail();
         }
@@ -96,9 +94,7 @@ class GetService::Sending {
         }
         if (!reason.empty()) {
             operations_.fail(instance.sopInstanceUid);
-            OFLOG_ERROR(serverLog(), requester_.names().text().c_str()
-                                         << ": " << instance.sopInstanceUid.c_str()
-                                         << " not sent: " << reason.c_str());
+            requester_.log(PeerLog::Event::Failure, instance.sopInstanceUid + " not sent: " + reason);
         }
     }
 
@@ -151,9 +147,7 @@ class GetService::Sending {
             if (!store.hasBegun())
                 throw;
             // Half an object is out, and there is no other way to take it back.
-            OFLOG_ERROR(serverLog(), requester_.names().text().c_str()
-                                         << ": " << object.sopInstanceUid().c_str()
-                                         << " broken off: " << fault.what());
+            requester_.log(PeerLog::Event::Failure, object.sopInstanceUid() + " broken off: " + fault.what());
             operations_.fail(object.sopInstanceUid());
             throw AssociationEnded{DIMSE_SENDFAILED};
         }

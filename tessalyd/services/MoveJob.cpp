@@ -82,11 +82,13 @@ std::vector<dicom::ObjectKind> kindsOf(const InstanceList& instances) {
 
 }  // namespace
 
-MoveJob::MoveJob(Order order, InstanceList instances, OutboundTurns& turns, Conversions& conversions)
+MoveJob::MoveJob(Order order, InstanceList instances, OutboundTurns& turns, Conversions& conversions,
+                 PeerLog& log)
     : order_(std::move(order)),
       instances_(std::move(instances)),
       turns_(turns),
       conversions_(conversions),
+      log_(log),
       operations_(instances_.size()),
       thread_([this](const std::stop_token& stop) { run(stop); }) {}
 
@@ -127,7 +129,7 @@ void MoveJob::run(const std::stop_token& stop) {
     try {
         sendAll(stop);
     } catch (const std::exception& fault) {
-        OFLOG_ERROR(serverLog(), order_.name.c_str() << ": move given up: " << fault.what());
+        log(std::string{"move given up: "} + fault.what());
         const std::lock_guard lock{mutex_};
         // What is left of the list cannot be had: it failed without a name.
         while (operations_.remaining() > 0)
@@ -157,7 +159,7 @@ void MoveJob::sendAll(const std::stop_token& stop) {
         }
     }
     if (unlogged_ > 0)
-        OFLOG_ERROR(serverLog(), order_.name.c_str() << ": " << unlogged_ << " more objects not sent");
+        log(std::to_string(unlogged_) + " more objects not sent");
 }
 
 void MoveJob::send(dicom::ObjectSender& sender, const StoredInstance& instance, const std::stop_token& stop) {
@@ -187,9 +189,12 @@ dicom::SendResult MoveJob::trySend(dicom::ObjectSender& sender, const StoredInst
     }
 }
 
+void MoveJob::log(const std::string& failure) {
+    log_.add(PeerLog::Event::Failure, order_.name + ": " + failure);
+}
+
 void MoveJob::fail(const StoredInstance& instance, const std::string& reason) {
-    OFLOG_ERROR(serverLog(), order_.name.c_str() << ": " << instance.sopInstanceUid.c_str()
-                                                 << " not sent: " << reason.c_str());
+    log(instance.sopInstanceUid + " not sent: " + reason);
     const std::lock_guard lock{mutex_};
     operations_.fail(instance.sopInstanceUid);
 }

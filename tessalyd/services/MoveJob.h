@@ -9,6 +9,7 @@
 
 #include "dicom/ObjectSender.h"
 #include "tessalyd/archive/InstanceList.h"
+#include "tessalyd/association/PeerLog.h"
 #include "tessalyd/services/Conversions.h"
 #include "tessalyd/services/OutboundTurns.h"
 #include "tessalyd/services/SubOperations.h"
@@ -27,8 +28,9 @@ class MoveJob {
         dicom::ObjectSender::Limits limits = {};
     };
 
-    /// Turns and conversions outlive it.
-    MoveJob(Order order, InstanceList instances, OutboundTurns& turns, Conversions& conversions);
+    /// Turns, conversions and log outlive it.
+    MoveJob(Order order, InstanceList instances, OutboundTurns& turns, Conversions& conversions,
+            PeerLog& log);
     ~MoveJob();
     MoveJob(const MoveJob&) = delete;
     MoveJob& operator=(const MoveJob&) = delete;
@@ -48,12 +50,14 @@ class MoveJob {
     [[nodiscard]] dicom::SendResult trySend(dicom::ObjectSender& sender, const StoredInstance& instance,
                                             const std::stop_token& stop);
     void fail(const StoredInstance& instance, const std::string& reason);
+    void log(const std::string& failure);
     [[nodiscard]] bool isCancelled() const;
 
     const Order order_;
     InstanceList instances_;
     OutboundTurns& turns_;
     Conversions& conversions_;
+    PeerLog& log_;
     std::size_t unlogged_ = 0;  // failures that one line stands for
 
     mutable std::mutex mutex_;

@@ -6,7 +6,6 @@
 #include <optional>
 #include <system_error>
 
-#include "tessalyd/Log.h"
 #include "tessalyd/services/MoveJob.h"
 #include "tessalyd/services/TransferSyntaxes.h"
 
@@ -57,9 +56,8 @@ QueryRules::Destination MoveService::destination(const Request& request, const R
     auto found = retrieval_.rules().destination(title, requester.names().calledAETitle);
     if (found)
         return std::move(*found);
-    OFLOG_INFO(serverLog(), requester.names().text().c_str()
-                                << ": no node with the AE title " << printable(title).c_str()
-                                << " may be sent to");
+    requester.log(PeerLog::Event::Refusal,
+                  "no node with the AE title " + printable(title) + " may be sent to");
     throw RequestFailure{STATUS_MOVE_Refused_MoveDestinationUnknown, "The move destination is unknown"};
 }
 
@@ -74,9 +72,9 @@ void MoveService::move(const Request& request, Requester& requester,
                                        .originator = {.aeTitle = requester.names().callingAETitle,
                                                       .messageId = request.message.msg.CMoveRQ.MessageID},
                                        .name = requester.names().text() + ", to " + destination.node},
-                        std::move(instances), turns_, retrieval_.conversions());
+                        std::move(instances), turns_, retrieval_.conversions(), requester.log());
     } catch (const std::system_error& error) {
-        OFLOG_ERROR(serverLog(), requester.names().text().c_str() << ": move not begun: " << error.what());
+        requester.log(PeerLog::Event::Failure, std::string{"move not begun: "} + error.what());
         throw RequestFailure{STATUS_MOVE_Refused_OutOfResourcesSubOperations, "No thread is to be had"};
     }
     MoveJob& job = *started;

@@ -7,20 +7,21 @@
 #include <algorithm>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 
 namespace tessaly::tessalyd {
 
 namespace {
 
-bool isAscii(const std::string& text) {
+bool isAscii(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<signed char>(c) >= 0; });
 }
 
 }  // namespace
 
-QueryAnswers::QueryAnswers(StatementCache& statements, QueryIdentifier identifier,
-                           const std::string& retrieveAeTitle, SearchLimits limits)
-    : search_(statements, std::move(identifier.query), std::move(limits)),
+QueryAnswers::QueryAnswers(QueryIdentifier identifier, const std::string& retrieveAeTitle,
+                           SearchLimits limits)
+    : search_(std::move(identifier.query), std::move(limits)),
       pendingStatus_(identifier.hasUnsupported ? STATUS_FIND_Pending_WarningUnsupportedOptionalKeys
                                                : STATUS_FIND_Pending_MatchesAreContinuing) {
     add(DCM_QueryRetrieveLevel, EVR_CS, std::string{levelName(search_.query().level)});
@@ -44,16 +45,30 @@ DcmElement* QueryAnswers::add(const DcmTagKey& tag, DcmEVR vr, const std::string
     return element.release();
 }
 
-bool QueryAnswers::next() {
+void QueryAnswers::read(StatementCache& statements) {
     try {
-        if (!search_.next())
-            return false;
+        search_.read(statements);
     } catch (const SearchTimeout& timeout) {
         throw RequestFailure{STATUS_FIND_Refused_OutOfResources, timeout.what()};
     }
+}
+
+bool QueryAnswers::next(StatementCache& statements) {
+    for (;;) {
+        if (next())
+            return true;
+        if (isComplete())
+            return false;
+        read(statements);
+    }
+}
+
+bool QueryAnswers::next() {
+    if (!search_.next())
+        return false;
     bool ascii = true;
     for (const Slot& slot : slots_) {
-        const std::string& value = search_.value(slot.key);
+        const std::string_view value = search_.value(slot.key);
         ascii = ascii && isAscii(value);
         slot.element->putString(value.data(), static_cast<Uint32>(value.size()));
     }

@@ -11,16 +11,18 @@
 
 namespace tessaly::tessalyd {
 
-/// The answers to a C-FIND, one at a time; memory does not grow with their number. Belongs to the thread of
-/// the statements' connection; the statements are to outlive it.
+/// The answers to a C-FIND, one at a time; memory does not grow with their number. Belongs to one thread.
 class QueryAnswers {
   public:
-    QueryAnswers(StatementCache& statements, QueryIdentifier identifier, const std::string& retrieveAeTitle,
-                 SearchLimits limits = {});
+    QueryAnswers(QueryIdentifier identifier, const std::string& retrieveAeTitle, SearchLimits limits = {});
 
-    /// Goes to the next answer. False when there is none, or the search was stopped. Throws db::Error, and
-    /// RequestFailure when the query takes too long.
+    /// As ArchiveSearch. Throws db::Error, and RequestFailure when the query takes too long.
+    void read(StatementCache& statements);
+    [[nodiscard]] bool isComplete() const noexcept { return search_.isComplete(); }
+    /// Goes to the next answer of those that have been read. False when there is none.
     [[nodiscard]] bool next();
+    /// The same, reading more where there may be more.
+    [[nodiscard]] bool next(StatementCache& statements);
     [[nodiscard]] bool wasStopped() const noexcept { return search_.wasStopped(); }
 
     /// The current answer, to be sent as it is. Holds until next().

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "tessalyd/Log.h"
 #include "tessalyd/association/Requester.h"
 
 namespace tessaly::tessalyd {
@@ -23,8 +22,7 @@ bool QueryRules::mayQuery(const std::string& callingAeTitle) const {
 void QueryRules::require(const Requester& requester) const {
     if (mayQuery(requester.names().callingAETitle))
         return;
-    OFLOG_INFO(serverLog(), requester.names().text().c_str()
-                                << ": refused: no node with this AE title may query");
+    requester.log(PeerLog::Event::Refusal, "refused: no node with this AE title may query");
     constexpr DIC_US NotAuthorized = 0x0124;
     throw RequestFailure{NotAuthorized, "The calling AE title may not query here"};
 }

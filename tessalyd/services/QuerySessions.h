@@ -16,7 +16,8 @@ namespace tessaly::tessalyd {
 /// with their prepared statements. Thread-safe.
 class QuerySessions {
   public:
-    /// Each keeps some megabytes of the database. One is held from the beginning of a query to its end.
+    /// Each keeps some megabytes of the database. One is held while a page is read; no peer is waited for
+    /// meanwhile.
     static constexpr std::size_t Most = 8;
     /// How they are opened, in the words of the PostgreSQL driver; others pass over them. A statement is
     /// planned for its own values each time: a plan for any values reads whole tables where a page has few

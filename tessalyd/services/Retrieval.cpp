@@ -8,7 +8,6 @@
 #include <system_error>
 
 #include "db/Error.h"
-#include "tessalyd/Log.h"
 #include "tessalyd/services/QueryIdentifier.h"
 #include "tessalyd/services/ReceivedIdentifier.h"
 
@@ -72,18 +71,16 @@ std::optional<InstanceList> Retrieval::find(const Request& request, Requester& r
         found_ += found->size();
         return found;
     } catch (const RequestFailure& failure) {
-        OFLOG_WARN(serverLog(), requester.names().text().c_str()
-                                    << ": retrieval not answered: " << failure.what());
+        requester.log(PeerLog::Event::Fault, std::string{"retrieval not answered: "} + failure.what());
         throw;
     } catch (const SearchTimeout& late) {
-        OFLOG_ERROR(serverLog(), requester.names().text().c_str() << ": " << late.what());
+        requester.log(PeerLog::Event::Failure, late.what());
         throw RequestFailure{NoNumberOfMatches, late.what()};
     } catch (const db::Error& error) {
-        OFLOG_ERROR(serverLog(), requester.names().text().c_str()
-                                     << ": the tables cannot be asked: " << error.what());
+        requester.log(PeerLog::Event::Failure, std::string{"the tables cannot be asked: "} + error.what());
         throw RequestFailure{NoNumberOfMatches, "The database cannot be asked"};
     } catch (const std::system_error& error) {
-        OFLOG_ERROR(serverLog(), requester.names().text().c_str() << ": " << error.what());
+        requester.log(PeerLog::Event::Failure, error.what());
         throw RequestFailure{NoNumberOfMatches, "There is no room for the list of objects"};
     }
 }

@@ -31,8 +31,8 @@ void StoreService::answer(const Request& request, Requester& requester) {
         OFLOG_DEBUG(serverLog(), object.c_str() << " stored");
     } catch (const StoreFailure& failure) {
         ++notStored_;
-        OFLOG_ERROR(serverLog(),
-                    object.c_str() << " not stored: " << failure.what() << ": " << failure.detail().c_str());
+        requester.log().add(PeerLog::Event::Failure,
+                            object + " not stored: " + failure.what() + ": " + failure.detail());
         throw RequestFailure{failure.status(), failure.what()};
     }
     T_DIMSE_Message answer{};

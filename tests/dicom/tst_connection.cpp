@@ -6,6 +6,8 @@
 #include <array>
 #include <cerrno>
 #include <future>
+#include <limits>
+#include <thread>
 #include <vector>
 
 #include "dicom/BoundedConnection.h"
@@ -20,6 +22,13 @@ using namespace tessaly::test;
 
 namespace {
 
+/// Shows its socket.
+class OpenConnection : public BoundedConnection {
+  public:
+    using BoundedConnection::BoundedConnection;
+    using BoundedConnection::getSocket;
+};
+
 /// A connection with its other end, which the test holds.
 struct Ends {
     explicit Ends(std::shared_ptr<const Bounds> bounds) {
@@ -27,7 +36,7 @@ struct Ends {
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both.data()) < 0)
             throw std::runtime_error{"no sockets"};
         other = both[1];
-        near = std::make_unique<BoundedConnection>(both[0], std::move(bounds));
+        near = std::make_unique<OpenConnection>(both[0], std::move(bounds));
     }
     ~Ends() { ::close(other); }
     Ends(const Ends&) = delete;
@@ -48,7 +57,7 @@ struct Ends {
     }
 
     int other = -1;
-    std::unique_ptr<BoundedConnection> near;
+    std::unique_ptr<OpenConnection> near;
 };
 
 }  // namespace
@@ -66,6 +75,10 @@ class ConnectionTest : public QObject {
     void afterAStopNothingIsReadAndTheLastWordIsSent();
     void piecesGoOutTogether();
     void aGlanceSendsWhatHasWaited();
+    void aGlanceDoesNotWaitForAPeerThatTakesNothing();
+    void aPeerThatKeepsTheRateIsWaitedFor_data();
+    void aPeerThatKeepsTheRateIsWaitedFor();
+    void waitingIsMadeUpForByBytesAlone();
 };
 
 void ConnectionTest::connectingHasAnEnd_data() {
@@ -113,7 +126,7 @@ void ConnectionTest::readingAndWritingHaveAnEnd() {
         const auto bounds = std::make_shared<Bounds>(
             stop.get_token(),
             end == QStringLiteral("deadline") ? Bounds::Clock::now() + 100ms : Bounds::NoDeadline,
-            end == QStringLiteral("silence") ? 100ms : Bounds::NoLimit);
+            Pace{.silence = end == QStringLiteral("silence") ? 100ms : Bounds::NoLimit});
         Ends ends{bounds};
         auto result = std::async(std::launch::async, [&] { return writes ? ends.writeMuch() : ends.read(); });
         if (end == QStringLiteral("stop")) {
@@ -157,6 +170,63 @@ void ConnectionTest::aGlanceSendsWhatHasWaited() {
     QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
     EVENTUALLY(!ends.near->networkDataAvailable(0) &&
                recv(ends.other, std::array<char, 4>{}.data(), 4, MSG_DONTWAIT | MSG_PEEK) == 2);
+}
+
+void ConnectionTest::aGlanceDoesNotWaitForAPeerThatTakesNothing() {
+    std::stop_source stop;
+    Ends ends{std::make_shared<Bounds>(stop.get_token())};
+    const std::vector<char> bytes(4096);
+    while (::send(ends.near->getSocket(), bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
+    }
+    char piece = 'p';
+    QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
+    auto seen = std::async(std::launch::async, [&ends] {
+        std::this_thread::sleep_for(20ms);  // it is no longer gathered
+        return ends.near->networkDataAvailable(0) != 0;
+    });
+    const bool waited = seen.wait_for(10s) == std::future_status::timeout;
+    stop.request_stop();
+    QVERIFY(!seen.get());
+    QVERIFY(!waited);
+}
+
+void ConnectionTest::aPeerThatKeepsTheRateIsWaitedFor_data() {
+    QTest::addColumn<int>("rate");
+    QTest::addColumn<bool>("keeps");
+    QTest::newRow("slow, but fast enough") << (16 << 10) << true;
+    QTest::newRow("never silent, and too slow") << (64 << 20) << false;
+}
+
+void ConnectionTest::aPeerThatKeepsTheRateIsWaitedFor() {
+    QFETCH(const int, rate);
+    QFETCH(const bool, keeps);
+    Ends ends{
+        std::make_shared<Bounds>(std::stop_token{}, Bounds::NoDeadline,
+                                 Pace{.silence = 2s, .bytesPerSecond = static_cast<std::size_t>(rate)})};
+    // Some megabytes a second, for longer than the silence.
+    std::jthread reader{[&ends](const std::stop_token& stop) {
+        std::vector<char> part(std::size_t{128} << 10U);
+        while (!stop.stop_requested()) {
+            (void)::recv(ends.other, part.data(), part.size(), MSG_DONTWAIT);
+            std::this_thread::sleep_for(40ms);
+        }
+    }};
+    QCOMPARE(ends.writeMuch() > 0, keeps);
+}
+
+void ConnectionTest::waitingIsMadeUpForByBytesAlone() {
+    Patience patience{{.silence = 60s, .bytesPerSecond = 1000}};
+    QCOMPARE(patience.left(), 60'000ms);
+    patience.addBytes(1'000'000);  // what comes before a silence does not make it longer
+    patience.addWait(59s);
+    QCOMPARE(patience.left(), 1'000ms);
+    patience.addBytes(20'000);
+    QCOMPARE(patience.left(), 21'000ms);
+    patience.addWait(22s);
+    QCOMPARE(patience.left(), 0ms);
+    patience.addBytes(std::numeric_limits<std::size_t>::max());
+    QCOMPARE(patience.left(), 60'000ms);
+    QCOMPARE(Patience{Pace{}}.left(), Pace::NoLimit);
 }
 
 QTEST_GUILESS_MAIN(ConnectionTest)

@@ -96,6 +96,7 @@ class SendingTest : public QObject {
     void storescpGivesUp_data();
     void storescpGivesUp();
     void aSlowPeerIsWaitedFor();
+    void everyAnswerHasItsOwnLimit();
     void aStopEndsIt_data();
     void aStopEndsIt();
     void aStopWhileItIsConvertedIsNoFailure() const;
@@ -338,6 +339,19 @@ void SendingTest::aSlowPeerIsWaitedFor() {
     ObjectFile object{writeObject({}, file(u"one.dcm"_s)).toStdString()};
     const SendResult result = sender.send(object);
     QVERIFY2(result.outcome == Outcome::Success, result.detail.c_str());
+}
+
+void SendingTest::everyAnswerHasItsOwnLimit() {
+    const StorePeer peer{{Explicit}, [](int) {
+                             std::this_thread::sleep_for(300ms);
+                             return 0;
+                         }};
+    ObjectSender sender{at(peer.port()), {{Ct, Explicit}}, {}, {.connect = 10s, .silence = 1s}};
+    for (int i = 0; i < 5; ++i) {
+        Bytes object;
+        const SendResult result = sender.send(object);
+        QVERIFY2(result.outcome == Outcome::Success, result.detail.c_str());
+    }
 }
 
 void SendingTest::aStopEndsIt_data() {

@@ -40,8 +40,8 @@ void StockedArchive::store(ObjectHeader header) {
         header.sopInstanceUid = header.seriesInstanceUid + ".1";
     header.nameGroups = dicom::foldedGroups(header.patientName);
     session.record(header, {.studyPath = "/archive\\" + header.studyInstanceUid,
-                                  .seriesDir = header.seriesInstanceUid,
-                                  .imageFile = header.sopInstanceUid + ".dcm"});
+                            .seriesDir = header.seriesInstanceUid,
+                            .imageFile = header.sopInstanceUid + ".dcm"});
 }
 
 void StockedArchive::storeMany(int count) const {
@@ -89,13 +89,14 @@ QStringList StockedArchive::search(const char* level, std::vector<AskedKey> keys
         std::string_view{level} == "PATIENT" ? InformationModel::PatientRoot : InformationModel::StudyRoot;
     ArchiveQuery query = readQuery(question, model, options).query;
     query.hasOlderRows = hasOlderRows;
-    ArchiveSearch search{statements, std::move(query), {}, narrow};
+    ArchiveSearch search{std::move(query), {}, narrow};
     const auto& asked = search.query().keys;
     const auto place =
         std::find_if(asked.begin(), asked.end(), [&](const auto& key) { return key.key->tag == wanted; });
     QStringList found;
-    while (search.next())
-        found += QString::fromStdString(search.value(static_cast<std::size_t>(place - asked.begin())));
+    while (search.next(statements))
+        found += QString::fromStdString(
+            std::string{search.value(static_cast<std::size_t>(place - asked.begin()))});
     return found;
 }
 

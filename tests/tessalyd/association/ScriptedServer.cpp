@@ -68,8 +68,9 @@ void answerEcho(const Request& request, Requester& requester) {
 
 }  // namespace
 
-ScriptedServer::ScriptedServer()
-    : configuration_(std::make_shared<PortConfiguration>()),
+ScriptedServer::ScriptedServer(const AssociationLimits& limits)
+    : limits_(limits),
+      configuration_(std::make_shared<PortConfiguration>()),
       services_([this] {
           Services services;
           const auto add = [&services](T_DIMSE_Command command, auto& offers, const Script& script) {
@@ -82,7 +83,7 @@ ScriptedServer::ScriptedServer()
           add(DIMSE_C_STORE_RQ, StoreOffers, scriptFor(DIMSE_C_STORE_RQ));
           return services;
       }),
-      transport_(10),
+      transport_(limits_),
       open_([](const AssociationNames&, int) {}, [this](const AssociationNames&, int) { ++ended; }) {
     constexpr int Many = 50;  // those too that are just ending
     configuration_->port = unusedPort().toStdString();
@@ -111,11 +112,13 @@ ScriptedServer::Script ScriptedServer::scriptFor(T_DIMSE_Command command) const 
 
 void ScriptedServer::serve(FileDescriptor socket, const std::stop_token& listening) {
     auto held = std::make_shared<FileDescriptor>(std::move(socket));
-    const bool started = threads_.start([this, held, listening](const std::stop_token& stopped) {
-        AssociationHandler{{transport_, open_, services_}, configuration_, stopped, listening}.run(
-            std::move(*held));
-    });
-    if (!started)
+    const auto started = threads_.start(
+        peerAddress(*held), [this, held, listening](AssociationThreads::Connection& connection) {
+            AssociationHandler{
+                {transport_, open_, services_, log_, limits_}, configuration_, connection, listening}
+                .run(std::move(*held));
+        });
+    if (started != AssociationThreads::Started::Yes)
         QTest::qFail("too many associations", __FILE__, __LINE__);
 }
 

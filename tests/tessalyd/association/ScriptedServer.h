@@ -37,7 +37,7 @@ class ScriptedServer {
   public:
     using Script = std::function<void(const tessalyd::Request&, tessalyd::Requester&)>;
 
-    ScriptedServer();
+    explicit ScriptedServer(const tessalyd::AssociationLimits& limits = {});
     ~ScriptedServer();
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
@@ -61,6 +61,8 @@ class ScriptedServer {
 
     mutable std::mutex mutex_;
     std::map<T_DIMSE_Command, Script> scripts_;
+    tessalyd::AssociationLimits limits_;
+    tessalyd::PeerLog log_;
     std::shared_ptr<tessalyd::PortConfiguration> configuration_;
     tessalyd::ServiceFactory services_;
     tessalyd::Transport transport_;

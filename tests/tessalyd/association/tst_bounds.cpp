@@ -268,7 +268,7 @@ void BoundsTest::lengthsThatDoNotFitAreNoticed() {
 }
 
 void BoundsTest::aRequestThatComesSlowlyIsGivenUp() {
-    Transport transport{1};
+    Transport transport{{.request = std::chrono::seconds{1}}};
     const QByteArray request = associationRequest();
     for (const bool slowly : {false, true}) {
         Doorkeeper door;

@@ -34,6 +34,7 @@ class FindUnderWayTest : public DaemonTest {
     void memoryStaysFlat();
     void storesGoOnMeanwhile();
     void queriesBeyondTheSessionsWaitTheirTurn();
+    void requestersThatDoNotReadHoldNoSession();
     void aRequesterThatVanishesFreesItsSession();
     void aStopEndsAQuery_data();
     void aStopEndsAQuery();
@@ -266,24 +267,48 @@ void FindUnderWayTest::storesGoOnMeanwhile() {
 
 void FindUnderWayTest::queriesBeyondTheSessionsWaitTheirTurn() {
     stock(Many);
+    daemon_->database.run(u"UPDATE DicomServer SET QueryTimeout=0"_s);
+    daemon_->database.release();
+    daemon_->launch();
+    makeReadingSlow();
+    std::vector<std::unique_ptr<Association>> peers;
+    std::vector<Finding> findings;
+    for (std::size_t i = 0; i < tessaly::tessalyd::QuerySessions::Most; ++i) {
+        peers.push_back(workstation());
+        findings.emplace_back(*peers.back(), nothing());
+    }
+    const auto cancelled = workstation();
+    Finding waiting{*cancelled, nothing()};
+    waiting.cancel();
+    QCOMPARE(waiting.rest().last.status, 0xfe00);
+    const auto patient = workstation();
+    Finding late{*patient, identifier("PATIENT", {{DCM_PatientID, "P7"}}), PatientRootFind};
+    findings.front().cancel();
+    QCOMPARE(findings.front().rest().last.status, 0xfe00);
+    QCOMPARE(late.next().status, 0xff00);
+    QVERIFY(peers.front()->echo());
+}
+
+void FindUnderWayTest::requestersThatDoNotReadHoldNoSession() {
+    stock(Many);
     daemon_->launch();
     std::vector<std::unique_ptr<Association>> peers;
     std::vector<Finding> findings;
     for (std::size_t i = 0; i < tessaly::tessalyd::QuerySessions::Most; ++i) {
         peers.push_back(workstation());
         findings.emplace_back(*peers.back(), allStudies());
-        QCOMPARE(findings.back().next().status, 0xff00);
+        EVENTUALLY(isStuck(*peers.back()));
     }
-    const auto cancelled = workstation();
-    Finding waiting{*cancelled, allStudies()};
-    waiting.cancel();
-    QCOMPARE(waiting.rest().last.status, 0xfe00);
-    const auto patient = workstation();
-    Finding late{*patient, allStudies()};
-    findings.front().cancel();
-    QCOMPARE(findings.front().rest().last.status, 0xfe00);
-    QCOMPARE(late.next().status, 0xff00);
-    QVERIFY(peers.front()->echo());
+    const auto ninth = workstation();
+    Finding finding{*ninth, identifier("STUDY", {{DCM_StudyInstanceUID, "1.2.826.7"}})};
+    const Finding::Rest rest = finding.rest();
+    QCOMPARE(rest.pending, 1);
+    QCOMPARE(rest.last.status, 0);
+    // It was not answered because they had been given up; and what waited goes on where it was.
+    QCOMPARE(daemon_->status().open, static_cast<int>(peers.size()) + 1);
+    const Finding::Rest all = findings.back().rest();
+    QCOMPARE(all.last.status, 0);
+    QCOMPARE(all.pending, Many);
 }
 
 void FindUnderWayTest::aRequesterThatVanishesFreesItsSession() {

@@ -159,6 +159,7 @@ void RetrieveFaultsTest::aDestinationThatSaysNothingHasFailed() {
     QCOMPARE(instances.size(), std::size_t{4});
     OutboundTurns turns;
     Conversions conversions;
+    PeerLog log;
     MoveJob job{{.destination = {.host = "127.0.0.1",
                                  .port = peer.port(),
                                  .callingAETitle = "TESSALY",
@@ -168,7 +169,8 @@ void RetrieveFaultsTest::aDestinationThatSaysNothingHasFailed() {
                  .limits = {.connect = std::chrono::seconds{10}, .silence = std::chrono::milliseconds{500}}},
                 std::move(instances),
                 turns,
-                conversions};
+                conversions,
+                log};
     EVENTUALLY(job.waitForEnd(std::chrono::milliseconds{100}));
     const SubOperations done = job.progress();
     QCOMPARE(done.sent(), std::size_t{1});
