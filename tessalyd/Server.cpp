@@ -20,12 +20,13 @@ constexpr std::size_t SpareThreads = 64;
 
 }  // namespace
 
-Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended,
+Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended, decoder::Pool::Options decoding,
                std::vector<std::string> addresses)
     : addresses_(addresses.empty() ? std::vector<std::string>{{}} : std::move(addresses)),
+      decoders_(std::move(decoding)),
       transport_(RequestPatience),
       open_(std::move(opened), std::move(ended)),
-      services_(allServices(index_, queries_)) {}
+      services_(allServices(index_, queries_, decoders_)) {}
 
 Server::~Server() {
     shutDown();

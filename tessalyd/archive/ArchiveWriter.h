@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "decoder/Pool.h"
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveFile.h"
 #include "tessalyd/archive/ArchiveIndex.h"
@@ -20,14 +21,20 @@ struct IncomingObject {
     std::string sender;  ///< AE title
 };
 
+/// What decodes objects, and what ends that at once: the object is stored as it came then.
+struct Decoding {
+    decoder::Pool& decoders;
+    std::stop_token stop;
+};
+
 /// Takes one object into the archive. Its data set is written to the disk as it comes, once so much of it is
 /// there that the folder is known: memory does not grow with the object. Until finish() has returned, the
 /// archive does not have the object, and the destructor leaves nothing of it.
 class ArchiveWriter {
   public:
     /// `buffer` is working space that may be used for the next object again.
-    ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, IncomingObject object,
-                  std::vector<char>& buffer);
+    ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, Decoding decoding,
+                  IncomingObject object, std::vector<char>& buffer);
 
     /// For the data set. Faults while it is written come out of finish().
     [[nodiscard]] DcmOutputStream& stream() noexcept { return stream_; }
@@ -41,7 +48,7 @@ class ArchiveWriter {
     void begin(bool complete);
     void check(const ObjectHeader& header) const;
     void checkEnd(const std::function<char(std::size_t)>& byteAt, std::size_t size) const;
-    void writeMetaHeader();
+    [[nodiscard]] std::vector<char> metaHeader(const std::string& transferSyntaxUid) const;
     void decode();
     void publish();
     void record();
@@ -50,6 +57,7 @@ class ArchiveWriter {
 
     const PortConfiguration& port_;
     ArchiveIndex& index_;
+    Decoding decoding_;
     IncomingObject object_;
     std::vector<char>& buffer_;
     std::size_t nextLook_;
@@ -58,7 +66,7 @@ class ArchiveWriter {
     std::unique_ptr<ArchiveIndex::Placement> placement_;
     std::unique_ptr<ArchiveFile> file_;
     std::optional<FormerFile> former_;  // of the same instance, in another folder
-    std::size_t dataSetAt_ = 0;  // in the file
+    std::size_t dataSetAt_ = 0;         // in the file
 };
 
 }  // namespace tessaly::tessalyd

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 
+#include "decoder/Pool.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/Server.h"
 #include "tessalyd/control/CommandThread.h"
@@ -22,6 +23,7 @@ struct Options {
     long logBytes = 0;
     std::chrono::seconds grace{0};            ///< for associations that are open when the server is stopped
     std::vector<std::string> addresses = {};  ///< that are listened on, numeric; none: all
+    decoder::Pool::Options decoding = {};
 };
 
 /// The server on the session bus. Its methods are answered soon even when what they start takes long:

@@ -7,9 +7,9 @@
 #include <string>
 #include <thread>
 
+#include "decoder/Pool.h"
 #include "dicom/ObjectSender.h"
 #include "tessalyd/archive/InstanceList.h"
-#include "tessalyd/services/Conversions.h"
 #include "tessalyd/services/OutboundTurns.h"
 #include "tessalyd/services/SubOperations.h"
 
@@ -27,8 +27,8 @@ class MoveJob {
         dicom::ObjectSender::Limits limits = {};
     };
 
-    /// Turns and conversions outlive it.
-    MoveJob(Order order, InstanceList instances, OutboundTurns& turns, Conversions& conversions);
+    /// Turns and decoders outlive it.
+    MoveJob(Order order, InstanceList instances, OutboundTurns& turns, decoder::Pool& decoders);
     ~MoveJob();
     MoveJob(const MoveJob&) = delete;
     MoveJob& operator=(const MoveJob&) = delete;
@@ -53,7 +53,7 @@ class MoveJob {
     const Order order_;
     InstanceList instances_;
     OutboundTurns& turns_;
-    Conversions& conversions_;
+    decoder::Pool& decoders_;
     std::size_t unlogged_ = 0;  // failures that one line stands for
 
     mutable std::mutex mutex_;

@@ -74,7 +74,7 @@ void MoveService::move(const Request& request, Requester& requester,
                                        .originator = {.aeTitle = requester.names().callingAETitle,
                                                       .messageId = request.message.msg.CMoveRQ.MessageID},
                                        .name = requester.names().text() + ", to " + destination.node},
-                        std::move(instances), turns_, retrieval_.conversions());
+                        std::move(instances), turns_, retrieval_.decoders());
     } catch (const std::system_error& error) {
         OFLOG_ERROR(serverLog(), requester.names().text().c_str() << ": move not begun: " << error.what());
         throw RequestFailure{STATUS_MOVE_Refused_OutOfResourcesSubOperations, "No thread is to be had"};

@@ -38,3 +38,6 @@ done
 # The server is the one thing that the bus and systemd start.
 grep -qx 'Exec=/usr/bin/tessalyd' "$root/usr/share/dbus-1/services/org.tessaly.Server.service"
 grep -qx 'ExecStart=/usr/bin/tessalyd' "$root/usr/lib/systemd/user/tessalyd.service"
+# It decodes by a program of its own, and leaves no core.
+[[ -x $root/usr/bin/../libexec/tessaly/tessaly-decoder ]] || fail "no decoder"
+grep -qx 'LimitCORE=0' "$root/usr/lib/systemd/user/tessalyd.service"
