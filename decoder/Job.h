@@ -24,6 +24,7 @@ struct Answer {
 };
 
 /// Exit codes of the process that does one job.
-enum ExitCode : int { Done = 0, NotDecodable = 1, NotConfined = 2 };
+/// 1 and 2 are those of a sanitizer.
+enum ExitCode : int { Done = 0, NotDecodable = 3, NotConfined = 4 };
 
 }  // namespace tessaly::decoder
