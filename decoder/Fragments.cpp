@@ -43,11 +43,16 @@ bool beginsStream(Bytes part) {
     return part.size() > 2 && part[0] == 0xff && part[1] == 0xd8 && part[2] == 0xff;
 }
 
-/// An end-of-image marker, and the byte that makes the length even, if any.
+/// An end-of-image marker, and what makes the length even, if any: one byte, or zeros.
 bool endsStream(Bytes part) {
+    const auto hasMarkerAtEnd = [](Bytes bytes) {
+        return bytes.size() >= 2 && bytes[bytes.size() - 2] == 0xff && bytes.back() == 0xd9;
+    };
+    if (part.size() > 2 && hasMarkerAtEnd(part.first(part.size() - 1)))
+        return true;
     while (part.size() > 2 && part.back() == 0)
         part = part.first(part.size() - 1);
-    return part.size() >= 2 && part[part.size() - 2] == 0xff && part.back() == 0xd9;
+    return hasMarkerAtEnd(part);
 }
 
 std::optional<std::vector<std::size_t>> beginsByMarkers(const Fragments& fragments, std::uint64_t frames) {

@@ -124,8 +124,10 @@ class Walk {
 
     [[nodiscard]] std::optional<JpegStream> atEnd() {
         found_.size = at_;
+        // What makes a length even is zero by the standard, and whatever was in memory with some encoders.
         const Bytes behind = bytes_.subspan(at_);
         const bool isFilling =
+            behind.size() == 1 ||
             std::all_of(behind.begin(), behind.end(), [](unsigned char byte) { return byte == 0; });
         return hasScan_ && isFilling ? std::optional{found_} : std::nullopt;
     }

@@ -20,8 +20,8 @@ struct JpegStream {
 };
 
 /// Walks the marker segments of one stream from its beginning to its end-of-image marker. Returns nullopt if
-/// there is anything but exactly one whole stream of that coding, with zeros behind it at most: a decoder is
-/// given nothing else. Takes time proportional to the bytes.
+/// there is anything but exactly one whole stream of that coding, with one byte or zeros behind it at
+/// most: a decoder is given nothing else. Takes time proportional to the bytes.
 [[nodiscard]] std::optional<JpegStream> readJpegStream(Bytes stream, Coding coding);
 
 }  // namespace tessaly::decoder

@@ -251,7 +251,7 @@ void DecodingTest::whatIsNotTheHeadersImageIsNotDecoded_data() {
         named("no delimiter", encapsulated(small, {frame}).chopped(8));
         if (syntax != EXS_RLELossless) {
             named("no end of the image", encapsulated(small, {frame.left(frame.lastIndexOf("\xff\xd9"))}));
-            named("something behind the end", encapsulated(small, {frame + "x"}));
+            named("something behind the end", encapsulated(small, {frame + "xyz"}));
         }
     }
     const ImageSpec wide{};
@@ -295,6 +295,8 @@ void DecodingTest::streamsAreWalkedToTheirEnd_data() {
     const auto marker = [](const char* hex) { return QByteArray::fromHex(hex); };
     row("whole", begin + frame + scan + end, true);
     row("made even", begin + frame + scan + end + '\0', true);
+    row("made even with whatever was there", begin + frame + scan + end + 'x', true);
+    row("more than that", begin + frame + scan + end + "xyz", false);
     row("fill bytes before a marker", begin + "\xff\xff" + frame + scan + end, true);
     row("two scans", begin + frame + scan + scan + end, true);
     row("a comment", begin + marker("fffe000461ff") + frame + scan + end, true);

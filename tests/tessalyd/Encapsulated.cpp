@@ -5,6 +5,7 @@
 #include <dcmtk/dcmdata/dcpixel.h>
 #include <dcmtk/dcmdata/dcpixseq.h>
 #include <dcmtk/dcmdata/dcpxitem.h>
+#include <dcmtk/dcmimage/diregist.h>  // colours for the JPEG encoders
 
 #include <QtEndian>
 #include <stdexcept>
