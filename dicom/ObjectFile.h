@@ -24,6 +24,8 @@ class ObjectFile : public OutgoingObject {
     [[nodiscard]] std::unique_ptr<OutgoingObject> in(const std::string& transferSyntax) override;
 
     [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
+    /// Its own, open for reading alone.
+    [[nodiscard]] int descriptor() const noexcept { return file_; }
     /// Where in the file the data set begins.
     [[nodiscard]] std::size_t dataSetAt() const noexcept { return dataSetAt_; }
     /// Bytes of the data set from anywhere in it, which leaves read() where it is.

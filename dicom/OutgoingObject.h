@@ -12,7 +12,8 @@ namespace tessaly::dicom {
 struct ObjectKind {
     std::string sopClass;
     std::string transferSyntax;
-    auto operator<=>(const ObjectKind&) const = default;  // NOLINT(modernize-use-nullptr): the check's mistake
+    auto operator<=>(const ObjectKind&) const =
+        default;  // NOLINT(modernize-use-nullptr): the check's mistake
 };
 
 /// An object on its way to a peer. Used by one thread.
@@ -28,8 +29,8 @@ class OutgoingObject {
     /// had: what() is for the log.
     virtual void read(std::span<char> target) = 0;
 
-    /// The same object, from its beginning, in another syntax; nothing where that cannot be made of it. May
-    /// need the whole object in memory. Throws std::exception when it cannot be read.
+    /// The same object, from its beginning, in another syntax; nullptr where there is no way to make it.
+    /// Throws std::exception, whose what() is for the log, when it cannot be read or made.
     [[nodiscard]] virtual std::unique_ptr<OutgoingObject> in(const std::string& transferSyntax) = 0;
 };
 

@@ -34,13 +34,14 @@ std::string joined(const std::vector<std::string>& lines) {
 
 }  // namespace
 
-Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended,
+Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended, decoder::Pool::Options decoding,
                std::vector<std::string> addresses, const AssociationLimits& limits)
     : addresses_(addresses.empty() ? std::vector<std::string>{{}} : std::move(addresses)),
+      decoders_(std::move(decoding)),
       limits_(limits),
       transport_(limits_),
       open_(std::move(opened), std::move(ended)),
-      services_(allServices(index_, queries_)) {}
+      services_(allServices(index_, queries_, decoders_)) {}
 
 Server::~Server() {
     shutDown();

@@ -6,9 +6,9 @@
 #include <optional>
 #include <vector>
 
+#include "decoder/Pool.h"
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveIndex.h"
-#include "tessalyd/archive/Decoder.h"
 #include "tessalyd/archive/LeftoverCleaner.h"
 #include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/AssociationThreads.h"
@@ -27,7 +27,7 @@ class Server {
   public:
     /// The events as OpenAssociations: called in the associations' threads. `addresses` are those that are
     /// listened on, numeric; none: all of this machine.
-    Server(OpenAssociations::Event opened, OpenAssociations::Event ended,
+    Server(OpenAssociations::Event opened, OpenAssociations::Event ended, decoder::Pool::Options decoding,
            std::vector<std::string> addresses = {}, const AssociationLimits& limits = {});
     ~Server();
     Server(const Server&) = delete;
@@ -81,7 +81,7 @@ class Server {
                 const std::stop_token& listening);
 
     std::vector<std::string> addresses_;  ///< an empty text for all of them
-    Decoders decoders_;
+    decoder::Pool decoders_;
     AssociationLimits limits_;
     PeerLog log_;
     Transport transport_;

@@ -1,4 +1,6 @@
 #include <malloc.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
@@ -32,6 +34,20 @@ void keepFreedMemory() {
     constexpr int Step = 1 << 20;
     mallopt(M_TRIM_THRESHOLD, Kept);
     mallopt(M_TOP_PAD, Step);
+}
+
+/// A core would have images in it, and the passwords of the database.
+void leaveNoCore() {
+    const rlimit none{.rlim_cur = 0, .rlim_max = 0};
+    setrlimit(RLIMIT_CORE, &none);
+    prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+}
+
+/// Beside this program where it was built, and where it was installed to.
+std::filesystem::path decoderProgram() {
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    auto built = folder / "tessaly-decoder";
+    return std::filesystem::exists(built) ? built : folder / TESSALY_DECODER;
 }
 
 int fail(const std::string& why) {
@@ -87,10 +103,22 @@ int run(int argc, char** argv) {
         ->type_name("ADDRESS")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    commandLine
+        .add_option("--decode-limit", options.decoding.decodeLimit,
+                    "Bytes that the decoded pixels of one object may have")
+        ->capture_default_str()
+        ->check(CLI::Range(std::uint64_t{1} << 20U, std::uint64_t{0xfffffffe}));
+    commandLine
+        .add_option("--decode-memory", options.decoding.decodeMemory,
+                    "Bytes of memory that all decoders together may have")
+        ->capture_default_str()
+        ->check(CLI::Range(std::uint64_t{128} << 20U, std::uint64_t{1} << 50U));
     CLI11_PARSE(commandLine, argc, argv);
     options.logFile = logFile;
     options.grace = std::chrono::seconds{graceSeconds};
+    options.decoding.program = decoderProgram();
 
+    leaveNoCore();
     constexpr mode_t NotForOthers = 027;  // images and the log are of patients
     umask(NotForOthers);
     std::signal(SIGPIPE, SIG_IGN);

@@ -17,16 +17,18 @@ tessalyd/main           > tessalyd/control
 tessalyd/control        > tessalyd/Server
 tessalyd/Server         > tessalyd/services
 tessalyd/services       > tessalyd/archive tessalyd/association
-tessalyd/archive        > tessalyd/Log tessalyd/FileDescriptor dicom
+tessalyd/archive        > tessalyd/Log tessalyd/FileDescriptor decoder
 tessalyd/association    > tessalyd/Log tessalyd/FileDescriptor dicom
 tessalyd/Log            > tessalyd/Configuration
 tessalyd/Configuration  > schema
-tessalyd/FileDescriptor >
+tessalyd/FileDescriptor > base
 tessaly-db              > schema passwords
 schema                  > db dicom
 db                      >
+decoder                 > dicom base
 dicom                   >
 passwords               >
+base                    >
 '
 
 # The tests, the measurements and the pictures look into every room.

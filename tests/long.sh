@@ -43,7 +43,7 @@ fuzz() {
     done
 }
 
-rooms='bench|console|db|dicom|docs|passwords|schema|tessaly-db|tessalyd|tests'  # not what is made from them
+rooms='base|bench|console|db|decoder|dicom|docs|passwords|schema|tessaly-db|tessalyd|tests'  # not what is made from them
 
 tidy() {  # PRESET FOLDERS
     local log=build/clang-tidy-$1.log

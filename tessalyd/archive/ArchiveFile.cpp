@@ -157,6 +157,13 @@ std::size_t ArchiveFile::size() const {
     return static_cast<std::size_t>(found.st_size);
 }
 
+FileDescriptor ArchiveFile::openForReading() const {
+    FileDescriptor file{::open(temporary_.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)};
+    if (!file.isOpen())
+        fail(temporary_);
+    return file;
+}
+
 void ArchiveFile::copyTo(ArchiveFile& other) const {
     std::vector<char> block(std::size_t{1} << 20U);
     const std::size_t whole = size();
@@ -234,8 +241,8 @@ void ArchiveFile::withdraw() noexcept {
     if (stage_ == Stage::Done)
         return;
     const fs::path final = path();
-    // Where files cannot be locked, another server may have put its own there since: that is not this one's to
-    // take away.
+    // Where files cannot be locked, another server may have put its own there since: that is not this one's
+    // to take away.
     if (stage_ == Stage::Replaced && isNamed(file_, final))
         moved(temporary_, final, RENAME_EXCHANGE);
     else if (stage_ == Stage::Published && isNamed(file_, final))

@@ -38,6 +38,10 @@ class ArchiveFile {
     /// Bytes that were written, from anywhere in them.
     void readAt(std::size_t offset, std::span<char> target) const;
     [[nodiscard]] std::size_t size() const;
+    /// The file, for whoever writes into it from elsewhere.
+    [[nodiscard]] const FileDescriptor& descriptor() const noexcept { return file_; }
+    /// The file once more, open for reading alone.
+    [[nodiscard]] FileDescriptor openForReading() const;
     /// Writes all that was written to this one into another.
     void copyTo(ArchiveFile& other) const;
 
@@ -74,8 +78,8 @@ class ArchiveFile {
     bool flushed_ = false;
 };
 
-/// The file of an instance that comes to lie elsewhere. Made while the instance's row is locked: who stores it
-/// at the old place again has that row after this one, and may not lose its file to remove().
+/// The file of an instance that comes to lie elsewhere. Made while the instance's row is locked: who stores
+/// it at the old place again has that row after this one, and may not lose its file to remove().
 class FormerFile {
   public:
     /// Locks what is there. Throws std::system_error when others have it locked for too long.

@@ -10,16 +10,17 @@
 #include <system_error>
 
 #include "db/StoredPath.h"
+#include "decoder/Syntaxes.h"
 #include "tessalyd/Log.h"
-#include "tessalyd/archive/Decoder.h"
 #include "tessalyd/archive/StoreFailure.h"
 
 namespace tessaly::tessalyd {
 
-ArchiveWriter::ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, IncomingObject object,
-                             std::vector<char>& buffer)
+ArchiveWriter::ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, Decoding decoding,
+                             IncomingObject object, std::vector<char>& buffer)
     : port_(port),
       index_(index),
+      decoding_(std::move(decoding)),
       object_(std::move(object)),
       incoming_(object_.syntax),
       end_(object_.syntax),
@@ -52,7 +53,9 @@ void ArchiveWriter::begin(bool complete) {
     placement_ = index_.place(*header_, port_.root);
     const ArchiveLocation& location = placement_->location();
     file_ = std::make_unique<ArchiveFile>(db::localPath(location.folder()), location.imageFile);
-    writeMetaHeader();
+    const std::vector<char> meta = metaHeader(header_->transferSyntaxUid);
+    file_->write(meta);
+    dataSetAt_ = meta.size();
     unplaced_.moveTo([this](std::span<const char> bytes) { file_->write(bytes); });
 }
 
@@ -71,13 +74,13 @@ void ArchiveWriter::checkEnd() const {
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The data set is cut off"};
 }
 
-void ArchiveWriter::writeMetaHeader() {
+std::vector<char> ArchiveWriter::metaHeader(const std::string& transferSyntaxUid) const {
     DcmMetaInfo meta;
     constexpr std::array<Uint8, 2> Version{0, 1};
     meta.putAndInsertUint8Array(DCM_FileMetaInformationVersion, Version.data(), Version.size());
     meta.putAndInsertString(DCM_MediaStorageSOPClassUID, object_.sopClassUid.c_str());
     meta.putAndInsertString(DCM_MediaStorageSOPInstanceUID, object_.sopInstanceUid.c_str());
-    meta.putAndInsertString(DCM_TransferSyntaxUID, header_->transferSyntaxUid.c_str());
+    meta.putAndInsertString(DCM_TransferSyntaxUID, transferSyntaxUid.c_str());
     meta.putAndInsertString(DCM_ImplementationClassUID, OFFIS_IMPLEMENTATION_CLASS_UID);
     meta.putAndInsertString(DCM_ImplementationVersionName, OFFIS_DTK_IMPLEMENTATION_VERSION_NAME);
     meta.putAndInsertString(DCM_SourceApplicationEntityTitle, object_.sender.c_str());
@@ -89,8 +92,7 @@ void ArchiveWriter::writeMetaHeader() {
     meta.transferInit();
     meta.write(out, META_HEADER_DEFAULT_TRANSFERSYNTAX, EET_ExplicitLength, nullptr);
     meta.transferEnd();
-    file_->write(bytes);
-    dataSetAt_ = bytes.size();
+    return bytes;
 }
 
 void ArchiveWriter::finish() {
@@ -100,7 +102,7 @@ void ArchiveWriter::finish() {
             checkEnd();
         else
             begin(true);
-        if (!port_.saveCompressed && Decoders::has(object_.syntax))
+        if (!port_.saveCompressed && decoder::isDecodable(object_.syntax))
             decode();
         publish();
     } catch (const std::system_error& error) {
@@ -109,13 +111,26 @@ void ArchiveWriter::finish() {
 }
 
 void ArchiveWriter::decode() {
+    constexpr E_TransferSyntax Target = EXS_LittleEndianExplicit;
+    const std::string syntaxUid = DcmXfer{Target}.getXferID();
     auto decoded = std::make_unique<ArchiveFile>(file_->folder(), placement_->location().imageFile);
-    if (Decoders::decode(*file_, dataSetAt_, *decoded)) {
+    const std::vector<char> meta = metaHeader(syntaxUid);
+    decoded->write(meta);
+    const FileDescriptor source = file_->openForReading();
+    const decoder::Result result = decoding_.decoders.convert(
+        {.file = source.get(),
+         .dataSetAt = dataSetAt_,
+         .size = file_->size() - dataSetAt_,
+         .syntax = object_.syntax},
+        {.file = decoded->descriptor().get(), .dataSetAt = meta.size(), .syntax = Target},
+        {.stop = decoding_.stop});
+    if (result.outcome == decoder::Outcome::Converted) {
         file_ = std::move(decoded);
-        header_->transferSyntaxUid = DcmXfer{Decoders::Target}.getXferID();
+        header_->transferSyntaxUid = syntaxUid;
     } else {
-        OFLOG_WARN(serverLog(), "object " << object_.sopInstanceUid.c_str()
-                                          << " cannot be decoded; it is stored as it came");
+        OFLOG_WARN(serverLog(),
+                   "object " << object_.sopInstanceUid.c_str()
+                             << " cannot be decoded; it is stored as it came: " << result.reason.c_str());
     }
 }
 
@@ -160,11 +175,12 @@ void ArchiveWriter::recordOnce() {
         file_->flush();
     index_.record(*header_, placement_->location(),
                   {.publish = [this] { file_->publish(); },
-                   .leave = [this](const std::optional<ArchiveLocation>& former) {
-                       former_.reset();  // of an earlier attempt: it holds the lock that is wanted
-                       if (former)
-                           former_.emplace(db::localPath(former->path()));
-                   }});
+                   .leave =
+                       [this](const std::optional<ArchiveLocation>& former) {
+                           former_.reset();  // of an earlier attempt: it holds the lock that is wanted
+                           if (former)
+                               former_.emplace(db::localPath(former->path()));
+                       }});
 }
 
 void ArchiveWriter::follow() {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "decoder/Pool.h"
 #include "dicom/DataSetWalk.h"
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveFile.h"
@@ -23,6 +24,12 @@ struct IncomingObject {
     std::string sender;  ///< AE title
 };
 
+/// What decodes objects, and what ends that at once: the object is stored as it came then.
+struct Decoding {
+    decoder::Pool& decoders;
+    std::stop_token stop;
+};
+
 /// Takes one object into the archive. Its data set is walked through once, as it comes, and is written to the
 /// disk once so much of it is there that the folder is known: memory does not grow with the object, whatever
 /// its header is like. Until finish() has returned, the
@@ -30,8 +37,8 @@ struct IncomingObject {
 class ArchiveWriter {
   public:
     /// `buffer` is working space that may be used for the next object again.
-    ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, IncomingObject object,
-                  std::vector<char>& buffer);
+    ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, Decoding decoding,
+                  IncomingObject object, std::vector<char>& buffer);
 
     /// For the data set. Faults while it is written come out of finish().
     [[nodiscard]] DcmOutputStream& stream() noexcept { return stream_; }
@@ -45,7 +52,7 @@ class ArchiveWriter {
     void begin(bool complete);
     void check(const ObjectHeader& header) const;
     void checkEnd() const;
-    void writeMetaHeader();
+    [[nodiscard]] std::vector<char> metaHeader(const std::string& transferSyntaxUid) const;
     void decode();
     void publish();
     void record();
@@ -54,6 +61,7 @@ class ArchiveWriter {
 
     const PortConfiguration& port_;
     ArchiveIndex& index_;
+    Decoding decoding_;
     IncomingObject object_;
     IncomingHeader incoming_;
     dicom::CutOffCheck end_;

@@ -1,33 +1,55 @@
 #include "tessalyd/archive/StoredObject.h"
 
-#include <dcmtk/dcmdata/dcdatset.h>
-#include <dcmtk/dcmdata/dcistrmb.h>
 #include <dcmtk/dcmdata/dcxfer.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <cstring>
+#include <cerrno>
+#include <cstdio>
 #include <stdexcept>
-#include <vector>
+#include <system_error>
 
 #include "dicom/DataSetWalk.h"
-#include "tessalyd/archive/FileWindow.h"
-#include "tessalyd/archive/SinkStream.h"
+#include "dicom/FileWindow.h"
 
 namespace tessaly::tessalyd {
 
 namespace {
 
+/// Bytes on the disk that nobody else can come to, gone with this.
+using UnnamedFile = std::unique_ptr<std::FILE, decltype([](std::FILE* file) { std::fclose(file); })>;
+
+[[noreturn]] void failConverted() {
+    throw std::system_error{errno, std::generic_category(), "the converted object"};
+}
+
 /// In another syntax than the file's.
 class ConvertedObject final : public dicom::OutgoingObject {
   public:
-    ConvertedObject(dicom::ObjectKind kind, std::string sopInstanceUid, std::vector<char> dataSet)
-        : kind_(std::move(kind)), sopInstanceUid_(std::move(sopInstanceUid)), dataSet_(std::move(dataSet)) {}
+    ConvertedObject(dicom::ObjectKind kind, std::string sopInstanceUid, UnnamedFile file)
+        : kind_(std::move(kind)), sopInstanceUid_(std::move(sopInstanceUid)), file_(std::move(file)) {
+        struct stat found {};
+        if (::fstat(::fileno(file_.get()), &found) < 0)
+            failConverted();
+        size_ = static_cast<std::size_t>(found.st_size);
+    }
 
     [[nodiscard]] const dicom::ObjectKind& kind() const noexcept override { return kind_; }
     [[nodiscard]] const std::string& sopInstanceUid() const noexcept override { return sopInstanceUid_; }
-    [[nodiscard]] std::size_t size() const noexcept override { return dataSet_.size(); }
+    [[nodiscard]] std::size_t size() const noexcept override { return size_; }
     void read(std::span<char> target) override {
-        std::memcpy(target.data(), dataSet_.data() + next_, target.size());
-        next_ += target.size();
+        while (!target.empty()) {
+            const ssize_t count =
+                ::pread(::fileno(file_.get()), target.data(), target.size(), static_cast<off_t>(next_));
+            if (count == 0)
+                errno = EIO;
+            if (count == 0 || (count < 0 && errno != EINTR))
+                failConverted();
+            if (count > 0) {
+                target = target.subspan(static_cast<std::size_t>(count));
+                next_ += static_cast<std::size_t>(count);
+            }
+        }
     }
     [[nodiscard]] std::unique_ptr<OutgoingObject> in(const std::string& /*transferSyntax*/) override {
         return nullptr;
@@ -36,7 +58,8 @@ class ConvertedObject final : public dicom::OutgoingObject {
   private:
     dicom::ObjectKind kind_;
     std::string sopInstanceUid_;
-    std::vector<char> dataSet_;
+    UnnamedFile file_;
+    std::size_t size_ = 0;
     std::size_t next_ = 0;
 };
 
@@ -45,42 +68,31 @@ class ConvertedObject final : public dicom::OutgoingObject {
 StoredObject::StoredObject(const StoredInstance& instance) : ObjectFile(instance.file) {
     if (sopInstanceUid() != instance.sopInstanceUid)
         throw std::runtime_error{instance.file + ": the file is another object's"};
-    FileWindow window{size(), [this](std::size_t offset, std::span<char> target) { readAt(offset, target); }};
+    dicom::FileWindow window{size(),
+                             [this](std::size_t offset, std::span<char> target) { readAt(offset, target); }};
     if (dicom::isCutOff([&window](std::size_t index) { return window.at(index); }, size(),
                         DcmXfer{kind().transferSyntax.c_str()}.getXfer()))
         throw std::runtime_error{instance.file + ": the file is cut off"};
 }
 
-std::unique_ptr<dicom::OutgoingObject> StoredObject::in(const std::string& transferSyntax) {
-    const E_TransferSyntax stored = DcmXfer{kind().transferSyntax.c_str()}.getXfer();
-    const E_TransferSyntax target = DcmXfer{transferSyntax.c_str()}.getXfer();
-    if (stored == EXS_Unknown || target == EXS_Unknown)
+std::unique_ptr<dicom::OutgoingObject> StoredObject::convertedTo(const std::string& transferSyntax,
+                                                                 decoder::Pool& decoders,
+                                                                 const decoder::Interest& interest) const {
+    UnnamedFile file{std::tmpfile()};
+    if (!file)
+        failConverted();
+    const decoder::Result result = decoders.convert(
+        {.file = descriptor(),
+         .dataSetAt = dataSetAt(),
+         .size = size(),
+         .syntax = DcmXfer{kind().transferSyntax.c_str()}.getXfer()},
+        {.file = ::fileno(file.get()), .syntax = DcmXfer{transferSyntax.c_str()}.getXfer()}, interest);
+    if (result.outcome == decoder::Outcome::Stopped)
         return nullptr;
-    std::vector<char> bytes(size());
-    readAt(0, bytes);
-    if (dicom::nestsTooDeep(bytes, stored))
-        return nullptr;
-    DcmDataset dataset;
-    DcmInputBufferStream in;
-    in.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));
-    in.setEos();
-    dataset.transferInit();
-    const OFCondition parsed = dataset.read(in, stored);
-    dataset.transferEnd();
-    if (parsed.bad() || dataset.chooseRepresentation(target, nullptr).bad() || !dataset.canWriteXfer(target))
-        return nullptr;
-    dataset.removeAllButCurrentRepresentations();
-    bytes.clear();
-    SinkStream out{
-        [&bytes](std::span<const char> block) { bytes.insert(bytes.end(), block.begin(), block.end()); }};
-    dataset.transferInit();
-    const OFCondition written = dataset.write(out, target, EET_ExplicitLength, nullptr);
-    dataset.transferEnd();
-    out.rethrow();
-    if (written.bad())
-        return nullptr;
+    if (result.outcome == decoder::Outcome::NotConvertible)
+        throw std::runtime_error{"it cannot be decoded: " + result.reason};
     return std::make_unique<ConvertedObject>(dicom::ObjectKind{kind().sopClass, transferSyntax},
-                                             sopInstanceUid(), std::move(bytes));
+                                             sopInstanceUid(), std::move(file));
 }
 
 }  // namespace tessaly::tessalyd

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "decoder/Pool.h"
 #include "dicom/ObjectFile.h"
 #include "tessalyd/archive/InstanceList.h"
 
@@ -13,8 +14,12 @@ class StoredObject final : public dicom::ObjectFile {
     /// Throws std::runtime_error when the file is missing, cut off, another object's, or cannot be read.
     explicit StoredObject(const StoredInstance& instance);
 
-    /// Decoded if need be, with its UIDs unchanged. All of it is in memory then, twice for a moment.
-    [[nodiscard]] std::unique_ptr<dicom::OutgoingObject> in(const std::string& transferSyntax) override;
+    /// The same object in another syntax, decoded if need be, with its UIDs unchanged; it lies in a file
+    /// without a name. Blocks until a decoder has made it; nullptr once the interest has ended. Throws
+    /// std::runtime_error, which says why, if it cannot be made, and what `interest` throws.
+    [[nodiscard]] std::unique_ptr<dicom::OutgoingObject> convertedTo(const std::string& transferSyntax,
+                                                                     decoder::Pool& decoders,
+                                                                     const decoder::Interest& interest) const;
 };
 
 }  // namespace tessaly::tessalyd

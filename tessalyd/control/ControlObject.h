@@ -10,6 +10,7 @@
 #include <optional>
 #include <stop_token>
 
+#include "decoder/Pool.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/Server.h"
 #include "tessalyd/control/CommandThread.h"
@@ -26,6 +27,7 @@ struct Options {
     std::chrono::seconds grace{0};            ///< for associations that are open when the server is stopped
     std::vector<std::string> addresses = {};  ///< that are listened on, numeric; none: all
     std::chrono::seconds retryInterval{5};    ///< between attempts to listen
+    decoder::Pool::Options decoding = {};
 };
 
 /// The server on the session bus. Its methods are answered soon even when what they start takes long:

@@ -8,14 +8,14 @@
 
 namespace tessaly::tessalyd {
 
-ServiceFactory allServices(ArchiveIndex& index, QueryAccess& queries) {
-    return [&index, &queries] {
+ServiceFactory allServices(ArchiveIndex& index, QueryAccess& queries, decoder::Pool& decoders) {
+    return [&index, &queries, &decoders] {
         Services services;
         services.push_back(std::make_unique<EchoService>());
-        services.push_back(std::make_unique<StoreService>(index));
+        services.push_back(std::make_unique<StoreService>(index, decoders));
         services.push_back(std::make_unique<FindService>(queries.rules(), queries.sessions()));
-        services.push_back(std::make_unique<GetService>(queries));
-        services.push_back(std::make_unique<MoveService>(queries));
+        services.push_back(std::make_unique<GetService>(queries, decoders));
+        services.push_back(std::make_unique<MoveService>(queries, decoders));
         return services;
     };
 }

@@ -100,27 +100,27 @@ class GetService::Sending {
 
     /// Empty when it was sent and counted, or cancelled before; else why not.
     std::string trySend(const StoredInstance& instance) {
-        const auto stored = std::make_shared<StoredObject>(instance);
-        const E_TransferSyntax syntax = DcmXfer{stored->kind().transferSyntax.c_str()}.getXfer();
+        StoredObject stored{instance};
+        const E_TransferSyntax syntax = DcmXfer{stored.kind().transferSyntax.c_str()}.getXfer();
         const AcceptedContext* const context =
-            contextFor(requester_.contexts(), stored->kind().sopClass, syntax);
+            contextFor(requester_.contexts(), stored.kind().sopClass, syntax);
         if (context == nullptr)
             return "the requester has no presentation context in which it would receive it";
         std::unique_ptr<dicom::OutgoingObject> converted;
         if (context->syntax != syntax) {
-            bool cancelled = false;
-            converted = service_.retrieval_.conversions().convert(
-                stored, DcmXfer{context->syntax}.getXferID(), [this, &cancelled] {
-                    tellProgress();
-                    cancelled = Retrieval::isCancelled(requester_);
-                    return cancelled;
-                });
-            if (cancelled)
+            const auto isGivenUp = [this] {
+                tellProgress();
+                return Retrieval::isCancelled(requester_);
+            };
+            converted =
+                stored.convertedTo(DcmXfer{context->syntax}.getXferID(), service_.retrieval_.decoders(),
+                                   {.stop = requester_.stop(), .isGivenUp = isGivenUp});
+            if (!converted && Retrieval::isCancelled(requester_))
                 return {};
             if (!converted)
-                return "it cannot be decoded";
+                return "its conversion was stopped";
         }
-        const dicom::SendResult result = sendOver(*context, converted ? *converted : *stored);
+        const dicom::SendResult result = sendOver(*context, converted ? *converted : stored);
         switch (result.outcome) {
             case dicom::SendResult::Outcome::Success:
                 operations_.complete();

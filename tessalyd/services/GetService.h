@@ -10,8 +10,8 @@ namespace tessaly::tessalyd {
 /// C-GET: objects go back over the association that asks for them.
 class GetService final : public Service {
   public:
-    /// The access outlives it.
-    explicit GetService(QueryAccess& access) : retrieval_(access) {}
+    /// Both outlive it.
+    GetService(QueryAccess& access, decoder::Pool& decoders) : retrieval_(access, decoders) {}
 
     [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_GET_RQ; }
     [[nodiscard]] std::span<const Offer> offers() const noexcept override;

@@ -44,32 +44,28 @@ dicom::ObjectSender::Trace dumps() {
     return trace;
 }
 
-/// A stored object whose conversion a stop does not wait for.
+/// A stored object whose conversion a stop ends.
 class StoppableObject final : public dicom::OutgoingObject {
   public:
-    StoppableObject(const StoredInstance& instance, Conversions& conversions, std::stop_token stop)
-        : object_(std::make_shared<StoredObject>(instance)),
-          conversions_(conversions),
-          stop_(std::move(stop)) {}
+    StoppableObject(const StoredInstance& instance, decoder::Pool& decoders, std::stop_token stop)
+        : object_(instance), decoders_(decoders), stop_(std::move(stop)) {}
 
-    [[nodiscard]] const dicom::ObjectKind& kind() const noexcept override { return object_->kind(); }
+    [[nodiscard]] const dicom::ObjectKind& kind() const noexcept override { return object_.kind(); }
     [[nodiscard]] const std::string& sopInstanceUid() const noexcept override {
-        return object_->sopInstanceUid();
+        return object_.sopInstanceUid();
     }
-    [[nodiscard]] std::size_t size() const noexcept override { return object_->size(); }
-    void read(std::span<char> target) override { object_->read(target); }
+    [[nodiscard]] std::size_t size() const noexcept override { return object_.size(); }
+    void read(std::span<char> target) override { object_.read(target); }
     [[nodiscard]] std::unique_ptr<OutgoingObject> in(const std::string& transferSyntax) override {
-        auto converted =
-            conversions_.convert(object_, transferSyntax, [this] { return stop_.stop_requested(); });
-        // The decoder may still be at it: nobody else is to use the object any more.
-        if (!converted && stop_.stop_requested())
+        auto converted = object_.convertedTo(transferSyntax, decoders_, {.stop = stop_});
+        if (!converted)
             throw std::runtime_error{"stopped"};
         return converted;
     }
 
   private:
-    std::shared_ptr<StoredObject> object_;
-    Conversions& conversions_;
+    StoredObject object_;
+    decoder::Pool& decoders_;
     std::stop_token stop_;
 };
 
@@ -82,12 +78,12 @@ std::vector<dicom::ObjectKind> kindsOf(const InstanceList& instances) {
 
 }  // namespace
 
-MoveJob::MoveJob(Order order, InstanceList instances, OutboundTurns& turns, Conversions& conversions,
+MoveJob::MoveJob(Order order, InstanceList instances, OutboundTurns& turns, decoder::Pool& decoders,
                  PeerLog& log)
     : order_(std::move(order)),
       instances_(std::move(instances)),
       turns_(turns),
-      conversions_(conversions),
+      decoders_(decoders),
       log_(log),
       operations_(instances_.size()),
       thread_([this](const std::stop_token& stop) { run(stop); }) {}
@@ -182,7 +178,7 @@ void MoveJob::send(dicom::ObjectSender& sender, const StoredInstance& instance, 
 dicom::SendResult MoveJob::trySend(dicom::ObjectSender& sender, const StoredInstance& instance,
                                    const std::stop_token& stop) {
     try {
-        StoppableObject object{instance, conversions_, stop};
+        StoppableObject object{instance, decoders_, stop};
         return sender.send(object, &order_.originator);
     } catch (const std::exception& fault) {  // the file; the sender has other ways to say what failed
         return {.outcome = Outcome::Failed, .detail = fault.what()};

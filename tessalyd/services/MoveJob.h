@@ -7,10 +7,10 @@
 #include <string>
 #include <thread>
 
+#include "decoder/Pool.h"
 #include "dicom/ObjectSender.h"
 #include "tessalyd/archive/InstanceList.h"
 #include "tessalyd/association/PeerLog.h"
-#include "tessalyd/services/Conversions.h"
 #include "tessalyd/services/OutboundTurns.h"
 #include "tessalyd/services/SubOperations.h"
 
@@ -28,8 +28,8 @@ class MoveJob {
         dicom::ObjectSender::Limits limits = {};
     };
 
-    /// Turns, conversions and log outlive it.
-    MoveJob(Order order, InstanceList instances, OutboundTurns& turns, Conversions& conversions,
+    /// Turns, decoders and log outlive it.
+    MoveJob(Order order, InstanceList instances, OutboundTurns& turns, decoder::Pool& decoders,
             PeerLog& log);
     ~MoveJob();
     MoveJob(const MoveJob&) = delete;
@@ -56,7 +56,7 @@ class MoveJob {
     const Order order_;
     InstanceList instances_;
     OutboundTurns& turns_;
-    Conversions& conversions_;
+    decoder::Pool& decoders_;
     PeerLog& log_;
     std::size_t unlogged_ = 0;  // failures that one line stands for
 

@@ -72,7 +72,7 @@ void MoveService::move(const Request& request, Requester& requester,
                                        .originator = {.aeTitle = requester.names().callingAETitle,
                                                       .messageId = request.message.msg.CMoveRQ.MessageID},
                                        .name = requester.names().text() + ", to " + destination.node},
-                        std::move(instances), turns_, retrieval_.conversions(), requester.log());
+                        std::move(instances), turns_, retrieval_.decoders(), requester.log());
     } catch (const std::system_error& error) {
         requester.log(PeerLog::Event::Failure, std::string{"move not begun: "} + error.what());
         throw RequestFailure{STATUS_MOVE_Refused_OutOfResourcesSubOperations, "No thread is to be had"};

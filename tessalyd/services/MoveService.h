@@ -8,8 +8,9 @@ namespace tessaly::tessalyd {
 /// C-MOVE: objects go to another node, over an association of their own.
 class MoveService final : public Service {
   public:
-    /// The access outlives it.
-    explicit MoveService(QueryAccess& access) : retrieval_(access), turns_(access.turns()) {}
+    /// Both outlive it.
+    MoveService(QueryAccess& access, decoder::Pool& decoders)
+        : retrieval_(access, decoders), turns_(access.turns()) {}
 
     [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_MOVE_RQ; }
     [[nodiscard]] std::span<const Offer> offers() const noexcept override;

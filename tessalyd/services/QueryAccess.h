@@ -3,7 +3,6 @@
 #include <memory>
 #include <mutex>
 
-#include "tessalyd/services/Conversions.h"
 #include "tessalyd/services/OutboundTurns.h"
 #include "tessalyd/services/QueryRules.h"
 #include "tessalyd/services/QuerySessions.h"
@@ -33,14 +32,12 @@ class QueryAccess {
     [[nodiscard]] QuerySessions& sessions() noexcept { return sessions_; }
     /// Of the associations that moves open.
     [[nodiscard]] OutboundTurns& turns() noexcept { return turns_; }
-    [[nodiscard]] Conversions& conversions() noexcept { return conversions_; }
 
   private:
     mutable std::mutex mutex_;
     std::shared_ptr<const QueryRules> rules_;
     QuerySessions sessions_;
     OutboundTurns turns_;
-    Conversions conversions_;
 };
 
 }  // namespace tessaly::tessalyd

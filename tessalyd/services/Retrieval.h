@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "decoder/Pool.h"
 #include "tessalyd/archive/InstanceList.h"
 #include "tessalyd/association/Requester.h"
 #include "tessalyd/services/QueryAccess.h"
@@ -15,12 +16,13 @@ namespace tessaly::tessalyd {
 /// answered, what is counted.
 class Retrieval {
   public:
-    /// The access outlives it.
-    explicit Retrieval(QueryAccess& access) : access_(access), rules_(access.rules()) {}
+    /// Both outlive it.
+    Retrieval(QueryAccess& access, decoder::Pool& decoders)
+        : access_(access), decoders_(decoders), rules_(access.rules()) {}
 
     [[nodiscard]] const QueryRules& rules() const noexcept { return *rules_; }
 
-    [[nodiscard]] Conversions& conversions() const noexcept { return access_.conversions(); }
+    [[nodiscard]] decoder::Pool& decoders() const noexcept { return decoders_; }
 
     /// The SOP classes of both information models, for the offers.
     [[nodiscard]] static bool isGet(const char* sopClass);
@@ -46,6 +48,7 @@ class Retrieval {
 
   private:
     QueryAccess& access_;
+    decoder::Pool& decoders_;
     std::shared_ptr<const QueryRules> rules_;
     bool wasAsked_ = false;
     std::size_t found_ = 0;

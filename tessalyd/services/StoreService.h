@@ -1,5 +1,6 @@
 #pragma once
 
+#include "decoder/Pool.h"
 #include "tessalyd/archive/ArchiveIndex.h"
 #include "tessalyd/association/Service.h"
 
@@ -8,8 +9,8 @@ namespace tessaly::tessalyd {
 /// C-STORE: an object goes into the archive.
 class StoreService final : public Service {
   public:
-    /// The index outlives it.
-    explicit StoreService(ArchiveIndex& index) : index_(index) {}
+    /// Both outlive it.
+    StoreService(ArchiveIndex& index, decoder::Pool& decoders) : index_(index), decoders_(decoders) {}
 
     [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_STORE_RQ; }
     [[nodiscard]] std::span<const Offer> offers() const noexcept override;
@@ -20,6 +21,7 @@ class StoreService final : public Service {
     void store(const Request& request, Requester& requester);
 
     ArchiveIndex& index_;
+    decoder::Pool& decoders_;
     std::vector<char> buffer_;  // for one object after the other
     int stored_ = 0;
     int notStored_ = 0;

@@ -83,6 +83,7 @@ run dpkg_there --install "$scratch"/packages/*.deb
 [[ $status == 0 ]] || fail "dpkg --install"
 mapfile -t installed < <(dpkg_there --listfiles tessaly-console tessaly-server | sort -u)
 grep -qx /usr/bin/tessalyd <<<"$(printf '%s\n' "${installed[@]}")" || fail "the server is not among the files"
+grep -qx /usr/libexec/tessaly/tessaly-decoder <<<"$(printf '%s\n' "${installed[@]}")" || fail "the decoder is not among the files"
 turn_paths
 
 # --- Set up, twice: the second time there is nothing to do.

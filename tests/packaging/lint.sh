@@ -40,3 +40,6 @@ grep -qx 'Exec=/usr/bin/tessalyd' "$root/usr/share/dbus-1/services/org.tessaly.S
 grep -qx 'ExecStart=/usr/bin/tessalyd' "$root/usr/lib/systemd/user/tessalyd.service"
 # What its file gives it, to listen on port 104, the unit does not take away.
 ! grep -q '^NoNewPrivileges=' "$root/usr/lib/systemd/user/tessalyd.service" || fail "no ports below 1024"
+# It decodes by a program of its own, and leaves no core.
+[[ -x $root/usr/bin/../libexec/tessaly/tessaly-decoder ]] || fail "no decoder"
+grep -qx 'LimitCORE=0' "$root/usr/lib/systemd/user/tessalyd.service"

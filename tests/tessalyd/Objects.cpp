@@ -2,16 +2,17 @@
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcmetinf.h>
+#include <dcmtk/dcmdata/dcrledrg.h>
 #include <dcmtk/dcmdata/dcrleerg.h>
 #include <dcmtk/dcmdata/dcuid.h>
+#include <dcmtk/dcmjpeg/djdecode.h>
 #include <dcmtk/dcmjpeg/djencode.h>
+#include <dcmtk/dcmjpls/djdecode.h>
 #include <dcmtk/dcmjpls/djencode.h>
 
 #include <QFile>
 #include <stdexcept>
 #include <vector>
-
-#include "tessalyd/archive/Decoder.h"
 
 namespace tessaly::test {
 
@@ -24,21 +25,22 @@ void check(const OFCondition& condition) {
 
 struct Codecs {
     Codecs() {
+        DJDecoderRegistration::registerCodecs(EDC_photometricInterpretation, EUC_never);
+        DJLSDecoderRegistration::registerCodecs(EJLSUC_never);
+        DcmRLEDecoderRegistration::registerCodecs(OFFalse);
         DJEncoderRegistration::registerCodecs(ECC_lossyYCbCr, EUC_never);
         DJLSEncoderRegistration::registerCodecs();
         DcmRLEEncoderRegistration::registerCodecs();
     }
     ~Codecs() {
+        DJDecoderRegistration::cleanup();
+        DJLSDecoderRegistration::cleanup();
+        DcmRLEDecoderRegistration::cleanup();
         DJEncoderRegistration::cleanup();
         DJLSEncoderRegistration::cleanup();
         DcmRLEEncoderRegistration::cleanup();
     }
-    tessalyd::Decoders decoders;
 };
-
-void needCodecs() {
-    static const Codecs codecs;
-}
 
 void loadFile(DcmFileFormat& object, const QString& file) {
     check(object.loadFile(qPrintable(file)));
@@ -46,6 +48,10 @@ void loadFile(DcmFileFormat& object, const QString& file) {
 }
 
 }  // namespace
+
+void needCodecs() {
+    static const Codecs codecs;
+}
 
 std::unique_ptr<DcmFileFormat> makeObject(const ObjectSpec& spec) {
     auto object = std::make_unique<DcmFileFormat>();

@@ -22,6 +22,9 @@ struct ObjectSpec {
 
 [[nodiscard]] std::unique_ptr<DcmFileFormat> makeObject(const ObjectSpec& spec);
 
+/// Registers the toolkit's encoders and decoders, once.
+void needCodecs();
+
 /// Writes the object in the syntax given, encoding its pixels where the syntax is a compressed one.
 /// Returns the file's path.
 QString writeObject(const ObjectSpec& spec, const QString& file,

@@ -182,9 +182,11 @@ void SharedTablesTest::aStudyThatMovesWhileAnObjectComesIsFollowed() {
     PortConfiguration port;
     port.root = database_->imageRoot().toStdString();
     std::vector<char> buffer;
+    decoder::Pool decoders{{}};
     {
         ArchiveWriter writer{port,
                              index,
+                             {.decoders = decoders, .stop = {}},
                              {.sopClassUid = UID_CTImageStorage,
                               .sopInstanceUid = spec.instance,
                               .syntax = EXS_LittleEndianExplicit,

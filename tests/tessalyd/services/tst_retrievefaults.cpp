@@ -158,7 +158,7 @@ void RetrieveFaultsTest::aDestinationThatSaysNothingHasFailed() {
     InstanceList instances{lease->statements(), readRetrieval(question, InformationModel::StudyRoot)};
     QCOMPARE(instances.size(), std::size_t{4});
     OutboundTurns turns;
-    Conversions conversions;
+    tessaly::decoder::Pool decoders{{}};
     PeerLog log;
     MoveJob job{{.destination = {.host = "127.0.0.1",
                                  .port = peer.port(),
@@ -169,7 +169,7 @@ void RetrieveFaultsTest::aDestinationThatSaysNothingHasFailed() {
                  .limits = {.connect = std::chrono::seconds{10}, .silence = std::chrono::milliseconds{500}}},
                 std::move(instances),
                 turns,
-                conversions,
+                decoders,
                 log};
     EVENTUALLY(job.waitForEnd(std::chrono::milliseconds{100}));
     const SubOperations done = job.progress();

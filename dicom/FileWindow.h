@@ -7,7 +7,7 @@
 #include <span>
 #include <utility>
 
-namespace tessaly::tessalyd {
+namespace tessaly::dicom {
 
 /// A file's bytes for whoever steps through them: a window that follows. The file is read and not mapped: a
 /// disk that fails is a fault to be thrown then, and no signal that ends the server.
@@ -37,4 +37,4 @@ class FileWindow {
     std::size_t filled_ = 0;
 };
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::dicom

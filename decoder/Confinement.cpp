@@ -1,0 +1,124 @@
+#include "decoder/Confinement.h"
+
+#include <seccomp.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
+#include <initializer_list>
+#include <stdexcept>
+
+namespace tessaly::decoder {
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool IsSanitized = true;
+#elif defined(__has_feature)
+constexpr bool IsSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+constexpr bool IsSanitized = false;
+#endif
+
+constexpr std::initializer_list<int> ForAll{SCMP_SYS(read),
+                                            SCMP_SYS(write),
+                                            SCMP_SYS(pread64),
+                                            SCMP_SYS(pwrite64),
+                                            SCMP_SYS(lseek),
+                                            SCMP_SYS(munmap),
+                                            SCMP_SYS(mremap),
+                                            SCMP_SYS(brk),
+                                            SCMP_SYS(madvise),
+                                            SCMP_SYS(futex),
+                                            SCMP_SYS(exit),
+                                            SCMP_SYS(exit_group),
+                                            SCMP_SYS(rt_sigreturn),
+                                            SCMP_SYS(rt_sigprocmask),
+                                            SCMP_SYS(restart_syscall),
+                                            SCMP_SYS(clock_gettime),
+                                            SCMP_SYS(getpid),
+                                            SCMP_SYS(gettid),
+                                            SCMP_SYS(sysinfo),
+                                            SCMP_SYS(getrandom)};
+
+/// The first process makes others; these take their limits before they lose the right to.
+constexpr std::initializer_list<int> ForServing{
+    SCMP_SYS(poll),      SCMP_SYS(ppoll),     SCMP_SYS(recvmsg),    SCMP_SYS(sendmsg),
+    SCMP_SYS(clone),     SCMP_SYS(clone3),    SCMP_SYS(fork),       SCMP_SYS(vfork),
+    SCMP_SYS(wait4),     SCMP_SYS(waitid),    SCMP_SYS(pidfd_open), SCMP_SYS(kill),
+    SCMP_SYS(close),     SCMP_SYS(prctl),     SCMP_SYS(seccomp),    SCMP_SYS(prlimit64),
+    SCMP_SYS(setrlimit), SCMP_SYS(getrlimit), SCMP_SYS(getppid),    SCMP_SYS(set_robust_list),
+    SCMP_SYS(rseq)};
+
+/// What the sanitizers' run time needs: it tries whether memory is there by a pipe.
+constexpr std::initializer_list<int> ForSanitizers{
+    SCMP_SYS(sigaltstack),     SCMP_SYS(rt_sigaction), SCMP_SYS(sched_yield), SCMP_SYS(nanosleep),
+    SCMP_SYS(clock_nanosleep), SCMP_SYS(tgkill),       SCMP_SYS(getrusage),   SCMP_SYS(set_robust_list),
+    SCMP_SYS(pipe2),           SCMP_SYS(close)};
+
+bool setLimit(__rlimit_resource resource, std::uint64_t value) {
+    const rlimit limit{.rlim_cur = value, .rlim_max = value};
+    return ::setrlimit(resource, &limit) == 0;
+}
+
+}  // namespace
+
+CallFilter::CallFilter(Purpose purpose) : context_(seccomp_init(SCMP_ACT_KILL_PROCESS)) {
+    if (context_ == nullptr)
+        throw std::runtime_error{"no filter of system calls can be made"};
+    bool good = seccomp_attr_set(context_, SCMP_FLTATR_CTL_NNP, 0) == 0;  // harden() has seen to it
+    const auto allow = [this, &good](std::initializer_list<int> calls) {
+        for (const int call : calls) {
+            if (call >= 0)  // or this architecture has another one
+                good = good && seccomp_rule_add(context_, SCMP_ACT_ALLOW, call, 0) == 0;
+        }
+    };
+    allow(ForAll);
+    if (purpose == Purpose::Serve)
+        allow(ForServing);
+    if (IsSanitized)
+        allow(ForSanitizers);
+    // Memory is for data alone.
+    for (const int call : {SCMP_SYS(mmap), SCMP_SYS(mprotect)})
+        good = good && seccomp_rule_add(context_, SCMP_ACT_ALLOW, call, 1,
+                                        SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0)) == 0;
+    if (!good) {
+        seccomp_release(context_);
+        throw std::runtime_error{"no filter of system calls can be made"};
+    }
+}
+
+CallFilter::~CallFilter() {
+    seccomp_release(context_);
+}
+
+bool CallFilter::apply() const {
+    return seccomp_load(context_) == 0;
+}
+
+std::uint64_t addressSpace() {
+    std::uint64_t pages = 0;
+    std::ifstream{"/proc/self/statm"} >> pages;
+    return pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+}
+
+bool harden() {
+    return ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0 && ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           setLimit(RLIMIT_CORE, 0);
+}
+
+bool confine(const Job& job, const Parent& parent, const CallFilter& filter) {
+    constexpr std::uint64_t Stack = std::uint64_t{8} << 20U;
+    // Sanitizers reserve terabytes of address space for their shadow, which no limit could tell from use.
+    const bool limited =
+        IsSanitized || setLimit(RLIMIT_AS, parent.addressSpace + job.sourceSize + job.memory + Stack);
+    const std::uint64_t files = IsSanitized ? 16 : 0;
+    return ::prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) == 0 && ::getppid() == parent.process && limited &&
+           setLimit(RLIMIT_CPU, job.seconds) && setLimit(RLIMIT_FSIZE, job.fileSize) &&
+           setLimit(RLIMIT_STACK, Stack) && setLimit(RLIMIT_NOFILE, files) && filter.apply();
+}
+
+}  // namespace tessaly::decoder

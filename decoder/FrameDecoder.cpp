@@ -1,0 +1,135 @@
+#include "decoder/FrameDecoder.h"
+
+#include <dcmtk/dcmdata/dcdatset.h>
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcpixel.h>
+#include <dcmtk/dcmdata/dcpixseq.h>
+#include <dcmtk/dcmdata/dcpxitem.h>
+#include <dcmtk/dcmjpeg/djdecode.h>
+#include <dcmtk/dcmjpls/djdecode.h>
+
+#include <bit>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "decoder/RunLength.h"
+
+namespace tessaly::decoder {
+
+namespace {
+
+/// A data set of one frame, for the toolkit's codecs. False if there is no memory for it.
+bool describe(DcmDataset& set, const ImageDescription& image, const std::string& sopClassUid) {
+    bool good = set.putAndInsertString(DCM_SOPClassUID, sopClassUid.c_str()).good() &&
+                set.putAndInsertString(DCM_PhotometricInterpretation, image.photometric.c_str()).good();
+    for (const auto& [tag, value] : {std::pair{DCM_SamplesPerPixel, image.samplesPerPixel},
+                                     {DCM_PlanarConfiguration, image.planarConfiguration},
+                                     {DCM_Rows, image.rows},
+                                     {DCM_Columns, image.columns},
+                                     {DCM_BitsAllocated, image.bitsAllocated},
+                                     {DCM_BitsStored, image.bitsStored},
+                                     {DCM_HighBit, image.highBit},
+                                     {DCM_PixelRepresentation, image.pixelRepresentation}})
+        good = good && set.putAndInsertUint16(tag, value).good();
+    return good;
+}
+
+bool append(DcmPixelSequence& sequence, Bytes content) {
+    auto item = std::make_unique<DcmPixelItem>(DcmTag{DCM_Item, EVR_OB});
+    if (!content.empty() &&
+        item->putUint8Array(content.data(), static_cast<unsigned long>(content.size())).bad())
+        return false;
+    return sequence.insert(item.release()).good();
+}
+
+}  // namespace
+
+void registerCodecs() {
+    DJDecoderRegistration::registerCodecs(EDC_photometricInterpretation, EUC_never);
+    DJLSDecoderRegistration::registerCodecs(EJLSUC_never);
+}
+
+FrameDecoder::FrameDecoder(ImageDescription image, E_TransferSyntax syntax, std::string sopClassUid)
+    : described_(image),
+      image_(std::move(image)),
+      syntax_(syntax),
+      sopClassUid_(std::move(sopClassUid)),
+      size_(described_.frameSize().value_or(0)) {}
+
+bool FrameDecoder::decode(Frame frame, std::vector<unsigned char>& target) {
+    if (size_ == 0 || frame.empty())
+        return false;
+    Bytes stream = frame.front();
+    if (frame.size() > 1) {
+        joined_.clear();
+        for (const Bytes part : frame)
+            joined_.insert(joined_.end(), part.begin(), part.end());
+        stream = joined_;
+    }
+    // Nothing is taken for a frame before its stream says that it is one.
+    if (syntax_ == EXS_RLELossless) {
+        constexpr std::size_t MostFromOne = 64;  // two bytes of code come to 128 at most
+        if (size_ / MostFromOne > stream.size())
+            return false;
+        target.resize(size_);
+        return decodeRunLength(stream, described_, target);
+    }
+    const bool isLs = syntax_ == EXS_JPEGLSLossless || syntax_ == EXS_JPEGLSLossy;
+    const auto described = readJpegStream(stream, isLs ? Coding::JpegLs : Coding::Jpeg);
+    if (!described || !matches(*described))
+        return false;
+    target.resize(size_);
+    return decodeStream(stream.first(described->size), *described, target);
+}
+
+bool FrameDecoder::matches(const JpegStream& stream) const {
+    constexpr unsigned FewestBits = 2;
+    return stream.rows == described_.rows && stream.columns == described_.columns &&
+           stream.components == described_.samplesPerPixel &&
+           (stream.components == 1 || stream.components == 3) && stream.precision >= FewestBits &&
+           stream.precision <= described_.bitsAllocated &&
+           described_.bitsStored <= described_.bitsAllocated &&
+           (described_.bitsAllocated == 8 || described_.bitsAllocated == 16);
+}
+
+bool FrameDecoder::decodeStream(Bytes stream, const JpegStream& described,
+                                std::vector<unsigned char>& target) {
+    DcmDataset set;
+    auto sequence = std::make_unique<DcmPixelSequence>(DcmTag{DCM_PixelData, EVR_OB});
+    auto pixels = std::make_unique<DcmPixelData>(DcmTag{DCM_PixelData, EVR_OB});
+    if (!describe(set, described_, sopClassUid_) || !append(*sequence, {}) || !append(*sequence, stream))
+        return false;
+    pixels->putOriginalRepresentation(syntax_, nullptr, sequence.release());
+    if (set.insert(pixels.release()).bad() ||
+        set.chooseRepresentation(EXS_LittleEndianExplicit, nullptr).bad())
+        return false;
+    const Uint16* words = nullptr;
+    unsigned long count = 0;
+    if (set.findAndGetUint16Array(DCM_PixelData, words, &count).bad() || words == nullptr)
+        return false;
+    constexpr unsigned Byte = 8;
+    const bool widened = described_.bitsAllocated > Byte && described.precision <= Byte;
+    const std::size_t decoded = widened ? size_ / 2 : size_;
+    if (std::size_t{count} != (decoded + 1) / 2)
+        return false;
+    static_assert(std::endian::native == std::endian::little);  // the toolkit has words in the host's order
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(words);
+    if (widened) {  // 8 bits came for 16
+        for (std::size_t i = 0; i < decoded; ++i) {
+            target[2 * i] = bytes[i];
+            target[2 * i + 1] = 0;
+        }
+    } else {
+        std::memcpy(target.data(), bytes, decoded);
+    }
+    OFString photometric;
+    if (set.findAndGetOFString(DCM_PhotometricInterpretation, photometric).good())
+        image_.photometric = photometric.c_str();
+    Uint16 planar = image_.planarConfiguration;
+    if (set.findAndGetUint16(DCM_PlanarConfiguration, planar).good())
+        image_.planarConfiguration = planar;
+    return true;
+}
+
+}  // namespace tessaly::decoder

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcxfer.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <variant>
+
+#include "decoder/Job.h"
+#include "decoder/ObjectLayout.h"
+
+namespace tessaly::decoder {
+
+/// A data set in an open file; the file outlives it.
+struct DataSetFile {
+    int file = -1;
+    std::size_t dataSetAt = 0;
+    std::size_t size = 0;  ///< of the data set; of a target it is not known before
+    E_TransferSyntax syntax = EXS_Unknown;
+};
+
+/// What an object's header promises, and what its decoder may take therefore.
+struct JobPlan {
+    Job job;
+    Identity identity;
+    std::uint64_t pixelBytes = 0;  ///< of the native pixel data that is to come out, padding included
+    bool hasPixels = false;
+};
+
+/// Asked while a file is read; what it throws comes through.
+using Heartbeat = std::function<void()>;
+
+/// Reads the source's header, by no tree of a toolkit. Returns why it cannot be converted if it cannot:
+/// `decodeLimit` is what decoded pixel data may come to. Throws std::system_error if the file cannot be read.
+[[nodiscard]] std::variant<JobPlan, const char*> planJob(const DataSetFile& source, const DataSetFile& target,
+                                                         std::uint64_t decodeLimit,
+                                                         const Heartbeat& heartbeat);
+
+/// True if the file has exactly what the plan promises: one data set that is whole and ends with the file, of
+/// the same object, its pixel data native and of the promised size. Throws std::system_error if it cannot be
+/// read.
+[[nodiscard]] bool isAsPromised(const DataSetFile& target, const JobPlan& plan, const Heartbeat& heartbeat);
+
+}  // namespace tessaly::decoder

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+
+namespace tessaly::test {
+
+/// The processes that a process has made and not buried.
+[[nodiscard]] QList<int> childrenOf(qint64 process);
+
+/// A field of /proc/PID/status; empty where there is no such process.
+[[nodiscard]] QString statusOf(qint64 process, const char* field);
+
+/// The hard limit of that name, as /proc/PID/limits has it.
+[[nodiscard]] QString limitOf(qint64 process, const char* name);
+
+/// True when it is gone, or has only to be buried.
+[[nodiscard]] bool hasEnded(qint64 process);
+
+}  // namespace tessaly::test
