@@ -12,6 +12,8 @@
 
 namespace tessaly::ui {
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 constexpr double PixelsPerInch = 96;
@@ -52,7 +54,9 @@ class Row : public QTreeWidgetItem {
 /// A text as a tool tip that shows it as it stands: what the toolkit would take for markup is given as markup
 /// of that text.
 QString toolTipOf(const QString& text) {
-    return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text;
+    if (!Qt::mightBeRichText(text))
+        return text;
+    return u"<p style='white-space:pre'>"_s + text.toHtmlEscaped() + u"</p>"_s;
 }
 
 }  // namespace

@@ -299,7 +299,9 @@ void PrinterDialogTest::aNumberIsSavedAsItIsChecked() {
         const QString value = stored(u"Alpha"_s, column);
         QCOMPARE(value.isNull(), !number);
         QCOMPARE(value.toDouble(), number.value_or(0));
-        QVERIFY(stored(u"Alpha"_s, database().typeOf(column)) != u"text"_s);
+        // SQLite keeps in a column of numbers what it cannot take for one.
+        if (!ScratchDatabase::isPostgresql())
+            QVERIFY(stored(u"Alpha"_s, database().typeOf(column)) != u"text"_s);
     }
 }
 
