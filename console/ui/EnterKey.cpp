@@ -8,27 +8,43 @@ namespace tessaly::ui {
 
 namespace {
 
-/// A key that a button does not take goes on to its parents, up to the window.
 class EnterKey : public QObject {
   public:
-    explicit EnterKey(QWidget* window) : QObject(window), window_(window) {
-        window->installEventFilter(this);
-    }
+    explicit EnterKey(QWidget* window) : QObject(window), window_(window) { qApp->installEventFilter(this); }
 
     bool eventFilter(QObject* watched, QEvent* event) override {
         if (event->type() != QEvent::KeyPress && event->type() != QEvent::KeyRelease)
-            return QObject::eventFilter(watched, event);
+            return false;
         const auto& key = static_cast<const QKeyEvent&>(*event);
-        auto* button = qobject_cast<QPushButton*>(window_->focusWidget());
-        if (button == nullptr || (key.key() != Qt::Key_Return && key.key() != Qt::Key_Enter))
-            return QObject::eventFilter(watched, event);
-        QKeyEvent space{key.type(), Qt::Key_Space, key.modifiers(), {}, key.isAutoRepeat()};
-        QApplication::sendEvent(button, &space);
-        return true;
+        if (key.key() != Qt::Key_Return && key.key() != Qt::Key_Enter)
+            return false;
+        if (event->type() == QEvent::KeyRelease) {
+            releasedAt_ = key.timestamp();
+            return false;
+        }
+        return isRepeat(key) || (watched == window_ && pressButton());
     }
 
   private:
+    /// X11 repeats a key by a release and a press of the same time. The toolkit marks them as repeats only if
+    /// the press has arrived when it comes to the release.
+    [[nodiscard]] bool isRepeat(const QKeyEvent& key) const {
+        constexpr quint64 FasterThanAnyHand = 5;  // ms
+        const quint64 time = key.timestamp();     // 0: unknown
+        return key.isAutoRepeat() ||
+               (time != 0 && time >= releasedAt_ && time - releasedAt_ <= FasterThanAnyHand);
+    }
+
+    /// For a key that the button did not take, and that has come up to the window.
+    [[nodiscard]] bool pressButton() const {
+        auto* button = qobject_cast<QPushButton*>(window_->focusWidget());
+        if (button != nullptr)
+            button->click();
+        return button != nullptr;
+    }
+
     QWidget* window_;
+    quint64 releasedAt_ = 0;  // ms, of the window system
 };
 
 }  // namespace
