@@ -16,6 +16,7 @@
 #include "console/server/ServerControl.h"
 #include "console/session/Globals.h"
 #include "console/ui/ConsoleEnd.h"
+#include "console/ui/EnterKey.h"
 #include "console/ui/Guard.h"
 #include "console/users/SitePage.h"
 #include "console/users/UsersPage.h"
@@ -50,6 +51,7 @@ TessalyManager::TessalyManager(server::ServerFactory serverFactory)
     buildPages();
     buildMenus();
     setStatusBar(stsBar_);
+    ui::enterPressesButtons(this);
     connect(&administration_->logFile(), &server::LogFileFrame::loaded, this,
             ui::handler([this] { server_->showService(); }));
 }

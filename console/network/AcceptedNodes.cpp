@@ -6,10 +6,17 @@
 namespace tessaly::network {
 
 AcceptedNodes::AcceptedNodes()
-    : insert_(Globals::DbConnection(), "INSERT INTO PortRemoteNodes (Port, Name) VALUES (?,?)") {}
+    : rewrite_(Globals::DbConnection(), "UPDATE PortRemoteNodes SET Port=?, Name=? WHERE Port=? AND Name=?"),
+      insert_(Globals::DbConnection(), "INSERT INTO PortRemoteNodes (Port, Name) VALUES (?,?)") {}
 
 void AcceptedNodes::accept(const QString& port, const QString& node) {
-    insert_.bindAll({ui::varchar(port), ui::varchar(node)}).execute();
+    // A row that is left over is written anew and not just kept: the database compares without case, the rows
+    // show how the port and the node are written now.
+    const db::Param number = ui::varchar(port);
+    const db::Param name = ui::varchar(node);
+    if (rewrite_.bindAll({number, name, number, name}).execute() > 0)
+        return;
+    insert_.bindAll({number, name}).execute();
 }
 
 void AcceptedNodes::acceptOnEveryPort(const QString& node) {
@@ -19,18 +26,16 @@ void AcceptedNodes::acceptOnEveryPort(const QString& node) {
         accept(ui::text(rows, "Port"), node);
 }
 
-void AcceptedNodes::dropOfVanishedPort(const QString& port) {
+void AcceptedNodes::renumber(const QString& from, const QString& to) {
+    // Whether the two are one number to the database is for its columns to compare: the rows of a port that
+    // is only written in other letters would else go before they are rewritten.
     db::execute(Globals::DbConnection(),
-                "DELETE FROM PortRemoteNodes WHERE Port=? AND NOT EXISTS "
-                "(SELECT * FROM Port WHERE Port.Port=PortRemoteNodes.Port)",
-                {ui::varchar(port)});
-}
-
-void AcceptedNodes::dropOfVanishedNode(const QString& node) {
-    db::execute(Globals::DbConnection(),
-                "DELETE FROM PortRemoteNodes WHERE Name=? AND NOT EXISTS "
-                "(SELECT * FROM DicomNodes WHERE DicomNodes.Name=PortRemoteNodes.Name)",
-                {ui::varchar(node)});
+                "DELETE FROM PortRemoteNodes WHERE Port=? AND EXISTS "
+                "(SELECT * FROM PortRemoteNodes Moved WHERE Moved.Port=? AND "
+                "Moved.Port<>PortRemoteNodes.Port AND Moved.Name=PortRemoteNodes.Name)",
+                {ui::varchar(to), ui::varchar(from)});
+    db::execute(Globals::DbConnection(), "Update PortRemoteNodes Set Port=? where Port=?",
+                {ui::varchar(to), ui::varchar(from)});
 }
 
 void AcceptedNodes::acceptEveryNode(const QString& port) {

@@ -6,7 +6,9 @@
 
 namespace tessaly::network {
 
-/// Writes rows of PortRemoteNodes: which nodes a listening port accepts. Throws db::Error.
+/// Writes rows of PortRemoteNodes: which nodes a listening port accepts. A pair of port and node that is
+/// written stands there once afterwards, also where a row of a vanished port or node was left over; no other
+/// row is removed. Throws db::Error.
 class AcceptedNodes {
   public:
     AcceptedNodes();
@@ -17,12 +19,11 @@ class AcceptedNodes {
     void acceptOnEveryPort(const QString& node);
     void acceptEveryNode(const QString& port);
 
-    /// Remove the rows under a number that no port has, and those under a name that no node has. They are
-    /// nobody's, no list shows them, and a port or a node that is to be called so could not write its own.
-    static void dropOfVanishedPort(const QString& port);
-    static void dropOfVanishedNode(const QString& node);
+    /// Moves the nodes of one port number to another. Two statements: the caller has a transaction open.
+    static void renumber(const QString& from, const QString& to);
 
   private:
+    db::Query rewrite_;
     db::Query insert_;
 };
 

@@ -9,7 +9,6 @@
 #include "console/ui/Text.h"
 #include "console/ui/Verification.h"
 #include "db/Query.h"
-#include "db/Transaction.h"
 
 namespace tessaly::network {
 
@@ -90,17 +89,13 @@ bool DicomNode::FormValidate() {
 bool DicomNode::save() {
     const NodeRecord node = fields_.read();
     writeRow(node);
-    // Not in the row's transaction: a node that is not yet accepted everywhere is still a node.
+    // Not in one transaction with the row: a node that is not yet accepted everywhere is still a node.
     if (node_.isEmpty())
         AcceptedNodes{}.acceptOnEveryPort(node.name);
     return true;
 }
 
 void DicomNode::writeRow(const NodeRecord& node) const {
-    db::Transaction transaction{Globals::DbConnection()};
-    // Before the row is written: afterwards the name is a node's.
-    if (node_.isEmpty())
-        AcceptedNodes::dropOfVanishedNode(node.name);
     db::execute(Globals::DbConnection(),
                 node_.isEmpty()
                     ? "Insert into DicomNodes (AETitle, LocalAETitle, Host, Port, Store, Query, Print, Name) "
@@ -110,7 +105,6 @@ void DicomNode::writeRow(const NodeRecord& node) const {
                 {ui::varchar(node.aeTitle), ui::varchar(node.localAETitle), ui::varchar(node.host),
                  ui::varchar(node.port), db::integer(node.store), db::integer(node.query),
                  db::integer(node.print), ui::varchar(node.name)});
-    transaction.commit();
 }
 
 void DicomNode::reload() {

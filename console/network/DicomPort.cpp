@@ -105,7 +105,6 @@ void DicomPort::cmdOk_Click() {
 bool DicomPort::save() {
     const PortRecord port = fields_.read();
     db::Transaction transaction{Globals::DbConnection()};
-    dropLeftOvers(port);
     writeRow(port);
     // Whether something was changed is seen in the text as typed, though the row gets it without blanks at
     // its ends: a blank added to a title reaches the nodes.
@@ -117,17 +116,6 @@ bool DicomPort::save() {
         renamePort(port);
     transaction.commit();
     return true;
-}
-
-/// Accepted nodes are left over where a port vanished otherwise than by Delete, or was typed with blanks,
-/// which its accepted nodes keep and its row does not. Before the row is written: afterwards the number is a
-/// port's.
-void DicomPort::dropLeftOvers(const PortRecord& port) const {
-    QStringList numbers{port.port, ui::trimmed(port.port)};
-    if (OldAETitle_.isEmpty())
-        numbers << ui::trimmed(OldPort_);  // of the port that vanished, whose nodes would be renumbered
-    for (const QString& number : numbers)
-        AcceptedNodes::dropOfVanishedPort(number);
 }
 
 void DicomPort::writeRow(const PortRecord& port) const {
@@ -158,8 +146,7 @@ void DicomPort::renameTitle(const QString& title) const {
 void DicomPort::renamePort(const PortRecord& port) const {
     db::execute(Globals::DbConnection(), "UPDATE DicomNodes SET Port=? WHERE AETitle=? AND Port=?",
                 {ui::varchar(port.port), ui::varchar(port.aeTitle), ui::varchar(OldPort_)});
-    db::execute(Globals::DbConnection(), "Update PortRemoteNodes Set Port=? where Port=?",
-                {ui::varchar(ui::trimmed(port.port)), ui::varchar(ui::trimmed(OldPort_))});
+    AcceptedNodes::renumber(ui::trimmed(OldPort_), ui::trimmed(port.port));
 }
 
 void DicomPort::reload() {

@@ -30,7 +30,6 @@ class DicomPort : public ui::EditorDialog {
     void reload() override;
 
   private:
-    void dropLeftOvers(const PortRecord& port) const;
     void writeRow(const PortRecord& port) const;
     void renameTitle(const QString& title) const;
     void renamePort(const PortRecord& port) const;

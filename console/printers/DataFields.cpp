@@ -5,6 +5,7 @@
 #include <QLineEdit>
 
 #include "console/ui/KeptText.h"
+#include "console/ui/TypedNumber.h"
 
 namespace tessaly::printers {
 
@@ -40,6 +41,14 @@ QString valueOf(QWidget* control) {
     return {};
 }
 
+/// The row refuses a text that is no number, and names it as it was typed.
+std::optional<std::string> numberOf(const QString& value) {
+    if (value.isEmpty())
+        return std::nullopt;
+    const auto number = ui::enteredNumber(value);
+    return (number ? number->text : value).toStdString();
+}
+
 }  // namespace
 
 void setDataField(QWidget* control, const QString& column) {
@@ -58,10 +67,7 @@ void takeRow(const QWidget& form, db::UpdatableRow& row) {
         if (const auto* box = qobject_cast<QLineEdit*>(control); box != nullptr && ui::isUntouched(box))
             return;  // the column keeps what it has, whatever the box shows of it
         const QString value = valueOf(control);
-        if (row.isText(column) || !value.isEmpty())
-            row.set(column, value.toStdString());
-        else
-            row.set(column, std::nullopt);
+        row.set(column, row.isText(column) ? value.toStdString() : numberOf(value));
     });
 }
 

@@ -18,8 +18,9 @@ void setDataField(QWidget* control, const QString& column);
 /// Puts the row's values into the form's controls; where the column is NULL a control stays as it is.
 void showRow(const QWidget& form, const db::UpdatableRow& row);
 
-/// Sets the row's columns from the form's controls: an empty control is NULL in a column that is no text. Not
-/// those of text boxes that nobody edited since showRow().
+/// Sets the row's columns from the form's controls: in a column that is no text an empty control is NULL, and
+/// a number is read by ui::enteredNumber(). Throws db::Error for any other text there. Not the columns of
+/// text boxes that nobody edited since showRow().
 void takeRow(const QWidget& form, db::UpdatableRow& row);
 
 /// Selects the text of a drop-down list; one that the list lacks is added, so that a value from elsewhere is

@@ -8,11 +8,11 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
-#include <cmath>
 
 #include "console/printers/DataFields.h"
 #include "console/ui/LeaveFilter.h"
 #include "console/ui/SpinButtons.h"
+#include "console/ui/TypedNumber.h"
 
 namespace tessaly::printers {
 
@@ -229,8 +229,8 @@ void PrinterForm::addNumber(QFormLayout* rows, const QString& label, QLineEdit* 
         return;
     connect(spin, &ui::SpinButtons::changed, box, [box] { box->setFocus(); });
     ui::onLeave(box, [box] {
-        const double number = box->text().toDouble();  // 0 also for what is no number
-        if (number == 0 || !std::isfinite(number))
+        const auto number = ui::enteredNumber(box->text());
+        if (!number || number->value == 0)
             box->clear();
     });
 }

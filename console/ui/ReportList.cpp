@@ -5,11 +5,14 @@
 #include <QHelpEvent>
 #include <QKeyEvent>
 #include <QStyledItemDelegate>
+#include <QTextDocument>
 #include <QToolTip>
 #include <cmath>
 #include <stdexcept>
 
 namespace tessaly::ui {
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -47,6 +50,14 @@ class Row : public QTreeWidgetItem {
     QStringList cells_;
     const std::vector<Qt::Alignment>& alignments_;  // the list's, one for each column
 };
+
+/// A text as a tool tip that shows it as it stands: what the toolkit would take for markup is given as markup
+/// of that text.
+QString toolTipOf(const QString& text) {
+    if (!Qt::mightBeRichText(text))
+        return text;
+    return u"<p style='white-space:pre'>"_s + text.toHtmlEscaped() + u"</p>"_s;
+}
 
 }  // namespace
 
@@ -146,7 +157,7 @@ bool ReportList::viewportEvent(QEvent* event) {
     const QString text = index.data().toString();
     const int room = visualRect(index).width() - 2 * (style()->pixelMetric(QStyle::PM_FocusFrameHMargin) + 1);
     if (index.isValid() && fontMetrics().horizontalAdvance(text) > room)
-        QToolTip::showText(help->globalPos(), text.toHtmlEscaped(), viewport());
+        QToolTip::showText(help->globalPos(), toolTipOf(text), viewport());
     else
         QToolTip::hideText();
     return true;

@@ -2,6 +2,8 @@
 
 #include <QRegularExpression>
 
+#include "db/Number.h"
+
 namespace tessaly::ui {
 
 using namespace Qt::StringLiterals;
@@ -14,6 +16,19 @@ std::optional<TypedNumber> typedNumber(const QString& text) {
         return std::nullopt;
     // What the type cannot hold comes as infinity or 0, which is what is wanted of it.
     return TypedNumber{.value = found.toDouble(), .isAll = found.size() == inner.size()};
+}
+
+std::optional<EnteredNumber> enteredNumber(const QString& text) {
+    const auto typed = typedNumber(text);
+    if (!typed || !typed->isAll)
+        return std::nullopt;
+    QString digits = text.trimmed();
+    if (digits.startsWith(u'+'))
+        digits.remove(0, 1);
+    const auto value = db::toNumber(digits.toStdString());
+    if (!value)
+        return std::nullopt;
+    return EnteredNumber{.value = *value, .text = digits};
 }
 
 }  // namespace tessaly::ui

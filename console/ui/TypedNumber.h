@@ -18,6 +18,17 @@ struct TypedNumber {
 /// blanks in front of it are no matter. Nothing where it begins with none; "nan" and "inf" are words.
 [[nodiscard]] std::optional<TypedNumber> typedNumber(const QString& text);
 
+/// A text that is a number and nothing else.
+struct EnteredNumber {
+    double value = 0;
+    QString text;  ///< as a statement's value takes it: the digits as typed, no blanks around them, no plus
+};
+
+/// The number that the whole text is, as typedNumber() reads it; blanks around it are no matter. Nothing
+/// where the text is anything else, or a number that is too large or too close to zero to be held. A form
+/// checks and stores by this one reading.
+[[nodiscard]] std::optional<EnteredNumber> enteredNumber(const QString& text);
+
 /// The description of a number that does not fit into what is to hold it.
 inline constexpr const char* Overflow = "Overflow";
 

@@ -28,6 +28,14 @@ void press(const QString& key) {
     send({u"key"_s, key});
 }
 
+void hold(const QString& key) {
+    send({u"keydown"_s, key});
+}
+
+void release(const QString& key) {
+    send({u"keyup"_s, key});
+}
+
 void type(const QString& text) {
     send({u"type"_s, u"--"_s, text});
 }
@@ -35,6 +43,12 @@ void type(const QString& text) {
 void click(const QWidget& widget) {
     const QPoint middle = widget.mapToGlobal(widget.rect().center());
     send({u"mousemove"_s, QString::number(middle.x()), QString::number(middle.y()), u"click"_s, u"1"_s});
+}
+
+void hover(const QWidget& widget, const QPoint& place) {
+    const QPoint spot = widget.mapToGlobal(place);
+    send({u"mousemove"_s, QString::number(spot.x() - 1), QString::number(spot.y()), u"mousemove_relative"_s,
+          u"1"_s, u"0"_s});
 }
 
 }  // namespace tessaly::test::real

@@ -2,6 +2,7 @@
 
 #include <QString>
 
+class QPoint;
 class QWidget;
 
 namespace tessaly::test::real {
@@ -18,9 +19,14 @@ namespace tessaly::test::real {
 
 /// A key by its name in the X window system, with its modifiers: "Tab", "Return", "alt+s", "shift+Tab".
 void press(const QString& key);
+/// The two halves of press(): a key that is held down repeats as the window system has it.
+void hold(const QString& key);
+void release(const QString& key);
 /// The keys of a text.
 void type(const QString& text);
 /// Moves the pointer to the middle of the widget and presses the left button there, whatever lies there.
 void click(const QWidget& widget);
+/// Moves the pointer to a place within the widget, by way of one beside it.
+void hover(const QWidget& widget, const QPoint& place);
 
 }  // namespace tessaly::test::real

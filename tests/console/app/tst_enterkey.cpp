@@ -108,6 +108,7 @@ void EnterKeyTest::open(int page, const QString& button, const QString& dialog,
 void EnterKeyTest::change(const Form& form, const QString& box) {
     const QString before = form.text(box);
     real::click(form.find(box));
+    QTRY_VERIFY(form.find(box).hasFocus());  // keys do not wait for the window manager to pass the click on
     real::press(u"End"_s);
     real::type(u"x"_s);
     QTRY_COMPARE(form.text(box), before + u'x');

@@ -25,6 +25,7 @@ class NodesTest : public NodeEditorTest {
     void aNewNodeIsAcceptedOnEveryPort();
     void aNodeIsAddedOverLeftOverPlaces();
     void leftOverPlacesStayWhenTheSaveFails();
+    void leftOverPlacesStayWhenAPortFails();
     void withoutPortsANodeIsAcceptedNowhere();
     void aPortThatFailsKeepsWhatWasWritten();
     void aDuplicateShowsTheEnginesDescription();
@@ -97,20 +98,33 @@ void NodesTest::aNodeIsAddedOverLeftOverPlaces() {
     });
     QCOMPARE(stored(u"new"_s, u"Host"_s), u"host"_s);
     QCOMPARE(database().rows(u"SELECT Port, Name FROM PortRemoteNodes WHERE Name='New' ORDER BY Port"_s),
-             (QList<QStringList>{{u"104"_s, u"New"_s}, {u"11112"_s, u"New"_s}}));
+             (QList<QStringList>{{u"104"_s, u"New"_s}, {u"11112"_s, u"New"_s}, {u"gone"_s, u"new"_s}}));
     QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Name='CT'"_s), u"2"_s);
     QVERIFY(Globals::ConfigChanged());
 }
 
 void NodesTest::leftOverPlacesStayWhenTheSaveFails() {
-    database().run(u"INSERT INTO PortRemoteNodes VALUES ('104', 'new')"_s);
+    database().run(u"INSERT INTO PortRemoteNodes VALUES ('104', 'new'), ('gone', 'new')"_s);
     database().failOn(u"DicomNodes"_s, u"INSERT"_s);
     edit({}, {critical(containing(ScratchDatabase::Failure))}, [](Form form) {
         fill(form, node(u"new"_s));
         form.click(u"cmdOk"_s);
         form.click(u"cmdCancel"_s);
     });
-    QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Name='new'"_s), u"1"_s);
+    QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Name='new'"_s), u"2"_s);
+}
+
+void NodesTest::leftOverPlacesStayWhenAPortFails() {
+    database().run(u"INSERT INTO PortRemoteNodes VALUES ('104', 'new'), ('11112', 'new'), ('gone', 'new')"_s);
+    for (const auto* operation : {"INSERT", "UPDATE", "DELETE"})
+        database().failOn(u"PortRemoteNodes"_s, QString::fromLatin1(operation));
+    const auto before = database().rows(PortRemoteNodes);
+    edit({}, {critical(containing(ScratchDatabase::Failure))}, [](Form form) {
+        fill(form, node(u"new"_s));
+        form.click(u"cmdOk"_s);
+        form.click(u"cmdCancel"_s);
+    });
+    QCOMPARE(database().rows(PortRemoteNodes), before);
 }
 
 void NodesTest::withoutPortsANodeIsAcceptedNowhere() {

@@ -31,8 +31,11 @@ class PortFaultsTest : public WindowTest {
     void aPortTypedWithBlanksIsAddedAgain();
     void aVanishedPortIsInsertedOverItsOwnNodes();
     void aPortGetsANumberWithLeftOverNodes();
+    void aVanishedPortIsInsertedOverLeftOverNodesOfAnotherNumber();
     void aPortWrittenInOtherLettersKeepsItsNodes();
     void leftOverNodesStayWhenTheSaveFails();
+    void leftOverNodesStayWhenTheRenumberingFails_data();
+    void leftOverNodesStayWhenTheRenumberingFails();
     void aPortThatCannotBeReadOpensNoDialog();
     void aPathThatDoesNotFitIsNotTaken();
 
@@ -72,7 +75,8 @@ void PortFaultsTest::aPortIsAddedOverLeftOverNodes() {
     database().run(u"INSERT INTO PortRemoteNodes VALUES ('9', 'b'), ('9', 'gone')"_s);
     add(u"9"_s);
     QCOMPARE(database().value(u"SELECT AETitle FROM Port WHERE Port='9'"_s), u"NEW"_s);
-    QCOMPARE(acceptedOn(u"9"_s), Everybody);
+    // Every node once, and what no step names stays.
+    QCOMPARE(acceptedOn(u"9"_s), (QList<QStringList>{{u"a"_s}, {u"b"_s}, {u"c"_s}, {u"gone"_s}}));
     QCOMPARE(acceptedOn(u"104"_s), (QList<QStringList>{{u"a"_s}, {u"c"_s}}));
 }
 
@@ -92,17 +96,29 @@ void PortFaultsTest::aPortTypedWithBlanksIsAddedAgain() {
 
 void PortFaultsTest::aVanishedPortIsInsertedOverItsOwnNodes() {
     database().run(u"DELETE FROM Port"_s);
+    database().run(u"INSERT INTO PortRemoteNodes VALUES ('104', 'gone')"_s);
     modifyVanishedPort(window(), database().imageRoot(), u"104"_s, u"AGAIN"_s);
     QCOMPARE(database().value(u"SELECT AETitle FROM Port WHERE Port='104'"_s), u"AGAIN"_s);
-    QCOMPARE(acceptedOn(u"104"_s), Everybody);
+    QCOMPARE(acceptedOn(u"104"_s), (QList<QStringList>{{u"a"_s}, {u"b"_s}, {u"c"_s}, {u"gone"_s}}));
 }
 
 void PortFaultsTest::aPortGetsANumberWithLeftOverNodes() {
-    database().run(u"INSERT INTO PortRemoteNodes VALUES ('105', 'a'), ('105', 'b')"_s);
+    database().run(u"INSERT INTO PortRemoteNodes VALUES ('105', 'A'), ('105', 'b'), ('105', 'gone')"_s);
     renumber(u" 105 "_s);
     QCOMPARE(database().value(u"SELECT Port FROM Port"_s), u"105"_s);
-    // Whom it accepted before, and nobody else.
-    QCOMPARE(acceptedOn(u"105"_s), (QList<QStringList>{{u"a"_s}, {u"c"_s}}));
+    // Whom it accepted before, each once and as it was written there; and what was left over beside them.
+    QCOMPARE(acceptedOn(u"105"_s), (QList<QStringList>{{u"a"_s}, {u"b"_s}, {u"c"_s}, {u"gone"_s}}));
+    QCOMPARE(acceptedOn(u"104"_s), QList<QStringList>{});
+}
+
+/// It is inserted with every node, and then its old number's rows come on top.
+void PortFaultsTest::aVanishedPortIsInsertedOverLeftOverNodesOfAnotherNumber() {
+    database().run(u"DELETE FROM Port"_s);
+    database().run(
+        u"INSERT INTO PortRemoteNodes VALUES ('104', 'gone'), ('105', 'a'), ('105', 'elsewhere')"_s);
+    modifyVanishedPort(window(), database().imageRoot(), u"105"_s, u"AGAIN"_s);
+    QCOMPARE(acceptedOn(u"105"_s),
+             (QList<QStringList>{{u"a"_s}, {u"b"_s}, {u"c"_s}, {u"elsewhere"_s}, {u"gone"_s}}));
     QCOMPARE(acceptedOn(u"104"_s), QList<QStringList>{});
 }
 
@@ -132,6 +148,32 @@ void PortFaultsTest::leftOverNodesStayWhenTheSaveFails() {
     QVERIFY(script.boxes().back().text.contains(ScratchDatabase::Failure));
     QCOMPARE(acceptedOn(u"9"_s), (QList<QStringList>{{u"b"_s}}));
     QCOMPARE(database().value(u"SELECT count(*) FROM Port"_s), u"1"_s);
+}
+
+void PortFaultsTest::leftOverNodesStayWhenTheRenumberingFails_data() {
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<QString>("condition");
+    QTest::newRow("as a left-over row goes") << u"DELETE"_s << u"OLD.Port='105'"_s;
+    QTest::newRow("as the rows are moved") << u"UPDATE"_s << u"NEW.Name='c'"_s;
+}
+
+void PortFaultsTest::leftOverNodesStayWhenTheRenumberingFails() {
+    QFETCH(QString, operation);
+    QFETCH(QString, condition);
+    database().run(u"INSERT INTO PortRemoteNodes VALUES ('105', 'A'), ('105', 'b')"_s);
+    database().failOn(u"PortRemoteNodes"_s, operation, ScratchDatabase::Failure, condition);
+    BoxScript script;
+    script.drive(u"DicomPort"_s, [](Form form) {
+        form.type(u"txtPort"_s, u"105"_s);
+        form.click(u"cmdOk"_s);
+        form.click(u"cmdCancel"_s);
+    });
+    script.expect(critical(containing(ScratchDatabase::Failure)));
+    window().click(u"cmdEditPort"_s);
+    QVERIFY(script.isDone());
+    QCOMPARE(acceptedOn(u"105"_s), (QList<QStringList>{{u"A"_s}, {u"b"_s}}));
+    QCOMPARE(acceptedOn(u"104"_s), (QList<QStringList>{{u"a"_s}, {u"c"_s}}));
+    QCOMPARE(database().value(u"SELECT Port FROM Port"_s), u"104"_s);
 }
 
 void PortFaultsTest::aPortThatCannotBeReadOpensNoDialog() {

@@ -71,6 +71,7 @@ class PortNodesTest : public EditorTest {
     void aFailureAfterTheFlagKeepsLabelAndList();
     void thePickerOffersWhatIsNotAccepted();
     void severalNodesAreAddedAtOnce();
+    void aNodeThatWasAcceptedMeanwhileStandsOnce();
     void thePickerOpensEmptyAndStillReloads();
     void cancelAddsNothing();
     void keysAndDoubleClickConfirmThePicker();
@@ -178,6 +179,16 @@ void PortNodesTest::severalNodesAreAddedAtOnce() {
     QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Port='105'"_s), u"4"_s);
     QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Port='104'"_s), u"4"_s);
     QVERIFY(Globals::ConfigChanged());
+}
+
+void PortNodesTest::aNodeThatWasAcceptedMeanwhileStandsOnce() {
+    edit({}, [this](Form form) {
+        database().run(u"INSERT INTO PortRemoteNodes VALUES ('104', 'DELTA')"_s);
+        select(form, u"lstNodeSelection"_s, {u"delta"_s, u"echo"_s});
+        form.click(u"cmdOk"_s);
+    });
+    QCOMPARE(acceptedNames(), (QStringList{u"Alpha"_s, u"Bravo"_s, u"charlie"_s, u"delta"_s, u"echo"_s}));
+    QCOMPARE(database().value(u"SELECT count(*) FROM PortRemoteNodes WHERE Port='104'"_s), u"6"_s);
 }
 
 void PortNodesTest::thePickerOpensEmptyAndStillReloads() {

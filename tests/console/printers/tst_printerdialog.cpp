@@ -1,6 +1,7 @@
 #include <QComboBox>
 #include <QGroupBox>
 #include <QTest>
+#include <optional>
 
 #include "console/ui/SpinButtons.h"
 #include "dicom/Verifier.h"
@@ -11,6 +12,8 @@
 using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
+
+Q_DECLARE_METATYPE(std::optional<double>)
 
 class PrinterDialogTest : public PrinterEditorTest {
     Q_OBJECT
@@ -26,6 +29,8 @@ class PrinterDialogTest : public PrinterEditorTest {
     void leavingANumberOfZeroEmptiesIt_data();
     void leavingANumberOfZeroEmptiesIt();
     void spinButtonsCountInTheirRanges();
+    void aNumberIsSavedAsItIsChecked_data();
+    void aNumberIsSavedAsItIsChecked();
     void textThatIsNoNumberIsAFault();
     void verifyAsksThePeer();
 };
@@ -240,10 +245,73 @@ void PrinterDialogTest::spinButtonsCountInTheirRanges() {
     });
 }
 
+void PrinterDialogTest::aNumberIsSavedAsItIsChecked_data() {
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<std::optional<double>>("number");
+    const auto add = [](const char* name, const QString& text, std::optional<double> number) {
+        QTest::newRow(name) << text << number;
+    };
+    add("blanks around it", u" 7 "_s, 7);
+    add("other white space around it", u"\t7\u00a0"_s, 7);
+    add("plus", u"+7"_s, 7);
+    add("plus and blanks", u" +7 "_s, 7);
+    add("minus", u"-7"_s, -7);
+    add("plus apart", u"+ 7"_s, {});
+    add("two signs", u"+-7"_s, {});
+    add("leading zeros", u"007"_s, 7);
+    add("plus and leading zeros", u"+007.50"_s, 7.5);
+    add("point", u"7.5"_s, 7.5);
+    add("point at the end", u"7."_s, 7);
+    add("point at the beginning", u"+.5"_s, 0.5);
+    add("comma", u"7,5"_s, {});
+    add("thousands", u"7,000"_s, {});
+    add("exponent", u"+2e1"_s, 20);
+    add("signs of both", u" +2E+1 "_s, 20);
+    add("exponent without digits", u"2e"_s, {});
+    add("beyond 64 bits", u"+9223372036854775808"_s, 9223372036854775808.0);
+    add("too large", u"1e999"_s, {});
+    add("too close to zero", u"1e-999"_s, {});
+    add("words", u"inf"_s, {});
+    add("hexadecimal", u"0x10"_s, {});
+    add("text behind it", u"7 copies"_s, {});
+    add("two numbers", u"7 8"_s, {});
+    add("Arabic digits", u"\u0667"_s, {});
+    add("wide digits", u"\uff17"_s, {});
+    add("long", u"+1"_s + QString{40, u'0'}, 1e40);
+    add("long with zeros in front", QString{1000, u'0'} + u'7', 7);
+    add("too long", QString{1000, u'7'}, {});
+}
+
+void PrinterDialogTest::aNumberIsSavedAsItIsChecked() {
+    QFETCH(QString, text);
+    QFETCH(std::optional<double>, number);
+    edit(u"Alpha"_s, [&](Form form) {
+        activate(form.window());
+        if (number)
+            form.type(u"txtIllumination"_s, text);  // nothing is checked as it is left
+        form.type(u"txtCopies"_s, text);
+        form.find(u"txtHost"_s).setFocus();
+        QCOMPARE(form.text(u"txtCopies"_s), number ? text : QString{});
+        form.click(u"cmdOk"_s);
+        QVERIFY(!form.window().isVisible());
+    });
+    for (const auto& column : {u"Copies"_s, u"Illumination"_s}) {
+        const QString value = stored(u"Alpha"_s, column);
+        QCOMPARE(value.isNull(), !number);
+        QCOMPARE(value.toDouble(), number.value_or(0));
+        // SQLite keeps in a column of numbers what it cannot take for one.
+        if (!ScratchDatabase::isPostgresql())
+            QVERIFY(stored(u"Alpha"_s, database().typeOf(column)) != u"text"_s);
+    }
+}
+
 void PrinterDialogTest::textThatIsNoNumberIsAFault() {
-    checkRefusals(u"Alpha"_s,
-                  {{{{u"txtIllumination"_s, u"bright"_s}},
-                    plain(u"Update Printer: The column Illumination takes a number, not \"bright\""_s)}});
+    QList<Refusal> refusals;
+    for (const auto& text : {u"bright"_s, u" "_s, u"7,5"_s, u"+-7"_s, u"1e999"_s, u"\u0667"_s}) {
+        const QString refusal = u"Update Printer: The column Illumination takes a number, not \"%1\""_s;
+        refusals.append({{{u"txtIllumination"_s, text}}, plain(refusal.arg(text))});
+    }
+    checkRefusals(u"Alpha"_s, refusals);
     QVERIFY(stored(u"Alpha"_s, u"Illumination"_s).isNull());
 }
 

@@ -55,6 +55,8 @@ void PrinterNumbersTest::aConfirmationFromInsideChecksFirst() {
         QVERIFY(real::hasKeyboard(form.window()));
         const QString box = u"txt"_s + column;
         real::click(form.find(box));
+        QTRY_VERIFY(
+            form.find(box).hasFocus());  // keys do not wait for the window manager to pass the click on
         real::press(u"ctrl+a"_s);
         real::type(typed);
         QTRY_COMPARE(form.text(box), typed);
@@ -74,6 +76,7 @@ void PrinterNumbersTest::aConfirmationFromElsewhereChecksNothing() {
     script.drive(u"frmDcmPrinter"_s, [](Form form) {
         QVERIFY(real::hasKeyboard(form.window()));
         real::click(form.find(u"txtHost"_s));
+        QTRY_VERIFY(form.find(u"txtHost"_s).hasFocus());
         real::type(u"x"_s);
         real::press(u"Return"_s);
         QTRY_VERIFY(!form.window().isVisible());

@@ -7,6 +7,7 @@
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTextDocument>
 #include <QTimer>
 #include <QToolTip>
 #include <stdexcept>
@@ -232,19 +233,26 @@ void UiTest::fractionsFollowTheList() {
 
 void UiTest::aCutCellHasAToolTip() {
     ReportList list{u"lst"_s, {{.title = u"A"_s}, {.title = u"B"_s}}};
-    const QString longText = u"a text that is far too <b>long</b> for its column"_s;
+    const QString plainText = u"AT&T &c. a text that is far too long for its column"_s;
+    const QString likeMarkup = u"a text that is far too <b>long</b> for its &lt;column&gt;"_s;
     {
         ReportList::Load load{list};
-        load.add({longText, u"short"_s});
+        load.add({plainText, u"short"_s});
+        load.add({likeMarkup, u"short"_s});
     }
     list.show();
-    const auto hover = [&](int column) {
-        const QPoint spot = list.visualRect(list.model()->index(0, column)).center();
+    const auto hover = [&](int column, int row = 0) {
+        const QPoint spot = list.visualRect(list.model()->index(row, column)).center();
         QHelpEvent event{QEvent::ToolTip, spot, list.viewport()->mapToGlobal(spot)};
         QApplication::sendEvent(list.viewport(), &event);
     };
     hover(0);
-    QCOMPARE(QToolTip::text(), longText.toHtmlEscaped());
+    QCOMPARE(QToolTip::text(), plainText);
+    hover(0, 1);
+    QVERIFY(Qt::mightBeRichText(QToolTip::text()));
+    QTextDocument shown;
+    shown.setHtml(QToolTip::text());
+    QCOMPARE(shown.toPlainText(), likeMarkup);
     hover(1);
     QTRY_VERIFY(!QToolTip::isVisible());
 }
