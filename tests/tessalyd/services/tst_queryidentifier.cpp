@@ -6,6 +6,7 @@
 
 #include "tessalyd/services/IdentifierParser.h"
 #include "tessalyd/services/QueryIdentifier.h"
+#include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/StockedArchive.h"
 #include "tests/tessalyd/TagNumber.h"
 
