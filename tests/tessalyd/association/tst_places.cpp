@@ -1,5 +1,6 @@
 #include <QTest>
 #include <atomic>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -33,6 +34,11 @@ class PlacesTest : public QObject {
     Q_OBJECT
 
   private Q_SLOTS:
+    void init() {
+        const auto nothing = [](const AssociationNames&, int) {};
+        associations_ = std::make_unique<OpenAssociations>(nothing, nothing);
+    }
+
     void anEighthIsForNodes_data();
     void anEighthIsForNodes();
     void aStrangerTakesNoReservedPlace();
@@ -51,14 +57,14 @@ class PlacesTest : public QObject {
     bool open(Entries& entries, std::uint32_t address, const Places& places, bool isNode = false,
               std::stop_source stop = {}) {
         auto entry =
-            associations_.open({.port = "104", .callingAETitle = "A", .calledAETitle = "B"},
-                               {.address = address, .isNode = isNode, .stop = std::move(stop)}, places);
+            associations_->open({.port = "104", .callingAETitle = "A", .calledAETitle = "B"},
+                                {.address = address, .isNode = isNode, .stop = std::move(stop)}, places);
         if (entry)
             entries.push_back(std::move(*entry));
         return entry.has_value();
     }
 
-    OpenAssociations associations_{[](const AssociationNames&, int) {}, [](const AssociationNames&, int) {}};
+    std::unique_ptr<OpenAssociations> associations_;
 };
 
 void PlacesTest::anEighthIsForNodes_data() {
@@ -129,7 +135,7 @@ void PlacesTest::anotherAddressGetsThePlaceThatWasIdleForLongest() {
     QVERIFY(open(entries, There, Some));
     QVERIFY(stops.at(0).stop_requested());
     QVERIFY(!stops.at(1).stop_requested() && !stops.at(3).stop_requested());
-    QCOMPARE(associations_.total(), 6);  // until those two have come to their end
+    QCOMPARE(associations_->total(), 6);  // until those two have come to their end
     QVERIFY(!open(entries, There, Some));
 }
 
@@ -195,14 +201,14 @@ void PlacesTest::noAddressTakesMoreThanHalfAfterSomebodyKnocked() {
     QVERIFY(!add(entries, Here));  // the place is kept for the other
     QVERIFY(add(entries, There));
     entries.pop_back();
-    QTRY_VERIFY(add(entries, Here));
+    EVENTUALLY(entries.size() == 4 || add(entries, Here));
 }
 
 void PlacesTest::aSilentConnectionMakesRoom() {
-    AssociationThreads threads;
-    threads.setLimit(3);
     std::vector<std::stop_token> tokens(4);
     std::atomic<int> begun = 0;
+    AssociationThreads threads;
+    threads.setLimit(3);
     const auto start = [&](std::uint32_t address, std::size_t number) {
         const auto started = threads.start(address, [&, number](AssociationThreads::Connection& connection) {
             tokens.at(number) = connection.stop.get_token();
@@ -223,9 +229,9 @@ void PlacesTest::aSilentConnectionMakesRoom() {
 }
 
 void PlacesTest::aConnectionThatEndsMakesRoom() {
+    std::atomic<bool> ends = false;
     AssociationThreads threads;
     threads.setLimit(1);
-    std::atomic<bool> ends = false;
     using Started = AssociationThreads::Started;
     QCOMPARE(threads.start(Here,
                            [&ends](AssociationThreads::Connection& connection) {
@@ -239,9 +245,9 @@ void PlacesTest::aConnectionThatEndsMakesRoom() {
 }
 
 void PlacesTest::anOpenOneDoesNotMakeRoom() {
+    std::atomic<bool> isOpen = false;
     AssociationThreads threads;
     threads.setLimit(1);
-    std::atomic<bool> isOpen = false;
     using Started = AssociationThreads::Started;
     QCOMPARE(threads.start(Here,
                            [&isOpen](AssociationThreads::Connection& connection) {
