@@ -8,6 +8,7 @@
 #include <dcmtk/dcmjpeg/djdecode.h>
 #include <dcmtk/dcmjpls/djdecode.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <memory>
@@ -95,10 +96,18 @@ bool FrameDecoder::matches(const JpegStream& stream) const {
 
 bool FrameDecoder::decodeStream(Bytes stream, const JpegStream& described,
                                 std::vector<unsigned char>& target) {
+    constexpr unsigned Byte = 8;
+    const bool widened = described_.bitsAllocated > Byte && described.precision <= Byte;
+    ImageDescription coded = described_;
+    if (widened) {  // 8 bits came for 16
+        coded.bitsAllocated = Byte;
+        coded.bitsStored = std::min<std::uint16_t>(coded.bitsStored, Byte);
+        coded.highBit = static_cast<std::uint16_t>(coded.bitsStored - 1);
+    }
     DcmDataset set;
     auto sequence = std::make_unique<DcmPixelSequence>(DcmTag{DCM_PixelData, EVR_OB});
     auto pixels = std::make_unique<DcmPixelData>(DcmTag{DCM_PixelData, EVR_OB});
-    if (!describe(set, described_, sopClassUid_) || !append(*sequence, {}) || !append(*sequence, stream))
+    if (!describe(set, coded, sopClassUid_) || !append(*sequence, {}) || !append(*sequence, stream))
         return false;
     pixels->putOriginalRepresentation(syntax_, nullptr, sequence.release());
     if (set.insert(pixels.release()).bad() ||
@@ -108,14 +117,12 @@ bool FrameDecoder::decodeStream(Bytes stream, const JpegStream& described,
     unsigned long count = 0;
     if (set.findAndGetUint16Array(DCM_PixelData, words, &count).bad() || words == nullptr)
         return false;
-    constexpr unsigned Byte = 8;
-    const bool widened = described_.bitsAllocated > Byte && described.precision <= Byte;
     const std::size_t decoded = widened ? size_ / 2 : size_;
     if (std::size_t{count} != (decoded + 1) / 2)
         return false;
     static_assert(std::endian::native == std::endian::little);  // the toolkit has words in the host's order
     const auto* const bytes = reinterpret_cast<const unsigned char*>(words);
-    if (widened) {  // 8 bits came for 16
+    if (widened) {
         for (std::size_t i = 0; i < decoded; ++i) {
             target[2 * i] = bytes[i];
             target[2 * i + 1] = 0;

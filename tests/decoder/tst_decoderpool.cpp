@@ -19,7 +19,7 @@ using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using namespace tessaly;
 using namespace tessaly::test;
-using decoder::Outcome;
+
 using decoder::Pool;
 
 namespace {
@@ -99,7 +99,7 @@ void DecoderPoolTest::anObjectIsConverted() {
     for (int i = 0; i < 3; ++i) {
         Files files{smallImage()};
         const auto result = files.convert(pool);
-        QVERIFY2(result.outcome == Outcome::Converted, result.reason.c_str());
+        QVERIFY2(result.outcome == decoder::Outcome::Converted, result.reason.c_str());
         QVERIFY(files.result().endsWith(framePixels({.bits = 8, .stored = 8})));
     }
     QCOMPARE(childrenOf(QCoreApplication::applicationPid()).size(), 1);
@@ -111,7 +111,7 @@ void DecoderPoolTest::manyAtOnceAreConverted() {
     for (int i = 0; i < 16; ++i)
         all.push_back(std::async(std::launch::async, [&pool] {
             Files files{smallImage()};
-            return files.convert(pool).outcome == Outcome::Converted;
+            return files.convert(pool).outcome == decoder::Outcome::Converted;
         }));
     for (auto& one : all)
         QVERIFY(one.get());
@@ -142,7 +142,7 @@ void DecoderPoolTest::aDecoderMayDoNothingElse() {
     QVERIFY(limitOf(worker(), "Max address space").toLongLong() < 2LL << 30);
 #endif
     stop.request_stop();
-    QCOMPARE(result.get().outcome, Outcome::Stopped);
+    QCOMPARE(result.get().outcome, decoder::Outcome::Stopped);
 }
 
 void DecoderPoolTest::aDecoderThatMisbehavesIsNotBelieved_data() {
@@ -170,12 +170,12 @@ void DecoderPoolTest::aDecoderThatMisbehavesIsNotBelieved() {
         syntax = EXS_LittleEndianExplicit;
         Pool honest{{.program = standin(u"echoes"_s).toStdString()}};
         Files files{object, syntax};
-        QCOMPARE(files.convert(honest).outcome, Outcome::Converted);
+        QCOMPARE(files.convert(honest).outcome, decoder::Outcome::Converted);
     }
     for (int i = 0; i < 2; ++i) {
         Files files{object, syntax};
         const auto result = files.convert(pool);
-        QCOMPARE(result.outcome, Outcome::NotConvertible);
+        QCOMPARE(result.outcome, decoder::Outcome::NotConvertible);
         QVERIFY(!result.reason.empty());
     }
 }
@@ -183,12 +183,12 @@ void DecoderPoolTest::aDecoderThatMisbehavesIsNotBelieved() {
 void DecoderPoolTest::aKilledDecoderIsReplaced() {
     Pool pool{real()};
     Files first{smallImage()};
-    QCOMPARE(first.convert(pool).outcome, Outcome::Converted);
+    QCOMPARE(first.convert(pool).outcome, decoder::Outcome::Converted);
     const QList<int> before = childrenOf(QCoreApplication::applicationPid());
     QCOMPARE(before.size(), 1);
     QCOMPARE(::kill(before.first(), SIGKILL), 0);
     Files second{smallImage()};
-    QCOMPARE(second.convert(pool).outcome, Outcome::Converted);
+    QCOMPARE(second.convert(pool).outcome, decoder::Outcome::Converted);
     const QList<int> after = childrenOf(QCoreApplication::applicationPid());
     QCOMPARE(after.size(), 1);
     QVERIFY(after != before);
@@ -205,7 +205,7 @@ void DecoderPoolTest::aStopEndsADecoderAtOnce() {
         EVENTUALLY(!children().isEmpty() && (!isReal || !childrenOf(children().first()).isEmpty()));
         const QList<int> workers = childrenOf(children().first());
         stop.request_stop();
-        QCOMPARE(result.get().outcome, Outcome::Stopped);
+        QCOMPARE(result.get().outcome, decoder::Outcome::Stopped);
         QVERIFY(children().isEmpty());
         for (const int worker : workers)
             EVENTUALLY(hasEnded(worker));
@@ -217,7 +217,7 @@ void DecoderPoolTest::whoGivesUpEndsADecoder() {
     Files files{smallImage()};
     int asked = 0;
     const auto result = files.convert(pool, {.stop = {}, .isGivenUp = [&asked] { return ++asked == 3; }});
-    QCOMPARE(result.outcome, Outcome::Stopped);
+    QCOMPARE(result.outcome, decoder::Outcome::Stopped);
     QCOMPARE(asked, 3);
 }
 
@@ -244,13 +244,13 @@ void DecoderPoolTest::oneThatWaitsForItsTurnIsStopped() {
         std::async(std::launch::async, [&] { return waiting.convert(pool, {.stop = second.get_token()}); });
     QCOMPARE(queued.wait_for(300ms), std::future_status::timeout);
     second.request_stop();
-    QCOMPARE(queued.get().outcome, Outcome::Stopped);
+    QCOMPARE(queued.get().outcome, decoder::Outcome::Stopped);
     Files impatient{smallImage()};
     QCOMPARE(impatient.convert(pool, {.stop = {}, .isGivenUp = [] { return true; }}).outcome,
-             Outcome::Stopped);
+             decoder::Outcome::Stopped);
     QCOMPARE(running.wait_for(0ms), std::future_status::timeout);
     first.request_stop();
-    QCOMPARE(running.get().outcome, Outcome::Stopped);
+    QCOMPARE(running.get().outcome, decoder::Outcome::Stopped);
 }
 
 void DecoderPoolTest::whatIsPromisedIsLimited() {
@@ -259,12 +259,12 @@ void DecoderPoolTest::whatIsPromisedIsLimited() {
     options.decodeLimit = static_cast<std::uint64_t>(image.frameSize());
     Pool enough{options};
     Files good{smallImage()};
-    QCOMPARE(good.convert(enough).outcome, Outcome::Converted);
+    QCOMPARE(good.convert(enough).outcome, decoder::Outcome::Converted);
     --options.decodeLimit;
     Pool less{options};
     Files refused{smallImage()};
     const auto result = refused.convert(less);
-    QCOMPARE(result.outcome, Outcome::NotConvertible);
+    QCOMPARE(result.outcome, decoder::Outcome::NotConvertible);
     QCOMPARE(QString::fromStdString(result.reason),
              u"its header promises more than may be decoded at once"_s);
     // What wraps in 32 bits is refused by the default limit, before a decoder sees it.
@@ -293,27 +293,28 @@ void DecoderPoolTest::allDecodersKeepWithinTheirMemory() {
     QCOMPARE(running(), 2);
     stop.request_stop();
     for (auto& one : all)
-        QCOMPARE(one.get().outcome, Outcome::Stopped);
+        QCOMPARE(one.get().outcome, decoder::Outcome::Stopped);
 }
 
 void DecoderPoolTest::withoutAProgramNothingIsConverted() {
     Pool pool{{.program = "/nowhere/tessaly-decoder"}};
     Files files{smallImage()};
     const auto result = files.convert(pool);
-    QCOMPARE(result.outcome, Outcome::NotConvertible);
+    QCOMPARE(result.outcome, decoder::Outcome::NotConvertible);
     QVERIFY(QString::fromStdString(result.reason).startsWith(u"no decoder can be started"_s));
 }
 
 /// Frames go out one by one, so the limit of one frame's memory is enough for many.
 void DecoderPoolTest::itsMemoryIsNotTheObjects() {
-    ImageSpec image{.rows = 1024, .columns = 1024, .bits = 8, .stored = 8, .frames = "300"};
+    ImageSpec image{.rows = 1024, .columns = 1024, .bits = 8, .stored = 8};
     const QByteArray frame = encodedFrame(image, flatPixels(image), EXS_JPEGLSLossless);
+    image.frames = "300";
     auto options = real();
     options.decodeMemory = std::uint64_t{128} << 20U;
     Pool pool{options};
     Files files{encapsulated(image, QByteArrayList(300, frame))};
     const auto result = files.convert(pool);
-    QVERIFY2(result.outcome == Outcome::Converted, result.reason.c_str());
+    QVERIFY2(result.outcome == decoder::Outcome::Converted, result.reason.c_str());
     QVERIFY(files.target.size() > 300LL << 20);
 }
 
