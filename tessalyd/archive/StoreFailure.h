@@ -26,9 +26,10 @@ class StoreFailure : public std::runtime_error {
     std::string detail_;
 };
 
-/// The database failed, in the engine's own words.
+/// The database failed, in the engine's own words: the first line of them, as the others may quote the row.
 [[nodiscard]] inline StoreFailure databaseRefused(const std::string& detail) {
-    return {STATUS_STORE_Refused_OutOfResources, "The database takes no object now", detail};
+    return {STATUS_STORE_Refused_OutOfResources, "The database takes no object now",
+            detail.substr(0, detail.find('\n'))};
 }
 
 /// The study or the series got another folder since the object was placed: it may be placed again.

@@ -169,7 +169,7 @@ void MoveJob::send(dicom::ObjectSender& sender, const StoredInstance& instance, 
     }
     const dicom::SendResult result = trySend(sender, instance, stop);
     if (result.outcome == Outcome::Failed)
-        return fail(instance, result.detail);
+        return fail(instance, result);
     const std::lock_guard lock{mutex_};
     if (result.outcome == Outcome::Success)
         operations_.complete();
@@ -187,9 +187,11 @@ dicom::SendResult MoveJob::trySend(dicom::ObjectSender& sender, const StoredInst
     }
 }
 
-void MoveJob::fail(const StoredInstance& instance, const std::string& reason) {
-    OFLOG_ERROR(serverLog(), order_.name.c_str() << ": " << instance.sopInstanceUid.c_str()
-                                                 << " not sent: " << reason.c_str());
+void MoveJob::fail(const StoredInstance& instance, const dicom::SendResult& result) {
+    const std::string object = order_.name + ": " + instance.sopInstanceUid;
+    OFLOG_ERROR(serverLog(), object.c_str() << " not sent: " << result.detail.c_str());
+    if (!result.comment.empty())
+        OFLOG_WARN(serverLog(), object.c_str() << ": the peer's comment: " << result.comment.c_str());
     const std::lock_guard lock{mutex_};
     operations_.fail(instance.sopInstanceUid);
 }

@@ -47,7 +47,7 @@ class MoveJob {
     void send(dicom::ObjectSender& sender, const StoredInstance& instance, const std::stop_token& stop);
     [[nodiscard]] dicom::SendResult trySend(dicom::ObjectSender& sender, const StoredInstance& instance,
                                             const std::stop_token& stop);
-    void fail(const StoredInstance& instance, const std::string& reason);
+    void fail(const StoredInstance& instance, const dicom::SendResult& result);
     [[nodiscard]] bool isCancelled() const;
 
     const Order order_;
