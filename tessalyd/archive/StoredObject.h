@@ -10,7 +10,8 @@ namespace tessaly::tessalyd {
 /// asked.
 class StoredObject final : public dicom::ObjectFile {
   public:
-    /// Throws std::runtime_error when the file is missing, cut off, another object's, or cannot be read.
+    /// Throws std::runtime_error when the file is missing, cut off, another object's, cannot be read, or lies
+    /// behind a symbolic link below its root. The text has no path; the log has it at level Debug.
     explicit StoredObject(const StoredInstance& instance);
 
     /// Decoded if need be, with its UIDs unchanged. All of it is in memory then, twice for a moment.
