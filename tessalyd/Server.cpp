@@ -34,10 +34,12 @@ Server::~Server() {
 void Server::start() {
     if (listening_)
         return;
+    closeSessions();  // another file may be the database by now
     db::Connection connection;
     openDatabase(connection);
     const Configuration configuration = readConfiguration(connection);
     configure(configuration);
+    watchDatabase(connection);
     for (const PortConfiguration& port : configuration.ports)
         listen(port);
     listening_ = true;
@@ -61,7 +63,18 @@ void Server::configure(const Configuration& configuration) {
     std::vector<std::string> roots;
     for (const PortConfiguration& port : configuration.ports)
         roots.push_back(port.root);
+    index_.rememberRoots(roots);
     cleaner_.emplace(std::move(roots));
+}
+
+void Server::watchDatabase(const db::Connection& connection) {
+    index_.resume();
+    watch_.emplace(connection, DatabaseWatch::Actions{.lost =
+                                                          [this] {
+                                                              index_.suspend();
+                                                              closeSessions();
+                                                          },
+                                                      .back = [this] { index_.resume(); }});
 }
 
 void Server::listen(const PortConfiguration& port) {
@@ -99,6 +112,9 @@ void Server::accept(const std::shared_ptr<const PortConfiguration>& port, FileDe
 void Server::stop() {
     listeners_.clear();
     portsBound_ = 0;
+    // Whoever maintains the database may replace its file now.
+    watch_.reset();
+    closeSessions();
     if (listening_.exchange(false))
         OFLOG_INFO(serverLog(), "listening no more");
 }
@@ -111,6 +127,11 @@ void Server::shutDown() {
     stop();
     threads_.finish();
     cleaner_.reset();
+    closeSessions();
+}
+
+/// Those that nobody uses at the moment; the others when they come back.
+void Server::closeSessions() {
     index_.close();
     queries_.close();
 }

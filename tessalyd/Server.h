@@ -8,6 +8,7 @@
 
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveIndex.h"
+#include "tessalyd/archive/DatabaseWatch.h"
 #include "tessalyd/archive/Decoder.h"
 #include "tessalyd/archive/LeftoverCleaner.h"
 #include "tessalyd/association/AssociationThreads.h"
@@ -56,6 +57,8 @@ class Server {
 
   private:
     void configure(const Configuration& configuration);
+    void watchDatabase(const db::Connection& connection);
+    void closeSessions();
     void listen(const PortConfiguration& port);
     void accept(const std::shared_ptr<const PortConfiguration>& port, FileDescriptor socket,
                 const std::stop_token& listening);
@@ -69,6 +72,7 @@ class Server {
     ServiceFactory services_;
     AssociationThreads threads_;
     std::optional<LeftoverCleaner> cleaner_;
+    std::optional<DatabaseWatch> watch_;
     std::vector<std::unique_ptr<Listener>> listeners_;
     std::atomic<bool> listening_{false};
     std::atomic<int> portsBound_{0};

@@ -40,6 +40,10 @@ void StoreService::answer(const Request& request, Requester& requester) {
         store(request, requester);
         ++stored_;
         OFLOG_DEBUG(serverLog(), object.c_str() << " stored");
+    } catch (const RootUnavailable& failure) {
+        ++notStored_;
+        OFLOG_WARN(serverLog(), object.c_str() << " not stored: " << failure.what());
+        throw RequestFailure{failure.status(), failure.what()};
     } catch (const StoreFailure& failure) {
         ++notStored_;
         OFLOG_ERROR(serverLog(),

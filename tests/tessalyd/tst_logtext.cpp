@@ -1,3 +1,5 @@
+#include <dcmtk/dcmdata/dcdeftag.h>
+
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
