@@ -13,7 +13,9 @@ void openSession(const std::shared_ptr<Session>& session, std::chrono::milliseco
     const auto statement = std::make_shared<Statement>(session, opening);
     statement->runDirectly();
     ResultSet row{statement};
-    if (!row.next() || !session->engine().isPostgres())
+    const bool hasRow = row.next();
+    session->noteLog();
+    if (!hasRow || !session->engine().isPostgres())
         return;
     if (const auto reason = refusal(row.integer("Version"), row.text("Encoding")))
         throw Error(*reason);

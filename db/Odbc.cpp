@@ -56,8 +56,11 @@ Session::Session(const std::string& connectString, SQLULEN cursors, bool walks)
                    environment_.get())) {
     check(SQLSetConnectAttr(get(), SQL_ATTR_ODBC_CURSORS, reinterpret_cast<SQLPOINTER>(cursors), 0));
     const std::string whole = connectString + connectWords(walks);
+    FileUse::requireFree(whole);
     check(connect(get(), whole));
     engine_ = describeEngine();
+    if (engine_.isSqlite())
+        file_ = std::make_unique<FileUse>(whole, textInfo(SQL_DATABASE_NAME));
     keepDriverQuiet();
 }
 
@@ -105,7 +108,7 @@ SQLUINTEGER Session::info(SQLUSMALLINT what) const {
 }
 
 std::string Session::textInfo(SQLUSMALLINT what) const {
-    std::array<char, 128> text{};
+    std::array<char, 4096> text{};  // a path may be as long
     SQLSMALLINT length = 0;
     const SQLRETURN result = SQLGetInfo(get(), what, text.data(), text.size(), &length);
     return SQL_SUCCEEDED(result) ? text.data() : std::string{};

@@ -7,11 +7,13 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "db/Connection.h"
 #include "db/Engine.h"
 #include "db/Error.h"
+#include "db/FileUse.h"
 #include "db/ResultSet.h"
 
 namespace tessaly::db::detail {
@@ -57,6 +59,14 @@ class Session {
     /// True when the driver can walk a forward-only set while other statements run beside it.
     [[nodiscard]] bool walksBesideOthers() const;
 
+    /// The file that it works on; nothing where the engine keeps none on this machine.
+    [[nodiscard]] std::optional<DatabaseFile> file() const { return file_ ? file_->file() : std::nullopt; }
+    /// When it has read from the database for the first time.
+    void noteLog() {
+        if (file_)
+            file_->noteLog();
+    }
+
     /// Every call on the connection and its statements goes through here. Throws unless it succeeded, and
     /// keeps in mind what the failure means for the session and its transaction.
     SQLRETURN check(SQLRETURN result, SQLSMALLINT kind, SQLHANDLE handle, const std::string& statement = {});
@@ -77,6 +87,7 @@ class Session {
     Handle<SQL_HANDLE_DBC> connection_;
     std::unique_ptr<Handle<SQL_HANDLE_DBC>> quiet_;
     Engine engine_;
+    std::unique_ptr<FileUse> file_;
 };
 
 /// What a connection and the queries on it share: the session, and how to get another one.
@@ -90,6 +101,7 @@ class Line {
     /// transaction: that one has failed, and its statements with it.
     [[nodiscard]] const std::shared_ptr<Session>& current();
     [[nodiscard]] bool isLost() const noexcept { return session_->lost; }
+    [[nodiscard]] std::optional<DatabaseFile> file() const { return session_->file(); }
     /// A statement or a transaction is alive on the session.
     [[nodiscard]] bool isInUse() const noexcept { return session_.use_count() > 1; }
 

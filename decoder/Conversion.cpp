@@ -214,7 +214,8 @@ class Conversion {
         writePixelHeader({'O', 'W'}, *size + *size % 2);
         const std::string photometric = decoder.image().photometric;
         const bool swaps = to_ == EXS_BigEndianExplicit;
-        std::optional<unsigned char> odd;  // half of a word, which is the next frame's too
+        bool hasHalf = false;  // of a word, whose other byte is the next frame's
+        unsigned char half = 0;
         for (std::size_t i = 0; i < frames->size(); ++i) {
             if (i > 0 && !decoder.decode((*frames)[i], frame))
                 return false;
@@ -224,18 +225,17 @@ class Conversion {
                 write_(frame);
                 continue;
             }
-            if (odd) {
-                frame.insert(frame.begin(), *odd);
-                odd.reset();
-            }
-            if (frame.size() % 2 != 0) {
-                odd = frame.back();
+            if (hasHalf)
+                frame.insert(frame.begin(), half);
+            hasHalf = frame.size() % 2 != 0;
+            if (hasHalf) {
+                half = frame.back();
                 frame.pop_back();
             }
             writeWords(frame);
         }
-        if (odd)
-            write_(std::array<unsigned char, 2>{0, *odd});
+        if (hasHalf)
+            write_(std::array<unsigned char, 2>{0, half});
         else if (*size % 2 != 0)
             write_(std::array<unsigned char, 1>{0});
         return writeTree(behind_);

@@ -40,10 +40,22 @@ std::string text(std::span<const char> bytes) {
 
 }  // namespace
 
+// Without waiting for a writer, should it be a pipe.
 ObjectFile::ObjectFile(std::filesystem::path path)
-    : path_(std::move(path)), file_(::open(path_.c_str(), O_RDONLY | O_CLOEXEC)) {
+    : path_(std::move(path)),
+      named_(path_.string() + ": "),
+      file_(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
     if (file_ < 0)
         fail(std::generic_category().message(errno));
+    readWhatItIs();
+}
+
+ObjectFile::ObjectFile(std::filesystem::path path, int descriptor)
+    : path_(std::move(path)), file_(descriptor) {
+    readWhatItIs();
+}
+
+void ObjectFile::readWhatItIs() {
     try {
         readHead();
         readMetaHeader();
@@ -58,13 +70,15 @@ ObjectFile::~ObjectFile() {
 }
 
 void ObjectFile::fail(const std::string& why) const {
-    throw std::runtime_error{path_.string() + ": " + why};
+    throw std::runtime_error{named_ + why};
 }
 
 void ObjectFile::readHead() {
     struct stat found {};
     if (::fstat(file_, &found) < 0)
         fail(std::generic_category().message(errno));
+    if (!S_ISREG(found.st_mode))
+        fail(S_ISDIR(found.st_mode) ? std::generic_category().message(EISDIR) : "no regular file");
     fileSize_ = static_cast<std::size_t>(found.st_size);
     const std::size_t size = std::min(fileSize_, LongestHead);
     head_ = std::make_unique_for_overwrite<char[]>(size);  // NOLINT(modernize-avoid-c-arrays)

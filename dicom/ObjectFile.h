@@ -12,6 +12,9 @@ class ObjectFile : public OutgoingObject {
   public:
     /// Opens the file and reads its meta header. Throws std::runtime_error.
     explicit ObjectFile(std::filesystem::path path);
+    /// The same with a file that the caller has opened for reading, and gives away. Faults do not name the
+    /// path.
+    ObjectFile(std::filesystem::path path, int descriptor);
     ~ObjectFile() override;
     ObjectFile(const ObjectFile&) = delete;
     ObjectFile& operator=(const ObjectFile&) = delete;
@@ -32,12 +35,14 @@ class ObjectFile : public OutgoingObject {
     void readAt(std::size_t offset, std::span<char> target) const;
 
   private:
+    void readWhatItIs();
     void readHead();
     void readMetaHeader();
     [[noreturn]] void fail(const std::string& why) const;
     void readFile(std::size_t offset, std::span<char> target) const;
 
     std::filesystem::path path_;
+    std::string named_;  // in the faults
     int file_ = -1;
     // The file's beginning: of most files all there is. Nothing is written there before what is read.
     std::unique_ptr<char[]> head_;  // NOLINT(modernize-avoid-c-arrays)

@@ -62,7 +62,8 @@ SendResult resultOf(std::uint16_t status, const std::string& comment) {
     (void)std::snprintf(number.data(), number.size(), "%04X", unsigned{status});
     return {.outcome = warning ? SendResult::Outcome::Warning : SendResult::Outcome::Failed,
             .status = status,
-            .detail = std::string{"status "} + number.data() + (comment.empty() ? "" : ": " + comment)};
+            .detail = std::string{"status "} + number.data(),
+            .comment = comment};
 }
 
 T_DIMSE_Message StoreRequest::message(const OutgoingObject& object, const MoveOriginator* originator) const {

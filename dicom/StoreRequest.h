@@ -23,6 +23,7 @@ struct SendResult {
     Outcome outcome = Outcome::Success;
     std::uint16_t status = 0;  ///< of the peer's answer; 0 where there is none
     std::string detail;        ///< of what is no success, for the log
+    std::string comment;       ///< the peer's own words, which may be of a patient
 };
 
 /// What an answer's status and comment mean.

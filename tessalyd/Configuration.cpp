@@ -121,6 +121,7 @@ Configuration readConfiguration(const db::Connection& connection) {
         configuration.log.dumpBits = static_cast<unsigned>(row.integer("DumpLevel"));
         configuration.queryTimeout = std::chrono::seconds{std::max(row.integer("QueryTimeout"), 0LL)};
     }
+    configuration.databaseFile = db::fileOf(connection);
     configuration.ports = readPorts(connection);
     configuration.nodes = readNodes(connection);
     configuration.hasOlderRows =

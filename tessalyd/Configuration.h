@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "db/Connection.h"
+#include "db/DatabaseFile.h"
 
 namespace tessaly::tessalyd {
 
@@ -60,6 +61,7 @@ struct Configuration {
     std::vector<PortConfiguration> ports;  ///< in port order
     std::vector<NodeConfiguration> nodes;  ///< by name
     bool hasOlderRows = false;             ///< rows of the archive that an upgrade has not filled yet
+    std::optional<db::DatabaseFile> databaseFile = {};  ///< that all this was read from, where there is one
 };
 
 /// Opens the configuration database. `settings` go before those of the data source: "Word=value", one or

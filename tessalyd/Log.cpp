@@ -5,7 +5,15 @@
 #include <dcmtk/oflog/spi/filter.h>
 #include <dcmtk/oflog/spi/logevent.h>
 
+#include <sys/stat.h>
+
 #include <atomic>
+#include <chrono>
+#include <optional>
+#include <string_view>
+#include <system_error>
+
+#include "tessalyd/Printable.h"
 
 namespace tessaly::tessalyd {
 
@@ -27,6 +35,82 @@ class WarningFilter final : public spi::Filter {
 };
 
 std::atomic<bool> WarningFilter::drop{false};
+
+/// One line an event, whatever the peers, the tables or the toolkit put into it; a dump keeps its lines. All
+/// messages pass through here, so that no caller has to think of it.
+class EventLayout final : public Layout {
+  public:
+    void formatAndAppend(tostream& output, const spi::InternalLoggingEvent& event) override {
+        head_.formatAndAppend(output, event);
+        const tstring& message = event.getMessage();
+        std::string_view text{message.c_str(), message.length()};
+        const LineFeeds lineFeeds = isDump(event) ? LineFeeds::Kept : LineFeeds::Escaped;
+        if (lineFeeds == LineFeeds::Kept && text.ends_with('\n'))
+            text.remove_suffix(1);
+        output << printable(text, lineFeeds) << '\n';
+    }
+
+  private:
+    static bool isDump(const spi::InternalLoggingEvent& event) {
+        const std::string_view logger{event.getLoggerName().c_str()};
+        return logger.starts_with("dump.") ||
+               (logger.starts_with("dcmtk") && event.getLogLevel() <= DEBUG_LOG_LEVEL);
+    }
+
+    PatternLayout head_{"%D{%Y-%m-%d %H:%M:%S.%q} %5p [%t] %c: "};
+};
+
+/// Begins the file anew when somebody has removed or renamed it: a log that has no name any more would grow
+/// unseen. A file that cannot be opened loses the messages meanwhile, and is tried again every second.
+class LogAppender final : public RollingFileAppender {
+  public:
+    LogAppender(const std::filesystem::path& file, long maxBytes)
+        : RollingFileAppender(file.c_str(), maxBytes, KeptFiles, true), path_(file), opened_(named()) {}
+    ~LogAppender() override { destructorImpl(); }
+    LogAppender(const LogAppender&) = delete;
+    LogAppender& operator=(const LogAppender&) = delete;
+
+  protected:
+    void append(const spi::InternalLoggingEvent& event) override {
+        if (const auto now = Clock::now(); now - checked_ >= CheckInterval) {
+            checked_ = now;
+            reopenUnlessNamed();
+        }
+        RollingFileAppender::append(event);
+    }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::milliseconds CheckInterval{500};
+    struct Identity {
+        dev_t device;
+        ino_t inode;
+        bool operator==(const Identity&) const = default;
+    };
+
+    [[nodiscard]] std::optional<Identity> named() const {
+        struct stat found {};
+        if (::stat(path_.c_str(), &found) < 0)
+            return std::nullopt;
+        return Identity{found.st_dev, found.st_ino};
+    }
+
+    void reopenUnlessNamed() {
+        if (const auto found = named(); found && found == opened_)
+            return;
+        out.close();
+        out.clear();
+        std::error_code ignored;  // what cannot be made cannot be opened either
+        if (path_.has_parent_path())
+            std::filesystem::create_directories(path_.parent_path(), ignored);
+        open(std::ios::app);
+        opened_ = named();
+    }
+
+    std::filesystem::path path_;
+    std::optional<Identity> opened_;
+    Clock::time_point checked_ = Clock::now();
+};
 
 dcmtk::log4cplus::LogLevel ownThreshold(tessalyd::LogLevel level) {
     switch (level) {
@@ -83,9 +167,8 @@ const OFLogger& dumpLog(Dump layer) {
 LogFile::LogFile(const std::filesystem::path& file, long maxBytes) {
     if (file.has_parent_path())
         std::filesystem::create_directories(file.parent_path());
-    SharedAppenderPtr appender{new RollingFileAppender{file.c_str(), maxBytes, KeptFiles, true}};
-    appender->setLayout(
-        OFunique_ptr<Layout>{new PatternLayout{"%D{%Y-%m-%d %H:%M:%S.%q} %5p [%t] %c: %m%n"}});
+    SharedAppenderPtr appender{new LogAppender{file, maxBytes}};
+    appender->setLayout(OFunique_ptr<Layout>{new EventLayout});
     appender->setFilter(spi::FilterPtr{new WarningFilter});
     Logger root = Logger::getRoot();
     root.removeAllAppenders();

@@ -25,6 +25,13 @@ std::string remedy() {
            (error ? std::string{"tessalyd"} : program.native()) + ", and start the server anew";
 }
 
+std::vector<std::string> rootsOf(const Configuration& configuration) {
+    std::vector<std::string> roots;
+    for (const PortConfiguration& port : configuration.ports)
+        roots.push_back(port.root);
+    return roots;
+}
+
 std::string joined(const std::vector<std::string>& lines) {
     std::string text;
     for (const std::string& line : lines)
@@ -50,10 +57,12 @@ Server::~Server() {
 void Server::start(const std::stop_token& stop) {
     if (listening_)
         return;
+    closeSessions();  // another file may be the database by now
     const Configuration configuration = fetchConfiguration(stop);
     configure(configuration);
     bindAll(configuration.ports);
-    startCleaner(configuration);
+    cleaner_.emplace(rootsOf(configuration));
+    watchDatabase(configuration);
     listening_ = true;
     if (configuration.hasOlderRows)
         OFLOG_INFO(serverLog(),
@@ -72,13 +81,17 @@ void Server::configure(const Configuration& configuration) {
     index_.configure(configuration.queryTimeout, associations);
     queries_.configure(configuration);
     threads_.setLimit(associations + SpareThreads);
+    index_.rememberRoots(rootsOf(configuration));
+    index_.resume();
 }
 
-void Server::startCleaner(const Configuration& configuration) {
-    std::vector<std::string> roots;
-    for (const PortConfiguration& port : configuration.ports)
-        roots.push_back(port.root);
-    cleaner_.emplace(std::move(roots));
+void Server::watchDatabase(const Configuration& configuration) {
+    watch_.emplace(configuration.databaseFile, DatabaseWatch::Actions{.lost =
+                                                                          [this] {
+                                                                              index_.suspend();
+                                                                              closeSessions();
+                                                                          },
+                                                                      .back = [this] { index_.resume(); }});
 }
 
 void Server::bindAll(const std::vector<PortConfiguration>& ports) {
@@ -175,6 +188,9 @@ void Server::accept(const std::shared_ptr<const PortConfiguration>& port, FileDe
 
 void Server::stop() {
     forgetPorts();
+    // Whoever maintains the database may replace its file now.
+    watch_.reset();
+    closeSessions();
     if (listening_.exchange(false))
         OFLOG_INFO(serverLog(), "listening no more");
 }
@@ -194,6 +210,11 @@ void Server::shutDown() {
     stop();
     threads_.finish();
     cleaner_.reset();
+    closeSessions();
+}
+
+/// Those that nobody uses at the moment; the others when they come back.
+void Server::closeSessions() {
     index_.close();
     queries_.close();
 }

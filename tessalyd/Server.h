@@ -9,6 +9,7 @@
 #include "decoder/Pool.h"
 #include "tessalyd/Configuration.h"
 #include "tessalyd/archive/ArchiveIndex.h"
+#include "tessalyd/archive/DatabaseWatch.h"
 #include "tessalyd/archive/LeftoverCleaner.h"
 #include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/AssociationThreads.h"
@@ -76,7 +77,8 @@ class Server {
     [[nodiscard]] bool isBound(const PortConfiguration& port) const;
     void countBound();
     void forgetPorts();
-    void startCleaner(const Configuration& configuration);
+    void watchDatabase(const Configuration& configuration);
+    void closeSessions();
     void accept(const std::shared_ptr<const PortConfiguration>& port, FileDescriptor socket,
                 const std::stop_token& listening);
 
@@ -91,6 +93,7 @@ class Server {
     ServiceFactory services_;
     AssociationThreads threads_;
     std::optional<LeftoverCleaner> cleaner_;
+    std::optional<DatabaseWatch> watch_;
     std::vector<std::unique_ptr<Listener>> listeners_;
     std::vector<std::shared_ptr<const PortConfiguration>> ports_;  ///< those with a TCP port
     std::vector<Endpoint> missing_;                                ///< of these, what could not be bound

@@ -19,7 +19,8 @@ tessalyd/Server         > tessalyd/services
 tessalyd/services       > tessalyd/archive tessalyd/association
 tessalyd/archive        > tessalyd/Log tessalyd/FileDescriptor decoder
 tessalyd/association    > tessalyd/Log tessalyd/FileDescriptor dicom
-tessalyd/Log            > tessalyd/Configuration
+tessalyd/Log            > tessalyd/Configuration tessalyd/Printable
+tessalyd/Printable      >
 tessalyd/Configuration  > schema
 tessalyd/FileDescriptor > base
 tessaly-db              > schema passwords

@@ -11,6 +11,8 @@
 #include <system_error>
 #include <vector>
 
+#include "tessalyd/Log.h"
+#include "tessalyd/archive/ArchiveFolder.h"
 #include "tessalyd/archive/FileLock.h"
 
 namespace tessaly::tessalyd {
@@ -21,10 +23,6 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view Prefix = ".tessalyd-";
 constexpr std::string_view Suffix = ".part";
-
-[[noreturn]] void fail(const fs::path& path) {
-    throw std::system_error{errno, std::generic_category(), path.string()};
-}
 
 /// One that no other server has, on this machine or another, and no earlier one had.
 std::string temporaryName() {
@@ -40,31 +38,32 @@ bool isInAFolder(const FileDescriptor& file) noexcept {
     return ::fstat(file.get(), &found) == 0 && found.st_nlink > 0;
 }
 
-void flushFolder(const fs::path& folder) {
-    const FileDescriptor handle{::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    if (!handle.isOpen() || ::fsync(handle.get()) < 0)
-        fail(folder);
+/// Flushes a folder, however it was opened.
+bool isFlushed(const FileDescriptor& folder) noexcept {
+    const FileDescriptor handle{::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    return handle.isOpen() && ::fsync(handle.get()) == 0;
 }
 
-bool moved(const fs::path& from, const fs::path& to, unsigned flags) noexcept {
-    return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0;
+bool moved(const FileDescriptor& folder, const std::string& from, const std::string& to,
+           unsigned flags) noexcept {
+    return ::renameat2(folder.get(), from.c_str(), folder.get(), to.c_str(), flags) == 0;
 }
 
-/// Makes a folder that lasts. One that is there may be another store's, which has not flushed it yet.
-void makeFolder(const fs::path& folder) {
-    constexpr mode_t Mode = 0777;  // less the process's mask
-    if (::mkdir(folder.c_str(), Mode) < 0 && errno != EEXIST)
-        fail(folder);
-    flushFolder(folder.parent_path());
+std::optional<struct stat> entry(const FileDescriptor& folder, const std::string& name) noexcept {
+    struct stat found {};
+    if (::fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) < 0)
+        return std::nullopt;
+    return found;
 }
 
 /// The file of that name, locked where locks are to be had; none where there is none, or none that may be
 /// opened.
-FileDescriptor lockedAt(const fs::path& path) {
+FileDescriptor lockedAt(const FileDescriptor& folder, const std::string& name) {
     for (;;) {
         // For writing, although nothing is written: network file systems give no other the lock.
-        FileDescriptor file{::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
-        if (!file.isOpen() || waitForLock(file) == FileLock::NotToBeHad || isNamed(file, path))
+        FileDescriptor file{
+            ::openat(folder.get(), name.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+        if (!file.isOpen() || waitForLock(file) == FileLock::NotToBeHad || isNamed(file, folder, name))
             return file;
     }
 }
@@ -79,7 +78,9 @@ bool isTemporaryName(std::string_view name) noexcept {
 }
 
 ArchiveFile::ArchiveFile(fs::path folder, std::string name)
-    : folder_(std::move(folder)), name_(std::move(name)) {
+    : folder_(std::move(folder)), name_(std::move(name)), openedRoot_(openRoot(root())) {
+    if (!openedRoot_.isOpen())
+        fail(root());
     // Mostly the folders are there. Those that are made here, a store that fails in another thread may take
     // away again before the file is in them.
     constexpr int Attempts = 5;
@@ -87,6 +88,7 @@ ArchiveFile::ArchiveFile(fs::path folder, std::string name)
         try {
             if (attempt > 0)
                 makeFolders();
+            openFolder();
             open();
         } catch (const std::system_error& error) {
             if (error.code() != std::errc::no_such_file_or_directory || attempt == Attempts) {
@@ -101,10 +103,38 @@ ArchiveFile::~ArchiveFile() {
     withdraw();
 }
 
+void ArchiveFile::fail(const fs::path& path) const {
+    const std::error_code why{errno, std::generic_category()};
+    OFLOG_DEBUG(serverLog(), path.c_str() << ": " << why.message());
+    const bool isLink = why == std::errc::too_many_symbolic_link_levels || why == std::errc::not_a_directory;
+    throw std::system_error{
+        why, "below " + root().string() + (isLink ? ", where a folder is no folder or a symbolic link" : "")};
+}
+
+void ArchiveFile::openFolder() {
+    openedFolder_ = openBeneath(openedRoot_, folder_.parent_path().filename() / folder_.filename(),
+                                O_RDONLY | O_DIRECTORY);
+    if (!openedFolder_.isOpen())
+        fail(folder_);
+}
+
 void ArchiveFile::makeFolders() {
     // The root is the administrator's: a mistyped one, or one that is not mounted, must fail.
-    makeFolder(folder_.parent_path());
-    makeFolder(folder_);
+    const fs::path study = folder_.parent_path();
+    makeFolder(openedRoot_, study);
+    const FileDescriptor opened = openBeneath(openedRoot_, study.filename(), O_PATH | O_DIRECTORY);
+    if (!opened.isOpen())
+        fail(study);
+    makeFolder(opened, folder_);
+}
+
+/// Makes a folder that lasts. One that is there may be another store's, which has not flushed it yet.
+void ArchiveFile::makeFolder(const FileDescriptor& parent, const fs::path& folder) const {
+    constexpr mode_t Mode = 0777;  // less the process's mask
+    if (::mkdirat(parent.get(), folder.filename().c_str(), Mode) < 0 && errno != EEXIST)
+        fail(folder);
+    if (!isFlushed(parent))
+        fail(folder.parent_path());
 }
 
 void ArchiveFile::open() {
@@ -112,8 +142,10 @@ void ArchiveFile::open() {
     // Before it is locked, a server that is just starting may take it for a left-over one.
     constexpr int Attempts = 5;
     for (int attempt = 1;; ++attempt) {
-        temporary_ = folder_ / temporaryName();
-        FileDescriptor file{::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, Mode)};
+        const std::string name = temporaryName();
+        temporary_ = folder_ / name;
+        FileDescriptor file{
+            ::openat(openedFolder_.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, Mode)};
         if (!file.isOpen())
             fail(temporary_);
         // Where locks are not to be had, nobody takes anything away.
@@ -122,7 +154,7 @@ void ArchiveFile::open() {
             file_ = std::move(file);
             return;
         }
-        ::unlink(temporary_.c_str());
+        ::unlinkat(openedFolder_.get(), name.c_str(), 0);
     }
 }
 
@@ -175,8 +207,16 @@ void ArchiveFile::copyTo(ArchiveFile& other) const {
 }
 
 bool ArchiveFile::replaces() const noexcept {
-    struct stat found {};
-    return ::lstat(path().c_str(), &found) == 0;
+    return entry(openedFolder_, name_).has_value();
+}
+
+/// The final path leads to this file. It does not where a folder was moved, or the root is another one by
+/// now: nobody would find what has its name in the folder that was opened.
+bool ArchiveFile::isWhereItBelongs() const noexcept {
+    const FileDescriptor now = openRoot(root());
+    const FileDescriptor folder =
+        openBeneath(now, folder_.parent_path().filename() / folder_.filename(), O_PATH | O_DIRECTORY);
+    return folder.isOpen() && isNamed(file_, folder, name_);
 }
 
 void ArchiveFile::flush() {
@@ -187,11 +227,11 @@ void ArchiveFile::flush() {
 
 void ArchiveFile::publish() {
     try {
-        if (stage_ == Stage::Writing) {
+        if (stage_ == Stage::Writing)
             giveName();
-        } else if (!isNamed(file_, path())) {
+        if (!isWhereItBelongs()) {
             errno = ESTALE;
-            fail(path());
+            fail(folder_ / name_);
         }
     } catch (...) {
         withdraw();
@@ -200,31 +240,64 @@ void ArchiveFile::publish() {
 }
 
 void ArchiveFile::giveName() {
-    const fs::path final = path();
+    const std::string temporary = temporary_.filename();
     flush();
     while (stage_ == Stage::Writing) {
-        if (moved(temporary_, final, RENAME_NOREPLACE)) {
+        if (moved(openedFolder_, temporary, name_, RENAME_NOREPLACE)) {
             stage_ = Stage::Published;
             break;
         }
         const bool isTaken = errno == EEXIST;
+        if (const auto found = entry(openedFolder_, name_); found && !S_ISREG(found->st_mode)) {
+            setAside(name_);
+            continue;
+        }
         // What is replaced gets the temporary name, by which only its lock tells it from a left-over file.
-        replaced_ = lockedAt(final);
-        if (moved(temporary_, final, RENAME_EXCHANGE)) {
+        replaced_ = lockedAt(openedFolder_, name_);
+        if (moved(openedFolder_, temporary, name_, RENAME_EXCHANGE)) {
             stage_ = Stage::Replaced;
         } else if (!isTaken || errno != ENOENT) {  // it has not merely vanished meanwhile
             // A file system that can neither: a file there is lost then even if this one is not kept.
-            if (::rename(temporary_.c_str(), final.c_str()) < 0)
-                fail(final);
+            if (!moved(openedFolder_, temporary, name_, 0))
+                fail(folder_ / name_);
             stage_ = Stage::Published;
         }
     }
-    flushFolder(folder_);
+    if (!isFlushed(openedFolder_))
+        fail(folder_);
+}
+
+/// Gives what stands in the object's place, and is no file, a name that nobody has. It may hold somebody's
+/// data, so it is kept.
+void ArchiveFile::setAside(const std::string& name) const {
+    constexpr int Most = 1000;
+    for (int number = 1; number <= Most; ++number) {
+        const std::string aside = name_ + ".aside-" + std::to_string(number);
+        if (entry(openedFolder_, aside))
+            continue;
+        // Of file systems that cannot do without replacing, nothing of that name is known.
+        const bool isMoved = moved(openedFolder_, name, aside, RENAME_NOREPLACE) ||
+                             (errno == EINVAL && moved(openedFolder_, name, aside, 0));
+        if (isMoved)
+            OFLOG_ERROR(serverLog(), "below " << root().c_str() << ": what stood in the place of the file "
+                                              << name_.c_str() << " is no file; it is now " << aside.c_str());
+        if (isMoved || errno == ENOENT)
+            return;
+        if (errno != EEXIST)
+            break;
+    }
+    fail(folder_ / name_);
 }
 
 void ArchiveFile::keep() noexcept {
-    if (stage_ == Stage::Replaced)
-        ::unlink(temporary_.c_str());
+    if (stage_ == Stage::Replaced && ::unlinkat(openedFolder_.get(), temporary_.filename().c_str(), 0) < 0 &&
+        errno == EISDIR) {  // it came between the look at the name and the exchange
+        try {
+            setAside(temporary_.filename());
+        } catch (const std::exception&) {  // it stays under the temporary name
+            errno = 0;
+        }
+    }
     stage_ = Stage::Done;
     file_.reset();
     replaced_.reset();
@@ -240,31 +313,44 @@ void ArchiveFile::leave() noexcept {
 void ArchiveFile::withdraw() noexcept {
     if (stage_ == Stage::Done)
         return;
-    const fs::path final = path();
-    // Where files cannot be locked, another server may have put its own there since: that is not this one's
-    // to take away.
-    if (stage_ == Stage::Replaced && isNamed(file_, final))
-        moved(temporary_, final, RENAME_EXCHANGE);
-    else if (stage_ == Stage::Published && isNamed(file_, final))
-        ::unlink(final.c_str());
-    ::unlink(temporary_.c_str());
-    ::rmdir(folder_.c_str());  // each only when nothing is in it
-    ::rmdir(folder_.parent_path().c_str());
+    const std::string temporary = temporary_.filename();
+    if (openedFolder_.isOpen() && !temporary.empty()) {
+        // Where files cannot be locked, another server may have put its own there since: that is not this
+        // one's to take away.
+        const bool isNamedYet = isNamed(file_, openedFolder_, name_);
+        if (stage_ == Stage::Replaced && isNamedYet)
+            moved(openedFolder_, temporary, name_, RENAME_EXCHANGE);
+        else if (stage_ == Stage::Published && isNamedYet)
+            ::unlinkat(openedFolder_.get(), name_.c_str(), 0);
+        ::unlinkat(openedFolder_.get(), temporary.c_str(), 0);
+    }
+    // Each folder only when nothing is in it.
+    const fs::path study = folder_.parent_path().filename();
+    if (const FileDescriptor opened = openBeneath(openedRoot_, study, O_PATH | O_DIRECTORY); opened.isOpen())
+        ::unlinkat(opened.get(), folder_.filename().c_str(), AT_REMOVEDIR);
+    ::unlinkat(openedRoot_.get(), study.c_str(), AT_REMOVEDIR);
     stage_ = Stage::Done;
     file_.reset();
     replaced_.reset();
 }
 
-FormerFile::FormerFile(fs::path path) : path_(std::move(path)), file_(lockedAt(path_)) {
-    struct stat found {};
-    if (::lstat(path_.c_str(), &found) == 0)
-        found_ = found;
+FormerFile::FormerFile(const fs::path& path) : name_(path.filename()) {
+    const fs::path folder = path.parent_path();
+    const fs::path study = folder.parent_path();
+    folder_ = openBeneath(openRoot(study.parent_path()), study.filename() / folder.filename(),
+                          O_PATH | O_DIRECTORY);
+    if (!folder_.isOpen())
+        return;
+    file_ = lockedAt(folder_, name_);
+    found_ = entry(folder_, name_);
 }
 
 void FormerFile::remove() const noexcept {
-    struct stat found {};
-    if (found_ && ::lstat(path_.c_str(), &found) == 0 && isSameFile(*found_, found))
-        ::unlink(path_.c_str());
+    if (!found_)
+        return;
+    const auto found = entry(folder_, name_);
+    if (found && isSameFile(*found_, *found))
+        ::unlinkat(folder_.get(), name_.c_str(), 0);
 }
 
 }  // namespace tessaly::tessalyd

@@ -18,7 +18,10 @@ namespace tessaly::tessalyd {
 /// A file on its way into the archive. It is written under a temporary name in its final folder, whose
 /// missing parts are made; it is locked meanwhile, which tells it from one that a killed server left. The
 /// destructor takes away whatever was not kept, folders that were made for it included. Every operation
-/// throws std::system_error.
+/// throws std::system_error, whose text names the root alone; the whole path goes to the log at level Debug.
+///
+/// The folder lies two below the root. No symbolic link below the root is followed, and everything happens in
+/// the folder that was opened: one that is put in its place meanwhile gets nothing, and the file no name.
 ///
 /// Whoever takes a file of the archive from its name has locked it first, and a file stays locked from its
 /// publish() to its keep() or its withdrawal: so no store, in this server or another, replaces or takes away
@@ -50,8 +53,9 @@ class ArchiveFile {
     /// Flushes the data. publish() does it otherwise.
     void flush();
     /// Flushes the data, gives the file its final name and flushes the folder. A file that had the name
-    /// before is set aside until keep(). A failure takes the file away before it is thrown. Called again, it
-    /// makes sure that the name is still this file's.
+    /// before is kept until keep(); anything else, such as a folder, goes to a name of its own beside it for
+    /// good, NAME.aside-1 or the next that is free. A failure takes the file away before it is thrown. Called
+    /// again, it makes sure that the name is still this file's.
     void publish();
     /// After publish(): makes it stay. Never fails.
     void keep() noexcept;
@@ -64,14 +68,21 @@ class ArchiveFile {
   private:
     enum class Stage { Writing, Published, Replaced, Done };
 
-    void open();
+    [[nodiscard]] std::filesystem::path root() const { return folder_.parent_path().parent_path(); }
+    [[noreturn]] void fail(const std::filesystem::path& path) const;
+    void openFolder();
     void makeFolders();
+    void makeFolder(const FileDescriptor& parent, const std::filesystem::path& folder) const;
+    void open();
     void giveName();
-    [[nodiscard]] std::filesystem::path path() const { return folder_ / name_; }  // the final one
+    void setAside(const std::string& name) const;
+    [[nodiscard]] bool isWhereItBelongs() const noexcept;
 
     std::filesystem::path folder_;
     std::string name_;
     std::filesystem::path temporary_;
+    FileDescriptor openedRoot_;
+    FileDescriptor openedFolder_;
     FileDescriptor file_;
     FileDescriptor replaced_;  ///< from publish() on, where there was one
     Stage stage_ = Stage::Writing;
@@ -83,13 +94,14 @@ class ArchiveFile {
 class FormerFile {
   public:
     /// Locks what is there. Throws std::system_error when others have it locked for too long.
-    explicit FormerFile(std::filesystem::path path);
+    explicit FormerFile(const std::filesystem::path& path);
 
     /// Takes it away, if the name is still its own. Never fails.
     void remove() const noexcept;
 
   private:
-    std::filesystem::path path_;
+    FileDescriptor folder_;
+    std::string name_;
     FileDescriptor file_;
     std::optional<struct stat> found_;
 };

@@ -59,7 +59,21 @@ std::unique_ptr<ArchiveIndex::Placement> ArchiveIndex::place(const ObjectHeader&
         .seriesDir = known.seriesDir.value_or(header.seriesInstanceUid),
         .imageFile = header.sopInstanceUid + ".dcm",
     };
+    requireRoot(placement->location_.studyPath);
     return placement;
+}
+
+void ArchiveIndex::requireRoot(const std::string& studyPath) {
+    // That of the tables: after a relocation it is none of the ports'.
+    const std::size_t cut = studyPath.find_last_of("\\/");
+    if (cut == std::string::npos)
+        return;
+    std::string root = studyPath.substr(0, cut);
+    while (root.ends_with('\\') || root.ends_with('/'))
+        root.pop_back();
+    roots_.require(root, studyPath.substr(cut + 1), [this, &root] {
+        return withSession([&root](ArchiveSession& session) { return session.hasStudiesIn(root); });
+    });
 }
 
 std::unique_lock<std::mutex> ArchiveIndex::claim(const std::string& sopInstanceUid) {

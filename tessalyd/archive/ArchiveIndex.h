@@ -8,8 +8,10 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tessalyd/archive/ArchiveLocation.h"
+#include "tessalyd/archive/ArchiveRoots.h"
 #include "tessalyd/archive/ArchiveSessions.h"
 #include "tessalyd/archive/ObjectHeader.h"
 
@@ -26,6 +28,13 @@ class ArchiveIndex {
     /// As ArchiveSessions.
     void configure(std::chrono::seconds wait, std::size_t stores) { sessions_.configure(wait, stores); }
     void close() { sessions_.close(); }
+
+    /// As ArchiveRoots: those of the ports, as the server starts.
+    void rememberRoots(const std::vector<std::string>& roots) { roots_.remember(roots); }
+
+    /// While the database's file is not the one that it was, stores are refused; from any thread.
+    void suspend() { sessions_.suspend(); }
+    void resume() { sessions_.resume(); }
 
     /// Where an object is to be stored. As long as it lives, all objects of a new study go to the same
     /// folder, whatever port of this server they come in by.
@@ -45,19 +54,20 @@ class ArchiveIndex {
         ArchiveLocation location_;
     };
     /// A study and a series that are known keep their folders; a new study gets one below `root`. The UIDs
-    /// are to be checked before. Throws StoreFailure.
+    /// are to be checked before. Throws StoreFailure, RootUnavailable included.
     [[nodiscard]] std::unique_ptr<Placement> place(const ObjectHeader& header, const std::string& root);
 
     /// Held from before a file gets its final name until its row is written: keeps two senders of the same
     /// instance apart, where they send to this server.
     [[nodiscard]] std::unique_lock<std::mutex> claim(const std::string& sopInstanceUid);
 
-    /// Writes the rows of an object that is to lie at `location`, in one transaction, which is tried again where
-    /// others were in its way or the connection broke. Throws StoreFailure and whatever the steps throw; nothing
-    /// is written then, but for StoreUndecided.
+    /// Writes the rows of an object that is to lie at `location`, in one transaction, which is tried again
+    /// where others were in its way or the connection broke. Throws StoreFailure and whatever the steps
+    /// throw; nothing is written then, but for StoreUndecided.
     void record(const ObjectHeader& header, const ArchiveLocation& location, const FileSteps& steps = {});
 
-    /// Stores wait for each other from their first row to their commit, which a slow step makes longer for all.
+    /// Stores wait for each other from their first row to their commit, which a slow step makes longer for
+    /// all.
     [[nodiscard]] bool writesInTurn() { return !sessions_.areSideBySide(); }
 
   private:
@@ -68,10 +78,12 @@ class ArchiveIndex {
 
     template <class Work>
     auto withSession(Work work);
+    void requireRoot(const std::string& studyPath);
     [[nodiscard]] std::string settle(const std::string& study, const std::optional<std::string>& known,
                                      std::string otherwise);
 
     ArchiveSessions sessions_;
+    ArchiveRoots roots_;
 
     std::mutex reservationsMutex_;
     std::map<std::string, Reservation> reservations_;

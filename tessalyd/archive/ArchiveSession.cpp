@@ -3,6 +3,7 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmnet/dimse.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include "db/Transaction.h"
@@ -156,8 +157,20 @@ void ArchiveSession::record(const ObjectHeader& header, const ArchiveLocation& l
             .execute();
     }
     steps.leave(former != location ? former : std::nullopt);
+    if (!isInPlace())
+        throw databaseMoved();
     steps.publish();
     transaction.commit();
+    if (!isInPlace())  // the rows may be in a file that nobody has any more, or that comes back
+        throw StoreUndecided{databaseMoved()};
+}
+
+bool ArchiveSession::hasStudiesIn(const std::string& root) {
+    const auto isBeginning = [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U; };
+    const auto characters = std::count_if(root.begin(), root.end(), isBeginning);
+    db::Query query{connection_, "SELECT 1 AS Found FROM Study WHERE SUBSTR(StudyPath, 1, ?) IN (?, ?)"};
+    query.bindAll({integer(characters + 1), varchar(root + '\\'), varchar(root + '/')});
+    return query.open().next();
 }
 
 /// Most objects come into a series that is there, and say nothing new of it: one statement tells.

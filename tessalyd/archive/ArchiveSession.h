@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "db/DatabaseFile.h"
 #include "db/Query.h"
 #include "tessalyd/archive/ArchiveLocation.h"
 #include "tessalyd/archive/ObjectHeader.h"
@@ -13,8 +14,8 @@ namespace tessaly::tessalyd {
 
 /// What a store does with files while its rows are written, in their transaction. Faults come through.
 struct FileSteps {
-    /// After the rows and before the commit: the object's file gets its name. Called again when the transaction
-    /// is tried again.
+    /// After the rows and before the commit: the object's file gets its name. Called again when the
+    /// transaction is tried again.
     std::function<void()> publish = [] {};
     /// Before publish, and again likewise: where the same instance has lain so far, if that is elsewhere.
     std::function<void(const std::optional<ArchiveLocation>&)> leave =
@@ -37,10 +38,16 @@ class ArchiveSession {
     };
     [[nodiscard]] Folders folders(const ObjectHeader& header);
 
-    /// Writes the rows of an object, in one transaction. db::Error::isConflict() says that all of it may be tried again. Throws Displaced where the
-    /// tables have another folder by now.
+    /// Writes the rows of an object, in one transaction. db::Error::isConflict() says that all of it may be
+    /// tried again. Throws Displaced where the tables have another folder by now, and StoreUndecided where
+    /// the database's file lost its place in the commit.
     void record(const ObjectHeader& header, const ArchiveLocation& location, const FileSteps& steps = {});
 
+    /// A study is known whose folder lies in this one, as the tables write it.
+    [[nodiscard]] bool hasStudiesIn(const std::string& root);
+
+    /// As for db::Connection.
+    [[nodiscard]] bool isInPlace() const { return db::isInPlace(connection_); }
     [[nodiscard]] bool writesSideBySide() const { return connection_.writesSideBySide(); }
 
   private:

@@ -31,21 +31,48 @@ void ArchiveSessions::close() {
     closed.swap(idle_);
 }
 
+void ArchiveSessions::suspend() {
+    {
+        const std::lock_guard lock{mutex_};
+        isSuspended_ = true;
+    }
+    returned_.notify_all();
+    close();
+}
+
+void ArchiveSessions::resume() {
+    const std::lock_guard lock{mutex_};
+    isSuspended_ = false;
+}
+
 ArchiveSessions::Lease ArchiveSessions::take() {
     std::unique_lock lock{mutex_};
     const std::chrono::seconds wait = wait_;
-    if (!returned_.wait_for(lock, wait > std::chrono::seconds::zero() ? wait : UsualWait,
-                            [this] { return inUse_ < limit() && (!idle_.empty() || !isOpening_); }))
+    const auto isReady = [this] {
+        return isSuspended_ || (inUse_ < limit() && (!idle_.empty() || !isOpening_));
+    };
+    if (!returned_.wait_for(lock, wait > std::chrono::seconds::zero() ? wait : UsualWait, isReady))
         throw databaseRefused("other stores are waiting for it");
+    if (isSuspended_)
+        throw databaseMoved();
     ++inUse_;
     const unsigned generation = generation_;
-    std::unique_ptr<ArchiveSession> session;
-    if (!idle_.empty()) {
-        session = std::move(idle_.back());
-        idle_.pop_back();
-    }
-    if (session)
+    if (idle_.empty())
+        return open(std::move(lock), wait);
+    std::unique_ptr<ArchiveSession> session = std::move(idle_.back());
+    idle_.pop_back();
+    lock.unlock();
+    if (session->isInPlace())
         return {*this, std::move(session), generation};
+    session.reset();
+    giveBack(nullptr, generation);
+    close();  // the others are no better
+    throw databaseMoved();
+}
+
+ArchiveSessions::Lease ArchiveSessions::open(std::unique_lock<std::mutex> lock, std::chrono::seconds wait) {
+    const unsigned generation = generation_;
+    std::unique_ptr<ArchiveSession> session;
     isOpening_ = true;
     lock.unlock();
     try {

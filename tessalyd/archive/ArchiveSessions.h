@@ -28,6 +28,10 @@ class ArchiveSessions {
     /// Closes those that nobody uses; the others are closed when they come back. The next use opens new ones.
     void close();
 
+    /// Until resume(), none is given out: the database's file is not the one that it was.
+    void suspend();
+    void resume();
+
     /// One connection's use by one thread.
     class Lease {
       public:
@@ -48,15 +52,16 @@ class ArchiveSessions {
         unsigned generation_;
     };
 
-    /// Throws StoreFailure when others have them all, or are opening one, for too long; db::Error when none can
-    /// be opened. One is opened at a time: a database server that says nothing holds up all who wait for it
-    /// together, and not one after the other.
+    /// Throws StoreFailure when others have them all, or are opening one, for too long, and when the
+    /// database's file has lost its place; db::Error when none can be opened. One is opened at a time: a
+    /// database server that says nothing holds up all who wait for it together, and not one after the other.
     [[nodiscard]] Lease take();
 
     /// What is known of the engine: that it lets several write side by side.
     [[nodiscard]] bool areSideBySide();
 
   private:
+    [[nodiscard]] Lease open(std::unique_lock<std::mutex> lock, std::chrono::seconds wait);
     void giveBack(std::unique_ptr<ArchiveSession> session, unsigned generation) noexcept;
     [[nodiscard]] std::size_t limit() const noexcept { return sideBySide_ ? most_ : 1; }
 
@@ -65,6 +70,7 @@ class ArchiveSessions {
     std::vector<std::unique_ptr<ArchiveSession>> idle_;  // the last one used at the end
     std::size_t inUse_ = 0;
     bool isOpening_ = false;
+    bool isSuspended_ = false;
     unsigned generation_ = 0;
     std::chrono::seconds wait_{0};
     std::size_t most_ = 1;

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 #include <chrono>
-#include <filesystem>
+#include <string>
 #include <system_error>
 #include <thread>
 
@@ -31,8 +31,8 @@ enum class FileLock {
     return errno == EAGAIN || errno == EACCES ? FileLock::OfSomebody : FileLock::NotToBeHad;
 }
 
-/// The same, but waits for who has it: a store that has not come to its end, here or in another server. Throws
-/// std::system_error when that takes too long.
+/// The same, but waits for who has it: a store that has not come to its end, here or in another server.
+/// Throws std::system_error when that takes too long.
 [[nodiscard]] inline FileLock waitForLock(const FileDescriptor& file) {
     using namespace std::chrono_literals;
     constexpr auto Interval = 2ms;
@@ -50,11 +50,14 @@ enum class FileLock {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-/// The path is still that of the open file: a name may come to stand for another one before it is locked.
-[[nodiscard]] inline bool isNamed(const FileDescriptor& file, const std::filesystem::path& path) noexcept {
+/// The name in that folder is still that of the open file: a name may come to stand for another one before it
+/// is locked.
+[[nodiscard]] inline bool isNamed(const FileDescriptor& file, const FileDescriptor& folder,
+                                  const std::string& name) noexcept {
     struct stat opened {};
     struct stat found {};
-    return ::fstat(file.get(), &opened) == 0 && ::lstat(path.c_str(), &found) == 0 &&
+    return ::fstat(file.get(), &opened) == 0 &&
+           ::fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 &&
            isSameFile(opened, found);
 }
 

@@ -1,5 +1,7 @@
 #include "tessalyd/archive/InstanceList.h"
 
+#include <fcntl.h>
+
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -9,6 +11,8 @@
 
 #include "db/StoredPath.h"
 #include "dicom/ObjectFile.h"
+#include "tessalyd/Log.h"
+#include "tessalyd/archive/ArchiveFolder.h"
 #include "tessalyd/archive/ArchiveLocation.h"
 
 namespace tessaly::tessalyd {
@@ -32,15 +36,30 @@ const std::array<QueryKey, 6>& placeKeys() {
     return keys;
 }
 
+/// The folder that the study's lies in.
+std::string rootOf(std::string study) {
+    while (study.size() > 1 && study.back() == '/')
+        study.pop_back();
+    return std::filesystem::path{study}.parent_path();
+}
+
 /// Rows that came from elsewhere may not say what their files are; the files do.
-dicom::ObjectKind completed(dicom::ObjectKind kind, const std::string& file) {
-    if (!kind.sopClass.empty() && !kind.transferSyntax.empty())
-        return kind;
+void complete(StoredInstance& instance) {
+    if (!instance.sopClassUid.empty() && !instance.transferSyntaxUid.empty())
+        return;
     try {
-        return dicom::ObjectFile{file}.kind();
-    } catch (const std::runtime_error&) {  // it cannot be sent then, and whoever tries says why
-        return kind;
+        const dicom::ObjectFile file{instance.file, openStored(instance).release()};
+        instance.sopClassUid = file.kind().sopClass;
+        instance.transferSyntaxUid = file.kind().transferSyntax;
+    } catch (const std::runtime_error& fault) {  // it cannot be sent then, and whoever tries says why
+        OFLOG_DEBUG(serverLog(), instance.file.c_str() << ": " << fault.what());
     }
+}
+
+/// In the order in which the list keeps them.
+std::array<std::string*, 5> textsOf(StoredInstance& instance) {
+    return {&instance.sopClassUid, &instance.sopInstanceUid, &instance.transferSyntaxUid, &instance.file,
+            &instance.root};
 }
 
 [[noreturn]] void fail() {
@@ -48,6 +67,17 @@ dicom::ObjectKind completed(dicom::ObjectKind kind, const std::string& file) {
 }
 
 }  // namespace
+
+FileDescriptor openStored(const StoredInstance& instance) {
+    const FileDescriptor root = openRoot(instance.root.empty() ? "." : instance.root);
+    std::string way = instance.file.substr(instance.root.size());
+    way.erase(0, way.find_first_not_of('/'));
+    FileDescriptor file = openBeneath(root, way, O_RDONLY | O_NONBLOCK);
+    if (!file.isOpen())
+        throw std::runtime_error{errno == ELOOP ? "a symbolic link leads to it"
+                                                : std::generic_category().message(errno)};
+    return file;
+}
 
 InstanceList::InstanceList(StatementCache& statements, ArchiveQuery query, SearchLimits limits) {
     query.level = Level::Image;
@@ -58,13 +88,15 @@ InstanceList::InstanceList(StatementCache& statements, ArchiveQuery query, Searc
     const auto value = [&search, places](Place place) { return std::string{search.value(places + place)}; };
     while (search.next(statements)) {
         const ArchiveLocation location{value(StudyPath), value(SeriesDir), value(ImageFile)};
-        const std::string file = db::localPath(location.path());
-        const auto kind = completed({value(SopClass), value(TransferSyntax)}, file);
-        add(kind.sopClass);
-        add(value(SopInstance));
-        add(kind.transferSyntax);
-        add(file);
-        kinds_.emplace(kind.sopClass, kind.transferSyntax);
+        StoredInstance instance{.sopClassUid = value(SopClass),
+                                .sopInstanceUid = value(SopInstance),
+                                .transferSyntaxUid = value(TransferSyntax),
+                                .file = db::localPath(location.path()),
+                                .root = rootOf(db::localPath(location.studyPath))};
+        complete(instance);
+        for (const std::string* text : textsOf(instance))
+            add(*text);
+        kinds_.emplace(instance.sopClassUid, instance.transferSyntaxUid);
         ++size_;
         if (memory_.size() > MostInMemory)
             spill();
@@ -78,8 +110,7 @@ std::optional<StoredInstance> InstanceList::next() {
         return std::nullopt;
     ++taken_;
     StoredInstance instance;
-    for (std::string* text :
-         {&instance.sopClassUid, &instance.sopInstanceUid, &instance.transferSyntaxUid, &instance.file})
+    for (std::string* text : textsOf(instance))
         *text = take();
     return instance;
 }

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "tessalyd/FileDescriptor.h"
 #include "tessalyd/archive/ArchiveSearch.h"
 
 namespace tessaly::tessalyd {
@@ -18,7 +19,12 @@ struct StoredInstance {
     std::string sopInstanceUid;
     std::string transferSyntaxUid;  ///< that of the file; empty as the class
     std::string file;               ///< where the file system has it
+    std::string root;               ///< the beginning of `file`, up to the study's folder
 };
+
+/// Opens the file for reading; a symbolic link below the root is not followed. Throws std::runtime_error,
+/// whose text has no path.
+[[nodiscard]] FileDescriptor openStored(const StoredInstance& instance);
 
 /// The instances that a retrieval is to send, in the order of sending: study by study, series by series, by
 /// number. Made at once, so that their number is known and neither a statement nor a snapshot of the tables

@@ -1,16 +1,18 @@
 #include "tessalyd/archive/LeftoverCleaner.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <ctime>
 #include <filesystem>
-#include <system_error>
+#include <memory>
 
 #include "db/StoredPath.h"
 #include "tessalyd/FileDescriptor.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/archive/ArchiveFile.h"
+#include "tessalyd/archive/ArchiveFolder.h"
 #include "tessalyd/archive/FileLock.h"
 
 namespace tessaly::tessalyd {
@@ -31,50 +33,75 @@ bool isBefore(const timespec& a, const timespec& b) {
 }
 
 /// True when it was one, and is gone.
-bool removed(const fs::path& file, const timespec& started) {
+bool removed(const FileDescriptor& folder, const std::string& name, const timespec& started) {
     // For writing, although nothing is written: network file systems give no other the lock that is wanted.
-    const FileDescriptor handle{::open(file.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+    const FileDescriptor file{
+        ::openat(folder.get(), name.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
     struct stat found {};
-    if (!handle.isOpen() || ::fstat(handle.get(), &found) < 0 || !S_ISREG(found.st_mode) ||
-        !isBefore(found.st_mtim, started) || lockFile(handle) != FileLock::Held)
+    if (!file.isOpen() || ::fstat(file.get(), &found) < 0 || !S_ISREG(found.st_mode) ||
+        !isBefore(found.st_mtim, started) || lockFile(file) != FileLock::Held)
         return false;
     // The name may have come to stand for another file before this one was locked.
-    return isNamed(handle, file) && ::unlink(file.c_str()) == 0;
+    return isNamed(file, folder, name) && ::unlinkat(folder.get(), name.c_str(), 0) == 0;
 }
 
-/// Calls `visit` with every entry of a folder until `stop`; a folder that cannot be read has none.
+struct CloseFolder {
+    void operator()(DIR* folder) const noexcept { ::closedir(folder); }
+};
+
+/// Calls `visit` with the name of every entry of a folder until `stop`; a folder that cannot be read has
+/// none.
 template <class Visit>
-void forEach(const fs::path& folder, const std::stop_token& stop, Visit visit) {
-    std::error_code error;
-    for (fs::directory_iterator entry{folder, error}, end; !error && entry != end; entry.increment(error)) {
+void forEach(const FileDescriptor& folder, const std::stop_token& stop, Visit visit) {
+    // A descriptor of its own: reading moves it.
+    FileDescriptor read{folder.isOpen() ? ::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)
+                                        : -1};
+    if (!read.isOpen())
+        return;
+    const std::unique_ptr<DIR, CloseFolder> entries{::fdopendir(read.get())};
+    if (!entries)
+        return;
+    (void)read.release();
+    while (const dirent* entry = ::readdir(entries.get())) {
         if (stop.stop_requested())
             return;
-        visit(*entry);
+        if (const std::string name{static_cast<const char*>(entry->d_name)}; name != "." && name != "..")
+            visit(name);
     }
 }
 
-void cleanFolder(const fs::path& folder, const timespec& started, const std::stop_token& stop) {
-    forEach(folder, stop, [&started](const fs::directory_entry& entry) {
-        if (isTemporaryName(entry.path().filename().native()) && removed(entry.path(), started))
-            OFLOG_INFO(serverLog(), "taken away, left by an earlier run: " << entry.path().c_str());
-    });
+FileDescriptor folderIn(const FileDescriptor& folder, const std::string& name) {
+    return openBeneath(folder, name, O_PATH | O_DIRECTORY);
 }
 
-void clean(const std::vector<std::string>& roots, const timespec& started, const std::stop_token& stop) {
-    for (const std::string& root : roots) {
-        forEach(db::localPath(root), stop, [&](const fs::directory_entry& study) {
-            forEach(study.path(), stop,
-                    [&](const fs::directory_entry& series) { cleanFolder(series.path(), started, stop); });
+void clean(const fs::path& root, const timespec& started, const std::stop_token& stop) {
+    std::size_t count = 0;
+    const FileDescriptor opened = openRoot(root);
+    forEach(opened, stop, [&](const std::string& study) {
+        const FileDescriptor studyFolder = folderIn(opened, study);
+        forEach(studyFolder, stop, [&](const std::string& series) {
+            const FileDescriptor folder = folderIn(studyFolder, series);
+            forEach(folder, stop, [&](const std::string& name) {
+                if (!isTemporaryName(name) || !removed(folder, name, started))
+                    return;
+                ++count;
+                OFLOG_DEBUG(serverLog(), "taken away: " << (root / study / series / name).c_str());
+            });
         });
-    }
+    });
+    if (count > 0)
+        OFLOG_INFO(serverLog(),
+                   "taken away below " << root.c_str() << ": " << count << " files left by an earlier run");
 }
 
 }  // namespace
 
 LeftoverCleaner::LeftoverCleaner(std::vector<std::string> roots) {
     const timespec started = now();
-    thread_ = std::jthread{
-        [roots = std::move(roots), started](const std::stop_token& stop) { clean(roots, started, stop); }};
+    thread_ = std::jthread{[roots = std::move(roots), started](const std::stop_token& stop) {
+        for (const std::string& root : roots)
+            clean(db::localPath(root), started, stop);
+    }};
 }
 
 }  // namespace tessaly::tessalyd

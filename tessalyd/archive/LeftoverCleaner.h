@@ -8,8 +8,8 @@ namespace tessaly::tessalyd {
 
 /// Takes away the temporary files that a killed server left below the roots: beside the listening, from the
 /// constructor on, until it is through or destroyed. It looks where this server writes, two folders below a
-/// root, and touches only names that this server gives, of files that are older than itself and that no
-/// server has locked, on this machine or another (FileLock).
+/// root, follows no symbolic link there, and touches only names that this server gives, of files that are
+/// older than itself and that no server has locked, on this machine or another (FileLock).
 class LeftoverCleaner {
   public:
     explicit LeftoverCleaner(std::vector<std::string> roots);

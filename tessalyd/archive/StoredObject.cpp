@@ -11,6 +11,7 @@
 
 #include "dicom/DataSetWalk.h"
 #include "dicom/FileWindow.h"
+#include "tessalyd/Log.h"
 
 namespace tessaly::tessalyd {
 
@@ -65,14 +66,17 @@ class ConvertedObject final : public dicom::OutgoingObject {
 
 }  // namespace
 
-StoredObject::StoredObject(const StoredInstance& instance) : ObjectFile(instance.file) {
+StoredObject::StoredObject(const StoredInstance& instance) try
+    : ObjectFile(instance.file, openStored(instance).release()) {
     if (sopInstanceUid() != instance.sopInstanceUid)
-        throw std::runtime_error{instance.file + ": the file is another object's"};
+        throw std::runtime_error{"the file is another object's"};
     dicom::FileWindow window{size(),
                              [this](std::size_t offset, std::span<char> target) { readAt(offset, target); }};
     if (dicom::isCutOff([&window](std::size_t index) { return window.at(index); }, size(),
                         DcmXfer{kind().transferSyntax.c_str()}.getXfer()))
-        throw std::runtime_error{instance.file + ": the file is cut off"};
+        throw std::runtime_error{"the file is cut off"};
+} catch (const std::exception& fault) {
+    OFLOG_DEBUG(serverLog(), instance.file.c_str() << ": " << fault.what());
 }
 
 std::unique_ptr<dicom::OutgoingObject> StoredObject::convertedTo(const std::string& transferSyntax,

@@ -11,7 +11,8 @@ namespace tessaly::tessalyd {
 /// asked.
 class StoredObject final : public dicom::ObjectFile {
   public:
-    /// Throws std::runtime_error when the file is missing, cut off, another object's, or cannot be read.
+    /// Throws std::runtime_error when the file is missing, cut off, another object's, cannot be read, or lies
+    /// behind a symbolic link below its root. The text has no path; the log has it at level Debug.
     explicit StoredObject(const StoredInstance& instance);
 
     /// The same object in another syntax, decoded if need be, with its UIDs unchanged; it lies in a file

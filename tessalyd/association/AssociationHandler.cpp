@@ -14,19 +14,11 @@ namespace {
 /// Seconds that a peer has for closing its side of the connection.
 constexpr int CloseTimeout = 5;
 
-/// What a peer sent, fit for the log and for the session bus.
-std::string printable(const char* sent) {
-    std::string text = trimmed(sent);
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c < ' ' || c == '\x7f'; }, '?');
-    return text;
-}
-
 AssociationNames namesOf(const PortConfiguration& port, T_ASC_Parameters* parameters) {
     DIC_AE calling{};
     DIC_AE called{};
     ASC_getAPTitles(parameters, calling, sizeof calling, called, sizeof called, nullptr, 0);
-    return {.port = port.port, .callingAETitle = printable(calling), .calledAETitle = printable(called)};
+    return {.port = port.port, .callingAETitle = trimmed(calling), .calledAETitle = trimmed(called)};
 }
 
 /// Each service's summary, for the log.

@@ -15,13 +15,14 @@
 
 namespace tessaly::tessalyd {
 
-/// What an event says of an association.
+/// What an event says of an association. The titles are as the peer sent them, without the blanks around
+/// them.
 struct AssociationNames {
     std::string port;
     std::string callingAETitle;
     std::string calledAETitle;
 
-    /// For the log.
+    /// For the log, which escapes what is not printable.
     [[nodiscard]] std::string text() const {
         return callingAETitle + " > " + calledAETitle + " on port " + port;
     }

@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "serveradaptor.h"
+#include "tessalyd/Printable.h"
 
 using namespace Qt::StringLiterals;
 
@@ -19,6 +20,11 @@ namespace {
 constexpr std::chrono::milliseconds ReplyPatience{1000};
 
 enum State { Listening = 0, Stopped = 2 };
+
+/// What a peer sent, in a form that every bus takes and every window can show.
+QString shown(const std::string& title) {
+    return QString::fromStdString(printable(title));
+}
 
 }  // namespace
 
@@ -233,17 +239,14 @@ OpenAssociations::Event ControlObject::emitter(void (ControlObject::*emitEvent)(
 }
 
 void ControlObject::emitConnection(const AssociationNames& names, int total) {
-    // An AE title is ASCII; whatever else a peer sends is one character a byte here, which every bus takes.
-    emit OnConnection(QString::fromUtf8(names.port.c_str()),
-                      QString::fromLatin1(names.callingAETitle.c_str()),
-                      QString::fromLatin1(names.calledAETitle.c_str()),
+    emit OnConnection(QString::fromUtf8(names.port.c_str()), shown(names.callingAETitle),
+                      shown(names.calledAETitle),
                       static_cast<short>(std::min(total, int{std::numeric_limits<short>::max()})));
 }
 
 void ControlObject::emitEndConnection(const AssociationNames& names, int total) {
-    emit OnEndConnection(QString::fromUtf8(names.port.c_str()),
-                         QString::fromLatin1(names.callingAETitle.c_str()),
-                         QString::fromLatin1(names.calledAETitle.c_str()), total);
+    emit OnEndConnection(QString::fromUtf8(names.port.c_str()), shown(names.callingAETitle),
+                         shown(names.calledAETitle), total);
 }
 
 }  // namespace tessaly::tessalyd

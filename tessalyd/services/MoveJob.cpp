@@ -167,7 +167,7 @@ void MoveJob::send(dicom::ObjectSender& sender, const StoredInstance& instance, 
     }
     const dicom::SendResult result = trySend(sender, instance, stop);
     if (result.outcome == Outcome::Failed)
-        return fail(instance, result.detail);
+        return fail(instance, result);
     const std::lock_guard lock{mutex_};
     if (result.outcome == Outcome::Success)
         operations_.complete();
@@ -189,8 +189,11 @@ void MoveJob::log(const std::string& failure) {
     log_.add(PeerLog::Event::Failure, order_.name + ": " + failure);
 }
 
-void MoveJob::fail(const StoredInstance& instance, const std::string& reason) {
-    log(instance.sopInstanceUid + " not sent: " + reason);
+void MoveJob::fail(const StoredInstance& instance, const dicom::SendResult& result) {
+    log(instance.sopInstanceUid + " not sent: " + result.detail);
+    if (!result.comment.empty())
+        log_.add(PeerLog::Event::Fault,
+                 order_.name + ": " + instance.sopInstanceUid + ": the peer's comment: " + result.comment);
     const std::lock_guard lock{mutex_};
     operations_.fail(instance.sopInstanceUid);
 }

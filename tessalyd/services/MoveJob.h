@@ -49,7 +49,7 @@ class MoveJob {
     void send(dicom::ObjectSender& sender, const StoredInstance& instance, const std::stop_token& stop);
     [[nodiscard]] dicom::SendResult trySend(dicom::ObjectSender& sender, const StoredInstance& instance,
                                             const std::stop_token& stop);
-    void fail(const StoredInstance& instance, const std::string& reason);
+    void fail(const StoredInstance& instance, const dicom::SendResult& result);
     void log(const std::string& failure);
     [[nodiscard]] bool isCancelled() const;
 

@@ -1,6 +1,5 @@
 #include "tessalyd/services/MoveService.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <optional>
@@ -21,13 +20,6 @@ std::uint16_t numberOf(const std::string& port) {
     std::uint16_t number = 0;
     const auto [end, fault] = std::from_chars(port.data(), port.data() + port.size(), number);
     return fault == std::errc{} && end == port.data() + port.size() ? number : std::uint16_t{0};
-}
-
-/// What a peer sent, fit for the log.
-std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c < ' ' || c == '\x7f'; }, '?');
-    return text;
 }
 
 }  // namespace
@@ -56,8 +48,7 @@ QueryRules::Destination MoveService::destination(const Request& request, const R
     auto found = retrieval_.rules().destination(title, requester.names().calledAETitle);
     if (found)
         return std::move(*found);
-    requester.log(PeerLog::Event::Refusal,
-                  "no node with the AE title " + printable(title) + " may be sent to");
+    requester.log(PeerLog::Event::Refusal, "no node with the AE title " + title + " may be sent to");
     throw RequestFailure{STATUS_MOVE_Refused_MoveDestinationUnknown, "The move destination is unknown"};
 }
 

@@ -21,7 +21,7 @@ class QueryAccess {
         }
         sessions_.close();
     }
-    /// No query is to be under way.
+    /// Closes the sessions that no query uses; the others when they come back.
     void close() { sessions_.close(); }
 
     /// Those of the last configuration; there is to be one.

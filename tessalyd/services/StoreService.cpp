@@ -5,12 +5,23 @@
 #include <array>
 
 #include "tessalyd/Log.h"
+#include "tessalyd/Printable.h"
 #include "tessalyd/archive/ArchiveWriter.h"
 #include "tessalyd/archive/StoreFailure.h"
 #include "tessalyd/association/Requester.h"
 #include "tessalyd/services/TransferSyntaxes.h"
 
 namespace tessaly::tessalyd {
+
+namespace {
+
+/// For the file, which may do without: a title with controls in it is none.
+std::string callingTitle(const Requester& requester) {
+    const std::string& title = requester.names().callingAETitle;
+    return printable(title) == title ? title : std::string{};
+}
+
+}  // namespace
 
 std::span<const Offer> StoreService::offers() const noexcept {
     static constexpr std::array Offers{
@@ -29,6 +40,10 @@ void StoreService::answer(const Request& request, Requester& requester) {
         store(request, requester);
         ++stored_;
         OFLOG_DEBUG(serverLog(), object.c_str() << " stored");
+    } catch (const RootUnavailable& failure) {
+        ++notStored_;
+        OFLOG_WARN(serverLog(), object.c_str() << " not stored: " << failure.what());
+        throw RequestFailure{failure.status(), failure.what()};
     } catch (const StoreFailure& failure) {
         ++notStored_;
         requester.log().add(PeerLog::Event::Failure,
@@ -51,7 +66,7 @@ void StoreService::store(const Request& request, Requester& requester) {
                          {.sopClassUid = command.AffectedSOPClassUID,
                           .sopInstanceUid = command.AffectedSOPInstanceUID,
                           .syntax = request.context->syntax,
-                          .sender = requester.names().callingAETitle},
+                          .sender = callingTitle(requester)},
                          buffer_};
     if (!requester.receiveDataSet(writer.stream()))
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand,

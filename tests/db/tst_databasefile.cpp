@@ -1,6 +1,7 @@
 #include <QFile>
 #include <QTest>
 
+#include "db/DatabaseFile.h"
 #include "db/Query.h"
 #include "tests/db/Fault.h"
 #include "tests/support/ScratchDatabase.h"
@@ -20,8 +21,26 @@ class DatabaseFileTest : public QObject {
     void nothingIsLeftBesideAClosedFile();
     void aMissingFileIsNotCreated();
     void whatIsNoDatabaseIsRefused();
+    void aFileThatLosesItsPlaceIsNoticed_data();
+    void aFileThatLosesItsPlaceIsNoticed();
+    void anotherFileIsNotOpenedBesideTheFormer();
+    void closingTheFormerFileKeepsTheOthersLog();
 
   private:
+    void establish() {
+        scratch_.writeDataSource(scratch_.path());
+        scratch_.run(u"PRAGMA journal_mode=WAL"_s);
+        scratch_.run(u"CREATE TABLE IF NOT EXISTS T (K INTEGER)"_s);
+        scratch_.run(u"DELETE FROM T"_s);
+        connection_.establish();
+        execute(connection_, "INSERT INTO T VALUES (1)");
+        scratch_.release();
+    }
+    void removeFiles() const {
+        for (const auto* suffix : {"", "-wal", "-shm"})
+            QFile::remove(scratch_.path() + QString::fromLatin1(suffix));
+    }
+
     ScratchDatabase scratch_{ScratchDatabase::Content::Empty};
     db::Connection connection_;
 };
@@ -56,6 +75,59 @@ void DatabaseFileTest::whatIsNoDatabaseIsRefused() {
     const db::Error fault = faultOf([&] { connection_.establish(); });
     QVERIFY2(QString::fromUtf8(fault.what()).contains(u"not a database"_s), fault.what());
     QCOMPARE(QFile{path}.size(), 8192);
+}
+
+void DatabaseFileTest::aFileThatLosesItsPlaceIsNoticed_data() {
+    QTest::addColumn<bool>("replaced");
+    QTest::newRow("removed") << false;
+    QTest::newRow("replaced") << true;
+}
+
+void DatabaseFileTest::aFileThatLosesItsPlaceIsNoticed() {
+    QFETCH(const bool, replaced);
+    establish();
+    QCOMPARE(db::fileOf(connection_)->path(), scratch_.path().toStdString());
+    QVERIFY(db::isInPlace(connection_));
+    const QString kept = scratch_.folder() + u"/kept.mdb"_s;
+    QVERIFY(QFile::rename(scratch_.path(), kept));
+    QVERIFY(!replaced || QFile::copy(kept, scratch_.path()));
+    QVERIFY(!db::isInPlace(connection_));
+    QVERIFY(!replaced || QFile::remove(scratch_.path()));
+    QVERIFY(QFile::rename(kept, scratch_.path()));
+    QVERIFY(db::isInPlace(connection_));
+}
+
+/// It would take the former one's log for its own.
+void DatabaseFileTest::anotherFileIsNotOpenedBesideTheFormer() {
+    establish();
+    const QString copy = scratch_.folder() + u"/copy.mdb"_s;
+    scratch_.run(u"VACUUM INTO '%1'"_s.arg(copy));
+    scratch_.release();
+    QVERIFY(QFile::remove(scratch_.path()) && QFile::rename(copy, scratch_.path()));
+    db::Connection other;
+    other.setConnectString("DSN=DicomFDB");
+    const db::Error fault = faultOf([&] { other.establish(); });
+    QVERIFY2(QString::fromUtf8(fault.what()).contains(u"was replaced"_s), fault.what());
+    connection_.close();
+    other.establish();
+    QVERIFY(QFile::exists(scratch_.path() + u"-wal.former-1"_s));
+    execute(other, "INSERT INTO T VALUES (2)");
+    other.close();
+    QCOMPARE(scratch_.value(u"PRAGMA integrity_check"_s), u"ok"_s);
+    QCOMPARE(scratch_.value(u"SELECT SUM(K) FROM T"_s), u"3"_s);
+}
+
+void DatabaseFileTest::closingTheFormerFileKeepsTheOthersLog() {
+    establish();
+    removeFiles();
+    scratch_.run(u"PRAGMA journal_mode=WAL"_s);  // another program, with a log of its own
+    scratch_.run(u"CREATE TABLE Other (K INTEGER)"_s);
+    QVERIFY(QFile::exists(scratch_.path() + u"-wal"_s));
+    connection_.close();
+    QVERIFY(QFile::exists(scratch_.path() + u"-wal"_s));
+    scratch_.run(u"INSERT INTO Other VALUES (1)"_s);
+    scratch_.release();
+    QCOMPARE(scratch_.value(u"SELECT COUNT(*) FROM Other"_s), u"1"_s);
 }
 
 QTEST_GUILESS_MAIN(DatabaseFileTest)

@@ -1,0 +1,115 @@
+#include "db/FileUse.h"
+
+#include <fcntl.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <sstream>
+
+#include "db/Error.h"
+
+namespace tessaly::db::detail {
+
+namespace {
+
+struct Known {
+    std::optional<DatabaseFile> file;
+    std::optional<DatabaseFile> log;
+    int sessions = 0;  ///< of this process, on this file
+};
+
+struct Registry {
+    std::mutex mutex;
+    std::map<std::string, std::string> paths;  ///< by what a connect string says of the database
+    std::map<std::string, Known> files;        ///< by path
+};
+
+Registry& registry() {
+    static Registry all;
+    return all;
+}
+
+/// The words of a connect string that tell which database it is.
+std::string databaseOf(const std::string& connectString) {
+    std::string words;
+    std::istringstream all{connectString};
+    for (std::string word; std::getline(all, word, ';');) {
+        for (const char* name : {"DSN=", "Database=", "Driver="})
+            if (::strncasecmp(word.c_str(), name, std::strlen(name)) == 0)
+                words += word + ';';
+    }
+    return words;
+}
+
+std::optional<DatabaseFile> logOf(const std::string& path) {
+    return DatabaseFile::at(path + "-wal");
+}
+
+/// Its content may be wanted, should the former file come back.
+void setAside(const std::string& log) {
+    for (int number = 1;; ++number) {
+        const std::string name = log + ".former-" + std::to_string(number);
+        if (::renameat2(AT_FDCWD, log.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) == 0 ||
+            errno == ENOENT)
+            return;
+        if (errno != EEXIST)
+            throw Error("The log of the former database file cannot be renamed: " + log);
+    }
+}
+
+/// With the registry locked.
+void requireFree(const Known& known, const std::string& path) {
+    const auto now = DatabaseFile::at(path);
+    if (!known.file || !now || now == known.file)
+        return;
+    if (known.sessions > 0)
+        throw Error("The database file was replaced by another while the former one is in use: " + path);
+    if (known.log && logOf(path) == known.log) {
+        setAside(path + "-wal");
+        ::unlink((path + "-shm").c_str());  // an index of the log, with nothing of its own
+    }
+}
+
+}  // namespace
+
+void FileUse::requireFree(const std::string& connectString) {
+    Registry& all = registry();
+    const std::lock_guard lock{all.mutex};
+    if (const auto path = all.paths.find(databaseOf(connectString)); path != all.paths.end())
+        detail::requireFree(all.files[path->second], path->second);
+}
+
+FileUse::FileUse(const std::string& connectString, const std::string& path)
+    : path_(path), file_(DatabaseFile::at(path)) {
+    Registry& all = registry();
+    const std::lock_guard lock{all.mutex};
+    Known& known = all.files[path_];
+    detail::requireFree(known, path_);
+    all.paths[databaseOf(connectString)] = path_;
+    if (known.file != file_)
+        known = {.file = file_, .log = {}};
+    ++known.sessions;
+}
+
+FileUse::~FileUse() {
+    Registry& all = registry();
+    const std::lock_guard lock{all.mutex};
+    if (Known& known = all.files[path_]; known.file == file_)
+        --known.sessions;
+}
+
+void FileUse::noteLog() {
+    if (!file_ || !file_->isInPlace())
+        return;
+    Registry& all = registry();
+    const std::lock_guard lock{all.mutex};
+    if (Known& known = all.files[path_]; known.file == file_)
+        known.log = logOf(path_);
+}
+
+}  // namespace tessaly::db::detail
