@@ -46,6 +46,8 @@ void ElementWalk::take(std::span<const char> bytes) {
             bytes = bytes.subspan(piece.size());
             continue;
         }
+        if (have_ == 0 && passRest())
+            continue;
         const std::size_t count = std::min(needed(), bytes.size());
         std::copy_n(bytes.begin(), count, head_.begin() + static_cast<std::ptrdiff_t>(have_));
         have_ += count;
@@ -101,6 +103,15 @@ DcmTagKey ElementWalk::tagOf(bool littleEndian) const {
 void ElementWalk::leaveEnded() noexcept {
     while (!levels_.empty() && levels_.back().end <= at_)
         levels_.pop_back();
+}
+
+/// True when less is left of what this is in than a head takes: nothing begins there.
+bool ElementWalk::passRest() noexcept {
+    leaveEnded();
+    if (inContent_ || bound() == Unbounded || bound() >= at_ + ShortHead)
+        return false;
+    valueLeft_ = bound() - at_;
+    return true;
 }
 
 void ElementWalk::step() {
@@ -160,6 +171,10 @@ void ElementWalk::readElement(ElementHead head) {
         head.vr = vr.getEVR();
         if (vr.usesExtendedLengthEncoding()) {
             size = LongHead;
+            if (bound() < at_ + LongHead) {
+                leaveHead(ShortHead);
+                return beginValue(ElementHead::Undefined);  // what is left there
+            }
             if (have_ < LongHead) {
                 needed_ = LongHead;
                 return;

@@ -106,6 +106,7 @@ class ElementWalk {
     [[nodiscard]] bool beginsSequence() const;
 
     void leaveEnded() noexcept;
+    [[nodiscard]] bool passRest() noexcept;
     void step();
     void readHead();
     void readItem(const ElementHead& head);

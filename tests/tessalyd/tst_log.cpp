@@ -43,7 +43,10 @@ void LogTest::theLevelsDecideWhatIsLogged() {
         Association peer{daemon_->port()};
         QCOMPARE(peer.store(*makeObject({})).status, 0);
         QVERIFY(peer.store(*makeObject({}), "1.2").status != 0);
-    }  // the connection just closes, which is worth a warning
+        constexpr std::string_view NoCommand{"neither a tag nor a length is in this text"};
+        peer.sendCommand(NoCommand);  // breaks the association, which is worth a warning
+        QVERIFY(peer.waitForEnd());
+    }
     EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
     const QString& log = daemon_->log();
     QVERIFY(log.contains(u" ERROR "_s));
