@@ -4,12 +4,15 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <sstream>
+#include <utility>
+#include <vector>
 
 #include "db/Error.h"
 
@@ -20,7 +23,8 @@ namespace {
 struct Known {
     std::optional<DatabaseFile> file;
     std::optional<DatabaseFile> log;
-    int sessions = 0;  ///< of this process, on this file
+    int sessions = 0;                                               ///< of this process, on this file
+    std::vector<std::pair<DatabaseFile, std::string>> former = {};  ///< with the names of their logs
 };
 
 struct Registry {
@@ -50,29 +54,39 @@ std::optional<DatabaseFile> logOf(const std::string& path) {
     return DatabaseFile::at(path + "-wal");
 }
 
-/// Its content may be wanted, should the former file come back.
-void setAside(const std::string& log) {
+bool isRenamed(const std::string& from, const std::string& to) {
+    return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+}
+
+/// Returns the log's new name. Its content is wanted when the former file comes back.
+std::string setAside(const std::string& log) {
     for (int number = 1;; ++number) {
-        const std::string name = log + ".former-" + std::to_string(number);
-        if (::renameat2(AT_FDCWD, log.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) == 0 ||
-            errno == ENOENT)
-            return;
+        std::string name = log + ".former-" + std::to_string(number);
+        if (isRenamed(log, name))
+            return name;
         if (errno != EEXIST)
             throw Error("The log of the former database file cannot be renamed: " + log);
     }
 }
 
 /// With the registry locked.
-void requireFree(const Known& known, const std::string& path) {
+void requireFree(Known& known, const std::string& path) {
     const auto now = DatabaseFile::at(path);
     if (!known.file || !now || now == known.file)
         return;
     if (known.sessions > 0)
         throw Error("The database file was replaced by another while the former one is in use: " + path);
     if (known.log && logOf(path) == known.log) {
-        setAside(path + "-wal");
+        known.former.emplace_back(*known.file, setAside(path + "-wal"));
         ::unlink((path + "-shm").c_str());  // an index of the log, with nothing of its own
     }
+    const auto back = std::find_if(known.former.begin(), known.former.end(),
+                                   [&now](const auto& one) { return one.first == *now; });
+    if (back == known.former.end())
+        return;
+    if (!isRenamed(back->second, path + "-wal"))
+        throw Error("The log of the database file cannot be renamed: " + back->second);
+    known.former.erase(back);
 }
 
 }  // namespace
@@ -92,7 +106,7 @@ FileUse::FileUse(const std::string& connectString, const std::string& path)
     detail::requireFree(known, path_);
     all.paths[databaseOf(connectString)] = path_;
     if (known.file != file_)
-        known = {.file = file_, .log = {}};
+        known = {.file = file_, .log = {}, .former = std::move(known.former)};
     ++known.sessions;
 }
 

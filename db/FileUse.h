@@ -11,8 +11,8 @@ namespace tessaly::db::detail {
 /// another file takes the database's place, the log that lies there is the former one's, and would ruin the
 /// new one. So no session is opened on another file before those of this process on the former one are
 /// closed, and a log that is known to be the former one's gets another name first: PATH-wal.former-1 or the
-/// next that is free. (The engine itself leaves the log alone when a session on a file that has lost its
-/// place is closed.) Thread-safe.
+/// next that is free; it gets its own back with its file. (The engine itself leaves the log alone when a
+/// session on a file that has lost its place is closed.) Thread-safe.
 class FileUse {
   public:
     /// Before a session is opened by this connect string. Throws Error where the database's place has been

@@ -41,13 +41,18 @@ std::atomic<bool> WarningFilter::drop{false};
 class EventLayout final : public Layout {
   public:
     void formatAndAppend(tostream& output, const spi::InternalLoggingEvent& event) override {
-        head_.formatAndAppend(output, event);
         const tstring& message = event.getMessage();
         std::string_view text{message.c_str(), message.length()};
         const LineFeeds lineFeeds = isDump(event) ? LineFeeds::Kept : LineFeeds::Escaped;
         if (lineFeeds == LineFeeds::Kept && text.ends_with('\n'))
             text.remove_suffix(1);
-        output << printable(text, lineFeeds) << '\n';
+        const std::string shown = printable(text, lineFeeds);
+        // The library begins each line of a message as an entry of its own.
+        pattern_.formatAndAppend(
+            output, spi::InternalLoggingEvent{event.getLoggerName(), event.getLogLevel(), event.getNDC(),
+                                              event.getMDCCopy(), tstring{shown.data(), shown.size()},
+                                              event.getThread(), event.getTimestamp(), event.getFile(),
+                                              event.getLine()});
     }
 
   private:
@@ -57,7 +62,7 @@ class EventLayout final : public Layout {
                (logger.starts_with("dcmtk") && event.getLogLevel() <= DEBUG_LOG_LEVEL);
     }
 
-    PatternLayout head_{"%D{%Y-%m-%d %H:%M:%S.%q} %5p [%t] %c: "};
+    PatternLayout pattern_{"%D{%Y-%m-%d %H:%M:%S.%q} %5p [%t] %c: %m%n"};
 };
 
 /// Begins the file anew when somebody has removed or renamed it: a log that has no name any more would grow
