@@ -31,7 +31,9 @@ class HostilePixelsTest : public DaemonTest {
 
   private:
     void launchDecoding(const QStringList& arguments = {}) {
-        launch({PortRow{.saveCompressed = false}}, arguments);
+        daemon_ = std::make_unique<Daemon>(QList<PortRow>{{.saveCompressed = false}});
+        daemon_->database.run(u"UPDATE DicomServer SET LogLevel=2"_s);  // warnings
+        daemon_->launch(arguments);
     }
     Association::Answer send(const QByteArray& object, E_TransferSyntax syntax) const {
         Association peer{daemon_->port(),
