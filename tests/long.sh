@@ -6,6 +6,7 @@ set -uo pipefail
 cd "$top" || exit 1
 fuzz_seconds=${FUZZ_SECONDS:-20}  # for each target
 objects=${SHARED_OBJECTS:-400}    # of each of the 24 senders that several servers have
+soak_seconds=${SOAK_SECONDS:-600}  # of hostile peers beside an honest one
 
 passed=()
 failed=()
@@ -27,6 +28,12 @@ tests_of() {  # PRESET
 
 shared_archive() {
     TESSALY_TEST_OBJECTS=$objects ctest --preset release -R '^tst_sharedarchive$'
+}
+
+# Without ctest, whose limit of time is for the short form.
+hostile_peers() {
+    TESSALY_TEST_SOAK_SECONDS=$soak_seconds QTEST_FUNCTION_TIMEOUT=$(((soak_seconds + 300) * 1000)) \
+        dbus-run-session -- build/release/tests/tst_hostilepeers
 }
 
 # What a target made up in earlier runs is where it begins. An input that breaks something is kept beside it.
@@ -62,6 +69,7 @@ static_checks() {
 
 stage 'tests' tests_of release
 stage 'several servers, many objects' shared_archive
+stage 'hostile peers beside an honest one' hostile_peers
 stage 'address and undefined-behaviour sanitizers' tests_of asan
 stage 'thread sanitizer' tests_of tsan
 stage 'fuzz targets' fuzz

@@ -183,7 +183,7 @@ void SharedTablesTest::aStudyThatMovesWhileAnObjectComesIsFollowed() {
     PortConfiguration port;
     port.root = database_->imageRoot().toStdString();
     std::vector<char> buffer;
-    decoder::Pool decoders{{}};
+    tessaly::decoder::Pool decoders{{}};
     {
         ArchiveWriter writer{port,
                              index,
