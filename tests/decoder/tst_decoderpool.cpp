@@ -308,7 +308,7 @@ void DecoderPoolTest::withoutAProgramNothingIsConverted() {
 void DecoderPoolTest::itsMemoryIsNotTheObjects() {
     ImageSpec image{.rows = 1024, .columns = 1024, .bits = 8, .stored = 8};
     const QByteArray frame = encodedFrame(image, flatPixels(image), EXS_JPEGLSLossless);
-    image.frames = "300";
+    image.frames = std::string{"300"};
     auto options = real();
     options.decodeMemory = std::uint64_t{128} << 20U;
     Pool pool{options};

@@ -194,7 +194,7 @@ void DecodingTest::anOddFrameIsPadded() {
     ImageSpec image = Byte;
     image.rows = 3;
     image.columns = 5;
-    image.frames = "3";
+    image.frames = std::string{"3"};
     QByteArrayList fragments;
     QByteArray expected;
     for (int i = 0; i < 3; ++i) {
@@ -238,13 +238,15 @@ void DecodingTest::whatIsNotTheHeadersImageIsNotDecoded_data() {
         named("more samples", encapsulated(with([](auto& i) { i.samples = 3; }), {frame}));
         named("no rows", encapsulated(with([](auto& i) { i.rows = 0; }), {frame}));
         named("five frames that are said to be none", encapsulated(small, QByteArrayList(5, frame)));
-        named("three announced, one there", encapsulated(with([](auto& i) { i.frames = "3"; }), {frame}));
+        named("three announced, one there",
+              encapsulated(with([](auto& i) { i.frames = std::string{"3"}; }), {frame}));
         named("two announced, three there",
-              encapsulated(with([](auto& i) { i.frames = "2"; }), QByteArrayList(3, frame)));
-        named("no number of frames", encapsulated(with([](auto& i) { i.frames = "x"; }), {frame}));
-        named("no frames", encapsulated(with([](auto& i) { i.frames = "0"; }), {frame}));
+              encapsulated(with([](auto& i) { i.frames = std::string{"2"}; }), QByteArrayList(3, frame)));
+        named("no number of frames",
+              encapsulated(with([](auto& i) { i.frames = std::string{"x"}; }), {frame}));
+        named("no frames", encapsulated(with([](auto& i) { i.frames = std::string{"0"}; }), {frame}));
         named("more frames than 32 bits hold",
-              encapsulated(with([](auto& i) { i.frames = "2147483647"; }), {frame}));
+              encapsulated(with([](auto& i) { i.frames = std::string{"2147483647"}; }), {frame}));
         named("cut off", encapsulated(small, {frame.left(frame.size() / 2)}));
         named("nothing", encapsulated(small, {QByteArray{}}));
         named("no fragment", encapsulated(small, {}));

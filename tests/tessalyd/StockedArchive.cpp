@@ -44,8 +44,8 @@ void StockedArchive::store(ObjectHeader header) {
                             .imageFile = header.sopInstanceUid + ".dcm"});
 }
 
-void StockedArchive::storeMany(int count) const {
-    const auto insert = [this, count](const QString& columns, const QString& values) {
+void stockMany(const ScratchDatabase& database, int count) {
+    const auto insert = [&database, count](const QString& columns, const QString& values) {
         database.run(u"INSERT INTO "_s + columns +
                      u" WITH RECURSIVE n(i) AS (SELECT 1000 UNION ALL SELECT i+1 FROM n WHERE i<"_s +
                      QString::number(count + 999) + u") SELECT "_s + values + u" FROM n"_s);

@@ -19,6 +19,10 @@ using AskedKey = std::pair<DcmTagKey, std::string>;
 
 [[nodiscard]] DcmDataset identifier(const char* level, const std::vector<AskedKey>& keys);
 
+/// Adds rows of so many patients "Many^Nr1000", "Many^Nr1001" and so on, each with a study, its series and its
+/// image. Their dates of study and birth are of some thousand days.
+void stockMany(const ScratchDatabase& database, int count);
+
 /// A scratch database whose archive is stocked by the server's own statements, without files, and a
 /// connection that asks it.
 class StockedArchive {
@@ -29,9 +33,7 @@ class StockedArchive {
     /// from the patient's ID, a series' from the study's, an instance's from the series'.
     void store(tessalyd::ObjectHeader header);
 
-    /// Rows of so many patients "Many^Nr1000", "Many^Nr1001" and so on, each with a study, its series and its
-    /// image. Their dates of study and birth are of some thousand days.
-    void storeMany(int count) const;
+    void storeMany(int count) const { stockMany(database, count); }
 
     /// The values of `wanted` in the answers, in their order.
     [[nodiscard]] QStringList find(const char* level, std::vector<AskedKey> keys, const DcmTagKey& wanted,

@@ -107,6 +107,8 @@ void HostilePeersTest::theHonestOnesAreServed() {
     }
     daemon_->database.run(u"INSERT INTO PortRemoteNodes (Port, Name) VALUES (?, 'HONEST')"_s,
                           {daemon_->port()});
+    constexpr int Studies = 50'000;  // more than goes into the buffers of a requestor that does not read
+    stockMany(daemon_->database, Studies);
     daemon_->launch();
     storeOne(0);
     findOne(0);

@@ -4,6 +4,7 @@
 #include "console/server/DBusServer.h"
 #include "console/server/ServerBus.h"
 #include "tests/console/server/FakeServer.h"
+#include "tests/support/Eventually.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
@@ -292,5 +293,4 @@ void DBusServerTest::theLastEventsOfAProcessArrive() {
 }
 
 QTEST_MAIN(DBusServerTest)
-#include "tests/support/Eventually.h"
 #include "tst_dbusserver.moc"

@@ -4,6 +4,7 @@
 
 #include "tests/console/server/ServerWindowTest.h"
 #include "tests/support/BoxScript.h"
+#include "tests/support/Eventually.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -266,5 +267,4 @@ void ServerControlTest::theMaintenanceMayTakeTheServerAway() {
 }
 
 QTEST_MAIN(ServerControlTest)
-#include "tests/support/Eventually.h"
 #include "tst_servercontrol.moc"

@@ -134,8 +134,8 @@ void HostilePixelsTest::aTerminateEndsADecoder() {
     launchDecoding();
     const QByteArray object = slowObject();
     auto sent = std::async(std::launch::async, [&] { return send(object, EXS_JPEGLSLossless); });
-    EVENTUALLY(worker() != 0);
-    const int decoding = worker();
+    int decoding = 0;
+    EVENTUALLY((decoding = worker()) != 0);
     QCOMPARE(::kill(decoding, SIGSTOP), 0);  // it would never end by itself
     QVERIFY(daemon_->terminate());
     EVENTUALLY(hasEnded(decoding));
@@ -148,8 +148,8 @@ void HostilePixelsTest::aStopEndsADecoder() {
     launchDecoding({u"--grace"_s, u"0"_s});
     const QByteArray object = slowObject();
     auto sent = std::async(std::launch::async, [&] { return send(object, EXS_JPEGLSLossless); });
-    EVENTUALLY(worker() != 0);
-    const int decoding = worker();
+    int decoding = 0;
+    EVENTUALLY((decoding = worker()) != 0);
     QCOMPARE(::kill(decoding, SIGSTOP), 0);  // it would never end by itself
     QVERIFY(daemon_->succeeds(&OrgTessalyServer1Interface::Stop));
     EVENTUALLY(!daemon_->isBusy());
@@ -177,9 +177,9 @@ void HostilePixelsTest::framesThatDoNotMatchAreKeptAsTheyCame_data() {
     };
     ImageSpec image = Small;
     row("five fragments and no number of frames", image, QByteArrayList(5, frame));
-    image.frames = "3";
+    image.frames = std::string{"3"};
     row("three announced and one there", image, {frame});
-    image.frames = "2";
+    image.frames = std::string{"2"};
     row("two announced and three there", image, QByteArrayList(3, frame));
     image = Small;
     image.rows = image.columns = 512;
