@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <utility>
@@ -33,9 +34,10 @@ struct Registry {
     std::map<std::string, Known> files;        ///< by path
 };
 
+/// Never destroyed: connections of static life are closed after it would be.
 Registry& registry() {
-    static Registry all;
-    return all;
+    static Registry* const all = std::make_unique<Registry>().release();
+    return *all;
 }
 
 /// The words of a connect string that tell which database it is.

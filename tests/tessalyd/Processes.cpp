@@ -16,15 +16,13 @@ QByteArrayList linesOf(qint64 process, const QString& name) {
 
 }  // namespace
 
+/// By what the children say: the lists of the parent's threads change while one reads them, as threads end.
 QList<int> childrenOf(qint64 process) {
+    const QString parent = QString::number(process);
     QList<int> children;
-    const QDir threads{u"/proc/%1/task"_s.arg(process)};
-    for (const QString& thread : threads.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        for (const QByteArray& child :
-             linesOf(process, u"task/%1/children"_s.arg(thread)).value(0).split(' ')) {
-            if (!child.isEmpty())
-                children << child.toInt();
-        }
+    for (const QString& name : QDir{u"/proc"_s}.entryList({u"[0-9]*"_s}, QDir::Dirs)) {
+        if (statusOf(name.toLongLong(), "PPid") == parent)
+            children << name.toInt();
     }
     return children;
 }
