@@ -59,8 +59,9 @@ class Start {
     Start& operator=(const Start&) = delete;
 
     [[nodiscard]] pid_t run(std::string program) const {
-        // Of the environment it needs the one variable that the toolkit reads.
-        std::vector<std::string> texts;
+        // Of the environment it needs the one variable that the toolkit reads; and its heap is to use large
+        // pages.
+        std::vector<std::string> texts{"GLIBC_TUNABLES=glibc.malloc.hugetlb=1"};
         if (const char* dictionary = std::getenv("DCMDICTPATH"); dictionary != nullptr)
             texts.push_back("DCMDICTPATH=" + std::string{dictionary});
         std::vector<char*> environment;
