@@ -69,7 +69,8 @@ void cut(std::string& value, std::size_t width) {
     value.resize(end);
 }
 
-/// What ends the effect of an escape sequence, besides controls; null where the character set is no matter.
+/// The characters that end the effect of an escape sequence, besides controls. Returns null for
+/// representations that the character set does not concern.
 const char* delimitersOf(DcmEVR vr) {
     switch (vr) {
         case EVR_PN:

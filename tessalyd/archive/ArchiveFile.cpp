@@ -56,8 +56,8 @@ std::optional<struct stat> entry(const FileDescriptor& folder, const std::string
     return found;
 }
 
-/// The file of that name, locked where locks are to be had; none where there is none, or none that may be
-/// opened.
+/// Opens and locks the file of that name. Without a lock on a file system that has none; closed if the file
+/// is missing or may not be opened.
 FileDescriptor lockedAt(const FileDescriptor& folder, const std::string& name) {
     for (;;) {
         // For writing, although nothing is written: network file systems give no other the lock.

@@ -32,8 +32,8 @@ struct Decoding {
 
 /// Takes one object into the archive. Its data set is walked through once, as it comes, and is written to the
 /// disk once so much of it is there that the folder is known: memory does not grow with the object, whatever
-/// its header is like. Until finish() has returned, the
-/// archive does not have the object, and the destructor leaves nothing of it.
+/// its header is like. Until finish() has returned, the archive does not have the object, and the destructor
+/// leaves nothing of it.
 class ArchiveWriter {
   public:
     /// `buffer` is working space that may be used for the next object again.

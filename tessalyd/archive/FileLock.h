@@ -31,7 +31,7 @@ enum class FileLock {
     return errno == EAGAIN || errno == EACCES ? FileLock::OfSomebody : FileLock::NotToBeHad;
 }
 
-/// The same, but waits for who has it: a store that has not come to its end, here or in another server.
+/// The same, but blocks while another store, in this server or another, has the lock.
 /// Throws std::system_error when that takes too long.
 [[nodiscard]] inline FileLock waitForLock(const FileDescriptor& file) {
     using namespace std::chrono_literals;

@@ -18,7 +18,6 @@ class IncomingHeader {
 
     /// The next bytes of the data set. Returns true when the header has ended.
     bool take(std::span<const char> bytes);
-    [[nodiscard]] bool isDone() const noexcept { return reader_.isDone(); }
     /// The header, when it or the whole data set has ended.
     [[nodiscard]] ObjectHeader header();
 
