@@ -1,15 +1,20 @@
 #include "decoder/Confinement.h"
 
+#include <linux/seccomp.h>
 #include <seccomp.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <initializer_list>
+#include <memory>
 #include <stdexcept>
+
+#include "base/FileDescriptor.h"
 
 namespace tessaly::decoder {
 
@@ -64,16 +69,31 @@ bool setLimit(__rlimit_resource resource, std::uint64_t value) {
     return ::setrlimit(resource, &limit) == 0;
 }
 
+/// As the kernel takes it; empty if it cannot be had. Each process that does a job applies it, and would
+/// have to make it first.
+std::vector<sock_filter> programOf(scmp_filter_ctx context) {
+    const base::FileDescriptor file{::memfd_create("filter", MFD_CLOEXEC)};
+    if (!file.isOpen() || seccomp_export_bpf(context, file.get()) != 0)
+        return {};
+    const off_t size = ::lseek(file.get(), 0, SEEK_END);
+    std::vector<sock_filter> program(static_cast<std::size_t>(std::max<off_t>(0, size)) /
+                                     sizeof(sock_filter));
+    if (program.size() > BPF_MAXINSNS ||
+        ::pread(file.get(), program.data(), static_cast<std::size_t>(size), 0) != size)
+        return {};
+    return program;
+}
+
 }  // namespace
 
-CallFilter::CallFilter(Purpose purpose) : context_(seccomp_init(SCMP_ACT_KILL_PROCESS)) {
-    if (context_ == nullptr)
-        throw std::runtime_error{"no filter of system calls can be made"};
-    bool good = seccomp_attr_set(context_, SCMP_FLTATR_CTL_NNP, 0) == 0;  // harden() has seen to it
-    const auto allow = [this, &good](std::initializer_list<int> calls) {
+CallFilter::CallFilter(Purpose purpose) {
+    const std::unique_ptr<void, decltype([](void* context) { seccomp_release(context); })> context{
+        seccomp_init(SCMP_ACT_KILL_PROCESS)};
+    bool good = context != nullptr;
+    const auto allow = [&context, &good](std::initializer_list<int> calls) {
         for (const int call : calls) {
             if (call >= 0)  // or this architecture has another one
-                good = good && seccomp_rule_add(context_, SCMP_ACT_ALLOW, call, 0) == 0;
+                good = good && seccomp_rule_add(context.get(), SCMP_ACT_ALLOW, call, 0) == 0;
         }
     };
     allow(ForAll);
@@ -83,20 +103,18 @@ CallFilter::CallFilter(Purpose purpose) : context_(seccomp_init(SCMP_ACT_KILL_PR
         allow(ForSanitizers);
     // Memory is for data alone.
     for (const int call : {SCMP_SYS(mmap), SCMP_SYS(mprotect)})
-        good = good && seccomp_rule_add(context_, SCMP_ACT_ALLOW, call, 1,
+        good = good && seccomp_rule_add(context.get(), SCMP_ACT_ALLOW, call, 1,
                                         SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0)) == 0;
-    if (!good) {
-        seccomp_release(context_);
+    if (good)
+        program_ = programOf(context.get());
+    if (program_.empty())
         throw std::runtime_error{"no filter of system calls can be made"};
-    }
-}
-
-CallFilter::~CallFilter() {
-    seccomp_release(context_);
 }
 
 bool CallFilter::apply() const {
-    return seccomp_load(context_) == 0;
+    sock_fprog program{.len = static_cast<unsigned short>(program_.size()),
+                       .filter = const_cast<sock_filter*>(program_.data())};  // the kernel reads it
+    return ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
 std::uint64_t addressSpace() {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <linux/filter.h>
+
 #include <cstdint>
+#include <vector>
 
 #include "decoder/Job.h"
 
@@ -16,15 +19,12 @@ class CallFilter {
     };
     /// Throws std::runtime_error.
     explicit CallFilter(Purpose purpose);
-    ~CallFilter();
-    CallFilter(const CallFilter&) = delete;
-    CallFilter& operator=(const CallFilter&) = delete;
 
     /// Puts it into force, for this process and for all that it makes, for good. False if that fails.
     [[nodiscard]] bool apply() const;
 
   private:
-    void* context_;
+    std::vector<sock_filter> program_;
 };
 
 /// For the process that waits for jobs, before anything else: no core, nothing to be seen of its memory by

@@ -28,6 +28,12 @@ struct JobPlan {
     Identity identity;
     std::uint64_t pixelBytes = 0;  ///< of the native pixel data that is to come out, padding included
     bool hasPixels = false;
+
+    /// Its decoder may have some 30 seconds of processor time and more.
+    [[nodiscard]] bool isLarge() const noexcept {
+        constexpr std::uint64_t Small = std::uint64_t{64} << 20U;
+        return pixelBytes + job.sourceSize > Small;
+    }
 };
 
 /// Asked while a file is read; what it throws comes through.

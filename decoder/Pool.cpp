@@ -18,14 +18,6 @@ namespace {
 
 constexpr std::chrono::milliseconds AskInterval{100};
 
-/// Nobody is interested any more.
-struct Abandoned {};
-
-void require(const Interest& interest) {
-    if (interest.stop.stop_requested())
-        throw Abandoned{};
-}
-
 /// A stop as something to wait for beside a socket.
 class StopEvent {
   public:
@@ -69,62 +61,11 @@ bool waitForEnd(const DecoderProcess& process, const Interest& interest, std::ch
 
 }  // namespace
 
-/// A job's place among those that run: it has a process and its memory.
-class Pool::Turn {
-  public:
-    /// Blocks until it is its turn. Throws Abandoned.
-    Turn(Pool& pool, std::uint64_t memory, const Interest& interest) : pool_(pool), memory_(memory) {
-        std::unique_lock lock{pool_.mutex_};
-        const auto place = pool_.queue_.insert(pool_.queue_.end(), {memory});
-        const auto isDue = [this, place] { return pool_.mayBegin(place); };
-        try {
-            while (!pool_.changed_.wait_for(lock, interest.stop, AskInterval, isDue)) {
-                require(interest);
-                if (!interest.isGivenUp)
-                    continue;
-                lock.unlock();
-                const bool givenUp = interest.isGivenUp();
-                lock.lock();
-                if (givenUp)
-                    throw Abandoned{};
-            }
-        } catch (...) {
-            if (!lock.owns_lock())
-                lock.lock();
-            pool_.queue_.erase(place);
-            pool_.changed_.notify_all();
-            throw;
-        }
-        pool_.queue_.erase(place);
-        ++pool_.running_;
-        pool_.memory_ += memory_;
-        pool_.changed_.notify_all();
-    }
-    ~Turn() {
-        const std::lock_guard lock{pool_.mutex_};
-        --pool_.running_;
-        pool_.memory_ -= memory_;
-        pool_.changed_.notify_all();
-    }
-    Turn(const Turn&) = delete;
-    Turn& operator=(const Turn&) = delete;
-
-  private:
-    Pool& pool_;
-    std::uint64_t memory_;
-};
-
 Pool::Pool(Options options)
-    : options_([&options] {
-          if (options.processes == 0)
-              options.processes = std::max(1U, std::thread::hardware_concurrency());
-          return std::move(options);
-      }()) {}
-
-bool Pool::mayBegin(std::list<Waiting>::const_iterator place) const {
-    return place == queue_.begin() && running_ < options_.processes &&
-           memory_ + place->memory <= options_.decodeMemory;
-}
+    : options_(std::move(options)),
+      queue_({.processes = options_.processes > 0 ? options_.processes
+                                                  : std::max(2U, std::thread::hardware_concurrency()),
+              .memory = options_.decodeMemory}) {}
 
 Result Pool::convert(const DataSetFile& source, const DataSetFile& target, const Interest& interest) {
     const auto heartbeat = [&interest] { require(interest); };
@@ -133,11 +74,12 @@ Result Pool::convert(const DataSetFile& source, const DataSetFile& target, const
         if (const auto* const reason = std::get_if<const char*>(&planned))
             return {.reason = *reason};
         auto& plan = std::get<JobPlan>(planned);
-        // One that wants more than all may have gets that, and may end for it.
-        plan.job.memory = std::min(plan.job.memory, options_.decodeMemory);
+        const JobQueue::Need need{.memory = plan.job.memory, .isLarge = plan.isLarge()};
+        // One that needs more than it may have gets that, and may end for it.
+        plan.job.memory = queue_.granted(need);
         Result result;
         {
-            const Turn turn{*this, plan.job.memory, interest};
+            const JobQueue::Turn turn{queue_, need, interest};
             result = run(plan, source, target, interest);
         }
         if (result.outcome == Outcome::Converted && !isAsPromised(target, plan, heartbeat))

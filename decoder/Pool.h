@@ -1,28 +1,18 @@
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
-#include <list>
 #include <memory>
 #include <mutex>
-#include <stop_token>
 #include <string>
 #include <vector>
 
 #include "decoder/DecoderProcess.h"
+#include "decoder/Interest.h"
 #include "decoder/JobPlan.h"
+#include "decoder/JobQueue.h"
 
 namespace tessaly::decoder {
-
-/// Who wants an object, and for how long.
-struct Interest {
-    std::stop_token stop;  ///< ends the work, and every wait for it, at once
-    std::function<bool()>
-        isGivenUp{};  ///< asked ten times a second; ends it too. What it throws comes through
-};
 
 enum class Outcome { Converted, NotConvertible, Stopped };
 
@@ -40,7 +30,7 @@ class Pool {
         std::filesystem::path program;                         ///< tessaly-decoder
         std::uint64_t decodeLimit = std::uint64_t{2} << 30U;   ///< bytes of decoded pixels in one object
         std::uint64_t decodeMemory = std::uint64_t{4} << 30U;  ///< bytes of all decoders together
-        std::size_t processes = 0;                             ///< 0: one a core
+        std::size_t processes = 0;                             ///< 0: one a core, and at least two
     };
     explicit Pool(Options options);
     /// No conversion is to be under way.
@@ -50,29 +40,20 @@ class Pool {
 
     /// Writes the object in `source`, which may be open for reading alone, to `target` in the target's
     /// syntax, from the target's `dataSetAt` on. What has come out is compared with what the source's header
-    /// promises: where the outcome is not Converted, the target is not to be used. Blocks until then; first
-    /// come, first served. Throws std::system_error if a file cannot be read.
+    /// promises: where the outcome is not Converted, the target is not to be used. Blocks until then;
+    /// requesters take turns. Throws std::system_error if a file cannot be read.
     [[nodiscard]] Result convert(const DataSetFile& source, const DataSetFile& target,
                                  const Interest& interest);
 
   private:
-    class Turn;
-    struct Waiting {
-        std::uint64_t memory = 0;
-    };
-
-    [[nodiscard]] bool mayBegin(std::list<Waiting>::const_iterator place) const;
     [[nodiscard]] Result run(const JobPlan& plan, const DataSetFile& source, const DataSetFile& target,
                              const Interest& interest);
     [[nodiscard]] std::unique_ptr<DecoderProcess> takeProcess(bool kept);
     void keepProcess(std::unique_ptr<DecoderProcess> process);
 
     const Options options_;
+    JobQueue queue_;
     std::mutex mutex_;
-    std::condition_variable_any changed_;
-    std::list<Waiting> queue_;
-    std::size_t running_ = 0;
-    std::uint64_t memory_ = 0;
     std::vector<std::unique_ptr<DecoderProcess>> idle_;
 };
 

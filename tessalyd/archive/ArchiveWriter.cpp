@@ -123,7 +123,7 @@ void ArchiveWriter::decode() {
          .size = file_->size() - dataSetAt_,
          .syntax = object_.syntax},
         {.file = decoded->descriptor().get(), .dataSetAt = meta.size(), .syntax = Target},
-        {.stop = decoding_.stop});
+        decoding_.interest);
     if (result.outcome == decoder::Outcome::Converted) {
         file_ = std::move(decoded);
         header_->transferSyntaxUid = syntaxUid;

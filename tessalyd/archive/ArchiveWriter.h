@@ -24,10 +24,10 @@ struct IncomingObject {
     std::string sender;  ///< AE title
 };
 
-/// What decodes objects, and what ends that at once: the object is stored as it came then.
+/// What decodes objects, and whose stop ends that at once: the object is stored as it came then.
 struct Decoding {
     decoder::Pool& decoders;
-    std::stop_token stop;
+    decoder::Interest interest;
 };
 
 /// Takes one object into the archive. Its data set is walked through once, as it comes, and is written to the

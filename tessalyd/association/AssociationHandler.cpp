@@ -65,6 +65,7 @@ void AssociationHandler::answer() {
     connection_.stage = AssociationThreads::Stage::Open;
     dump("requested", ASC_ASSOC_RQ);
     names_ = namesOf(*port_, association_->params);
+    names_.address = connection_.address;
     if (const auto refusal = checkProtocol(association_->params))
         return reject(*refusal);
     if (const auto refusal = checkTitles(*port_, names_.callingAETitle, names_.calledAETitle))

@@ -21,6 +21,7 @@ struct AssociationNames {
     std::string port;
     std::string callingAETitle;
     std::string calledAETitle;
+    std::uint32_t address = 0;  ///< of the peer, IPv4
 
     /// For the log, which escapes what is not printable.
     [[nodiscard]] std::string text() const {

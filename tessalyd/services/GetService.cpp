@@ -112,9 +112,9 @@ class GetService::Sending {
                 tellProgress();
                 return Retrieval::isCancelled(requester_);
             };
-            converted =
-                stored.convertedTo(DcmXfer{context->syntax}.getXferID(), service_.retrieval_.decoders(),
-                                   {.stop = requester_.stop(), .isGivenUp = isGivenUp});
+            converted = stored.convertedTo(
+                DcmXfer{context->syntax}.getXferID(), service_.retrieval_.decoders(),
+                {.stop = requester_.stop(), .isGivenUp = isGivenUp, .requester = requester_.names().address});
             if (!converted && Retrieval::isCancelled(requester_))
                 return {};
             if (!converted)

@@ -47,8 +47,8 @@ dicom::ObjectSender::Trace dumps() {
 /// A stored object whose conversion a stop ends.
 class StoppableObject final : public dicom::OutgoingObject {
   public:
-    StoppableObject(const StoredInstance& instance, decoder::Pool& decoders, std::stop_token stop)
-        : object_(instance), decoders_(decoders), stop_(std::move(stop)) {}
+    StoppableObject(const StoredInstance& instance, decoder::Pool& decoders, decoder::Interest interest)
+        : object_(instance), decoders_(decoders), interest_(std::move(interest)) {}
 
     [[nodiscard]] const dicom::ObjectKind& kind() const noexcept override { return object_.kind(); }
     [[nodiscard]] const std::string& sopInstanceUid() const noexcept override {
@@ -57,7 +57,7 @@ class StoppableObject final : public dicom::OutgoingObject {
     [[nodiscard]] std::size_t size() const noexcept override { return object_.size(); }
     void read(std::span<char> target) override { object_.read(target); }
     [[nodiscard]] std::unique_ptr<OutgoingObject> in(const std::string& transferSyntax) override {
-        auto converted = object_.convertedTo(transferSyntax, decoders_, {.stop = stop_});
+        auto converted = object_.convertedTo(transferSyntax, decoders_, interest_);
         if (!converted)
             throw std::runtime_error{"stopped"};
         return converted;
@@ -66,7 +66,7 @@ class StoppableObject final : public dicom::OutgoingObject {
   private:
     StoredObject object_;
     decoder::Pool& decoders_;
-    std::stop_token stop_;
+    decoder::Interest interest_;
 };
 
 std::vector<dicom::ObjectKind> kindsOf(const InstanceList& instances) {
@@ -178,7 +178,7 @@ void MoveJob::send(dicom::ObjectSender& sender, const StoredInstance& instance, 
 dicom::SendResult MoveJob::trySend(dicom::ObjectSender& sender, const StoredInstance& instance,
                                    const std::stop_token& stop) {
     try {
-        StoppableObject object{instance, decoders_, stop};
+        StoppableObject object{instance, decoders_, {.stop = stop, .requester = order_.requester}};
         return sender.send(object, &order_.originator);
     } catch (const std::exception& fault) {  // the file; the sender has other ways to say what failed
         return {.outcome = Outcome::Failed, .detail = fault.what()};

@@ -24,13 +24,13 @@ class MoveJob {
     struct Order {
         dicom::Destination destination;
         dicom::MoveOriginator originator;
-        std::string name;  ///< of requester and destination, for the log
+        std::string name;             ///< of requester and destination, for the log
+        std::uint32_t requester = 0;  ///< IPv4 address
         dicom::ObjectSender::Limits limits = {};
     };
 
     /// Turns, decoders and log outlive it.
-    MoveJob(Order order, InstanceList instances, OutboundTurns& turns, decoder::Pool& decoders,
-            PeerLog& log);
+    MoveJob(Order order, InstanceList instances, OutboundTurns& turns, decoder::Pool& decoders, PeerLog& log);
     ~MoveJob();
     MoveJob(const MoveJob&) = delete;
     MoveJob& operator=(const MoveJob&) = delete;

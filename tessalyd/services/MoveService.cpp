@@ -62,7 +62,8 @@ void MoveService::move(const Request& request, Requester& requester,
                                                        .calledAETitle = destination.aeTitle},
                                        .originator = {.aeTitle = requester.names().callingAETitle,
                                                       .messageId = request.message.msg.CMoveRQ.MessageID},
-                                       .name = requester.names().text() + ", to " + destination.node},
+                                       .name = requester.names().text() + ", to " + destination.node,
+                                       .requester = requester.names().address},
                         std::move(instances), turns_, retrieval_.decoders(), requester.log());
     } catch (const std::system_error& error) {
         requester.log(PeerLog::Event::Failure, std::string{"move not begun: "} + error.what());

@@ -62,7 +62,8 @@ void StoreService::store(const Request& request, Requester& requester) {
     const T_DIMSE_C_StoreRQ& command = request.message.msg.CStoreRQ;
     ArchiveWriter writer{requester.port(),
                          index_,
-                         {.decoders = decoders_, .stop = requester.stop()},
+                         {.decoders = decoders_,
+                          .interest = {.stop = requester.stop(), .requester = requester.names().address}},
                          {.sopClassUid = command.AffectedSOPClassUID,
                           .sopInstanceUid = command.AffectedSOPInstanceUID,
                           .syntax = request.context->syntax,

@@ -187,7 +187,7 @@ void SharedTablesTest::aStudyThatMovesWhileAnObjectComesIsFollowed() {
     {
         ArchiveWriter writer{port,
                              index,
-                             {.decoders = decoders, .stop = {}},
+                             {.decoders = decoders, .interest = {.stop = {}}},
                              {.sopClassUid = UID_CTImageStorage,
                               .sopInstanceUid = spec.instance,
                               .syntax = EXS_LittleEndianExplicit,

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <stop_token>
+
+namespace tessaly::decoder {
+
+/// Who wants an object, and for how long.
+struct Interest {
+    std::stop_token stop;  ///< ends the work, and every wait for it, at once
+    std::function<bool()>
+        isGivenUp{};              ///< asked ten times a second; ends it too. What it throws comes through
+    std::uint32_t requester = 0;  ///< IPv4 address of the peer; requesters take turns
+};
+
+/// Nobody is interested any more.
+struct Abandoned {};
+
+/// Throws Abandoned once it was stopped.
+inline void require(const Interest& interest) {
+    if (interest.stop.stop_requested())
+        throw Abandoned{};
+}
+
+}  // namespace tessaly::decoder
