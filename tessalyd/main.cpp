@@ -7,9 +7,12 @@
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
+#include <QTimer>
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
+#include <thread>
 
 #include "tessalyd/control/ControlObject.h"
 #include "tessalyd/control/EndSignals.h"
@@ -28,12 +31,23 @@ std::filesystem::path stateFolder() {
 }
 
 /// Every store takes some buffers and gives them back. Kept by the heap, they cost no call of the kernel, for
-/// which the threads of all associations would wait.
+/// which the threads of all associations would wait. The heap keeps so much for each of its arenas, of which
+/// there are fewer than the library would make.
 void keepFreedMemory() {
-    constexpr int Kept = 16 << 20;
+    constexpr int Kept = 4 << 20;
     constexpr int Step = 1 << 20;
+    const int cores = std::max(2, static_cast<int>(std::thread::hardware_concurrency()));
     mallopt(M_TRIM_THRESHOLD, Kept);
     mallopt(M_TOP_PAD, Step);
+    mallopt(M_ARENA_MAX, 2 * cores);
+}
+
+/// Returns to the system the free pages between the blocks in use: what a flood of associations or a query of
+/// many values took would stay with the server for good.
+void returnFreePages() {
+    constexpr std::size_t Kept = 16 << 20;
+    if (mallinfo2().fordblks > Kept)
+        malloc_trim(0);
 }
 
 /// A core would have images in it, and the passwords of the database.
@@ -71,6 +85,9 @@ int serve(const Options& options) {
     // Without its bus the server could not be controlled any more, and a new one could not have its ports.
     bus.connect({}, u"/org/freedesktop/DBus/Local"_s, u"org.freedesktop.DBus.Local"_s, u"Disconnected"_s,
                 &control, SLOT(Terminate()));
+    QTimer memoryTimer;
+    QObject::connect(&memoryTimer, &QTimer::timeout, qApp, returnFreePages);
+    memoryTimer.start(std::chrono::seconds{5});
     control.run();
     const int result = QCoreApplication::exec();
     control.close();

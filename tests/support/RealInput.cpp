@@ -5,6 +5,8 @@
 #include <QTest>
 #include <stdexcept>
 
+#include "tests/support/Eventually.h"
+
 namespace tessaly::test::real {
 
 using namespace Qt::StringLiterals;
@@ -20,8 +22,8 @@ void send(const QStringList& input) {
 }  // namespace
 
 bool hasKeyboard(QWidget& window) {
-    return QTest::qWaitForWindowExposed(&window) &&
-           QTest::qWaitFor([&window] { return window.isActiveWindow(); });
+    return QTest::qWaitForWindowExposed(&window, PatienceMs) &&
+           QTest::qWaitFor([&window] { return window.isActiveWindow(); }, PatienceMs);
 }
 
 void press(const QString& key) {

@@ -6,6 +6,7 @@
 #include <QThread>
 
 #include "tessalyd/services/QuerySessions.h"
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/Finding.h"
 #include "tests/tessalyd/HostilePeers.h"
@@ -136,6 +137,8 @@ void HostilePeersTest::theHonestOnesAreServed() {
     constexpr int Kept = 3 * static_cast<int>(tessaly::tessalyd::QuerySessions::Most) + 4;
     EVENTUALLY(resources().descriptors <= before.descriptors + Kept);
     EVENTUALLY(resources().children <= before.children + 2);
+    if (limit > 0)  // freed pages are returned every few seconds
+        EVENTUALLY(resources().kilobytes <= before.kilobytes + 64 * 1024);
     const Resources after = resources();
     qInfo("threads %d to %d, descriptors %d to %d, resident %ld to %ld KB", before.threads, after.threads,
           before.descriptors, after.descriptors, before.kilobytes, after.kilobytes);
@@ -145,7 +148,6 @@ void HostilePeersTest::theHonestOnesAreServed() {
     if (limit > 0) {
         QVERIFY2(slowestStoreMs_ <= 2000, "an honest object was not stored within 2 s");
         QVERIFY2(slowestQueryMs_ <= 1000, "an honest query was not answered within 1 s");
-        QVERIFY2(after.kilobytes <= before.kilobytes + 64 * 1024, "the server has kept memory");
     }
 }
 

@@ -1,6 +1,7 @@
 #include <QFile>
 #include <QTest>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 
 using namespace Qt::StringLiterals;

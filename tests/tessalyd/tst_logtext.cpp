@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "tessalyd/Log.h"
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/services/RetrieveTest.h"
 
 using namespace Qt::StringLiterals;

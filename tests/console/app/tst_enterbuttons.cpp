@@ -7,6 +7,7 @@
 #include <QTest>
 
 #include "console/app/TessalyManager.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/RealInput.h"
 #include "tests/support/WindowTest.h"
 
@@ -119,7 +120,7 @@ void EnterButtonsTest::enterPressesEveryButtonOfAPage() {
         for (const auto& key : {u"Return"_s, u"KP_Enter"_s, u"space"_s}) {
             real::press(key);
             ++expectedPresses;
-            QTRY_COMPARE(presses, expectedPresses);
+            EVENTUALLY_COMPARE(presses, expectedPresses);
         }
         QVERIFY(button->hasFocus());
         disconnect(button, &QPushButton::clicked, this, nullptr);
@@ -136,10 +137,10 @@ void EnterButtonsTest::enterOnAddOpensTheDialogOnce() {
     script.drive(u"DicomNode"_s, [](Form form) {
         QVERIFY(real::hasKeyboard(form.window()));
         real::press(u"Escape"_s);
-        QTRY_VERIFY(!form.window().isVisible());
+        EVENTUALLY(!form.window().isVisible());
     });
     real::press(key);
-    QTRY_VERIFY(script.isDone());
+    EVENTUALLY(script.isDone());
 }
 
 void EnterButtonsTest::enterOnDeleteAsks() {
@@ -148,7 +149,7 @@ void EnterButtonsTest::enterOnDeleteAsks() {
     BoxScript script;
     script.expect(okCancel(u"Are you sure you want to delete node?"_s, QMessageBox::Cancel));
     real::press(key);
-    QTRY_VERIFY(script.isDone());
+    EVENTUALLY(script.isDone());
     QCOMPARE(database().value(u"SELECT count(*) FROM DicomNodes"_s), u"1"_s);
 }
 
@@ -161,10 +162,10 @@ void EnterButtonsTest::aHeldKeyPressesOnce() {
     const Repeats repeats;
     real::hold(key);
     constexpr int Several = 10;
-    QTRY_VERIFY(repeats.count() >= Several);
+    EVENTUALLY(repeats.count() >= Several);
     real::release(key);
     real::press(u"shift+Tab"_s);  // a key later than all repeats
-    QTRY_VERIFY(window().find(u"cmdModifyNode"_s).hasFocus());
+    EVENTUALLY(window().find(u"cmdModifyNode"_s).hasFocus());
     QVERIFY(script.isDone());
     QCOMPARE(database().value(u"SELECT count(*) FROM DicomNodes"_s), u"1"_s);
 }
@@ -204,17 +205,17 @@ void EnterButtonsTest::theKeyThatClosesADialogPressesNothing() {
         QVERIFY(real::hasKeyboard(form.window()));
         form.find(u"cmdCancel"_s).setFocus();
         real::hold(u"Return"_s);
-        QTRY_VERIFY(!form.window().isVisible());
+        EVENTUALLY(!form.window().isVisible());
     });
     const Repeats repeats;
     real::press(u"space"_s);
-    QTRY_VERIFY(script.isDone());
+    EVENTUALLY(script.isDone());
     QVERIFY(real::hasKeyboard(manager()));
     QVERIFY(button.hasFocus());
-    QTRY_VERIFY(repeats.count() > 0);
+    EVENTUALLY(repeats.count() > 0);
     real::release(u"Return"_s);
     real::press(u"Tab"_s);  // a key later than the release
-    QTRY_VERIFY(!button.hasFocus());
+    EVENTUALLY(!button.hasFocus());
     QCOMPARE(presses, 1);
 }
 
@@ -231,7 +232,7 @@ void EnterButtonsTest::enterLeavesOtherControlsAlone() {
         const bool checked = box != nullptr && box->isChecked();
         real::press(key);
         real::press(u"Tab"_s);  // a key later than the one that does nothing
-        QTRY_VERIFY(!control.hasFocus());
+        EVENTUALLY(!control.hasFocus());
         QCOMPARE(window().text(name), text);
         QVERIFY(box == nullptr || box->isChecked() == checked);
     }

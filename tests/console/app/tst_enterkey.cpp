@@ -5,6 +5,7 @@
 #include <QTest>
 
 #include "console/app/frmLogin.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/RealInput.h"
 #include "tests/support/UnusedPort.h"
 #include "tests/support/WindowTest.h"
@@ -23,7 +24,7 @@ void tabTo(const Form& form, const QString& name) {
         if (before == &form.find(name))
             return;
         real::press(u"Tab"_s);
-        QTRY_VERIFY(form.window().focusWidget() != before);
+        EVENTUALLY(form.window().focusWidget() != before);
     }
     QFAIL(qPrintable(u"Tab does not reach "_s + name));
 }
@@ -108,10 +109,10 @@ void EnterKeyTest::open(int page, const QString& button, const QString& dialog,
 void EnterKeyTest::change(const Form& form, const QString& box) {
     const QString before = form.text(box);
     real::click(form.find(box));
-    QTRY_VERIFY(form.find(box).hasFocus());  // keys do not wait for the window manager to pass the click on
+    EVENTUALLY(form.find(box).hasFocus());  // keys do not wait for the window manager to pass the click on
     real::press(u"End"_s);
     real::type(u"x"_s);
-    QTRY_COMPARE(form.text(box), before + u'x');
+    EVENTUALLY_COMPARE(form.text(box), before + u'x');
 }
 
 QList<QStringList> EnterKeyTest::stored() const {
@@ -132,7 +133,7 @@ void EnterKeyTest::enterOnCancelWritesNothing() {
         change(form, box);
         tabTo(form, u"cmdCancel"_s);
         real::press(u"Return"_s);
-        QTRY_VERIFY(!form.window().isVisible());
+        EVENTUALLY(!form.window().isVisible());
     });
     QCOMPARE(stored(), before);
 }
@@ -147,7 +148,7 @@ void EnterKeyTest::enterInABoxConfirms() {
         tabTo(form, u"cmdCancel"_s);  // the default goes along with the focus, and has to come back
         change(form, box);
         real::press(u"KP_Enter"_s);
-        QTRY_VERIFY(!form.window().isVisible());
+        EVENTUALLY(!form.window().isVisible());
     });
     QVERIFY(stored() != before);
 }
@@ -164,7 +165,7 @@ void EnterKeyTest::enterOnOtherControlsConfirms() {
         change(form, u"txtHost"_s);
         tabTo(form, control);
         real::press(u"Return"_s);
-        QTRY_VERIFY(!form.window().isVisible());
+        EVENTUALLY(!form.window().isVisible());
     });
     QCOMPARE(database().value(u"SELECT Host FROM DicomNodes"_s), u"127.0.0.1x"_s);
 }
@@ -192,10 +193,10 @@ void EnterKeyTest::enterOnVerifyVerifies() {
         change(form, u"txtAETitle"_s);
         tabTo(form, verify);
         real::press(u"Return"_s);
-        QTRY_VERIFY(script_->isDone());
+        EVENTUALLY(script_->isDone());
         QVERIFY(real::hasKeyboard(form.window()));
         real::press(u"Escape"_s);
-        QTRY_VERIFY(!form.window().isVisible());
+        EVENTUALLY(!form.window().isVisible());
     });
     QCOMPARE(stored(), before);
 }
@@ -206,15 +207,15 @@ void EnterKeyTest::enterOnTheFolderButtonOpensThePicker() {
         script_->drive(u"QFileDialog"_s, [](Form picker) {
             QVERIFY(real::hasKeyboard(picker.window()));
             real::press(u"Escape"_s);
-            QTRY_VERIFY(!picker.window().isVisible());
+            EVENTUALLY(!picker.window().isVisible());
         });
         change(form, u"txtAETitle"_s);
         tabTo(form, u"cmdRootDir"_s);
         real::press(u"Return"_s);
-        QTRY_VERIFY(script_->isDone());
+        EVENTUALLY(script_->isDone());
         QVERIFY(real::hasKeyboard(form.window()));
         real::press(u"Escape"_s);
-        QTRY_VERIFY(!form.window().isVisible());
+        EVENTUALLY(!form.window().isVisible());
     });
     QCOMPARE(stored(), before);
 }
@@ -233,10 +234,10 @@ void EnterKeyTest::enterInThePickerOfNodes() {
     open(1, u"cmdAddPortNode"_s, u"PortNodesSelection"_s, [&](const Form& form) {
         real::click(form.find<QAbstractItemView>(u"lstNodeSelection"_s));
         real::press(u"space"_s);
-        QTRY_COMPARE(form.selectedRows(u"lstNodeSelection"_s), QStringList{u"node"_s});
+        EVENTUALLY_COMPARE(form.selectedRows(u"lstNodeSelection"_s), QStringList{u"node"_s});
         tabTo(form, control);
         real::press(u"Return"_s);
-        QTRY_VERIFY(!form.window().isVisible());
+        EVENTUALLY(!form.window().isVisible());
     });
     QCOMPARE(database().rows(u"SELECT * FROM PortRemoteNodes"_s).size(), accepted);
 }
@@ -259,10 +260,10 @@ void EnterKeyTest::enterInTheLogin() {
         real::type(ScratchDatabase::Administrator);
         tabTo(form, u"txtPassword"_s);
         real::type(ScratchDatabase::Password);
-        QTRY_COMPARE(form.text(u"txtPassword"_s), ScratchDatabase::Password);
+        EVENTUALLY_COMPARE(form.text(u"txtPassword"_s), ScratchDatabase::Password);
         tabTo(form, control);
         real::press(u"Return"_s);
-        QTRY_VERIFY(!login.isVisible());
+        EVENTUALLY(!login.isVisible());
     });
     login.exec();
     QVERIFY(script.isDone());

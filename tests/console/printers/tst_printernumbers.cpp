@@ -1,5 +1,6 @@
 #include <QTest>
 
+#include "tests/support/Eventually.h"
 #include "tests/support/RealInput.h"
 #include "tests/support/WindowTest.h"
 
@@ -55,13 +56,13 @@ void PrinterNumbersTest::aConfirmationFromInsideChecksFirst() {
         QVERIFY(real::hasKeyboard(form.window()));
         const QString box = u"txt"_s + column;
         real::click(form.find(box));
-        QTRY_VERIFY(
+        EVENTUALLY(
             form.find(box).hasFocus());  // keys do not wait for the window manager to pass the click on
         real::press(u"ctrl+a"_s);
         real::type(typed);
-        QTRY_COMPARE(form.text(box), typed);
+        EVENTUALLY_COMPARE(form.text(box), typed);
         real::press(u"Return"_s);
-        QTRY_VERIFY(!form.window().isVisible());
+        EVENTUALLY(!form.window().isVisible());
     });
     window().click(u"cmdModifyPrinter"_s);
     QVERIFY(script.isDone());
@@ -76,10 +77,10 @@ void PrinterNumbersTest::aConfirmationFromElsewhereChecksNothing() {
     script.drive(u"frmDcmPrinter"_s, [](Form form) {
         QVERIFY(real::hasKeyboard(form.window()));
         real::click(form.find(u"txtHost"_s));
-        QTRY_VERIFY(form.find(u"txtHost"_s).hasFocus());
+        EVENTUALLY(form.find(u"txtHost"_s).hasFocus());
         real::type(u"x"_s);
         real::press(u"Return"_s);
-        QTRY_VERIFY(!form.window().isVisible());
+        EVENTUALLY(!form.window().isVisible());
     });
     window().click(u"cmdModifyPrinter"_s);
     QVERIFY(script.isDone());

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "tests/support/Eventually.h"
 #include "tests/support/RealInput.h"
 #include "tests/support/WindowTest.h"
 
@@ -96,7 +97,7 @@ void ToolTipTest::hover(int page, const QString& list, int row, int column) cons
     const auto& view = window().find<QTreeWidget>(list);
     const QRect cell = view.visualRect(view.model()->index(row, column));
     real::hover(*view.viewport(), cell.intersected(view.viewport()->rect()).center());
-    QTRY_VERIFY(tipWindow() != nullptr);
+    EVENTUALLY(tipWindow() != nullptr);
 }
 
 void ToolTipTest::aTipIsReadOnTheScreen_data() {
@@ -113,7 +114,7 @@ void ToolTipTest::aTipIsReadOnTheScreen() {
     QFETCH(int, column);
     hover(page, list, 0, column);
     constexpr double Readable = 4.5;
-    QTRY_VERIFY(contrast(onScreen(*tipWindow())) >= Readable);
+    EVENTUALLY(contrast(onScreen(*tipWindow())) >= Readable);
     QCOMPARE(QToolTip::text(), window().rows(list).front().at(column));
 }
 

@@ -20,6 +20,7 @@
 #include "console/ui/ReportList.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/Console.h"
+#include "tests/support/Eventually.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -254,7 +255,7 @@ void UiTest::aCutCellHasAToolTip() {
     shown.setHtml(QToolTip::text());
     QCOMPARE(shown.toPlainText(), likeMarkup);
     hover(1);
-    QTRY_VERIFY(!QToolTip::isVisible());
+    EVENTUALLY(!QToolTip::isVisible());
 }
 
 void UiTest::lettersAreGivenOnce() {
@@ -268,7 +269,7 @@ void UiTest::lettersAreGivenOnce() {
     rows->addRow(confirm);
     form.show();
     form.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&form));
+    QVERIFY(QTest::qWaitForWindowActive(&form, PatienceMs));
     ui::assignMnemonics(&form);
     QCOMPARE(confirm->text(), u"Name it"_s);
     QCOMPARE(confirm->shortcut(), QKeySequence(Qt::ALT | Qt::Key_A));  // N is the box's, O is marked
@@ -288,7 +289,7 @@ void UiTest::leavingABoxIsNoticed() {
     ui::onLeave(box, [&left] { ++left; });
     form.show();
     form.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&form));
+    QVERIFY(QTest::qWaitForWindowActive(&form, PatienceMs));
     box->setFocus();
     QCOMPARE(left, 0);
     next->setFocus();

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "dicom/AttributeReader.h"
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/Finding.h"
 

@@ -2,6 +2,7 @@
 #include <csignal>
 #include <future>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/Encapsulated.h"
 #include "tests/tessalyd/Processes.h"

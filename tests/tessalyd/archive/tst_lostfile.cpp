@@ -6,6 +6,7 @@
 
 #include "tessalyd/archive/ArchiveIndex.h"
 #include "tessalyd/archive/StoreFailure.h"
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/services/RetrieveTest.h"
 
 using namespace Qt::StringLiterals;

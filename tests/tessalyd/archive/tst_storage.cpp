@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QTest>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/OtherArchive.h"
 #include "tests/tessalyd/TagNumber.h"

@@ -4,6 +4,7 @@
 #include <QTest>
 #include <csignal>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 
 using namespace Qt::StringLiterals;

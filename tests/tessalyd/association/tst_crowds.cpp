@@ -3,6 +3,7 @@
 #include <memory>
 #include <vector>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/association/Caller.h"
 

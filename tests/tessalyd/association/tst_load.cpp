@@ -2,6 +2,7 @@
 #include <QTest>
 #include <set>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/Objects.h"
 

@@ -7,6 +7,7 @@
 #include <QTest>
 #include <csignal>
 
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/support/ScratchCluster.h"
 #include "tests/tessalyd/DaemonTest.h"

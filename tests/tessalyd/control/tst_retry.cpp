@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstddef>
 
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchCluster.h"
 #include "tests/tessalyd/DaemonTest.h"
 

@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QTest>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/control/Managers.h"
 

@@ -2,6 +2,7 @@
 
 #include <csignal>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/Encapsulated.h"
 #include "tests/tessalyd/Processes.h"
 #include "tests/tessalyd/services/MoveTest.h"

@@ -3,6 +3,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/Finding.h"
 #include "tests/tessalyd/Objects.h"

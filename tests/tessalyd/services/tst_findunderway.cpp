@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "tessalyd/services/QuerySessions.h"
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/Finding.h"
 #include "tests/tessalyd/StockedArchive.h"

@@ -4,6 +4,7 @@
 
 #include <QDir>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/services/RetrieveTest.h"
 
 using namespace Qt::StringLiterals;

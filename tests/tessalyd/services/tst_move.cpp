@@ -7,6 +7,7 @@
 
 #include "tessalyd/archive/SinkStream.h"
 #include "tests/dicom/Peers.h"
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/services/MoveTest.h"
 
 using namespace Qt::StringLiterals;

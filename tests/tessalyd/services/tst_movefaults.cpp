@@ -3,6 +3,7 @@
 
 #include "tessalyd/services/OutboundTurns.h"
 #include "tests/dicom/Peers.h"
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/services/MoveTest.h"
 
 using namespace Qt::StringLiterals;

@@ -7,6 +7,7 @@
 #include "tessalyd/services/QueryIdentifier.h"
 #include "tessalyd/services/QuerySessions.h"
 #include "tests/dicom/StorePeer.h"
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/services/MoveTest.h"
 
 using namespace Qt::StringLiterals;

@@ -2,6 +2,7 @@
 #include <QSet>
 #include <latch>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/services/MoveTest.h"
 
 using namespace Qt::StringLiterals;
@@ -79,8 +80,8 @@ void RetrieveToolsTest::anotherArchiveHasAStudyMovedToItself() {
     EVENTUALLY(daemon_->log().contains(u"C-MOVE: 5 objects found, 5 sent, 0 failed"_s));
 }
 
-/// Stored, found and fetched back in both ways by what the manual has, word for word but for the ports and the
-/// study.
+/// Stored, found and fetched back in both ways by what the manual has, word for word but for the ports and
+/// the study.
 void RetrieveToolsTest::theManualsCommandsWork() {
     QFile manual{QStringLiteral(MANUAL)};
     QVERIFY(manual.open(QIODevice::ReadOnly));
@@ -94,8 +95,7 @@ void RetrieveToolsTest::theManualsCommandsWork() {
     commands.replace(u"=1.2.3 "_s, u'=' + QLatin1StringView{Study} + u' ');
 
     (void)writeObject({.study = Study, .instance = "1.2.5.1"}, scratch(u"image.dcm"_s));
-    const Outcome outcome =
-        run(u"sh"_s, {u"-ec"_s, u"cd \"$1\"\n"_s + commands, u"sh"_s, scratch({})});
+    const Outcome outcome = run(u"sh"_s, {u"-ec"_s, u"cd \"$1\"\n"_s + commands, u"sh"_s, scratch({})});
     QVERIFY2(outcome.exitCode == 0, qPrintable(commands + outcome.output));
     QVERIFY2(outcome.output.contains(QLatin1StringView{Study}), qPrintable(outcome.output));
     QCOMPARE(storedDataSets().size(), 1);
