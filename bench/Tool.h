@@ -14,9 +14,8 @@ namespace tessaly::bench {
 
 /// Runs the tool; its time and its own peak of memory.
 inline Result runTool(std::vector<std::string> words) {
-    words.insert(words.begin(), TESSALY_DB);
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
+    std::string program = TESSALY_DB;
+    std::vector<char*> arguments{program.data()};
     for (auto& word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);

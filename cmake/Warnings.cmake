@@ -16,10 +16,17 @@ if(TESSALY_SANITIZE)
   target_link_options(tessaly_options INTERFACE -fsanitize=${TESSALY_SANITIZE})
 endif()
 
-# tessaly_library(NAME SOURCES... [LINKS...]): one static library a folder.
+# tessaly_library(NAME [MOC] [HEADERS set] SOURCES... [LINKS...]): one static library a folder. MOC where a class has slots
+# or signals; HEADERS as in cmake/Headers.cmake.
 function(tessaly_library name)
-  cmake_parse_arguments(arg "" "" "SOURCES;LINKS" ${ARGN})
+  cmake_parse_arguments(arg "MOC" "HEADERS" "SOURCES;LINKS" ${ARGN})
   add_library(tessaly_${name} STATIC ${arg_SOURCES})
   add_library(tessaly::${name} ALIAS tessaly_${name})
   target_link_libraries(tessaly_${name} PUBLIC tessaly_options ${arg_LINKS})
+  if(arg_MOC)
+    set_target_properties(tessaly_${name} PROPERTIES AUTOMOC ON)
+  endif()
+  if(arg_HEADERS)
+    tessaly_use_headers(tessaly_${name} ${arg_HEADERS})
+  endif()
 endfunction()
