@@ -14,10 +14,10 @@
 
 #include "bench/BigArchive.h"
 #include "bench/Measure.h"
-#include "console/maintenance/Relocation.h"
-#include "console/maintenance/RepairChecks.h"
-#include "console/maintenance/RowWalk.h"
 #include "db/Connection.h"
+#include "maintenance/Relocation.h"
+#include "maintenance/RepairChecks.h"
+#include "maintenance/RowWalk.h"
 #include "tests/support/ScratchCluster.h"
 
 using namespace tessaly;

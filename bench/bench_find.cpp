@@ -6,7 +6,7 @@
 
 #include "bench/Measure.h"
 #include "schema/Schema.h"
-#include "tessalyd/services/QueryAnswers.h"
+#include "tessalyd/services/query/QueryAnswers.h"
 
 namespace {
 
@@ -87,7 +87,7 @@ struct Session {
         return count;
     }
     db::Connection connection;
-    StatementCache statements{connection};
+    db::StatementCache statements{connection};
 };
 
 struct Work {

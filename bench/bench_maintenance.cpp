@@ -6,9 +6,9 @@
 
 #include "bench/BigArchive.h"
 #include "bench/Measure.h"
-#include "console/maintenance/Compaction.h"
-#include "console/maintenance/Relocation.h"
 #include "db/Connection.h"
+#include "maintenance/Compaction.h"
+#include "maintenance/Relocation.h"
 
 using namespace tessaly;
 using namespace tessaly::bench;

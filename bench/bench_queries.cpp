@@ -12,7 +12,7 @@
 #include <cstdio>
 #include <functional>
 
-#include "tests/dicom/Peers.h"
+#include "tests/dicom/net/Peers.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/tessalyd/Daemon.h"
 #include "tests/tessalyd/Finding.h"

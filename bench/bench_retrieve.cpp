@@ -21,7 +21,7 @@
 #include "tests/support/UnusedPort.h"
 #include "tests/tessalyd/Daemon.h"
 #include "tests/tessalyd/Objects.h"
-#include "tests/tessalyd/services/Retriever.h"
+#include "tests/tessalyd/services/retrieve/Retriever.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;

@@ -10,9 +10,9 @@
 #include <functional>
 #include <vector>
 
-#include "dicom/ObjectFile.h"
-#include "dicom/ObjectSender.h"
-#include "tests/dicom/Peers.h"
+#include "dicom/data/ObjectFile.h"
+#include "dicom/net/ObjectSender.h"
+#include "tests/dicom/net/Peers.h"
 #include "tests/tessalyd/Objects.h"
 
 using namespace Qt::StringLiterals;

@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "bench/StoreLoad.h"
-#include "dicom/Verifier.h"
-#include "tests/dicom/Peers.h"
+#include "dicom/net/Verifier.h"
+#include "tests/dicom/net/Peers.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"

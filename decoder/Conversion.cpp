@@ -18,8 +18,8 @@
 #include "decoder/FrameDecoder.h"
 #include "decoder/ObjectLayout.h"
 #include "decoder/Syntaxes.h"
-#include "dicom/DataSetWalk.h"
-#include "dicom/SinkStream.h"
+#include "dicom/data/DataSetWalk.h"
+#include "dicom/data/SinkStream.h"
 
 namespace tessaly::decoder {
 

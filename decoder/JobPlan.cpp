@@ -9,7 +9,7 @@
 
 #include "decoder/Conversion.h"
 #include "decoder/Syntaxes.h"
-#include "dicom/FileWindow.h"
+#include "dicom/data/FileWindow.h"
 
 namespace tessaly::decoder {
 

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "dicom/FileWindow.h"
+#include "dicom/data/FileWindow.h"
 
 namespace tessaly::decoder {
 

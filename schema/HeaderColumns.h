@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "db/Query.h"
-#include "dicom/ObjectHeader.h"
+#include "dicom/data/ObjectHeader.h"
 
 namespace tessaly::schema {
 

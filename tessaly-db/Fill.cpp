@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
+#include "archive/StoredPath.h"
 #include "db/Query.h"
-#include "db/StoredPath.h"
 #include "db/Transaction.h"
-#include "dicom/NameFolding.h"
-#include "dicom/ObjectHeader.h"
+#include "dicom/data/NameFolding.h"
+#include "dicom/data/ObjectHeader.h"
 #include "schema/HeaderColumns.h"
 #include "schema/OlderRows.h"
 
@@ -127,14 +127,15 @@ class Filling {
             from = rows.text("Instance");
             if (!rows.flag("ImageLacks") && !rows.flag("SeriesLacks") && !rows.flag("StudyLacks"))
                 continue;
-            batch.push_back({.instance = from,
-                             .series = rows.text("Series"),
-                             .study = rows.text("Study"),
-                             .file = db::localPath(rows.text("StudyPath") + '\\' + rows.text("SeriesDir") +
-                                                   '\\' + rows.text("ImageFile")),
-                             .lacks = rows.flag("ImageLacks"),
-                             .seriesLacks = rows.flag("SeriesLacks"),
-                             .studyLacks = rows.flag("StudyLacks")});
+            batch.push_back(
+                {.instance = from,
+                 .series = rows.text("Series"),
+                 .study = rows.text("Study"),
+                 .file = archive::localPath(rows.text("StudyPath") + '\\' + rows.text("SeriesDir") + '\\' +
+                                            rows.text("ImageFile")),
+                 .lacks = rows.flag("ImageLacks"),
+                 .seriesLacks = rows.flag("SeriesLacks"),
+                 .studyLacks = rows.flag("StudyLacks")});
         }
         if (rowsSeen == 0)
             return false;

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "tessalyd/Configuration.h"
+#include "tessalyd/configuration/Configuration.h"
 
 namespace tessaly::tessalyd {
 

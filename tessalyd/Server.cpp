@@ -142,7 +142,7 @@ std::optional<std::string> Server::bind(const Endpoint& endpoint) {
     try {
         listeners_.push_back(std::make_unique<Listener>(
             *endpoint.port,
-            [this, port = endpoint.port](FileDescriptor socket, const std::stop_token& listening) {
+            [this, port = endpoint.port](base::FileDescriptor socket, const std::stop_token& listening) {
                 accept(port, std::move(socket), listening);
             },
             endpoint.address));
@@ -169,10 +169,10 @@ void Server::countBound() {
         std::count_if(ports_.begin(), ports_.end(), [this](const auto& port) { return isBound(*port); }));
 }
 
-void Server::accept(const std::shared_ptr<const PortConfiguration>& port, FileDescriptor socket,
+void Server::accept(const std::shared_ptr<const PortConfiguration>& port, base::FileDescriptor socket,
                     const std::stop_token& listening) {
     // Shared, because a std::function is to be copyable and the socket is not.
-    auto held = std::make_shared<FileDescriptor>(std::move(socket));
+    auto held = std::make_shared<base::FileDescriptor>(std::move(socket));
     const auto started = threads_.start(peerAddress(*held), [this, port, held, listening](
                                                                 AssociationThreads::Connection& connection) {
         AssociationHandler{{transport_, open_, services_, log_, limits_}, port, connection, listening}.run(

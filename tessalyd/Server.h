@@ -7,10 +7,6 @@
 #include <vector>
 
 #include "decoder/Pool.h"
-#include "tessalyd/Configuration.h"
-#include "tessalyd/archive/ArchiveIndex.h"
-#include "tessalyd/archive/DatabaseWatch.h"
-#include "tessalyd/archive/LeftoverCleaner.h"
 #include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/AssociationThreads.h"
 #include "tessalyd/association/Listener.h"
@@ -18,7 +14,11 @@
 #include "tessalyd/association/PeerLog.h"
 #include "tessalyd/association/Service.h"
 #include "tessalyd/association/Transport.h"
-#include "tessalyd/services/QueryAccess.h"
+#include "tessalyd/configuration/Configuration.h"
+#include "tessalyd/services/retrieve/QueryAccess.h"
+#include "tessalyd/store/ArchiveIndex.h"
+#include "tessalyd/store/DatabaseWatch.h"
+#include "tessalyd/store/LeftoverCleaner.h"
 
 namespace tessaly::tessalyd {
 
@@ -79,7 +79,7 @@ class Server {
     void forgetPorts();
     void watchDatabase(const Configuration& configuration);
     void closeSessions();
-    void accept(const std::shared_ptr<const PortConfiguration>& port, FileDescriptor socket,
+    void accept(const std::shared_ptr<const PortConfiguration>& port, base::FileDescriptor socket,
                 const std::stop_token& listening);
 
     std::vector<std::string> addresses_;  ///< an empty text for all of them

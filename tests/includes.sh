@@ -10,24 +10,32 @@ console/server          > console/session
 console/network         > console/session
 console/printers        > console/session
 console/users           > console/session
-console/maintenance     > console/session
+console/maintenance     > console/session maintenance
 console/session         > console/ui passwords
-console/ui              > db dicom
+console/ui              > archive
 tessalyd/main           > tessalyd/control
 tessalyd/control        > tessalyd/Server
 tessalyd/Server         > tessalyd/services
-tessalyd/services       > tessalyd/archive tessalyd/association
-tessalyd/archive        > tessalyd/Log tessalyd/FileDescriptor decoder
-tessalyd/association    > tessalyd/Log tessalyd/FileDescriptor dicom
-tessalyd/Log            > tessalyd/Configuration tessalyd/Printable
+tessalyd/services       > tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve
+tessalyd/services/verification > tessalyd/association
+tessalyd/services/storage      > tessalyd/association tessalyd/store
+tessalyd/services/retrieve     > tessalyd/services/query
+tessalyd/services/query        > tessalyd/association tessalyd/search
+tessalyd/search         > tessalyd/Log archive decoder
+tessalyd/store          > tessalyd/Log archive decoder
+tessalyd/association    > tessalyd/Log base dicom/net
+tessalyd/Log            > tessalyd/configuration tessalyd/Printable
 tessalyd/Printable      >
-tessalyd/Configuration  > schema
-tessalyd/FileDescriptor > base
-tessaly-db              > schema passwords
-schema                  > db dicom
+tessalyd/configuration  > schema
+tessaly-db              > archive passwords schema
+maintenance             > archive
+archive                 > db dicom/net base
+schema                  > db dicom/data
+decoder                 > dicom/data base
+dicom/net               > dicom/net/transport
+dicom/net/transport     > dicom/data
+dicom/data              >
 db                      >
-decoder                 > dicom base
-dicom                   >
 passwords               >
 base                    >
 '

@@ -8,12 +8,12 @@
 #include <QLineEdit>
 #include <QPushButton>
 
-#include "console/maintenance/Relocation.h"
+#include "archive/StoredPath.h"
 #include "console/session/Globals.h"
 #include "console/ui/ConsoleEnd.h"
 #include "console/ui/FolderPicker.h"
 #include "console/ui/Guard.h"
-#include "db/StoredPath.h"
+#include "maintenance/Relocation.h"
 
 namespace tessaly::maintenance {
 
@@ -22,7 +22,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 bool isFolder(const QString& path) {
-    return !path.isEmpty() && QFileInfo{QString::fromStdString(db::localPath(path.toStdString()))}.isDir();
+    return !path.isEmpty() &&
+           QFileInfo{QString::fromStdString(archive::localPath(path.toStdString()))}.isDir();
 }
 
 class WaitCursor {

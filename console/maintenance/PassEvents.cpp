@@ -3,7 +3,7 @@
 #include <QCoreApplication>
 #include <QThread>
 
-#include "console/maintenance/RowWalk.h"
+#include "maintenance/RowWalk.h"
 
 namespace tessaly::maintenance {
 

@@ -15,13 +15,13 @@
 #include <algorithm>
 #include <optional>
 
-#include "console/maintenance/Compaction.h"
 #include "console/maintenance/PassEvents.h"
-#include "console/maintenance/ServerCompaction.h"
 #include "console/session/Globals.h"
 #include "console/ui/ConsoleEnd.h"
 #include "console/ui/Guard.h"
 #include "console/ui/Mnemonics.h"
+#include "maintenance/Compaction.h"
+#include "maintenance/ServerCompaction.h"
 
 namespace tessaly::maintenance {
 

@@ -3,8 +3,8 @@
 #include <QDialog>
 #include <QString>
 
-#include "console/maintenance/RepairChecks.h"
 #include "console/session/MainWindowOperations.h"
+#include "maintenance/RepairChecks.h"
 
 class QFileDialog;
 class QLabel;

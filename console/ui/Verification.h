@@ -2,7 +2,7 @@
 
 #include <QString>
 
-#include "dicom/Verifier.h"
+#include "dicom/net/Verifier.h"
 
 class QWidget;
 

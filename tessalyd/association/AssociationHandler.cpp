@@ -41,7 +41,7 @@ AssociationHandler::AssociationHandler(const Shared& shared, std::shared_ptr<con
       stop_(connection.stop.get_token()),
       listening_(std::move(listening)) {}
 
-void AssociationHandler::run(FileDescriptor socket) noexcept {
+void AssociationHandler::run(base::FileDescriptor socket) noexcept {
     try {
         const OFCondition received = shared_.transport.receive(std::move(socket), stop_, association_);
         if (received.good())

@@ -7,7 +7,6 @@
 #include <optional>
 #include <stop_token>
 
-#include "tessalyd/Configuration.h"
 #include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/AssociationPolicy.h"
 #include "tessalyd/association/AssociationThreads.h"
@@ -15,6 +14,7 @@
 #include "tessalyd/association/PeerLog.h"
 #include "tessalyd/association/Service.h"
 #include "tessalyd/association/Transport.h"
+#include "tessalyd/configuration/Configuration.h"
 
 namespace tessaly::tessalyd {
 
@@ -37,7 +37,7 @@ class AssociationHandler {
                        AssociationThreads::Connection& connection, std::stop_token listening);
 
     /// Never throws.
-    void run(FileDescriptor socket) noexcept;
+    void run(base::FileDescriptor socket) noexcept;
 
   private:
     void answer();

@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "dicom/Patience.h"
+#include "dicom/net/transport/Patience.h"
 
 namespace tessaly::tessalyd {
 

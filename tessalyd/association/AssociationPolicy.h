@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "tessalyd/Configuration.h"
 #include "tessalyd/association/OpenAssociations.h"
+#include "tessalyd/configuration/Configuration.h"
 
 namespace tessaly::tessalyd {
 

@@ -21,11 +21,11 @@ namespace {
     throw std::system_error{errno, std::generic_category(), what};
 }
 
-FileDescriptor bound(const PortConfiguration& port, const std::string& host) {
+base::FileDescriptor bound(const PortConfiguration& port, const std::string& host) {
     const auto number = port.number();
     if (!number)
         throw std::system_error{EINVAL, std::generic_category(), "not a TCP port"};
-    FileDescriptor socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    base::FileDescriptor socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
     if (!socket.isOpen())
         fail("socket");
     constexpr int On = 1;  // connections of an earlier run that wait for their end do not hold the port
@@ -54,7 +54,7 @@ void pauseUnlessStopped(const std::stop_token& stop) {
 
 }  // namespace
 
-std::uint32_t peerAddress(const FileDescriptor& socket) {
+std::uint32_t peerAddress(const base::FileDescriptor& socket) {
     sockaddr_in address{};
     socklen_t size = sizeof address;
     if (::getpeername(socket.get(), reinterpret_cast<sockaddr*>(&address), &size) < 0 ||
@@ -78,7 +78,7 @@ void Listener::run(const std::stop_token& stop) {
     constexpr unsigned FailuresALine = 10;  // a second of them
     unsigned failures = 0;
     while (!stop.stop_requested()) {
-        FileDescriptor socket{::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC)};
+        base::FileDescriptor socket{::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC)};
         if (socket.isOpen()) {
             accepted_(std::move(socket), stop);
         } else if (!stop.stop_requested() && errno != EINTR && errno != ECONNABORTED) {

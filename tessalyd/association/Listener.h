@@ -6,13 +6,13 @@
 #include <stop_token>
 #include <thread>
 
-#include "tessalyd/Configuration.h"
-#include "tessalyd/FileDescriptor.h"
+#include "base/FileDescriptor.h"
+#include "tessalyd/configuration/Configuration.h"
 
 namespace tessaly::tessalyd {
 
 /// The IPv4 address of a connection's peer; 0 where there is none.
-[[nodiscard]] std::uint32_t peerAddress(const FileDescriptor& socket);
+[[nodiscard]] std::uint32_t peerAddress(const base::FileDescriptor& socket);
 
 /// Accepts connections on one port of one address, or of all addresses, from the constructor to the
 /// destructor.
@@ -20,7 +20,7 @@ class Listener {
   public:
     /// Takes an accepted socket; the token is stopped when the port is no longer listened on. Called in the
     /// listener's thread, which waits for it.
-    using Accepted = std::function<void(FileDescriptor, const std::stop_token&)>;
+    using Accepted = std::function<void(base::FileDescriptor, const std::stop_token&)>;
 
     /// `address` is a numeric IPv4 address of this machine; empty: all of them. Throws std::system_error when
     /// the port cannot be bound.
@@ -34,7 +34,7 @@ class Listener {
 
     std::string name_;
     Accepted accepted_;
-    FileDescriptor socket_;
+    base::FileDescriptor socket_;
     std::jthread thread_;
 };
 

@@ -10,11 +10,11 @@
 #include <stop_token>
 #include <vector>
 
-#include "tessalyd/Configuration.h"
 #include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/OpenAssociations.h"
 #include "tessalyd/association/PeerLog.h"
 #include "tessalyd/association/Service.h"
+#include "tessalyd/configuration/Configuration.h"
 
 namespace tessaly::tessalyd {
 

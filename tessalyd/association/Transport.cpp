@@ -9,7 +9,7 @@
 #include <mutex>
 #include <stdexcept>
 
-#include "dicom/BoundedConnection.h"
+#include "dicom/net/transport/BoundedConnection.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/association/CommandMeter.h"
 
@@ -132,7 +132,7 @@ Transport::~Transport() {
     ASC_dropNetwork(&network_);
 }
 
-OFCondition Transport::receive(FileDescriptor socket, const std::stop_token& stop,
+OFCondition Transport::receive(base::FileDescriptor socket, const std::stop_token& stop,
                                AssociationPtr& association) {
     Handover mine{.stop = stop, .limits = limits_, .turn = std::unique_lock{handoverTurn}};
     handover = &mine;

@@ -6,7 +6,7 @@
 #include <memory>
 #include <stop_token>
 
-#include "tessalyd/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "tessalyd/association/AssociationLimits.h"
 
 namespace tessaly::tessalyd {
@@ -30,7 +30,7 @@ class Transport {
 
     /// Waits for the association request on an accepted socket. May be called by several threads at once. The
     /// association is made whether or not the result is good; `stop` holds for all its life.
-    [[nodiscard]] OFCondition receive(FileDescriptor socket, const std::stop_token& stop,
+    [[nodiscard]] OFCondition receive(base::FileDescriptor socket, const std::stop_token& stop,
                                       AssociationPtr& association);
 
   private:

@@ -3,7 +3,7 @@
 #include <QObject>
 #include <QSocketNotifier>
 
-#include "tessalyd/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 namespace tessaly::tessalyd {
 
@@ -19,7 +19,7 @@ class EndSignals : public QObject {
     void received();
 
   private:
-    FileDescriptor descriptor_;
+    base::FileDescriptor descriptor_;
     QSocketNotifier notifier_;
 };
 

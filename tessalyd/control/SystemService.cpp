@@ -8,7 +8,7 @@
 #include <QStringList>
 #include <system_error>
 
-#include "tessalyd/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/control/LoginManager.h"
 
@@ -43,7 +43,7 @@ void warn(const char* what, const QDBusMessage& reply) {
 }
 
 void flush(const std::filesystem::path& path, int flags) {
-    const FileDescriptor handle{::open(path.c_str(), flags | O_CLOEXEC, 0600)};
+    const base::FileDescriptor handle{::open(path.c_str(), flags | O_CLOEXEC, 0600)};
     if (!handle.isOpen() || ::fsync(handle.get()) < 0)
         throw std::system_error{errno, std::generic_category(), path};
 }

@@ -1,10 +1,10 @@
 #include "tessalyd/services/AllServices.h"
 
-#include "tessalyd/services/EchoService.h"
-#include "tessalyd/services/FindService.h"
-#include "tessalyd/services/GetService.h"
-#include "tessalyd/services/MoveService.h"
-#include "tessalyd/services/StoreService.h"
+#include "tessalyd/services/query/FindService.h"
+#include "tessalyd/services/retrieve/GetService.h"
+#include "tessalyd/services/retrieve/MoveService.h"
+#include "tessalyd/services/storage/StoreService.h"
+#include "tessalyd/services/verification/EchoService.h"
 
 namespace tessaly::tessalyd {
 

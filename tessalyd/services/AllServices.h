@@ -1,9 +1,9 @@
 #pragma once
 
-#include "tessalyd/archive/ArchiveIndex.h"
 #include "decoder/Pool.h"
 #include "tessalyd/association/Service.h"
-#include "tessalyd/services/QueryAccess.h"
+#include "tessalyd/services/retrieve/QueryAccess.h"
+#include "tessalyd/store/ArchiveIndex.h"
 
 namespace tessaly::tessalyd {
 

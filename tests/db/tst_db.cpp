@@ -1,8 +1,8 @@
 #include <QTest>
 #include <limits>
 
+#include "archive/StoredPath.h"
 #include "db/Query.h"
-#include "db/StoredPath.h"
 #include "db/Transaction.h"
 #include "tests/db/Fault.h"
 #include "tests/support/ScratchDatabase.h"
@@ -361,9 +361,9 @@ void DbTest::anUnknownDataSourceSaysSo() {
 }
 
 void DbTest::aStoredPathHasBackslashesAndALocalOneNone() {
-    QCOMPARE(db::localPath("/a/b\\1.2\\1.2.3"), "/a/b/1.2/1.2.3");
-    QCOMPARE(db::localPath("\\\\host\\share\\"), "//host/share/");
-    QCOMPARE(db::localPath(""), "");
+    QCOMPARE(archive::localPath("/a/b\\1.2\\1.2.3"), "/a/b/1.2/1.2.3");
+    QCOMPARE(archive::localPath("\\\\host\\share\\"), "//host/share/");
+    QCOMPARE(archive::localPath(""), "");
 }
 
 QTEST_GUILESS_MAIN(DbTest)

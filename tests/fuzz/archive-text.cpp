@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <string>
 
-#include "dicom/CodeExtensions.h"
+#include "dicom/data/CodeExtensions.h"
 #include "tessalyd/Printable.h"
-#include "tessalyd/archive/ArchiveFile.h"
-#include "tessalyd/archive/ObjectHeader.h"
+#include "tessalyd/store/ArchiveFile.h"
+#include "tessalyd/store/ObjectHeader.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

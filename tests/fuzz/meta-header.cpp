@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "dicom/ObjectFile.h"
+#include "dicom/data/ObjectFile.h"
 #include "tests/fuzz/Fuzz.h"
 
 /// What is accepted has a name and a data set that lies in the file to its end.

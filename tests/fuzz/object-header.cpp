@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "tessalyd/archive/ObjectHeader.h"
-#include "tessalyd/archive/StoreFailure.h"
+#include "tessalyd/store/ObjectHeader.h"
+#include "tessalyd/store/StoreFailure.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

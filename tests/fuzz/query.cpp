@@ -5,11 +5,11 @@
 #include <QUtf8StringView>
 #include <array>
 
-#include "dicom/NameFolding.h"
-#include "dicom/Padding.h"
-#include "tessalyd/archive/SearchStatement.h"
-#include "tessalyd/services/IdentifierParser.h"
-#include "tessalyd/services/QueryIdentifier.h"
+#include "dicom/data/NameFolding.h"
+#include "dicom/data/Padding.h"
+#include "tessalyd/search/SearchStatement.h"
+#include "tessalyd/services/query/IdentifierParser.h"
+#include "tessalyd/services/query/QueryIdentifier.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

@@ -3,9 +3,9 @@
 #include <QString>
 #include <stdexcept>
 
-#include "console/maintenance/Compaction.h"
-#include "console/maintenance/Relocation.h"
-#include "db/StoredPath.h"
+#include "archive/StoredPath.h"
+#include "maintenance/Compaction.h"
+#include "maintenance/Relocation.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {
@@ -41,6 +41,6 @@ void tessaly::fuzz::tryInput(std::string_view input) {
     const std::string from = takePart(input);
     relocate(path, QString::fromStdString(from), QString::fromStdString(std::string{input}));
     compact(path);
-    const std::string local = db::localPath(path);
+    const std::string local = tessaly::archive::localPath(path);
     require(local.size() == path.size() && local.find('\\') == std::string::npos);
 }

@@ -4,8 +4,8 @@
 #include <array>
 #include <string>
 
-#include "dicom/AttributeReader.h"
-#include "dicom/DataSetWalk.h"
+#include "dicom/data/AttributeReader.h"
+#include "dicom/data/DataSetWalk.h"
 #include "tessalyd/association/CommandMeter.h"
 #include "tests/fuzz/Fuzz.h"
 

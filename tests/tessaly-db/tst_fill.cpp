@@ -9,8 +9,8 @@
 
 #include "db/Query.h"
 #include "db/Transaction.h"
-#include "dicom/NameFolding.h"
-#include "tessalyd/archive/ArchiveSession.h"
+#include "dicom/data/NameFolding.h"
+#include "tessalyd/store/ArchiveSession.h"
 #include "tests/tessaly-db/Terminal.h"
 #include "tests/tessaly-db/ToolTest.h"
 #include "tests/tessalyd/Objects.h"
@@ -363,8 +363,8 @@ void TestFill::runsWhileAServerStores() {
                                               .contentDate = "20250101"};
                 header.nameGroups = dicom::foldedGroups(header.patientName);
                 session.record(header, {.studyPath = path(u"images"_s).toStdString(),
-                                              .seriesDir = "1.2.3",
-                                              .imageFile = id + ".dcm"});
+                                        .seriesDir = "1.2.3",
+                                        .imageFile = id + ".dcm"});
                 ++stored;
             }
         } catch (const std::exception& error) {

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "dicom/NameFolding.h"
-#include "tessalyd/Configuration.h"
-#include "tessalyd/archive/ArchiveSearch.h"
+#include "dicom/data/NameFolding.h"
+#include "tessalyd/configuration/Configuration.h"
+#include "tessalyd/search/ArchiveSearch.h"
 
 using namespace Qt::StringLiterals;
 

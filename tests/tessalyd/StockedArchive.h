@@ -7,9 +7,9 @@
 #include <initializer_list>
 #include <utility>
 
-#include "tessalyd/archive/ArchiveSession.h"
-#include "tessalyd/archive/StatementCache.h"
-#include "tessalyd/services/QueryIdentifier.h"
+#include "db/StatementCache.h"
+#include "tessalyd/services/query/QueryIdentifier.h"
+#include "tessalyd/store/ArchiveSession.h"
 #include "tests/support/ScratchDatabase.h"
 
 namespace tessaly::test {
@@ -19,8 +19,8 @@ using AskedKey = std::pair<DcmTagKey, std::string>;
 
 [[nodiscard]] DcmDataset identifier(const char* level, const std::vector<AskedKey>& keys);
 
-/// Adds rows of so many patients "Many^Nr1000", "Many^Nr1001" and so on, each with a study, its series and its
-/// image. Their dates of study and birth are of some thousand days.
+/// Adds rows of so many patients "Many^Nr1000", "Many^Nr1001" and so on, each with a study, its series and
+/// its image. Their dates of study and birth are of some thousand days.
 void stockMany(const ScratchDatabase& database, int count);
 
 /// A scratch database whose archive is stocked by the server's own statements, without files, and a
@@ -46,7 +46,7 @@ class StockedArchive {
     bool hasOlderRows = false;  ///< as the configuration says of the archive
     tessalyd::ArchiveSession session{std::chrono::seconds{0}};
     db::Connection connection;
-    tessalyd::StatementCache statements{connection};
+    db::StatementCache statements{connection};
 
   private:
     QStringList search(const char* level, std::vector<AskedKey> keys, const DcmTagKey& wanted,

@@ -5,7 +5,7 @@
 #include <QTest>
 #include <QThread>
 
-#include "tessalyd/services/QuerySessions.h"
+#include "tessalyd/services/query/QuerySessions.h"
 #include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/Finding.h"

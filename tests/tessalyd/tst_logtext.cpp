@@ -9,7 +9,7 @@
 
 #include "tessalyd/Log.h"
 #include "tests/support/Eventually.h"
-#include "tests/tessalyd/services/RetrieveTest.h"
+#include "tests/tessalyd/services/retrieve/RetrieveTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;

@@ -8,9 +8,9 @@
 #include <QTimer>
 
 #include "console/app/TessalyManager.h"
-#include "console/maintenance/Relocation.h"
 #include "console/session/Globals.h"
 #include "db/Error.h"
+#include "maintenance/Relocation.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/Console.h"
 #include "tests/support/ScratchDatabase.h"
@@ -302,8 +302,7 @@ void RelocationTest::aFailureEndsTheConsole() {
 void RelocationTest::whatStandsBeforeAFailureStaysRewritten() {
     const QString old = folder(u"Old"_s);
     addManyStudies(old);
-    database_->failOn(u"Study"_s, u"UPDATE"_s, ScratchDatabase::Failure,
-                      u"OLD.StudyInstanceUID = '2555'"_s);
+    database_->failOn(u"Study"_s, u"UPDATE"_s, ScratchDatabase::Failure, u"OLD.StudyInstanceUID = '2555'"_s);
     try {
         maintenance::relocateStudies(Globals::DbConnection(), old, folder(u"New"_s), [] { return true; });
         QFAIL("The failure went by");

@@ -4,7 +4,7 @@
 
 #include "console/session/Globals.h"
 #include "tests/console/network/NodeEditor.h"
-#include "tests/dicom/Peers.h"
+#include "tests/dicom/net/Peers.h"
 #include "tests/support/UnusedPort.h"
 
 using namespace Qt::StringLiterals;

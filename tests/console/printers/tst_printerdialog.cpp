@@ -4,9 +4,9 @@
 #include <optional>
 
 #include "console/ui/SpinButtons.h"
-#include "dicom/Verifier.h"
+#include "dicom/net/Verifier.h"
 #include "tests/console/printers/PrinterEditor.h"
-#include "tests/dicom/Peers.h"
+#include "tests/dicom/net/Peers.h"
 #include "tests/support/UnusedPort.h"
 
 using namespace Qt::StringLiterals;

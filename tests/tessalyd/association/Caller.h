@@ -3,7 +3,7 @@
 #include <QByteArray>
 #include <QString>
 
-#include "tessalyd/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 namespace tessaly::test {
 
@@ -29,7 +29,7 @@ class Caller {
     [[nodiscard]] static QByteArray echo();
 
   private:
-    tessalyd::FileDescriptor socket_;
+    base::FileDescriptor socket_;
 };
 
 }  // namespace tessaly::test

@@ -89,10 +89,10 @@ ScriptedServer::ScriptedServer(const AssociationLimits& limits)
     configuration_->port = unusedPort().toStdString();
     configuration_->maxConnections = Many;
     threads_.setLimit(Many);
-    listener_ = std::make_unique<Listener>(*configuration_,
-                                           [this](FileDescriptor socket, const std::stop_token& listening) {
-                                               serve(std::move(socket), listening);
-                                           });
+    listener_ = std::make_unique<Listener>(
+        *configuration_, [this](base::FileDescriptor socket, const std::stop_token& listening) {
+            serve(std::move(socket), listening);
+        });
 }
 
 ScriptedServer::~ScriptedServer() {
@@ -110,8 +110,8 @@ ScriptedServer::Script ScriptedServer::scriptFor(T_DIMSE_Command command) const 
     return found == scripts_.end() ? Script{} : found->second;
 }
 
-void ScriptedServer::serve(FileDescriptor socket, const std::stop_token& listening) {
-    auto held = std::make_shared<FileDescriptor>(std::move(socket));
+void ScriptedServer::serve(base::FileDescriptor socket, const std::stop_token& listening) {
+    auto held = std::make_shared<base::FileDescriptor>(std::move(socket));
     const auto started = threads_.start(
         peerAddress(*held), [this, held, listening](AssociationThreads::Connection& connection) {
             AssociationHandler{

@@ -57,7 +57,7 @@ class ScriptedServer {
 
   private:
     [[nodiscard]] Script scriptFor(T_DIMSE_Command command) const;
-    void serve(tessalyd::FileDescriptor socket, const std::stop_token& listening);
+    void serve(base::FileDescriptor socket, const std::stop_token& listening);
 
     mutable std::mutex mutex_;
     std::map<T_DIMSE_Command, Script> scripts_;

@@ -10,8 +10,8 @@
 #include <array>
 #include <future>
 
-#include "dicom/DataSetWalk.h"
-#include "tessalyd/FileDescriptor.h"
+#include "base/FileDescriptor.h"
+#include "dicom/data/DataSetWalk.h"
 #include "tessalyd/association/CommandMeter.h"
 #include "tessalyd/association/Transport.h"
 #include "tests/tessalyd/Association.h"
@@ -29,11 +29,11 @@ class Doorkeeper : public QTcpServer {
   public:
     Doorkeeper() { listen(QHostAddress::LocalHost); }
 
-    FileDescriptor accepted;
+    tessaly::base::FileDescriptor accepted;
 
   protected:
     void incomingConnection(qintptr socket) override {
-        accepted = FileDescriptor{static_cast<int>(socket)};
+        accepted = tessaly::base::FileDescriptor{static_cast<int>(socket)};
         ::fcntl(accepted.get(), F_SETFL, 0);  // what reads it means to wait
     }
 };

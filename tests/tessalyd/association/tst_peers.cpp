@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "tessalyd/archive/SinkStream.h"
+#include "dicom/data/SinkStream.h"
 #include "tests/tessalyd/Daemon.h"
 #include "tests/tessalyd/association/Caller.h"
 #include "tests/tessalyd/association/ScriptedServer.h"
@@ -81,7 +81,7 @@ void PeersTest::aCommandThatDripsIsGivenUp() {
 void PeersTest::aDataSetThatDripsIsGivenUp() {
     ScriptedServer server{{.message = {.silence = 300ms}}};
     server.on(DIMSE_C_STORE_RQ, [](const Request&, Requester& requester) {
-        SinkStream nowhere{[](std::span<const char>) {}};
+        tessaly::dicom::SinkStream nowhere{[](std::span<const char>) {}};
         (void)requester.receiveDataSet(nowhere);
     });
     Parts peer{server.port()};
@@ -104,7 +104,7 @@ void PeersTest::aSlowSenderThatKeepsTheRateGoesOn() {
     ScriptedServer server{{.message = {.silence = 3s}}};
     std::atomic<std::size_t> came = 0;
     server.on(DIMSE_C_STORE_RQ, [&came](const Request& request, Requester& requester) {
-        SinkStream sink{[&came](std::span<const char> bytes) { came += bytes.size(); }};
+        tessaly::dicom::SinkStream sink{[&came](std::span<const char> bytes) { came += bytes.size(); }};
         (void)requester.receiveDataSet(sink);
         T_DIMSE_C_StoreRSP stored{};
         Requester::require(DIMSE_sendStoreResponse(requester.association(), request.context->id,
@@ -144,7 +144,7 @@ void PeersTest::halfACancelDoesNotHoldUpTheService() {
     ScriptedServer server;
     std::atomic<bool> cancelled = true;
     server.on(DIMSE_C_FIND_RQ, [&cancelled](const Request& request, Requester& requester) {
-        SinkStream nowhere{[](std::span<const char>) {}};
+        tessaly::dicom::SinkStream nowhere{[](std::span<const char>) {}};
         (void)requester.receiveDataSet(nowhere);
         const auto end = std::chrono::steady_clock::now() + 500ms;
         while (std::chrono::steady_clock::now() < end)

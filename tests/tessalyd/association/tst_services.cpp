@@ -8,7 +8,7 @@
 #include <latch>
 #include <thread>
 
-#include "tessalyd/archive/SinkStream.h"
+#include "dicom/data/SinkStream.h"
 #include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"
 #include "tests/tessalyd/association/ScriptedServer.h"
@@ -169,7 +169,7 @@ void ServicesTest::aCancelIsSeenBetweenTheAnswers() {
 
 void ServicesTest::aCancelInTheIdentifiersPduIsSeen() {
     server_->on(DIMSE_C_FIND_RQ, [](const Request& request, Requester& requester) {
-        SinkStream nowhere{[](std::span<const char>) {}};
+        tessaly::dicom::SinkStream nowhere{[](std::span<const char>) {}};
         (void)requester.receiveDataSet(nowhere);
         answerFind(request, requester, requester.isCancelled() ? STATUS_FIND_Cancel : STATUS_Success);
     });

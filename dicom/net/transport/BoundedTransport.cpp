@@ -1,0 +1,126 @@
+#include "dicom/net/transport/BoundedTransport.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "dicom/net/transport/BoundedConnection.h"
+
+namespace tessaly::dicom {
+
+namespace {
+
+int newSocket(int flags) {
+    const int made = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
+    if (made < 0)
+        throw std::system_error{errno, std::generic_category(), "No socket for a connection"};
+    return made;
+}
+
+const sockaddr* generic(const sockaddr_in& address) {
+    return reinterpret_cast<const sockaddr*>(&address);
+}
+
+/// True when the connection stands; errno tells why not.
+bool connectBounded(int socket, const sockaddr_in& peer, const Bounds& bounds,
+                    std::chrono::milliseconds atMost) {
+    if (::connect(socket, generic(peer), sizeof peer) == 0)
+        return true;
+    if (errno != EINPROGRESS)
+        return false;
+    if (!bounds.wait(socket, POLLOUT, atMost)) {
+        errno = ETIMEDOUT;
+        return false;
+    }
+    socklen_t size = sizeof errno;
+    int failure = 0;
+    ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &failure, &size);
+    errno = failure;
+    return failure == 0;
+}
+
+/// Listens on any port of the loopback; returns "address:port".
+std::string listenAnywhere(int socket) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    if (::bind(socket, generic(address), size) < 0 || ::listen(socket, 1) < 0 ||
+        ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) < 0)
+        throw std::system_error{errno, std::generic_category(), "No address on the loopback"};
+    return "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+}
+
+class Connection final : public BoundedConnection {
+  public:
+    Connection(int socket, std::shared_ptr<const Bounds> bounds, BoundedTransport::Traffic traffic)
+        : BoundedConnection(socket, std::move(bounds)), traffic_(std::move(traffic)) {
+        reading().restart({});  // every answer has a deadline of its own
+    }
+
+  protected:
+    void received(ssize_t bytes) override {
+        if (traffic_.received)
+            traffic_.received(getSocket(), bytes);
+    }
+    void sent(std::size_t bytes) override {
+        if (traffic_.sent)
+            traffic_.sent(getSocket(), bytes);
+    }
+
+  private:
+    BoundedTransport::Traffic traffic_;
+};
+
+}  // namespace
+
+BoundedTransport::BoundedTransport(std::shared_ptr<Bounds> bounds, Traffic traffic)
+    : bounds_(std::move(bounds)), traffic_(std::move(traffic)) {}
+
+BoundedTransport::~BoundedTransport() {
+    forgetSockets();
+}
+
+void BoundedTransport::forgetSockets() noexcept {
+    for (int* socket : {&socket_, &standIn_}) {
+        if (*socket >= 0)
+            ::close(*socket);
+        *socket = -1;
+    }
+}
+
+std::optional<std::string> BoundedTransport::connect(const std::string& dotted, std::uint16_t port,
+                                                     std::chrono::milliseconds atMost) {
+    forgetSockets();
+    sockaddr_in peer{};
+    peer.sin_family = AF_INET;
+    peer.sin_port = htons(port);
+    if (::inet_pton(AF_INET, dotted.c_str(), &peer.sin_addr) != 1) {
+        errno = EINVAL;
+        return std::nullopt;
+    }
+    socket_ = newSocket(SOCK_NONBLOCK);
+    connected_ = connectBounded(socket_, peer, *bounds_, atMost);
+    if (!connected_)
+        return std::nullopt;
+    // DCMTK will have no socket that is connected already, so it connects to one that answers at once, in
+    // whose place the peer's is put then.
+    standIn_ = newSocket(0);
+    return listenAnywhere(standIn_);
+}
+
+DcmTransportConnection* BoundedTransport::createConnection(DcmNativeSocketType openSocket,
+                                                           OFBool useSecureLayer) {
+    if (useSecureLayer || socket_ < 0 || ::dup3(socket_, openSocket, O_CLOEXEC) < 0)
+        return nullptr;
+    forgetSockets();
+    return new Connection{openSocket, bounds_, traffic_};  // owned by the association
+}
+
+}  // namespace tessaly::dicom

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmnet/dcmlayer.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+
+#include "dicom/net/transport/Bounds.h"
+
+namespace tessaly::dicom {
+
+/// Makes DICOM connections to peers whose waits are bounded, the making of the connection included. DCMTK's
+/// own time-outs start anew with every message and do not reach into one: a peer that sends half a message,
+/// or a byte now and then, would keep the caller for as long as it likes; and its connecting cannot be
+/// stopped.
+class BoundedTransport : public DcmTransportLayer {
+  public:
+    using Clock = Bounds::Clock;
+    /// Told of the bytes that come (0 is the end, -1 a failure) and go.
+    struct Traffic {
+        std::function<void(int socket, ssize_t bytes)> received;
+        std::function<void(int socket, std::size_t bytes)> sent;
+    };
+
+    BoundedTransport(std::shared_ptr<Bounds> bounds, Traffic traffic = {});
+    ~BoundedTransport() override;
+    BoundedTransport(const BoundedTransport&) = delete;
+    BoundedTransport& operator=(const BoundedTransport&) = delete;
+
+    [[nodiscard]] Bounds& bounds() const noexcept { return *bounds_; }
+    /// True once a TCP connection stood.
+    [[nodiscard]] bool wasConnected() const noexcept { return connected_; }
+
+    /// Connects to an IPv4 address in dotted form. Returns what the next association is to be asked for as
+    /// its peer's presentation address, or nothing where there is no connection; errno tells why, ETIMEDOUT
+    /// also where the bounds ended the wait. Throws std::system_error when this side has no socket.
+    [[nodiscard]] std::optional<std::string> connect(const std::string& dotted, std::uint16_t port,
+                                                     std::chrono::milliseconds atMost);
+
+    DcmTransportConnection* createConnection(DcmNativeSocketType openSocket, OFBool useSecureLayer) override;
+
+  private:
+    void forgetSockets() noexcept;
+
+    std::shared_ptr<Bounds> bounds_;
+    Traffic traffic_;
+    int socket_ = -1;   // connected to the peer, until an association has it
+    int standIn_ = -1;  // what DCMTK connects to itself meanwhile
+    bool connected_ = false;
+};
+
+}  // namespace tessaly::dicom

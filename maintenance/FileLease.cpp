@@ -1,0 +1,36 @@
+#include "maintenance/FileLease.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+namespace tessaly::maintenance {
+
+namespace {
+
+FileLease::State takeLease(int descriptor) {
+    // Whoever comes meanwhile is announced by a signal. The usual one would end the process; this one is
+    // ignored unless somebody asks for it.
+    fcntl(descriptor, F_SETSIG, SIGURG);
+    if (fcntl(descriptor, F_SETLEASE, F_WRLCK) == 0)
+        return FileLease::State::Held;
+    return errno == EAGAIN ? FileLease::State::InUse : FileLease::State::Unavailable;
+}
+
+}  // namespace
+
+FileLease::FileLease(const std::filesystem::path& file)
+    : descriptor_(open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (descriptor_ < 0)
+        throw std::system_error(errno, std::generic_category(), file.string());
+    state_ = takeLease(descriptor_);
+}
+
+FileLease::~FileLease() {
+    close(descriptor_);  // gives the lease back
+}
+
+}  // namespace tessaly::maintenance

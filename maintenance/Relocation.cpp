@@ -1,0 +1,124 @@
+#include "maintenance/Relocation.h"
+
+#include <QList>
+#include <utility>
+#include <vector>
+
+#include "db/Query.h"
+#include "db/Walk.h"
+#include "maintenance/RowSpool.h"
+
+namespace tessaly::maintenance {
+
+namespace {
+
+constexpr int Step = 100;  // rows between two questions to the caller
+// Measured on PostgreSQL: with fewer, the answers count; with more, it reads the whole table for each
+// statement.
+constexpr std::size_t Batch = 100;  // rows with one statement
+
+/// One character for one: QString::toUpper() would make SS of a sharp s and shift what follows.
+QString upperCased(const QString& text) {
+    QList<uint> characters = text.toUcs4();
+    for (uint& character : characters)
+        character = QChar::toUpper(character);
+    return QString::fromUcs4(reinterpret_cast<const char32_t*>(characters.constData()), characters.size());
+}
+
+/// Writes the paths of studies in the order in which they come, many with one statement: with one each, every
+/// study would cost an answer of the engine and a flush of its log.
+class PathUpdate {
+  public:
+    explicit PathUpdate(const db::Connection& connection) : connection_(connection) {}
+
+    void add(std::string path, std::string study) {
+        params_.push_back(db::varchar(std::move(path)));
+        params_.push_back(db::varchar(std::move(study)));
+        if (params_.size() == Width * Batch)
+            finish();
+    }
+
+    /// What add() still holds back.
+    void finish() {
+        const std::vector<db::Param> params = std::exchange(params_, {});
+        try {
+            updateAll(params);
+        } catch (const db::Error& fault) {
+            if (fault.isLostSession())
+                throw;
+            // None of them is written. Each by itself now, so that those before the one at fault stay
+            // written and the fault is that one's own.
+            updateEach(params);
+        }
+    }
+
+  private:
+    static constexpr std::size_t Width = 2;
+
+    void updateAll(const std::vector<db::Param>& params) {
+        if (params.empty())
+            return;
+        std::string text = "UPDATE Study SET StudyPath=Moved.column1 FROM (VALUES (?,?)";
+        for (std::size_t i = Width; i < params.size(); i += Width)
+            text += ",(?,?)";
+        text += ") AS Moved WHERE Study.StudyInstanceUID=Moved.column2";
+        if (params.size() < Width * Batch) {
+            db::Query{connection_, std::move(text)}.bindAll(params).execute();
+            return;
+        }
+        if (!whole_)
+            whole_.emplace(connection_, std::move(text));
+        whole_->bindAll(params).execute();
+    }
+
+    void updateEach(const std::vector<db::Param>& params) {
+        db::Query update{connection_, "UPDATE Study set STUDYPATH=? WHERE STUDYINSTANCEUID=?"};
+        for (std::size_t i = 0; i < params.size(); i += Width)
+            update.bindAll({params[i], params[i + 1]}).execute();
+    }
+
+    const db::Connection& connection_;
+    std::vector<db::Param> params_;
+    std::optional<db::Query> whole_;  // of a full batch
+};
+
+}  // namespace
+
+std::optional<std::string> relocatedPath(const std::string& path, const QString& from, const QString& to) {
+    const QString root = QString::fromStdString(path).left(from.size());
+    const std::string stored = root.toStdString();
+    // The second condition fails for a path that is no UTF-8: it is nobody's to rewrite.
+    if (upperCased(root) != upperCased(from) || !path.starts_with(stored))
+        return std::nullopt;
+    return to.toStdString() + path.substr(stored.size());
+}
+
+void relocateStudies(const db::Connection& connection, const QString& from, const QString& to,
+                     const std::function<bool()>& goOn) {
+    int count = 0;
+    const auto mayGoOn = [&] { return ++count % Step != 0 || goOn(); };
+
+    RowSpool matches{2};
+    {
+        db::Walk walk{connection, "SELECT * FROM Study ORDER BY STUDYINSTANCEUID"};
+        while (walk.next()) {
+            if (const auto path = relocatedPath(walk.row().text("StudyPath"), from, to)) {
+                matches.add(*path);
+                matches.add(walk.row().text("StudyInstanceUID"));
+            }
+            if (!mayGoOn())
+                return;
+        }
+    }
+    matches.rewind();
+    PathUpdate update{connection};
+    std::vector<std::string> row;
+    while (matches.next(row)) {
+        update.add(std::move(row[0]), std::move(row[1]));
+        if (!mayGoOn())
+            return;
+    }
+    update.finish();
+}
+
+}  // namespace tessaly::maintenance

@@ -1,0 +1,170 @@
+#include "tessalyd/search/InstanceList.h"
+
+#include <fcntl.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+
+#include "archive/Folder.h"
+#include "archive/Location.h"
+#include "archive/StoredPath.h"
+#include "dicom/data/ObjectFile.h"
+#include "tessalyd/Log.h"
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+constexpr std::size_t MostInMemory = std::size_t{4} << 20U;
+
+enum Place : std::size_t { StudyPath, SeriesDir, ImageFile, TransferSyntax, SopClass, SopInstance };
+
+/// Where a file lies and what it is, asked for as the keys of a query are.
+const std::array<QueryKey, 6>& placeKeys() {
+    static const std::array<QueryKey, 6> keys{
+        QueryKey{{}, EVR_UNKNOWN, Level::Study, Matching::Text, "StudyPath", "Study.StudyPath"},
+        QueryKey{{}, EVR_UNKNOWN, Level::Series, Matching::Text, "SeriesDir", "Series.SeriesDir"},
+        QueryKey{{}, EVR_UNKNOWN, Level::Image, Matching::Text, "ImageFile", "Image.ImageFile"},
+        QueryKey{{}, EVR_UNKNOWN, Level::Image, Matching::Text, "Syntax", "Image.TransferSyntaxUID"},
+        QueryKey{{}, EVR_UNKNOWN, Level::Image, Matching::Text, "Class", "Image.SOPClassUID"},
+        QueryKey{{}, EVR_UNKNOWN, Level::Image, Matching::Text, "Instance", "Image.SOPInstanceUID"},
+    };
+    return keys;
+}
+
+/// The folder that the study's lies in.
+std::string rootOf(std::string study) {
+    while (study.size() > 1 && study.back() == '/')
+        study.pop_back();
+    return std::filesystem::path{study}.parent_path();
+}
+
+/// Rows that came from elsewhere may not say what their files are; the files do.
+void complete(StoredInstance& instance) {
+    if (!instance.sopClassUid.empty() && !instance.transferSyntaxUid.empty())
+        return;
+    try {
+        const dicom::ObjectFile file{instance.file, openStored(instance).release()};
+        instance.sopClassUid = file.kind().sopClass;
+        instance.transferSyntaxUid = file.kind().transferSyntax;
+    } catch (const std::runtime_error& fault) {  // it cannot be sent then, and whoever tries says why
+        OFLOG_DEBUG(serverLog(), instance.file.c_str() << ": " << fault.what());
+    }
+}
+
+/// In the order in which the list keeps them.
+std::array<std::string*, 5> textsOf(StoredInstance& instance) {
+    return {&instance.sopClassUid, &instance.sopInstanceUid, &instance.transferSyntaxUid, &instance.file,
+            &instance.root};
+}
+
+[[noreturn]] void fail() {
+    throw std::system_error{errno, std::generic_category(), "the list of what is to be sent"};
+}
+
+}  // namespace
+
+base::FileDescriptor openStored(const StoredInstance& instance) {
+    const base::FileDescriptor root = archive::openRoot(instance.root.empty() ? "." : instance.root);
+    std::string way = instance.file.substr(instance.root.size());
+    way.erase(0, way.find_first_not_of('/'));
+    base::FileDescriptor file = archive::openBeneath(root, way, O_RDONLY | O_NONBLOCK);
+    if (!file.isOpen())
+        throw std::runtime_error{errno == ELOOP ? "a symbolic link leads to it"
+                                                : std::generic_category().message(errno)};
+    return file;
+}
+
+InstanceList::InstanceList(db::StatementCache& statements, ArchiveQuery query, SearchLimits limits) {
+    query.level = Level::Image;
+    const std::size_t places = query.keys.size();
+    for (const QueryKey& key : placeKeys())
+        query.keys.push_back({.key = &key});
+    ArchiveSearch search{std::move(query), std::move(limits)};
+    const auto value = [&search, places](Place place) { return std::string{search.value(places + place)}; };
+    while (search.next(statements)) {
+        const archive::Location location{value(StudyPath), value(SeriesDir), value(ImageFile)};
+        StoredInstance instance{.sopClassUid = value(SopClass),
+                                .sopInstanceUid = value(SopInstance),
+                                .transferSyntaxUid = value(TransferSyntax),
+                                .file = archive::localPath(location.path()),
+                                .root = rootOf(archive::localPath(location.studyPath))};
+        complete(instance);
+        for (const std::string* text : textsOf(instance))
+            add(*text);
+        kinds_.emplace(instance.sopClassUid, instance.transferSyntaxUid);
+        ++size_;
+        if (memory_.size() > MostInMemory)
+            spill();
+    }
+    stopped_ = search.wasStopped();
+    rewind();
+}
+
+std::optional<StoredInstance> InstanceList::next() {
+    if (taken_ == size_)
+        return std::nullopt;
+    ++taken_;
+    StoredInstance instance;
+    for (std::string* text : textsOf(instance))
+        *text = take();
+    return instance;
+}
+
+void InstanceList::restart() {
+    taken_ = 0;
+    at_ = 0;
+    if (file_ && std::fseek(file_.get(), 0, SEEK_SET) != 0)
+        fail();
+}
+
+void InstanceList::add(const std::string& text) {
+    const auto length = static_cast<std::uint32_t>(text.size());
+    std::array<char, sizeof length> bytes{};
+    std::memcpy(bytes.data(), &length, bytes.size());
+    memory_.insert(memory_.end(), bytes.begin(), bytes.end());
+    memory_.insert(memory_.end(), text.begin(), text.end());
+}
+
+void InstanceList::spill() {
+    if (!file_)
+        file_.reset(std::tmpfile());
+    if (!file_ || std::fwrite(memory_.data(), 1, memory_.size(), file_.get()) != memory_.size())
+        fail();
+    memory_.clear();
+}
+
+void InstanceList::rewind() {
+    if (!file_)
+        return;
+    spill();
+    memory_.shrink_to_fit();
+    if (std::fflush(file_.get()) != 0 || std::fseek(file_.get(), 0, SEEK_SET) != 0)
+        fail();
+}
+
+std::string InstanceList::take() {
+    std::uint32_t length = 0;
+    std::array<char, sizeof length> bytes{};
+    read(bytes.data(), bytes.size());
+    std::memcpy(&length, bytes.data(), bytes.size());
+    std::string text(length, '\0');
+    read(text.data(), text.size());
+    return text;
+}
+
+void InstanceList::read(char* to, std::size_t size) {
+    if (file_) {
+        if (std::fread(to, 1, size, file_.get()) != size)
+            fail();
+        return;
+    }
+    std::memcpy(to, memory_.data() + at_, size);
+    at_ += size;
+}
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <vector>
+
+#include "tessalyd/association/Service.h"
+#include "tessalyd/services/retrieve/Retrieval.h"
+
+namespace tessaly::tessalyd {
+
+/// C-GET: objects go back over the association that asks for them.
+class GetService final : public Service {
+  public:
+    /// Both outlive it.
+    GetService(QueryAccess& access, decoder::Pool& decoders) : retrieval_(access, decoders) {}
+
+    [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_GET_RQ; }
+    [[nodiscard]] std::span<const Offer> offers() const noexcept override;
+    void answer(const Request& request, Requester& requester) override;
+    [[nodiscard]] std::string summary() const override { return retrieval_.summary("C-GET"); }
+
+  private:
+    class Sending;
+
+    Retrieval retrieval_;
+    std::vector<char> buffer_;  // for one object after the other
+};
+
+/// The context that an object goes over to a requester that receives: that of its own syntax, else one that
+/// every object can be decoded for; nothing where there is none.
+[[nodiscard]] const AcceptedContext* contextFor(std::span<const AcceptedContext> contexts,
+                                                const std::string& sopClass, E_TransferSyntax stored);
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,201 @@
+#include "tessalyd/services/retrieve/MoveJob.h"
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include "tessalyd/Log.h"
+#include "tessalyd/search/StoredObject.h"
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+using Outcome = dicom::SendResult::Outcome;
+
+/// The dumps that are asked for, of what goes to others.
+dicom::ObjectSender::Trace dumps() {
+    const auto isOn = [](Dump layer) { return dumpLog(layer).isEnabledFor(OFLogger::DEBUG_LOG_LEVEL); };
+    dicom::ObjectSender::Trace trace;
+    if (isOn(Dump::Socket)) {
+        trace.traffic.received = [](int socket, ssize_t bytes) {
+            OFLOG_DEBUG(dumpLog(Dump::Socket), "socket " << socket << ": received " << bytes << " bytes");
+        };
+        trace.traffic.sent = [](int socket, std::size_t bytes) {
+            OFLOG_DEBUG(dumpLog(Dump::Socket), "socket " << socket << ": sent " << bytes << " bytes");
+        };
+    }
+    if (isOn(Dump::Association)) {
+        trace.association = [](T_ASC_Parameters* parameters, ASC_associateType type) {
+            OFString text;
+            ASC_dumpParameters(text, parameters, type);
+            OFLOG_DEBUG(dumpLog(Dump::Association), "association to a destination" << OFendl << text);
+        };
+    }
+    if (isOn(Dump::Vr)) {
+        trace.message = [](T_DIMSE_Message& message, DIMSE_direction direction) {
+            OFString text;
+            DIMSE_dumpMessage(text, message, direction);
+            OFLOG_DEBUG(dumpLog(Dump::Vr), text);
+        };
+    }
+    return trace;
+}
+
+/// A stored object whose conversion a stop ends.
+class StoppableObject final : public dicom::OutgoingObject {
+  public:
+    StoppableObject(const StoredInstance& instance, decoder::Pool& decoders, decoder::Interest interest)
+        : object_(instance), decoders_(decoders), interest_(std::move(interest)) {}
+
+    [[nodiscard]] const dicom::ObjectKind& kind() const noexcept override { return object_.kind(); }
+    [[nodiscard]] const std::string& sopInstanceUid() const noexcept override {
+        return object_.sopInstanceUid();
+    }
+    [[nodiscard]] std::size_t size() const noexcept override { return object_.size(); }
+    void read(std::span<char> target) override { object_.read(target); }
+    [[nodiscard]] std::unique_ptr<OutgoingObject> in(const std::string& transferSyntax) override {
+        auto converted = object_.convertedTo(transferSyntax, decoders_, interest_);
+        if (!converted)
+            throw std::runtime_error{"stopped"};
+        return converted;
+    }
+
+  private:
+    StoredObject object_;
+    decoder::Pool& decoders_;
+    decoder::Interest interest_;
+};
+
+std::vector<dicom::ObjectKind> kindsOf(const InstanceList& instances) {
+    std::vector<dicom::ObjectKind> kinds;
+    for (const auto& [sopClass, transferSyntax] : instances.kinds())
+        kinds.push_back({sopClass, transferSyntax});
+    return kinds;
+}
+
+}  // namespace
+
+MoveJob::MoveJob(Order order, InstanceList instances, OutboundTurns& turns, decoder::Pool& decoders,
+                 PeerLog& log)
+    : order_(std::move(order)),
+      instances_(std::move(instances)),
+      turns_(turns),
+      decoders_(decoders),
+      log_(log),
+      operations_(instances_.size()),
+      thread_([this](const std::stop_token& stop) { run(stop); }) {}
+
+MoveJob::~MoveJob() {
+    thread_.request_stop();
+    thread_.join();
+}
+
+bool MoveJob::waitForEnd(std::chrono::milliseconds atMost) {
+    std::unique_lock lock{mutex_};
+    return ended_.wait_for(lock, atMost, [this] { return hasEnded_; });
+}
+
+SubOperations MoveJob::progress() const {
+    const std::lock_guard lock{mutex_};
+    return operations_;
+}
+
+bool MoveJob::isCancelled() const {
+    const std::lock_guard lock{mutex_};
+    return isCancelled_;
+}
+
+void MoveJob::cancel() {
+    constexpr std::chrono::milliseconds ForOneObject{300};
+    {
+        const std::lock_guard lock{mutex_};
+        isCancelled_ = true;
+    }
+    if (waitForEnd(ForOneObject))
+        return;
+    thread_.request_stop();
+    std::unique_lock lock{mutex_};
+    ended_.wait(lock, [this] { return hasEnded_; });
+}
+
+void MoveJob::run(const std::stop_token& stop) {
+    try {
+        sendAll(stop);
+    } catch (const std::exception& fault) {
+        log(std::string{"move given up: "} + fault.what());
+        const std::lock_guard lock{mutex_};
+        // What is left of the list cannot be had: it failed without a name.
+        while (operations_.remaining() > 0)
+            operations_.fail();
+    }
+    const std::lock_guard lock{mutex_};
+    hasEnded_ = true;
+    ended_.notify_all();
+}
+
+void MoveJob::sendAll(const std::stop_token& stop) {
+    const auto turn = turns_.take(order_.originator.aeTitle, stop);
+    if (!turn)
+        return;
+    const auto kinds = kindsOf(instances_);
+    dicom::ObjectSender sender{order_.destination, kinds, stop, order_.limits, dumps()};
+    std::size_t associations = 1;
+    for (const auto& kind : kinds)
+        associations = std::max(associations, sender.associationOf(kind.sopClass) + 1);
+    for (std::size_t number = 0; number < associations; ++number) {
+        instances_.restart();
+        while (const auto instance = instances_.next()) {
+            if (stop.stop_requested() || isCancelled())
+                return;
+            if (sender.associationOf(instance->sopClassUid) == number)
+                send(sender, *instance, stop);
+        }
+    }
+    if (unlogged_ > 0)
+        log(std::to_string(unlogged_) + " more objects not sent");
+}
+
+void MoveJob::send(dicom::ObjectSender& sender, const StoredInstance& instance, const std::stop_token& stop) {
+    if (sender.failure()) {
+        ++unlogged_;
+        const std::lock_guard lock{mutex_};
+        operations_.fail(instance.sopInstanceUid);
+        return;
+    }
+    const dicom::SendResult result = trySend(sender, instance, stop);
+    if (result.outcome == Outcome::Failed)
+        return fail(instance, result);
+    const std::lock_guard lock{mutex_};
+    if (result.outcome == Outcome::Success)
+        operations_.complete();
+    else if (result.outcome == Outcome::Warning)
+        operations_.warn();
+}
+
+dicom::SendResult MoveJob::trySend(dicom::ObjectSender& sender, const StoredInstance& instance,
+                                   const std::stop_token& stop) {
+    try {
+        StoppableObject object{instance, decoders_, {.stop = stop, .requester = order_.requester}};
+        return sender.send(object, &order_.originator);
+    } catch (const std::exception& fault) {  // the file; the sender has other ways to say what failed
+        return {.outcome = Outcome::Failed, .detail = fault.what()};
+    }
+}
+
+void MoveJob::log(const std::string& failure) {
+    log_.add(PeerLog::Event::Failure, order_.name + ": " + failure);
+}
+
+void MoveJob::fail(const StoredInstance& instance, const dicom::SendResult& result) {
+    log(instance.sopInstanceUid + " not sent: " + result.detail);
+    if (!result.comment.empty())
+        log_.add(PeerLog::Event::Fault,
+                 order_.name + ": " + instance.sopInstanceUid + ": the peer's comment: " + result.comment);
+    const std::lock_guard lock{mutex_};
+    operations_.fail(instance.sopInstanceUid);
+}
+
+}  // namespace tessaly::tessalyd

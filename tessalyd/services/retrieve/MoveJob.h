@@ -1,0 +1,72 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "decoder/Pool.h"
+#include "dicom/net/ObjectSender.h"
+#include "tessalyd/association/PeerLog.h"
+#include "tessalyd/search/InstanceList.h"
+#include "tessalyd/services/retrieve/OutboundTurns.h"
+#include "tessalyd/services/retrieve/SubOperations.h"
+
+namespace tessaly::tessalyd {
+
+/// Sends the objects of one C-MOVE, in a thread of its own: whoever waits for it can tell its requester
+/// meanwhile how far it is, whatever the destination does. The destructor stops it and waits for its end,
+/// which is soon.
+class MoveJob {
+  public:
+    struct Order {
+        dicom::Destination destination;
+        dicom::MoveOriginator originator;
+        std::string name;             ///< of requester and destination, for the log
+        std::uint32_t requester = 0;  ///< IPv4 address
+        dicom::ObjectSender::Limits limits = {};
+    };
+
+    /// Turns, decoders and log outlive it.
+    MoveJob(Order order, InstanceList instances, OutboundTurns& turns, decoder::Pool& decoders, PeerLog& log);
+    ~MoveJob();
+    MoveJob(const MoveJob&) = delete;
+    MoveJob& operator=(const MoveJob&) = delete;
+
+    /// Waits so long; true once it is over.
+    [[nodiscard]] bool waitForEnd(std::chrono::milliseconds atMost);
+    /// What has been done by now.
+    [[nodiscard]] SubOperations progress() const;
+
+    /// Ends it after the object that is on its way, or, when that takes long, in the middle of it.
+    void cancel();
+
+  private:
+    void run(const std::stop_token& stop);
+    void sendAll(const std::stop_token& stop);
+    void send(dicom::ObjectSender& sender, const StoredInstance& instance, const std::stop_token& stop);
+    [[nodiscard]] dicom::SendResult trySend(dicom::ObjectSender& sender, const StoredInstance& instance,
+                                            const std::stop_token& stop);
+    void fail(const StoredInstance& instance, const dicom::SendResult& result);
+    void log(const std::string& failure);
+    [[nodiscard]] bool isCancelled() const;
+
+    const Order order_;
+    InstanceList instances_;
+    OutboundTurns& turns_;
+    decoder::Pool& decoders_;
+    PeerLog& log_;
+    std::size_t unlogged_ = 0;  // failures that one line stands for
+
+    mutable std::mutex mutex_;
+    std::condition_variable ended_;
+    SubOperations operations_;
+    bool isCancelled_ = false;
+    bool hasEnded_ = false;
+
+    std::jthread thread_;  // last: it uses the others
+};
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,110 @@
+#include "tessalyd/services/retrieve/Retrieval.h"
+
+#include <dcmtk/dcmdata/dcdatset.h>
+#include <dcmtk/dcmdata/dcuid.h>
+#include <dcmtk/dcmnet/dul.h>
+
+#include <string_view>
+#include <system_error>
+
+#include "db/Error.h"
+#include "tessalyd/services/query/QueryIdentifier.h"
+#include "tessalyd/services/query/ReceivedIdentifier.h"
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+constexpr DIC_US NoNumberOfMatches = STATUS_MOVE_Refused_OutOfResourcesNumberOfMatches;
+
+InformationModel modelOf(const std::string& sopClass) {
+    return sopClass == UID_GETPatientRootQueryRetrieveInformationModel ||
+                   sopClass == UID_MOVEPatientRootQueryRetrieveInformationModel
+               ? InformationModel::PatientRoot
+               : InformationModel::StudyRoot;
+}
+
+void send(const Request& request, Requester& requester, const SubOperations& operations, DIC_US status) {
+    T_DIMSE_Message answer = operations.answer(request.message, status);
+    std::optional<DcmDataset> failures;
+    if (status != STATUS_Pending)
+        failures = operations.failures();
+    requester.dump(answer);
+    Requester::require(DIMSE_sendMessageUsingMemoryData(requester.association(), request.context->id, &answer,
+                                                        nullptr, failures ? &*failures : nullptr, nullptr,
+                                                        nullptr));
+}
+
+}  // namespace
+
+bool Retrieval::isGet(const char* sopClass) {
+    const std::string_view uid{sopClass};
+    return uid == UID_GETPatientRootQueryRetrieveInformationModel ||
+           uid == UID_GETStudyRootQueryRetrieveInformationModel;
+}
+
+bool Retrieval::isMove(const char* sopClass) {
+    const std::string_view uid{sopClass};
+    return uid == UID_MOVEPatientRootQueryRetrieveInformationModel ||
+           uid == UID_MOVEStudyRootQueryRetrieveInformationModel;
+}
+
+bool Retrieval::isCancelled(Requester& requester) {
+    if (requester.stop().stop_requested())
+        throw AssociationEnded{DUL_NETWORKCLOSED};
+    return requester.isCancelled();
+}
+
+std::optional<InstanceList> Retrieval::find(const Request& request, Requester& requester) {
+    wasAsked_ = true;
+    const auto stop = [&requester] { return isCancelled(requester); };
+    try {
+        const auto identifier = receiveIdentifier(request, requester);
+        ArchiveQuery query = readRetrieval(*identifier, modelOf(request.context->sopClass));
+        const auto lease = access_.sessions().take(stop);
+        if (!lease)
+            return std::nullopt;
+        std::optional<InstanceList> found{std::in_place, lease->statements(), std::move(query),
+                                          SearchLimits{.timeout = rules_->timeout(), .stop = stop}};
+        if (found->wasStopped())
+            return std::nullopt;
+        found_ += found->size();
+        return found;
+    } catch (const RequestFailure& failure) {
+        requester.log(PeerLog::Event::Fault, std::string{"retrieval not answered: "} + failure.what());
+        throw;
+    } catch (const SearchTimeout& late) {
+        requester.log(PeerLog::Event::Failure, late.what());
+        throw RequestFailure{NoNumberOfMatches, late.what()};
+    } catch (const db::Error& error) {
+        requester.log(PeerLog::Event::Failure, std::string{"the tables cannot be asked: "} + error.what());
+        throw RequestFailure{NoNumberOfMatches, "The database cannot be asked"};
+    } catch (const std::system_error& error) {
+        requester.log(PeerLog::Event::Failure, error.what());
+        throw RequestFailure{NoNumberOfMatches, "There is no room for the list of objects"};
+    }
+}
+
+void Retrieval::answerPending(const Request& request, Requester& requester, const SubOperations& operations) {
+    send(request, requester, operations, STATUS_Pending);
+}
+
+void Retrieval::answerFinally(const Request& request, Requester& requester, const SubOperations& operations,
+                              bool cancelled) {
+    count(operations);
+    send(request, requester, operations, operations.finalStatus(cancelled));
+}
+
+void Retrieval::count(const SubOperations& operations) {
+    sent_ += operations.sent();
+    failed_ += operations.failed();
+}
+
+std::string Retrieval::summary(const char* name) const {
+    if (!wasAsked_)
+        return {};
+    return std::string{name} + ": " + std::to_string(found_) + " objects found, " + std::to_string(sent_) +
+           " sent, " + std::to_string(failed_) + " failed";
+}
+
+}  // namespace tessaly::tessalyd

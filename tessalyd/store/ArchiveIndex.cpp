@@ -1,0 +1,111 @@
+#include "tessalyd/store/ArchiveIndex.h"
+
+#include "db/Error.h"
+#include "tessalyd/store/StoreFailure.h"
+
+namespace tessaly::tessalyd {
+
+namespace {
+
+/// Of several transactions that stand in each other's way, the engine lets one go on: each attempt is one
+/// less to wait for.
+constexpr int Attempts = 20;
+
+}  // namespace
+
+/// Runs `work` on a session; a db::Error becomes a StoreFailure. It is run again where others were in the
+/// way, and once on a new connection where the engine has ended this one: after a restart of the engine, all
+/// that were idle are so.
+template <class Work>
+auto ArchiveIndex::withSession(Work work) {
+    bool reconnected = false;
+    bool undecided = false;
+    for (int attempt = 1;; ++attempt) {
+        try {
+            auto session = sessions_.take();  // what cannot be opened now is not tried a second time
+            try {
+                return work(*session);
+            } catch (const db::Error& error) {
+                undecided = undecided || dynamic_cast<const db::OutcomeUnknown*>(&error) != nullptr;
+                if (error.isConflict() && attempt < Attempts)
+                    continue;
+                if (!error.isConflict())
+                    session.discard();
+                if (!error.isLostSession() || reconnected)
+                    throw;
+                reconnected = true;
+                sessions_.close();
+            }
+        } catch (const db::Error& error) {
+            if (undecided)
+                throw StoreUndecided{databaseRefused(error.what())};
+            throw databaseRefused(error.what());
+        } catch (const StoreFailure& failure) {
+            if (undecided)
+                throw StoreUndecided{failure};
+            throw;
+        }
+    }
+}
+
+std::unique_ptr<ArchiveIndex::Placement> ArchiveIndex::place(const ObjectHeader& header,
+                                                             const std::string& root) {
+    const std::string& study = header.studyInstanceUid;
+    // Before the look-up: another store's reservation is seen, or else its rows are.
+    auto placement = std::make_unique<Placement>(*this, study);
+    const auto known = withSession([&](ArchiveSession& session) { return session.folders(header); });
+    placement->location_ = {
+        .studyPath = settle(study, known.studyPath, root + '\\' + study),
+        .seriesDir = known.seriesDir.value_or(header.seriesInstanceUid),
+        .imageFile = header.sopInstanceUid + ".dcm",
+    };
+    requireRoot(placement->location_.studyPath);
+    return placement;
+}
+
+void ArchiveIndex::requireRoot(const std::string& studyPath) {
+    // That of the tables: after a relocation it is none of the ports'.
+    const std::size_t cut = studyPath.find_last_of("\\/");
+    if (cut == std::string::npos)
+        return;
+    std::string root = studyPath.substr(0, cut);
+    while (root.ends_with('\\') || root.ends_with('/'))
+        root.pop_back();
+    roots_.require(root, studyPath.substr(cut + 1), [this, &root] {
+        return withSession([&root](ArchiveSession& session) { return session.hasStudiesIn(root); });
+    });
+}
+
+std::unique_lock<std::mutex> ArchiveIndex::claim(const std::string& sopInstanceUid) {
+    return std::unique_lock{claims_[std::hash<std::string>{}(sopInstanceUid) % claims_.size()]};
+}
+
+void ArchiveIndex::record(const ObjectHeader& header, const archive::Location& location,
+                          const FileSteps& steps) {
+    withSession([&](ArchiveSession& session) { session.record(header, location, steps); });
+}
+
+std::string ArchiveIndex::settle(const std::string& study, const std::optional<std::string>& known,
+                                 std::string otherwise) {
+    const std::lock_guard lock{reservationsMutex_};
+    std::string& path = reservations_[study].studyPath;
+    if (known)  // by a store of another server perhaps: it was first
+        path = *known;
+    else if (path.empty())
+        path = std::move(otherwise);
+    return path;
+}
+
+ArchiveIndex::Placement::Placement(ArchiveIndex& index, std::string study)
+    : index_(index), study_(std::move(study)) {
+    const std::lock_guard lock{index_.reservationsMutex_};
+    ++index_.reservations_[study_].users;
+}
+
+ArchiveIndex::Placement::~Placement() {
+    const std::lock_guard lock{index_.reservationsMutex_};
+    if (const auto found = index_.reservations_.find(study_); --found->second.users == 0)
+        index_.reservations_.erase(found);
+}
+
+}  // namespace tessaly::tessalyd

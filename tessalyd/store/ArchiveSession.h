@@ -1,0 +1,79 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "archive/Location.h"
+#include "db/DatabaseFile.h"
+#include "db/Query.h"
+#include "tessalyd/store/ObjectHeader.h"
+
+namespace tessaly::tessalyd {
+
+/// What a store does with files while its rows are written, in their transaction. Faults come through.
+struct FileSteps {
+    /// After the rows and before the commit: the object's file gets its name. Called again when the
+    /// transaction is tried again.
+    std::function<void()> publish = [] {};
+    /// Before publish, and again likewise: where the same instance has lain so far, if that is elsewhere.
+    std::function<void(const std::optional<archive::Location>&)> leave =
+        [](const std::optional<archive::Location>& /*former*/) {};
+};
+
+/// The archive's tables over one connection, with statements that are prepared once. Belongs to one thread at
+/// a time. Every operation throws db::Error, or StoreFailure where the rows say that the object cannot be
+/// stored.
+class ArchiveSession {
+  public:
+    /// Connects. `wait` is how long a statement waits for another process's lock; zero leaves that to the
+    /// data source.
+    explicit ArchiveSession(std::chrono::seconds wait);
+
+    /// The folders that the tables have for a study and a series already.
+    struct Folders {
+        std::optional<std::string> studyPath;
+        std::optional<std::string> seriesDir;
+    };
+    [[nodiscard]] Folders folders(const ObjectHeader& header);
+
+    /// Writes the rows of an object, in one transaction. db::Error::isConflict() says that all of it may be
+    /// tried again. Throws Displaced where the tables have another folder by now, and StoreUndecided where
+    /// the database's file lost its place in the commit.
+    void record(const ObjectHeader& header, const archive::Location& location, const FileSteps& steps = {});
+
+    /// A study is known whose folder lies in this one, as the tables write it.
+    [[nodiscard]] bool hasStudiesIn(const std::string& root);
+
+    /// As for db::Connection.
+    [[nodiscard]] bool isInPlace() const { return db::isInPlace(connection_); }
+    [[nodiscard]] bool writesSideBySide() const { return connection_.writesSideBySide(); }
+
+  private:
+    struct ImageRow {
+        std::string series;
+        std::string file;
+    };
+    [[nodiscard]] bool ownersAreAsTheyShouldBe(const ObjectHeader& header, const archive::Location& location);
+    [[nodiscard]] std::optional<ImageRow> recordImage(const ObjectHeader& header, const std::string& file);
+    [[nodiscard]] std::optional<ImageRow> image(const std::string& sopInstanceUid);
+    [[nodiscard]] std::optional<archive::Location> locationOf(const ImageRow& image);
+    [[nodiscard]] long long recordPatient(const ObjectHeader& header);
+    [[nodiscard]] std::optional<long long> addPatient(const ObjectHeader& header);
+    void recordStudy(const ObjectHeader& header, long long patient, const std::string& studyPath);
+    void recordSeries(const ObjectHeader& header, const std::string& seriesDir);
+
+    db::Connection connection_;
+    struct Statements {
+        explicit Statements(const db::Connection& connection);
+        db::Query owners;
+        db::Query patient, keepPatient, lastPatient, addPatient, updatePatient;
+        db::Query study, keepStudy, addStudy, updateStudy;
+        db::Query series, addSeries, updateSeries;
+        db::Query image, addImage, updateImage, moveImage, folders, imageFolder;
+    };
+    std::optional<Statements> run_;
+};
+
+}  // namespace tessaly::tessalyd

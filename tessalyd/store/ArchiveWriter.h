@@ -1,0 +1,77 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "decoder/Pool.h"
+#include "dicom/data/DataSetWalk.h"
+#include "dicom/data/SinkStream.h"
+#include "tessalyd/configuration/Configuration.h"
+#include "tessalyd/store/ArchiveFile.h"
+#include "tessalyd/store/ArchiveIndex.h"
+#include "tessalyd/store/ObjectHeader.h"
+#include "tessalyd/store/UnplacedBytes.h"
+
+namespace tessaly::tessalyd {
+
+/// What is known of an object before its data set comes.
+struct IncomingObject {
+    std::string sopClassUid;
+    std::string sopInstanceUid;
+    E_TransferSyntax syntax = EXS_Unknown;
+    std::string sender;  ///< AE title
+};
+
+/// What decodes objects, and whose stop ends that at once: the object is stored as it came then.
+struct Decoding {
+    decoder::Pool& decoders;
+    decoder::Interest interest;
+};
+
+/// Takes one object into the archive. Its data set is walked through once, as it comes, and is written to the
+/// disk once so much of it is there that the folder is known: memory does not grow with the object, whatever
+/// its header is like. Until finish() has returned, the archive does not have the object, and the destructor
+/// leaves nothing of it.
+class ArchiveWriter {
+  public:
+    /// `buffer` is working space that may be used for the next object again.
+    ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, Decoding decoding,
+                  IncomingObject object, std::vector<char>& buffer);
+
+    /// For the data set. Faults while it is written come out of finish().
+    [[nodiscard]] DcmOutputStream& stream() noexcept { return stream_; }
+
+    /// The data set is complete: when this returns, the file is on the disk under its name and the tables
+    /// have it. Throws StoreFailure.
+    void finish();
+
+  private:
+    void take(std::span<const char> block);
+    void begin(bool complete);
+    void check(const ObjectHeader& header) const;
+    void checkEnd() const;
+    [[nodiscard]] std::vector<char> metaHeader(const std::string& transferSyntaxUid) const;
+    void decode();
+    void publish();
+    void record();
+    void recordOnce();
+    void follow();
+
+    const PortConfiguration& port_;
+    ArchiveIndex& index_;
+    Decoding decoding_;
+    IncomingObject object_;
+    IncomingHeader incoming_;
+    dicom::CutOffCheck end_;
+    UnplacedBytes unplaced_;  // all that has come, until file_ is there
+    dicom::SinkStream stream_;
+    std::optional<ObjectHeader> header_;  // once it is known, with placement_ and file_
+    std::unique_ptr<ArchiveIndex::Placement> placement_;
+    std::unique_ptr<ArchiveFile> file_;
+    std::optional<FormerFile> former_;  // of the same instance, in another folder
+    std::size_t dataSetAt_ = 0;         // in the file
+};
+
+}  // namespace tessaly::tessalyd

@@ -1,0 +1,233 @@
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmnet/dcmtrans.h>
+#include <sys/socket.h>
+
+#include <QTest>
+#include <array>
+#include <cerrno>
+#include <future>
+#include <limits>
+#include <thread>
+#include <vector>
+
+#include "dicom/net/transport/BoundedConnection.h"
+#include "dicom/net/transport/BoundedTransport.h"
+#include "tests/dicom/net/Peers.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/UnusedPort.h"
+
+using namespace std::chrono_literals;
+using namespace tessaly::dicom;
+using namespace tessaly::test;
+
+namespace {
+
+/// Shows its socket.
+class OpenConnection : public BoundedConnection {
+  public:
+    using BoundedConnection::BoundedConnection;
+    using BoundedConnection::getSocket;
+};
+
+/// A connection with its other end, which the test holds.
+struct Ends {
+    explicit Ends(std::shared_ptr<const Bounds> bounds) {
+        std::array<int, 2> both{};
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both.data()) < 0)
+            throw std::runtime_error{"no sockets"};
+        other = both[1];
+        near = std::make_unique<OpenConnection>(both[0], std::move(bounds));
+    }
+    ~Ends() { ::close(other); }
+    Ends(const Ends&) = delete;
+    Ends& operator=(const Ends&) = delete;
+
+    ssize_t read() const {
+        std::array<char, 16> bytes{};
+        return near->read(bytes.data(), bytes.size());
+    }
+    /// More than the system buffers.
+    ssize_t writeMuch() const {
+        std::vector<char> bytes(std::size_t{16} << 20U);
+        return near->write(bytes.data(), bytes.size());
+    }
+    bool hasArrived() const {
+        char byte = 0;
+        return recv(other, &byte, 1, MSG_DONTWAIT | MSG_PEEK) == 1;
+    }
+
+    int other = -1;
+    std::unique_ptr<OpenConnection> near;
+};
+
+}  // namespace
+
+/// Waits for a peer: each has an end.
+class ConnectionTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void connectingHasAnEnd_data();
+    void connectingHasAnEnd();
+    void aConnectionThatNobodyTakesIsToldApart();
+    void readingAndWritingHaveAnEnd_data();
+    void readingAndWritingHaveAnEnd();
+    void afterAStopNothingIsReadAndTheLastWordIsSent();
+    void piecesGoOutTogether();
+    void aGlanceSendsWhatHasWaited();
+    void aGlanceDoesNotWaitForAPeerThatTakesNothing();
+    void aPeerThatKeepsTheRateIsWaitedFor_data();
+    void aPeerThatKeepsTheRateIsWaitedFor();
+    void waitingIsMadeUpForByBytesAlone();
+};
+
+void ConnectionTest::connectingHasAnEnd_data() {
+    QTest::addColumn<bool>("stopped");
+    QTest::newRow("a stop") << true;
+    QTest::newRow("its limit") << false;
+}
+
+void ConnectionTest::connectingHasAnEnd() {
+    QFETCH(const bool, stopped);
+    const FullPort full;
+    std::stop_source stop;
+    auto connected = std::async(std::launch::async, [&] {
+        BoundedTransport transport{std::make_shared<Bounds>(stop.get_token())};
+        const bool stands =
+            transport.connect("127.0.0.1", full.port().toUShort(), stopped ? 1h : 100ms).has_value();
+        return std::pair{stands, errno};
+    });
+    if (stopped) {
+        QCOMPARE(connected.wait_for(100ms), std::future_status::timeout);
+        stop.request_stop();
+    }
+    QCOMPARE(connected.get(), (std::pair{false, ETIMEDOUT}));
+}
+
+void ConnectionTest::aConnectionThatNobodyTakesIsToldApart() {
+    BoundedTransport transport{std::make_shared<Bounds>(std::stop_token{})};
+    QVERIFY(!transport.connect("127.0.0.1", unusedPort().toUShort(), 1h));
+    QCOMPARE(errno, ECONNREFUSED);
+    QVERIFY(!transport.connect("no address", 104, 1h));
+    QCOMPARE(errno, EINVAL);
+    QVERIFY(!transport.wasConnected());
+}
+
+void ConnectionTest::readingAndWritingHaveAnEnd_data() {
+    QTest::addColumn<QString>("end");
+    for (const char* end : {"stop", "deadline", "silence"})
+        QTest::newRow(end) << QString::fromLatin1(end);
+}
+
+void ConnectionTest::readingAndWritingHaveAnEnd() {
+    QFETCH(const QString, end);
+    for (const bool writes : {false, true}) {
+        std::stop_source stop;
+        const auto bounds = std::make_shared<Bounds>(
+            stop.get_token(),
+            end == QStringLiteral("deadline") ? Bounds::Clock::now() + 100ms : Bounds::NoDeadline,
+            Pace{.silence = end == QStringLiteral("silence") ? 100ms : Bounds::NoLimit});
+        Ends ends{bounds};
+        auto result = std::async(std::launch::async, [&] { return writes ? ends.writeMuch() : ends.read(); });
+        if (end == QStringLiteral("stop")) {
+            QCOMPARE(result.wait_for(100ms), std::future_status::timeout);
+            stop.request_stop();
+        }
+        QCOMPARE(result.get(), ssize_t{-1});
+    }
+}
+
+void ConnectionTest::afterAStopNothingIsReadAndTheLastWordIsSent() {
+    std::stop_source stop;
+    Ends ends{std::make_shared<Bounds>(stop.get_token())};
+    QCOMPARE(::send(ends.other, "x", 1, 0), ssize_t{1});
+    stop.request_stop();
+    QCOMPARE(ends.read(), ssize_t{-1});
+    char word = 'w';
+    QCOMPARE(ends.near->write(&word, 1), ssize_t{1});
+    ends.near->close();
+    QVERIFY(ends.hasArrived());
+}
+
+void ConnectionTest::piecesGoOutTogether() {
+    Ends ends{std::make_shared<Bounds>(std::stop_token{})};
+    char piece = 'p';
+    QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
+    QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
+    QVERIFY(!ends.hasArrived());
+    QCOMPARE(::send(ends.other, "xy", 2, 0), ssize_t{2});
+    QCOMPARE(ends.read(), ssize_t{2});
+    std::array<char, 4> arrived{};
+    QCOMPARE(recv(ends.other, arrived.data(), arrived.size(), MSG_DONTWAIT), ssize_t{2});
+}
+
+void ConnectionTest::aGlanceSendsWhatHasWaited() {
+    Ends ends{std::make_shared<Bounds>(std::stop_token{})};
+    char piece = 'p';
+    QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
+    QVERIFY(!ends.near->networkDataAvailable(0));  // nothing has ever been sent: that is long enough ago
+    QVERIFY(ends.hasArrived());
+    QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
+    EVENTUALLY(!ends.near->networkDataAvailable(0) &&
+               recv(ends.other, std::array<char, 4>{}.data(), 4, MSG_DONTWAIT | MSG_PEEK) == 2);
+}
+
+void ConnectionTest::aGlanceDoesNotWaitForAPeerThatTakesNothing() {
+    std::stop_source stop;
+    Ends ends{std::make_shared<Bounds>(stop.get_token())};
+    const std::vector<char> bytes(4096);
+    while (::send(ends.near->getSocket(), bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
+    }
+    char piece = 'p';
+    QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
+    auto seen = std::async(std::launch::async, [&ends] {
+        std::this_thread::sleep_for(20ms);  // it is no longer gathered
+        return ends.near->networkDataAvailable(0) != 0;
+    });
+    const bool waited = seen.wait_for(10s) == std::future_status::timeout;
+    stop.request_stop();
+    QVERIFY(!seen.get());
+    QVERIFY(!waited);
+}
+
+void ConnectionTest::aPeerThatKeepsTheRateIsWaitedFor_data() {
+    QTest::addColumn<int>("rate");
+    QTest::addColumn<bool>("keeps");
+    QTest::newRow("slow, but fast enough") << (16 << 10) << true;
+    QTest::newRow("never silent, and too slow") << (64 << 20) << false;
+}
+
+void ConnectionTest::aPeerThatKeepsTheRateIsWaitedFor() {
+    QFETCH(const int, rate);
+    QFETCH(const bool, keeps);
+    Ends ends{
+        std::make_shared<Bounds>(std::stop_token{}, Bounds::NoDeadline,
+                                 Pace{.silence = 2s, .bytesPerSecond = static_cast<std::size_t>(rate)})};
+    // Some megabytes a second, for longer than the silence.
+    std::jthread reader{[&ends](const std::stop_token& stop) {
+        std::vector<char> part(std::size_t{128} << 10U);
+        while (!stop.stop_requested()) {
+            (void)::recv(ends.other, part.data(), part.size(), MSG_DONTWAIT);
+            std::this_thread::sleep_for(40ms);
+        }
+    }};
+    QCOMPARE(ends.writeMuch() > 0, keeps);
+}
+
+void ConnectionTest::waitingIsMadeUpForByBytesAlone() {
+    Patience patience{{.silence = 60s, .bytesPerSecond = 1000}};
+    QCOMPARE(patience.left(), 60'000ms);
+    patience.addBytes(1'000'000);  // what comes before a silence does not make it longer
+    patience.addWait(59s);
+    QCOMPARE(patience.left(), 1'000ms);
+    patience.addBytes(20'000);
+    QCOMPARE(patience.left(), 21'000ms);
+    patience.addWait(22s);
+    QCOMPARE(patience.left(), 0ms);
+    patience.addBytes(std::numeric_limits<std::size_t>::max());
+    QCOMPARE(patience.left(), 60'000ms);
+    QCOMPARE(Patience{Pace{}}.left(), Pace::NoLimit);
+}
+
+QTEST_GUILESS_MAIN(ConnectionTest)
+#include "tst_connection.moc"

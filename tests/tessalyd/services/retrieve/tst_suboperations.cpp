@@ -1,0 +1,167 @@
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmnet/dimse.h>
+
+#include <QTest>
+
+#include "tessalyd/services/retrieve/SubOperations.h"
+
+using namespace tessaly::tessalyd;
+using namespace std::chrono_literals;
+
+/// What the answers to a retrieval say, table by table, without a network.
+class SubOperationsTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void theEndIsToldByWhatWasSent_data();
+    void theEndIsToldByWhatWasSent();
+    void theCountersSumUpToTheTotal();
+    void beyondSixteenBitsTheCountersStay();
+    void aMoveIsAnsweredAsAMove();
+    void progressIsToldOnceASecond_data();
+    void progressIsToldOnceASecond();
+
+  private:
+    static T_DIMSE_Message get() {
+        T_DIMSE_Message request{};
+        request.CommandField = DIMSE_C_GET_RQ;
+        request.msg.CGetRQ.MessageID = 7;
+        return request;
+    }
+    static std::string failedOf(const SubOperations& operations) {
+        auto list = operations.failures();
+        OFString uids;
+        if (list)
+            list->findAndGetOFStringArray(DCM_FailedSOPInstanceUIDList, uids);
+        return {uids.c_str(), uids.size()};
+    }
+};
+
+void SubOperationsTest::theEndIsToldByWhatWasSent_data() {
+    QTest::addColumn<int>("total");
+    QTest::addColumn<int>("completed");
+    QTest::addColumn<int>("warned");
+    QTest::addColumn<int>("failed");
+    QTest::addColumn<bool>("cancelled");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QByteArray>("uids");
+    const auto row = [](const char* name, int total, int completed, int warned, int failed, bool cancelled,
+                        int status, const char* uids) {
+        QTest::newRow(name) << total << completed << warned << failed << cancelled << status
+                            << QByteArray{uids};
+    };
+    row("nothing matched", 0, 0, 0, 0, false, 0x0000, "");
+    row("all well", 3, 3, 0, 0, false, 0x0000, "");
+    row("one warning", 3, 2, 1, 0, false, 0xb000, "");
+    row("warnings alone", 2, 0, 2, 0, false, 0xb000, "");
+    row("some failed", 3, 1, 0, 2, false, 0xb000, "1.2.0\\1.2.1");
+    row("all but a warning failed", 2, 0, 1, 1, false, 0xb000, "1.2.0");
+    row("all failed", 2, 0, 0, 2, false, 0xa702, "1.2.0\\1.2.1");
+    row("cancelled before the first", 3, 0, 0, 0, true, 0xfe00, "");
+    row("cancelled in the middle", 4, 1, 1, 1, true, 0xfe00, "1.2.0");
+    row("cancelled where all had failed", 3, 0, 0, 2, true, 0xfe00, "1.2.0\\1.2.1");
+}
+
+void SubOperationsTest::theEndIsToldByWhatWasSent() {
+    QFETCH(const int, total);
+    QFETCH(const int, completed);
+    QFETCH(const int, warned);
+    QFETCH(const int, failed);
+    QFETCH(const bool, cancelled);
+    QFETCH(const int, status);
+    QFETCH(const QByteArray, uids);
+    SubOperations operations{static_cast<std::size_t>(total)};
+    for (int i = 0; i < completed; ++i)
+        operations.complete();
+    for (int i = 0; i < warned; ++i)
+        operations.warn();
+    for (int i = 0; i < failed; ++i)
+        operations.fail("1.2." + std::to_string(i));
+    QCOMPARE(int{operations.finalStatus(cancelled)}, status);
+    QCOMPARE(QByteArray::fromStdString(failedOf(operations)), uids);
+    const auto message = operations.answer(get(), operations.finalStatus(cancelled));
+    const T_DIMSE_C_GetRSP& answer = message.msg.CGetRSP;
+    QCOMPARE(int{answer.NumberOfCompletedSubOperations}, completed);
+    QCOMPARE(int{answer.NumberOfWarningSubOperations}, warned);
+    QCOMPARE(int{answer.NumberOfFailedSubOperations}, failed);
+    QCOMPARE(answer.DataSetType == DIMSE_DATASET_PRESENT, !uids.isEmpty());
+    // What remains is told while something may remain, not by an answer that all is over.
+    QCOMPARE((answer.opts & O_GET_NUMBEROFREMAININGSUBOPERATIONS) != 0, cancelled);
+}
+
+void SubOperationsTest::theCountersSumUpToTheTotal() {
+    SubOperations operations{4};
+    const auto check = [&operations](int remaining, int completed, int warned, int failed) {
+        const auto message = operations.answer(get(), STATUS_Pending);
+        const T_DIMSE_C_GetRSP& answer = message.msg.CGetRSP;
+        QCOMPARE(int{answer.NumberOfRemainingSubOperations}, remaining);
+        QCOMPARE(int{answer.NumberOfCompletedSubOperations}, completed);
+        QCOMPARE(int{answer.NumberOfWarningSubOperations}, warned);
+        QCOMPARE(int{answer.NumberOfFailedSubOperations}, failed);
+        QVERIFY((answer.opts & O_GET_NUMBEROFREMAININGSUBOPERATIONS) != 0);
+        QVERIFY(answer.DataSetType == DIMSE_DATASET_NULL);
+        QCOMPARE(int{answer.MessageIDBeingRespondedTo}, 7);
+    };
+    check(4, 0, 0, 0);
+    operations.complete();
+    check(3, 1, 0, 0);
+    operations.fail("1.2");
+    check(2, 1, 0, 1);
+    operations.warn();
+    check(1, 1, 1, 1);
+}
+
+void SubOperationsTest::beyondSixteenBitsTheCountersStay() {
+    SubOperations operations{200'000};
+    const auto counters = [&operations] {
+        const auto message = operations.answer(get(), STATUS_Pending);
+        return std::pair{int{message.msg.CGetRSP.NumberOfRemainingSubOperations},
+                         int{message.msg.CGetRSP.NumberOfCompletedSubOperations}};
+    };
+    QCOMPARE(counters(), (std::pair{65535, 0}));
+    for (int i = 0; i < 70'000; ++i)
+        operations.complete();
+    QCOMPARE(counters(), (std::pair{65535, 65535}));
+    for (int i = 0; i < 129'999; ++i)
+        operations.complete();
+    QCOMPARE(counters(), (std::pair{1, 65535}));
+}
+
+void SubOperationsTest::aMoveIsAnsweredAsAMove() {
+    T_DIMSE_Message request{};
+    request.CommandField = DIMSE_C_MOVE_RQ;
+    request.msg.CMoveRQ.MessageID = 9;
+    SubOperations operations{2};
+    operations.fail("1.2.3");
+    const auto message = operations.answer(request, STATUS_Pending);
+    QCOMPARE(message.CommandField, DIMSE_C_MOVE_RSP);
+    QCOMPARE(int{message.msg.CMoveRSP.MessageIDBeingRespondedTo}, 9);
+    QCOMPARE(int{message.msg.CMoveRSP.NumberOfRemainingSubOperations}, 1);
+    QCOMPARE(int{message.msg.CMoveRSP.NumberOfFailedSubOperations}, 1);
+}
+
+void SubOperationsTest::progressIsToldOnceASecond_data() {
+    QTest::addColumn<QList<int>>("asked");
+    QTest::addColumn<QList<int>>("told");
+    QTest::newRow("not before a second") << QList<int>{0, 500, 999} << QList<int>{};
+    QTest::newRow("after a second, once") << QList<int>{1000, 1001, 1999} << QList<int>{1000};
+    QTest::newRow("each second") << QList<int>{1100, 1900, 2000, 2999, 3050} << QList<int>{1100, 2000, 3050};
+    QTest::newRow("what was missed is not made up for")
+        << QList<int>{4500, 4501, 4999, 5000} << QList<int>{4500, 5000};
+}
+
+void SubOperationsTest::progressIsToldOnceASecond() {
+    QFETCH(const QList<int>, asked);
+    QFETCH(const QList<int>, told);
+    const PendingPace::Clock::time_point start{12345s};
+    PendingPace pace{start};
+    QList<int> due;
+    for (const int at : asked) {
+        if (pace.isDue(start + std::chrono::milliseconds{at}))
+            due << at;
+    }
+    QCOMPARE(due, told);
+}
+
+QTEST_APPLESS_MAIN(SubOperationsTest)
+#include "tst_suboperations.moc"
