@@ -22,15 +22,10 @@ FileLease::State takeLease(int descriptor) {
 
 }  // namespace
 
-FileLease::FileLease(const std::filesystem::path& file)
-    : descriptor_(open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
-    if (descriptor_ < 0)
+FileLease::FileLease(const std::filesystem::path& file) : file_(open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (!file_.isOpen())
         throw std::system_error(errno, std::generic_category(), file.string());
-    state_ = takeLease(descriptor_);
-}
-
-FileLease::~FileLease() {
-    close(descriptor_);  // gives the lease back
+    state_ = takeLease(file_.get());
 }
 
 }  // namespace tessaly::maintenance

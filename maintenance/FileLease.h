@@ -2,6 +2,8 @@
 
 #include <filesystem>
 
+#include "base/FileDescriptor.h"
+
 namespace tessaly::maintenance {
 
 /// Asks the kernel whether anybody else has a file open, and keeps newcomers waiting in their open() while it
@@ -17,14 +19,11 @@ class FileLease {
 
     /// Throws std::system_error when the file cannot be read.
     explicit FileLease(const std::filesystem::path& file);
-    ~FileLease();
-    FileLease(const FileLease&) = delete;
-    FileLease& operator=(const FileLease&) = delete;
 
     [[nodiscard]] State state() const noexcept { return state_; }
 
   private:
-    int descriptor_;
+    base::FileDescriptor file_;  // its end gives the lease back
     State state_;
 };
 

@@ -25,13 +25,8 @@ void check(bool succeeded, const fs::path& file) {
 }
 
 void flush(const fs::path& path, int flags) {
-    const int descriptor = open(path.c_str(), flags | O_RDONLY | O_CLOEXEC);
-    check(descriptor >= 0, path);
-    const bool flushed = fsync(descriptor) == 0;
-    const int fault = errno;
-    close(descriptor);
-    errno = fault;
-    check(flushed, path);
+    const base::FileDescriptor file{open(path.c_str(), flags | O_RDONLY | O_CLOEXEC)};
+    check(file.isOpen() && fsync(file.get()) == 0, path);
 }
 
 /// Names of the extended attributes; none where the file system has no such thing.
@@ -84,30 +79,25 @@ bool copyAttributes(const fs::path& model, const fs::path& file) {
     return true;
 }
 
-EarlyFlush::~EarlyFlush() {
-    if (descriptor_ >= 0)
-        close(descriptor_);
-}
-
 void EarlyFlush::advance() noexcept {
     constexpr off_t Portion = off_t{4} << 20;  // no more at once than the disk takes without a wait
     if (waiting() < Portion)
         return;
-    sync_file_range(descriptor_, handed_, Portion, SYNC_FILE_RANGE_WRITE);
+    sync_file_range(file_.get(), handed_, Portion, SYNC_FILE_RANGE_WRITE);
     handed_ += Portion;
 }
 
 void EarlyFlush::finish() noexcept {
     constexpr off_t ToTheEnd = 0;
     if (waiting() > 0)
-        sync_file_range(descriptor_, handed_, ToTheEnd, SYNC_FILE_RANGE_WRITE);
+        sync_file_range(file_.get(), handed_, ToTheEnd, SYNC_FILE_RANGE_WRITE);
 }
 
 off_t EarlyFlush::waiting() noexcept {
-    if (descriptor_ < 0)
-        descriptor_ = open(file_.c_str(), O_RDONLY | O_CLOEXEC);
-    struct stat file {};
-    return descriptor_ >= 0 && fstat(descriptor_, &file) == 0 ? file.st_size - handed_ : 0;
+    if (!file_.isOpen())
+        file_ = base::FileDescriptor{open(path_.c_str(), O_RDONLY | O_CLOEXEC)};
+    struct stat found {};
+    return file_.isOpen() && fstat(file_.get(), &found) == 0 ? found.st_size - handed_ : 0;
 }
 
 void flushFile(const fs::path& file) {

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "base/FileDescriptor.h"
+
 namespace tessaly::maintenance {
 
 // Putting one file in the place of another so that every instant, a power failure included, finds the one or
@@ -19,10 +21,7 @@ namespace tessaly::maintenance {
 class EarlyFlush {
   public:
     /// The file need not be there yet.
-    explicit EarlyFlush(std::filesystem::path file) : file_(std::move(file)) {}
-    ~EarlyFlush();
-    EarlyFlush(const EarlyFlush&) = delete;
-    EarlyFlush& operator=(const EarlyFlush&) = delete;
+    explicit EarlyFlush(std::filesystem::path file) : path_(std::move(file)) {}
 
     /// To be called now and then while the file is written: hands the disk a part of what is there.
     void advance() noexcept;
@@ -32,8 +31,8 @@ class EarlyFlush {
   private:
     [[nodiscard]] off_t waiting() noexcept;
 
-    std::filesystem::path file_;
-    int descriptor_ = -1;
+    std::filesystem::path path_;
+    base::FileDescriptor file_;
     off_t handed_ = 0;
 };
 

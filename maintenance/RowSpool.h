@@ -1,10 +1,11 @@
 #pragma once
 
-#include <cstdio>
-#include <memory>
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "base/SpoolFile.h"
 
 namespace tessaly::maintenance {
 
@@ -16,22 +17,18 @@ namespace tessaly::maintenance {
 class RowSpool {
   public:
     /// `columns` is the number of cells of every row.
-    explicit RowSpool(std::size_t columns);
+    explicit RowSpool(std::size_t columns) : columns_(columns) {}
 
     /// Adds the next cell of the row being written.
-    void add(std::string_view cell);
+    void add(std::string_view cell) { cells_.add(cell); }
     /// Ends the writing.
-    void rewind();
+    void rewind() { cells_.rewind(); }
     /// Reads the next row into `cells`; false at the end.
     [[nodiscard]] bool next(std::vector<std::string>& cells);
 
   private:
-    struct Close {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-
     std::size_t columns_;
-    std::unique_ptr<std::FILE, Close> file_;
+    base::SpoolFile cells_;
 };
 
 }  // namespace tessaly::maintenance

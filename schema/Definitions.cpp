@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "base/Text.h"
 #include "db/Text.h"
 
 namespace tessaly::schema {
@@ -18,11 +19,6 @@ std::string_view takeWord(std::string_view& text) {
     const auto word = text.substr(0, std::max<std::size_t>(std::min(end, text.size()), text.empty() ? 0 : 1));
     text.remove_prefix(word.size());
     return word;
-}
-
-std::string_view trimmed(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(Blanks), text.size()));
-    return text.substr(0, text.find_last_not_of(Blanks) + 1);
 }
 
 std::string unquoted(std::string_view name) {
@@ -41,7 +37,7 @@ std::vector<std::string_view> list(std::string_view text) {
         if (text[at] == ')')
             --depth;
         if ((text[at] == ',' && depth == 1) || depth == 0) {
-            parts.push_back(trimmed(text.substr(start, at - start)));
+            parts.push_back(base::trimmed(text.substr(start, at - start), Blanks));
             start = at + 1;
         }
     }
@@ -109,7 +105,7 @@ Definitions definitions(const Engine& engine) {
     for (const auto& statement : statements(engine.tables)) {
         std::string_view rest = statement;
         const auto verb = takeWord(rest);
-        const auto unique = trimmed(rest).starts_with("UNIQUE");
+        const auto unique = base::trimmed(rest, Blanks).starts_with("UNIQUE");
         if (unique)
             takeWord(rest);
         const auto what = takeWord(rest);

@@ -4,6 +4,7 @@
 #include <array>
 #include <stdexcept>
 
+#include "base/Text.h"
 #include "db/Text.h"
 #include "schema/Embedded.h"
 
@@ -31,12 +32,6 @@ constexpr std::array Engines{
            .bounds = true,
            .exactDigits = 0},
 };
-
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view Blanks = " \t\r\n";
-    text.remove_prefix(std::min(text.find_first_not_of(Blanks), text.size()));
-    return text.substr(0, text.find_last_not_of(Blanks) + 1);
-}
 
 /// Up to `end`, which is skipped, or the whole rest.
 std::string_view takeUntil(std::string_view& text, char end) {
@@ -74,7 +69,7 @@ std::vector<std::string> statements(std::string_view sql) {
     }
     std::vector<std::string> result;
     for (std::string_view rest = bare; !rest.empty();) {
-        const auto statement = trimmed(takeUntil(rest, ';'));
+        const auto statement = base::trimmed(takeUntil(rest, ';'), " \t\r\n");
         if (!statement.empty())
             result.emplace_back(statement);
     }

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <array>
-#include <csignal>
+#include "base/SignalGuard.h"
 
 namespace tessaly::tool {
 
@@ -10,24 +9,16 @@ namespace tessaly::tool {
 class BreakOff {
   public:
     BreakOff();
-    ~BreakOff();
-    BreakOff(const BreakOff&) = delete;
-    BreakOff& operator=(const BreakOff&) = delete;
 
     /// Throws std::runtime_error after the first signal.
     static void check();
-    /// For who has something else to say.
+    /// For a caller that reports it in other words.
     [[nodiscard]] static bool isWanted() noexcept;
     /// From here on the signals are passed over: what is being put in place now is not to be torn.
     void noMore() const;
 
   private:
-    static constexpr std::array Signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-
-    /// But for those that are passed over already.
-    void setAll(void (*handler)(int), int flags) const;
-
-    std::array<struct sigaction, Signals.size()> before_{};
+    base::SignalGuard signals_;
 };
 
 }  // namespace tessaly::tool

@@ -4,12 +4,12 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <iostream>
 #include <stdexcept>
 
+#include "base/SignalGuard.h"
 #include "tessaly-db/Text.h"
 
 namespace tessaly::tool {
@@ -35,30 +35,19 @@ class SilentTerminal {
   public:
     SilentTerminal() {
         tcgetattr(STDIN_FILENO, &mode_);
-        struct sigaction action {};
-        action.sa_handler = [](int) { brokenOff = 1; };  // without SA_RESTART: read() returns
-        for (std::size_t i = 0; i < Signals.size(); ++i)
-            sigaction(Signals[i], &action, &actions_[i]);
-        action.sa_handler = SIG_IGN;
-        sigaction(SIGTSTP, &action, &stop_);
         termios silent = mode_;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
     }
-    ~SilentTerminal() {
-        tcsetattr(STDIN_FILENO, TCSAFLUSH, &mode_);
-        for (std::size_t i = 0; i < Signals.size(); ++i)
-            sigaction(Signals[i], &actions_[i], nullptr);
-        sigaction(SIGTSTP, &stop_, nullptr);
-    }
+    ~SilentTerminal() { tcsetattr(STDIN_FILENO, TCSAFLUSH, &mode_); }
     SilentTerminal(const SilentTerminal&) = delete;
     SilentTerminal& operator=(const SilentTerminal&) = delete;
 
   private:
-    static constexpr std::array Signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+    // Without SA_RESTART: read() returns. The terminal is as it was before they are.
+    base::SignalGuard ends_{{SIGINT, SIGTERM, SIGHUP, SIGQUIT}, [](int) { brokenOff = 1; }};
+    base::SignalGuard stop_{{SIGTSTP}, SIG_IGN};
     termios mode_{};
-    std::array<struct sigaction, Signals.size()> actions_{};
-    struct sigaction stop_ {};
 };
 
 std::string ask(const std::string& question) {

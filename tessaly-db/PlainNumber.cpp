@@ -2,14 +2,14 @@
 
 #include <algorithm>
 
+#include "base/Text.h"
 #include "db/Number.h"
 
 namespace tessaly::tool {
 
 std::optional<std::string> plainNumber(std::string_view text) {
     constexpr long long Furthest = 300;  // places of the point; no engine's number of any use has more
-    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
-    text = text.substr(0, text.find_last_not_of(' ') + 1);
+    text = base::trimmed(text);
     const bool negative = text.starts_with('-');
     if (negative || text.starts_with('+'))
         text.remove_prefix(1);

@@ -23,18 +23,18 @@ tessalyd/services/retrieve     > tessalyd/services/query
 tessalyd/services/query        > tessalyd/association tessalyd/search
 tessalyd/search         > tessalyd/Log archive decoder
 tessalyd/store          > tessalyd/Log archive decoder
-tessalyd/association    > tessalyd/Log base dicom/net
+tessalyd/association    > tessalyd/Log dicom/net
 tessalyd/Log            > tessalyd/configuration tessalyd/Printable
 tessalyd/Printable      >
 tessalyd/configuration  > schema
 tessaly-db              > archive passwords schema
 maintenance             > archive
-archive                 > db dicom/net base
+archive                 > db dicom/net
 schema                  > db dicom/data
-decoder                 > dicom/data base
+decoder                 > dicom/data
 dicom/net               > dicom/net/transport
 dicom/net/transport     > dicom/data
-dicom/data              >
+dicom/data              > base
 db                      >
 passwords               >
 base                    >

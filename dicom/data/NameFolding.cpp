@@ -3,6 +3,8 @@
 #include <QString>
 #include <algorithm>
 
+#include "base/Text.h"
+
 namespace tessaly::dicom {
 
 namespace {
@@ -47,8 +49,7 @@ std::string withoutPadding(std::string_view group) {
     while (true) {
         const std::size_t length = std::min(group.find('^'), group.size());
         std::string_view component = group.substr(0, length);
-        component.remove_prefix(std::min(component.find_first_not_of(' '), component.size()));
-        result += component.substr(0, component.find_last_not_of(' ') + 1);
+        result += base::trimmed(component);
         if (length == group.size())
             break;
         result += '^';

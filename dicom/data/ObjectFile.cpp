@@ -45,28 +45,19 @@ ObjectFile::ObjectFile(std::filesystem::path path)
     : path_(std::move(path)),
       named_(path_.string() + ": "),
       file_(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
-    if (file_ < 0)
+    if (!file_.isOpen())
         fail(std::generic_category().message(errno));
     readWhatItIs();
 }
 
-ObjectFile::ObjectFile(std::filesystem::path path, int descriptor)
-    : path_(std::move(path)), file_(descriptor) {
+ObjectFile::ObjectFile(std::filesystem::path path, base::FileDescriptor file)
+    : path_(std::move(path)), file_(std::move(file)) {
     readWhatItIs();
 }
 
 void ObjectFile::readWhatItIs() {
-    try {
-        readHead();
-        readMetaHeader();
-    } catch (...) {
-        ::close(file_);
-        throw;
-    }
-}
-
-ObjectFile::~ObjectFile() {
-    ::close(file_);
+    readHead();
+    readMetaHeader();
 }
 
 void ObjectFile::fail(const std::string& why) const {
@@ -75,7 +66,7 @@ void ObjectFile::fail(const std::string& why) const {
 
 void ObjectFile::readHead() {
     struct stat found {};
-    if (::fstat(file_, &found) < 0)
+    if (::fstat(file_.get(), &found) < 0)
         fail(std::generic_category().message(errno));
     if (!S_ISREG(found.st_mode))
         fail(S_ISDIR(found.st_mode) ? std::generic_category().message(EISDIR) : "no regular file");
@@ -142,7 +133,7 @@ void ObjectFile::readFile(std::size_t offset, std::span<char> target) const {
         offset += count;
     }
     while (!target.empty()) {
-        const ssize_t count = ::pread(file_, target.data(), target.size(), static_cast<off_t>(offset));
+        const ssize_t count = ::pread(file_.get(), target.data(), target.size(), static_cast<off_t>(offset));
         if (count == 0)
             fail("it ends too early");
         if (count < 0 && errno != EINTR)

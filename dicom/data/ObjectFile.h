@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "base/FileDescriptor.h"
 #include "dicom/data/OutgoingObject.h"
 
 namespace tessaly::dicom {
@@ -14,10 +15,7 @@ class ObjectFile : public OutgoingObject {
     explicit ObjectFile(std::filesystem::path path);
     /// The same with a file that the caller has opened for reading, and gives away. Faults do not name the
     /// path.
-    ObjectFile(std::filesystem::path path, int descriptor);
-    ~ObjectFile() override;
-    ObjectFile(const ObjectFile&) = delete;
-    ObjectFile& operator=(const ObjectFile&) = delete;
+    ObjectFile(std::filesystem::path path, base::FileDescriptor file);
 
     [[nodiscard]] const ObjectKind& kind() const noexcept override { return kind_; }
     [[nodiscard]] const std::string& sopInstanceUid() const noexcept override { return sopInstanceUid_; }
@@ -28,7 +26,7 @@ class ObjectFile : public OutgoingObject {
 
     [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
     /// Its own, open for reading alone.
-    [[nodiscard]] int descriptor() const noexcept { return file_; }
+    [[nodiscard]] int descriptor() const noexcept { return file_.get(); }
     /// Where in the file the data set begins.
     [[nodiscard]] std::size_t dataSetAt() const noexcept { return dataSetAt_; }
     /// Bytes of the data set from anywhere in it, which leaves read() where it is.
@@ -43,7 +41,7 @@ class ObjectFile : public OutgoingObject {
 
     std::filesystem::path path_;
     std::string named_;  // in the faults
-    int file_ = -1;
+    base::FileDescriptor file_;
     // The file's beginning: of most files all there is. Nothing is written there before what is read.
     std::unique_ptr<char[]> head_;  // NOLINT(modernize-avoid-c-arrays)
     std::size_t headSize_ = 0;

@@ -10,11 +10,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
 
+#include "base/TcpPort.h"
+#include "base/Text.h"
 #include "dicom/net/HostLookup.h"
 #include "dicom/net/OutboundAssociation.h"
 #include "dicom/net/transport/BoundedTransport.h"
@@ -41,20 +42,11 @@ bool isBlank(const std::string& text) {
     return text.find_first_not_of(' ') == std::string::npos;
 }
 
-std::string withoutBlanks(const std::string& text) {
-    if (isBlank(text))
-        return {};
-    const auto first = text.find_first_not_of(' ');
-    return text.substr(first, text.find_last_not_of(' ') - first + 1);
-}
-
 std::uint16_t portNumber(const std::string& text) {
-    const std::string digits = withoutBlanks(text);
-    int number = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    if (error != std::errc{} || end != digits.data() + digits.size() || number < 1 || number > 65535)
+    const auto number = base::tcpPort(base::trimmed(text));
+    if (!number)
         throw std::runtime_error("Port '" + text + "' is no number from 1 to 65535");
-    return static_cast<std::uint16_t>(number);
+    return *number;
 }
 
 void checkAETitle(const std::string& title, const std::string& whose) {

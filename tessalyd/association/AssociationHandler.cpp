@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 
+#include "base/Text.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/association/Negotiation.h"
 #include "tessalyd/association/Requester.h"
@@ -18,7 +19,9 @@ AssociationNames namesOf(const PortConfiguration& port, T_ASC_Parameters* parame
     DIC_AE calling{};
     DIC_AE called{};
     ASC_getAPTitles(parameters, calling, sizeof calling, called, sizeof called, nullptr, 0);
-    return {.port = port.port, .callingAETitle = trimmed(calling), .calledAETitle = trimmed(called)};
+    return {.port = port.port,
+            .callingAETitle = std::string{base::trimmed(calling)},
+            .calledAETitle = std::string{base::trimmed(called)}};
 }
 
 /// Each service's summary, for the log.

@@ -1,12 +1,13 @@
 #include "tessalyd/configuration/Configuration.h"
 
 #include <algorithm>
-#include <charconv>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <thread>
 
+#include "base/TcpPort.h"
+#include "base/Text.h"
 #include "db/Query.h"
 #include "schema/OlderRows.h"
 #include "schema/Schema.h"
@@ -16,6 +17,11 @@ namespace tessaly::tessalyd {
 
 namespace {
 
+/// Blanks around titles, hosts and ports carry no meaning.
+std::string trimmedText(db::ResultSet& rows, const char* column) {
+    return std::string{base::trimmed(rows.text(column))};
+}
+
 std::vector<std::string> acceptedCallers(const db::Connection& connection, const std::string& port) {
     db::Query query{connection,
                     "SELECT DicomNodes.AETitle FROM PortRemoteNodes, DicomNodes "
@@ -24,7 +30,7 @@ std::vector<std::string> acceptedCallers(const db::Connection& connection, const
     std::vector<std::string> titles;
     for (db::ResultSet rows = query.open(); rows.next();) {
         // A node without a title accepts nobody, not the caller that gives none.
-        if (std::string title = trimmed(rows.text("AETitle")); !title.empty())
+        if (std::string title = trimmedText(rows, "AETitle"); !title.empty())
             titles.push_back(std::move(title));
     }
     return titles;
@@ -36,7 +42,7 @@ std::vector<PortConfiguration> readPorts(const db::Connection& connection) {
     for (db::ResultSet rows = query.open(); rows.next();) {
         ports.push_back({
             .port = rows.text("Port"),
-            .aeTitle = trimmed(rows.text("AETitle")),
+            .aeTitle = trimmedText(rows, "AETitle"),
             .maxConnections = static_cast<int>(rows.integer("MaxConnections")),
             .root = rows.text("Root"),
             .checkCallingAE = rows.flag("CheckCallingAE"),
@@ -56,10 +62,10 @@ std::vector<NodeConfiguration> readNodes(const db::Connection& connection) {
     for (db::ResultSet rows = query.open(); rows.next();) {
         nodes.push_back({
             .name = rows.text("Name"),
-            .aeTitle = trimmed(rows.text("AETitle")),
-            .localAeTitle = trimmed(rows.text("LocalAETitle")),
-            .host = trimmed(rows.text("Host")),
-            .port = trimmed(rows.text("Port")),
+            .aeTitle = trimmedText(rows, "AETitle"),
+            .localAeTitle = trimmedText(rows, "LocalAETitle"),
+            .host = trimmedText(rows, "Host"),
+            .port = trimmedText(rows, "Port"),
             .store = rows.flag("Store"),
             .query = rows.flag("Query"),
         });
@@ -96,12 +102,7 @@ void read(Reading& reading) {
 }  // namespace
 
 std::optional<std::uint16_t> PortConfiguration::number() const noexcept {
-    std::uint16_t value = 0;
-    const char* end = port.data() + port.size();
-    const auto [stop, error] = std::from_chars(port.data(), end, value);
-    if (error != std::errc{} || stop != end || value == 0)
-        return std::nullopt;
-    return value;
+    return base::tcpPort(port);
 }
 
 void openDatabase(db::Connection& connection, const std::string& settings) {
@@ -138,13 +139,6 @@ Configuration fetchConfiguration(const std::stop_token& stop) {
     if (reading->fault)
         throw std::runtime_error{*reading->fault};
     return std::move(*reading->configuration);
-}
-
-std::string trimmed(const std::string& title) {
-    const std::size_t first = title.find_first_not_of(' ');
-    if (first == std::string::npos)
-        return {};
-    return title.substr(first, title.find_last_not_of(' ') - first + 1);
 }
 
 }  // namespace tessaly::tessalyd

@@ -84,7 +84,4 @@ class ReadingStopped : public std::runtime_error {
 /// std::runtime_error, and ReadingStopped.
 [[nodiscard]] Configuration fetchConfiguration(const std::stop_token& stop);
 
-/// An AE title without the blanks around it, which carry no meaning.
-[[nodiscard]] std::string trimmed(const std::string& title);
-
 }  // namespace tessaly::tessalyd

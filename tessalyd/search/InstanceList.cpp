@@ -4,8 +4,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdint>
-#include <cstring>
 #include <stdexcept>
 #include <system_error>
 
@@ -18,8 +16,6 @@
 namespace tessaly::tessalyd {
 
 namespace {
-
-constexpr std::size_t MostInMemory = std::size_t{4} << 20U;
 
 enum Place : std::size_t { StudyPath, SeriesDir, ImageFile, TransferSyntax, SopClass, SopInstance };
 
@@ -48,7 +44,7 @@ void complete(StoredInstance& instance) {
     if (!instance.sopClassUid.empty() && !instance.transferSyntaxUid.empty())
         return;
     try {
-        const dicom::ObjectFile file{instance.file, openStored(instance).release()};
+        const dicom::ObjectFile file{instance.file, openStored(instance)};
         instance.sopClassUid = file.kind().sopClass;
         instance.transferSyntaxUid = file.kind().transferSyntax;
     } catch (const std::runtime_error& fault) {  // it cannot be sent then, and whoever tries says why
@@ -60,10 +56,6 @@ void complete(StoredInstance& instance) {
 std::array<std::string*, 5> textsOf(StoredInstance& instance) {
     return {&instance.sopClassUid, &instance.sopInstanceUid, &instance.transferSyntaxUid, &instance.file,
             &instance.root};
-}
-
-[[noreturn]] void fail() {
-    throw std::system_error{errno, std::generic_category(), "the list of what is to be sent"};
 }
 
 }  // namespace
@@ -95,76 +87,21 @@ InstanceList::InstanceList(db::StatementCache& statements, ArchiveQuery query, S
                                 .root = rootOf(archive::localPath(location.studyPath))};
         complete(instance);
         for (const std::string* text : textsOf(instance))
-            add(*text);
+            texts_.add(*text);
         kinds_.emplace(instance.sopClassUid, instance.transferSyntaxUid);
         ++size_;
-        if (memory_.size() > MostInMemory)
-            spill();
     }
     stopped_ = search.wasStopped();
-    rewind();
+    texts_.rewind();
 }
 
 std::optional<StoredInstance> InstanceList::next() {
-    if (taken_ == size_)
-        return std::nullopt;
-    ++taken_;
     StoredInstance instance;
-    for (std::string* text : textsOf(instance))
-        *text = take();
-    return instance;
-}
-
-void InstanceList::restart() {
-    taken_ = 0;
-    at_ = 0;
-    if (file_ && std::fseek(file_.get(), 0, SEEK_SET) != 0)
-        fail();
-}
-
-void InstanceList::add(const std::string& text) {
-    const auto length = static_cast<std::uint32_t>(text.size());
-    std::array<char, sizeof length> bytes{};
-    std::memcpy(bytes.data(), &length, bytes.size());
-    memory_.insert(memory_.end(), bytes.begin(), bytes.end());
-    memory_.insert(memory_.end(), text.begin(), text.end());
-}
-
-void InstanceList::spill() {
-    if (!file_)
-        file_.reset(std::tmpfile());
-    if (!file_ || std::fwrite(memory_.data(), 1, memory_.size(), file_.get()) != memory_.size())
-        fail();
-    memory_.clear();
-}
-
-void InstanceList::rewind() {
-    if (!file_)
-        return;
-    spill();
-    memory_.shrink_to_fit();
-    if (std::fflush(file_.get()) != 0 || std::fseek(file_.get(), 0, SEEK_SET) != 0)
-        fail();
-}
-
-std::string InstanceList::take() {
-    std::uint32_t length = 0;
-    std::array<char, sizeof length> bytes{};
-    read(bytes.data(), bytes.size());
-    std::memcpy(&length, bytes.data(), bytes.size());
-    std::string text(length, '\0');
-    read(text.data(), text.size());
-    return text;
-}
-
-void InstanceList::read(char* to, std::size_t size) {
-    if (file_) {
-        if (std::fread(to, 1, size, file_.get()) != size)
-            fail();
-        return;
+    for (std::string* text : textsOf(instance)) {
+        if (!texts_.next(*text))
+            return std::nullopt;
     }
-    std::memcpy(to, memory_.data() + at_, size);
-    at_ += size;
+    return instance;
 }
 
 }  // namespace tessaly::tessalyd

@@ -1,14 +1,12 @@
 #pragma once
 
-#include <cstdio>
-#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "base/FileDescriptor.h"
+#include "base/SpoolFile.h"
 #include "tessalyd/search/ArchiveSearch.h"
 
 namespace tessaly::tessalyd {
@@ -47,23 +45,11 @@ class InstanceList {
     /// The next one; nothing behind the last.
     [[nodiscard]] std::optional<StoredInstance> next();
     /// Has next() begin with the first again.
-    void restart();
+    void restart() { texts_.rewind(); }
 
   private:
-    void add(const std::string& text);
-    void spill();
-    void rewind();
-    [[nodiscard]] std::string take();
-    void read(char* to, std::size_t size);
-
-    struct Close {
-        void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-    };
-    std::vector<char> memory_;  // texts with their lengths before them
-    std::unique_ptr<std::FILE, Close> file_;
-    std::size_t at_ = 0;  // in memory_
+    base::SpoolFile texts_{std::size_t{4} << 20U};
     std::size_t size_ = 0;
-    std::size_t taken_ = 0;
     bool stopped_ = false;
     Kinds kinds_;
 };

@@ -67,7 +67,7 @@ class ConvertedObject final : public dicom::OutgoingObject {
 }  // namespace
 
 StoredObject::StoredObject(const StoredInstance& instance) try
-    : ObjectFile(instance.file, openStored(instance).release()) {
+    : ObjectFile(instance.file, openStored(instance)) {
     if (sopInstanceUid() != instance.sopInstanceUid)
         throw std::runtime_error{"the file is another object's"};
     dicom::FileWindow window{size(),

@@ -16,9 +16,9 @@ namespace tessaly::dicom {
 
 namespace {
 
-int newSocket(int flags) {
-    const int made = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
-    if (made < 0)
+base::FileDescriptor newSocket(int flags) {
+    base::FileDescriptor made{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0)};
+    if (!made.isOpen())
         throw std::system_error{errno, std::generic_category(), "No socket for a connection"};
     return made;
 }
@@ -83,21 +83,10 @@ class Connection final : public BoundedConnection {
 BoundedTransport::BoundedTransport(std::shared_ptr<Bounds> bounds, Traffic traffic)
     : bounds_(std::move(bounds)), traffic_(std::move(traffic)) {}
 
-BoundedTransport::~BoundedTransport() {
-    forgetSockets();
-}
-
-void BoundedTransport::forgetSockets() noexcept {
-    for (int* socket : {&socket_, &standIn_}) {
-        if (*socket >= 0)
-            ::close(*socket);
-        *socket = -1;
-    }
-}
-
 std::optional<std::string> BoundedTransport::connect(const std::string& dotted, std::uint16_t port,
                                                      std::chrono::milliseconds atMost) {
-    forgetSockets();
+    socket_.reset();
+    loopback_.reset();
     sockaddr_in peer{};
     peer.sin_family = AF_INET;
     peer.sin_port = htons(port);
@@ -106,20 +95,21 @@ std::optional<std::string> BoundedTransport::connect(const std::string& dotted, 
         return std::nullopt;
     }
     socket_ = newSocket(SOCK_NONBLOCK);
-    connected_ = connectBounded(socket_, peer, *bounds_, atMost);
+    connected_ = connectBounded(socket_.get(), peer, *bounds_, atMost);
     if (!connected_)
         return std::nullopt;
     // DCMTK will have no socket that is connected already, so it connects to one that answers at once, in
     // whose place the peer's is put then.
-    standIn_ = newSocket(0);
-    return listenAnywhere(standIn_);
+    loopback_ = newSocket(0);
+    return listenAnywhere(loopback_.get());
 }
 
 DcmTransportConnection* BoundedTransport::createConnection(DcmNativeSocketType openSocket,
                                                            OFBool useSecureLayer) {
-    if (useSecureLayer || socket_ < 0 || ::dup3(socket_, openSocket, O_CLOEXEC) < 0)
+    if (useSecureLayer || !socket_.isOpen() || ::dup3(socket_.get(), openSocket, O_CLOEXEC) < 0)
         return nullptr;
-    forgetSockets();
+    socket_.reset();
+    loopback_.reset();
     return new Connection{openSocket, bounds_, traffic_};  // owned by the association
 }
 

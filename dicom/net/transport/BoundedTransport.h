@@ -10,6 +10,7 @@
 #include <stop_token>
 #include <string>
 
+#include "base/FileDescriptor.h"
 #include "dicom/net/transport/Bounds.h"
 
 namespace tessaly::dicom {
@@ -28,7 +29,7 @@ class BoundedTransport : public DcmTransportLayer {
     };
 
     BoundedTransport(std::shared_ptr<Bounds> bounds, Traffic traffic = {});
-    ~BoundedTransport() override;
+    ~BoundedTransport() override = default;
     BoundedTransport(const BoundedTransport&) = delete;
     BoundedTransport& operator=(const BoundedTransport&) = delete;
 
@@ -45,12 +46,10 @@ class BoundedTransport : public DcmTransportLayer {
     DcmTransportConnection* createConnection(DcmNativeSocketType openSocket, OFBool useSecureLayer) override;
 
   private:
-    void forgetSockets() noexcept;
-
     std::shared_ptr<Bounds> bounds_;
     Traffic traffic_;
-    int socket_ = -1;   // connected to the peer, until an association has it
-    int standIn_ = -1;  // what DCMTK connects to itself meanwhile
+    base::FileDescriptor socket_;    // connected to the peer, until an association has it
+    base::FileDescriptor loopback_;  // what DCMTK connects to itself meanwhile
     bool connected_ = false;
 };
 

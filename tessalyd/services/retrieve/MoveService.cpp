@@ -1,10 +1,11 @@
 #include "tessalyd/services/retrieve/MoveService.h"
 
 #include <array>
-#include <charconv>
 #include <optional>
 #include <system_error>
 
+#include "base/TcpPort.h"
+#include "base/Text.h"
 #include "dicom/data/TransferSyntaxes.h"
 #include "tessalyd/services/retrieve/MoveJob.h"
 
@@ -14,13 +15,6 @@ namespace {
 
 /// How often a requester is looked after while objects go elsewhere.
 constexpr std::chrono::milliseconds LookInterval{100};
-
-/// 0 for what is no port.
-std::uint16_t numberOf(const std::string& port) {
-    std::uint16_t number = 0;
-    const auto [end, fault] = std::from_chars(port.data(), port.data() + port.size(), number);
-    return fault == std::errc{} && end == port.data() + port.size() ? number : std::uint16_t{0};
-}
 
 }  // namespace
 
@@ -44,7 +38,7 @@ void MoveService::answer(const Request& request, Requester& requester) {
 }
 
 QueryRules::Destination MoveService::destination(const Request& request, const Requester& requester) const {
-    const std::string title = trimmed(request.message.msg.CMoveRQ.MoveDestination);
+    const std::string title{base::trimmed(request.message.msg.CMoveRQ.MoveDestination)};
     auto found = retrieval_.rules().destination(title, requester.names().calledAETitle);
     if (found)
         return std::move(*found);
@@ -57,7 +51,7 @@ void MoveService::move(const Request& request, Requester& requester,
     std::optional<MoveJob> started;
     try {
         started.emplace(MoveJob::Order{.destination = {.host = destination.host,
-                                                       .port = numberOf(destination.port),
+                                                       .port = base::tcpPort(destination.port).value_or(0),
                                                        .callingAETitle = destination.callingAeTitle,
                                                        .calledAETitle = destination.aeTitle},
                                        .originator = {.aeTitle = requester.names().callingAETitle,
