@@ -98,7 +98,7 @@ Result run(const std::string& connectString, const Pass& pass) {
     return inChild([&] {
         db::Connection connection;
         connection.setConnectString(connectString);
-        connection.setCursorDriver(db::Connection::CursorDriver::Odbc);
+        connection.setCursorDriver(db::Connection::CursorDriver::DriverFirst);
         connection.establish();
         return measure([&] { return pass(connection); });
     });

@@ -95,7 +95,7 @@ std::size_t relocateOwn(const std::string& database) {
     {
         db::Connection connection;
         connection.setConnectString(connectStringOf(database));
-        connection.setCursorDriver(db::Connection::CursorDriver::Odbc);
+        connection.setCursorDriver(db::Connection::CursorDriver::DriverFirst);
         connection.establish();
         maintenance::relocateStudies(connection, QString::fromLatin1(OldRoot), QString::fromLatin1(NewRoot),
                                      [] { return true; });

@@ -159,7 +159,7 @@ auto withForm(const std::string& database, Body body) {
     QApplication application{count, arguments.data()};
     db::Connection& connection = Globals::DbConnection();
     connection.setConnectString(connectStringOf(database));
-    connection.setCursorDriver(db::Connection::CursorDriver::Odbc);
+    connection.setCursorDriver(db::Connection::CursorDriver::DriverFirst);
     connection.establish();
     test::NoWindow window;
     auto result = [&] {

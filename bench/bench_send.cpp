@@ -36,8 +36,8 @@ void sendHere(const QString& port, const QStringList& files) {
         if (!sender) {
             sender = std::make_unique<dicom::ObjectSender>(dicom::Destination{.host = "127.0.0.1",
                                                                               .port = port.toUShort(),
-                                                                              .callingAETitle = "TESSALY",
-                                                                              .calledAETitle = "PEER"},
+                                                                              .callingAeTitle = "TESSALY",
+                                                                              .calledAeTitle = "PEER"},
                                                            std::vector{object.kind()}, std::stop_token{});
         }
         const dicom::SendResult result = sender->send(object);

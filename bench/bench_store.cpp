@@ -170,7 +170,7 @@ bool echoOfTheToolkit(const QString& port) {
 }
 bool echoOfTheConsole(const QString& port) {
     return dicom::Verifier{}
-               .verify({.host = "127.0.0.1", .port = port.toStdString(), .calledAETitle = "ANY"})
+               .verify({.host = "127.0.0.1", .port = port.toStdString(), .calledAeTitle = "ANY"})
                .outcome == dicom::VerificationResult::Outcome::Success;
 }
 

@@ -56,7 +56,7 @@ template <bool Anew>
 std::size_t walkThroughDb(const std::string& file) {
     db::Connection connection;
     connection.setConnectString(connectStringOf(file));
-    connection.setCursorDriver(db::Connection::CursorDriver::Odbc);
+    connection.setCursorDriver(db::Connection::CursorDriver::DriverFirst);
     connection.establish();
     db::Query walk{connection, Walk};
     db::Query series{connection, LookUp};

@@ -6,7 +6,7 @@
 namespace tessaly::db {
 
 void compact(const Connection& connection, const std::vector<std::string>& tables) {
-    const detail::Engine engine = connection.line()->current()->engine();
+    const detail::Engine engine = connection.sharedSession()->current()->engine();
     if (const std::string check = engine.compactionCheck(tables); !check.empty()) {
         Query query{connection, check};
         ResultSet refusals = query.open();

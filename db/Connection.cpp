@@ -12,27 +12,27 @@ Connection::Connection() = default;
 Connection::~Connection() = default;
 
 void Connection::establish() {
-    if (line_)
+    if (sharedSession_)
         throw Error("The connection is already open");
-    line_ = std::make_shared<detail::Line>(connectString_, cursorDriver_, lockWait_, false);
+    sharedSession_ = std::make_shared<detail::SharedSession>(connectString_, cursorDriver_, lockWait_, false);
 }
 
 void Connection::close() {
-    if (line_ && (line_.use_count() > 1 || line_->isInUse()))
+    if (sharedSession_ && (sharedSession_.use_count() > 1 || sharedSession_->isInUse()))
         throw Error("A statement of the connection is still in use");
-    line_.reset();
+    sharedSession_.reset();
 }
 
 bool Connection::hasLostSession() const noexcept {
-    return line_ && line_->isLost();
+    return sharedSession_ && sharedSession_->isLost();
 }
 
 bool Connection::needsWalker() const {
-    return line()->current()->engine().keepsSetsInMemory();
+    return sharedSession()->current()->engine().buffersResultSets();
 }
 
-bool Connection::writesSideBySide() const {
-    return line()->current()->engine().writesSideBySide();
+bool Connection::supportsConcurrentWriters() const {
+    return sharedSession()->current()->engine().supportsConcurrentWriters();
 }
 
 std::unique_ptr<Connection> Connection::walker() const {
@@ -40,12 +40,13 @@ std::unique_ptr<Connection> Connection::walker() const {
     own->connectString_ = connectString_;
     own->cursorDriver_ = cursorDriver_;
     own->lockWait_ = lockWait_;
-    own->line_ = std::make_shared<detail::Line>(connectString_, cursorDriver_, lockWait_, true);
+    own->sharedSession_ =
+        std::make_shared<detail::SharedSession>(connectString_, cursorDriver_, lockWait_, true);
     return own;
 }
 
 bool Connection::hasTable(std::string_view wanted) const {
-    const detail::Statement tables{line()->current(), "the catalogue of tables"};
+    const detail::Statement tables{sharedSession()->current(), "the catalogue of tables"};
     tables.check(SQLTables(tables.get(), nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0));
     constexpr SQLUSMALLINT NameColumn = 3;
     std::array<char, 256> name{};
@@ -59,11 +60,11 @@ bool Connection::hasTable(std::string_view wanted) const {
 }
 
 std::string Connection::engineName() const {
-    return line()->current()->engine().name;
+    return sharedSession()->current()->engine().name;
 }
 
 std::string Connection::databaseFile() const {
-    const std::string list = line()->current()->engine().listOfFiles();
+    const std::string list = sharedSession()->current()->engine().listOfFiles();
     if (list.empty())
         return {};
     Query query{*this, list};
@@ -75,10 +76,10 @@ std::string Connection::databaseFile() const {
     return {};
 }
 
-const std::shared_ptr<detail::Line>& Connection::line() const {
-    if (!line_)
+const std::shared_ptr<detail::SharedSession>& Connection::sharedSession() const {
+    if (!sharedSession_)
         throw Error("The connection to the database is closed");
-    return line_;
+    return sharedSession_;
 }
 
 }  // namespace tessaly::db

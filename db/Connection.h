@@ -8,7 +8,7 @@
 namespace tessaly::db {
 
 namespace detail {
-class Line;
+class SharedSession;
 }
 
 /// One ODBC connection. Not thread-safe: it and all that runs on it belong to one thread at a time.
@@ -19,7 +19,12 @@ class Line;
 class Connection {
   public:
     /// Who walks the result sets; the values are those of SQL_ATTR_ODBC_CURSORS.
-    enum class CursorDriver { IfNeeded = 0, Odbc = 1, Driver = 2 };
+    enum class CursorDriver {
+        IfNeeded = 0,
+        DriverFirst =
+            1,  ///< the driver manager's library only where the driver cannot walk them as we need it
+        Driver = 2
+    };
 
     Connection();
     ~Connection();
@@ -41,7 +46,7 @@ class Connection {
     /// Disconnects; nothing happens when it is closed. Throws while a query or a result set of it is alive.
     void close();
 
-    [[nodiscard]] bool isOpen() const noexcept { return line_ != nullptr; }
+    [[nodiscard]] bool isOpen() const noexcept { return sharedSession_ != nullptr; }
 
     /// The last operation met the end of the session: others to the same engine have ended, too, most likely.
     [[nodiscard]] bool hasLostSession() const noexcept;
@@ -55,23 +60,23 @@ class Connection {
     /// The file that the database is, whole path; empty where it is none of this machine's.
     [[nodiscard]] std::string databaseFile() const;
 
-    /// For Walk: another connection to the same database that does nothing but walk.
+    /// For StreamedQuery: another connection to the same database that does nothing but walk.
     [[nodiscard]] std::unique_ptr<Connection> walker() const;
     /// The driver does not walk a set on this one without keeping its rows in memory.
     [[nodiscard]] bool needsWalker() const;
 
     /// The engine lets several connections write at the same time, and so wants several: elsewhere one writes
     /// at a time, and those that must wait are better woken in turn by the program itself.
-    [[nodiscard]] bool writesSideBySide() const;
+    [[nodiscard]] bool supportsConcurrentWriters() const;
 
     /// For Query and Transaction. Throws when the connection is closed.
-    [[nodiscard]] const std::shared_ptr<detail::Line>& line() const;
+    [[nodiscard]] const std::shared_ptr<detail::SharedSession>& sharedSession() const;
 
   private:
     std::string connectString_;
     CursorDriver cursorDriver_ = CursorDriver::Driver;
     std::chrono::milliseconds lockWait_{0};
-    std::shared_ptr<detail::Line> line_;
+    std::shared_ptr<detail::SharedSession> sharedSession_;
 };
 
 }  // namespace tessaly::db

@@ -19,7 +19,7 @@ bool DatabaseFile::isInPlace() const noexcept {
 }
 
 std::optional<DatabaseFile> fileOf(const Connection& connection) {
-    return connection.line()->file();
+    return connection.sharedSession()->file();
 }
 
 bool isInPlace(const Connection& connection) {

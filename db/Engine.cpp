@@ -108,7 +108,7 @@ std::string Engine::rewritten(const std::string& statement) const {
                    !inBrackets.empty()) {
             result.append(quoted(folded(inBrackets)));
             at += inBrackets.size() + 2;
-        } else if (const auto lock = writesSideBySide() ? 0 : rowLock(text, at); lock > 0) {
+        } else if (const auto lock = supportsConcurrentWriters() ? 0 : rowLock(text, at); lock > 0) {
             at += lock;
         } else if (isWordPart(text[at])) {
             std::size_t stop = at;

@@ -35,7 +35,7 @@ struct Engine {
 
     /// True where several transactions may write at the same time. Elsewhere one that writes is alone, and a
     /// row that it has read stays as it is.
-    [[nodiscard]] bool writesSideBySide() const { return isPostgres(); }
+    [[nodiscard]] bool supportsConcurrentWriters() const { return isPostgres(); }
 
     /// The statement that opens a session: one row, or a fault that keeps the session from being used. Its
     /// columns Version and Encoding, where it has them, are for refusal(). `lockWait` as
@@ -54,7 +54,7 @@ struct Engine {
     [[nodiscard]] std::string compactionCheck(const std::vector<std::string>& tables) const;
 
     /// True where the driver reads a set into memory whole unless the session is opened for walks.
-    [[nodiscard]] bool keepsSetsInMemory() const { return isPostgres(); }
+    [[nodiscard]] bool buffersResultSets() const { return isPostgres(); }
 
     /// True where SQLCancel may be called while another thread waits in the statement. The SQLite driver
     /// frees the statement that is running then.

@@ -91,11 +91,11 @@ class Session {
 };
 
 /// What a connection and the queries on it share: the session, and how to get another one.
-class Line {
+class SharedSession {
   public:
     /// Connects; `cursors` is one of Connection::CursorDriver.
-    Line(std::string connectString, Connection::CursorDriver cursors, std::chrono::milliseconds lockWait,
-         bool walks);
+    SharedSession(std::string connectString, Connection::CursorDriver cursors,
+                  std::chrono::milliseconds lockWait, bool walks);
 
     /// The session to run the next statement on. One that was lost is replaced first, but not inside a
     /// transaction: that one has failed, and its statements with it.

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "db/Interruption.h"
 #include "db/Odbc.h"
+#include "db/StatementCanceller.h"
 
 namespace tessaly::db {
 
@@ -50,7 +50,7 @@ void bindOne(const detail::Statement& statement, SQLUSMALLINT position, const Pa
 }  // namespace
 
 Query::Query(const Connection& connection, std::string text)
-    : line_(connection.line()), text_(std::move(text)) {}
+    : sharedSession_(connection.sharedSession()), text_(std::move(text)) {}
 
 Query& Query::bind(int position, Param value) {
     const auto index = static_cast<std::size_t>(position - 1);
@@ -70,7 +70,7 @@ Query& Query::bindAll(std::vector<Param> values) {
 void Query::run() {
     if (statement_ && statement_->walking)
         throw Error("The statement's rows are still being read");
-    const auto& session = line_->current();
+    const auto& session = sharedSession_->current();
     if (!statement_ || statement_->session() != session)
         statement_ = std::make_shared<detail::Statement>(session, text_);
     const bool mayBeStale = statement_->hasRun && !session->inTransaction;
@@ -116,7 +116,7 @@ void Query::runOnce() {
     statement.boundParams = params_.size();
     for (std::size_t i = 0; i < params_.size(); ++i)
         bindOne(statement, static_cast<SQLUSMALLINT>(i + 1), params_[i], bound[i]);
-    detail::Interruption interruption{statement, isUnwanted_};
+    detail::StatementCanceller interruption{statement, isUnwanted_};
     try {
         statement.check(SQLExecute(statement.get()));
     } catch (const Error&) {

@@ -80,9 +80,9 @@ class Query {
     /// PostgreSQL's driver cuts a text at a NUL, SQLite's cuts it when it is read; neither says so.
     void requireStorable(const detail::Statement& statement) const;
 
-    std::shared_ptr<detail::Line> line_;
+    std::shared_ptr<detail::SharedSession> sharedSession_;
     std::string text_;
-    std::shared_ptr<detail::Statement> statement_;  // of the line's session, null before the first run
+    std::shared_ptr<detail::Statement> statement_;  // of the shared session, null before the first run
     std::vector<Param> params_;
     std::chrono::seconds timeout_{0};
     std::function<bool()> isUnwanted_;

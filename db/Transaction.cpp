@@ -12,7 +12,7 @@ SQLRETURN setAutoCommit(const detail::Session& session, SQLULEN mode) {
 
 }  // namespace
 
-Transaction::Transaction(const Connection& connection) : session_(connection.line()->current()) {
+Transaction::Transaction(const Connection& connection) : session_(connection.sharedSession()->current()) {
     if (session_->inTransaction)
         throw Error("A transaction is already open");
     session_->check(setAutoCommit(*session_, SQL_AUTOCOMMIT_OFF));

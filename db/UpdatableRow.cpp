@@ -60,7 +60,7 @@ Param UpdatableRow::Field::parameter() const {
 
 /// The name is the catalogue's own, which an engine that folds names finds by quotes alone.
 std::string UpdatableRow::quoted(const Field& field) const {
-    return connection_.line()->current()->engine().quoted(field.name);
+    return connection_.sharedSession()->current()->engine().quoted(field.name);
 }
 
 UpdatableRow::Change UpdatableRow::change() const {

@@ -32,7 +32,7 @@ std::span<const char> chars(Bytes bytes) {
 bool parse(DcmDataset& set, Bytes bytes, E_TransferSyntax syntax) {
     if (bytes.empty())
         return true;
-    if (dicom::nestsTooDeep(chars(bytes), syntax))
+    if (dicom::exceedsNestingLimit(chars(bytes), syntax))
         return false;
     DcmInputBufferStream in;
     in.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));

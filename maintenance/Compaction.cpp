@@ -83,8 +83,8 @@ bool isInUse(const fs::path& file) {
     if (!isWritable(file))
         return true;  // the engine would fall back to reading, and get the one lock that proves nothing
     try {
-        const std::function<void()> breathe = [] {};
-        SqliteFile database{file, breathe};
+        const std::function<void()> keepAlive = [] {};
+        SqliteFile database{file, keepAlive};
         lockAlone(database);
         return false;
     } catch (const std::exception& fault) {
@@ -126,8 +126,8 @@ void writeCompacted(SqliteFile& source, const fs::path& temporary) {
 /// The old file goes only when the new one is known to be sound: every page of every tree, every row. That
 /// the indexes hold the table's rows is not looked up again: the engine copies them entry by entry, and the
 /// look-up takes longer than the compaction.
-void checkCompacted(const fs::path& temporary, bool writeAhead, const std::function<void()>& breathe) {
-    SqliteFile copy{temporary, breathe};
+void checkCompacted(const fs::path& temporary, bool writeAhead, const std::function<void()>& keepAlive) {
+    SqliteFile copy{temporary, keepAlive};
     copy.run("PRAGMA locking_mode=EXCLUSIVE");
     // Its pages have just been written and are in the system's cache: they are read where they lie. Not so
     // the old file's: a disk's error would come as a signal.
@@ -181,9 +181,9 @@ void restoreWriteAhead(const fs::path& database) noexcept {
 
 /// The copy page by page into the file of the database, in one transaction: until its end the engine can take
 /// every page back, and whoever opens the file after a power failure does.
-void writeInto(SqliteFile& database, const fs::path& compacted, const std::function<void()>& breathe) {
-    SqliteFile copy{compacted, breathe};
-    database.takeOver(copy, breathe);  // the journal mode, which stands on the first page, included
+void writeInto(SqliteFile& database, const fs::path& compacted, const std::function<void()>& keepAlive) {
+    SqliteFile copy{compacted, keepAlive};
+    database.takeOver(copy, keepAlive);  // the journal mode, which stands on the first page, included
 }
 
 /// What changes when somebody writes to a file or puts another in its place.
@@ -213,7 +213,7 @@ fs::path temporaryPathOf(const fs::path& database) {
     return path.substr(0, extension) + "2.mdb";
 }
 
-void compactDatabase(const fs::path& database, const std::function<void()>& breathe,
+void compactDatabase(const fs::path& database, const std::function<void()>& keepAlive,
                      const fs::path& dataSource) {
     const fs::path temporary = temporaryPathOf(fs::absolute(database));
     const fs::path target = fs::canonical(database);
@@ -226,13 +226,13 @@ void compactDatabase(const fs::path& database, const std::function<void()>& brea
     EarlyFlush earlyFlush{temporary};
     const std::function<void()> breatheAndFlush = [&] {
         earlyFlush.advance();
-        breathe();
+        keepAlive();
     };
     std::optional<SqliteFile> source{std::in_place, target, breatheAndFlush};
     const bool writeAhead = lockAlone(*source);
     writeCompacted(*source, temporary);
     earlyFlush.finish();
-    checkCompacted(temporary, writeAhead, breathe);
+    checkCompacted(temporary, writeAhead, keepAlive);
     staged.make();
     const bool replaces = copyAttributes(target, staged.path());
     if (replaces)
@@ -243,7 +243,7 @@ void compactDatabase(const fs::path& database, const std::function<void()>& brea
     setJournalMode(*source, "delete");
     try {
         if (!replaces) {
-            writeInto(*source, staged.path(), breathe);
+            writeInto(*source, staged.path(), keepAlive);
             source.reset();
             fs::remove(temporary);
             return;

@@ -20,10 +20,10 @@ namespace tessaly::maintenance {
 /// A file that lies at the temporary path is deleted, unless somebody has it open or it is `dataSource`, the
 /// file that the console itself works on (empty: none): then nothing is done.
 ///
-/// `breathe` is called now and then while the engine works, so that a window can repaint; it must not throw.
-/// This process must not have the file open.
+/// `keepAlive` is called now and then while the engine works, so that a window can repaint; it must not
+/// throw. This process must not have the file open.
 void compactDatabase(
-    const std::filesystem::path& database, const std::function<void()>& breathe = [] {},
+    const std::filesystem::path& database, const std::function<void()>& keepAlive = [] {},
     const std::filesystem::path& dataSource = {});
 
 }  // namespace tessaly::maintenance

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "db/Query.h"
-#include "db/Walk.h"
+#include "db/StreamedQuery.h"
 #include "maintenance/RowSpool.h"
 
 namespace tessaly::maintenance {
@@ -100,7 +100,7 @@ void relocateStudies(const db::Connection& connection, const QString& from, cons
 
     RowSpool matches{2};
     {
-        db::Walk walk{connection, "SELECT * FROM Study ORDER BY STUDYINSTANCEUID"};
+        db::StreamedQuery walk{connection, "SELECT * FROM Study ORDER BY STUDYINSTANCEUID"};
         while (walk.next()) {
             if (const auto path = relocatedPath(walk.row().text("StudyPath"), from, to)) {
                 matches.add(*path);

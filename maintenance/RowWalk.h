@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "db/Walk.h"
+#include "db/StreamedQuery.h"
 
 namespace tessaly::maintenance {
 
@@ -18,7 +18,7 @@ class RowWalk {
     /// Throws db::Error, also where there is no other connection to be had.
     void begin(const std::string& statement) {
         letGo();
-        walk_.emplace(console_, statement, db::Walk::On::ItsConnection);
+        walk_.emplace(console_, statement, db::StreamedQuery::On::ItsConnection);
     }
     [[nodiscard]] bool isUnderWay() const noexcept { return walk_.has_value(); }
     /// While it is under way.
@@ -27,7 +27,7 @@ class RowWalk {
 
   private:
     const db::Connection& console_;
-    std::optional<db::Walk> walk_;
+    std::optional<db::StreamedQuery> walk_;
 };
 
 }  // namespace tessaly::maintenance

@@ -11,18 +11,18 @@ namespace {
 
 constexpr int StepsPerBreath = 10'000;  // about a millisecond's work
 
-int callBreathe(void* breathe) {
-    (*static_cast<const std::function<void()>*>(breathe))();
+int callBreathe(void* keepAlive) {
+    (*static_cast<const std::function<void()>*>(keepAlive))();
     return 0;  // go on
 }
 
 }  // namespace
 
-SqliteFile::SqliteFile(const std::filesystem::path& path, const std::function<void()>& breathe) {
+SqliteFile::SqliteFile(const std::filesystem::path& path, const std::function<void()>& keepAlive) {
     if (sqlite3_open_v2(path.c_str(), &handle_, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
         // SQLite hands the pointer back as it is, though its prototype lacks const.
         sqlite3_progress_handler(handle_, StepsPerBreath, callBreathe,
-                                 const_cast<std::function<void()>*>(&breathe));
+                                 const_cast<std::function<void()>*>(&keepAlive));
         return;
     }
     const std::string description = sqlite3_errmsg(handle_);
@@ -54,7 +54,7 @@ std::string SqliteFile::run(const std::string& sql, const std::string& parameter
     return first;
 }
 
-void SqliteFile::takeOver(SqliteFile& other, const std::function<void()>& breathe) {
+void SqliteFile::takeOver(SqliteFile& other, const std::function<void()>& keepAlive) {
     constexpr int PagesPerBreath = 256;
     sqlite3_backup* backup = sqlite3_backup_init(handle_, "main", other.handle_, "main");
     if (backup == nullptr)
@@ -62,7 +62,7 @@ void SqliteFile::takeOver(SqliteFile& other, const std::function<void()>& breath
     int result = SQLITE_OK;
     while (result == SQLITE_OK) {
         result = sqlite3_backup_step(backup, PagesPerBreath);
-        breathe();
+        keepAlive();
     }
     if (sqlite3_backup_finish(backup) != SQLITE_OK || result != SQLITE_DONE)
         throw std::runtime_error(sqlite3_errstr(result));

@@ -13,9 +13,9 @@ namespace tessaly::maintenance {
 class SqliteFile {
   public:
     /// Opens an existing file for reading and writing. Whether it is a database shows with the first run().
-    /// `breathe` is called now and then while the engine works, every few thousand steps of a statement; it
+    /// `keepAlive` is called now and then while the engine works, every few thousand steps of a statement; it
     /// must outlive the object, must not throw, and must not come back to it.
-    SqliteFile(const std::filesystem::path& path, const std::function<void()>& breathe);
+    SqliteFile(const std::filesystem::path& path, const std::function<void()>& keepAlive);
     ~SqliteFile();
     SqliteFile(const SqliteFile&) = delete;
     SqliteFile& operator=(const SqliteFile&) = delete;
@@ -26,8 +26,8 @@ class SqliteFile {
         const std::string& sql,
         const std::string& parameter = {});  // NOLINT(modernize-use-nodiscard): most are run for what they do
 
-    /// Replaces the whole content by that of another database, in one transaction. `breathe` as above.
-    void takeOver(SqliteFile& other, const std::function<void()>& breathe);
+    /// Replaces the whole content by that of another database, in one transaction. `keepAlive` as above.
+    void takeOver(SqliteFile& other, const std::function<void()>& keepAlive);
 
   private:
     [[noreturn]] void fail() const;

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "db/Query.h"
-#include "tessaly-db/BreakOff.h"
 #include "tessaly-db/DataSource.h"
+#include "tessaly-db/InterruptGuard.h"
 #include "tessaly-db/NewFile.h"
 
 namespace tessaly::tool {
@@ -100,7 +100,7 @@ void requireSound(const db::Connection& copy) {
 }  // namespace
 
 void backUp(const std::string& dsn, const fs::path& file) {
-    const BreakOff breakOff;
+    const InterruptGuard breakOff;
     const fs::path place = fs::absolute(file).lexically_normal();
     requireNameable(place);
     NewFile copy{place};
@@ -109,7 +109,7 @@ void backUp(const std::string& dsn, const fs::path& file) {
         connect(connection, dsn);
         db::execute(connection, "VACUUM INTO ?", {db::varchar(copy.temporary().string())});
     }
-    BreakOff::check();
+    InterruptGuard::check();
     {
         db::Connection connection;
         connect(connection, dsn, copy.temporary().string());

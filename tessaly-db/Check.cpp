@@ -98,7 +98,7 @@ std::vector<std::string> findFaults(const std::string& dsn) {
         return {error.what()};
     }
     std::vector<std::string> faults;
-    if (auto log = telltaleLog(dsn))
+    if (auto log = logWithPassword(dsn))
         faults.push_back(std::move(*log));
     const auto actual = schema::readCatalogue(connection);
     compareTables(connection, actual, faults);

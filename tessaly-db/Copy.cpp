@@ -37,7 +37,7 @@ bool isCopied(const schema::Table& table) {
 
 class Copying {
   public:
-    Copying(const CopyWish& wish, const CopyEvents& events)
+    Copying(const CopyRequest& wish, const CopyEvents& events)
         : wish_(wish), events_(events), source_(wish.from), target_(wish.to) {}
 
     std::vector<CopiedTable> run() {
@@ -207,7 +207,7 @@ class Copying {
         return digest;
     }
 
-    const CopyWish& wish_;
+    const CopyRequest& wish_;
     const CopyEvents& events_;
     Source source_;
     Target target_;
@@ -217,7 +217,7 @@ class Copying {
 
 }  // namespace
 
-std::vector<CopiedTable> copyDatabase(const CopyWish& wish, const CopyEvents& events) {
+std::vector<CopiedTable> copyDatabase(const CopyRequest& wish, const CopyEvents& events) {
     return Copying{wish, events}.run();
 }
 

@@ -10,7 +10,7 @@
 namespace tessaly::tool {
 
 /// What is to be copied from one data source into the empty one of another.
-struct CopyWish {
+struct CopyRequest {
     std::string from;
     std::string to;
     PathMap map;
@@ -40,6 +40,6 @@ struct CopiedTable {
 /// Copies all tables, configuration and archive, in one transaction, and compares what it wrote with what it
 /// read before it is kept. Nothing but a row at a time and a batch of rows is in memory. Throws
 /// std::runtime_error or what derives from it; the new database is whole or not there.
-std::vector<CopiedTable> copyDatabase(const CopyWish& wish, const CopyEvents& events);
+std::vector<CopiedTable> copyDatabase(const CopyRequest& wish, const CopyEvents& events);
 
 }  // namespace tessaly::tool

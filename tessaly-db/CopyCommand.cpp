@@ -3,8 +3,8 @@
 #include <iomanip>
 #include <iostream>
 
-#include "tessaly-db/BreakOff.h"
 #include "tessaly-db/Copy.h"
+#include "tessaly-db/InterruptGuard.h"
 #include "tessaly-db/ProgressBar.h"
 #include "tessaly-db/Text.h"
 
@@ -33,16 +33,16 @@ void print(const std::vector<CopiedTable>& tables, bool dryRun) {
 }  // namespace
 
 int copy(const CopyOptions& options) {
-    const CopyWish wish{
+    const CopyRequest wish{
         .from = options.from, .to = options.to, .map = PathMap{options.maps}, .dryRun = options.dryRun};
-    const BreakOff breakOff;
+    const InterruptGuard breakOff;
     ProgressBar bar{!options.quiet, "rows"};
     long misfits = 0;
     const CopyEvents events{
         .begins = [&bar](long long rows) { bar.setWhole(rows); },
         .goesOn =
             [&bar](const std::string& table, long long done) {
-                BreakOff::check();
+                InterruptGuard::check();
                 bar.show(table, done);
             },
         .misfit =

@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "db/Query.h"
-#include "tessaly-db/BreakOff.h"
 #include "tessaly-db/DataSource.h"
+#include "tessaly-db/InterruptGuard.h"
 #include "tessaly-db/Target.h"
 #include "tessaly-db/Users.h"
 
@@ -73,11 +73,11 @@ fs::path defaultImageRoot(const std::string& dsn) {
 }  // namespace
 
 void createDatabase(const NewDatabase& wanted) {
-    const BreakOff breakOff;
+    const InterruptGuard breakOff;
     Target target{wanted.dsn};
     target.makeTables();
     target.makeIndexes();
-    BreakOff::check();
+    InterruptGuard::check();
     addRows(target.connection(), wanted,
             wanted.imageRoot.empty() ? defaultImageRoot(wanted.dsn) : wanted.imageRoot);
     breakOff.noMore();

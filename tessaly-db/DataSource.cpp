@@ -52,7 +52,7 @@ void requireNameable(const std::filesystem::path& file) {
         throw std::runtime_error("A new database cannot have a semicolon in its path: " + file.string());
 }
 
-std::optional<std::string> telltaleLog(const std::string& dsn) {
+std::optional<std::string> logWithPassword(const std::string& dsn) {
     // The PostgreSQL driver's logs lie in /tmp, for everybody to read. These programs turn them off by
     // themselves; others go by the data source.
     if (!driverLibrary(dsn).starts_with("psqlodbc"))

@@ -29,7 +29,7 @@ void requireDataSource(const std::string& dsn);
 void requireNameable(const std::filesystem::path& file);
 
 /// A sentence when other programs on this data source leave a log that shows its password.
-[[nodiscard]] std::optional<std::string> telltaleLog(const std::string& dsn);
+[[nodiscard]] std::optional<std::string> logWithPassword(const std::string& dsn);
 
 /// Connects, to another database than the data source's own where one is given. Throws db::Error.
 void connect(db::Connection& connection, const std::string& dsn, const std::string& database = {});

@@ -8,9 +8,9 @@
 
 #include "schema/OlderRows.h"
 #include "schema/Upgrade.h"
-#include "tessaly-db/BreakOff.h"
 #include "tessaly-db/DataSource.h"
 #include "tessaly-db/Fill.h"
+#include "tessaly-db/InterruptGuard.h"
 #include "tessaly-db/ProgressBar.h"
 #include "tessaly-db/Text.h"
 
@@ -22,14 +22,14 @@ constexpr long long NamedFiles = 20;
 
 [[nodiscard]] Filled fill(const db::Connection& connection, bool quiet) {
     OFLog::configure(OFLogger::OFF_LOG_LEVEL);  // what the toolkit thinks of a file is said here once
-    const BreakOff breakOff;
+    const InterruptGuard breakOff;
     ProgressBar bar{!quiet, "images"};
     long long named = 0;
     const FillEvents events{
         .begins = [&bar](long long images) { bar.setWhole(images); },
         .goesOn =
             [&bar](long long done) {
-                if (BreakOff::isWanted())
+                if (InterruptGuard::isWanted())
                     throw std::runtime_error(
                         "Broken off: what is filled stays, and the next upgrade goes on");
                 bar.show("older rows are filled", done);

@@ -36,7 +36,7 @@ int Main() {
     const bool started = ui::guarded(nullptr, ui::BoxStyle::Critical, [&window] {
         db::Connection& connection = Globals::DbConnection();
         connection.setConnectString("DSN=DicomFDB");
-        connection.setCursorDriver(db::Connection::CursorDriver::Odbc);
+        connection.setCursorDriver(db::Connection::CursorDriver::DriverFirst);
         connection.establish();
         Globals::setConfigChanged(false);
         Globals::EnsureFtpNodesTable();

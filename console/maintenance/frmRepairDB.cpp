@@ -214,13 +214,13 @@ void frmRepairDB::compactFile() {
     // The window repaints meanwhile and takes no input: whoever clicks waits, closing included.
     QElapsedTimer sinceRepaint;
     sinceRepaint.start();
-    const auto breathe = [&sinceRepaint] {
+    const auto keepWindowAlive = [&sinceRepaint] {
         if (sinceRepaint.hasExpired(Tick.count())) {
             QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
             sinceRepaint.start();
         }
     };
-    compactDatabase(QFile::encodeName(databasePath_).toStdString(), breathe,
+    compactDatabase(QFile::encodeName(databasePath_).toStdString(), keepWindowAlive,
                     QFile::encodeName(dataSource_).toStdString());
 }
 

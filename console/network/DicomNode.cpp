@@ -23,7 +23,7 @@ DicomNode::DicomNode(MainWindowOperations& window, QWidget* parent)
     txtHost_ = fields_.text(rows, u"Host"_s, u"txtHost"_s, 64, &NodeRecord::host);
     txtPort_ = fields_.text(rows, u"Port"_s, u"txtPort"_s, 16, &NodeRecord::port);
     cmbLocalTitle_ =
-        fields_.choice(rows, u"Local server"_s, u"cmbLocalTitle"_s, {}, &NodeRecord::localAETitle);
+        fields_.choice(rows, u"Local server"_s, u"cmbLocalTitle"_s, {}, &NodeRecord::localAeTitle);
     auto* services = new QHBoxLayout;
     rows->addRow(services);
     services->addWidget(fields_.check(u"Store"_s, u"chkStore"_s, &NodeRecord::store));
@@ -56,7 +56,7 @@ void DicomNode::fillLocalTitles() {
 void DicomNode::fill() {
     if (node_.isEmpty()) {
         fields_.show(
-            {.port = u"104"_s, .localAETitle = cmbLocalTitle_->itemText(0), .store = true, .query = true});
+            {.port = u"104"_s, .localAeTitle = cmbLocalTitle_->itemText(0), .store = true, .query = true});
         return;
     }
     db::Query query{Globals::DbConnection(), "SELECT * FROM DicomNodes WHERE Name=?"};
@@ -72,7 +72,7 @@ void DicomNode::fill() {
                   .aeTitle = ui::text(row, "AETitle"),
                   .host = ui::text(row, "Host"),
                   .port = ui::text(row, "Port"),
-                  .localAETitle = ui::text(row, "LocalAETitle"),
+                  .localAeTitle = ui::text(row, "LocalAETitle"),
                   .store = row.flag("Store"),
                   .query = row.flag("Query"),
                   .print = row.flag("Print")});
@@ -102,7 +102,7 @@ void DicomNode::writeRow(const NodeRecord& node) const {
                       "values(?,?,?,?,?,?,?,?)"
                     : "Update DicomNodes set AETitle=?, LocalAETitle=?, Host=?, Port=?, Store=?, Query=?, "
                       "Print=?  WHERE Name=?",
-                {ui::varchar(node.aeTitle), ui::varchar(node.localAETitle), ui::varchar(node.host),
+                {ui::varchar(node.aeTitle), ui::varchar(node.localAeTitle), ui::varchar(node.host),
                  ui::varchar(node.port), db::integer(node.store), db::integer(node.query),
                  db::integer(node.print), ui::varchar(node.name)});
 }
@@ -116,7 +116,7 @@ void DicomNode::reload() {
 void DicomNode::cmdTest_Click() {
     ui::guarded(this, ui::BoxStyle::Critical, [this] {
         const NodeRecord node = fields_.read();
-        if (ui::EchoVerify(this, node.host, node.port, node.localAETitle, node.aeTitle))
+        if (ui::EchoVerify(this, node.host, node.port, node.localAeTitle, node.aeTitle))
             ui::messageBox(this, u"Verify Succeded"_s);
         else
             ui::messageBox(this, u"Verify Error"_s, ui::BoxStyle::Critical);

@@ -2,8 +2,8 @@
 
 #include "console/network/NodeNames.h"
 #include "console/session/Globals.h"
+#include "console/ui/FocusOutFilter.h"
 #include "console/ui/Guard.h"
-#include "console/ui/LeaveFilter.h"
 #include "console/ui/Text.h"
 #include "db/Query.h"
 

@@ -10,7 +10,7 @@ struct NodeRecord {
     QString aeTitle;
     QString host;
     QString port;          ///< text, never checked to be a number
-    QString localAETitle;  ///< the title that the server presents to the node, one of its ports'
+    QString localAeTitle;  ///< the title that the server presents to the node, one of its ports'
     bool store = false;
     bool query = false;
     bool print = false;

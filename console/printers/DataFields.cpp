@@ -4,8 +4,8 @@
 #include <QComboBox>
 #include <QLineEdit>
 
-#include "console/ui/KeptText.h"
 #include "console/ui/TypedNumber.h"
+#include "console/ui/UneditedText.h"
 
 namespace tessaly::printers {
 

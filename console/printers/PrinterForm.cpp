@@ -10,7 +10,7 @@
 #include <QLineEdit>
 
 #include "console/printers/DataFields.h"
-#include "console/ui/LeaveFilter.h"
+#include "console/ui/FocusOutFilter.h"
 #include "console/ui/SpinButtons.h"
 #include "console/ui/TypedNumber.h"
 

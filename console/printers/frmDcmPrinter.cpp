@@ -11,8 +11,8 @@
 #include "console/printers/PrinterForm.h"
 #include "console/session/Globals.h"
 #include "console/ui/Guard.h"
-#include "console/ui/KeptText.h"
 #include "console/ui/Text.h"
+#include "console/ui/UneditedText.h"
 #include "console/ui/Verification.h"
 
 namespace tessaly::printers {

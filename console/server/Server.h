@@ -33,9 +33,9 @@ class Server : public QObject {
     virtual void Terminate() = 0;
 
   Q_SIGNALS:
-    void OnConnection(const QString& port, const QString& callingAETitle, const QString& calledAETitle,
+    void OnConnection(const QString& port, const QString& callingAeTitle, const QString& calledAeTitle,
                       short openAssociations);
-    void OnEndConnection(const QString& port, const QString& callingAETitle, const QString& calledAETitle,
+    void OnEndConnection(const QString& port, const QString& callingAeTitle, const QString& calledAeTitle,
                          int unused);
     void OnStart();
     void OnStop();

@@ -5,8 +5,8 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "console/ui/FocusOutFilter.h"
 #include "console/ui/Guard.h"
-#include "console/ui/LeaveFilter.h"
 #include "console/ui/Mnemonics.h"
 
 namespace tessaly::ui {

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "console/ui/KeptText.h"
+#include "console/ui/UneditedText.h"
 
 namespace tessaly::ui {
 

@@ -49,12 +49,12 @@ class Blocked : public QObject {
 
 }  // namespace
 
-bool EchoVerify(QWidget* dialog, const QString& host, const QString& port, const QString& callingAETitle,
-                const QString& calledAETitle, const dicom::Verifier::Limits& limits) {
+bool EchoVerify(QWidget* dialog, const QString& host, const QString& port, const QString& callingAeTitle,
+                const QString& calledAeTitle, const dicom::Verifier::Limits& limits) {
     const dicom::VerificationRequest request{.host = host.toStdString(),
                                              .port = port.toStdString(),
-                                             .callingAETitle = callingAETitle.toStdString(),
-                                             .calledAETitle = calledAETitle.toStdString()};
+                                             .callingAeTitle = callingAeTitle.toStdString(),
+                                             .calledAeTitle = calledAeTitle.toStdString()};
     dicom::VerificationResult result;
     std::exception_ptr fault;
     std::stop_source stop;

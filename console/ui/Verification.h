@@ -15,7 +15,7 @@ namespace tessaly::ui {
 /// the dialog goes in the middle of it. Throws std::runtime_error with the Verifier's description of a
 /// request that it cannot send, for example of a port that is no number.
 [[nodiscard]] bool EchoVerify(QWidget* dialog, const QString& host, const QString& port,
-                              const QString& callingAETitle, const QString& calledAETitle,
+                              const QString& callingAeTitle, const QString& calledAeTitle,
                               const dicom::Verifier::Limits& limits = {});
 
 }  // namespace tessaly::ui

@@ -8,11 +8,11 @@
 #include <algorithm>
 
 #include "console/session/Globals.h"
+#include "console/ui/FocusOutValidator.h"
 #include "console/ui/Guard.h"
-#include "console/ui/KeptText.h"
-#include "console/ui/LeaveCheck.h"
 #include "console/ui/Mnemonics.h"
 #include "console/ui/Text.h"
+#include "console/ui/UneditedText.h"
 #include "db/Query.h"
 
 namespace tessaly::users {
@@ -41,8 +41,8 @@ SitePage::SitePage(MainWindowOperations& /*window*/, QWidget* parent)
       // Shown until a row of the table is: 2.25 is the root under which everyone may make UIDs.
       txtOrganization_(new QLineEdit(u"Unknown"_s, this)),
       txtBaseUID_(new QLineEdit(u"2.25"_s, this)),
-      organizationCheck_(new ui::LeaveCheck(txtOrganization_, organizationFault)),
-      baseUidCheck_(new ui::LeaveCheck(txtBaseUID_, baseUidFault)),
+      organizationCheck_(new ui::FocusOutValidator(txtOrganization_, organizationFault)),
+      baseUidCheck_(new ui::FocusOutValidator(txtBaseUID_, baseUidFault)),
       cmdApplySiteData_(new QPushButton(u"Confirm"_s, this)),
       cmdCancelSiteData_(new QPushButton(u"Cancel"_s, this)) {
     constexpr int BoxWidth = 420;
@@ -97,7 +97,7 @@ void SitePage::LoadSiteData() {
 
 /// A box that somebody is in, or has changed, has to be right. A stored fault in the other one is no
 /// obstacle.
-bool SitePage::passes(const QLineEdit* box, ui::LeaveCheck& check) const {
+bool SitePage::passes(const QLineEdit* box, ui::FocusOutValidator& check) const {
     if (check.hasRefused())
         return false;
     return (ui::isUntouched(box) && window()->focusWidget() != box) || check.passes();

@@ -8,7 +8,7 @@ class QLineEdit;
 class QPushButton;
 
 namespace tessaly::ui {
-class LeaveCheck;
+class FocusOutValidator;
 }
 
 namespace tessaly::users {
@@ -25,14 +25,14 @@ class SitePage : public QWidget {
 
   private:
     void enableButtons(bool enabled);
-    [[nodiscard]] bool passes(const QLineEdit* box, ui::LeaveCheck& check) const;
+    [[nodiscard]] bool passes(const QLineEdit* box, ui::FocusOutValidator& check) const;
     void cmdApplySiteData_Click();
     void cmdCancelSiteData_Click();
 
     QLineEdit* txtOrganization_;
     QLineEdit* txtBaseUID_;
-    ui::LeaveCheck* organizationCheck_;
-    ui::LeaveCheck* baseUidCheck_;
+    ui::FocusOutValidator* organizationCheck_;
+    ui::FocusOutValidator* baseUidCheck_;
     QPushButton* cmdApplySiteData_;
     QPushButton* cmdCancelSiteData_;
 };

@@ -24,7 +24,7 @@ class Goal final : public ElementVisitor {
 
 }  // namespace
 
-bool nestsTooDeep(std::span<const char> dataSet, E_TransferSyntax syntax, const DcmTagKey& end) {
+bool exceedsNestingLimit(std::span<const char> dataSet, E_TransferSyntax syntax, const DcmTagKey& end) {
     constexpr std::array Readings{Reading::ByRepresentation, Reading::ByContent, Reading::Enclosed};
     return std::any_of(Readings.begin(), Readings.end(), [&](Reading reading) {
         Goal goal{end};
@@ -34,30 +34,30 @@ bool nestsTooDeep(std::span<const char> dataSet, E_TransferSyntax syntax, const 
     });
 }
 
-struct CutOffCheck::State {
+struct TruncationCheck::State {
     explicit State(E_TransferSyntax syntax) : walk(syntax, Reading::Enclosed, goal) {}
     Goal goal;
     ElementWalk walk;
 };
 
-CutOffCheck::CutOffCheck(E_TransferSyntax syntax) : state_(std::make_unique<State>(syntax)) {}
-CutOffCheck::~CutOffCheck() = default;
+TruncationCheck::TruncationCheck(E_TransferSyntax syntax) : state_(std::make_unique<State>(syntax)) {}
+TruncationCheck::~TruncationCheck() = default;
 
-void CutOffCheck::take(std::span<const char> bytes) {
+void TruncationCheck::take(std::span<const char> bytes) {
     state_->walk.take(bytes);
 }
 
-bool CutOffCheck::isCutOff() const {
+bool TruncationCheck::isTruncated() const {
     return !state_->walk.isEnded() && state_->walk.isIncomplete();
 }
 
-bool isCutOff(std::span<const char> dataSet, E_TransferSyntax syntax) {
-    CutOffCheck check{syntax};
+bool isTruncated(std::span<const char> dataSet, E_TransferSyntax syntax) {
+    TruncationCheck check{syntax};
     check.take(dataSet);
-    return check.isCutOff();
+    return check.isTruncated();
 }
 
-bool isCutOff(const std::function<char(std::size_t)>& byteAt, std::size_t size, E_TransferSyntax syntax) {
+bool isTruncated(const std::function<char(std::size_t)>& byteAt, std::size_t size, E_TransferSyntax syntax) {
     Goal goal;
     ElementWalk walk{syntax, Reading::Enclosed, goal};
     for (std::size_t at = 0; at < size && !walk.isEnded();) {

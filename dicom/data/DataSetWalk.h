@@ -15,23 +15,23 @@ namespace tessaly::dicom {
 /// parser calls itself for each of them, and a peer could exhaust the stack. Stops at the first element that
 /// is `end` or behind it; what is cut off does not matter. Where the bytes can be understood in several ways,
 /// the deepest one counts.
-[[nodiscard]] bool nestsTooDeep(std::span<const char> dataSet, E_TransferSyntax syntax,
-                                const DcmTagKey& end = DcmTagKey{0xffff, 0xffff});
+[[nodiscard]] bool exceedsNestingLimit(std::span<const char> dataSet, E_TransferSyntax syntax,
+                                       const DcmTagKey& end = DcmTagKey{0xffff, 0xffff});
 
 /// Tells a data set that is cut off from a whole one while it arrives, in constant memory.
-class CutOffCheck {
+class TruncationCheck {
   public:
-    explicit CutOffCheck(E_TransferSyntax syntax);
-    ~CutOffCheck();
-    CutOffCheck(const CutOffCheck&) = delete;
-    CutOffCheck& operator=(const CutOffCheck&) = delete;
+    explicit TruncationCheck(E_TransferSyntax syntax);
+    ~TruncationCheck();
+    TruncationCheck(const TruncationCheck&) = delete;
+    TruncationCheck& operator=(const TruncationCheck&) = delete;
 
     /// The next bytes.
     void take(std::span<const char> bytes);
     /// When all bytes have been taken: true when a value is longer than what is there of it, or a head is
     /// there in part. What is merely not ended, as some devices leave the last sequence, or is filled up with
     /// zeros, is whole. False as well for what is nested deeper than can be followed.
-    [[nodiscard]] bool isCutOff() const;
+    [[nodiscard]] bool isTruncated() const;
 
   private:
     struct State;
@@ -39,10 +39,10 @@ class CutOffCheck {
 };
 
 /// The same of a data set that is there already.
-[[nodiscard]] bool isCutOff(std::span<const char> dataSet, E_TransferSyntax syntax);
+[[nodiscard]] bool isTruncated(std::span<const char> dataSet, E_TransferSyntax syntax);
 /// The same of a data set that is not in memory: `byteAt` is asked for hardly more than the elements' heads,
 /// and what it throws is passed on.
-[[nodiscard]] bool isCutOff(const std::function<char(std::size_t)>& byteAt, std::size_t size,
-                            E_TransferSyntax syntax);
+[[nodiscard]] bool isTruncated(const std::function<char(std::size_t)>& byteAt, std::size_t size,
+                               E_TransferSyntax syntax);
 
 }  // namespace tessaly::dicom

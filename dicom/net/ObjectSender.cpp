@@ -12,7 +12,7 @@
 
 namespace tessaly::dicom {
 
-using Clock = Bounds::Clock;
+using Clock = IoLimits::Clock;
 using Outcome = SendResult::Outcome;
 
 namespace {
@@ -47,7 +47,7 @@ ObjectSender::ObjectSender(Destination destination, const std::vector<ObjectKind
       limits_(limits),
       trace_(std::move(trace)),
       stop_(stop),
-      transport_(std::make_shared<Bounds>(stop, Bounds::NoDeadline, Pace{.silence = limits.silence}),
+      transport_(std::make_shared<IoLimits>(stop, IoLimits::NoDeadline, Pace{.silence = limits.silence}),
                  trace_.traffic) {}
 
 ObjectSender::~ObjectSender() {
@@ -83,7 +83,7 @@ SendResult ObjectSender::giveUp(const std::string& reason) {
 
 void ObjectSender::open(std::size_t association) {
     close();
-    Bounds& bounds = transport_.bounds();
+    IoLimits& bounds = transport_.bounds();
     const auto connectEnd = Clock::now() + limits_.connect;
     const HostAddress address = lookUpHost(destination_.host, connectEnd, stop_);
     if (!address.dotted)
@@ -95,15 +95,15 @@ void ObjectSender::open(std::size_t association) {
     bounds.setDeadline(Clock::now() + limits_.silence);
     association_ = std::make_unique<OutboundAssociation>(transport_, limits_.silence);
     number_ = association;
-    const OFCondition opened = association_->request(*peer, destination_.callingAETitle,
-                                                     destination_.calledAETitle, plan_.contexts(association));
+    const OFCondition opened = association_->request(*peer, destination_.callingAeTitle,
+                                                     destination_.calledAeTitle, plan_.contexts(association));
     if (opened == DUL_ASSOCIATIONREJECTED) {
         const T_ASC_RejectParameters rejection = association_->rejection();
         OFString words;
         throw Broken{ASC_printRejectParameters(words, &rejection)};
     }
     require(opened);
-    bounds.setDeadline(Bounds::NoDeadline);
+    bounds.setDeadline(IoLimits::NoDeadline);
     learnContexts();
 }
 
@@ -126,7 +126,7 @@ void ObjectSender::close() {
     if (association_ && !failure_)
         association_->release();
     association_.reset();
-    transport_.bounds().setDeadline(Bounds::NoDeadline);
+    transport_.bounds().setDeadline(IoLimits::NoDeadline);
 }
 
 /// The peer is told, if the system takes that at once.
@@ -137,7 +137,7 @@ void ObjectSender::abort() {
     if (association_->get() != nullptr)
         association_->abort();
     association_.reset();
-    transport_.bounds().setDeadline(Bounds::NoDeadline);
+    transport_.bounds().setDeadline(IoLimits::NoDeadline);
 }
 
 const T_ASC_PresentationContextID* ObjectSender::contextFor(const ObjectKind& kind) const {
@@ -193,7 +193,7 @@ SendResult ObjectSender::receiveAnswer(std::uint16_t messageId) {
                                                       association_->limit(), &context, &answer, &found);
     const std::unique_ptr<DcmDataset> detail{found};
     require(received);
-    transport_.bounds().setDeadline(Bounds::NoDeadline);
+    transport_.bounds().setDeadline(IoLimits::NoDeadline);
     if (trace_.message)
         trace_.message(answer, DIMSE_INCOMING);
     const T_DIMSE_C_StoreRSP& response = answer.msg.CStoreRSP;

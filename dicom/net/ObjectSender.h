@@ -21,8 +21,8 @@ namespace tessaly::dicom {
 struct Destination {
     std::string host;  ///< a name, or an IPv4 address in dotted form
     std::uint16_t port = 0;
-    std::string callingAETitle;
-    std::string calledAETitle;
+    std::string callingAeTitle;
+    std::string calledAeTitle;
 };
 
 /// Sends objects to one peer by C-STORE, one after the other. Usable on any thread, by one at a time; it

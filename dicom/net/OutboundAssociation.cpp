@@ -35,14 +35,14 @@ OutboundAssociation::~OutboundAssociation() {
     ASC_dropNetwork(&network_);
 }
 
-OFCondition OutboundAssociation::request(const std::string& peer, const std::string& callingAETitle,
-                                         const std::string& calledAETitle,
+OFCondition OutboundAssociation::request(const std::string& peer, const std::string& callingAeTitle,
+                                         const std::string& calledAeTitle,
                                          const std::vector<ProposedContext>& contexts) {
     T_ASC_Parameters* parameters = nullptr;  // the association takes it over
     require(ASC_createAssociationParameters(&parameters, ASC_DEFAULTMAXPDU));
     std::array<char, HOST_NAME_MAX + 1> self{};
     (void)gethostname(self.data(), self.size() - 1);
-    ASC_setAPTitles(parameters, callingAETitle.c_str(), calledAETitle.c_str(), nullptr);
+    ASC_setAPTitles(parameters, callingAeTitle.c_str(), calledAeTitle.c_str(), nullptr);
     ASC_setPresentationAddresses(parameters, self.data(), peer.c_str());
     int id = 1;
     for (const ProposedContext& context : contexts) {
@@ -64,8 +64,8 @@ T_ASC_RejectParameters OutboundAssociation::rejection() const {
 }
 
 void OutboundAssociation::release() {
-    Bounds& bounds = transport_.bounds();
-    bounds.setDeadline(std::min(bounds.deadline(), Bounds::Clock::now() + ReleaseLimit));
+    IoLimits& bounds = transport_.bounds();
+    bounds.setDeadline(std::min(bounds.deadline(), IoLimits::Clock::now() + ReleaseLimit));
     ASC_releaseAssociation(association_);
 }
 

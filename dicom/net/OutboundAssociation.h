@@ -28,8 +28,8 @@ class OutboundAssociation {
     OutboundAssociation& operator=(const OutboundAssociation&) = delete;
 
     /// Once. `peer` is what BoundedTransport::connect() has returned.
-    [[nodiscard]] OFCondition request(const std::string& peer, const std::string& callingAETitle,
-                                      const std::string& calledAETitle,
+    [[nodiscard]] OFCondition request(const std::string& peer, const std::string& callingAeTitle,
+                                      const std::string& calledAeTitle,
                                       const std::vector<ProposedContext>& contexts);
     /// After a request that was rejected.
     [[nodiscard]] T_ASC_RejectParameters rejection() const;

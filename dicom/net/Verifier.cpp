@@ -22,12 +22,12 @@
 
 namespace tessaly::dicom {
 
-using Clock = Bounds::Clock;
+using Clock = IoLimits::Clock;
 using Outcome = VerificationResult::Outcome;
 
 namespace {
 
-constexpr std::size_t LongestAETitle = 16;
+constexpr std::size_t LongestAeTitle = 16;
 
 /// What DCMTK knows only for a whole process.
 void configureLibraryOnce() {
@@ -49,8 +49,8 @@ std::uint16_t portNumber(const std::string& text) {
     return *number;
 }
 
-void checkAETitle(const std::string& title, const std::string& whose) {
-    if (title.size() > LongestAETitle)
+void checkAeTitle(const std::string& title, const std::string& whose) {
+    if (title.size() > LongestAeTitle)
         throw std::runtime_error("The " + whose + " AE title '" + title + "' is longer than 16 characters");
     if (!std::all_of(title.begin(), title.end(), [](char c) { return c >= ' ' && c <= '~' && c != '\\'; }))
         throw std::runtime_error("The " + whose + " AE title '" + title +
@@ -97,9 +97,9 @@ VerificationResult Exchange::failure(const OFCondition& condition) const {
 }
 
 VerificationResult Exchange::run(const VerificationRequest& request, const std::string& peer) {
-    const std::string& calling = request.callingAETitle;
+    const std::string& calling = request.callingAeTitle;
     const OFCondition opened = association_.request(
-        peer, calling.empty() ? Verifier::DefaultCallingAETitle : calling, request.calledAETitle,
+        peer, calling.empty() ? Verifier::DefaultCallingAeTitle : calling, request.calledAeTitle,
         {{UID_VerificationSOPClass,
           {UID_LittleEndianImplicitTransferSyntax, UID_LittleEndianExplicitTransferSyntax}}});
     if (opened.bad())
@@ -129,15 +129,15 @@ VerificationResult Exchange::run(const VerificationRequest& request, const std::
 
 VerificationResult Verifier::verify(const VerificationRequest& request, const std::stop_token& stop) const {
     const std::uint16_t port = portNumber(request.port);
-    checkAETitle(request.callingAETitle, "calling");
-    checkAETitle(request.calledAETitle, "called");
-    if (isBlank(request.calledAETitle) ||
-        (isBlank(request.callingAETitle) && !request.callingAETitle.empty()))
+    checkAeTitle(request.callingAeTitle, "calling");
+    checkAeTitle(request.calledAeTitle, "called");
+    if (isBlank(request.calledAeTitle) ||
+        (isBlank(request.callingAeTitle) && !request.callingAeTitle.empty()))
         return {.outcome = Outcome::Untitled, .detail = "An AE title is blank"};
     configureLibraryOnce();
 
     const auto deadline = Clock::now() + limits_.total;
-    BoundedTransport transport{std::make_shared<Bounds>(stop, deadline)};
+    BoundedTransport transport{std::make_shared<IoLimits>(stop, deadline)};
     const HostAddress address =
         lookUpHost(request.host, std::min(deadline, Clock::now() + limits_.resolve), stop);
     if (transport.bounds().isStopped())

@@ -11,8 +11,8 @@ namespace tessaly::dicom {
 struct VerificationRequest {
     std::string host;
     std::string port;
-    std::string callingAETitle;  ///< empty: the verifier's own
-    std::string calledAETitle;
+    std::string callingAeTitle;  ///< empty: the verifier's own
+    std::string calledAeTitle;
 };
 
 /// How one verification ended.
@@ -45,7 +45,7 @@ class Verifier {
     };
     /// For the TCP connection, within the total.
     static constexpr std::chrono::seconds ConnectLimit{4};
-    static constexpr const char* DefaultCallingAETitle = "TESSALYCFG";
+    static constexpr const char* DefaultCallingAeTitle = "TESSALYCFG";
 
     Verifier() = default;
     explicit Verifier(const Limits& limits) : limits_(limits) {}

@@ -20,8 +20,8 @@ AssociationNames namesOf(const PortConfiguration& port, T_ASC_Parameters* parame
     DIC_AE called{};
     ASC_getAPTitles(parameters, calling, sizeof calling, called, sizeof called, nullptr, 0);
     return {.port = port.port,
-            .callingAETitle = std::string{base::trimmed(calling)},
-            .calledAETitle = std::string{base::trimmed(called)}};
+            .callingAeTitle = std::string{base::trimmed(calling)},
+            .calledAeTitle = std::string{base::trimmed(called)}};
 }
 
 /// Each service's summary, for the log.
@@ -60,7 +60,7 @@ void AssociationHandler::run(base::FileDescriptor socket) noexcept {
 
 OpenAssociations::Peer AssociationHandler::peer() const {
     return {.address = connection_.address,
-            .isNode = isNode(*port_, names_.callingAETitle),
+            .isNode = isNode(*port_, names_.callingAeTitle),
             .stop = connection_.stop};
 }
 
@@ -71,7 +71,7 @@ void AssociationHandler::answer() {
     names_.address = connection_.address;
     if (const auto refusal = checkProtocol(association_->params))
         return reject(*refusal);
-    if (const auto refusal = checkTitles(*port_, names_.callingAETitle, names_.calledAETitle))
+    if (const auto refusal = checkTitles(*port_, names_.callingAeTitle, names_.calledAeTitle))
         return reject(*refusal);
     if (listening_.stop_requested())
         return reject(Refusal::NotListening);

@@ -29,21 +29,21 @@ T_ASC_SC_ROLE answerTo(unsigned roles) {
     return (roles & bit(Role::Scu)) == 0 ? ASC_SC_ROLE_SCP : ASC_SC_ROLE_SCUSCP;
 }
 
-std::vector<Offer> offersOf(const Services& services, const char* sopClass) {
-    std::vector<Offer> found;
+std::vector<SupportedContext> supportedFor(const Services& services, const char* sopClass) {
+    std::vector<SupportedContext> found;
     for (const auto& service : services) {
-        const auto offers = service->offers();
-        std::copy_if(offers.begin(), offers.end(), std::back_inserter(found),
-                     [&](const Offer& offer) { return offer.covers(sopClass); });
+        const auto supported = service->supportedContexts();
+        std::copy_if(supported.begin(), supported.end(), std::back_inserter(found),
+                     [&](const SupportedContext& one) { return one.covers(sopClass); });
     }
     return found;
 }
 
-/// 0 when one of the offers does not take it.
-int preference(const std::vector<Offer>& offers, E_TransferSyntax syntax) {
+/// 0 when one of them does not take it.
+int preference(const std::vector<SupportedContext>& supported, E_TransferSyntax syntax) {
     int sum = 0;
-    for (const Offer& offer : offers) {
-        const int one = offer.preference(syntax);
+    for (const SupportedContext& context : supported) {
+        const int one = context.preference(syntax);
         if (one == 0)
             return 0;
         sum += one;
@@ -51,11 +51,12 @@ int preference(const std::vector<Offer>& offers, E_TransferSyntax syntax) {
     return sum;
 }
 
-const char* chooseSyntax(const T_ASC_PresentationContext& context, const std::vector<Offer>& offers) {
+const char* chooseSyntax(const T_ASC_PresentationContext& context,
+                         const std::vector<SupportedContext>& supported) {
     const char* chosen = nullptr;
     int best = 0;
     for (const char* uid : std::span{context.proposedTransferSyntaxes, context.transferSyntaxCount}) {
-        const int one = preference(offers, DcmXfer{uid}.getXfer());
+        const int one = preference(supported, DcmXfer{uid}.getXfer());
         if (one > best) {
             best = one;
             chosen = uid;
@@ -67,25 +68,26 @@ const char* chooseSyntax(const T_ASC_PresentationContext& context, const std::ve
 std::optional<AcceptedContext> answer(T_ASC_Parameters* parameters, const T_ASC_PresentationContext& context,
                                       const Services& services) {
     const T_ASC_PresentationContextID id = context.presentationContextID;
-    std::vector<Offer> offers = offersOf(services, context.abstractSyntax);
-    if (offers.empty()) {
+    std::vector<SupportedContext> supported = supportedFor(services, context.abstractSyntax);
+    if (supported.empty()) {
         ASC_refusePresentationContext(parameters, id, ASC_P_ABSTRACTSYNTAXNOTSUPPORTED);
         return std::nullopt;
     }
     unsigned roles = proposedRoles(context);
-    std::erase_if(offers, [roles](const Offer& offer) { return (roles & bit(offer.requester)) == 0; });
-    if (offers.empty()) {  // it wants to receive, for example, where nothing is sent
+    std::erase_if(supported,
+                  [roles](const SupportedContext& one) { return (roles & bit(one.requester)) == 0; });
+    if (supported.empty()) {  // it wants to receive, for example, where nothing is sent
         ASC_refusePresentationContext(parameters, id, ASC_P_USERREJECTION);
         return std::nullopt;
     }
-    const char* syntax = chooseSyntax(context, offers);
+    const char* syntax = chooseSyntax(context, supported);
     if (syntax == nullptr) {
         ASC_refusePresentationContext(parameters, id, ASC_P_TRANSFERSYNTAXESNOTSUPPORTED);
         return std::nullopt;
     }
     roles = 0;
-    for (const Offer& offer : offers)
-        roles |= bit(offer.requester);
+    for (const SupportedContext& one : supported)
+        roles |= bit(one.requester);
     ASC_acceptPresentationContext(parameters, id, syntax, answerTo(roles), OFTrue);
     return AcceptedContext{
         .id = id, .sopClass = context.abstractSyntax, .syntax = DcmXfer{syntax}.getXfer(), .roles = roles};
@@ -97,11 +99,11 @@ using ExtendedItems = SOPClassExtendedNegotiationSubItemList;
 std::vector<std::uint8_t> extendedAnswer(const ExtendedItem& item, const Services& services) {
     const std::string& sopClass = item.sopClassUID;
     for (const auto& service : services) {
-        const auto offers = service->offers();
-        if (std::any_of(offers.begin(), offers.end(),
-                        [&](const Offer& offer) { return offer.covers(sopClass.c_str()); })) {
-            auto holds =
-                service->extend(sopClass, {item.serviceClassAppInfo, item.serviceClassAppInfoLength});
+        const auto supported = service->supportedContexts();
+        if (std::any_of(supported.begin(), supported.end(),
+                        [&](const SupportedContext& one) { return one.covers(sopClass.c_str()); })) {
+            auto holds = service->negotiateExtended(
+                sopClass, {item.serviceClassAppInfo, item.serviceClassAppInfoLength});
             if (!holds.empty())
                 return holds;
         }

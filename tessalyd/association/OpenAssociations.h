@@ -19,13 +19,13 @@ namespace tessaly::tessalyd {
 /// them.
 struct AssociationNames {
     std::string port;
-    std::string callingAETitle;
-    std::string calledAETitle;
+    std::string callingAeTitle;
+    std::string calledAeTitle;
     std::uint32_t address = 0;  ///< of the peer, IPv4
 
     /// For the log, which escapes what is not printable.
     [[nodiscard]] std::string text() const {
-        return callingAETitle + " > " + calledAETitle + " on port " + port;
+        return callingAeTitle + " > " + calledAeTitle + " on port " + port;
     }
 };
 

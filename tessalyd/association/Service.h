@@ -23,8 +23,9 @@ class Requester;
 /// as those are who ask for them by C-GET.
 enum class Role : std::uint8_t { Scu = 1, Scp = 2 };
 
-/// SOP classes that a service takes in one role of the requester. Negotiation is the sum of all offers.
-struct Offer {
+/// SOP classes that a service takes in one role of the requester. Negotiation is the sum of what all services
+/// support.
+struct SupportedContext {
     bool (*covers)(const char* sopClass);
     Role requester;
     /// 0: not taken. Of those proposed the highest wins, and the first among equals: it is what a sender has.
@@ -85,12 +86,12 @@ class Service {
     virtual ~Service() = default;
 
     [[nodiscard]] virtual T_DIMSE_Command command() const noexcept = 0;
-    [[nodiscard]] virtual std::span<const Offer> offers() const noexcept = 0;
+    [[nodiscard]] virtual std::span<const SupportedContext> supportedContexts() const noexcept = 0;
 
-    /// Extended negotiation of a SOP class that it offers: what of the requester's service class application
-    /// information holds; nothing where it is not answered. Called before the first request.
-    [[nodiscard]] virtual std::vector<std::uint8_t> extend(const std::string& /*sopClass*/,
-                                                           std::span<const std::uint8_t> /*proposed*/) {
+    /// Extended negotiation of a SOP class that it supports: what of the requester's service class
+    /// application information holds; nothing where it is not answered. Called before the first request.
+    [[nodiscard]] virtual std::vector<std::uint8_t> negotiateExtended(
+        const std::string& /*sopClass*/, std::span<const std::uint8_t> /*proposed*/) {
         return {};
     }
 

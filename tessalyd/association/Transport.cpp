@@ -11,7 +11,7 @@
 
 #include "dicom/net/transport/BoundedConnection.h"
 #include "tessalyd/Log.h"
-#include "tessalyd/association/CommandMeter.h"
+#include "tessalyd/association/CommandLengthLimit.h"
 
 namespace tessaly::tessalyd {
 
@@ -22,7 +22,7 @@ class Connection final : public dicom::BoundedConnection {
     /// Until endRequest() no wait goes beyond the limit of the request, however many there are.
     Connection(int socket, const std::stop_token& stop, const AssociationLimits& limits)
         : Connection(socket,
-                     std::make_shared<dicom::Bounds>(stop, Clock::now() + limits.request, limits.message),
+                     std::make_shared<dicom::IoLimits>(stop, Clock::now() + limits.request, limits.message),
                      limits) {}
     ~Connection() override { logClose(); }
 
@@ -62,16 +62,17 @@ class Connection final : public dicom::BoundedConnection {
     }
 
   private:
-    using Clock = dicom::Bounds::Clock;
-    using Phase = CommandMeter::Phase;
+    using Clock = dicom::IoLimits::Clock;
+    using Phase = CommandLengthLimit::Phase;
 
-    Connection(int socket, std::shared_ptr<dicom::Bounds> bounds, const AssociationLimits& limits)
+    Connection(int socket, std::shared_ptr<dicom::IoLimits> bounds, const AssociationLimits& limits)
         : BoundedConnection(socket, bounds), bounds_(std::move(bounds)), limits_(limits) {}
 
     /// Those of where the peer is in what it sends.
     void applyLimits() {
         const Phase phase = meter_.phase();
-        bounds_->setDeadline(phase == Phase::Command ? begun_ + limits_.command : dicom::Bounds::NoDeadline);
+        bounds_->setDeadline(phase == Phase::Command ? begun_ + limits_.command
+                                                     : dicom::IoLimits::NoDeadline);
         if (phase == Phase::Between)
             reading().restart({.silence = limits_.idle});
     }
@@ -82,9 +83,9 @@ class Connection final : public dicom::BoundedConnection {
         closed_ = true;
     }
 
-    std::shared_ptr<dicom::Bounds> bounds_;
+    std::shared_ptr<dicom::IoLimits> bounds_;
     AssociationLimits limits_;
-    CommandMeter meter_;
+    CommandLengthLimit meter_;
     Clock::time_point begun_;  // of the last message
     bool hasRequested_ = false;
     const int number_ = getSocket();

@@ -239,14 +239,14 @@ OpenAssociations::Event ControlObject::emitter(void (ControlObject::*emitEvent)(
 }
 
 void ControlObject::emitConnection(const AssociationNames& names, int total) {
-    emit OnConnection(QString::fromUtf8(names.port.c_str()), shown(names.callingAETitle),
-                      shown(names.calledAETitle),
+    emit OnConnection(QString::fromUtf8(names.port.c_str()), shown(names.callingAeTitle),
+                      shown(names.calledAeTitle),
                       static_cast<short>(std::min(total, int{std::numeric_limits<short>::max()})));
 }
 
 void ControlObject::emitEndConnection(const AssociationNames& names, int total) {
-    emit OnEndConnection(QString::fromUtf8(names.port.c_str()), shown(names.callingAETitle),
-                         shown(names.calledAETitle), total);
+    emit OnEndConnection(QString::fromUtf8(names.port.c_str()), shown(names.callingAeTitle),
+                         shown(names.calledAeTitle), total);
 }
 
 }  // namespace tessaly::tessalyd

@@ -62,9 +62,9 @@ class ControlObject : public QObject, protected QDBusContext {
     void Terminate();
 
   signals:
-    void OnConnection(const QString& port, const QString& callingAETitle, const QString& calledAETitle,
+    void OnConnection(const QString& port, const QString& callingAeTitle, const QString& calledAeTitle,
                       short openAssociations);
-    void OnEndConnection(const QString& port, const QString& callingAETitle, const QString& calledAETitle,
+    void OnEndConnection(const QString& port, const QString& callingAeTitle, const QString& calledAeTitle,
                          int openAssociations);
     void OnStart();
     void OnStop();

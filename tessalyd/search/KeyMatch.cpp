@@ -44,9 +44,9 @@ Found foundIf(bool matches) {
 constexpr std::size_t TellingPrefix = 3;
 
 /// The index condition of a pattern; nothing when it begins with a wildcard.
-std::optional<Narrowing> narrowingOf(const std::string& pattern, int column) {
+std::optional<IndexCondition> narrowingOf(const std::string& pattern, int column) {
     if (!hasWildcard(pattern))
-        return Narrowing{.kind = Narrowing::Kind::OneOf, .values = {pattern}, .column = column};
+        return IndexCondition{.kind = IndexCondition::Kind::OneOf, .values = {pattern}, .column = column};
     const std::string_view literal = withoutBlanks({pattern.data(), pattern.find_first_of(Wildcards)});
     // A name that ends before the wildcard is stored without the delimiters that would follow. It sorts
     // before the names that have them, and there are no letters between.
@@ -56,8 +56,9 @@ std::optional<Narrowing> narrowingOf(const std::string& pattern, int column) {
     std::string behind = behindPrefix(literal);
     const bool loose = prefix.size() < TellingPrefix;
     if (behind.empty())
-        return Narrowing{Narrowing::Kind::From, {std::string{prefix}}, column, loose};
-    return Narrowing{Narrowing::Kind::Prefix, {std::string{prefix}, std::move(behind)}, column, loose};
+        return IndexCondition{IndexCondition::Kind::From, {std::string{prefix}}, column, loose};
+    return IndexCondition{
+        IndexCondition::Kind::Prefix, {std::string{prefix}, std::move(behind)}, column, loose};
 }
 
 bool matchesGroup(const std::string& pattern, const std::string& group) {
@@ -125,7 +126,7 @@ class KeyMatchMaker {
             return;
         std::sort(uids.begin(), uids.end());
         uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
-        narrow(Narrowing{.kind = Narrowing::Kind::OneOf, .values = uids});
+        narrow(IndexCondition{.kind = IndexCondition::Kind::OneOf, .values = uids});
         match_.decide_ = [uids = std::move(uids)](std::string_view stored) {
             return foundIf(std::binary_search(uids.begin(), uids.end(), withoutBlanks(stored)));
         };
@@ -180,26 +181,26 @@ class KeyMatchMaker {
 
     /// For what cannot be understood, and is then found only where it is stored.
     void literally(std::string_view asked) {
-        narrow(Narrowing{.kind = Narrowing::Kind::OneOf, .values = {std::string{asked}}});
+        narrow(IndexCondition{.kind = IndexCondition::Kind::OneOf, .values = {std::string{asked}}});
         match_.decide_ = [wanted = std::string{asked}](std::string_view stored) {
             return foundIf(withoutBlanks(stored) == wanted);
         };
     }
 
   private:
-    void narrow(std::optional<Narrowing> narrowing) {
-        if (narrowing)
-            match_.alternatives_.push_back(std::move(*narrowing));
+    void narrow(std::optional<IndexCondition> indexCondition) {
+        if (indexCondition)
+            match_.alternatives_.push_back(std::move(*indexCondition));
     }
 
-    static Narrowing narrowingOf(const MomentRange& range) {
+    static IndexCondition narrowingOf(const MomentRange& range) {
         if (range.first == range.last)
-            return {Narrowing::Kind::OneOf, {range.first}};
+            return {IndexCondition::Kind::OneOf, {range.first}};
         if (range.last.empty())
-            return {Narrowing::Kind::From, {range.first}};
+            return {IndexCondition::Kind::From, {range.first}};
         if (range.first.empty())
-            return {Narrowing::Kind::Until, {range.last}};
-        return {Narrowing::Kind::Between, {range.first, range.last}};
+            return {IndexCondition::Kind::Until, {range.last}};
+        return {IndexCondition::Kind::Between, {range.first, range.last}};
     }
 
     /// A name that is not divided is looked for in all groups of those that are stored.

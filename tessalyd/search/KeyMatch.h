@@ -12,7 +12,7 @@ namespace tessaly::tessalyd {
 
 /// A condition that an index can be searched by. It lets through all that a key asks for, and may let through
 /// more; texts compare by their bytes.
-struct Narrowing {
+struct IndexCondition {
     enum class Kind { OneOf, Between, Prefix, From, Until, Null };
     Kind kind = Kind::OneOf;
     std::vector<std::string> values;  ///< of a Prefix: the first text with it and the first behind
@@ -37,13 +37,13 @@ class KeyMatch {
     }
 
     /// What can be searched for instead of looking at everything: the union of these. Empty: nothing can.
-    [[nodiscard]] const std::vector<Narrowing>& alternatives() const noexcept { return alternatives_; }
+    [[nodiscard]] const std::vector<IndexCondition>& alternatives() const noexcept { return alternatives_; }
 
   private:
     friend class KeyMatchMaker;
     using Decision = std::function<std::optional<std::size_t>(std::string_view)>;
     Decision decide_;
-    std::vector<Narrowing> alternatives_;
+    std::vector<IndexCondition> alternatives_;
 };
 
 /// A range of dates and times as one, from the texts of the two keys; nothing when neither is a range or one

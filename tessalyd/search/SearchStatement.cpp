@@ -7,7 +7,7 @@ namespace tessaly::tessalyd {
 
 namespace {
 
-using Kind = Narrowing::Kind;
+using Kind = IndexCondition::Kind;
 
 /// Columns that the rows are sorted by.
 using Order = std::vector<std::string_view>;
@@ -237,15 +237,15 @@ int cost(const ArchiveQuery::Key& key) {
     constexpr int LeavesSome = 10;
     constexpr int LeavesMany = 20;
     constexpr int LeavesMost = 30;
-    const Narrowing& narrowing = key.match.alternatives().front();
+    const IndexCondition& indexCondition = key.match.alternatives().front();
     // Of two UIDs the lower one leaves less.
     const int value =
         key.key->matching == Matching::Uid ? -static_cast<int>(key.key->level) : key.key->selectivity;
-    switch (narrowing.kind) {
+    switch (indexCondition.kind) {
         case Kind::OneOf:
             return value;
         case Kind::Prefix:
-            return value + (narrowing.loose ? LeavesMost : LeavesSome);
+            return value + (indexCondition.loose ? LeavesMost : LeavesSome);
         case Kind::Between:
             return value + LeavesMany;
         case Kind::From:
@@ -267,18 +267,18 @@ std::size_t chooseDriver(const ArchiveQuery& query) {
     return best;
 }
 
-void addPasses(SearchPlan& plan, const Shape& shape, const QueryKey& driver, const Narrowing& narrowing,
-               std::size_t alternative) {
-    const std::string_view column = driver.indexed.at(static_cast<std::size_t>(narrowing.column));
-    const auto& all = narrowing.values;
-    const std::size_t length = narrowing.kind == Kind::OneOf && all.size() > 1 ? ListLength : all.size();
+void addPasses(SearchPlan& plan, const Shape& shape, const QueryKey& driver,
+               const IndexCondition& indexCondition, std::size_t alternative) {
+    const std::string_view column = driver.indexed.at(static_cast<std::size_t>(indexCondition.column));
+    const auto& all = indexCondition.values;
+    const std::size_t length = indexCondition.kind == Kind::OneOf && all.size() > 1 ? ListLength : all.size();
     for (std::size_t at = 0; at < all.size(); at += length) {
         const auto first = all.begin() + static_cast<std::ptrdiff_t>(at);
         std::vector<std::string> values(
             first, first + static_cast<std::ptrdiff_t>(std::min(length, all.size() - at)));
         values.resize(length, std::string{values.back()});
         plan.passes.push_back(
-            shape.pass(driver.level, column, narrowing.kind, std::move(values), alternative));
+            shape.pass(driver.level, column, indexCondition.kind, std::move(values), alternative));
     }
 }
 

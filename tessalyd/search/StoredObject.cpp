@@ -72,8 +72,8 @@ StoredObject::StoredObject(const StoredInstance& instance) try
         throw std::runtime_error{"the file is another object's"};
     dicom::FileWindow window{size(),
                              [this](std::size_t offset, std::span<char> target) { readAt(offset, target); }};
-    if (dicom::isCutOff([&window](std::size_t index) { return window.at(index); }, size(),
-                        DcmXfer{kind().transferSyntax.c_str()}.getXfer()))
+    if (dicom::isTruncated([&window](std::size_t index) { return window.at(index); }, size(),
+                           DcmXfer{kind().transferSyntax.c_str()}.getXfer()))
         throw std::runtime_error{"the file is cut off"};
 } catch (const std::exception& fault) {
     OFLOG_DEBUG(serverLog(), instance.file.c_str() << ": " << fault.what());

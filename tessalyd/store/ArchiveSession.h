@@ -48,7 +48,7 @@ class ArchiveSession {
 
     /// As for db::Connection.
     [[nodiscard]] bool isInPlace() const { return db::isInPlace(connection_); }
-    [[nodiscard]] bool writesSideBySide() const { return connection_.writesSideBySide(); }
+    [[nodiscard]] bool supportsConcurrentWriters() const { return connection_.supportsConcurrentWriters(); }
 
   private:
     struct ImageRow {

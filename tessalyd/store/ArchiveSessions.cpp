@@ -86,7 +86,7 @@ ArchiveSessions::Lease ArchiveSessions::open(std::unique_lock<std::mutex> lock, 
     }
     lock.lock();
     isOpening_ = false;
-    sideBySide_ = session->writesSideBySide();
+    sideBySide_ = session->supportsConcurrentWriters();
     lock.unlock();
     returned_.notify_all();
     return {*this, std::move(session), generation};

@@ -70,7 +70,7 @@ void ArchiveWriter::check(const ObjectHeader& header) const {
 }
 
 void ArchiveWriter::checkEnd() const {
-    if (end_.isCutOff())
+    if (end_.isTruncated())
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The data set is cut off"};
 }
 

@@ -64,7 +64,7 @@ class ArchiveWriter {
     Decoding decoding_;
     IncomingObject object_;
     IncomingHeader incoming_;
-    dicom::CutOffCheck end_;
+    dicom::TruncationCheck end_;
     UnplacedBytes unplaced_;  // all that has come, until file_ is there
     dicom::SinkStream stream_;
     std::optional<ObjectHeader> header_;  // once it is known, with placement_ and file_

@@ -23,7 +23,7 @@ class DbTest : public QObject {
             u"CREATE TABLE T (K VARCHAR(16) PRIMARY KEY COLLATE NOCASE, N INTEGER, B BIT, L TEXT)"_s);
         connection_ = std::make_unique<db::Connection>();
         connection_->setConnectString("DSN=DicomFDB");
-        connection_->setCursorDriver(db::Connection::CursorDriver::Odbc);
+        connection_->setCursorDriver(db::Connection::CursorDriver::DriverFirst);
         connection_->establish();
     }
     void cleanup() {

@@ -2,8 +2,8 @@
 #include <QTest>
 
 #include "db/Query.h"
+#include "db/StreamedQuery.h"
 #include "db/Transaction.h"
-#include "db/Walk.h"
 #include "tests/db/Fault.h"
 #include "tests/support/ScratchCluster.h"
 #include "tests/support/ScratchDatabase.h"
@@ -35,7 +35,7 @@ class PostgresqlTest : public QObject {
             u"CREATE TABLE T (K VARCHAR(16) PRIMARY KEY COLLATE NOCASE, N INTEGER, L VARCHAR(8))"_s);
         connection_ = std::make_unique<db::Connection>();
         connection_->setConnectString("DSN=DicomFDB");
-        connection_->setCursorDriver(db::Connection::CursorDriver::Odbc);
+        connection_->setCursorDriver(db::Connection::CursorDriver::DriverFirst);
         connection_->establish();
     }
     void cleanup() {
@@ -276,7 +276,7 @@ void PostgresqlTest::whatDoesNotFitIsRefusedWhole() {
 void PostgresqlTest::aLongWalkOutlivesFailuresBesideIt() {
     constexpr int Rows = 5000;
     fill(Rows);
-    db::Walk walk{*connection_, "SELECT * FROM T ORDER BY N"};
+    db::StreamedQuery walk{*connection_, "SELECT * FROM T ORDER BY N"};
     int walked = 0;
     while (walk.next()) {
         QCOMPARE(walk.row().integer("N"), ++walked);
@@ -292,7 +292,7 @@ void PostgresqlTest::aLongWalkOutlivesFailuresBesideIt() {
 void PostgresqlTest::aLongWalkThatIsCutOffSaysSo() {
     constexpr int Rows = 5000;
     fill(Rows);
-    db::Walk walk{*connection_, "SELECT * FROM T"};
+    db::StreamedQuery walk{*connection_, "SELECT * FROM T"};
     QVERIFY(walk.next());
     endSessions();
     int walked = 1;
@@ -303,7 +303,7 @@ void PostgresqlTest::aLongWalkThatIsCutOffSaysSo() {
 void PostgresqlTest::aLongWalkHasRowsOfAnyLength() {
     scratch_->run(u"CREATE TABLE Long (L TEXT)"_s);
     scratch_->run(u"INSERT INTO Long SELECT repeat('x', i * 10) FROM generate_series(1, 2500) AS i"_s);
-    db::Walk walk{*connection_, "SELECT * FROM Long ORDER BY length(L)"};
+    db::StreamedQuery walk{*connection_, "SELECT * FROM Long ORDER BY length(L)"};
     std::size_t length = 0;
     while (walk.next()) {
         length += 10;
@@ -342,7 +342,7 @@ void PostgresqlTest::noLogFileIsLeft() {
         db::Connection connection;
         connection.setConnectString("DSN=DicomFDB");
         connection.establish();
-        db::Walk walk{connection, "SELECT * FROM T"};
+        db::StreamedQuery walk{connection, "SELECT * FROM T"};
         QVERIFY(!walk.next());
     }
     scratch_->setDataSource(scratch_->dataSource({line, u"Servername=/nowhere"_s}));

@@ -259,7 +259,7 @@ void ServerManualTest::aNewDatabase() {
              u"0"_s);
     // And the console is on it.
     Globals::DbConnection().setConnectString("DSN=DicomFDB");
-    Globals::DbConnection().setCursorDriver(db::Connection::CursorDriver::Odbc);
+    Globals::DbConnection().setCursorDriver(db::Connection::CursorDriver::DriverFirst);
     Globals::DbConnection().establish();
     QCOMPARE(Globals::DbConnection().engineName(), "PostgreSQL");
     TessalyManager window;

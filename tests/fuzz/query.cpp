@@ -29,20 +29,20 @@ void checkStatements(const ArchiveQuery& query) {
     }
 }
 
-bool isWithin(const Narrowing& narrowing, const std::string& value) {
-    const auto& values = narrowing.values;
-    switch (narrowing.kind) {
-        case Narrowing::Kind::OneOf:
+bool isWithin(const IndexCondition& indexCondition, const std::string& value) {
+    const auto& values = indexCondition.values;
+    switch (indexCondition.kind) {
+        case IndexCondition::Kind::OneOf:
             return std::find(values.begin(), values.end(), value) != values.end();
-        case Narrowing::Kind::Between:
+        case IndexCondition::Kind::Between:
             return values.at(0) <= value && value <= values.at(1);
-        case Narrowing::Kind::Prefix:
+        case IndexCondition::Kind::Prefix:
             return values.at(0) <= value && value < values.at(1);
-        case Narrowing::Kind::From:
+        case IndexCondition::Kind::From:
             return values.at(0) <= value;
-        case Narrowing::Kind::Until:
+        case IndexCondition::Kind::Until:
             return value <= values.at(0);
-        case Narrowing::Kind::Null:
+        case IndexCondition::Kind::Null:
             return false;
     }
     return false;
@@ -55,13 +55,13 @@ void checkKeys(const ArchiveQuery& query, const std::string& stored) {
         const auto found = key.match.matches(stored);
         if (!found || key.match.alternatives().empty())
             continue;
-        const Narrowing& narrowing = key.match.alternatives().at(*found);
+        const IndexCondition& indexCondition = key.match.alternatives().at(*found);
         if (key.key->matching == Matching::Name)
-            require(isWithin(narrowing, groups.at(static_cast<std::size_t>(narrowing.column))));
+            require(isWithin(indexCondition, groups.at(static_cast<std::size_t>(indexCondition.column))));
         else if (key.key->matching == Matching::Date)
-            require(isWithin(narrowing, stored) || stored.find('.') != std::string::npos);
+            require(isWithin(indexCondition, stored) || stored.find('.') != std::string::npos);
         else
-            require(isWithin(narrowing, stored));
+            require(isWithin(indexCondition, stored));
     }
 }
 

@@ -6,7 +6,7 @@
 
 #include "dicom/data/AttributeReader.h"
 #include "dicom/data/DataSetWalk.h"
-#include "tessalyd/association/CommandMeter.h"
+#include "tessalyd/association/CommandLengthLimit.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {
@@ -15,8 +15,8 @@ using tessaly::fuzz::require;
 
 /// Where the bytes are parted must not matter.
 void tryMeter(std::span<const char> bytes) {
-    tessaly::tessalyd::CommandMeter whole;
-    tessaly::tessalyd::CommandMeter parted;
+    tessaly::tessalyd::CommandLengthLimit whole;
+    tessaly::tessalyd::CommandLengthLimit parted;
     const bool good = whole.follow(bytes);
     const std::size_t middle = bytes.size() / 2;
     require(good == (parted.follow(bytes.first(middle)) && parted.follow(bytes.subspan(middle))));
@@ -65,14 +65,14 @@ void tryReader(std::string_view input, E_TransferSyntax syntax, std::size_t piec
 }
 
 /// A data set in memory, one in a file and one that arrives are judged alike.
-bool isCutOff(std::string_view input, E_TransferSyntax syntax, std::size_t piece) {
-    const bool cut = tessaly::dicom::isCutOff(input, syntax);
+bool isTruncated(std::string_view input, E_TransferSyntax syntax, std::size_t piece) {
+    const bool cut = tessaly::dicom::isTruncated(input, syntax);
     const auto byteAt = [input](std::size_t index) { return input[index]; };
-    require(cut == tessaly::dicom::isCutOff(byteAt, input.size(), syntax));
-    tessaly::dicom::CutOffCheck check{syntax};
+    require(cut == tessaly::dicom::isTruncated(byteAt, input.size(), syntax));
+    tessaly::dicom::TruncationCheck check{syntax};
     for (std::string_view left = input; !left.empty(); left.remove_prefix(std::min(piece, left.size())))
         check.take(left.substr(0, piece));
-    require(cut == check.isCutOff());
+    require(cut == check.isTruncated());
     return cut;
 }
 
@@ -89,9 +89,9 @@ void tessaly::fuzz::tryInput(std::string_view input) {
     const std::size_t piece = 1U + (choice >> 2U);
     input.remove_prefix(1);
     tryReader(input, syntax, piece);
-    const bool deep = dicom::nestsTooDeep(input, syntax);
-    const bool deepInHeader = dicom::nestsTooDeep(input, syntax, DcmTagKey{0x0020, 0x0014});
+    const bool deep = dicom::exceedsNestingLimit(input, syntax);
+    const bool deepInHeader = dicom::exceedsNestingLimit(input, syntax, DcmTagKey{0x0020, 0x0014});
     require(deep || !deepInHeader);
     // Zeros are what some devices fill up with.
-    require(!isCutOff(input, syntax, piece) || input.find_first_not_of('\0') != std::string_view::npos);
+    require(!isTruncated(input, syntax, piece) || input.find_first_not_of('\0') != std::string_view::npos);
 }

@@ -74,10 +74,10 @@ struct stat CompactTest::statusOf(const QString& path) {
     return status;
 }
 
-QString CompactTest::compact(const QString& path, const std::function<void()>& breathe,
+QString CompactTest::compact(const QString& path, const std::function<void()>& keepAlive,
                              const QString& dataSource) {
     try {
-        maintenance::compactDatabase(nativePath(path), breathe, nativePath(dataSource));
+        maintenance::compactDatabase(nativePath(path), keepAlive, nativePath(dataSource));
         return {};
     } catch (const std::exception& fault) {
         return QString::fromUtf8(fault.what());

@@ -39,7 +39,7 @@ class CompactTest : public QObject {
 
     /// The failure of a compaction in this process, empty when it succeeded.
     static QString compact(
-        const QString& path, const std::function<void()>& breathe = [] {}, const QString& dataSource = {});
+        const QString& path, const std::function<void()>& keepAlive = [] {}, const QString& dataSource = {});
     /// Opens a file, like a newcomer, while the engine works: for compact().
     static std::function<void()> opening(QFile& newcomer);
     /// The failure of a compaction in a process of its own (compact_child.cpp says what it takes).

@@ -76,7 +76,7 @@ void ScratchDatabase::openConsoleConnection() const {
     db::Connection& connection = Globals::DbConnection();
     connection.close();
     connection.setConnectString("DSN=DicomFDB");
-    connection.setCursorDriver(db::Connection::CursorDriver::Odbc);
+    connection.setCursorDriver(db::Connection::CursorDriver::DriverFirst);
     connection.establish();
     Globals::setConfigChanged(false);
 }

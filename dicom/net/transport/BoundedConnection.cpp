@@ -27,7 +27,7 @@ void setFlag(int socket, int level, int option) {
 
 }  // namespace
 
-BoundedConnection::BoundedConnection(int socket, std::shared_ptr<const Bounds> bounds)
+BoundedConnection::BoundedConnection(int socket, std::shared_ptr<const IoLimits> bounds)
     : DcmTCPConnection(socket),
       bounds_(std::move(bounds)),
       reading_(bounds_->pace()),
@@ -98,7 +98,7 @@ bool BoundedConnection::fill() {
         const Came came = receive();
         if (came != Came::Nothing)
             return came == Came::Bytes;
-        if (!waitToRead(Bounds::NoLimit))
+        if (!waitToRead(IoLimits::NoLimit))
             break;
     }
     if (!ended_) {
@@ -109,7 +109,7 @@ bool BoundedConnection::fill() {
 }
 
 bool BoundedConnection::glance() {
-    if (Bounds::Clock::now() - lastSent_ >= LongestGathering && !flush({}, Blocking::No))
+    if (IoLimits::Clock::now() - lastSent_ >= LongestGathering && !flush({}, Blocking::No))
         return true;
     if (begin_ > 0) {
         std::memmove(ahead_.data(), ahead_.data() + begin_, end_ - begin_);
@@ -121,9 +121,9 @@ bool BoundedConnection::glance() {
 }
 
 bool BoundedConnection::waitToRead(std::chrono::milliseconds atMost) {
-    const auto begun = Bounds::Clock::now();
+    const auto begun = IoLimits::Clock::now();
     const bool ready = bounds_->wait(getSocket(), POLLIN, std::min(atMost, reading_.left()));
-    reading_.addWait(Bounds::Clock::now() - begun);
+    reading_.addWait(IoLimits::Clock::now() - begun);
     return ready;
 }
 
@@ -159,7 +159,7 @@ bool BoundedConnection::flush(std::span<const char> more, Blocking blocking) {
         sent(all - left);
     const std::size_t stays = broken_ ? 0 : parts[0].iov_len;
     waiting_.erase(waiting_.begin(), waiting_.end() - static_cast<std::ptrdiff_t>(stays));
-    lastSent_ = Bounds::Clock::now();
+    lastSent_ = IoLimits::Clock::now();
     if (broken_)
         result_ = -1;
     return !broken_;
@@ -172,9 +172,9 @@ bool BoundedConnection::waitToSend() {
     if (!sending_.isUsed())
         queued_ = queued();
     while (sending_.left() > std::chrono::milliseconds::zero() && !bounds_->isExpired()) {
-        const auto begun = Bounds::Clock::now();
+        const auto begun = IoLimits::Clock::now();
         const bool ready = bounds_->wait(getSocket(), POLLOUT, std::min(Step, sending_.left()));
-        sending_.addWait(Bounds::Clock::now() - begun);
+        sending_.addWait(IoLimits::Clock::now() - begun);
         countTaken(0);
         if (ready || bounds_->isStopped())
             return ready;

@@ -10,13 +10,13 @@
 #include <span>
 #include <vector>
 
-#include "dicom/net/transport/Bounds.h"
+#include "dicom/net/transport/IoLimits.h"
 #include "dicom/net/transport/Patience.h"
 
 namespace tessaly::dicom {
 
 /// A connection of the DICOM toolkit on either side of an association, whose every wait is bounded: by the
-/// Bounds, and in each direction by the pace that the peer has to keep. After a stop nothing is read any
+/// IoLimits, and in each direction by the pace that the peer has to keep. After a stop nothing is read any
 /// more, and what the system takes at once is still sent: an abort, for example.
 ///
 /// The toolkit writes a message in pieces and leaves Nagle's algorithm on, so that each side would wait for
@@ -26,7 +26,7 @@ namespace tessaly::dicom {
 class BoundedConnection : public DcmTCPConnection {
   public:
     /// Takes the socket over.
-    BoundedConnection(int socket, std::shared_ptr<const Bounds> bounds);
+    BoundedConnection(int socket, std::shared_ptr<const IoLimits> bounds);
 
     ssize_t read(void* target, size_t size) override;
     ssize_t write(void* source, size_t size) override;
@@ -61,12 +61,12 @@ class BoundedConnection : public DcmTCPConnection {
     void countTaken(std::size_t written);
     [[nodiscard]] std::size_t queued();
 
-    std::shared_ptr<const Bounds> bounds_;
+    std::shared_ptr<const IoLimits> bounds_;
     Patience reading_;
     Patience sending_;
     std::size_t queued_ = 0;     // in the system's buffer, when it was last counted
     std::vector<char> waiting_;  // to be sent
-    Bounds::Clock::time_point lastSent_;
+    IoLimits::Clock::time_point lastSent_;
     bool broken_ = false;  // nothing can be sent any more
     bool ended_ = false;   // nothing comes any more
     std::array<char, 65536> ahead_;

@@ -28,7 +28,7 @@ const sockaddr* generic(const sockaddr_in& address) {
 }
 
 /// True when the connection stands; errno tells why not.
-bool connectBounded(int socket, const sockaddr_in& peer, const Bounds& bounds,
+bool connectBounded(int socket, const sockaddr_in& peer, const IoLimits& bounds,
                     std::chrono::milliseconds atMost) {
     if (::connect(socket, generic(peer), sizeof peer) == 0)
         return true;
@@ -59,7 +59,7 @@ std::string listenAnywhere(int socket) {
 
 class Connection final : public BoundedConnection {
   public:
-    Connection(int socket, std::shared_ptr<const Bounds> bounds, BoundedTransport::Traffic traffic)
+    Connection(int socket, std::shared_ptr<const IoLimits> bounds, BoundedTransport::Traffic traffic)
         : BoundedConnection(socket, std::move(bounds)), traffic_(std::move(traffic)) {
         reading().restart({});  // every answer has a deadline of its own
     }
@@ -80,7 +80,7 @@ class Connection final : public BoundedConnection {
 
 }  // namespace
 
-BoundedTransport::BoundedTransport(std::shared_ptr<Bounds> bounds, Traffic traffic)
+BoundedTransport::BoundedTransport(std::shared_ptr<IoLimits> bounds, Traffic traffic)
     : bounds_(std::move(bounds)), traffic_(std::move(traffic)) {}
 
 std::optional<std::string> BoundedTransport::connect(const std::string& dotted, std::uint16_t port,

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "base/FileDescriptor.h"
-#include "dicom/net/transport/Bounds.h"
+#include "dicom/net/transport/IoLimits.h"
 
 namespace tessaly::dicom {
 
@@ -21,19 +21,19 @@ namespace tessaly::dicom {
 /// stopped.
 class BoundedTransport : public DcmTransportLayer {
   public:
-    using Clock = Bounds::Clock;
+    using Clock = IoLimits::Clock;
     /// Told of the bytes that come (0 is the end, -1 a failure) and go.
     struct Traffic {
         std::function<void(int socket, ssize_t bytes)> received;
         std::function<void(int socket, std::size_t bytes)> sent;
     };
 
-    BoundedTransport(std::shared_ptr<Bounds> bounds, Traffic traffic = {});
+    BoundedTransport(std::shared_ptr<IoLimits> bounds, Traffic traffic = {});
     ~BoundedTransport() override = default;
     BoundedTransport(const BoundedTransport&) = delete;
     BoundedTransport& operator=(const BoundedTransport&) = delete;
 
-    [[nodiscard]] Bounds& bounds() const noexcept { return *bounds_; }
+    [[nodiscard]] IoLimits& bounds() const noexcept { return *bounds_; }
     /// True once a TCP connection stood.
     [[nodiscard]] bool wasConnected() const noexcept { return connected_; }
 
@@ -46,7 +46,7 @@ class BoundedTransport : public DcmTransportLayer {
     DcmTransportConnection* createConnection(DcmNativeSocketType openSocket, OFBool useSecureLayer) override;
 
   private:
-    std::shared_ptr<Bounds> bounds_;
+    std::shared_ptr<IoLimits> bounds_;
     Traffic traffic_;
     base::FileDescriptor socket_;    // connected to the peer, until an association has it
     base::FileDescriptor loopback_;  // what DCMTK connects to itself meanwhile

@@ -65,16 +65,16 @@ void send(const Request& request, Requester& requester, DIC_US status, DcmDatase
 
 }  // namespace
 
-std::span<const Offer> FindService::offers() const noexcept {
-    static constexpr std::array Offers{
-        Offer{.covers = [](const char* uid) { return uid == PatientRoot || uid == StudyRoot; },
-              .requester = Role::Scu,
-              .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }}};
+std::span<const SupportedContext> FindService::supportedContexts() const noexcept {
+    static constexpr std::array Offers{SupportedContext{
+        .covers = [](const char* uid) { return uid == PatientRoot || uid == StudyRoot; },
+        .requester = Role::Scu,
+        .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }}};
     return Offers;
 }
 
-std::vector<std::uint8_t> FindService::extend(const std::string& sopClass,
-                                              std::span<const std::uint8_t> proposed) {
+std::vector<std::uint8_t> FindService::negotiateExtended(const std::string& sopClass,
+                                                         std::span<const std::uint8_t> proposed) {
     QueryOptions& options = options_[sopClass];
     options.relational = !proposed.empty() && proposed[0] == 1;
     options.combinedDateTime = proposed.size() > 1 && proposed[1] == 1;
@@ -116,7 +116,7 @@ bool FindService::sendAnswers(QueryIdentifier query, const Request& request, Req
     Watch watch{requester};
     const auto isCancelled = [&watch] { return watch.isCancelled(); };
     const std::string& title = requester.port().aeTitle;
-    QueryAnswers answers{std::move(query), title.empty() ? requester.names().calledAETitle : title,
+    QueryAnswers answers{std::move(query), title.empty() ? requester.names().calledAeTitle : title,
                          SearchLimits{.timeout = rules_->timeout(), .stop = isCancelled}};
     while (!answers.isComplete()) {
         if (!read(answers, isCancelled))

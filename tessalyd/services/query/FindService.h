@@ -22,10 +22,10 @@ class FindService final : public Service {
         : rules_(std::move(rules)), sessions_(sessions) {}
 
     [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_FIND_RQ; }
-    [[nodiscard]] std::span<const Offer> offers() const noexcept override;
+    [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override;
     /// Relational queries, and dates and times that are compared together.
-    [[nodiscard]] std::vector<std::uint8_t> extend(const std::string& sopClass,
-                                                   std::span<const std::uint8_t> proposed) override;
+    [[nodiscard]] std::vector<std::uint8_t> negotiateExtended(
+        const std::string& sopClass, std::span<const std::uint8_t> proposed) override;
     void answer(const Request& request, Requester& requester) override;
     [[nodiscard]] std::string summary() const override;
 

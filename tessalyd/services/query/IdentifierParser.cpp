@@ -79,7 +79,7 @@ std::unique_ptr<DcmDataset> parseIdentifier(std::span<const char> bytes, E_Trans
         throw refused("Sequences of the identifier are nested too deeply");
     if (collector.hasTooMany())
         throw refused("The identifier has too many elements");
-    if (walk.isIncomplete() || dicom::isCutOff(bytes, syntax))
+    if (walk.isIncomplete() || dicom::isTruncated(bytes, syntax))
         throw refused("The identifier is cut off");
     auto dataset = std::make_unique<DcmDataset>();
     for (const auto& [tag, read] : collector.elements()) {

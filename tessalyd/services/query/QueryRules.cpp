@@ -20,7 +20,7 @@ bool QueryRules::mayQuery(const std::string& callingAeTitle) const {
 }
 
 void QueryRules::require(const Requester& requester) const {
-    if (mayQuery(requester.names().callingAETitle))
+    if (mayQuery(requester.names().callingAeTitle))
         return;
     requester.log(PeerLog::Event::Refusal, "refused: no node with this AE title may query");
     constexpr DIC_US NotAuthorized = 0x0124;

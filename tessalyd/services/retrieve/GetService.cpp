@@ -176,14 +176,15 @@ class GetService::Sending {
     bool answered_ = false;
 };
 
-std::span<const Offer> GetService::offers() const noexcept {
+std::span<const SupportedContext> GetService::supportedContexts() const noexcept {
     static constexpr std::array Offers{
-        Offer{.covers = Retrieval::isGet,
-              .requester = Role::Scu,
-              .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }},
-        Offer{.covers = [](const char* uid) -> bool { return dcmIsaStorageSOPClassUID(uid); },
-              .requester = Role::Scp,
-              .preference = preferenceToSend}};
+        SupportedContext{
+            .covers = Retrieval::isGet,
+            .requester = Role::Scu,
+            .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }},
+        SupportedContext{.covers = [](const char* uid) -> bool { return dcmIsaStorageSOPClassUID(uid); },
+                         .requester = Role::Scp,
+                         .preference = preferenceToSend}};
     return Offers;
 }
 

@@ -14,7 +14,7 @@ class GetService final : public Service {
     GetService(QueryAccess& access, decoder::Pool& decoders) : retrieval_(access, decoders) {}
 
     [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_GET_RQ; }
-    [[nodiscard]] std::span<const Offer> offers() const noexcept override;
+    [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override;
     void answer(const Request& request, Requester& requester) override;
     [[nodiscard]] std::string summary() const override { return retrieval_.summary("C-GET"); }
 

@@ -78,11 +78,11 @@ std::vector<dicom::ObjectKind> kindsOf(const InstanceList& instances) {
 
 }  // namespace
 
-MoveJob::MoveJob(Order order, InstanceList instances, OutboundTurns& turns, decoder::Pool& decoders,
+MoveJob::MoveJob(Order order, InstanceList instances, OutboundSlots& outboundSlots, decoder::Pool& decoders,
                  PeerLog& log)
     : order_(std::move(order)),
       instances_(std::move(instances)),
-      turns_(turns),
+      outboundSlots_(outboundSlots),
       decoders_(decoders),
       log_(log),
       operations_(instances_.size()),
@@ -137,8 +137,8 @@ void MoveJob::run(const std::stop_token& stop) {
 }
 
 void MoveJob::sendAll(const std::stop_token& stop) {
-    const auto turn = turns_.take(order_.originator.aeTitle, stop);
-    if (!turn)
+    const auto slot = outboundSlots_.take(order_.originator.aeTitle, stop);
+    if (!slot)
         return;
     const auto kinds = kindsOf(instances_);
     dicom::ObjectSender sender{order_.destination, kinds, stop, order_.limits, dumps()};

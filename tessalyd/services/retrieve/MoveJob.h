@@ -11,7 +11,7 @@
 #include "dicom/net/ObjectSender.h"
 #include "tessalyd/association/PeerLog.h"
 #include "tessalyd/search/InstanceList.h"
-#include "tessalyd/services/retrieve/OutboundTurns.h"
+#include "tessalyd/services/retrieve/OutboundSlots.h"
 #include "tessalyd/services/retrieve/SubOperations.h"
 
 namespace tessaly::tessalyd {
@@ -30,7 +30,8 @@ class MoveJob {
     };
 
     /// Turns, decoders and log outlive it.
-    MoveJob(Order order, InstanceList instances, OutboundTurns& turns, decoder::Pool& decoders, PeerLog& log);
+    MoveJob(Order order, InstanceList instances, OutboundSlots& outboundSlots, decoder::Pool& decoders,
+            PeerLog& log);
     ~MoveJob();
     MoveJob(const MoveJob&) = delete;
     MoveJob& operator=(const MoveJob&) = delete;
@@ -55,7 +56,7 @@ class MoveJob {
 
     const Order order_;
     InstanceList instances_;
-    OutboundTurns& turns_;
+    OutboundSlots& outboundSlots_;
     decoder::Pool& decoders_;
     PeerLog& log_;
     std::size_t unlogged_ = 0;  // failures that one line stands for

@@ -18,11 +18,11 @@ constexpr std::chrono::milliseconds LookInterval{100};
 
 }  // namespace
 
-std::span<const Offer> MoveService::offers() const noexcept {
-    static constexpr std::array Offers{
-        Offer{.covers = Retrieval::isMove, .requester = Role::Scu, .preference = [](E_TransferSyntax syntax) {
-                  return dicom::isUncompressed(syntax) ? 1 : 0;
-              }}};
+std::span<const SupportedContext> MoveService::supportedContexts() const noexcept {
+    static constexpr std::array Offers{SupportedContext{
+        .covers = Retrieval::isMove, .requester = Role::Scu, .preference = [](E_TransferSyntax syntax) {
+            return dicom::isUncompressed(syntax) ? 1 : 0;
+        }}};
     return Offers;
 }
 
@@ -39,7 +39,7 @@ void MoveService::answer(const Request& request, Requester& requester) {
 
 QueryRules::Destination MoveService::destination(const Request& request, const Requester& requester) const {
     const std::string title{base::trimmed(request.message.msg.CMoveRQ.MoveDestination)};
-    auto found = retrieval_.rules().destination(title, requester.names().calledAETitle);
+    auto found = retrieval_.rules().destination(title, requester.names().calledAeTitle);
     if (found)
         return std::move(*found);
     requester.log(PeerLog::Event::Refusal, "no node with the AE title " + title + " may be sent to");
@@ -52,13 +52,13 @@ void MoveService::move(const Request& request, Requester& requester,
     try {
         started.emplace(MoveJob::Order{.destination = {.host = destination.host,
                                                        .port = base::tcpPort(destination.port).value_or(0),
-                                                       .callingAETitle = destination.callingAeTitle,
-                                                       .calledAETitle = destination.aeTitle},
-                                       .originator = {.aeTitle = requester.names().callingAETitle,
+                                                       .callingAeTitle = destination.callingAeTitle,
+                                                       .calledAeTitle = destination.aeTitle},
+                                       .originator = {.aeTitle = requester.names().callingAeTitle,
                                                       .messageId = request.message.msg.CMoveRQ.MessageID},
                                        .name = requester.names().text() + ", to " + destination.node,
                                        .requester = requester.names().address},
-                        std::move(instances), turns_, retrieval_.decoders(), requester.log());
+                        std::move(instances), outboundSlots_, retrieval_.decoders(), requester.log());
     } catch (const std::system_error& error) {
         requester.log(PeerLog::Event::Failure, std::string{"move not begun: "} + error.what());
         throw RequestFailure{STATUS_MOVE_Refused_OutOfResourcesSubOperations, "No thread is to be had"};

@@ -10,10 +10,10 @@ class MoveService final : public Service {
   public:
     /// Both outlive it.
     MoveService(QueryAccess& access, decoder::Pool& decoders)
-        : retrieval_(access, decoders), turns_(access.turns()) {}
+        : retrieval_(access, decoders), outboundSlots_(access.outboundSlots()) {}
 
     [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_MOVE_RQ; }
-    [[nodiscard]] std::span<const Offer> offers() const noexcept override;
+    [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override;
     void answer(const Request& request, Requester& requester) override;
     [[nodiscard]] std::string summary() const override { return retrieval_.summary("C-MOVE"); }
 
@@ -24,7 +24,7 @@ class MoveService final : public Service {
               InstanceList instances);
 
     Retrieval retrieval_;
-    OutboundTurns& turns_;
+    OutboundSlots& outboundSlots_;
 };
 
 }  // namespace tessaly::tessalyd

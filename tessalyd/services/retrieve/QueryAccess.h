@@ -5,7 +5,7 @@
 
 #include "tessalyd/services/query/QueryRules.h"
 #include "tessalyd/services/query/QuerySessions.h"
-#include "tessalyd/services/retrieve/OutboundTurns.h"
+#include "tessalyd/services/retrieve/OutboundSlots.h"
 
 namespace tessaly::tessalyd {
 
@@ -31,13 +31,13 @@ class QueryAccess {
     }
     [[nodiscard]] QuerySessions& sessions() noexcept { return sessions_; }
     /// Of the associations that moves open.
-    [[nodiscard]] OutboundTurns& turns() noexcept { return turns_; }
+    [[nodiscard]] OutboundSlots& outboundSlots() noexcept { return outboundSlots_; }
 
   private:
     mutable std::mutex mutex_;
     std::shared_ptr<const QueryRules> rules_;
     QuerySessions sessions_;
-    OutboundTurns turns_;
+    OutboundSlots outboundSlots_;
 };
 
 }  // namespace tessaly::tessalyd

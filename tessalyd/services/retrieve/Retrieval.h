@@ -24,7 +24,7 @@ class Retrieval {
 
     [[nodiscard]] decoder::Pool& decoders() const noexcept { return decoders_; }
 
-    /// The SOP classes of both information models, for the offers.
+    /// The SOP classes of both information models, as a service supports them.
     [[nodiscard]] static bool isGet(const char* sopClass);
     [[nodiscard]] static bool isMove(const char* sopClass);
 

@@ -17,17 +17,17 @@ namespace {
 
 /// For the file, which may do without: a title with controls in it is none.
 std::string callingTitle(const Requester& requester) {
-    const std::string& title = requester.names().callingAETitle;
+    const std::string& title = requester.names().callingAeTitle;
     return printable(title) == title ? title : std::string{};
 }
 
 }  // namespace
 
-std::span<const Offer> StoreService::offers() const noexcept {
-    static constexpr std::array Offers{
-        Offer{.covers = [](const char* uid) -> bool { return dcmIsaStorageSOPClassUID(uid); },
-              .requester = Role::Scu,
-              .preference = [](E_TransferSyntax syntax) { return dicom::isArchived(syntax) ? 1 : 0; }}};
+std::span<const SupportedContext> StoreService::supportedContexts() const noexcept {
+    static constexpr std::array Offers{SupportedContext{
+        .covers = [](const char* uid) -> bool { return dcmIsaStorageSOPClassUID(uid); },
+        .requester = Role::Scu,
+        .preference = [](E_TransferSyntax syntax) { return dicom::isArchived(syntax) ? 1 : 0; }}};
     return Offers;
 }
 

@@ -13,7 +13,7 @@ class StoreService final : public Service {
     StoreService(ArchiveIndex& index, decoder::Pool& decoders) : index_(index), decoders_(decoders) {}
 
     [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_STORE_RQ; }
-    [[nodiscard]] std::span<const Offer> offers() const noexcept override;
+    [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override;
     void answer(const Request& request, Requester& requester) override;
     [[nodiscard]] std::string summary() const override;
 

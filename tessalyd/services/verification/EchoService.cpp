@@ -10,11 +10,11 @@
 
 namespace tessaly::tessalyd {
 
-std::span<const Offer> EchoService::offers() const noexcept {
-    static constexpr std::array Offers{
-        Offer{.covers = [](const char* uid) { return std::string_view{uid} == UID_VerificationSOPClass; },
-              .requester = Role::Scu,
-              .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }}};
+std::span<const SupportedContext> EchoService::supportedContexts() const noexcept {
+    static constexpr std::array Offers{SupportedContext{
+        .covers = [](const char* uid) { return std::string_view{uid} == UID_VerificationSOPClass; },
+        .requester = Role::Scu,
+        .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }}};
     return Offers;
 }
 

@@ -8,7 +8,7 @@ namespace tessaly::tessalyd {
 class EchoService final : public Service {
   public:
     [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_ECHO_RQ; }
-    [[nodiscard]] std::span<const Offer> offers() const noexcept override;
+    [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override;
     void answer(const Request& request, Requester& requester) override;
 };
 

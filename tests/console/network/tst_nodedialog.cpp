@@ -172,8 +172,8 @@ void NodeDialogTest::verifyAsksThePeer() {
         form.click(u"cmdTest"_s);
         form.click(u"cmdCancel"_s);
     });
-    QCOMPARE(peer.callingAETitle(), std::string{"STORESCP"});
-    QCOMPARE(peer.calledAETitle(), std::string{"REMOTE"});
+    QCOMPARE(peer.callingAeTitle(), std::string{"STORESCP"});
+    QCOMPARE(peer.calledAeTitle(), std::string{"REMOTE"});
     QCOMPARE(refusing.connections(), 1);
     QCOMPARE(count(), 2);
     QVERIFY(!Globals::ConfigChanged());

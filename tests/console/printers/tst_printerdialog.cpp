@@ -333,9 +333,9 @@ void PrinterDialogTest::verifyAsksThePeer() {
              }
              form.click(u"cmdCancel"_s);
          });
-    QCOMPARE(printer.calledAETitle(), std::string{"PRINTER"});
+    QCOMPARE(printer.calledAeTitle(), std::string{"PRINTER"});
     // Asked with an empty title: the verifier gives its own.
-    QCOMPARE(printer.callingAETitle(), std::string{dicom::Verifier::DefaultCallingAETitle});
+    QCOMPARE(printer.callingAeTitle(), std::string{dicom::Verifier::DefaultCallingAeTitle});
     QCOMPARE(count(), 2);  // nothing saved
 }
 

@@ -13,9 +13,9 @@
 #include <stdexcept>
 
 #include "console/ui/ConsoleEnd.h"
+#include "console/ui/FocusOutFilter.h"
 #include "console/ui/FolderPicker.h"
 #include "console/ui/Guard.h"
-#include "console/ui/LeaveFilter.h"
 #include "console/ui/Mnemonics.h"
 #include "console/ui/ReportList.h"
 #include "tests/support/BoxScript.h"

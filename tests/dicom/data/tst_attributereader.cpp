@@ -143,14 +143,14 @@ void AttributeReaderTest::theEndIsFoundInWhateverPiecesItComes() {
     for (qsizetype size = 0; size <= data.size(); ++size) {
         const QByteArray part = data.first(size);
         const auto byteAt = [&part](std::size_t index) { return part[static_cast<qsizetype>(index)]; };
-        const bool whole = isCutOff(view(part), transferSyntax);
-        QCOMPARE(isCutOff(byteAt, static_cast<std::size_t>(size), transferSyntax), whole);
-        CutOffCheck check{transferSyntax};
+        const bool whole = isTruncated(view(part), transferSyntax);
+        QCOMPARE(isTruncated(byteAt, static_cast<std::size_t>(size), transferSyntax), whole);
+        TruncationCheck check{transferSyntax};
         for (const char& byte : part)
             check.take({&byte, 1});
-        QCOMPARE(check.isCutOff(), whole);
+        QCOMPARE(check.isTruncated(), whole);
     }
-    QVERIFY(!isCutOff(view(data), transferSyntax));
+    QVERIFY(!isTruncated(view(data), transferSyntax));
 }
 
 /// They are put into order when they are decoded, which takes its time.
@@ -256,8 +256,8 @@ void AttributeReaderTest::noDisguiseHidesTheDepth() {
     const QByteArray nested{sequences.data(), static_cast<qsizetype>(sequences.size())};
     const QByteArray disguise = QByteArray::fromHex("09000110") + "OB" + QByteArray::fromHex("000014000000") +
                                 QByteArray::fromHex("feff00e0ffffffff090002104f420000ffffff00");
-    QVERIFY(nestsTooDeep(view(nested), EXS_LittleEndianExplicit));
-    QVERIFY(nestsTooDeep(view(disguise + nested), EXS_LittleEndianExplicit));
+    QVERIFY(exceedsNestingLimit(view(nested), EXS_LittleEndianExplicit));
+    QVERIFY(exceedsNestingLimit(view(disguise + nested), EXS_LittleEndianExplicit));
 }
 
 void AttributeReaderTest::aDeflatedFileHasItsHeader() {

@@ -37,8 +37,8 @@ class Peer {
     [[nodiscard]] QString port() const { return QString::number(port_); }
     [[nodiscard]] int connections() const { return connections_; }
     /// The titles of the last association asked for; valid once its verification has come back.
-    [[nodiscard]] std::string callingAETitle() const { return calling_; }
-    [[nodiscard]] std::string calledAETitle() const { return called_; }
+    [[nodiscard]] std::string callingAeTitle() const { return calling_; }
+    [[nodiscard]] std::string calledAeTitle() const { return called_; }
 
   private:
     void serve();

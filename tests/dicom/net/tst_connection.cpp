@@ -31,7 +31,7 @@ class OpenConnection : public BoundedConnection {
 
 /// A connection with its other end, which the test holds.
 struct Ends {
-    explicit Ends(std::shared_ptr<const Bounds> bounds) {
+    explicit Ends(std::shared_ptr<const IoLimits> bounds) {
         std::array<int, 2> both{};
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both.data()) < 0)
             throw std::runtime_error{"no sockets"};
@@ -92,7 +92,7 @@ void ConnectionTest::connectingHasAnEnd() {
     const FullPort full;
     std::stop_source stop;
     auto connected = std::async(std::launch::async, [&] {
-        BoundedTransport transport{std::make_shared<Bounds>(stop.get_token())};
+        BoundedTransport transport{std::make_shared<IoLimits>(stop.get_token())};
         const bool stands =
             transport.connect("127.0.0.1", full.port().toUShort(), stopped ? 1h : 100ms).has_value();
         return std::pair{stands, errno};
@@ -105,7 +105,7 @@ void ConnectionTest::connectingHasAnEnd() {
 }
 
 void ConnectionTest::aConnectionThatNobodyTakesIsToldApart() {
-    BoundedTransport transport{std::make_shared<Bounds>(std::stop_token{})};
+    BoundedTransport transport{std::make_shared<IoLimits>(std::stop_token{})};
     QVERIFY(!transport.connect("127.0.0.1", unusedPort().toUShort(), 1h));
     QCOMPARE(errno, ECONNREFUSED);
     QVERIFY(!transport.connect("no address", 104, 1h));
@@ -123,10 +123,10 @@ void ConnectionTest::readingAndWritingHaveAnEnd() {
     QFETCH(const QString, end);
     for (const bool writes : {false, true}) {
         std::stop_source stop;
-        const auto bounds = std::make_shared<Bounds>(
+        const auto bounds = std::make_shared<IoLimits>(
             stop.get_token(),
-            end == QStringLiteral("deadline") ? Bounds::Clock::now() + 100ms : Bounds::NoDeadline,
-            Pace{.silence = end == QStringLiteral("silence") ? 100ms : Bounds::NoLimit});
+            end == QStringLiteral("deadline") ? IoLimits::Clock::now() + 100ms : IoLimits::NoDeadline,
+            Pace{.silence = end == QStringLiteral("silence") ? 100ms : IoLimits::NoLimit});
         Ends ends{bounds};
         auto result = std::async(std::launch::async, [&] { return writes ? ends.writeMuch() : ends.read(); });
         if (end == QStringLiteral("stop")) {
@@ -139,7 +139,7 @@ void ConnectionTest::readingAndWritingHaveAnEnd() {
 
 void ConnectionTest::afterAStopNothingIsReadAndTheLastWordIsSent() {
     std::stop_source stop;
-    Ends ends{std::make_shared<Bounds>(stop.get_token())};
+    Ends ends{std::make_shared<IoLimits>(stop.get_token())};
     QCOMPARE(::send(ends.other, "x", 1, 0), ssize_t{1});
     stop.request_stop();
     QCOMPARE(ends.read(), ssize_t{-1});
@@ -150,7 +150,7 @@ void ConnectionTest::afterAStopNothingIsReadAndTheLastWordIsSent() {
 }
 
 void ConnectionTest::piecesGoOutTogether() {
-    Ends ends{std::make_shared<Bounds>(std::stop_token{})};
+    Ends ends{std::make_shared<IoLimits>(std::stop_token{})};
     char piece = 'p';
     QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
     QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
@@ -162,7 +162,7 @@ void ConnectionTest::piecesGoOutTogether() {
 }
 
 void ConnectionTest::aGlanceSendsWhatHasWaited() {
-    Ends ends{std::make_shared<Bounds>(std::stop_token{})};
+    Ends ends{std::make_shared<IoLimits>(std::stop_token{})};
     char piece = 'p';
     QCOMPARE(ends.near->write(&piece, 1), ssize_t{1});
     QVERIFY(!ends.near->networkDataAvailable(0));  // nothing has ever been sent: that is long enough ago
@@ -174,7 +174,7 @@ void ConnectionTest::aGlanceSendsWhatHasWaited() {
 
 void ConnectionTest::aGlanceDoesNotWaitForAPeerThatTakesNothing() {
     std::stop_source stop;
-    Ends ends{std::make_shared<Bounds>(stop.get_token())};
+    Ends ends{std::make_shared<IoLimits>(stop.get_token())};
     const std::vector<char> bytes(4096);
     while (::send(ends.near->getSocket(), bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
     }
@@ -201,8 +201,8 @@ void ConnectionTest::aPeerThatKeepsTheRateIsWaitedFor() {
     QFETCH(const int, rate);
     QFETCH(const bool, keeps);
     Ends ends{
-        std::make_shared<Bounds>(std::stop_token{}, Bounds::NoDeadline,
-                                 Pace{.silence = 2s, .bytesPerSecond = static_cast<std::size_t>(rate)})};
+        std::make_shared<IoLimits>(std::stop_token{}, IoLimits::NoDeadline,
+                                   Pace{.silence = 2s, .bytesPerSecond = static_cast<std::size_t>(rate)})};
     // Some megabytes a second, for longer than the silence.
     std::jthread reader{[&ends](const std::stop_token& stop) {
         std::vector<char> part(std::size_t{128} << 10U);

@@ -35,7 +35,7 @@ constexpr ObjectSender::Limits Short{.connect = 300ms, .silence = 300ms};
 constexpr ObjectSender::Limits Long{.connect = 1h, .silence = 1h};
 
 Destination at(std::uint16_t port) {
-    return {.host = "127.0.0.1", .port = port, .callingAETitle = "TESSALY", .calledAETitle = "PEER"};
+    return {.host = "127.0.0.1", .port = port, .callingAeTitle = "TESSALY", .calledAeTitle = "PEER"};
 }
 Destination at(const QString& port) {
     return at(port.toUShort());

@@ -45,8 +45,8 @@ VerificationResult verify(const QString& port, const std::string& called = "PEER
                           const Verifier::Limits& limits = {}, const std::string& calling = "TESSALY") {
     return Verifier{limits}.verify({.host = "127.0.0.1",
                                     .port = port.toStdString(),
-                                    .callingAETitle = calling,
-                                    .calledAETitle = called});
+                                    .callingAeTitle = calling,
+                                    .calledAeTitle = called});
 }
 
 /// This process's sockets that are connected to the port.
@@ -152,15 +152,15 @@ void VerificationTest::nobodyTakesTheConnection() {
 }
 
 void VerificationTest::unknownHost() {
-    QCOMPARE(Verifier{}.verify({.host = "", .port = "104", .calledAETitle = "PEER"}).outcome,
+    QCOMPARE(Verifier{}.verify({.host = "", .port = "104", .calledAeTitle = "PEER"}).outcome,
              Outcome::Unreachable);
-    QCOMPARE(Verifier{}.verify({.host = "no such host", .port = "104", .calledAETitle = "PEER"}).outcome,
+    QCOMPARE(Verifier{}.verify({.host = "no such host", .port = "104", .calledAeTitle = "PEER"}).outcome,
              Outcome::Unreachable);
 }
 
 void VerificationTest::aResolverThatHangsIsLeftBehind() {
     const VerificationResult result =
-        Verifier{Short}.verify({.host = HangingHost, .port = "104", .calledAETitle = "PEER"});
+        Verifier{Short}.verify({.host = HangingHost, .port = "104", .calledAeTitle = "PEER"});
     QCOMPARE(result.outcome, Outcome::TimedOut);
 }
 
@@ -179,10 +179,10 @@ void VerificationTest::theLimitHoldsWhateverThePeerDoes() {
 void VerificationTest::anEmptyCallingTitleIsTheVerifiersOwn() {
     const Peer peer{Peer::Manner::Accepts};
     QCOMPARE(verify(peer.port(), "PEER", {}, "").outcome, Outcome::Success);
-    QCOMPARE(peer.callingAETitle(), std::string{Verifier::DefaultCallingAETitle});
+    QCOMPARE(peer.callingAeTitle(), std::string{Verifier::DefaultCallingAeTitle});
     QCOMPARE(verify(peer.port(), "With Blank", {}, "lower's").outcome, Outcome::Success);
-    QCOMPARE(peer.callingAETitle(), std::string{"lower's"});
-    QCOMPARE(peer.calledAETitle(), std::string{"With Blank"});
+    QCOMPARE(peer.callingAeTitle(), std::string{"lower's"});
+    QCOMPARE(peer.calledAeTitle(), std::string{"With Blank"});
 }
 
 void VerificationTest::aBlankTitleIsNotTried() {
@@ -243,7 +243,7 @@ void VerificationTest::aStopEndsTheWait() {
         std::stop_source stop;
         auto waiting = std::async(std::launch::async, [&] {
             return Verifier{{.total = 1h, .resolve = 1h}}.verify(
-                {.host = host, .port = peer.port().toStdString(), .calledAETitle = "PEER"}, stop.get_token());
+                {.host = host, .port = peer.port().toStdString(), .calledAeTitle = "PEER"}, stop.get_token());
         });
         if (host == "127.0.0.1")
             EVENTUALLY_COMPARE(peer.connections(), 1);
@@ -258,8 +258,8 @@ void VerificationTest::nothingWaitsForAnAcknowledgement() {
     const auto verification = std::async(std::launch::async, [&] {
         return Verifier{}.verify({.host = "127.0.0.1",
                                   .port = peer.port().toStdString(),
-                                  .callingAETitle = "TESSALY",
-                                  .calledAETitle = "PEER"},
+                                  .callingAeTitle = "TESSALY",
+                                  .calledAeTitle = "PEER"},
                                  stop.get_token());
     });
     EVENTUALLY(std::ranges::any_of(socketsTo(peer.port()), sendsAtOnce));

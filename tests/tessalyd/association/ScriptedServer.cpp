@@ -31,22 +31,25 @@ int ratherExplicit(E_TransferSyntax syntax) {
     return syntax == EXS_LittleEndianExplicit ? 2 : anyLittleEndian(syntax);
 }
 
-constexpr std::array EchoOffers{Offer{&is<EchoClass>, Role::Scu, &anyLittleEndian}};
-constexpr std::array FindOffers{Offer{&is<FindClass>, Role::Scu, &anyLittleEndian}};
-constexpr std::array MoveOffers{Offer{&is<MoveClass>, Role::Scu, &anyLittleEndian}};
-constexpr std::array GetOffers{Offer{&is<GetClass>, Role::Scu, &anyLittleEndian},
-                               Offer{&is<CtClass>, Role::Scp, &ratherExplicit}};
-constexpr std::array StoreOffers{Offer{&is<CtClass>, Role::Scu, &anyLittleEndian}};
+constexpr std::array EchoOffers{SupportedContext{&is<EchoClass>, Role::Scu, &anyLittleEndian}};
+constexpr std::array FindOffers{SupportedContext{&is<FindClass>, Role::Scu, &anyLittleEndian}};
+constexpr std::array MoveOffers{SupportedContext{&is<MoveClass>, Role::Scu, &anyLittleEndian}};
+constexpr std::array GetOffers{SupportedContext{&is<GetClass>, Role::Scu, &anyLittleEndian},
+                               SupportedContext{&is<CtClass>, Role::Scp, &ratherExplicit}};
+constexpr std::array StoreOffers{SupportedContext{&is<CtClass>, Role::Scu, &anyLittleEndian}};
 
 class ScriptedService : public Service {
   public:
-    ScriptedService(T_DIMSE_Command command, std::span<const Offer> offers, ScriptedServer::Script script)
-        : command_(command), offers_(offers), script_(std::move(script)) {}
+    ScriptedService(T_DIMSE_Command command, std::span<const SupportedContext> contexts,
+                    ScriptedServer::Script script)
+        : command_(command), contexts_(contexts), script_(std::move(script)) {}
 
     [[nodiscard]] T_DIMSE_Command command() const noexcept override { return command_; }
-    [[nodiscard]] std::span<const Offer> offers() const noexcept override { return offers_; }
-    [[nodiscard]] std::vector<std::uint8_t> extend(const std::string& sopClass,
-                                                   std::span<const std::uint8_t> proposed) override {
+    [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override {
+        return contexts_;
+    }
+    [[nodiscard]] std::vector<std::uint8_t> negotiateExtended(
+        const std::string& sopClass, std::span<const std::uint8_t> proposed) override {
         if (sopClass != FindClass)
             return {};
         std::vector<std::uint8_t> holds(proposed.begin(), proposed.end());
@@ -57,7 +60,7 @@ class ScriptedService : public Service {
 
   private:
     T_DIMSE_Command command_;
-    std::span<const Offer> offers_;
+    std::span<const SupportedContext> contexts_;
     ScriptedServer::Script script_;
 };
 
@@ -73,8 +76,8 @@ ScriptedServer::ScriptedServer(const AssociationLimits& limits)
       configuration_(std::make_shared<PortConfiguration>()),
       services_([this] {
           Services services;
-          const auto add = [&services](T_DIMSE_Command command, auto& offers, const Script& script) {
-              services.push_back(std::make_unique<ScriptedService>(command, offers, script));
+          const auto add = [&services](T_DIMSE_Command command, auto& contexts, const Script& script) {
+              services.push_back(std::make_unique<ScriptedService>(command, contexts, script));
           };
           add(DIMSE_C_ECHO_RQ, EchoOffers, &answerEcho);
           add(DIMSE_C_FIND_RQ, FindOffers, scriptFor(DIMSE_C_FIND_RQ));

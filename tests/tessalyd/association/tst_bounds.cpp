@@ -12,7 +12,7 @@
 
 #include "base/FileDescriptor.h"
 #include "dicom/data/DataSetWalk.h"
-#include "tessalyd/association/CommandMeter.h"
+#include "tessalyd/association/CommandLengthLimit.h"
 #include "tessalyd/association/Transport.h"
 #include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"
@@ -74,7 +74,7 @@ class BoundsTest : public QObject {
     [[nodiscard]] static bool isDeep(const QByteArray& data,
                                      E_TransferSyntax syntax = EXS_LittleEndianExplicit,
                                      const DcmTagKey& end = DcmTagKey{0xffff, 0xffff}) {
-        return nestsTooDeep(view(data), syntax, end);
+        return exceedsNestingLimit(view(data), syntax, end);
     }
 };
 
@@ -171,9 +171,9 @@ void BoundsTest::whatAValueHoldsMayLookLikeAnything() {
             const QByteArray data = QByteArray::fromHex("09000110") + vr + QByteArray::fromHex("0000") +
                                     static_cast<char>(value.size()) + QByteArray(3, '\0') + value +
                                     elementBehind;
-            QVERIFY2(!isCutOff(view(data), EXS_LittleEndianExplicit), content);
-            QVERIFY2(isCutOff(view(data.chopped(1)), EXS_LittleEndianExplicit), content);
-            QVERIFY2(isCutOff(view(data.chopped(elementBehind.size() + 1)), EXS_LittleEndianExplicit),
+            QVERIFY2(!isTruncated(view(data), EXS_LittleEndianExplicit), content);
+            QVERIFY2(isTruncated(view(data.chopped(1)), EXS_LittleEndianExplicit), content);
+            QVERIFY2(isTruncated(view(data.chopped(elementBehind.size() + 1)), EXS_LittleEndianExplicit),
                      content);
         }
     }
@@ -194,14 +194,14 @@ void BoundsTest::cutValuesAreNoticed() {
         item->putAndInsertString(DCM_ReferencedSOPInstanceUID, uid);
     }
     const QByteArray data = encoded(set, transferSyntax, lengths);
-    QVERIFY(!isCutOff(view(data), transferSyntax));
+    QVERIFY(!isTruncated(view(data), transferSyntax));
     constexpr int Delimiters = 16;  // of the last item and of the sequence: some devices leave them out
     const qsizetype end = lengths ? data.size() : data.size() - Delimiters;
-    QVERIFY(!isCutOff(view(data.first(end)), transferSyntax));
+    QVERIFY(!isTruncated(view(data.first(end)), transferSyntax));
     for (int missing = 1; missing <= 8; ++missing)
-        QVERIFY2(isCutOff(view(data.first(end - missing)), transferSyntax),
+        QVERIFY2(isTruncated(view(data.first(end - missing)), transferSyntax),
                  qPrintable(QString::number(missing)));
-    QVERIFY(!isCutOff(view(data + QByteArray(64, '\0')), transferSyntax));  // padding
+    QVERIFY(!isTruncated(view(data + QByteArray(64, '\0')), transferSyntax));  // padding
 }
 
 void BoundsTest::cutHeadersAreNoticed_data() {
@@ -219,12 +219,12 @@ void BoundsTest::cutHeadersAreNoticed() {
     set.putAndInsertUint16Array(DCM_PixelData, Pixels.data(), Pixels.size());
     const QByteArray data = encoded(set, transferSyntax, lengths);
     QVERIFY(data.startsWith(before));
-    QVERIFY(!isCutOff(view(data), transferSyntax));
-    QVERIFY(!isCutOff(view(before), transferSyntax));
+    QVERIFY(!isTruncated(view(data), transferSyntax));
+    QVERIFY(!isTruncated(view(before), transferSyntax));
     for (int more = 1; more <= 11; ++more) {
-        QVERIFY2(isCutOff(view(data.first(before.size() + more)), transferSyntax),
+        QVERIFY2(isTruncated(view(data.first(before.size() + more)), transferSyntax),
                  qPrintable(QString::number(more)));
-        QVERIFY2(!isCutOff(view(data + QByteArray(more, '\0')), transferSyntax),
+        QVERIFY2(!isTruncated(view(data + QByteArray(more, '\0')), transferSyntax),
                  qPrintable(QString::number(more)));
     }
 }
@@ -242,7 +242,7 @@ void BoundsTest::commandsAreMeasuredInWhateverPartsTheyCome() {
     const QByteArray fits = associationRequest() + pdu(100'000, Data) + pdu(2048, Command) +
                             pdu(2048, LastOfCommand) + pdu(4096, LastOfCommand) + pdu(100'000, Data);
     for (const int part : {1, 5, 6, 7, 65536, static_cast<int>(fits.size())}) {
-        CommandMeter meter;
+        CommandLengthLimit meter;
         bool good = true;
         for (qsizetype at = 0; at < fits.size(); at += part) {
             const QByteArray bytes = fits.mid(at, part);
@@ -262,7 +262,7 @@ void BoundsTest::lengthsThatDoNotFitAreNoticed() {
                             "04000000000600000003010200",  // a part longer than what holds it
                             "040000000006ffffffff0102"}) {
         const QByteArray bytes = QByteArray::fromHex(hex);
-        CommandMeter meter;
+        CommandLengthLimit meter;
         QVERIFY2(!meter.follow(view(bytes)), hex);
     }
 }

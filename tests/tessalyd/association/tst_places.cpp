@@ -57,7 +57,7 @@ class PlacesTest : public QObject {
     bool open(Entries& entries, std::uint32_t address, const Places& places, bool isNode = false,
               std::stop_source stop = {}) {
         auto entry =
-            associations_->open({.port = "104", .callingAETitle = "A", .calledAETitle = "B"},
+            associations_->open({.port = "104", .callingAeTitle = "A", .calledAeTitle = "B"},
                                 {.address = address, .isNode = isNode, .stop = std::move(stop)}, places);
         if (entry)
             entries.push_back(std::move(*entry));

@@ -226,28 +226,28 @@ void KeyMatchTest::whatMatchesIsNotNarrowedOut() {
     if (!found || match.alternatives().empty())
         return;
     const auto groups = foldedGroups(stored.toStdString());
-    const Narrowing& narrowing = match.alternatives().at(*found);
+    const IndexCondition& indexCondition = match.alternatives().at(*found);
     const std::string column = key.matching == Matching::Name
-                                   ? groups.at(static_cast<std::size_t>(narrowing.column))
+                                   ? groups.at(static_cast<std::size_t>(indexCondition.column))
                                    : stored.trimmed().toStdString();
-    const auto& values = narrowing.values;
-    switch (narrowing.kind) {
-        case Narrowing::Kind::OneOf:
+    const auto& values = indexCondition.values;
+    switch (indexCondition.kind) {
+        case IndexCondition::Kind::OneOf:
             QVERIFY(std::find(values.begin(), values.end(), column) != values.end());
             break;
-        case Narrowing::Kind::Between:
+        case IndexCondition::Kind::Between:
             QVERIFY(values.at(0) <= column && column <= values.at(1));
             break;
-        case Narrowing::Kind::Prefix:
+        case IndexCondition::Kind::Prefix:
             QVERIFY(values.at(0) <= column && column < values.at(1));
             break;
-        case Narrowing::Kind::From:
+        case IndexCondition::Kind::From:
             QVERIFY(values.at(0) <= column);
             break;
-        case Narrowing::Kind::Null:
+        case IndexCondition::Kind::Null:
             QFAIL("no key asks for nothing");
             break;
-        case Narrowing::Kind::Until:
+        case IndexCondition::Kind::Until:
             QVERIFY(column <= values.at(0));
             break;
     }

@@ -268,15 +268,15 @@ void ArchiveTest::openAssociationsAreCountedPerPort() {
     OpenAssociations open{note(u'+'), note(u'-')};
     {
         const auto first =
-            open.open({.port = "1", .callingAETitle = "A", .calledAETitle = "B"}, {}, {.all = 1});
+            open.open({.port = "1", .callingAeTitle = "A", .calledAeTitle = "B"}, {}, {.all = 1});
         QVERIFY(first.has_value());
-        QVERIFY(!open.open({.port = "1", .callingAETitle = "A", .calledAETitle = "B"}, {}, {.all = 1}));
+        QVERIFY(!open.open({.port = "1", .callingAeTitle = "A", .calledAeTitle = "B"}, {}, {.all = 1}));
         const auto second =
-            open.open({.port = "2", .callingAETitle = "A", .calledAETitle = "B"}, {}, {.all = 1});
+            open.open({.port = "2", .callingAeTitle = "A", .calledAeTitle = "B"}, {}, {.all = 1});
         QCOMPARE(open.total(), 2);
     }
     QVERIFY(
-        open.open({.port = "1", .callingAETitle = "A", .calledAETitle = "B"}, {}, {.all = 1}).has_value());
+        open.open({.port = "1", .callingAeTitle = "A", .calledAeTitle = "B"}, {}, {.all = 1}).has_value());
     QCOMPARE(events, (QStringList{u"+1 1"_s, u"+2 2"_s, u"-2 1"_s, u"-1 0"_s, u"+1 1"_s, u"-1 0"_s}));
 }
 

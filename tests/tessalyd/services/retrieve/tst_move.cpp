@@ -76,7 +76,7 @@ void MovesTest::theDestinationIsToldWhoAsked() {
     server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
         const std::lock_guard lock{mutex};
         heard << request.message.msg.CStoreRQ;
-        titles << QString::fromStdString(requester.names().callingAETitle);
+        titles << QString::fromStdString(requester.names().callingAeTitle);
         take(request, requester);
     });
     launchWith({{.aeTitle = u"DEST"_s, .port = server.port(), .localAeTitle = u"OURNAME"_s}});

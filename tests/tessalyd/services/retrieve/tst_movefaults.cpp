@@ -1,7 +1,7 @@
 #include <QSet>
 #include <latch>
 
-#include "tessalyd/services/retrieve/OutboundTurns.h"
+#include "tessalyd/services/retrieve/OutboundSlots.h"
 #include "tests/dicom/net/Peers.h"
 #include "tests/support/Eventually.h"
 #include "tests/tessalyd/services/retrieve/MoveTest.h"
@@ -212,9 +212,9 @@ void MoveFaultsTest::movesTakeTurns() {
         viewers.push_back(std::make_unique<Retriever>(daemon_->port()));
         askForMove(*viewers.back());
     }
-    EVENTUALLY_COMPARE(atOnce.load(), static_cast<int>(OutboundTurns::Most));
+    EVENTUALLY_COMPARE(atOnce.load(), static_cast<int>(OutboundSlots::Most));
     QCOMPARE(store({.study = "1.2.9", .series = "1.2.9.1", .instance = "1.2.9.1.1"}).status, 0);
-    QCOMPARE(atOnce.load(), static_cast<int>(OutboundTurns::Most));
+    QCOMPARE(atOnce.load(), static_cast<int>(OutboundSlots::Most));
     go.count_down();
     for (const auto& viewer : viewers)
         QCOMPARE(viewer->collect().status, 0);

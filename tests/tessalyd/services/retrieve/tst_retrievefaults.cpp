@@ -158,13 +158,13 @@ void RetrieveFaultsTest::aDestinationThatSaysNothingHasFailed() {
     DcmDataset question = identifier("STUDY", TheStudy);
     InstanceList instances{lease->statements(), readRetrieval(question, InformationModel::StudyRoot)};
     QCOMPARE(instances.size(), std::size_t{4});
-    OutboundTurns turns;
+    OutboundSlots turns;
     tessaly::decoder::Pool decoders{{}};
     PeerLog log;
     MoveJob job{{.destination = {.host = "127.0.0.1",
                                  .port = peer.port(),
-                                 .callingAETitle = "TESSALY",
-                                 .calledAETitle = "DEST"},
+                                 .callingAeTitle = "TESSALY",
+                                 .calledAeTitle = "DEST"},
                  .originator = {.aeTitle = "VIEWER", .messageId = 1},
                  .name = "a test",
                  .limits = {.connect = std::chrono::seconds{10}, .silence = std::chrono::milliseconds{500}}},

@@ -1,4 +1,4 @@
-#include "tessaly-db/BreakOff.h"
+#include "tessaly-db/InterruptGuard.h"
 
 #include <stdexcept>
 
@@ -17,20 +17,20 @@ int flagsOfNew() {
 
 }  // namespace
 
-BreakOff::BreakOff()
+InterruptGuard::InterruptGuard()
     : signals_(
           {SIGINT, SIGTERM, SIGHUP, SIGQUIT}, [](int) { signalled = 1; }, flagsOfNew(), true) {}
 
-bool BreakOff::isWanted() noexcept {
+bool InterruptGuard::isWanted() noexcept {
     return signalled != 0;
 }
 
-void BreakOff::check() {
+void InterruptGuard::check() {
     if (isWanted())
         throw std::runtime_error("Broken off: nothing was written");
 }
 
-void BreakOff::noMore() const {
+void InterruptGuard::noMore() const {
     signals_.set(SIG_IGN);
     check();  // one that came just before
 }

@@ -14,33 +14,33 @@ namespace tessaly::tessalyd {
 /// How many associations this server opens to others at a time, and whose turn is next: of those that wait,
 /// who has the fewest open already, and among equals who came first. So one requester with many moves does
 /// not keep another with one from its turn. Thread-safe.
-class OutboundTurns {
+class OutboundSlots {
   public:
     /// Each has a thread and reads files; more only take the disk and the line from those that store.
     static constexpr std::size_t Most = 8;
 
-    explicit OutboundTurns(std::size_t most = Most) : free_(most) {}
+    explicit OutboundSlots(std::size_t most = Most) : free_(most) {}
 
-    /// One association's right to be; its destructor gives it to the next.
-    class Turn {
+    /// The right to one association; its destructor gives it to the next who waits.
+    class Slot {
       public:
-        Turn(OutboundTurns& owner, std::string requester)
+        Slot(OutboundSlots& owner, std::string requester)
             : owner_(&owner), requester_(std::move(requester)) {}
-        ~Turn() {
+        ~Slot() {
             if (owner_ != nullptr)
                 owner_->giveBack(requester_);
         }
-        Turn(Turn&& other) noexcept
+        Slot(Slot&& other) noexcept
             : owner_(std::exchange(other.owner_, nullptr)), requester_(std::move(other.requester_)) {}
-        Turn& operator=(Turn&&) = delete;
+        Slot& operator=(Slot&&) = delete;
 
       private:
-        OutboundTurns* owner_;
+        OutboundSlots* owner_;
         std::string requester_;
     };
 
-    /// Waits for a turn; nothing when it was stopped before.
-    [[nodiscard]] std::optional<Turn> take(const std::string& requester, const std::stop_token& stop);
+    /// Blocks until a slot is free for the requester; nothing when it was stopped before.
+    [[nodiscard]] std::optional<Slot> take(const std::string& requester, const std::stop_token& stop);
 
     /// How many are waiting now.
     [[nodiscard]] std::size_t waiting() const;

@@ -11,13 +11,13 @@ namespace tessaly::db {
 /// driver has to be told so, the walk is on a connection of its own: then a failure of another statement
 /// cannot end it, and it sees nothing of a transaction that is open on the connection given. What is changed
 /// or deleted while it lasts may or may not be seen. The connection given must outlive it.
-class Walk {
+class StreamedQuery {
   public:
     enum class On {
         Either,        ///< the connection given where that will do
-        ItsConnection  ///< for who lets others write on the connection given while the walk stands still
+        ItsConnection  ///< of its own: the caller writes on the connection given between two rows
     };
-    Walk(const Connection& connection, std::string text, On on = On::Either);
+    StreamedQuery(const Connection& connection, std::string text, On on = On::Either);
 
     /// Moves to the next row; false at the end of the data. Throws when the walk has ended before its data.
     [[nodiscard]] bool next() { return rows_.next(); }

@@ -1,4 +1,4 @@
-#include "dicom/net/transport/Bounds.h"
+#include "dicom/net/transport/IoLimits.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -14,23 +14,23 @@ namespace tessaly::dicom {
 
 using std::chrono::milliseconds;
 
-Bounds::Event::Event() : fd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+IoLimits::Event::Event() : fd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (fd_ < 0)
         throw std::system_error{errno, std::generic_category(), "No event for a connection"};
 }
 
-Bounds::Event::~Event() {
+IoLimits::Event::~Event() {
     ::close(fd_);
 }
 
-void Bounds::Event::raise() const noexcept {
+void IoLimits::Event::raise() const noexcept {
     (void)eventfd_write(fd_, 1);
 }
 
-Bounds::Bounds(std::stop_token stop, Clock::time_point deadline, const Pace& pace)
+IoLimits::IoLimits(std::stop_token stop, Clock::time_point deadline, const Pace& pace)
     : deadline_(deadline), pace_(pace), stop_(std::move(stop)), raise_(stop_, Raise{stopped_}) {}
 
-bool Bounds::wait(int socket, short event, milliseconds atMost) const {
+bool IoLimits::wait(int socket, short event, milliseconds atMost) const {
     const auto begun = Clock::now();
     std::array<pollfd, 2> sources{{{.fd = socket, .events = event, .revents = 0},
                                    {.fd = stopped_.get(), .events = POLLIN, .revents = 0}}};

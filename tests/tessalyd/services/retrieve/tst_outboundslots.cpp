@@ -3,7 +3,7 @@
 #include <thread>
 #include <vector>
 
-#include "tessalyd/services/retrieve/OutboundTurns.h"
+#include "tessalyd/services/retrieve/OutboundSlots.h"
 #include "tests/tessalyd/Daemon.h"
 
 using namespace Qt::StringLiterals;
@@ -11,7 +11,7 @@ using namespace tessaly::tessalyd;
 using namespace tessaly::test;
 
 /// Whose objects go out next, without a network.
-class OutboundTurnsTest : public QObject {
+class OutboundSlotsTest : public QObject {
     Q_OBJECT
 
   private Q_SLOTS:
@@ -21,7 +21,7 @@ class OutboundTurnsTest : public QObject {
     void whoIsStoppedWaitsNoLonger();
 
   private:
-    static std::jthread waiter(OutboundTurns& turns, const std::string& requester,
+    static std::jthread waiter(OutboundSlots& turns, const std::string& requester,
                                std::function<void()> got) {
         const std::size_t before = turns.waiting();
         std::jthread thread{[&turns, requester, got = std::move(got)](const std::stop_token& stop) {
@@ -34,8 +34,8 @@ class OutboundTurnsTest : public QObject {
     }
 };
 
-void OutboundTurnsTest::thereAreNoMoreThanAllowed() {
-    OutboundTurns turns{2};
+void OutboundSlotsTest::thereAreNoMoreThanAllowed() {
+    OutboundSlots turns{2};
     const std::stop_source never;
     std::optional first{turns.take("A", never.get_token())};
     std::optional second{turns.take("B", never.get_token())};
@@ -47,7 +47,7 @@ void OutboundTurnsTest::thereAreNoMoreThanAllowed() {
     QCOMPARE(turns.waiting(), std::size_t{0});
 }
 
-void OutboundTurnsTest::whoHasFewestIsNext_data() {
+void OutboundSlotsTest::whoHasFewestIsNext_data() {
     QTest::addColumn<QStringList>("held");
     QTest::addColumn<QStringList>("waiting");  // in the order of their coming
     QTest::addColumn<QStringList>("order");    // when one after the other comes free, held by nobody of these
@@ -59,13 +59,13 @@ void OutboundTurnsTest::whoHasFewestIsNext_data() {
         << QStringList{u"A"_s, u"A"_s, u"B"_s} << QStringList{u"A"_s, u"B"_s} << QStringList{u"B"_s, u"A"_s};
 }
 
-void OutboundTurnsTest::whoHasFewestIsNext() {
+void OutboundSlotsTest::whoHasFewestIsNext() {
     QFETCH(const QStringList, held);
     QFETCH(const QStringList, waiting);
     QFETCH(const QStringList, order);
-    OutboundTurns turns{static_cast<std::size_t>(held.size()) + 1};
+    OutboundSlots turns{static_cast<std::size_t>(held.size()) + 1};
     const std::stop_source never;
-    std::vector<std::optional<OutboundTurns::Turn>> kept;
+    std::vector<std::optional<OutboundSlots::Slot>> kept;
     for (const QString& one : held)
         kept.push_back(turns.take(one.toStdString(), never.get_token()));
     // The last free turn goes from one to the next.
@@ -84,8 +84,8 @@ void OutboundTurnsTest::whoHasFewestIsNext() {
     QCOMPARE(got, order);
 }
 
-void OutboundTurnsTest::whoIsStoppedWaitsNoLonger() {
-    OutboundTurns turns{1};
+void OutboundSlotsTest::whoIsStoppedWaitsNoLonger() {
+    OutboundSlots turns{1};
     const std::stop_source never;
     std::optional first{turns.take("A", never.get_token())};
     std::atomic<int> got = 0;
@@ -99,5 +99,5 @@ void OutboundTurnsTest::whoIsStoppedWaitsNoLonger() {
     QCOMPARE(got, 1);
 }
 
-QTEST_GUILESS_MAIN(OutboundTurnsTest)
-#include "tst_outboundturns.moc"
+QTEST_GUILESS_MAIN(OutboundSlotsTest)
+#include "tst_outboundslots.moc"

@@ -1,4 +1,4 @@
-#include "db/Interruption.h"
+#include "db/StatementCanceller.h"
 
 #include <algorithm>
 #include <chrono>
@@ -23,7 +23,7 @@ constexpr std::chrono::milliseconds Interval{100};
 
 /// One statement, and the thread that asks for it, once it has run for a while. The mutex keeps the
 /// statement's own thread from going on while the question is asked.
-struct Interruption::Watched {
+struct StatementCanceller::Watched {
     Watched(SQLHSTMT runs, const std::function<bool()>& question) : statement(runs), isUnwanted(question) {}
 
     void ask() {
@@ -55,7 +55,7 @@ struct Interruption::Watched {
 };
 
 /// Begins the threads of the statements that take long. Most are over before that, and cost no thread.
-class Interruption::Watcher {
+class StatementCanceller::Watcher {
   public:
     static Watcher& instance() {
         static Watcher watcher;
@@ -105,19 +105,19 @@ class Interruption::Watcher {
     std::jthread thread_{[this](const std::stop_token& stop) { run(stop); }};  // last: it uses the others
 };
 
-Interruption::Interruption(const Statement& statement, const std::function<bool()>& isUnwanted) {
+StatementCanceller::StatementCanceller(const Statement& statement, const std::function<bool()>& isUnwanted) {
     if (!isUnwanted || !statement.session()->engine().endsStatementsFromElsewhere())
         return;
     watched_ = std::make_unique<Watched>(statement.get(), isUnwanted);
     Watcher::instance().add(*watched_);
 }
 
-Interruption::~Interruption() {
+StatementCanceller::~StatementCanceller() {
     if (watched_)
         finish();
 }
 
-void Interruption::end() {
+void StatementCanceller::end() {
     if (!watched_)
         return;
     finish();
@@ -128,7 +128,7 @@ void Interruption::end() {
 }
 
 /// Nobody is asked any more from here on; may be called again.
-void Interruption::finish() {
+void StatementCanceller::finish() {
     Watcher::instance().remove(*watched_);
     if (!watched_->asker.joinable())
         return;

@@ -1,4 +1,4 @@
-#include "console/ui/KeptText.h"
+#include "console/ui/UneditedText.h"
 
 #include <QLineEdit>
 #include <QVariant>

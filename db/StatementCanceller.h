@@ -11,15 +11,15 @@ namespace tessaly::db::detail {
 /// and has the engine end it when it is not. For the length of one ODBC call of the statement's own thread,
 /// which waits in it meanwhile: what is asked may use whatever belongs to that thread. A question that takes
 /// long is no matter to other statements.
-class Interruption {
+class StatementCanceller {
   public:
     /// Nothing happens where `isUnwanted` is empty or the engine's driver cannot end a statement from another
     /// thread. Both arguments outlive it.
-    Interruption(const Statement& statement, const std::function<bool()>& isUnwanted);
+    StatementCanceller(const Statement& statement, const std::function<bool()>& isUnwanted);
     /// Waits for a question that is under way.
-    ~Interruption();
-    Interruption(const Interruption&) = delete;
-    Interruption& operator=(const Interruption&) = delete;
+    ~StatementCanceller();
+    StatementCanceller(const StatementCanceller&) = delete;
+    StatementCanceller& operator=(const StatementCanceller&) = delete;
 
     /// To be called right after the ODBC call. Throws Stopped when the statement was not wanted any more,
     /// whatever came of it, and what the question threw.

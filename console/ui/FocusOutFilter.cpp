@@ -1,4 +1,4 @@
-#include "console/ui/LeaveFilter.h"
+#include "console/ui/FocusOutFilter.h"
 
 #include <QFocusEvent>
 #include <QWidget>
@@ -9,9 +9,9 @@ namespace tessaly::ui {
 
 namespace {
 
-class LeaveFilter : public QObject {
+class FocusOutFilter : public QObject {
   public:
-    LeaveFilter(QWidget* box, std::function<void()> body) : QObject(box), body_(handler(std::move(body))) {
+    FocusOutFilter(QWidget* box, std::function<void()> body) : QObject(box), body_(handler(std::move(body))) {
         box->installEventFilter(this);
     }
 
@@ -34,12 +34,12 @@ class LeaveFilter : public QObject {
 }  // namespace
 
 void onLeave(QWidget* box, std::function<void()> body) {
-    new LeaveFilter(box, std::move(body));  // owned by the box
+    new FocusOutFilter(box, std::move(body));  // owned by the box
 }
 
 void asIfLeft(const QWidget* box) {
     for (QObject* child : box->children()) {
-        if (auto* filter = dynamic_cast<LeaveFilter*>(child))
+        if (auto* filter = dynamic_cast<FocusOutFilter*>(child))
             filter->leave();
     }
 }

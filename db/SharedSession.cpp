@@ -23,23 +23,23 @@ void openSession(const std::shared_ptr<Session>& session, std::chrono::milliseco
 
 }  // namespace
 
-Line::Line(std::string connectString, Connection::CursorDriver cursors, std::chrono::milliseconds lockWait,
-           bool walks)
+SharedSession::SharedSession(std::string connectString, Connection::CursorDriver cursors,
+                             std::chrono::milliseconds lockWait, bool walks)
     : connectString_(std::move(connectString) + waitWords(lockWait)),
       cursors_(cursors),
       lockWait_(lockWait),
       walks_(walks),
       session_(connect()) {}
 
-const std::shared_ptr<Session>& Line::current() {
+const std::shared_ptr<Session>& SharedSession::current() {
     if (session_->lost && !session_->inTransaction)
         session_ = connect();
     return session_;
 }
 
-std::shared_ptr<Session> Line::connect() const {
+std::shared_ptr<Session> SharedSession::connect() const {
     std::shared_ptr<Session> session;
-    if (cursors_ == Connection::CursorDriver::Odbc) {
+    if (cursors_ == Connection::CursorDriver::DriverFirst) {
         // The driver manager's cursor library spools every fetched row into a temporary file and makes a long
         // walk ten times as slow; it gets the work only where the driver cannot do without.
         session = std::make_shared<Session>(connectString_, SQL_CUR_USE_DRIVER, walks_);

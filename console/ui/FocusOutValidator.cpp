@@ -1,4 +1,4 @@
-#include "console/ui/LeaveCheck.h"
+#include "console/ui/FocusOutValidator.h"
 
 #include <QApplication>
 #include <QFocusEvent>
@@ -6,7 +6,7 @@
 #include <QTabWidget>
 #include <QTimer>
 
-#include "console/ui/LeaveFilter.h"
+#include "console/ui/FocusOutFilter.h"
 #include "console/ui/MessageBox.h"
 
 namespace tessaly::ui {
@@ -25,12 +25,13 @@ void showPageOf(QWidget* widget) {
 
 }  // namespace
 
-LeaveCheck::LeaveCheck(QLineEdit* box, Fault fault) : QObject(box), box_(box), fault_(std::move(fault)) {
+FocusOutValidator::FocusOutValidator(QLineEdit* box, Fault fault)
+    : QObject(box), box_(box), fault_(std::move(fault)) {
     onLeave(box, [this] { leave(); });
     qApp->installEventFilter(this);  // sees a click before the control that is clicked
 }
 
-bool LeaveCheck::passes() {
+bool FocusOutValidator::passes() {
     if (!isAtFault())
         return true;
     if (!refused_)
@@ -38,11 +39,11 @@ bool LeaveCheck::passes() {
     return false;
 }
 
-bool LeaveCheck::isAtFault() const {
+bool FocusOutValidator::isAtFault() const {
     return !fault_(box_->text()).isEmpty();
 }
 
-bool LeaveCheck::eventFilter(QObject* watched, QEvent* event) {
+bool FocusOutValidator::eventFilter(QObject* watched, QEvent* event) {
     // The tabs of a tab control change the page without taking the focus first, so the focus alone does not
     // tell; and when it does, the click that took it is still on its way.
     if (event->type() != QEvent::MouseButtonPress || !wouldLeave(watched))
@@ -50,14 +51,14 @@ bool LeaveCheck::eventFilter(QObject* watched, QEvent* event) {
     return refused_ || !passes();
 }
 
-bool LeaveCheck::wouldLeave(const QObject* clicked) const {
+bool FocusOutValidator::wouldLeave(const QObject* clicked) const {
     const auto* target = qobject_cast<const QWidget*>(clicked);
     return target != nullptr && target != box_ && target->window() == box_->window() &&
            box_->window()->focusWidget() == box_ && !target->isAncestorOf(box_) && target->isEnabled() &&
            target->focusPolicy() != Qt::NoFocus;
 }
 
-void LeaveCheck::leave() {
+void FocusOutValidator::leave() {
     if (!isAtFault() || refused_)
         return;
     if (box_->isVisible()) {
@@ -71,7 +72,7 @@ void LeaveCheck::leave() {
     });
 }
 
-void LeaveCheck::refuse() {
+void FocusOutValidator::refuse() {
     refused_ = true;
     showPageOf(box_);
     // As if the window had been away: the control that loses the focus again was never really entered, and

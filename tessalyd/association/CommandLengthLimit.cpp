@@ -1,10 +1,10 @@
-#include "tessalyd/association/CommandMeter.h"
+#include "tessalyd/association/CommandLengthLimit.h"
 
 #include <algorithm>
 
 namespace tessaly::tessalyd {
 
-bool CommandMeter::follow(std::span<const char> bytes) {
+bool CommandLengthLimit::follow(std::span<const char> bytes) {
     while (!bytes.empty()) {
         if (body_ > 0) {
             const auto passed = static_cast<std::size_t>(std::min<std::uint64_t>(body_, bytes.size()));
@@ -34,21 +34,21 @@ bool CommandMeter::follow(std::span<const char> bytes) {
 }
 
 /// A message ends with the PDU that its last part is in: the toolkit takes PDUs as a whole.
-void CommandMeter::endBody() {
+void CommandLengthLimit::endBody() {
     if (!isLast_ || pduLeft_ > 0)
         return;
     phase_ = Phase::Between;
     incomplete_ = 0;
 }
 
-bool CommandMeter::beginPdu() {
+bool CommandLengthLimit::beginPdu() {
     constexpr unsigned char Data = 4;
     isLast_ = header_[0] != Data;
     (isLast_ ? body_ : pduLeft_) = length(2);
     return true;
 }
 
-bool CommandMeter::beginPdv() {
+bool CommandLengthLimit::beginPdv() {
     constexpr std::uint64_t LengthField = 4;
     constexpr std::uint64_t ContextAndFlags = 2;
     constexpr unsigned Command = 1;
@@ -70,7 +70,7 @@ bool CommandMeter::beginPdv() {
     return fits;
 }
 
-std::uint32_t CommandMeter::length(std::size_t offset) const {
+std::uint32_t CommandLengthLimit::length(std::size_t offset) const {
     std::uint32_t value = 0;
     for (std::size_t i = 0; i < sizeof value; ++i)
         value = value << 8U | header_[offset + i];

@@ -9,16 +9,16 @@ namespace tessaly::dicom {
 
 /// How long a thread may wait for a peer: until one point in time, while the peer keeps its pace, and not
 /// beyond a stop. Belongs to one thread; the stop may come from any.
-class Bounds {
+class IoLimits {
   public:
     using Clock = std::chrono::steady_clock;
     static constexpr Clock::time_point NoDeadline = Clock::time_point::max();
     static constexpr std::chrono::milliseconds NoLimit = Pace::NoLimit;
 
     /// The pace is for each direction of a connection by itself. Throws std::system_error.
-    explicit Bounds(std::stop_token stop, Clock::time_point deadline = NoDeadline, const Pace& pace = {});
-    Bounds(const Bounds&) = delete;
-    Bounds& operator=(const Bounds&) = delete;
+    explicit IoLimits(std::stop_token stop, Clock::time_point deadline = NoDeadline, const Pace& pace = {});
+    IoLimits(const IoLimits&) = delete;
+    IoLimits& operator=(const IoLimits&) = delete;
 
     [[nodiscard]] Clock::time_point deadline() const noexcept { return deadline_; }
     void setDeadline(Clock::time_point deadline) noexcept { deadline_ = deadline; }

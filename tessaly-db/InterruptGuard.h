@@ -6,9 +6,9 @@ namespace tessaly::tool {
 
 /// While it lives, Ctrl-C and the like do not end the process but have check() throw, so that everything is
 /// taken back in order; a second time they end it at once. One at a time.
-class BreakOff {
+class InterruptGuard {
   public:
-    BreakOff();
+    InterruptGuard();
 
     /// Throws std::runtime_error after the first signal.
     static void check();

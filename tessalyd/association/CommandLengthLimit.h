@@ -10,7 +10,7 @@ namespace tessaly::tessalyd {
 /// Follows what a peer sends through its PDUs, and stops at a command that is longer than any that this
 /// server takes: the DICOM toolkit collects and parses commands of every length, and calls itself for each
 /// sequence that lies in another.
-class CommandMeter {
+class CommandLengthLimit {
   public:
     /// Some 300 bytes are usual.
     static constexpr std::uint64_t LongestCommand = 4096;

@@ -11,12 +11,12 @@ namespace tessaly::ui {
 /// window, or for another page of the tab control that it stands in, shows the fault in a plain message box
 /// and gives the focus back; the click that was to leave is not carried out. Closing the window or going to
 /// another one is no leaving. Owned by the box.
-class LeaveCheck : public QObject {
+class FocusOutValidator : public QObject {
   public:
     /// What is wrong with a text, empty when nothing is.
     using Fault = std::function<QString(const QString& text)>;
 
-    LeaveCheck(QLineEdit* box, Fault fault);
+    FocusOutValidator(QLineEdit* box, Fault fault);
 
     /// False when the text is at fault; the fault has then been shown, once for all that one click causes.
     [[nodiscard]] bool passes();

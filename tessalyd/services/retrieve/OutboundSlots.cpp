@@ -1,10 +1,10 @@
-#include "tessalyd/services/retrieve/OutboundTurns.h"
+#include "tessalyd/services/retrieve/OutboundSlots.h"
 
 #include <algorithm>
 
 namespace tessaly::tessalyd {
 
-std::optional<OutboundTurns::Turn> OutboundTurns::take(const std::string& requester,
+std::optional<OutboundSlots::Slot> OutboundSlots::take(const std::string& requester,
                                                        const std::stop_token& stop) {
     std::unique_lock lock{mutex_};
     const auto mine = waiting_.insert(waiting_.end(), requester);
@@ -16,15 +16,15 @@ std::optional<OutboundTurns::Turn> OutboundTurns::take(const std::string& reques
         return std::nullopt;
     --free_;
     ++held_[requester];
-    return std::optional<Turn>{std::in_place, *this, requester};
+    return std::optional<Slot>{std::in_place, *this, requester};
 }
 
-std::size_t OutboundTurns::waiting() const {
+std::size_t OutboundSlots::waiting() const {
     const std::lock_guard lock{mutex_};
     return waiting_.size();
 }
 
-void OutboundTurns::giveBack(const std::string& requester) {
+void OutboundSlots::giveBack(const std::string& requester) {
     {
         const std::lock_guard lock{mutex_};
         ++free_;
@@ -34,7 +34,7 @@ void OutboundTurns::giveBack(const std::string& requester) {
     changed_.notify_all();
 }
 
-OutboundTurns::Waiting::const_iterator OutboundTurns::next() const {
+OutboundSlots::Waiting::const_iterator OutboundSlots::next() const {
     const auto heldBy = [this](const std::string& requester) {
         const auto found = held_.find(requester);
         return found == held_.end() ? std::size_t{0} : found->second;
