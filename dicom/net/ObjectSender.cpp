@@ -83,16 +83,16 @@ SendResult ObjectSender::giveUp(const std::string& reason) {
 
 void ObjectSender::open(std::size_t association) {
     close();
-    IoLimits& bounds = transport_.bounds();
+    IoLimits& ioLimits = transport_.ioLimits();
     const auto connectEnd = Clock::now() + limits_.connect;
     const HostAddress address = lookUpHost(destination_.host, connectEnd, stop_);
     if (!address.dotted)
         throw Broken{address.failure.empty() ? "nobody resolves the host's name" : address.failure};
-    bounds.setDeadline(connectEnd);
+    ioLimits.setDeadline(connectEnd);
     const auto peer = transport_.connect(*address.dotted, destination_.port, limits_.connect);
     if (!peer)
         throw Broken{std::generic_category().message(errno)};
-    bounds.setDeadline(Clock::now() + limits_.silence);
+    ioLimits.setDeadline(Clock::now() + limits_.silence);
     association_ = std::make_unique<OutboundAssociation>(transport_, limits_.silence);
     number_ = association;
     const OFCondition opened = association_->request(*peer, destination_.callingAeTitle,
@@ -103,7 +103,7 @@ void ObjectSender::open(std::size_t association) {
         throw Broken{ASC_printRejectParameters(words, &rejection)};
     }
     require(opened);
-    bounds.setDeadline(IoLimits::NoDeadline);
+    ioLimits.setDeadline(IoLimits::NoDeadline);
     learnContexts();
 }
 
@@ -126,18 +126,18 @@ void ObjectSender::close() {
     if (association_ && !failure_)
         association_->release();
     association_.reset();
-    transport_.bounds().setDeadline(IoLimits::NoDeadline);
+    transport_.ioLimits().setDeadline(IoLimits::NoDeadline);
 }
 
 /// The peer is told, if the system takes that at once.
 void ObjectSender::abort() {
     if (!association_)
         return;
-    transport_.bounds().setDeadline(Clock::now());
+    transport_.ioLimits().setDeadline(Clock::now());
     if (association_->get() != nullptr)
         association_->abort();
     association_.reset();
-    transport_.bounds().setDeadline(IoLimits::NoDeadline);
+    transport_.ioLimits().setDeadline(IoLimits::NoDeadline);
 }
 
 const T_ASC_PresentationContextID* ObjectSender::contextFor(const ObjectKind& kind) const {
@@ -185,7 +185,7 @@ SendResult ObjectSender::sendOver(T_ASC_PresentationContextID context, OutgoingO
 }
 
 SendResult ObjectSender::receiveAnswer(std::uint16_t messageId) {
-    transport_.bounds().setDeadline(Clock::now() + limits_.silence);
+    transport_.ioLimits().setDeadline(Clock::now() + limits_.silence);
     T_ASC_PresentationContextID context = 0;
     T_DIMSE_Message answer{};
     DcmDataset* found = nullptr;
@@ -193,7 +193,7 @@ SendResult ObjectSender::receiveAnswer(std::uint16_t messageId) {
                                                       association_->limit(), &context, &answer, &found);
     const std::unique_ptr<DcmDataset> detail{found};
     require(received);
-    transport_.bounds().setDeadline(IoLimits::NoDeadline);
+    transport_.ioLimits().setDeadline(IoLimits::NoDeadline);
     if (trace_.message)
         trace_.message(answer, DIMSE_INCOMING);
     const T_DIMSE_C_StoreRSP& response = answer.msg.CStoreRSP;

@@ -64,8 +64,8 @@ T_ASC_RejectParameters OutboundAssociation::rejection() const {
 }
 
 void OutboundAssociation::release() {
-    IoLimits& bounds = transport_.bounds();
-    bounds.setDeadline(std::min(bounds.deadline(), IoLimits::Clock::now() + ReleaseLimit));
+    IoLimits& ioLimits = transport_.ioLimits();
+    ioLimits.setDeadline(std::min(ioLimits.deadline(), IoLimits::Clock::now() + ReleaseLimit));
     ASC_releaseAssociation(association_);
 }
 

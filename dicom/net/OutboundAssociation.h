@@ -20,7 +20,7 @@ struct ProposedContext {
 /// wants. Closed without a word when it is destroyed.
 class OutboundAssociation {
   public:
-    /// The transport outlives it. `limit` is what the toolkit is told; the transport's bounds are the exact
+    /// The transport outlives it. `limit` is what the toolkit is told; the transport's limits are the exact
     /// ones. Throws std::runtime_error.
     OutboundAssociation(BoundedTransport& transport, std::chrono::milliseconds limit);
     ~OutboundAssociation();

@@ -74,7 +74,7 @@ class Exchange {
 
 VerificationResult Exchange::failure(const OFCondition& condition) const {
     VerificationResult result{.detail = condition.text()};
-    if (transport_.bounds().isStopped()) {
+    if (transport_.ioLimits().isStopped()) {
         result.outcome = Outcome::Stopped;
     } else if (condition == DUL_ASSOCIATIONREJECTED) {
         const T_ASC_RejectParameters reject = association_.rejection();
@@ -83,7 +83,7 @@ VerificationResult Exchange::failure(const OFCondition& condition) const {
         result.rejectReason = reject.reason & 0xff;  // the library adds the source to it
         OFString words;
         result.detail = ASC_printRejectParameters(words, &reject);
-    } else if (transport_.bounds().isExpired() || condition == DUL_READTIMEOUT) {
+    } else if (transport_.ioLimits().isExpired() || condition == DUL_READTIMEOUT) {
         result.outcome = Outcome::TimedOut;
     } else if (condition == DUL_PEERABORTEDASSOCIATION || condition == DUL_PEERREQUESTEDRELEASE ||
                condition == DUL_NETWORKCLOSED || condition.code() == DULC_TCPIOERROR) {
@@ -140,7 +140,7 @@ VerificationResult Verifier::verify(const VerificationRequest& request, const st
     BoundedTransport transport{std::make_shared<IoLimits>(stop, deadline)};
     const HostAddress address =
         lookUpHost(request.host, std::min(deadline, Clock::now() + limits_.resolve), stop);
-    if (transport.bounds().isStopped())
+    if (transport.ioLimits().isStopped())
         return {.outcome = Outcome::Stopped, .detail = "Stopped while the host's name was looked up"};
     if (!address.dotted) {
         return address.failure.empty()
@@ -151,9 +151,9 @@ VerificationResult Verifier::verify(const VerificationRequest& request, const st
     const auto peer = transport.connect(*address.dotted, port, ConnectLimit);
     if (!peer) {
         const int reason = errno;
-        const Outcome outcome = transport.bounds().isStopped() ? Outcome::Stopped
-                                : reason == ETIMEDOUT          ? Outcome::TimedOut
-                                                               : Outcome::Unreachable;
+        const Outcome outcome = transport.ioLimits().isStopped() ? Outcome::Stopped
+                                : reason == ETIMEDOUT            ? Outcome::TimedOut
+                                                                 : Outcome::Unreachable;
         return {.outcome = outcome, .detail = std::generic_category().message(reason)};
     }
     return Exchange{transport, limits_.total}.run(request, *peer);

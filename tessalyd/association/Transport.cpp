@@ -65,14 +65,14 @@ class Connection final : public dicom::BoundedConnection {
     using Clock = dicom::IoLimits::Clock;
     using Phase = CommandLengthLimit::Phase;
 
-    Connection(int socket, std::shared_ptr<dicom::IoLimits> bounds, const AssociationLimits& limits)
-        : BoundedConnection(socket, bounds), bounds_(std::move(bounds)), limits_(limits) {}
+    Connection(int socket, std::shared_ptr<dicom::IoLimits> ioLimits, const AssociationLimits& limits)
+        : BoundedConnection(socket, ioLimits), ioLimits_(std::move(ioLimits)), limits_(limits) {}
 
     /// Those of where the peer is in what it sends.
     void applyLimits() {
         const Phase phase = meter_.phase();
-        bounds_->setDeadline(phase == Phase::Command ? begun_ + limits_.command
-                                                     : dicom::IoLimits::NoDeadline);
+        ioLimits_->setDeadline(phase == Phase::Command ? begun_ + limits_.command
+                                                       : dicom::IoLimits::NoDeadline);
         if (phase == Phase::Between)
             reading().restart({.silence = limits_.idle});
     }
@@ -83,7 +83,7 @@ class Connection final : public dicom::BoundedConnection {
         closed_ = true;
     }
 
-    std::shared_ptr<dicom::IoLimits> bounds_;
+    std::shared_ptr<dicom::IoLimits> ioLimits_;
     AssociationLimits limits_;
     CommandLengthLimit meter_;
     Clock::time_point begun_;  // of the last message

@@ -1,15 +1,9 @@
 #include "dicom/net/transport/BoundedConnection.h"
 
-#include <linux/sockios.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
+#include <dcmtk/dcmnet/cond.h>
 #include <poll.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <sys/uio.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <utility>
 
@@ -20,20 +14,35 @@ namespace {
 /// A reader that has been slower than this has what was written before.
 constexpr std::chrono::milliseconds LongestGathering{10};
 
-void setFlag(int socket, int level, int option) {
-    constexpr int On = 1;
-    ::setsockopt(socket, level, option, &On, sizeof On);  // a kernel without it is only slower
+using Kind = ByteStream::Kind;
+
+/// What poll() is to wait for.
+short eventOf(Kind wanted) {
+    return wanted == Kind::WantsToWrite ? POLLOUT : POLLIN;
+}
+
+bool isToWait(Kind kind) {
+    return kind == Kind::WantsToRead || kind == Kind::WantsToWrite;
 }
 
 }  // namespace
 
-BoundedConnection::BoundedConnection(int socket, std::shared_ptr<const IoLimits> bounds)
+BoundedConnection::BoundedConnection(int socket, std::shared_ptr<const IoLimits> limits,
+                                     std::unique_ptr<ByteStream> stream)
     : DcmTCPConnection(socket),
-      bounds_(std::move(bounds)),
-      reading_(bounds_->pace()),
-      sending_(bounds_->pace()) {
-    setFlag(socket, IPPROTO_TCP, TCP_NODELAY);
-    setFlag(socket, SOL_SOCKET, SO_KEEPALIVE);  // a peer that lost its power never says so
+      limits_(std::move(limits)),
+      stream_(stream ? std::move(stream) : std::make_unique<SocketStream>(socket)),
+      reading_(limits_->pace()),
+      sending_(limits_->pace()) {}
+
+OFCondition BoundedConnection::handshake() {
+    for (;;) {
+        const Kind kind = stream_->handshake().kind;
+        if (kind == Kind::Bytes)
+            return EC_Normal;
+        if (!isToWait(kind) || !limits_->wait(getSocket(), eventOf(kind), reading_.left()))
+            return makeDcmnetCondition(DULC_TLSERROR, OF_error, "The handshake was not completed");
+    }
 }
 
 ssize_t BoundedConnection::read(void* target, size_t size) {
@@ -72,29 +81,28 @@ void BoundedConnection::closeTransportConnection() {
 
 /// What is there goes behind what has not been read yet.
 BoundedConnection::Came BoundedConnection::receive() {
-    ssize_t count = 0;
-    do
-        count = ::recv(getSocket(), ahead_.data() + end_, ahead_.size() - end_, MSG_DONTWAIT);
-    while (count < 0 && errno == EINTR);
-    if (count < 0 && errno == EAGAIN)
+    const auto [kind, count] = stream_->read(std::span{ahead_}.subspan(end_));
+    if (isToWait(kind)) {
+        wanted_ = kind;
         return Came::Nothing;
-    setFlag(getSocket(), IPPROTO_TCP, TCP_QUICKACK);  // holds for the next segments only
-    received(count);
-    const bool good = count > 0 && arrived({ahead_.data() + end_, static_cast<std::size_t>(count)});
-    if (!good) {
+    }
+    wanted_ = Kind::WantsToRead;
+    const ssize_t result = kind == Kind::Failed ? -1 : static_cast<ssize_t>(count);
+    received(result);
+    if (result <= 0 || !arrived({ahead_.data() + end_, count})) {
         ended_ = true;
-        result_ = count > 0 ? -1 : count;
+        result_ = result > 0 ? -1 : result;
         return Came::End;
     }
-    reading_.addBytes(static_cast<std::size_t>(count));
-    end_ += static_cast<std::size_t>(count);
+    reading_.addBytes(count);
+    end_ += count;
     return Came::Bytes;
 }
 
 /// False at the end of the data and on an error.
 bool BoundedConnection::fill() {
     begin_ = end_ = 0;
-    while (!ended_ && !bounds_->isStopped() && !bounds_->isExpired()) {
+    while (!ended_ && !limits_->isStopped() && !limits_->isExpired()) {
         const Came came = receive();
         if (came != Came::Nothing)
             return came == Came::Bytes;
@@ -117,47 +125,41 @@ bool BoundedConnection::glance() {
     }
     if (!ended_ && end_ < ahead_.size())
         receive();
-    return !bounds_->isStopped() && (ended_ || bounds_->isExpired() || end_ > incomplete());
+    return !limits_->isStopped() && (ended_ || limits_->isExpired() || end_ > incomplete());
 }
 
 bool BoundedConnection::waitToRead(std::chrono::milliseconds atMost) {
     const auto begun = IoLimits::Clock::now();
-    const bool ready = bounds_->wait(getSocket(), POLLIN, std::min(atMost, reading_.left()));
+    const bool ready = limits_->wait(getSocket(), eventOf(wanted_), std::min(atMost, reading_.left()));
     reading_.addWait(IoLimits::Clock::now() - begun);
     return ready;
 }
 
 /// False once something could not be sent. What does not go out without blocking stays.
 bool BoundedConnection::flush(std::span<const char> more, Blocking blocking) {
-    std::array<iovec, 2> parts{{{.iov_base = waiting_.data(), .iov_len = waiting_.size()},
-                                {.iov_base = const_cast<char*>(more.data()), .iov_len = more.size()}}};
+    ByteStream::Parts parts{std::span<const char>{waiting_}, more};
     const std::size_t all = waiting_.size() + more.size();
     std::size_t left = all;
     while (left > 0 && !broken_) {
-        msghdr message{};
-        message.msg_iov = parts.data();
-        message.msg_iovlen = parts.size();
-        const ssize_t count = ::sendmsg(getSocket(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (count < 0) {
-            if (errno == EAGAIN && blocking == Blocking::No)
-                break;
-            broken_ = errno == EAGAIN ? !waitToSend() : errno != EINTR;
+        auto [kind, gone] = stream_->write(parts);
+        if (isToWait(kind) && blocking == Blocking::No)
+            break;
+        if (kind != Kind::Bytes) {
+            broken_ = !isToWait(kind) || !waitToSend(eventOf(kind));
             continue;
         }
-        auto gone = static_cast<std::size_t>(count);
         if (sending_.isUsed())
             countTaken(gone);
         left -= gone;
-        for (iovec& part : parts) {
-            const std::size_t ofThis = std::min(gone, part.iov_len);
-            part.iov_base = static_cast<char*>(part.iov_base) + ofThis;
-            part.iov_len -= ofThis;
+        for (auto& part : parts) {
+            const std::size_t ofThis = std::min(gone, part.size());
+            part = part.subspan(ofThis);
             gone -= ofThis;
         }
     }
     if (all > left)
         sent(all - left);
-    const std::size_t stays = broken_ ? 0 : parts[0].iov_len;
+    const std::size_t stays = broken_ ? 0 : parts[0].size();
     waiting_.erase(waiting_.begin(), waiting_.end() - static_cast<std::ptrdiff_t>(stays));
     lastSent_ = IoLimits::Clock::now();
     if (broken_)
@@ -167,16 +169,16 @@ bool BoundedConnection::flush(std::span<const char> more, Blocking blocking) {
 
 /// The system says that there is room again when a third of its buffer is free, minutes later where the peer
 /// is slow: what has gone meanwhile is counted every second.
-bool BoundedConnection::waitToSend() {
+bool BoundedConnection::waitToSend(short event) {
     constexpr std::chrono::milliseconds Step{1000};
     if (!sending_.isUsed())
-        queued_ = queued();
-    while (sending_.left() > std::chrono::milliseconds::zero() && !bounds_->isExpired()) {
+        queued_ = stream_->queued();
+    while (sending_.left() > std::chrono::milliseconds::zero() && !limits_->isExpired()) {
         const auto begun = IoLimits::Clock::now();
-        const bool ready = bounds_->wait(getSocket(), POLLOUT, std::min(Step, sending_.left()));
+        const bool ready = limits_->wait(getSocket(), event, std::min(Step, sending_.left()));
         sending_.addWait(IoLimits::Clock::now() - begun);
         countTaken(0);
-        if (ready || bounds_->isStopped())
+        if (ready || limits_->isStopped())
             return ready;
     }
     return false;
@@ -185,13 +187,8 @@ bool BoundedConnection::waitToSend() {
 /// `written` are in the system's buffer since it was last counted.
 void BoundedConnection::countTaken(std::size_t written) {
     const std::size_t before = queued_ + written;
-    queued_ = queued();
+    queued_ = stream_->queued();
     sending_.addBytes(before - std::min(before, queued_));
-}
-
-std::size_t BoundedConnection::queued() {
-    int bytes = 0;
-    return ::ioctl(getSocket(), SIOCOUTQ, &bytes) < 0 ? 0 : static_cast<std::size_t>(bytes);
 }
 
 }  // namespace tessaly::dicom

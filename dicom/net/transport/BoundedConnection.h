@@ -10,6 +10,7 @@
 #include <span>
 #include <vector>
 
+#include "dicom/net/transport/ByteStream.h"
 #include "dicom/net/transport/IoLimits.h"
 #include "dicom/net/transport/Patience.h"
 
@@ -25,9 +26,13 @@ namespace tessaly::dicom {
 /// costs no call of its own.
 class BoundedConnection : public DcmTCPConnection {
   public:
-    /// Takes the socket over.
-    BoundedConnection(int socket, std::shared_ptr<const IoLimits> bounds);
+    /// Takes the socket over. Its bytes go by `stream`, or as they are where there is none.
+    BoundedConnection(int socket, std::shared_ptr<const IoLimits> limits,
+                      std::unique_ptr<ByteStream> stream = nullptr);
 
+    /// The toolkit calls one of these before anything else. Blocks within the limits.
+    OFCondition serverSideHandshake() override { return handshake(); }
+    OFCondition clientSideHandshake() override { return handshake(); }
     ssize_t read(void* target, size_t size) override;
     ssize_t write(void* source, size_t size) override;
     /// With a time-out of zero it is a glance, which never waits: true once a whole message has come, or the
@@ -52,16 +57,18 @@ class BoundedConnection : public DcmTCPConnection {
   private:
     enum class Came { Bytes, Nothing, End };
     enum class Blocking { Yes, No };
+    OFCondition handshake();
     Came receive();
     bool fill();
     bool glance();
     bool flush(std::span<const char> more = {}, Blocking blocking = Blocking::Yes);
     bool waitToRead(std::chrono::milliseconds atMost);
-    bool waitToSend();
+    bool waitToSend(short event);
     void countTaken(std::size_t written);
-    [[nodiscard]] std::size_t queued();
 
-    std::shared_ptr<const IoLimits> bounds_;
+    std::shared_ptr<const IoLimits> limits_;
+    std::unique_ptr<ByteStream> stream_;
+    ByteStream::Kind wanted_ = ByteStream::Kind::WantsToRead;  // by the stream, when nothing could be read
     Patience reading_;
     Patience sending_;
     std::size_t queued_ = 0;     // in the system's buffer, when it was last counted

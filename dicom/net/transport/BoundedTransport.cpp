@@ -28,13 +28,13 @@ const sockaddr* generic(const sockaddr_in& address) {
 }
 
 /// True when the connection stands; errno tells why not.
-bool connectBounded(int socket, const sockaddr_in& peer, const IoLimits& bounds,
+bool connectBounded(int socket, const sockaddr_in& peer, const IoLimits& ioLimits,
                     std::chrono::milliseconds atMost) {
     if (::connect(socket, generic(peer), sizeof peer) == 0)
         return true;
     if (errno != EINPROGRESS)
         return false;
-    if (!bounds.wait(socket, POLLOUT, atMost)) {
+    if (!ioLimits.wait(socket, POLLOUT, atMost)) {
         errno = ETIMEDOUT;
         return false;
     }
@@ -59,8 +59,8 @@ std::string listenAnywhere(int socket) {
 
 class Connection final : public BoundedConnection {
   public:
-    Connection(int socket, std::shared_ptr<const IoLimits> bounds, BoundedTransport::Traffic traffic)
-        : BoundedConnection(socket, std::move(bounds)), traffic_(std::move(traffic)) {
+    Connection(int socket, std::shared_ptr<const IoLimits> ioLimits, BoundedTransport::Traffic traffic)
+        : BoundedConnection(socket, std::move(ioLimits)), traffic_(std::move(traffic)) {
         reading().restart({});  // every answer has a deadline of its own
     }
 
@@ -80,8 +80,8 @@ class Connection final : public BoundedConnection {
 
 }  // namespace
 
-BoundedTransport::BoundedTransport(std::shared_ptr<IoLimits> bounds, Traffic traffic)
-    : bounds_(std::move(bounds)), traffic_(std::move(traffic)) {}
+BoundedTransport::BoundedTransport(std::shared_ptr<IoLimits> ioLimits, Traffic traffic)
+    : ioLimits_(std::move(ioLimits)), traffic_(std::move(traffic)) {}
 
 std::optional<std::string> BoundedTransport::connect(const std::string& dotted, std::uint16_t port,
                                                      std::chrono::milliseconds atMost) {
@@ -95,7 +95,7 @@ std::optional<std::string> BoundedTransport::connect(const std::string& dotted, 
         return std::nullopt;
     }
     socket_ = newSocket(SOCK_NONBLOCK);
-    connected_ = connectBounded(socket_.get(), peer, *bounds_, atMost);
+    connected_ = connectBounded(socket_.get(), peer, *ioLimits_, atMost);
     if (!connected_)
         return std::nullopt;
     // DCMTK will have no socket that is connected already, so it connects to one that answers at once, in
@@ -110,7 +110,7 @@ DcmTransportConnection* BoundedTransport::createConnection(DcmNativeSocketType o
         return nullptr;
     socket_.reset();
     loopback_.reset();
-    return new Connection{openSocket, bounds_, traffic_};  // owned by the association
+    return new Connection{openSocket, ioLimits_, traffic_};  // owned by the association
 }
 
 }  // namespace tessaly::dicom

@@ -28,25 +28,25 @@ class BoundedTransport : public DcmTransportLayer {
         std::function<void(int socket, std::size_t bytes)> sent;
     };
 
-    BoundedTransport(std::shared_ptr<IoLimits> bounds, Traffic traffic = {});
+    BoundedTransport(std::shared_ptr<IoLimits> ioLimits, Traffic traffic = {});
     ~BoundedTransport() override = default;
     BoundedTransport(const BoundedTransport&) = delete;
     BoundedTransport& operator=(const BoundedTransport&) = delete;
 
-    [[nodiscard]] IoLimits& bounds() const noexcept { return *bounds_; }
+    [[nodiscard]] IoLimits& ioLimits() const noexcept { return *ioLimits_; }
     /// True once a TCP connection stood.
     [[nodiscard]] bool wasConnected() const noexcept { return connected_; }
 
     /// Connects to an IPv4 address in dotted form. Returns what the next association is to be asked for as
     /// its peer's presentation address, or nothing where there is no connection; errno tells why, ETIMEDOUT
-    /// also where the bounds ended the wait. Throws std::system_error when this side has no socket.
+    /// also where the limits ended the wait. Throws std::system_error when this side has no socket.
     [[nodiscard]] std::optional<std::string> connect(const std::string& dotted, std::uint16_t port,
                                                      std::chrono::milliseconds atMost);
 
     DcmTransportConnection* createConnection(DcmNativeSocketType openSocket, OFBool useSecureLayer) override;
 
   private:
-    std::shared_ptr<IoLimits> bounds_;
+    std::shared_ptr<IoLimits> ioLimits_;
     Traffic traffic_;
     base::FileDescriptor socket_;    // connected to the peer, until an association has it
     base::FileDescriptor loopback_;  // what DCMTK connects to itself meanwhile

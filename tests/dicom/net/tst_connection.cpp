@@ -5,6 +5,7 @@
 #include <QTest>
 #include <array>
 #include <cerrno>
+#include <functional>
 #include <future>
 #include <limits>
 #include <thread>
@@ -31,12 +32,15 @@ class OpenConnection : public BoundedConnection {
 
 /// A connection with its other end, which the test holds.
 struct Ends {
-    explicit Ends(std::shared_ptr<const IoLimits> bounds) {
+    using MakeStream = std::function<std::unique_ptr<ByteStream>(int socket)>;
+
+    explicit Ends(std::shared_ptr<const IoLimits> bounds, const MakeStream& makeStream = {}) {
         std::array<int, 2> both{};
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both.data()) < 0)
             throw std::runtime_error{"no sockets"};
         other = both[1];
-        near = std::make_unique<OpenConnection>(both[0], std::move(bounds));
+        near = std::make_unique<OpenConnection>(both[0], std::move(bounds),
+                                                makeStream ? makeStream(both[0]) : nullptr);
     }
     ~Ends() { ::close(other); }
     Ends(const Ends&) = delete;
@@ -60,7 +64,45 @@ struct Ends {
     std::unique_ptr<OpenConnection> near;
 };
 
+/// Wants the other direction once before each call, as encryption does at times.
+class ContraryStream final : public ByteStream {
+  public:
+    explicit ContraryStream(int socket) : plain_(socket) {}
+    [[nodiscard]] Outcome handshake() override {
+        return ++handshakes == 1 ? Outcome{Kind::WantsToWrite} : plain_.handshake();
+    }
+    [[nodiscard]] Outcome read(std::span<char> target) override {
+        return ++reads % 2 == 1 ? Outcome{Kind::WantsToWrite} : plain_.read(target);
+    }
+    [[nodiscard]] Outcome write(const Parts& parts) override {
+        return ++writes % 2 == 1 ? Outcome{Kind::WantsToRead} : plain_.write(parts);
+    }
+    [[nodiscard]] std::size_t queued() const override { return plain_.queued(); }
+
+    int handshakes = 0;
+    int reads = 0;
+    int writes = 0;
+
+  private:
+    SocketStream plain_;
+};
+
+/// Its handshake never comes to more than this.
+class StuckStream final : public ByteStream {
+  public:
+    explicit StuckStream(Kind kind) : kind_(kind) {}
+    [[nodiscard]] Outcome handshake() override { return {kind_}; }
+    [[nodiscard]] Outcome read(std::span<char> /*target*/) override { return {}; }
+    [[nodiscard]] Outcome write(const Parts& /*parts*/) override { return {}; }
+    [[nodiscard]] std::size_t queued() const override { return 0; }
+
+  private:
+    Kind kind_;
+};
+
 }  // namespace
+
+Q_DECLARE_METATYPE(tessaly::dicom::ByteStream::Kind)
 
 /// Waits for a peer: each has an end.
 class ConnectionTest : public QObject {
@@ -74,6 +116,9 @@ class ConnectionTest : public QObject {
     void readingAndWritingHaveAnEnd();
     void afterAStopNothingIsReadAndTheLastWordIsSent();
     void piecesGoOutTogether();
+    void aStreamMayWantTheOtherDirection();
+    void aHandshakeHasAnEnd_data();
+    void aHandshakeHasAnEnd();
     void aGlanceSendsWhatHasWaited();
     void aGlanceDoesNotWaitForAPeerThatTakesNothing();
     void aPeerThatKeepsTheRateIsWaitedFor_data();
@@ -147,6 +192,47 @@ void ConnectionTest::afterAStopNothingIsReadAndTheLastWordIsSent() {
     QCOMPARE(ends.near->write(&word, 1), ssize_t{1});
     ends.near->close();
     QVERIFY(ends.hasArrived());
+}
+
+void ConnectionTest::aStreamMayWantTheOtherDirection() {
+    ContraryStream* stream = nullptr;
+    const Ends ends{std::make_shared<IoLimits>(std::stop_token{}), [&stream](int socket) {
+                        auto made = std::make_unique<ContraryStream>(socket);
+                        stream = made.get();
+                        return made;
+                    }};
+    QVERIFY(ends.near->serverSideHandshake().good());
+    QCOMPARE(stream->handshakes, 2);
+    QCOMPARE(::send(ends.other, "x", 1, 0), ssize_t{1});
+    char word[] = "abc";  // NOLINT(modernize-avoid-c-arrays)
+    QCOMPARE(ends.near->write(word, 3), ssize_t{3});
+    QCOMPARE(ends.read(), ssize_t{1});  // sends what was written before
+    QCOMPARE(stream->writes, 2);
+    QCOMPARE(stream->reads, 2);
+    std::array<char, 8> came{};
+    QCOMPARE(::recv(ends.other, came.data(), came.size(), MSG_DONTWAIT), ssize_t{3});
+}
+
+void ConnectionTest::aHandshakeHasAnEnd_data() {
+    QTest::addColumn<ByteStream::Kind>("kind");
+    QTest::addColumn<bool>("isStopped");
+    QTest::newRow("nothing comes") << ByteStream::Kind::WantsToRead << false;
+    QTest::newRow("stopped") << ByteStream::Kind::WantsToRead << true;
+    QTest::newRow("failed") << ByteStream::Kind::Failed << false;
+    QTest::newRow("ended") << ByteStream::Kind::Ended << false;
+}
+
+void ConnectionTest::aHandshakeHasAnEnd() {
+    QFETCH(const ByteStream::Kind, kind);
+    QFETCH(const bool, isStopped);
+    std::stop_source stop;
+    auto limits = std::make_shared<IoLimits>(stop.get_token());
+    if (isStopped)
+        stop.request_stop();
+    else
+        limits->setDeadline(IoLimits::Clock::now() + std::chrono::milliseconds{200});
+    const Ends ends{limits, [kind](int) { return std::make_unique<StuckStream>(kind); }};
+    QVERIFY(ends.near->clientSideHandshake().bad());
 }
 
 void ConnectionTest::piecesGoOutTogether() {
