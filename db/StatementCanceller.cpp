@@ -93,7 +93,7 @@ class StatementCanceller::Watcher {
         try {
             watched.asker = std::thread{[&watched] { watched.ask(); }};
             return true;
-        } catch (const std::system_error&) {  // no thread is to be had now
+        } catch (const std::system_error&) {  // the system has no thread left
             return false;
         }
     }

@@ -10,7 +10,7 @@ namespace tessaly::db::detail {
 /// While a statement runs: asks, some times a second and in a thread of its own, whether it is still wanted,
 /// and has the engine end it when it is not. For the length of one ODBC call of the statement's own thread,
 /// which waits in it meanwhile: what is asked may use whatever belongs to that thread. A question that takes
-/// long is no matter to other statements.
+/// long does not delay those of other statements.
 class StatementCanceller {
   public:
     /// Nothing happens where `isUnwanted` is empty or the engine's driver cannot end a statement from another

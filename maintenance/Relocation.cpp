@@ -87,7 +87,7 @@ class PathUpdate {
 std::optional<std::string> relocatedPath(const std::string& path, const QString& from, const QString& to) {
     const QString root = QString::fromStdString(path).left(from.size());
     const std::string stored = root.toStdString();
-    // The second condition fails for a path that is no UTF-8: it is nobody's to rewrite.
+    // The second condition fails for a path that is not valid UTF-8, which stays as it is.
     if (upperCased(root) != upperCased(from) || !path.starts_with(stored))
         return std::nullopt;
     return to.toStdString() + path.substr(stored.size());

@@ -17,7 +17,7 @@ constexpr std::array Engines{
         .name = "SQLite",
         .tables = embedded::sqlite,
         .catalogue = embedded::sqlite_catalogue,
-        // The file is nobody's yet: what is broken off is thrown away with it, and it is flushed at its end.
+        // Nobody uses the file before it is complete: an interrupted load is deleted, a complete one flushed.
         .loading = "PRAGMA journal_mode = DELETE; PRAGMA synchronous = OFF",
         .reading = "PRAGMA query_only = 1",
         .beginsByStatement = true,

@@ -62,8 +62,8 @@ void DicomNode::fill() {
     db::Query query{Globals::DbConnection(), "SELECT * FROM DicomNodes WHERE Name=?"};
     db::ResultSet row = query.bind(1, ui::varchar(node_)).open();
     if (!row.next()) {
-        // The dialog stays in update mode with its name unlocked; Confirm then changes a row only if the
-        // name typed exists. Meant so.
+        // Deliberate: the dialog stays in update mode with its name unlocked, and Confirm then changes a row
+        // only if the name typed exists.
         ui::messageBox(this, u"Node "_s + node_ + u" not found"_s, ui::BoxStyle::Critical);
         return;
     }

@@ -70,7 +70,7 @@ void DicomPort::LoadPort(const QString& port) {
     db::Query query{Globals::DbConnection(), "SELECT * FROM Port WHERE Port=?"};
     db::ResultSet row = query.bind(1, ui::varchar(port)).open();
     if (!row.next()) {
-        // Confirm then inserts a row: without an old title the port counts as new. Meant so.
+        // Deliberate: Confirm then inserts a row, because a port without an old title counts as new.
         ui::messageBox(this, u"Port "_s + port + u" not found"_s, ui::BoxStyle::Critical);
         return;
     }

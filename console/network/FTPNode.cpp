@@ -50,8 +50,8 @@ void FTPNode::fill(const QString& name) {
     db::Query query{Globals::DbConnection(), "SELECT * FROM FTPNodes WHERE Name=?"};
     db::ResultSet row = query.bind(1, ui::varchar(name)).open();
     if (!row.next()) {
-        // The dialog stays in update mode with its name unlocked; Confirm then changes a row only if the
-        // name typed exists. Meant so.
+        // Deliberate: the dialog stays in update mode with its name unlocked, and Confirm then changes a row
+        // only if the name typed exists.
         ui::messageBox(this, u"Node "_s + name + u" not found"_s, ui::BoxStyle::Critical);
         return;
     }

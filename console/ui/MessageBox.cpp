@@ -70,7 +70,7 @@ QPoint placeBeside(const QRect& there, const QSize& size, const QRect& screen) {
     return screen.topLeft();
 }
 
-/// A form that has just been shown gets its place by and by.
+/// The window manager places a form some time after it was shown. Blocks until then, half a second at most.
 void awaitPlace(const QWidget& form) {
     const QDeadlineTimer patience{500ms};
     while (form.windowHandle() != nullptr && !form.windowHandle()->isExposed() && !patience.hasExpired()) {

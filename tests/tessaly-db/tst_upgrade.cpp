@@ -46,7 +46,8 @@ void TestUpgrade::upgradesAnOlderDatabase() {
     change(u"DROP INDEX PatientByPatientID"_s);
     change(u"DROP INDEX ImageBySeries"_s);
     change(u"INSERT INTO Printers (Name) VALUES ('laser')"_s);
-    const auto upgraded = run({u"upgrade"_s, u"--quiet"_s});  // which is no matter: there is something to say
+    // --quiet changes nothing here: there is something to say.
+    const auto upgraded = run({u"upgrade"_s, u"--quiet"_s});
     QCOMPARE(upgraded.err, QString());
     QCOMPARE(upgraded.status, 0);
     QStringList lines = upgraded.out.toLower().split(u'\n', Qt::SkipEmptyParts);

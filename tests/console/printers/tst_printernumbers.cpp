@@ -70,7 +70,7 @@ void PrinterNumbersTest::aConfirmationFromInsideChecksFirst() {
     QCOMPARE(stored(column).isNull(), number.isEmpty());
 }
 
-/// A zero that came from elsewhere is nobody's mistake here.
+/// A zero that another program has stored is not reported.
 void PrinterNumbersTest::aConfirmationFromElsewhereChecksNothing() {
     database().run(u"UPDATE Printers SET Copies=0, MaxDensity=0"_s);
     BoxScript script;

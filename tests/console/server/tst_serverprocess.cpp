@@ -103,7 +103,7 @@ void ServerProcessTest::terminateBringsAnotherProcess() {
         const int process = fake_->process();
         window().click(u"cmdLoad"_s);
         QVERIFY(fake_->process() != process);
-        QCOMPARE(state(), u"Listening"_s);  // without a look at the clock: no "Error" in between
+        QCOMPARE(state(), u"Listening"_s);  // at once: no "Error" in between
         QCOMPARE(window().text(u"cmdLoad"_s), u"Terminate"_s);
     }
     QCOMPARE(fake_->calls().count(u"Terminate"_s), 3);

@@ -176,7 +176,7 @@ void RetryTest::stopEndsTheRetryingOfAPort() {
 void RetryTest::terminateDoesNotWaitForTheDatabase() {
     daemon_ = std::make_unique<Daemon>();
     const ScratchDatabase& database = daemon_->database;
-    // From here on nobody else reads it, and who asks waits for longer than the test does.
+    // From here on the database is locked: other readers wait for longer than the test does.
     if (ScratchDatabase::isPostgresql()) {
         database.run(u"BEGIN"_s);
         database.run(u"LOCK TABLE Port, DicomNodes, DicomServer, SiteData"_s);

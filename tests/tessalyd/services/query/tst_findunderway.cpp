@@ -176,7 +176,7 @@ void FindUnderWayTest::aRequesterThatStopsInTheMiddleHoldsUpNoOther() {
     daemon_->database.run(u"UPDATE DicomServer SET QueryTimeout=0"_s);
     daemon_->database.release();
     daemon_->launch();
-    // Readers of the file engine wait for nobody.
+    // Readers of the file engine do not wait for writers.
     const bool blocks = ScratchDatabase::isPostgresql();
     if (blocks) {
         daemon_->database.run(u"BEGIN"_s);

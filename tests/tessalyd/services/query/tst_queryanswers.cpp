@@ -326,7 +326,7 @@ void QueryAnswersTest::aTableThatSomebodyHasLockedEndsAQueryAtItsTimeout() {
     tessaly::db::Connection other;
     openDatabase(other);
     tessaly::db::Transaction transaction{other};
-    // Readers of a write-ahead log wait for nobody.
+    // Readers of a write-ahead log do not wait for writers.
     const bool blocks = ScratchDatabase::isPostgresql();
     tessaly::db::execute(
         other, blocks ? "LOCK TABLE Study IN ACCESS EXCLUSIVE MODE" : "UPDATE Study SET StudyTime=StudyTime");
