@@ -60,12 +60,9 @@ void JobQueue::use(const Need& need, std::uint32_t requester) {
     Requester& its = requesters_.at(requester);
     ++its.running;
     its.begun = ++begun_;
-    for (Usage* const usage : {&all_, need.isLarge ? &large_ : nullptr}) {
-        if (usage != nullptr) {
-            ++usage->jobs;
-            usage->memory += need.memory;
-        }
-    }
+    all_.add(need);
+    if (need.isLarge)
+        large_.add(need);
 }
 
 void JobQueue::forget(std::uint32_t requester) {
@@ -106,12 +103,9 @@ JobQueue::Turn::Turn(JobQueue& queue, const Need& need, const Interest& interest
 
 JobQueue::Turn::~Turn() {
     const std::lock_guard lock{queue_.mutex_};
-    for (Usage* const usage : {&queue_.all_, need_.isLarge ? &queue_.large_ : nullptr}) {
-        if (usage != nullptr) {
-            --usage->jobs;
-            usage->memory -= need_.memory;
-        }
-    }
+    queue_.all_.remove(need_);
+    if (need_.isLarge)
+        queue_.large_.remove(need_);
     --queue_.requesters_.at(requester_).running;
     queue_.forget(requester_);
     queue_.changed_.notify_all();

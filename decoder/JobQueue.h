@@ -54,6 +54,15 @@ class JobQueue {
     struct Usage {
         std::size_t jobs = 0;
         std::uint64_t memory = 0;
+
+        void add(const Need& need) {
+            ++jobs;
+            memory += need.memory;
+        }
+        void remove(const Need& need) {
+            --jobs;
+            memory -= need.memory;
+        }
     };
     struct Waiting {
         Need need;

@@ -42,7 +42,7 @@ struct Retrieved {
     QMap<QString, QByteArray> objects;  ///< of a C-GET: the data sets, by SOP instance UID
 };
 
-/// Who asks for objects by C-GET and C-MOVE, by hand.
+/// A requester of C-GET and C-MOVE whose messages the test sends one by one.
 class Retriever : public Association {
   public:
     enum ContextId : T_ASC_PresentationContextID {
