@@ -15,8 +15,7 @@
 #include "tessalyd/association/Service.h"
 #include "tessalyd/association/Transport.h"
 #include "tessalyd/configuration/Configuration.h"
-#include "tessalyd/services/retrieve/QueryAccess.h"
-#include "tessalyd/store/ArchiveIndex.h"
+#include "tessalyd/services/ServiceContext.h"
 #include "tessalyd/store/DatabaseWatch.h"
 #include "tessalyd/store/LeftoverCleaner.h"
 
@@ -78,7 +77,6 @@ class Server {
     void countBound();
     void forgetPorts();
     void watchDatabase(const Configuration& configuration);
-    void closeSessions();
     void accept(const std::shared_ptr<const PortConfiguration>& port, base::FileDescriptor socket,
                 const std::stop_token& listening);
 
@@ -88,8 +86,7 @@ class Server {
     PeerLog log_;
     Transport transport_;
     OpenAssociations open_;
-    ArchiveIndex index_;
-    QueryAccess queries_;
+    ServiceContext shared_;
     ServiceFactory services_;
     AssociationThreads threads_;
     std::optional<LeftoverCleaner> cleaner_;

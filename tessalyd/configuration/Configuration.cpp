@@ -68,6 +68,7 @@ std::vector<NodeConfiguration> readNodes(const db::Connection& connection) {
             .port = trimmedText(rows, "Port"),
             .store = rows.flag("Store"),
             .query = rows.flag("Query"),
+            .print = rows.flag("Print"),
         });
     }
     return nodes;

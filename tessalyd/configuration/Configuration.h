@@ -53,6 +53,7 @@ struct NodeConfiguration {
     std::string port;
     bool store = false;  ///< objects may be sent to it
     bool query = false;  ///< it may query and retrieve
+    bool print = false;  ///< it may print
 };
 
 struct Configuration {

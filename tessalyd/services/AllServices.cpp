@@ -8,15 +8,15 @@
 
 namespace tessaly::tessalyd {
 
-ServiceFactory allServices(ArchiveIndex& index, QueryAccess& queries, decoder::Pool& decoders) {
-    return [&index, &queries, &decoders] {
-        Services services;
-        services.push_back(std::make_unique<EchoService>());
-        services.push_back(std::make_unique<StoreService>(index, decoders));
-        services.push_back(std::make_unique<FindService>(queries.rules(), queries.sessions()));
-        services.push_back(std::make_unique<GetService>(queries, decoders));
-        services.push_back(std::make_unique<MoveService>(queries, decoders));
-        return services;
+ServiceFactory allServices(ServiceContext& shared) {
+    return [&shared](const PortConfiguration& /*port*/, const AssociationNames& /*peer*/) {
+        PeerServices made{.services = {}, .nodes = shared.settings()->nodes};
+        made.services.push_back(std::make_unique<EchoService>());
+        made.services.push_back(std::make_unique<StoreService>(shared));
+        made.services.push_back(std::make_unique<FindService>(shared));
+        made.services.push_back(std::make_unique<GetService>(shared));
+        made.services.push_back(std::make_unique<MoveService>(shared));
+        return made;
     };
 }
 

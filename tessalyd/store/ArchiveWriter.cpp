@@ -11,6 +11,7 @@
 
 #include "archive/StoredPath.h"
 #include "decoder/Syntaxes.h"
+#include "dicom/data/SinkStream.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/store/StoreFailure.h"
 
@@ -24,22 +25,31 @@ ArchiveWriter::ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index,
       object_(std::move(object)),
       incoming_(object_.syntax),
       end_(object_.syntax),
-      unplaced_(buffer, archive::localPath(port.root)),
-      stream_([this](std::span<const char> block) { take(block); }) {}
+      unplaced_(buffer, archive::localPath(port.root)) {}
 
-void ArchiveWriter::take(std::span<const char> block) {
-    end_.take(block);
+void ArchiveWriter::take(std::span<const char> piece) noexcept {
+    if (fault_)
+        return;
+    try {
+        write(piece);
+    } catch (...) {
+        fault_ = std::current_exception();
+    }
+}
+
+void ArchiveWriter::write(std::span<const char> piece) {
+    end_.take(piece);
     if (file_) {
-        file_->write(block);
+        file_->write(piece);
         return;
     }
-    const bool isPlaceable = incoming_.take(block);
-    if (isPlaceable && unplaced_.size() + block.size() > UnplacedBytes::MostInMemory) {
+    const bool isPlaceable = incoming_.take(piece);
+    if (isPlaceable && unplaced_.size() + piece.size() > UnplacedBytes::MostInMemory) {
         begin(false);
-        file_->write(block);
+        file_->write(piece);
         return;
     }
-    unplaced_.append(block);
+    unplaced_.append(piece);
     if (!isPlaceable && unplaced_.size() > dicom::LongestHeader)
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The header of the object does not end"};
 }
@@ -97,7 +107,8 @@ std::vector<char> ArchiveWriter::metaHeader(const std::string& transferSyntaxUid
 
 void ArchiveWriter::finish() {
     try {
-        stream_.rethrow();
+        if (fault_)
+            std::rethrow_exception(fault_);
         if (file_)
             checkEnd();
         else

@@ -22,7 +22,7 @@ constexpr std::array<std::string_view, 4> LevelNames{"PATIENT", "STUDY", "SERIES
 constexpr std::string_view Unreadable = "\xef\xbf\xbd";
 
 RequestFailure refused(const char* comment, const DcmTagKey& offending) {
-    return {STATUS_FIND_Failed_IdentifierDoesNotMatchSOPClass, comment, offending};
+    return {STATUS_FIND_Failed_IdentifierDoesNotMatchSOPClass, comment, {.offendingElement = offending}};
 }
 
 /// Compared with each row, longer lists would cost the others their time.

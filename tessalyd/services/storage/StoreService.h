@@ -1,24 +1,22 @@
 #pragma once
 
-#include "decoder/Pool.h"
 #include "tessalyd/association/Service.h"
-#include "tessalyd/store/ArchiveIndex.h"
+#include "tessalyd/services/ServiceContext.h"
 
 namespace tessaly::tessalyd {
 
 /// C-STORE: an object goes into the archive.
 class StoreService final : public Service {
   public:
-    /// Both outlive it.
-    StoreService(ArchiveIndex& index, decoder::Pool& decoders) : index_(index), decoders_(decoders) {}
+    explicit StoreService(ServiceContext& shared) : index_(shared.index), decoders_(shared.decoders) {}
 
-    [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_STORE_RQ; }
-    [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override;
-    void answer(const Request& request, Requester& requester) override;
+    [[nodiscard]] std::span<const SupportedContext> contexts() const noexcept override;
+    [[nodiscard]] std::span<const CommandField> commands() const noexcept override;
+    void answer(const Request& request, Association& association) override;
     [[nodiscard]] std::string summary() const override;
 
   private:
-    void store(const Request& request, Requester& requester);
+    void store(const Request& request, Association& association);
 
     ArchiveIndex& index_;
     decoder::Pool& decoders_;

@@ -83,15 +83,15 @@ void AssociationsTest::anUnknownCallerIsRejected() {
 void AssociationsTest::theLimitHoldsPerPort() {
     const QList<PortRow> ports{{.maxConnections = 2}, {.maxConnections = 1}};
     launch(ports);
-    Association first{daemon_->port()};
-    Association second{daemon_->port()};
+    RequestorAssociation first{daemon_->port()};
+    RequestorAssociation second{daemon_->port()};
     QVERIFY(first.isOpen() && second.isOpen());
     const Outcome third = echo();
     QVERIFY2(third.output.contains(
                  u"Result: Rejected Transient, Source: Service Provider (Presentation Related)"_s),
              qPrintable(third.output));
     QVERIFY2(third.output.contains(u"Reason: Local Limit Exceeded"_s), qPrintable(third.output));
-    Association elsewhere{daemon_->port(1)};
+    RequestorAssociation elsewhere{daemon_->port(1)};
     QVERIFY(elsewhere.isOpen());
     QCOMPARE(daemon_->status(), (Daemon::Status{0, 3, 2}));
     first.release();
@@ -102,13 +102,13 @@ void AssociationsTest::theLimitHoldsPerPort() {
 void AssociationsTest::onlyWhatAServiceOffersIsAccepted() {
     launch();
     const std::vector<std::string> plain{UID_LittleEndianImplicitTransferSyntax};
-    Association peer{daemon_->port(),
-                     "TESTER",
-                     "TESSALY",
-                     {{UID_VerificationSOPClass, plain},
-                      {UID_FINDModalityWorklistInformationModel, plain},
-                      {UID_CTImageStorage, {UID_JPEG2000TransferSyntax}},
-                      {UID_VerificationSOPClass, {UID_RLELosslessTransferSyntax}}}};
+    RequestorAssociation peer{daemon_->port(),
+                              "TESTER",
+                              "TESSALY",
+                              {{UID_VerificationSOPClass, plain},
+                               {UID_FINDModalityWorklistInformationModel, plain},
+                               {UID_CTImageStorage, {UID_JPEG2000TransferSyntax}},
+                               {UID_VerificationSOPClass, {UID_RLELosslessTransferSyntax}}}};
     QVERIFY(peer.isOpen());
     QCOMPARE(peer.accepted(0), std::string{UID_LittleEndianImplicitTransferSyntax});
     QCOMPARE(peer.accepted(1), std::string{});
@@ -127,13 +127,13 @@ void AssociationsTest::everyStorageClassIsAccepted() {
         UID_JPEGLSLossyTransferSyntax,          UID_RLELosslessTransferSyntax};
     QVERIFY(numberOfDcmAllStorageSOPClassUIDs > 100);
     constexpr int Most = 120;  // contexts in one association
-    std::vector<Association::Context> contexts;
+    std::vector<RequestorAssociation::Context> contexts;
     for (int i = 0; i < numberOfDcmAllStorageSOPClassUIDs; ++i) {
         contexts.push_back(
             {dcmAllStorageSOPClassUIDs[i], {syntaxes.at(static_cast<std::size_t>(i) % syntaxes.size())}});
         if (contexts.size() < Most && i + 1 < numberOfDcmAllStorageSOPClassUIDs)
             continue;
-        Association peer{daemon_->port(), "TESTER", "TESSALY", contexts};
+        RequestorAssociation peer{daemon_->port(), "TESTER", "TESSALY", contexts};
         for (std::size_t n = 0; n < contexts.size(); ++n)
             QCOMPARE(peer.accepted(static_cast<int>(n)), contexts[n].transferSyntaxes.front());
         contexts.clear();
@@ -142,26 +142,26 @@ void AssociationsTest::everyStorageClassIsAccepted() {
 
 void AssociationsTest::theFirstSyntaxThatIsTakenWins() {
     launch();
-    Association peer{daemon_->port(),
-                     "TESTER",
-                     "TESSALY",
-                     {{UID_CTImageStorage,
-                       {UID_JPEG2000TransferSyntax, UID_JPEGProcess14SV1TransferSyntax,
-                        UID_LittleEndianImplicitTransferSyntax}}}};
+    RequestorAssociation peer{daemon_->port(),
+                              "TESTER",
+                              "TESSALY",
+                              {{UID_CTImageStorage,
+                                {UID_JPEG2000TransferSyntax, UID_JPEGProcess14SV1TransferSyntax,
+                                 UID_LittleEndianImplicitTransferSyntax}}}};
     QCOMPARE(peer.accepted(0), std::string{UID_JPEGProcess14SV1TransferSyntax});
 }
 
 void AssociationsTest::fiftyAssociationsAreOpenAtOnce() {
     constexpr int Many = 50;
     launch({PortRow{.maxConnections = Many}});
-    std::vector<std::unique_ptr<Association>> peers;
+    std::vector<std::unique_ptr<RequestorAssociation>> peers;
     peers.reserve(Many);
     for (int i = 0; i < Many; ++i)
-        peers.push_back(std::make_unique<Association>(daemon_->port(), i % 2 == 0 ? "EVEN" : "ODD"));
+        peers.push_back(std::make_unique<RequestorAssociation>(daemon_->port(), i % 2 == 0 ? "EVEN" : "ODD"));
     for (const auto& peer : peers)
         QVERIFY(peer->isOpen() && peer->echo());
     QCOMPARE(daemon_->status(), (Daemon::Status{0, Many, 1}));
-    QVERIFY(!Association{daemon_->port()}.isOpen());
+    QVERIFY(!RequestorAssociation{daemon_->port()}.isOpen());
     for (const auto& peer : peers)
         peer->release();
     EVENTUALLY_COMPARE(daemon_->ends.size(), Many);
@@ -174,7 +174,7 @@ void AssociationsTest::fiftyAssociationsAreOpenAtOnce() {
 void AssociationsTest::anAbortInTheMiddleOfAStoreLeavesNothing() {
     launch();
     const ObjectSpec large{.side = 1200};  // 2.8 MB
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     peer.beginStore(large, 2'000'000);  // enough for the file to be begun
     EVENTUALLY_COMPARE(daemon_->files().size(), 1);
     QVERIFY(daemon_->files().first().endsWith(u".part"_s));

@@ -6,7 +6,7 @@
 
 #include "tessalyd/services/query/IdentifierParser.h"
 #include "tessalyd/services/query/QueryIdentifier.h"
-#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 #include "tests/tessalyd/StockedArchive.h"
 #include "tests/tessalyd/TagNumber.h"
 

@@ -1,4 +1,4 @@
-#include "tessalyd/services/query/QuerySessions.h"
+#include "tessalyd/search/QuerySessions.h"
 
 #include <chrono>
 #include <exception>

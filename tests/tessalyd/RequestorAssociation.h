@@ -23,7 +23,7 @@ namespace tessaly::test {
 
 /// An association asked for from the test itself, over the toolkit's bare calls: what the tools of a package
 /// do not do, this does. Not released when it is destroyed: the connection just closes.
-class Association {
+class RequestorAssociation {
   public:
     struct Context {
         std::string abstractSyntax;
@@ -40,13 +40,13 @@ class Association {
     [[nodiscard]] static std::vector<Context> usual();
 
     /// `port` of this machine, or of an address: "127.0.0.2:104".
-    explicit Association(const QString& port, const std::string& calling = "TESTER",
-                         const std::string& called = "TESSALY",
-                         const std::vector<Context>& contexts = usual(),
-                         const std::vector<Extension>& extensions = {});
-    ~Association();
-    Association(const Association&) = delete;
-    Association& operator=(const Association&) = delete;
+    explicit RequestorAssociation(const QString& port, const std::string& calling = "TESTER",
+                                  const std::string& called = "TESSALY",
+                                  const std::vector<Context>& contexts = usual(),
+                                  const std::vector<Extension>& extensions = {});
+    ~RequestorAssociation();
+    RequestorAssociation(const RequestorAssociation&) = delete;
+    RequestorAssociation& operator=(const RequestorAssociation&) = delete;
 
     [[nodiscard]] bool isOpen() const { return opened_.good(); }
     /// Meaningful when the peer rejected it.

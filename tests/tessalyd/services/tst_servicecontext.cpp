@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "tessalyd/services/retrieve/QueryAccess.h"
+#include "tessalyd/services/ServiceContext.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ScratchDatabase.h"
 
@@ -13,8 +13,8 @@ using namespace tessaly;
 using namespace tessaly::tessalyd;
 using namespace tessaly::test;
 
-/// Who may query, where objects go, and the sessions that queries read by, without a network.
-class QueryAccessTest : public QObject {
+/// Who has which right, where objects go, and the sessions that queries read by, without a network.
+class ServiceContextTest : public QObject {
     Q_OBJECT
 
   private Q_SLOTS:
@@ -23,9 +23,10 @@ class QueryAccessTest : public QObject {
 
     void aNodeWithTheFlagMayQuery_data();
     void aNodeWithTheFlagMayQuery();
+    void theFlagPrintIsARightOfItsOwn();
     void aDestinationIsANodeThatStores_data();
     void aDestinationIsANodeThatStores();
-    void rulesHoldUntilTheNextConfiguration();
+    void settingsHoldUntilTheNextConfiguration();
     void sessionsAreBoundedAndHandedOn();
     void statementsArePlannedForTheirOwnValues();
     void whoGivesUpWaitsNoLonger();
@@ -44,13 +45,13 @@ class QueryAccessTest : public QObject {
     std::unique_ptr<ScratchDatabase> database_;
 };
 
-Configuration QueryAccessTest::configuration() {
+Configuration ServiceContextTest::configuration() {
     db::Connection connection;
     openDatabase(connection);
     return readConfiguration(connection);
 }
 
-qsizetype QueryAccessTest::openSessions() const {
+qsizetype ServiceContextTest::openSessions() const {
     if (ScratchDatabase::isPostgresql())
         return database_
             ->value(
@@ -66,7 +67,7 @@ qsizetype QueryAccessTest::openSessions() const {
     return count;
 }
 
-QString QueryAccessTest::firstTable(const QuerySessions::Lease& lease) {
+QString ServiceContextTest::firstTable(const QuerySessions::Lease& lease) {
     const std::string text = "SELECT BaseUID FROM SiteData";
     db::Query query = lease.statements().take(text);
     QString value;
@@ -76,7 +77,7 @@ QString QueryAccessTest::firstTable(const QuerySessions::Lease& lease) {
     return value;
 }
 
-void QueryAccessTest::aNodeWithTheFlagMayQuery_data() {
+void ServiceContextTest::aNodeWithTheFlagMayQuery_data() {
     QTest::addColumn<QString>("caller");
     QTest::addColumn<bool>("may");
     QTest::newRow("with the flag") << u"WS1"_s << true;
@@ -90,17 +91,28 @@ void QueryAccessTest::aNodeWithTheFlagMayQuery_data() {
     QTest::newRow("no title") << QString{} << false;
 }
 
-void QueryAccessTest::aNodeWithTheFlagMayQuery() {
+void ServiceContextTest::aNodeWithTheFlagMayQuery() {
     QFETCH(QString, caller);
     QFETCH(bool, may);
     database_->run(
         u"INSERT INTO DicomNodes (Name, AETitle, Store, Query) VALUES ('work', 'WS1', 0, 1), "
         "('blank', ' WS2 ', 0, 1), ('flag', 'WS3', 0, -1), ('ct', 'CT1', 1, 0), "
         "('a', 'TWICE', 1, 0), ('b', 'TWICE', 0, 1), ('none', NULL, 1, 1)"_s);
-    QCOMPARE(QueryRules{configuration()}.mayQuery(caller.toStdString()), may);
+    const RemoteNodes nodes{configuration().nodes};
+    QCOMPARE(nodes.has(Right::Query, caller.toStdString()), may);
+    QVERIFY(nodes.has(Right::None, caller.toStdString()));
+    QVERIFY(!nodes.has(Right::Print, caller.toStdString()));
 }
 
-void QueryAccessTest::aDestinationIsANodeThatStores_data() {
+void ServiceContextTest::theFlagPrintIsARightOfItsOwn() {
+    database_->run(u"INSERT INTO DicomNodes (Name, AETitle, Query, Print) VALUES ('ct', 'CT1', 0, 1)"_s);
+    const RemoteNodes nodes{configuration().nodes};
+    QVERIFY(nodes.has(Right::Print, "CT1"));
+    QVERIFY(!nodes.has(Right::Query, "CT1"));
+    QVERIFY(!nodes.has(Right::Print, "CT2"));
+}
+
+void ServiceContextTest::aDestinationIsANodeThatStores_data() {
     QTest::addColumn<QString>("title");
     QTest::addColumn<QString>("called");
     QTest::addColumn<QString>("wanted");  // node, host, port, calling title; empty: none
@@ -115,7 +127,7 @@ void QueryAccessTest::aDestinationIsANodeThatStores_data() {
     QTest::newRow("without a local title") << u"BARE"_s << u"TESSALY"_s << u"bare b.example 5 TESSALY"_s;
 }
 
-void QueryAccessTest::aDestinationIsANodeThatStores() {
+void ServiceContextTest::aDestinationIsANodeThatStores() {
     QFETCH(QString, title);
     QFETCH(QString, called);
     QFETCH(QString, wanted);
@@ -126,29 +138,32 @@ void QueryAccessTest::aDestinationIsANodeThatStores() {
         "('mc', 'MANY', 'C', 'c.example', '3', 1, 0), ('mb', 'MANY', 'B', 'b.example', '2', 0, 0), "
         "('ma', 'MANY', 'A', 'a.example', '1', 1, 0), "
         "('bare', 'BARE', NULL, 'b.example', '5', 1, 0), ('none', NULL, 'L', 'n.example', '6', 1, 1)"_s);
-    const auto found = QueryRules{configuration()}.destination(title.toStdString(), called.toStdString());
-    const QString text = found ? QString::fromStdString(found->node + ' ' + found->host + ' ' + found->port +
-                                                        ' ' + found->callingAeTitle)
-                               : QString{};
+    const auto found =
+        RemoteNodes{configuration().nodes}.destination(title.toStdString(), called.toStdString());
+    const QString text =
+        found ? QString::fromStdString(found->node + ' ' + found->peer.host + ' ' +
+                                       std::to_string(found->peer.port) + ' ' + found->peer.callingAeTitle)
+              : QString{};
     QCOMPARE(text, wanted);
     if (found)
-        QCOMPARE(QString::fromStdString(found->aeTitle), title);
+        QCOMPARE(QString::fromStdString(found->peer.calledAeTitle), title);
 }
 
-void QueryAccessTest::rulesHoldUntilTheNextConfiguration() {
-    QueryAccess access;
+void ServiceContextTest::settingsHoldUntilTheNextConfiguration() {
+    decoder::Pool decoders{{}};
+    ServiceContext shared{decoders};
     database_->run(u"UPDATE DicomServer SET QueryTimeout=7"_s);
-    access.configure(configuration());
-    const auto before = access.rules();
-    QVERIFY(!before->mayQuery("WS1"));
-    QCOMPARE(before->timeout(), std::chrono::seconds{7});
+    shared.configure(configuration());
+    const auto before = shared.settings();
+    QVERIFY(!before->nodes->has(Right::Query, "WS1"));
+    QCOMPARE(before->queryTimeout, std::chrono::seconds{7});
     database_->run(u"INSERT INTO DicomNodes (Name, AETitle, Query) VALUES ('work', 'WS1', 1)"_s);
-    access.configure(configuration());
-    QVERIFY(access.rules()->mayQuery("WS1"));
-    QVERIFY(!before->mayQuery("WS1"));
+    shared.configure(configuration());
+    QVERIFY(shared.settings()->nodes->has(Right::Query, "WS1"));
+    QVERIFY(!before->nodes->has(Right::Query, "WS1"));
 }
 
-void QueryAccessTest::sessionsAreBoundedAndHandedOn() {
+void ServiceContextTest::sessionsAreBoundedAndHandedOn() {
     QuerySessions sessions;
     std::vector<QuerySessions::Lease> leases;
     for (std::size_t i = 0; i < QuerySessions::Most; ++i)
@@ -170,7 +185,7 @@ void QueryAccessTest::sessionsAreBoundedAndHandedOn() {
     EVENTUALLY_COMPARE(openSessions(), static_cast<qsizetype>(QuerySessions::Most));
 }
 
-void QueryAccessTest::statementsArePlannedForTheirOwnValues() {
+void ServiceContextTest::statementsArePlannedForTheirOwnValues() {
     QuerySessions sessions;
     const auto lease = sessions.take(never);
     QVERIFY(!firstTable(*lease).isNull());  // the words are no obstacle where they mean nothing
@@ -182,7 +197,7 @@ void QueryAccessTest::statementsArePlannedForTheirOwnValues() {
     QCOMPARE(rows.text("mode"), std::string{"force_custom_plan"});
 }
 
-void QueryAccessTest::whoGivesUpWaitsNoLonger() {
+void ServiceContextTest::whoGivesUpWaitsNoLonger() {
     QuerySessions sessions;
     std::vector<QuerySessions::Lease> leases;
     for (std::size_t i = 0; i < QuerySessions::Most; ++i)
@@ -194,7 +209,7 @@ void QueryAccessTest::whoGivesUpWaitsNoLonger() {
     QVERIFY(sessions.take(never));
 }
 
-void QueryAccessTest::aSessionThatAnExceptionEndedIsClosed() {
+void ServiceContextTest::aSessionThatAnExceptionEndedIsClosed() {
     QuerySessions sessions;
     const auto use = [&sessions](bool fail) {
         const auto lease = sessions.take(never);
@@ -210,7 +225,7 @@ void QueryAccessTest::aSessionThatAnExceptionEndedIsClosed() {
     EVENTUALLY_COMPARE(openSessions(), 1);
 }
 
-void QueryAccessTest::aClosedPoolReadsTheDataSourceAnew() {
+void ServiceContextTest::aClosedPoolReadsTheDataSourceAnew() {
     QuerySessions sessions;
     {
         const auto held = sessions.take(never);
@@ -227,5 +242,5 @@ void QueryAccessTest::aClosedPoolReadsTheDataSourceAnew() {
     QVERIFY(sessions.take(never));
 }
 
-QTEST_GUILESS_MAIN(QueryAccessTest)
-#include "tst_queryaccess.moc"
+QTEST_GUILESS_MAIN(ServiceContextTest)
+#include "tst_servicecontext.moc"

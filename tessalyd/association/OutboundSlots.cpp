@@ -1,4 +1,4 @@
-#include "tessalyd/services/retrieve/OutboundSlots.h"
+#include "tessalyd/association/OutboundSlots.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcostrmb.h>
@@ -48,7 +48,8 @@ std::vector<char> bytesOf(DcmDataset& set, E_TransferSyntax syntax) {
 }
 
 /// Owned by whom it is given to.
-SOPClassExtendedNegotiationSubItemList* listOf(const std::vector<Association::Extension>& extensions) {
+SOPClassExtendedNegotiationSubItemList* listOf(
+    const std::vector<RequestorAssociation::Extension>& extensions) {
     auto list = std::make_unique<SOPClassExtendedNegotiationSubItemList>();
     for (const auto& [sopClass, information] : extensions) {
         auto* item = new SOPClassExtendedNegotiationSubItem;
@@ -62,8 +63,8 @@ SOPClassExtendedNegotiationSubItemList* listOf(const std::vector<Association::Ex
     return list.release();
 }
 
-Association::Answer answerOf(const OFCondition& answered, const T_DIMSE_C_StoreRSP& response,
-                             DcmDataset* detail) {
+RequestorAssociation::Answer answerOf(const OFCondition& answered, const T_DIMSE_C_StoreRSP& response,
+                                      DcmDataset* detail) {
     const std::unique_ptr<DcmDataset> owned{detail};
     OFString comment;
     if (owned)
@@ -99,13 +100,14 @@ std::vector<char> nestedSequences(int count, E_TransferSyntax syntax) {
     return {all.begin(), all.end()};
 }
 
-std::vector<Association::Context> Association::usual() {
+std::vector<RequestorAssociation::Context> RequestorAssociation::usual() {
     return {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
             {UID_CTImageStorage, {UID_LittleEndianExplicitTransferSyntax}}};
 }
 
-Association::Association(const QString& port, const std::string& calling, const std::string& called,
-                         const std::vector<Context>& contexts, const std::vector<Extension>& extensions) {
+RequestorAssociation::RequestorAssociation(const QString& port, const std::string& calling,
+                                           const std::string& called, const std::vector<Context>& contexts,
+                                           const std::vector<Extension>& extensions) {
     check(ASC_initializeNetwork(NET_REQUESTOR, 0, Patience, &network_));
     check(ASC_createAssociationParameters(&parameters_, ASC_MAXIMUMPDUSIZE));
     ASC_setAPTitles(parameters_, calling.c_str(), called.c_str(), nullptr);
@@ -128,7 +130,7 @@ Association::Association(const QString& port, const std::string& calling, const 
     opened_ = ASC_requestAssociation(network_, parameters_, &association_);
 }
 
-Association::~Association() {
+RequestorAssociation::~RequestorAssociation() {
     if (association_ != nullptr)
         ASC_destroyAssociation(&association_);  // with its parameters
     else
@@ -136,25 +138,25 @@ Association::~Association() {
     ASC_dropNetwork(&network_);
 }
 
-T_ASC_RejectParameters Association::rejection() const {
+T_ASC_RejectParameters RequestorAssociation::rejection() const {
     T_ASC_RejectParameters rejected{};
     ASC_getRejectParameters(parameters_, &rejected);
     return rejected;
 }
 
-std::string Association::accepted(int index) const {
+std::string RequestorAssociation::accepted(int index) const {
     T_ASC_PresentationContext context;
     check(ASC_getPresentationContext(parameters_, index, &context));
     return context.resultReason == ASC_P_ACCEPTANCE ? context.acceptedTransferSyntax : "";
 }
 
-T_ASC_SC_ROLE Association::acceptedRole(int index) const {
+T_ASC_SC_ROLE RequestorAssociation::acceptedRole(int index) const {
     T_ASC_PresentationContext context;
     check(ASC_getPresentationContext(parameters_, index, &context));
     return context.acceptedRole;
 }
 
-std::vector<Association::Extension> Association::acceptedExtensions() const {
+std::vector<RequestorAssociation::Extension> RequestorAssociation::acceptedExtensions() const {
     SOPClassExtendedNegotiationSubItemList* list = nullptr;
     ASC_getAcceptedExtNegList(parameters_, &list);
     std::vector<Extension> found;
@@ -167,7 +169,7 @@ std::vector<Association::Extension> Association::acceptedExtensions() const {
     return found;
 }
 
-bool Association::echo() {
+bool RequestorAssociation::echo() {
     DIC_US status = 0xffff;
     DcmDataset* detail = nullptr;
     const OFCondition answered = DIMSE_echoUser(association_, association_->nextMsgID++, DIMSE_NONBLOCKING,
@@ -176,8 +178,9 @@ bool Association::echo() {
     return answered.good() && status == STATUS_Success;
 }
 
-Association::Answer Association::store(DcmFileFormat& object, const std::optional<std::string>& instance,
-                                       const std::optional<std::string>& sopClass) {
+RequestorAssociation::Answer RequestorAssociation::store(DcmFileFormat& object,
+                                                         const std::optional<std::string>& instance,
+                                                         const std::optional<std::string>& sopClass) {
     DcmDataset& set = *object.getDataset();
     OFString ownInstance;
     OFString ownClass;
@@ -196,7 +199,8 @@ Association::Answer Association::store(DcmFileFormat& object, const std::optiona
     return answerOf(answered, response, detail);
 }
 
-Association::Answer Association::storeBytes(const std::string& instance, std::span<const char> data) {
+RequestorAssociation::Answer RequestorAssociation::storeBytes(const std::string& instance,
+                                                              std::span<const char> data) {
     writeStoreCommand(instance);
     writeParts(Storage, false, data, true);
     T_DIMSE_Message answer{};
@@ -207,37 +211,38 @@ Association::Answer Association::storeBytes(const std::string& instance, std::sp
     return answerOf(answered, answer.msg.CStoreRSP, detail);
 }
 
-void Association::sendCommand(std::span<const char> bytes) {
+void RequestorAssociation::sendCommand(std::span<const char> bytes) {
     writeParts(Storage, true, bytes, true);
 }
 
-void Association::beginStore(const ObjectSpec& spec, int bytes) {
+void RequestorAssociation::beginStore(const ObjectSpec& spec, int bytes) {
     const auto data = bytesOf(*makeObject(spec)->getDataset(), EXS_LittleEndianExplicit);
     beginStoreBytes(spec.instance, std::span{data}.first(static_cast<std::size_t>(bytes)));
 }
 
-void Association::beginStoreBytes(const std::string& instance, std::span<const char> data) {
+void RequestorAssociation::beginStoreBytes(const std::string& instance, std::span<const char> data) {
     writeStoreCommand(instance);
     continueStoreBytes(data);
 }
 
-void Association::continueStoreBytes(std::span<const char> data) {
+void RequestorAssociation::continueStoreBytes(std::span<const char> data) {
     writeParts(Storage, false, data, false);
 }
 
-void Association::writeStoreCommand(const std::string& instance) {
+void RequestorAssociation::writeStoreCommand(const std::string& instance) {
     writeCommand(Storage, DIMSE_C_STORE_RQ, UID_CTImageStorage, instance);
 }
 
-DIC_US Association::sendFind(T_ASC_PresentationContextID context, const std::string& sopClass,
-                             std::span<const char> identifier) {
+DIC_US RequestorAssociation::sendFind(T_ASC_PresentationContextID context, const std::string& sopClass,
+                                      std::span<const char> identifier) {
     const DIC_US id = writeCommand(context, DIMSE_C_FIND_RQ, sopClass, {}, !identifier.empty());
     writeParts(context, false, identifier, true);
     return id;
 }
 
-DIC_US Association::sendFindAndCancel(T_ASC_PresentationContextID context, const std::string& sopClass,
-                                      std::span<const char> identifier) {
+DIC_US RequestorAssociation::sendFindAndCancel(T_ASC_PresentationContextID context,
+                                               const std::string& sopClass,
+                                               std::span<const char> identifier) {
     const DIC_US id = writeCommand(context, DIMSE_C_FIND_RQ, sopClass);
     DcmDataset command;
     command.putAndInsertUint32(DCM_CommandGroupLength, 0);
@@ -271,9 +276,9 @@ DIC_US Association::sendFindAndCancel(T_ASC_PresentationContextID context, const
     return id;
 }
 
-DIC_US Association::writeCommand(T_ASC_PresentationContextID context, T_DIMSE_Command field,
-                                 const std::string& sopClass, const std::string& instance, bool dataSet,
-                                 const std::string& destination) {
+DIC_US RequestorAssociation::writeCommand(T_ASC_PresentationContextID context, T_DIMSE_Command field,
+                                          const std::string& sopClass, const std::string& instance,
+                                          bool dataSet, const std::string& destination) {
     const DIC_US id = association_->nextMsgID++;
     DcmDataset command;
     command.putAndInsertUint32(DCM_CommandGroupLength, 0);
@@ -293,8 +298,8 @@ DIC_US Association::writeCommand(T_ASC_PresentationContextID context, T_DIMSE_Co
 }
 
 /// Not `whole`: the last part does not say that it is the last.
-void Association::writeParts(T_ASC_PresentationContextID context, bool command, std::span<const char> bytes,
-                             bool whole) {
+void RequestorAssociation::writeParts(T_ASC_PresentationContextID context, bool command,
+                                      std::span<const char> bytes, bool whole) {
     constexpr std::size_t Part = 16000;
     while (!bytes.empty()) {
         const auto part = bytes.first(std::min(bytes.size(), Part));
@@ -304,15 +309,15 @@ void Association::writeParts(T_ASC_PresentationContextID context, bool command, 
     }
 }
 
-void Association::release() {
+void RequestorAssociation::release() {
     check(ASC_releaseAssociation(association_));
 }
 
-void Association::abort() {
+void RequestorAssociation::abort() {
     check(ASC_abortAssociation(association_));
 }
 
-bool Association::waitForEnd() {
+bool RequestorAssociation::waitForEnd() {
     T_DIMSE_Message message{};
     T_ASC_PresentationContextID context = 0;
     const OFCondition end =
