@@ -29,7 +29,7 @@ std::span<const char> chars(Bytes bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-bool parse(DcmDataset& set, Bytes bytes, E_TransferSyntax syntax) {
+bool parse(DcmDataset& set, Bytes bytes, dicom::TransferSyntax syntax) {
     if (bytes.empty())
         return true;
     if (dicom::exceedsNestingLimit(chars(bytes), syntax))
@@ -38,7 +38,7 @@ bool parse(DcmDataset& set, Bytes bytes, E_TransferSyntax syntax) {
     in.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));
     in.setEos();
     set.transferInit();
-    const OFCondition parsed = set.read(in, syntax);
+    const OFCondition parsed = set.read(in, syntax.toolkitName());
     set.transferEnd();
     return parsed.good();
 }
@@ -91,7 +91,7 @@ std::optional<Fragments> fragmentsOf(DcmPixelSequence& sequence) {
 /// One object on its way from one syntax to another.
 class Conversion {
   public:
-    Conversion(Bytes dataSet, E_TransferSyntax from, E_TransferSyntax to, const Write& write)
+    Conversion(Bytes dataSet, dicom::TransferSyntax from, dicom::TransferSyntax to, const Write& write)
         : bytes_(dataSet), from_(from), to_(to), write_(write) {}
 
     bool run() {
@@ -140,14 +140,14 @@ class Conversion {
     bool writeTree(DcmDataset& set) {
         if (set.card() == 0)
             return true;
-        if (!set.canWriteXfer(to_))
+        if (!set.canWriteXfer(to_.toolkitName()))
             return false;
         dicom::SinkStream stream{[this](std::span<const char> block) {
             write_({reinterpret_cast<const unsigned char*>(block.data()), block.size()});
         }};
         set.transferInit();
         const OFCondition written =
-            set.write(stream, to_, EET_ExplicitLength, nullptr, EGL_recalcGL, EPD_noChange);
+            set.write(stream, to_.toolkitName(), EET_ExplicitLength, nullptr, EGL_recalcGL, EPD_noChange);
         set.transferEnd();
         stream.rethrow();
         return written.good();
@@ -155,14 +155,14 @@ class Conversion {
 
     void writePixelHeader(std::array<char, 2> vr, std::uint64_t length) {
         std::vector<unsigned char> header;
-        const bool isLittle = to_ != EXS_BigEndianExplicit;
+        const bool isLittle = to_.isLittleEndian();
         const auto put = [&header, isLittle](std::uint64_t value, unsigned size) {
             for (unsigned i = 0; i < size; ++i)
                 header.push_back(static_cast<unsigned char>(value >> 8U * (isLittle ? i : size - 1 - i)));
         };
         put(DCM_PixelData.getGroup(), 2);
         put(DCM_PixelData.getElement(), 2);
-        if (to_ != EXS_LittleEndianImplicit) {
+        if (to_.hasVrs()) {
             header.push_back(static_cast<unsigned char>(vr[0]));
             header.push_back(static_cast<unsigned char>(vr[1]));
             put(0, 2);
@@ -190,7 +190,7 @@ class Conversion {
             return false;
         const bool hasBytes = pixels.vr == std::array{'O', 'B'};
         writePixelHeader(hasBytes ? pixels.vr : std::array{'O', 'W'}, value.size());
-        const bool swaps = !hasBytes && (from_ == EXS_BigEndianExplicit) != (to_ == EXS_BigEndianExplicit);
+        const bool swaps = !hasBytes && from_.isLittleEndian() != to_.isLittleEndian();
         if (swaps)
             writeWords(value);
         else
@@ -213,7 +213,7 @@ class Conversion {
             return false;
         writePixelHeader({'O', 'W'}, *size + *size % 2);
         const std::string photometric = decoder.image().photometric;
-        const bool swaps = to_ == EXS_BigEndianExplicit;
+        const bool swaps = !to_.isLittleEndian();
         bool hasHalf = false;  // of a word, whose other byte is the next frame's
         unsigned char half = 0;
         for (std::size_t i = 0; i < frames->size(); ++i) {
@@ -250,7 +250,8 @@ class Conversion {
             if (pixels == nullptr || item == nullptr)
                 return false;
             DcmPixelSequence* sequence = nullptr;
-            if (pixels->getEncapsulatedRepresentation(from_, nullptr, sequence).bad() || sequence == nullptr)
+            if (pixels->getEncapsulatedRepresentation(from_.toolkitName(), nullptr, sequence).bad() ||
+                sequence == nullptr)
                 continue;  // native already
             if (!decodeNested(*item, *sequence))
                 return false;
@@ -277,8 +278,8 @@ class Conversion {
     }
 
     Bytes bytes_;
-    E_TransferSyntax from_;
-    E_TransferSyntax to_;
+    dicom::TransferSyntax from_;
+    dicom::TransferSyntax to_;
     const Write& write_;
     ObjectLayout layout_;
     DcmDataset before_;  // of the elements before the pixel data
@@ -288,7 +289,7 @@ class Conversion {
 
 }  // namespace
 
-bool convert(Bytes dataSet, E_TransferSyntax from, E_TransferSyntax to, const Write& write) {
+bool convert(Bytes dataSet, dicom::TransferSyntax from, dicom::TransferSyntax to, const Write& write) {
     return Conversion{dataSet, from, to, write}.run();
 }
 

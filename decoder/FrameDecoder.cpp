@@ -51,7 +51,7 @@ void registerCodecs() {
     DJLSDecoderRegistration::registerCodecs(EJLSUC_never);
 }
 
-FrameDecoder::FrameDecoder(ImageDescription image, E_TransferSyntax syntax, std::string sopClassUid)
+FrameDecoder::FrameDecoder(ImageDescription image, dicom::TransferSyntax syntax, std::string sopClassUid)
     : described_(image),
       image_(std::move(image)),
       syntax_(syntax),
@@ -69,14 +69,14 @@ bool FrameDecoder::decode(Frame frame, std::vector<unsigned char>& target) {
         stream = joined_;
     }
     // Nothing is taken for a frame before its stream says that it is one.
-    if (syntax_ == EXS_RLELossless) {
+    if (syntax_.coding() == dicom::PixelCoding::RunLength) {
         constexpr std::size_t MostFromOne = 64;  // two bytes of code come to 128 at most
         if (size_ / MostFromOne > stream.size())
             return false;
         target.resize(size_);
         return decodeRunLength(stream, described_, target);
     }
-    const bool isLs = syntax_ == EXS_JPEGLSLossless || syntax_ == EXS_JPEGLSLossy;
+    const bool isLs = syntax_.coding() == dicom::PixelCoding::JpegLs;
     const auto described = readJpegStream(stream, isLs ? Coding::JpegLs : Coding::Jpeg);
     if (!described || !matches(*described))
         return false;
@@ -109,7 +109,7 @@ bool FrameDecoder::decodeStream(Bytes stream, const JpegStream& described,
     auto pixels = std::make_unique<DcmPixelData>(DcmTag{DCM_PixelData, EVR_OB});
     if (!describe(set, coded, sopClassUid_) || !append(*sequence, {}) || !append(*sequence, stream))
         return false;
-    pixels->putOriginalRepresentation(syntax_, nullptr, sequence.release());
+    pixels->putOriginalRepresentation(syntax_.toolkitName(), nullptr, sequence.release());
     if (set.insert(pixels.release()).bad() ||
         set.chooseRepresentation(EXS_LittleEndianExplicit, nullptr).bad())
         return false;

@@ -1,14 +1,12 @@
 #pragma once
 
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcxfer.h>
-
 #include <string>
 #include <vector>
 
 #include "decoder/Fragments.h"
 #include "decoder/JpegStream.h"
 #include "decoder/ObjectLayout.h"
+#include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::decoder {
 
@@ -21,7 +19,7 @@ void registerCodecs();
 class FrameDecoder {
   public:
     /// `sopClassUid` is that of the object: some classes want their colours by plane.
-    FrameDecoder(ImageDescription image, E_TransferSyntax syntax, std::string sopClassUid);
+    FrameDecoder(ImageDescription image, dicom::TransferSyntax syntax, std::string sopClassUid);
 
     /// Decodes a frame into `target`, which becomes as long as the image's description says, in little
     /// endian. False if that cannot be done. The target's contents mean nothing then.
@@ -31,7 +29,9 @@ class FrameDecoder {
     [[nodiscard]] const ImageDescription& image() const noexcept { return image_; }
 
     /// True where each frame ends with a marker.
-    [[nodiscard]] bool streamsEnd() const noexcept { return syntax_ != EXS_RLELossless; }
+    [[nodiscard]] bool streamsEnd() const noexcept {
+        return syntax_.coding() != dicom::PixelCoding::RunLength;
+    }
 
   private:
     [[nodiscard]] bool matches(const JpegStream& stream) const;
@@ -40,7 +40,7 @@ class FrameDecoder {
 
     const ImageDescription described_;
     ImageDescription image_;
-    E_TransferSyntax syntax_;
+    dicom::TransferSyntax syntax_;
     std::string sopClassUid_;
     std::size_t size_;
     std::vector<unsigned char> joined_;

@@ -75,8 +75,8 @@ std::variant<JobPlan, const char*> planJob(const DataSetFile& source, const Data
     plan.job = {.sourceAt = source.dataSetAt,
                 .sourceSize = source.size,
                 .targetAt = target.dataSetAt,
-                .from = source.syntax,
-                .to = target.syntax,
+                .from = static_cast<std::uint32_t>(source.syntax.index()),
+                .to = static_cast<std::uint32_t>(target.syntax.index()),
                 .memory = LeastMemory + 2 * others + MemoryOfElement * layout->elements +
                           FramesInMemory * frame + 3 * compressed,
                 .fileSize = target.dataSetAt + plan.pixelBytes + 2 * others + MostNestedPixels + Mega,

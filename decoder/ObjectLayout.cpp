@@ -30,11 +30,10 @@ struct NotReadable {};  // what is there contradicts itself, or is nested too de
 
 class LayoutReader {
   public:
-    LayoutReader(FileWindow& bytes, std::size_t size, E_TransferSyntax syntax)
+    LayoutReader(FileWindow& bytes, std::size_t size, dicom::TransferSyntax syntax)
         : bytes_(bytes),
           size_(size),
-          outermost_{.hasVrs = DcmXfer{syntax}.isExplicitVR() == OFTrue,
-                     .littleEndian = DcmXfer{syntax}.getByteOrder() == EBO_LittleEndian} {}
+          outermost_{.hasVrs = syntax.hasVrs(), .littleEndian = syntax.isLittleEndian()} {}
 
     ObjectLayout read() {
         while (!isAtEnd()) {
@@ -300,7 +299,7 @@ std::optional<std::uint64_t> ImageDescription::size() const noexcept {
     return *frame * frames;
 }
 
-std::optional<ObjectLayout> readLayout(FileWindow& bytes, std::size_t size, E_TransferSyntax syntax) {
+std::optional<ObjectLayout> readLayout(FileWindow& bytes, std::size_t size, dicom::TransferSyntax syntax) {
     try {
         return LayoutReader{bytes, size, syntax}.read();
     } catch (const CutOff&) {

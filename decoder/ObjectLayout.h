@@ -1,8 +1,5 @@
 #pragma once
 
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcxfer.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +7,7 @@
 #include <string>
 
 #include "dicom/data/FileWindow.h"
+#include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::decoder {
 
@@ -68,6 +66,6 @@ struct ObjectLayout {
 /// memory; no tree is built. Returns nullopt if the data set is cut off, nested too deeply, or has its pixel
 /// data twice. What the window's reader throws comes through.
 [[nodiscard]] std::optional<ObjectLayout> readLayout(dicom::FileWindow& bytes, std::size_t size,
-                                                     E_TransferSyntax syntax);
+                                                     dicom::TransferSyntax syntax);
 
 }  // namespace tessaly::decoder

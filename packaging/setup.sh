@@ -13,7 +13,7 @@ build_packages=(
     g++ cmake ninja-build pkg-config
     qt6-base-dev qt6-base-dev-tools qt6-svg-dev libgl-dev
     unixodbc-dev odbcinst libsqliteodbc libsqlite3-dev
-    libdcmtk-dev libsodium-dev libcli11-dev libseccomp-dev
+    libdcmtk-dev libsodium-dev libcli11-dev libseccomp-dev zlib1g-dev
     dbus fonts-dejavu-core
 )
 # A screen for a machine that has none.

@@ -40,7 +40,7 @@ std::vector<SupportedContext> supportedFor(const Services& services, const char*
 }
 
 /// 0 when one of them does not take it.
-int preference(const std::vector<SupportedContext>& supported, E_TransferSyntax syntax) {
+int preference(const std::vector<SupportedContext>& supported, dicom::TransferSyntax syntax) {
     int sum = 0;
     for (const SupportedContext& context : supported) {
         const int one = context.preference(syntax);
@@ -56,7 +56,7 @@ const char* chooseSyntax(const T_ASC_PresentationContext& context,
     const char* chosen = nullptr;
     int best = 0;
     for (const char* uid : std::span{context.proposedTransferSyntaxes, context.transferSyntaxCount}) {
-        const int one = preference(supported, DcmXfer{uid}.getXfer());
+        const int one = preference(supported, dicom::TransferSyntax{std::string_view{uid}});
         if (one > best) {
             best = one;
             chosen = uid;
@@ -89,8 +89,10 @@ std::optional<AcceptedContext> answer(T_ASC_Parameters* parameters, const T_ASC_
     for (const SupportedContext& one : supported)
         roles |= bit(one.requester);
     ASC_acceptPresentationContext(parameters, id, syntax, answerTo(roles), OFTrue);
-    return AcceptedContext{
-        .id = id, .sopClass = context.abstractSyntax, .syntax = DcmXfer{syntax}.getXfer(), .roles = roles};
+    return AcceptedContext{.id = id,
+                           .sopClass = context.abstractSyntax,
+                           .syntax = dicom::TransferSyntax{std::string_view{syntax}},
+                           .roles = roles};
 }
 
 using ExtendedItem = SOPClassExtendedNegotiationSubItem;

@@ -2,7 +2,6 @@
 
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctagkey.h>
-#include <dcmtk/dcmdata/dcxfer.h>
 #include <dcmtk/dcmnet/dimse.h>
 
 #include <cstdint>
@@ -14,6 +13,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::tessalyd {
 
@@ -29,13 +30,13 @@ struct SupportedContext {
     bool (*covers)(const char* sopClass);
     Role requester;
     /// 0: not taken. Of those proposed the highest wins, and the first among equals: it is what a sender has.
-    int (*preference)(E_TransferSyntax syntax);
+    int (*preference)(dicom::TransferSyntax syntax);
 };
 
 struct AcceptedContext {
     T_ASC_PresentationContextID id = 0;
     std::string sopClass;
-    E_TransferSyntax syntax = EXS_Unknown;
+    dicom::TransferSyntax syntax;
     unsigned roles = 0;  ///< of the requester, as bits
 
     [[nodiscard]] bool has(Role role) const noexcept { return (roles & static_cast<unsigned>(role)) != 0; }

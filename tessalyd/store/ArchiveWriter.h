@@ -20,7 +20,7 @@ namespace tessaly::tessalyd {
 struct IncomingObject {
     std::string sopClassUid;
     std::string sopInstanceUid;
-    E_TransferSyntax syntax = EXS_Unknown;
+    dicom::TransferSyntax syntax;
     std::string sender;  ///< AE title
 };
 

@@ -69,7 +69,7 @@ std::span<const SupportedContext> FindService::supportedContexts() const noexcep
     static constexpr std::array Offers{SupportedContext{
         .covers = [](const char* uid) { return uid == PatientRoot || uid == StudyRoot; },
         .requester = Role::Scu,
-        .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }}};
+        .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }}};
     return Offers;
 }
 

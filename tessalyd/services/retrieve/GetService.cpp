@@ -8,6 +8,7 @@
 #include <memory>
 #include <system_error>
 
+#include "dicom/data/StorageClasses.h"
 #include "dicom/data/TransferSyntaxes.h"
 #include "dicom/net/StoreRequest.h"
 #include "tessalyd/search/StoredObject.h"
@@ -23,7 +24,7 @@ constexpr int AnswerPatience = 60;
 constexpr std::array Universal{EXS_LittleEndianExplicit, EXS_LittleEndianImplicit, EXS_BigEndianExplicit};
 
 /// Of several syntaxes in one context one has to do for all objects of the class, however they are stored.
-int preferenceToSend(E_TransferSyntax syntax) {
+int preferenceToSend(dicom::TransferSyntax syntax) {
     const auto* const found = std::find(Universal.begin(), Universal.end(), syntax);
     if (found != Universal.end())
         return 1 + static_cast<int>(Universal.end() - found);
@@ -33,8 +34,8 @@ int preferenceToSend(E_TransferSyntax syntax) {
 }  // namespace
 
 const AcceptedContext* contextFor(std::span<const AcceptedContext> contexts, const std::string& sopClass,
-                                  E_TransferSyntax stored) {
-    const auto find = [&](E_TransferSyntax syntax) -> const AcceptedContext* {
+                                  dicom::TransferSyntax stored) {
+    const auto find = [&](dicom::TransferSyntax syntax) -> const AcceptedContext* {
         const auto found = std::find_if(contexts.begin(), contexts.end(), [&](const AcceptedContext& one) {
             return one.has(Role::Scp) && one.syntax == syntax && one.sopClass == sopClass;
         });
@@ -101,7 +102,7 @@ class GetService::Sending {
     /// Empty when it was sent and counted, or cancelled before; else why not.
     std::string trySend(const StoredInstance& instance) {
         StoredObject stored{instance};
-        const E_TransferSyntax syntax = DcmXfer{stored.kind().transferSyntax.c_str()}.getXfer();
+        const dicom::TransferSyntax syntax{stored.kind().transferSyntax};
         const AcceptedContext* const context =
             contextFor(requester_.contexts(), stored.kind().sopClass, syntax);
         if (context == nullptr)
@@ -113,7 +114,7 @@ class GetService::Sending {
                 return Retrieval::isCancelled(requester_);
             };
             converted = stored.convertedTo(
-                DcmXfer{context->syntax}.getXferID(), service_.retrieval_.decoders(),
+                context->syntax.uid(), service_.retrieval_.decoders(),
                 {.stop = requester_.stop(), .isGivenUp = isGivenUp, .requester = requester_.names().address});
             if (!converted && Retrieval::isCancelled(requester_))
                 return {};
@@ -181,10 +182,8 @@ std::span<const SupportedContext> GetService::supportedContexts() const noexcept
         SupportedContext{
             .covers = Retrieval::isGet,
             .requester = Role::Scu,
-            .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }},
-        SupportedContext{.covers = [](const char* uid) -> bool { return dcmIsaStorageSOPClassUID(uid); },
-                         .requester = Role::Scp,
-                         .preference = preferenceToSend}};
+            .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }},
+        SupportedContext{.covers = dicom::isStored, .requester = Role::Scp, .preference = preferenceToSend}};
     return Offers;
 }
 

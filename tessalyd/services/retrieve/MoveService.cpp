@@ -20,7 +20,7 @@ constexpr std::chrono::milliseconds LookInterval{100};
 
 std::span<const SupportedContext> MoveService::supportedContexts() const noexcept {
     static constexpr std::array Offers{SupportedContext{
-        .covers = Retrieval::isMove, .requester = Role::Scu, .preference = [](E_TransferSyntax syntax) {
+        .covers = Retrieval::isMove, .requester = Role::Scu, .preference = [](dicom::TransferSyntax syntax) {
             return dicom::isUncompressed(syntax) ? 1 : 0;
         }}};
     return Offers;

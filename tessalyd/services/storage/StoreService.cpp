@@ -4,6 +4,7 @@
 
 #include <array>
 
+#include "dicom/data/StorageClasses.h"
 #include "dicom/data/TransferSyntaxes.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/Printable.h"
@@ -25,9 +26,9 @@ std::string callingTitle(const Requester& requester) {
 
 std::span<const SupportedContext> StoreService::supportedContexts() const noexcept {
     static constexpr std::array Offers{SupportedContext{
-        .covers = [](const char* uid) -> bool { return dcmIsaStorageSOPClassUID(uid); },
-        .requester = Role::Scu,
-        .preference = [](E_TransferSyntax syntax) { return dicom::isArchived(syntax) ? 1 : 0; }}};
+        .covers = dicom::isStored, .requester = Role::Scu, .preference = [](dicom::TransferSyntax syntax) {
+            return dicom::isArchived(syntax) ? 1 : 0;
+        }}};
     return Offers;
 }
 

@@ -14,7 +14,7 @@ std::span<const SupportedContext> EchoService::supportedContexts() const noexcep
     static constexpr std::array Offers{SupportedContext{
         .covers = [](const char* uid) { return std::string_view{uid} == UID_VerificationSOPClass; },
         .requester = Role::Scu,
-        .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }}};
+        .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }}};
     return Offers;
 }
 

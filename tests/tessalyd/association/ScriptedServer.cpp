@@ -24,10 +24,10 @@ bool is(const char* sopClass) {
     return std::strcmp(sopClass, Class) == 0;
 }
 
-int anyLittleEndian(E_TransferSyntax syntax) {
+int anyLittleEndian(dicom::TransferSyntax syntax) {
     return syntax == EXS_LittleEndianImplicit || syntax == EXS_LittleEndianExplicit ? 1 : 0;
 }
-int ratherExplicit(E_TransferSyntax syntax) {
+int ratherExplicit(dicom::TransferSyntax syntax) {
     return syntax == EXS_LittleEndianExplicit ? 2 : anyLittleEndian(syntax);
 }
 
