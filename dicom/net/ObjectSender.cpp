@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "dicom/net/HostLookup.h"
+#include "dicom/net/ToolkitNames.h"
 
 namespace tessaly::dicom {
 
@@ -120,6 +121,7 @@ void ObjectSender::learnContexts() {
             accepted_.try_emplace({context.abstractSyntax, context.acceptedTransferSyntax},
                                   context.presentationContextID);
     }
+    nameForToolkit(*parameters);
 }
 
 void ObjectSender::close() {

@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "base/Text.h"
+#include "dicom/net/ToolkitNames.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/association/Negotiation.h"
 #include "tessalyd/association/Requester.h"
@@ -88,6 +89,7 @@ void AssociationHandler::answer() {
     }
     shared_.log.add(PeerLog::Event::Association, names_.text() + ": association accepted");
     dump("accepted", ASC_ASSOC_AC);
+    dicom::nameForToolkit(*association_->params);
     try {
         serve(requester, services);
     } catch (const AssociationEnded& ended) {
