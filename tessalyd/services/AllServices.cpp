@@ -9,10 +9,11 @@
 namespace tessaly::tessalyd {
 
 ServiceFactory allServices(ArchiveIndex& index, QueryAccess& queries, decoder::Pool& decoders) {
-    return [&index, &queries, &decoders] {
+    const auto unlisted = std::make_shared<UnlistedClasses>();
+    return [&index, &queries, &decoders, unlisted] {
         Services services;
         services.push_back(std::make_unique<EchoService>());
-        services.push_back(std::make_unique<StoreService>(index, decoders));
+        services.push_back(std::make_unique<StoreService>(index, decoders, *unlisted));
         services.push_back(std::make_unique<FindService>(queries.rules(), queries.sessions()));
         services.push_back(std::make_unique<GetService>(queries, decoders));
         services.push_back(std::make_unique<MoveService>(queries, decoders));

@@ -36,6 +36,7 @@ void StoreService::answer(const Request& request, Requester& requester) {
     const T_DIMSE_C_StoreRQ& command = request.message.msg.CStoreRQ;
     if (command.DataSetType == DIMSE_DATASET_NULL)
         throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
+    unlisted_.meet(request.context->sopClass, requester.names().text());
     const std::string object = requester.names().text() + ": " + command.AffectedSOPInstanceUID;
     try {
         store(request, requester);

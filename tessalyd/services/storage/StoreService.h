@@ -2,6 +2,7 @@
 
 #include "decoder/Pool.h"
 #include "tessalyd/association/Service.h"
+#include "tessalyd/services/storage/UnlistedClasses.h"
 #include "tessalyd/store/ArchiveIndex.h"
 
 namespace tessaly::tessalyd {
@@ -9,8 +10,9 @@ namespace tessaly::tessalyd {
 /// C-STORE: an object goes into the archive.
 class StoreService final : public Service {
   public:
-    /// Both outlive it.
-    StoreService(ArchiveIndex& index, decoder::Pool& decoders) : index_(index), decoders_(decoders) {}
+    /// All outlive it.
+    StoreService(ArchiveIndex& index, decoder::Pool& decoders, UnlistedClasses& unlisted)
+        : index_(index), decoders_(decoders), unlisted_(unlisted) {}
 
     [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_STORE_RQ; }
     [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override;
@@ -22,6 +24,7 @@ class StoreService final : public Service {
 
     ArchiveIndex& index_;
     decoder::Pool& decoders_;
+    UnlistedClasses& unlisted_;
     std::vector<char> buffer_;  // for one object after the other
     int stored_ = 0;
     int notStored_ = 0;
