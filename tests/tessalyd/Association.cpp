@@ -13,6 +13,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "dicom/net/ToolkitNames.h"
+
 namespace tessaly::test {
 
 namespace {
@@ -126,6 +128,15 @@ Association::Association(const QString& port, const std::string& calling, const 
     if (!extensions.empty())
         ASC_setRequestedExtNegList(parameters_, listOf(extensions));
     opened_ = ASC_requestAssociation(network_, parameters_, &association_);
+    if (opened_.bad())
+        return;
+    for (std::size_t i = 0; i < contexts.size(); ++i) {
+        T_ASC_PresentationContext context;
+        check(ASC_getPresentationContext(parameters_, static_cast<int>(i), &context));
+        accepted_.emplace_back(context.resultReason == ASC_P_ACCEPTANCE ? context.acceptedTransferSyntax
+                                                                        : "");
+    }
+    dicom::nameForToolkit(*parameters_);
 }
 
 Association::~Association() {
@@ -140,12 +151,6 @@ T_ASC_RejectParameters Association::rejection() const {
     T_ASC_RejectParameters rejected{};
     ASC_getRejectParameters(parameters_, &rejected);
     return rejected;
-}
-
-std::string Association::accepted(int index) const {
-    T_ASC_PresentationContext context;
-    check(ASC_getPresentationContext(parameters_, index, &context));
-    return context.resultReason == ASC_P_ACCEPTANCE ? context.acceptedTransferSyntax : "";
 }
 
 T_ASC_SC_ROLE Association::acceptedRole(int index) const {
@@ -197,8 +202,14 @@ Association::Answer Association::store(DcmFileFormat& object, const std::optiona
 }
 
 Association::Answer Association::storeBytes(const std::string& instance, std::span<const char> data) {
-    writeStoreCommand(instance);
-    writeParts(Storage, false, data, true);
+    return storeBytes(Storage / 2, UID_CTImageStorage, instance, data);
+}
+
+Association::Answer Association::storeBytes(int index, const std::string& sopClass,
+                                            const std::string& instance, std::span<const char> data) {
+    const auto id = static_cast<T_ASC_PresentationContextID>(2 * index + 1);
+    writeCommand(id, DIMSE_C_STORE_RQ, sopClass, instance);
+    writeParts(id, false, data, true);
     T_DIMSE_Message answer{};
     T_ASC_PresentationContextID context = 0;
     DcmDataset* detail = nullptr;

@@ -44,6 +44,7 @@ struct ImageSpec {
 
 /// Small objects whose decoding takes very long, or very much.
 [[nodiscard]] QByteArray endlessJpeg();  ///< 338 bytes that the toolkit never gets through
-[[nodiscard]] QByteArray manyLargeFrames(ImageSpec& image, int frames = 257);  ///< frames of 4096 x 4096 in JPEG-LS
+[[nodiscard]] QByteArray manyLargeFrames(ImageSpec& image,
+                                         int frames = 257);  ///< frames of 4096 x 4096 in JPEG-LS
 
 }  // namespace tessaly::test
