@@ -17,8 +17,10 @@
 
 #include "decoder/FrameDecoder.h"
 #include "decoder/ObjectLayout.h"
+#include "decoder/PixelWriter.h"
 #include "decoder/Syntaxes.h"
 #include "dicom/data/DataSetWalk.h"
+#include "dicom/data/Inflater.h"
 #include "dicom/data/SinkStream.h"
 
 namespace tessaly::decoder {
@@ -95,6 +97,8 @@ class Conversion {
         : bytes_(dataSet), from_(from), to_(to), write_(write) {}
 
     bool run() {
+        if (from_.isDeflated() && !inflate())
+            return false;
         dicom::FileWindow window{bytes_.size(), [this](std::size_t offset, std::span<char> target) {
                                      std::memcpy(target.data(), bytes_.data() + offset, target.size());
                                  }};
@@ -117,6 +121,29 @@ class Conversion {
     }
 
   private:
+    /// Makes the data set what its elements are read by. Twice, so that it has exactly the memory it needs.
+    bool inflate() {
+        std::size_t size = 0;
+        const auto pass = [this](const dicom::Inflater::Take& take) {
+            dicom::Inflater inflater;
+            return inflater.inflate(chars(bytes_), take) == dicom::Inflater::State::Ended;
+        };
+        if (!pass([&size](std::span<const char> part) {
+                size += part.size();
+                return false;
+            }))
+            return false;
+        inflated_.reserve(size);
+        if (!pass([this](std::span<const char> part) {
+                inflated_.insert(inflated_.end(), part.begin(), part.end());
+                return false;
+            }))
+            return false;
+        bytes_ = inflated_;
+        from_ = EXS_LittleEndianExplicit;
+        return true;
+    }
+
     /// Elements may come in any order; they are written in theirs.
     void sort() {
         const auto move = [](DcmDataset& from, DcmDataset& to, bool isBefore) {
@@ -171,18 +198,6 @@ class Conversion {
         write_(header);
     }
 
-    /// Words go out in the order of the target's bytes.
-    void writeWords(Bytes words) {
-        std::array<unsigned char, 1U << 16U> swapped;
-        while (!words.empty()) {
-            const Bytes part = words.first(std::min(words.size(), swapped.size()));
-            for (std::size_t i = 0; i < part.size(); ++i)
-                swapped[i] = part[(i ^ 1U) < part.size() ? i ^ 1U : i];
-            write_(Bytes{swapped}.first(part.size()));
-            words = words.subspan(part.size());
-        }
-    }
-
     bool writeNative() {
         const auto& pixels = *layout_.pixels;
         const Bytes value = bytes_.subspan(pixels.valueAt, pixels.end - pixels.valueAt);
@@ -191,10 +206,9 @@ class Conversion {
         const bool hasBytes = pixels.vr == std::array{'O', 'B'};
         writePixelHeader(hasBytes ? pixels.vr : std::array{'O', 'W'}, value.size());
         const bool swaps = !hasBytes && from_.isLittleEndian() != to_.isLittleEndian();
-        if (swaps)
-            writeWords(value);
-        else
-            write_(value);
+        PixelWriter pixelWriter{write_, value.size() * 8, swaps};
+        pixelWriter.add(value);
+        pixelWriter.finish();
         return writeTree(behind_);
     }
 
@@ -202,9 +216,10 @@ class Conversion {
         const auto& pixels = *layout_.pixels;
         const ImageDescription& image = layout_.image;
         const auto size = image.size();
-        const auto fragments = readFragments(bytes_.subspan(pixels.valueAt, pixels.end - pixels.valueAt));
+        auto fragments = readFragments(bytes_.subspan(pixels.valueAt, pixels.end - pixels.valueAt));
         if (!size || !fragments)
             return false;
+        fragments->extendedOffsets = bytes_.subspan(layout_.extendedOffsets.at, layout_.extendedOffsets.size);
         FrameDecoder decoder{image, from_, layout_.identity.sopClassUid};
         const auto frames = splitFrames(*fragments, image.frames, decoder.streamsEnd());
         std::vector<unsigned char> frame;
@@ -213,31 +228,15 @@ class Conversion {
             return false;
         writePixelHeader({'O', 'W'}, *size + *size % 2);
         const std::string photometric = decoder.image().photometric;
-        const bool swaps = !to_.isLittleEndian();
-        bool hasHalf = false;  // of a word, whose other byte is the next frame's
-        unsigned char half = 0;
+        PixelWriter pixelWriter{write_, image.frameBits(), !to_.isLittleEndian()};
         for (std::size_t i = 0; i < frames->size(); ++i) {
             if (i > 0 && !decoder.decode((*frames)[i], frame))
                 return false;
             if (decoder.image().photometric != photometric)
                 return false;
-            if (!swaps) {
-                write_(frame);
-                continue;
-            }
-            if (hasHalf)
-                frame.insert(frame.begin(), half);
-            hasHalf = frame.size() % 2 != 0;
-            if (hasHalf) {
-                half = frame.back();
-                frame.pop_back();
-            }
-            writeWords(frame);
+            pixelWriter.add(frame);
         }
-        if (hasHalf)
-            write_(std::array<unsigned char, 2>{0, half});
-        else if (*size % 2 != 0)
-            write_(std::array<unsigned char, 1>{0});
+        pixelWriter.finish();
         return writeTree(behind_);
     }
 
@@ -277,6 +276,7 @@ class Conversion {
         return item.putAndInsertUint16Array(DCM_PixelData, words.data(), words.size()).good();
     }
 
+    std::vector<unsigned char> inflated_;
     Bytes bytes_;
     dicom::TransferSyntax from_;
     dicom::TransferSyntax to_;

@@ -1,14 +1,12 @@
 #pragma once
 
-#include <functional>
+#include <cstdint>
 
 #include "decoder/Fragments.h"
+#include "decoder/PixelWriter.h"
 #include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::decoder {
-
-/// Takes the next bytes of what is made. What it throws comes through.
-using Write = std::function<void(Bytes)>;
 
 /// The most that compressed images inside sequences, such as icons, may come to, in bytes.
 constexpr std::uint64_t MostNestedPixels = std::uint64_t{16} << 20U;

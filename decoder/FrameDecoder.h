@@ -28,13 +28,17 @@ class FrameDecoder {
     /// How the pixels that were decoded are to be understood: decoding converts colours.
     [[nodiscard]] const ImageDescription& image() const noexcept { return image_; }
 
-    /// True where each frame ends with a marker.
+    /// True where each frame begins and ends with a marker.
     [[nodiscard]] bool streamsEnd() const noexcept {
-        return syntax_.coding() != dicom::PixelCoding::RunLength;
+        return syntax_.coding() == dicom::PixelCoding::Jpeg ||
+               syntax_.coding() == dicom::PixelCoding::JpegLs ||
+               syntax_.coding() == dicom::PixelCoding::Jpeg2000;
     }
 
   private:
     [[nodiscard]] bool matches(const JpegStream& stream) const;
+    [[nodiscard]] bool inflate(Bytes stream, std::vector<unsigned char>& target) const;
+    [[nodiscard]] bool decodeWavelets(Bytes stream, std::vector<unsigned char>& target);
     [[nodiscard]] bool decodeStream(Bytes stream, const JpegStream& described,
                                     std::vector<unsigned char>& target);
 

@@ -268,6 +268,11 @@ class LayoutReader {
             case 0x00280103:
                 image.pixelRepresentation = word(header);
                 break;
+            case 0x7fe00001:
+                layout_.extendedOffsets = {
+                    .at = header.valueAt,
+                    .size = std::min<std::size_t>(header.length, size_ - std::min(size_, header.valueAt))};
+                break;
             default:
                 break;
         }
@@ -284,19 +289,18 @@ class LayoutReader {
 }  // namespace
 
 std::optional<std::uint64_t> ImageDescription::frameSize() const noexcept {
-    // Four factors of 16 bits each: no product of them wraps in 64.
-    const std::uint64_t bits = std::uint64_t{rows} * columns * samplesPerPixel * bitsAllocated;
-    const std::uint64_t size = bits / 8;
-    if (bits == 0 || bitsAllocated % 8 != 0 || size > LongestValue)
+    const std::uint64_t bits = frameBits();
+    const std::uint64_t size = bits / 8 + (bits % 8 == 0 ? 0 : 1);
+    if (bits == 0 || (bitsAllocated % 8 != 0 && bitsAllocated != 1) || size > LongestValue)
         return std::nullopt;
     return size;
 }
 
 std::optional<std::uint64_t> ImageDescription::size() const noexcept {
     const auto frame = frameSize();
-    if (!frame || frames == 0 || frames > LongestValue / *frame)
+    if (!frame || frames == 0 || frames > LongestValue * 8 / frameBits())
         return std::nullopt;
-    return *frame * frames;
+    return (frames * frameBits() + 7) / 8;
 }
 
 std::optional<ObjectLayout> readLayout(FileWindow& bytes, std::size_t size, dicom::TransferSyntax syntax) {

@@ -27,6 +27,10 @@ struct ImageDescription {
     std::string photometric;
     std::uint64_t frames = 1;  ///< 1 where it is not said, 0 where it is said and is no number above 0
 
+    /// Bits of one decoded frame, of which several may have a byte in common.
+    [[nodiscard]] std::uint64_t frameBits() const noexcept {
+        return std::uint64_t{rows} * columns * samplesPerPixel * bitsAllocated;  // 16 bits each: none is lost
+    }
     /// Bytes of one decoded frame; nullopt if the description is incomplete or a frame is longer than
     /// LongestValue.
     [[nodiscard]] std::optional<std::uint64_t> frameSize() const noexcept;
@@ -52,8 +56,14 @@ struct ObjectLayout {
         bool isEncapsulated = false;
         std::array<char, 2> vr{};  ///< zeros where the syntax names none
     };
+    /// A value of the data set.
+    struct Value {
+        std::size_t at = 0;
+        std::size_t size = 0;
+    };
     ImageDescription image;
     Identity identity;
+    Value extendedOffsets;  ///< the extended offset table; empty where there is none
     std::optional<PixelData> pixels;
     std::size_t elements = 0;         ///< elements and items, on all levels
     std::size_t end = 0;              ///< the byte behind the last element

@@ -9,16 +9,9 @@ namespace tessaly::decoder {
     return dicom::isUncompressed(syntax);
 }
 
-/// True for a compressed syntax that there is a decoder for.
+/// True for any other syntax that there is a decoder for.
 [[nodiscard]] inline bool isDecodable(dicom::TransferSyntax syntax) noexcept {
-    switch (syntax.coding()) {
-        case dicom::PixelCoding::RunLength:
-        case dicom::PixelCoding::Jpeg:
-        case dicom::PixelCoding::JpegLs:
-            return true;
-        default:
-            return false;
-    }
+    return syntax.coding() != dicom::PixelCoding::Other && !isNative(syntax);
 }
 
 }  // namespace tessaly::decoder
