@@ -17,8 +17,10 @@
 
 #include "decoder/FrameDecoder.h"
 #include "decoder/ObjectLayout.h"
+#include "decoder/PixelWriter.h"
 #include "decoder/Syntaxes.h"
 #include "dicom/data/DataSetWalk.h"
+#include "dicom/data/Inflater.h"
 #include "dicom/data/SinkStream.h"
 
 namespace tessaly::decoder {
@@ -29,7 +31,7 @@ std::span<const char> chars(Bytes bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-bool parse(DcmDataset& set, Bytes bytes, E_TransferSyntax syntax) {
+bool parse(DcmDataset& set, Bytes bytes, dicom::TransferSyntax syntax) {
     if (bytes.empty())
         return true;
     if (dicom::exceedsNestingLimit(chars(bytes), syntax))
@@ -38,7 +40,7 @@ bool parse(DcmDataset& set, Bytes bytes, E_TransferSyntax syntax) {
     in.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));
     in.setEos();
     set.transferInit();
-    const OFCondition parsed = set.read(in, syntax);
+    const OFCondition parsed = set.read(in, syntax.toolkitName());
     set.transferEnd();
     return parsed.good();
 }
@@ -91,10 +93,12 @@ std::optional<Fragments> fragmentsOf(DcmPixelSequence& sequence) {
 /// One object on its way from one syntax to another.
 class Conversion {
   public:
-    Conversion(Bytes dataSet, E_TransferSyntax from, E_TransferSyntax to, const Write& write)
+    Conversion(Bytes dataSet, dicom::TransferSyntax from, dicom::TransferSyntax to, const Write& write)
         : bytes_(dataSet), from_(from), to_(to), write_(write) {}
 
     bool run() {
+        if (from_.isDeflated() && !inflate())
+            return false;
         dicom::FileWindow window{bytes_.size(), [this](std::size_t offset, std::span<char> target) {
                                      std::memcpy(target.data(), bytes_.data() + offset, target.size());
                                  }};
@@ -117,6 +121,29 @@ class Conversion {
     }
 
   private:
+    /// Makes the data set what its elements are read by. Twice, so that it has exactly the memory it needs.
+    bool inflate() {
+        std::size_t size = 0;
+        const auto pass = [this](const dicom::Inflater::Take& take) {
+            dicom::Inflater inflater;
+            return inflater.inflate(chars(bytes_), take) == dicom::Inflater::State::Ended;
+        };
+        if (!pass([&size](std::span<const char> part) {
+                size += part.size();
+                return false;
+            }))
+            return false;
+        inflated_.reserve(size);
+        if (!pass([this](std::span<const char> part) {
+                inflated_.insert(inflated_.end(), part.begin(), part.end());
+                return false;
+            }))
+            return false;
+        bytes_ = inflated_;
+        from_ = EXS_LittleEndianExplicit;
+        return true;
+    }
+
     /// Elements may come in any order; they are written in theirs.
     void sort() {
         const auto move = [](DcmDataset& from, DcmDataset& to, bool isBefore) {
@@ -140,14 +167,14 @@ class Conversion {
     bool writeTree(DcmDataset& set) {
         if (set.card() == 0)
             return true;
-        if (!set.canWriteXfer(to_))
+        if (!set.canWriteXfer(to_.toolkitName()))
             return false;
         dicom::SinkStream stream{[this](std::span<const char> block) {
             write_({reinterpret_cast<const unsigned char*>(block.data()), block.size()});
         }};
         set.transferInit();
         const OFCondition written =
-            set.write(stream, to_, EET_ExplicitLength, nullptr, EGL_recalcGL, EPD_noChange);
+            set.write(stream, to_.toolkitName(), EET_ExplicitLength, nullptr, EGL_recalcGL, EPD_noChange);
         set.transferEnd();
         stream.rethrow();
         return written.good();
@@ -155,32 +182,20 @@ class Conversion {
 
     void writePixelHeader(std::array<char, 2> vr, std::uint64_t length) {
         std::vector<unsigned char> header;
-        const bool isLittle = to_ != EXS_BigEndianExplicit;
+        const bool isLittle = to_.isLittleEndian();
         const auto put = [&header, isLittle](std::uint64_t value, unsigned size) {
             for (unsigned i = 0; i < size; ++i)
                 header.push_back(static_cast<unsigned char>(value >> 8U * (isLittle ? i : size - 1 - i)));
         };
         put(DCM_PixelData.getGroup(), 2);
         put(DCM_PixelData.getElement(), 2);
-        if (to_ != EXS_LittleEndianImplicit) {
+        if (to_.hasVrs()) {
             header.push_back(static_cast<unsigned char>(vr[0]));
             header.push_back(static_cast<unsigned char>(vr[1]));
             put(0, 2);
         }
         put(length, 4);
         write_(header);
-    }
-
-    /// Words go out in the order of the target's bytes.
-    void writeWords(Bytes words) {
-        std::array<unsigned char, 1U << 16U> swapped;
-        while (!words.empty()) {
-            const Bytes part = words.first(std::min(words.size(), swapped.size()));
-            for (std::size_t i = 0; i < part.size(); ++i)
-                swapped[i] = part[(i ^ 1U) < part.size() ? i ^ 1U : i];
-            write_(Bytes{swapped}.first(part.size()));
-            words = words.subspan(part.size());
-        }
     }
 
     bool writeNative() {
@@ -190,11 +205,10 @@ class Conversion {
             return false;
         const bool hasBytes = pixels.vr == std::array{'O', 'B'};
         writePixelHeader(hasBytes ? pixels.vr : std::array{'O', 'W'}, value.size());
-        const bool swaps = !hasBytes && (from_ == EXS_BigEndianExplicit) != (to_ == EXS_BigEndianExplicit);
-        if (swaps)
-            writeWords(value);
-        else
-            write_(value);
+        const bool swaps = !hasBytes && from_.isLittleEndian() != to_.isLittleEndian();
+        PixelWriter pixelWriter{write_, value.size() * 8, swaps};
+        pixelWriter.add(value);
+        pixelWriter.finish();
         return writeTree(behind_);
     }
 
@@ -202,9 +216,10 @@ class Conversion {
         const auto& pixels = *layout_.pixels;
         const ImageDescription& image = layout_.image;
         const auto size = image.size();
-        const auto fragments = readFragments(bytes_.subspan(pixels.valueAt, pixels.end - pixels.valueAt));
+        auto fragments = readFragments(bytes_.subspan(pixels.valueAt, pixels.end - pixels.valueAt));
         if (!size || !fragments)
             return false;
+        fragments->extendedOffsets = bytes_.subspan(layout_.extendedOffsets.at, layout_.extendedOffsets.size);
         FrameDecoder decoder{image, from_, layout_.identity.sopClassUid};
         const auto frames = splitFrames(*fragments, image.frames, decoder.streamsEnd());
         std::vector<unsigned char> frame;
@@ -213,31 +228,15 @@ class Conversion {
             return false;
         writePixelHeader({'O', 'W'}, *size + *size % 2);
         const std::string photometric = decoder.image().photometric;
-        const bool swaps = to_ == EXS_BigEndianExplicit;
-        bool hasHalf = false;  // of a word, whose other byte is the next frame's
-        unsigned char half = 0;
+        PixelWriter pixelWriter{write_, image.frameBits(), !to_.isLittleEndian()};
         for (std::size_t i = 0; i < frames->size(); ++i) {
             if (i > 0 && !decoder.decode((*frames)[i], frame))
                 return false;
             if (decoder.image().photometric != photometric)
                 return false;
-            if (!swaps) {
-                write_(frame);
-                continue;
-            }
-            if (hasHalf)
-                frame.insert(frame.begin(), half);
-            hasHalf = frame.size() % 2 != 0;
-            if (hasHalf) {
-                half = frame.back();
-                frame.pop_back();
-            }
-            writeWords(frame);
+            pixelWriter.add(frame);
         }
-        if (hasHalf)
-            write_(std::array<unsigned char, 2>{0, half});
-        else if (*size % 2 != 0)
-            write_(std::array<unsigned char, 1>{0});
+        pixelWriter.finish();
         return writeTree(behind_);
     }
 
@@ -250,7 +249,8 @@ class Conversion {
             if (pixels == nullptr || item == nullptr)
                 return false;
             DcmPixelSequence* sequence = nullptr;
-            if (pixels->getEncapsulatedRepresentation(from_, nullptr, sequence).bad() || sequence == nullptr)
+            if (pixels->getEncapsulatedRepresentation(from_.toolkitName(), nullptr, sequence).bad() ||
+                sequence == nullptr)
                 continue;  // native already
             if (!decodeNested(*item, *sequence))
                 return false;
@@ -276,9 +276,10 @@ class Conversion {
         return item.putAndInsertUint16Array(DCM_PixelData, words.data(), words.size()).good();
     }
 
+    std::vector<unsigned char> inflated_;
     Bytes bytes_;
-    E_TransferSyntax from_;
-    E_TransferSyntax to_;
+    dicom::TransferSyntax from_;
+    dicom::TransferSyntax to_;
     const Write& write_;
     ObjectLayout layout_;
     DcmDataset before_;  // of the elements before the pixel data
@@ -288,7 +289,7 @@ class Conversion {
 
 }  // namespace
 
-bool convert(Bytes dataSet, E_TransferSyntax from, E_TransferSyntax to, const Write& write) {
+bool convert(Bytes dataSet, dicom::TransferSyntax from, dicom::TransferSyntax to, const Write& write) {
     return Conversion{dataSet, from, to, write}.run();
 }
 

@@ -8,11 +8,18 @@ namespace {
 
 constexpr std::size_t HeaderSize = 8;
 constexpr std::size_t OffsetSize = 4;
+constexpr std::size_t ExtendedOffsetSize = 8;
 
 std::uint32_t number(Bytes bytes, std::size_t at) {
     return static_cast<std::uint32_t>(bytes[at]) | static_cast<std::uint32_t>(bytes[at + 1]) << 8U |
            static_cast<std::uint32_t>(bytes[at + 2]) << 16U |
            static_cast<std::uint32_t>(bytes[at + 3]) << 24U;
+}
+
+std::uint64_t offsetAt(Bytes table, std::size_t index, std::size_t size) {
+    const std::size_t at = index * size;
+    const std::uint64_t high = size == ExtendedOffsetSize ? number(table, at + OffsetSize) : 0;
+    return high << 32U | number(table, at);
 }
 
 bool isItem(Bytes header) {
@@ -24,13 +31,14 @@ bool isEnd(Bytes header) {
 }
 
 /// The first fragment of each frame, by an offset table that names each once and in order.
-std::optional<std::vector<std::size_t>> beginsByTable(const Fragments& fragments, std::uint64_t frames) {
-    if (fragments.offsetTable.size() / OffsetSize != frames)
+std::optional<std::vector<std::size_t>> beginsByTable(const Fragments& fragments, Bytes table,
+                                                      std::size_t offsetSize, std::uint64_t frames) {
+    if (table.size() / offsetSize != frames)
         return std::nullopt;
     std::vector<std::size_t> begins;
     std::uint64_t offset = 0;
     for (std::size_t i = 0; i < fragments.parts.size(); ++i) {
-        if (begins.size() < frames && number(fragments.offsetTable, begins.size() * OffsetSize) == offset)
+        if (begins.size() < frames && offsetAt(table, begins.size(), offsetSize) == offset)
             begins.push_back(i);
         offset += HeaderSize + fragments.parts[i].size();
     }
@@ -39,8 +47,9 @@ std::optional<std::vector<std::size_t>> beginsByTable(const Fragments& fragments
     return begins;
 }
 
+/// The markers of a JPEG image and of a JPEG 2000 code stream.
 bool beginsStream(Bytes part) {
-    return part.size() > 2 && part[0] == 0xff && part[1] == 0xd8 && part[2] == 0xff;
+    return part.size() > 2 && part[0] == 0xff && (part[1] == 0xd8 || part[1] == 0x4f) && part[2] == 0xff;
 }
 
 /// An end-of-image marker, and what makes the length even, if any: one byte, or zeros.
@@ -101,7 +110,9 @@ std::optional<std::vector<Frame>> splitFrames(const Fragments& fragments, std::u
             split.push_back(all.subspan(i, 1));
         return split;
     }
-    auto begins = beginsByTable(fragments, frames);
+    auto begins = beginsByTable(fragments, fragments.offsetTable, OffsetSize, frames);
+    if (!begins)
+        begins = beginsByTable(fragments, fragments.extendedOffsets, ExtendedOffsetSize, frames);
     if (!begins && streamsEnd)
         begins = beginsByMarkers(fragments, frames);
     if (!begins)

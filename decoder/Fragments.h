@@ -12,6 +12,7 @@ using Bytes = std::span<const unsigned char>;
 /// Compressed pixel data as it lies in an object. The bytes are somebody else's.
 struct Fragments {
     Bytes offsetTable;
+    Bytes extendedOffsets;  ///< of the data set, not of the pixel data: 8 bytes each
     std::vector<Bytes> parts;
 };
 
@@ -23,8 +24,8 @@ struct Fragments {
 using Frame = std::span<const Bytes>;
 
 /// Tells which fragments belong to which of `frames` frames: all to the only one, one to each, as the basic
-/// offset table says, or, where `streamsEnd` says that each frame ends with a marker of its own, as the
-/// markers say. nullopt if there are too few or too many. `fragments` outlive the result.
+/// or the extended offset table says, or, where `streamsEnd` says that each frame ends with a marker of its
+/// own, as the markers say. nullopt if there are too few or too many. `fragments` outlive the result.
 [[nodiscard]] std::optional<std::vector<Frame>> splitFrames(const Fragments& fragments, std::uint64_t frames,
                                                             bool streamsEnd);
 

@@ -14,11 +14,22 @@
 #include <memory>
 #include <utility>
 
+#include "decoder/CodeStream.h"
+#include "decoder/Colours.h"
+#include "decoder/Jpeg2000.h"
 #include "decoder/RunLength.h"
+#include "dicom/data/Inflater.h"
 
 namespace tessaly::decoder {
 
 namespace {
+
+using dicom::PixelCoding;
+
+/// True for codings of bytes, whatever pixels these hold.
+bool takesAnyBits(PixelCoding coding) {
+    return coding == PixelCoding::Uncompressed || coding == PixelCoding::DeflatedFrame;
+}
 
 /// A data set of one frame, for the toolkit's codecs. False if there is no memory for it.
 bool describe(DcmDataset& set, const ImageDescription& image, const std::string& sopClassUid) {
@@ -51,7 +62,7 @@ void registerCodecs() {
     DJLSDecoderRegistration::registerCodecs(EJLSUC_never);
 }
 
-FrameDecoder::FrameDecoder(ImageDescription image, E_TransferSyntax syntax, std::string sopClassUid)
+FrameDecoder::FrameDecoder(ImageDescription image, dicom::TransferSyntax syntax, std::string sopClassUid)
     : described_(image),
       image_(std::move(image)),
       syntax_(syntax),
@@ -59,7 +70,8 @@ FrameDecoder::FrameDecoder(ImageDescription image, E_TransferSyntax syntax, std:
       size_(described_.frameSize().value_or(0)) {}
 
 bool FrameDecoder::decode(Frame frame, std::vector<unsigned char>& target) {
-    if (size_ == 0 || frame.empty())
+    const bool hasBits = described_.bitsAllocated % 8 != 0;
+    if (size_ == 0 || frame.empty() || (hasBits && !takesAnyBits(syntax_.coding())))
         return false;
     Bytes stream = frame.front();
     if (frame.size() > 1) {
@@ -69,19 +81,86 @@ bool FrameDecoder::decode(Frame frame, std::vector<unsigned char>& target) {
         stream = joined_;
     }
     // Nothing is taken for a frame before its stream says that it is one.
-    if (syntax_ == EXS_RLELossless) {
-        constexpr std::size_t MostFromOne = 64;  // two bytes of code come to 128 at most
-        if (size_ / MostFromOne > stream.size())
+    switch (syntax_.coding()) {
+        case PixelCoding::Uncompressed:
+            if (stream.size() != size_ && stream.size() != size_ + size_ % 2)
+                return false;
+            target.assign(stream.begin(), stream.begin() + static_cast<std::ptrdiff_t>(size_));
+            return true;
+        case PixelCoding::DeflatedFrame:
+            return inflate(stream, target);
+        case PixelCoding::RunLength: {
+            constexpr std::size_t MostFromOne = 64;  // two bytes of code come to 128 at most
+            if (size_ / MostFromOne > stream.size())
+                return false;
+            target.resize(size_);
+            return decodeRunLength(stream, described_, target);
+        }
+        case PixelCoding::Jpeg2000:
+            return decodeWavelets(stream, target);
+        case PixelCoding::Jpeg:
+        case PixelCoding::JpegLs: {
+            const bool isLs = syntax_.coding() == PixelCoding::JpegLs;
+            const auto described = readJpegStream(stream, isLs ? Coding::JpegLs : Coding::Jpeg);
+            if (!described || !matches(*described))
+                return false;
+            target.resize(size_);
+            return decodeStream(stream.first(described->size), *described, target);
+        }
+        default:
             return false;
-        target.resize(size_);
-        return decodeRunLength(stream, described_, target);
     }
-    const bool isLs = syntax_ == EXS_JPEGLSLossless || syntax_ == EXS_JPEGLSLossy;
-    const auto described = readJpegStream(stream, isLs ? Coding::JpegLs : Coding::Jpeg);
-    if (!described || !matches(*described))
+}
+
+bool FrameDecoder::inflate(Bytes stream, std::vector<unsigned char>& target) const {
+    constexpr std::size_t MostFromOne = 1040;  // what a code of the shortest length repeats
+    if (size_ / MostFromOne > stream.size())
         return false;
     target.resize(size_);
-    return decodeStream(stream.first(described->size), *described, target);
+    std::size_t at = 0;
+    dicom::Inflater inflater;
+    const auto take = [&](std::span<const char> bytes) {
+        const bool isTooMuch = bytes.size() > size_ - at;
+        if (!isTooMuch)
+            std::memcpy(target.data() + at, bytes.data(), bytes.size());
+        at += isTooMuch ? 0 : bytes.size();
+        return isTooMuch;
+    };
+    return inflater.inflate({reinterpret_cast<const char*>(stream.data()), stream.size()}, take) ==
+               dicom::Inflater::State::Ended &&
+           at == size_;
+}
+
+bool FrameDecoder::decodeWavelets(Bytes stream, std::vector<unsigned char>& target) {
+    const auto described = readCodeStream(stream);
+    constexpr unsigned Colours = 3;
+    const bool isColour = described_.samplesPerPixel == Colours;
+    if (!described || described->rows != described_.rows || described->columns != described_.columns ||
+        described->components != described_.samplesPerPixel || (described->components != 1 && !isColour) ||
+        described->precision > described_.bitsAllocated || described_.bitsStored > described_.bitsAllocated ||
+        (described_.bitsAllocated != 8 && described_.bitsAllocated != 16) ||
+        (described->isSigned && described_.pixelRepresentation == 0))
+        return false;
+    const std::string& photometric = described_.photometric;
+    const bool isTransformed = photometric == "YBR_RCT" || photometric == "YBR_ICT";
+    const bool isFull = photometric == "YBR_FULL" || photometric == "YBR_FULL_422";
+    // Of what is said to be transformed and is not, nobody knows the colours.
+    if (isTransformed && !described->hasColourTransform)
+        return false;
+    target.resize(size_);
+    if (!decodeJpeg2000(stream.first(described->size), *described, described_, target))
+        return false;
+    if (!isColour)
+        return true;
+    image_.planarConfiguration = 0;
+    if (isFull && !described->hasColourTransform) {
+        if (described->isSigned)
+            return false;
+        toRgb(target, described_.bitsAllocated / 8U, described->precision);
+    }
+    if (isFull || isTransformed)
+        image_.photometric = "RGB";
+    return true;
 }
 
 bool FrameDecoder::matches(const JpegStream& stream) const {
@@ -109,7 +188,7 @@ bool FrameDecoder::decodeStream(Bytes stream, const JpegStream& described,
     auto pixels = std::make_unique<DcmPixelData>(DcmTag{DCM_PixelData, EVR_OB});
     if (!describe(set, coded, sopClassUid_) || !append(*sequence, {}) || !append(*sequence, stream))
         return false;
-    pixels->putOriginalRepresentation(syntax_, nullptr, sequence.release());
+    pixels->putOriginalRepresentation(syntax_.toolkitName(), nullptr, sequence.release());
     if (set.insert(pixels.release()).bad() ||
         set.chooseRepresentation(EXS_LittleEndianExplicit, nullptr).bad())
         return false;

@@ -1,14 +1,12 @@
 #pragma once
 
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcxfer.h>
-
 #include <string>
 #include <vector>
 
 #include "decoder/Fragments.h"
 #include "decoder/JpegStream.h"
 #include "decoder/ObjectLayout.h"
+#include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::decoder {
 
@@ -21,7 +19,7 @@ void registerCodecs();
 class FrameDecoder {
   public:
     /// `sopClassUid` is that of the object: some classes want their colours by plane.
-    FrameDecoder(ImageDescription image, E_TransferSyntax syntax, std::string sopClassUid);
+    FrameDecoder(ImageDescription image, dicom::TransferSyntax syntax, std::string sopClassUid);
 
     /// Decodes a frame into `target`, which becomes as long as the image's description says, in little
     /// endian. False if that cannot be done. The target's contents mean nothing then.
@@ -30,17 +28,23 @@ class FrameDecoder {
     /// How the pixels that were decoded are to be understood: decoding converts colours.
     [[nodiscard]] const ImageDescription& image() const noexcept { return image_; }
 
-    /// True where each frame ends with a marker.
-    [[nodiscard]] bool streamsEnd() const noexcept { return syntax_ != EXS_RLELossless; }
+    /// True where each frame begins and ends with a marker.
+    [[nodiscard]] bool streamsEnd() const noexcept {
+        return syntax_.coding() == dicom::PixelCoding::Jpeg ||
+               syntax_.coding() == dicom::PixelCoding::JpegLs ||
+               syntax_.coding() == dicom::PixelCoding::Jpeg2000;
+    }
 
   private:
     [[nodiscard]] bool matches(const JpegStream& stream) const;
+    [[nodiscard]] bool inflate(Bytes stream, std::vector<unsigned char>& target) const;
+    [[nodiscard]] bool decodeWavelets(Bytes stream, std::vector<unsigned char>& target);
     [[nodiscard]] bool decodeStream(Bytes stream, const JpegStream& described,
                                     std::vector<unsigned char>& target);
 
     const ImageDescription described_;
     ImageDescription image_;
-    E_TransferSyntax syntax_;
+    dicom::TransferSyntax syntax_;
     std::string sopClassUid_;
     std::size_t size_;
     std::vector<unsigned char> joined_;

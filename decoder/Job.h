@@ -10,8 +10,8 @@ struct Job {
     std::uint64_t sourceAt = 0;    ///< where the data set begins in the source's file
     std::uint64_t sourceSize = 0;  ///< bytes of the data set
     std::uint64_t targetAt = 0;    ///< where it is to begin in the target's file
-    std::int32_t from = 0;         ///< E_TransferSyntax
-    std::int32_t to = 0;           ///< E_TransferSyntax
+    std::uint32_t from = 0;        ///< its place in the table of transfer syntaxes
+    std::uint32_t to = 0;          ///< the same
     std::uint64_t memory = 0;      ///< bytes, beside the program itself and the source
     std::uint64_t fileSize = 0;    ///< bytes that the target's file may have
     std::uint64_t seconds = 0;     ///< of processor time

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "decoder/Conversion.h"
+#include "decoder/DeflatedLayout.h"
 #include "decoder/Syntaxes.h"
 #include "dicom/data/FileWindow.h"
 
@@ -21,6 +22,8 @@ constexpr std::uint64_t Mega = std::uint64_t{1} << 20U;
 constexpr std::uint64_t LeastMemory = 64 * Mega;
 constexpr std::uint64_t MemoryOfElement = 512;  // of the toolkit, beside its value
 constexpr std::uint64_t FramesInMemory = 8;     // as the codecs keep them, progressive ones included
+constexpr std::uint64_t WaveletsInMemory =
+    16;  // four bytes for each sample, in two places, and what is beside
 constexpr std::uint64_t LeastSeconds = 10;
 constexpr std::uint64_t BytesInSecond = 4 * Mega;
 
@@ -28,22 +31,33 @@ constexpr std::uint64_t BytesInSecond = 4 * Mega;
     throw std::system_error{errno, std::generic_category(), what};
 }
 
+dicom::FileWindow::ReadAt readerOf(const DataSetFile& set, const Heartbeat& heartbeat) {
+    return [set, &heartbeat](std::size_t offset, std::span<char> target) {
+        heartbeat();
+        while (!target.empty()) {
+            const ssize_t read =
+                ::pread(set.file, target.data(), target.size(), static_cast<off_t>(set.dataSetAt + offset));
+            if (read < 0 && errno == EINTR)
+                continue;
+            if (read == 0)
+                errno = EIO;  // somebody has cut it off
+            if (read <= 0)
+                fail("the data set cannot be read");
+            offset += static_cast<std::size_t>(read);
+            target = target.subspan(static_cast<std::size_t>(read));
+        }
+    };
+}
+
 dicom::FileWindow windowOf(const DataSetFile& set, const Heartbeat& heartbeat) {
-    return {set.size, [set, &heartbeat](std::size_t offset, std::span<char> target) {
-                heartbeat();
-                while (!target.empty()) {
-                    const ssize_t read = ::pread(set.file, target.data(), target.size(),
-                                                 static_cast<off_t>(set.dataSetAt + offset));
-                    if (read < 0 && errno == EINTR)
-                        continue;
-                    if (read == 0)
-                        errno = EIO;  // somebody has cut it off
-                    if (read <= 0)
-                        fail("the data set cannot be read");
-                    offset += static_cast<std::size_t>(read);
-                    target = target.subspan(static_cast<std::size_t>(read));
-                }
-            }};
+    return {set.size, readerOf(set, heartbeat)};
+}
+
+std::optional<ObjectLayout> layoutOf(const DataSetFile& set, const Heartbeat& heartbeat) {
+    if (set.syntax.isDeflated())
+        return readDeflatedLayout(readerOf(set, heartbeat), set.size);
+    dicom::FileWindow window = windowOf(set, heartbeat);
+    return readLayout(window, set.size, set.syntax);
 }
 
 }  // namespace
@@ -52,8 +66,7 @@ std::variant<JobPlan, const char*> planJob(const DataSetFile& source, const Data
                                            std::uint64_t decodeLimit, const Heartbeat& heartbeat) {
     if (!isNative(target.syntax) || (!isNative(source.syntax) && !isDecodable(source.syntax)))
         return "there is no decoder for it";
-    dicom::FileWindow window = windowOf(source, heartbeat);
-    const auto layout = readLayout(window, source.size, source.syntax);
+    const auto layout = layoutOf(source, heartbeat);
     if (!layout)
         return "its data set cannot be read";
     JobPlan plan{.identity = layout->identity, .hasPixels = layout->pixels.has_value()};
@@ -69,18 +82,26 @@ std::variant<JobPlan, const char*> planJob(const DataSetFile& source, const Data
     } else if (layout->pixels) {
         plan.pixelBytes = layout->pixels->end - layout->pixels->valueAt;
     }
-    const std::uint64_t others = source.size - layout->pixelBytes();
+    const bool isDeflated = source.syntax.isDeflated();
+    if (isDeflated && plan.pixelBytes > decodeLimit)
+        return "it has more pixel data than may be inflated at once";
+    const std::uint64_t whole = isDeflated ? layout->end : source.size;
+    const std::uint64_t others = whole - layout->pixelBytes();
     // A compressed frame is hardly ever longer than it was, and is there up to three times.
-    const std::uint64_t compressed = std::min<std::uint64_t>(layout->pixelBytes(), 2 * frame + Mega);
+    const std::uint64_t compressed =
+        isDeflated ? 0 : std::min<std::uint64_t>(layout->pixelBytes(), 2 * frame + Mega);
+    const std::uint64_t inflated = isDeflated ? whole + Mega : 0;
+    const bool isWavelets = source.syntax.coding() == dicom::PixelCoding::Jpeg2000;
     plan.job = {.sourceAt = source.dataSetAt,
                 .sourceSize = source.size,
                 .targetAt = target.dataSetAt,
-                .from = source.syntax,
-                .to = target.syntax,
+                .from = static_cast<std::uint32_t>(source.syntax.index()),
+                .to = static_cast<std::uint32_t>(target.syntax.index()),
                 .memory = LeastMemory + 2 * others + MemoryOfElement * layout->elements +
-                          FramesInMemory * frame + 3 * compressed,
+                          (isWavelets ? WaveletsInMemory : FramesInMemory) * frame + 3 * compressed +
+                          inflated,
                 .fileSize = target.dataSetAt + plan.pixelBytes + 2 * others + MostNestedPixels + Mega,
-                .seconds = LeastSeconds + (plan.pixelBytes + source.size) / BytesInSecond};
+                .seconds = LeastSeconds + (plan.pixelBytes + whole) / BytesInSecond};
     return plan;
 }
 

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcxfer.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -11,6 +8,7 @@
 
 #include "decoder/Job.h"
 #include "decoder/ObjectLayout.h"
+#include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::decoder {
 
@@ -19,7 +17,7 @@ struct DataSetFile {
     int file = -1;
     std::size_t dataSetAt = 0;
     std::size_t size = 0;  ///< of the data set; of a target it is not known before
-    E_TransferSyntax syntax = EXS_Unknown;
+    dicom::TransferSyntax syntax;
 };
 
 /// What an object's header promises, and what its decoder may take therefore.

@@ -30,11 +30,10 @@ struct NotReadable {};  // what is there contradicts itself, or is nested too de
 
 class LayoutReader {
   public:
-    LayoutReader(FileWindow& bytes, std::size_t size, E_TransferSyntax syntax)
+    LayoutReader(FileWindow& bytes, std::size_t size, dicom::TransferSyntax syntax)
         : bytes_(bytes),
           size_(size),
-          outermost_{.hasVrs = DcmXfer{syntax}.isExplicitVR() == OFTrue,
-                     .littleEndian = DcmXfer{syntax}.getByteOrder() == EBO_LittleEndian} {}
+          outermost_{.hasVrs = syntax.hasVrs(), .littleEndian = syntax.isLittleEndian()} {}
 
     ObjectLayout read() {
         while (!isAtEnd()) {
@@ -269,6 +268,11 @@ class LayoutReader {
             case 0x00280103:
                 image.pixelRepresentation = word(header);
                 break;
+            case 0x7fe00001:
+                layout_.extendedOffsets = {
+                    .at = header.valueAt,
+                    .size = std::min<std::size_t>(header.length, size_ - std::min(size_, header.valueAt))};
+                break;
             default:
                 break;
         }
@@ -285,22 +289,21 @@ class LayoutReader {
 }  // namespace
 
 std::optional<std::uint64_t> ImageDescription::frameSize() const noexcept {
-    // Four factors of 16 bits each: no product of them wraps in 64.
-    const std::uint64_t bits = std::uint64_t{rows} * columns * samplesPerPixel * bitsAllocated;
-    const std::uint64_t size = bits / 8;
-    if (bits == 0 || bitsAllocated % 8 != 0 || size > LongestValue)
+    const std::uint64_t bits = frameBits();
+    const std::uint64_t size = bits / 8 + (bits % 8 == 0 ? 0 : 1);
+    if (bits == 0 || (bitsAllocated % 8 != 0 && bitsAllocated != 1) || size > LongestValue)
         return std::nullopt;
     return size;
 }
 
 std::optional<std::uint64_t> ImageDescription::size() const noexcept {
     const auto frame = frameSize();
-    if (!frame || frames == 0 || frames > LongestValue / *frame)
+    if (!frame || frames == 0 || frames > LongestValue * 8 / frameBits())
         return std::nullopt;
-    return *frame * frames;
+    return (frames * frameBits() + 7) / 8;
 }
 
-std::optional<ObjectLayout> readLayout(FileWindow& bytes, std::size_t size, E_TransferSyntax syntax) {
+std::optional<ObjectLayout> readLayout(FileWindow& bytes, std::size_t size, dicom::TransferSyntax syntax) {
     try {
         return LayoutReader{bytes, size, syntax}.read();
     } catch (const CutOff&) {

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcxfer.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +7,7 @@
 #include <string>
 
 #include "dicom/data/FileWindow.h"
+#include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::decoder {
 
@@ -29,6 +27,10 @@ struct ImageDescription {
     std::string photometric;
     std::uint64_t frames = 1;  ///< 1 where it is not said, 0 where it is said and is no number above 0
 
+    /// Bits of one decoded frame, of which several may have a byte in common.
+    [[nodiscard]] std::uint64_t frameBits() const noexcept {
+        return std::uint64_t{rows} * columns * samplesPerPixel * bitsAllocated;  // 16 bits each: none is lost
+    }
     /// Bytes of one decoded frame; nullopt if the description is incomplete or a frame is longer than
     /// LongestValue.
     [[nodiscard]] std::optional<std::uint64_t> frameSize() const noexcept;
@@ -54,8 +56,14 @@ struct ObjectLayout {
         bool isEncapsulated = false;
         std::array<char, 2> vr{};  ///< zeros where the syntax names none
     };
+    /// A value of the data set.
+    struct Value {
+        std::size_t at = 0;
+        std::size_t size = 0;
+    };
     ImageDescription image;
     Identity identity;
+    Value extendedOffsets;  ///< the extended offset table; empty where there is none
     std::optional<PixelData> pixels;
     std::size_t elements = 0;         ///< elements and items, on all levels
     std::size_t end = 0;              ///< the byte behind the last element
@@ -68,6 +76,6 @@ struct ObjectLayout {
 /// memory; no tree is built. Returns nullopt if the data set is cut off, nested too deeply, or has its pixel
 /// data twice. What the window's reader throws comes through.
 [[nodiscard]] std::optional<ObjectLayout> readLayout(dicom::FileWindow& bytes, std::size_t size,
-                                                     E_TransferSyntax syntax);
+                                                     dicom::TransferSyntax syntax);
 
 }  // namespace tessaly::decoder

@@ -25,6 +25,7 @@
 #include "decoder/Conversion.h"
 #include "decoder/FrameDecoder.h"
 #include "decoder/Job.h"
+#include "dicom/data/TransferSyntaxes.h"
 
 // The decoder: a process that waits for jobs and has seen no byte of any object, and for each job a copy of
 // it, which does that one and ends. So nothing of an object is left when the next one comes.
@@ -76,6 +77,12 @@ class TargetFile {
     std::vector<unsigned char> buffer_;
 };
 
+tessaly::dicom::TransferSyntax syntaxAt(std::uint32_t index) {
+    const auto table = tessaly::dicom::transferSyntaxes();
+    return index < table.size() ? tessaly::dicom::TransferSyntax{table[index]}
+                                : tessaly::dicom::TransferSyntax{};
+}
+
 bool convert(const Job& job, const FileDescriptor& source, const FileDescriptor& target) {
     // A file that is shortened meanwhile ends this process, and nothing else.
     const auto page = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
@@ -90,8 +97,7 @@ bool convert(const Job& job, const FileDescriptor& source, const FileDescriptor&
         return false;
     const Bytes dataSet = Bytes{static_cast<const unsigned char*>(mapped), size}.subspan(skipped);
     TargetFile file{target.get(), job.targetAt};
-    if (!tessaly::decoder::convert(dataSet, static_cast<E_TransferSyntax>(job.from),
-                                   static_cast<E_TransferSyntax>(job.to),
+    if (!tessaly::decoder::convert(dataSet, syntaxAt(job.from), syntaxAt(job.to),
                                    [&file](Bytes bytes) { file.write(bytes); }))
         return false;
     file.flush();

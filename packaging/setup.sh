@@ -13,7 +13,7 @@ build_packages=(
     g++ cmake ninja-build pkg-config
     qt6-base-dev qt6-base-dev-tools qt6-svg-dev libgl-dev
     unixodbc-dev odbcinst libsqliteodbc libsqlite3-dev
-    libdcmtk-dev libsodium-dev libcli11-dev libseccomp-dev
+    libdcmtk-dev libsodium-dev libcli11-dev libseccomp-dev zlib1g-dev libopenjp2-7-dev
     dbus fonts-dejavu-core
 )
 # A screen for a machine that has none.
@@ -21,7 +21,7 @@ screen_packages=(tigervnc-standalone-server tigervnc-tools openbox xauth)
 # Peers and tools of the tests: a screen with real keys and clicks, openssl to answer the screen's password question,
 # the other engine, and a driver for the files that other programs left.
 test_packages=(
-    dcmtk libgdcm-tools orthanc openssl xvfb xdotool lintian desktop-file-utils appstream man-db sqlite3
+    dcmtk libgdcm-tools libopenjp2-tools openjph-tools orthanc openssl xvfb xdotool lintian desktop-file-utils appstream man-db sqlite3
     postgresql-15 odbc-postgresql libpq-dev odbc-mdbtools libcap2-bin
 )
 # Compiler and checks of ./test --long alone.

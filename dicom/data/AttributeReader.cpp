@@ -5,7 +5,7 @@
 
 namespace tessaly::dicom {
 
-AttributeReader::AttributeReader(E_TransferSyntax syntax, std::vector<DcmTagKey> wanted, const DcmTagKey& end,
+AttributeReader::AttributeReader(TransferSyntax syntax, std::vector<DcmTagKey> wanted, const DcmTagKey& end,
                                  ElementVisitor* observer)
     : wanted_(std::move(wanted)),
       end_(end),

@@ -3,7 +3,6 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctagkey.h>
 #include <dcmtk/dcmdata/dcvr.h>
-#include <dcmtk/dcmdata/dcxfer.h>
 
 #include <cstddef>
 #include <map>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "dicom/data/ElementWalk.h"
+#include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::dicom {
 
@@ -40,7 +40,7 @@ class AttributeReader final : private ElementVisitor {
     /// `wanted` are attributes of the data set itself. The reader is done at the first element that is `end`
     /// or behind it. `observer` is told all that the reader meets; it may be null, and must outlive the
     /// reader.
-    AttributeReader(E_TransferSyntax syntax, std::vector<DcmTagKey> wanted, const DcmTagKey& end,
+    AttributeReader(TransferSyntax syntax, std::vector<DcmTagKey> wanted, const DcmTagKey& end,
                     ElementVisitor* observer = nullptr);
     AttributeReader(const AttributeReader&) = delete;
     AttributeReader& operator=(const AttributeReader&) = delete;

@@ -24,7 +24,7 @@ class Goal final : public ElementVisitor {
 
 }  // namespace
 
-bool exceedsNestingLimit(std::span<const char> dataSet, E_TransferSyntax syntax, const DcmTagKey& end) {
+bool exceedsNestingLimit(std::span<const char> dataSet, TransferSyntax syntax, const DcmTagKey& end) {
     constexpr std::array Readings{Reading::ByRepresentation, Reading::ByContent, Reading::Enclosed};
     return std::any_of(Readings.begin(), Readings.end(), [&](Reading reading) {
         Goal goal{end};
@@ -35,29 +35,35 @@ bool exceedsNestingLimit(std::span<const char> dataSet, E_TransferSyntax syntax,
 }
 
 struct TruncationCheck::State {
-    explicit State(E_TransferSyntax syntax) : walk(syntax, Reading::Enclosed, goal) {}
+    explicit State(TransferSyntax syntax) : walk(syntax, Reading::Enclosed, goal) {}
     Goal goal;
     ElementWalk walk;
 };
 
-TruncationCheck::TruncationCheck(E_TransferSyntax syntax) : state_(std::make_unique<State>(syntax)) {}
+TruncationCheck::TruncationCheck(TransferSyntax syntax) {
+    if (!syntax.isDeflated())
+        state_ = std::make_unique<State>(syntax);
+}
 TruncationCheck::~TruncationCheck() = default;
 
 void TruncationCheck::take(std::span<const char> bytes) {
-    state_->walk.take(bytes);
+    if (state_)
+        state_->walk.take(bytes);
 }
 
 bool TruncationCheck::isTruncated() const {
-    return !state_->walk.isEnded() && state_->walk.isIncomplete();
+    return state_ && !state_->walk.isEnded() && state_->walk.isIncomplete();
 }
 
-bool isTruncated(std::span<const char> dataSet, E_TransferSyntax syntax) {
+bool isTruncated(std::span<const char> dataSet, TransferSyntax syntax) {
     TruncationCheck check{syntax};
     check.take(dataSet);
     return check.isTruncated();
 }
 
-bool isTruncated(const std::function<char(std::size_t)>& byteAt, std::size_t size, E_TransferSyntax syntax) {
+bool isTruncated(const std::function<char(std::size_t)>& byteAt, std::size_t size, TransferSyntax syntax) {
+    if (syntax.isDeflated())
+        return false;
     Goal goal;
     ElementWalk walk{syntax, Reading::Enclosed, goal};
     for (std::size_t at = 0; at < size && !walk.isEnded();) {

@@ -30,11 +30,10 @@ std::optional<std::uint16_t> unsignedShort(std::string_view value, bool littleEn
     return static_cast<std::uint16_t>(high << 8 | low);
 }
 
-ElementWalk::ElementWalk(E_TransferSyntax syntax, Reading reading, ElementVisitor& visitor)
+ElementWalk::ElementWalk(TransferSyntax syntax, Reading reading, ElementVisitor& visitor)
     : reading_(reading),
       visitor_(visitor),
-      outermost_{.hasVrs = DcmXfer{syntax}.isExplicitVR() == OFTrue,
-                 .littleEndian = DcmXfer{syntax}.getByteOrder() == EBO_LittleEndian} {}
+      outermost_{.hasVrs = syntax.hasVrs(), .littleEndian = syntax.isLittleEndian()} {}
 
 void ElementWalk::take(std::span<const char> bytes) {
     while (!bytes.empty() && !ended_) {

@@ -3,7 +3,6 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctagkey.h>
 #include <dcmtk/dcmdata/dcvr.h>
-#include <dcmtk/dcmdata/dcxfer.h>
 
 #include <array>
 #include <cstddef>
@@ -13,6 +12,8 @@
 #include <span>
 #include <string_view>
 #include <vector>
+
+#include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::dicom {
 
@@ -58,7 +59,7 @@ class ElementWalk {
     static constexpr std::size_t DeepestSequence = 64;  // reports of real devices have a dozen
 
     /// The visitor must outlive the walk.
-    ElementWalk(E_TransferSyntax syntax, Reading reading, ElementVisitor& visitor);
+    ElementWalk(TransferSyntax syntax, Reading reading, ElementVisitor& visitor);
 
     /// The next bytes of the data set.
     void take(std::span<const char> bytes);

@@ -1,7 +1,6 @@
 #include "dicom/data/ObjectHeader.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
-#include <dcmtk/dcmdata/dcistrmb.h>
 
 #include <algorithm>
 #include <charconv>
@@ -126,75 +125,53 @@ ObjectHeader extract(const AttributeReader& attributes) {
     return header;
 }
 
-/// Gives the bytes of a file's data set to `take`, block by block, until that returns true.
-template <class Take>
-void feed(ObjectFile& object, const Take& take) {
-    std::vector<char> block(BlockSize);
-    for (std::size_t at = 0; at < object.size();) {
-        const std::span part = std::span{block}.first(std::min(block.size(), object.size() - at));
-        object.read(part);
-        at += part.size();
-        if (take(part, at == object.size()))
-            return;
-    }
-}
-
-/// Makes deflated blocks plain ones.
-class Inflater {
-  public:
-    Inflater() { stream_.installCompressionFilter(ESC_zlib); }
-
-    template <class Take>
-    bool inflate(std::span<const char> deflated, bool isLast, const Take& take) {
-        stream_.setBuffer(deflated.data(), static_cast<offile_off_t>(deflated.size()));
-        if (isLast)
-            stream_.setEos();
-        bool isDone = false;
-        for (offile_off_t count = 1; count > 0 && !isDone;) {
-            count =
-                stream_.good() ? stream_.read(block_.data(), static_cast<offile_off_t>(block_.size())) : 0;
-            isDone = take(std::span<const char>{block_}.first(static_cast<std::size_t>(count)));
-        }
-        stream_.releaseBuffer();
-        return isDone;
-    }
-
-  private:
-    DcmInputBufferStream stream_;
-    std::vector<char> block_ = std::vector<char>(BlockSize);
-};
-
 }  // namespace
 
-HeaderReader::HeaderReader(E_TransferSyntax syntax, ElementVisitor* observer)
-    : attributes_(syntax, headerTags(), behindHeader(), observer) {}
+HeaderReader::HeaderReader(TransferSyntax syntax, ElementVisitor* observer)
+    : attributes_(syntax, headerTags(), behindHeader(), observer) {
+    if (syntax.isDeflated())
+        inflater_ = std::make_unique<Inflater>();
+}
+
+bool HeaderReader::take(std::span<const char> bytes) {
+    if (!inflater_)
+        return takeInflated(bytes);
+    if (inflater_->inflate(bytes, [this](std::span<const char> inflated) {
+            return takeInflated(inflated);
+        }) == Inflater::State::Broken)
+        throw HeaderFault{"The data set cannot be inflated"};
+    return attributes_.isDone();
+}
+
+bool HeaderReader::takeInflated(std::span<const char> bytes) {
+    taken_ += bytes.size();
+    const bool isDone = attributes_.take(bytes);
+    if (!isDone && taken_ > LongestHeader)
+        throw HeaderFault{"The header of the object does not end"};
+    return isDone;
+}
 
 ObjectHeader HeaderReader::header() const {
     attributes_.finish();
+    if (inflater_ && inflater_->state() == Inflater::State::Open)
+        throw HeaderFault{"The data set is cut off"};
     return extract(attributes_);
 }
 
 ObjectHeader readHeader(const std::filesystem::path& file) {
     ObjectFile object{file};
-    const DcmXfer syntax{object.kind().transferSyntax.c_str()};
-    if (syntax.getXfer() == EXS_Unknown)
+    const TransferSyntax syntax{object.kind().transferSyntax};
+    if (!syntax.isKnown())
         throw std::runtime_error{file.string() + ": its transfer syntax is unknown"};
-    HeaderReader reader{syntax.getXfer()};
-    std::size_t taken = 0;
-    const auto take = [&](std::span<const char> bytes) {
-        taken += bytes.size();
-        if (taken > LongestHeader && !reader.isDone())
-            throw HeaderFault{"its header does not end"};
-        return reader.take(bytes);
-    };
     try {
-        if (syntax.getStreamCompression() == ESC_zlib) {
-            Inflater inflater;
-            feed(object, [&](std::span<const char> block, bool isLast) {
-                return inflater.inflate(block, isLast, take);
-            });
-        } else {
-            feed(object, [&](std::span<const char> block, bool /*isLast*/) { return take(block); });
+        HeaderReader reader{syntax};
+        std::vector<char> block(BlockSize);
+        for (std::size_t at = 0; at < object.size();) {
+            const std::span part = std::span{block}.first(std::min(block.size(), object.size() - at));
+            object.read(part);
+            at += part.size();
+            if (reader.take(part))
+                break;
         }
         ObjectHeader header = reader.header();
         header.transferSyntaxUid = object.kind().transferSyntax;

@@ -1,17 +1,19 @@
 #pragma once
 
 #include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcxfer.h>
 
 #include <array>
 #include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
 #include "dicom/data/AttributeReader.h"
+#include "dicom/data/Inflater.h"
+#include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::dicom {
 
@@ -56,15 +58,15 @@ struct ObjectHeader {
 constexpr std::size_t LongestHeader = std::size_t{64} << 20U;
 
 /// Reads the header of an object while its data set arrives, in whatever pieces. No more is held than the
-/// header's values.
+/// header's values. A deflated data set is inflated as far as its header goes; the rest is not looked at.
 class HeaderReader {
   public:
     /// `observer` is told all that the header consists of; it may be null, and must outlive the reader.
-    explicit HeaderReader(E_TransferSyntax syntax, ElementVisitor* observer = nullptr);
+    explicit HeaderReader(TransferSyntax syntax, ElementVisitor* observer = nullptr);
 
     /// The next bytes of the data set. Returns true when the header has ended. Throws HeaderFault on what is
-    /// no header of an object.
-    bool take(std::span<const char> bytes) { return attributes_.take(bytes); }
+    /// no header of an object, or does not end within LongestHeader.
+    bool take(std::span<const char> bytes);
     /// True when the header has ended, and more bytes are ignored.
     [[nodiscard]] bool isDone() const noexcept { return attributes_.isDone(); }
     /// The header, when it or the whole data set has ended. Throws HeaderFault where the data set has ended
@@ -72,7 +74,11 @@ class HeaderReader {
     [[nodiscard]] ObjectHeader header() const;
 
   private:
+    bool takeInflated(std::span<const char> bytes);
+
     AttributeReader attributes_;
+    std::unique_ptr<Inflater> inflater_;  // of a deflated data set
+    std::size_t taken_ = 0;               // as the elements are counted
 };
 
 /// Reads the header of a file; no more of the file than that takes. Throws std::runtime_error, which names

@@ -104,7 +104,7 @@ bool MessageStream::hasMore() const {
 
 void MessageStream::send(const AcceptedContext& context, Command command, DcmDataset* dataSet) {
     if (dataSet != nullptr)
-        encode(*dataSet, context.syntax(), encoded_);
+        encode(*dataSet, context.syntax().toolkitName(), encoded_);
     sendCommand(context.id, command.setHasDataSet(dataSet != nullptr));
     if (dataSet != nullptr)
         sendDataSet(context.id, encoded_, true);

@@ -1,12 +1,13 @@
 #pragma once
 
 #include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmdata/dcxfer.h>
 #include <dcmtk/dcmnet/assoc.h>
 
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::dicom {
 
@@ -47,8 +48,7 @@ struct AcceptedContext {
     std::string transferSyntax;
     unsigned roles = 0;  ///< of the requestor, as bits
 
-    /// As the toolkit has it.
-    [[nodiscard]] E_TransferSyntax syntax() const { return DcmXfer{transferSyntax.c_str()}.getXfer(); }
+    [[nodiscard]] TransferSyntax syntax() const { return TransferSyntax{transferSyntax}; }
     [[nodiscard]] bool has(Role role) const noexcept { return (roles & bit(role)) != 0; }
 };
 

@@ -30,7 +30,7 @@ std::vector<Supported> supportedFor(Services services, const char* sopClass) {
 }
 
 /// 0 when one of them does not take it.
-int preference(const std::vector<Supported>& supported, E_TransferSyntax syntax) {
+int preference(const std::vector<Supported>& supported, dicom::TransferSyntax syntax) {
     int sum = 0;
     for (const Supported& each : supported) {
         const int one = each.context.preference(syntax);
@@ -45,7 +45,7 @@ const char* chooseSyntax(const T_ASC_PresentationContext& context, const std::ve
     const char* chosen = nullptr;
     int best = 0;
     for (const char* uid : std::span{context.proposedTransferSyntaxes, context.transferSyntaxCount}) {
-        const int one = preference(supported, DcmXfer{uid}.getXfer());
+        const int one = preference(supported, dicom::TransferSyntax{std::string_view{uid}});
         if (one > best) {
             best = one;
             chosen = uid;

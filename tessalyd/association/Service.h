@@ -2,7 +2,6 @@
 
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctagkey.h>
-#include <dcmtk/dcmdata/dcxfer.h>
 
 #include <cstdint>
 #include <functional>
@@ -14,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "dicom/data/TransferSyntaxes.h"
 #include "dicom/net/AssociationEnded.h"
 #include "dicom/net/Command.h"
 #include "dicom/net/PresentationContext.h"
@@ -38,7 +38,7 @@ struct SupportedContext {
     bool (*covers)(const char* sopClass);
     Role requestor;
     /// 0: not taken. Of those proposed the highest wins, and the first among equals: it is what a sender has.
-    int (*preference)(E_TransferSyntax syntax);
+    int (*preference)(dicom::TransferSyntax syntax);
     /// That the peer's node needs for requests in the context; others are answered with 0124 before they
     /// reach the service.
     Right right = Right::None;

@@ -1,6 +1,5 @@
 #include "tessalyd/search/StoredObject.h"
 
-#include <dcmtk/dcmdata/dcxfer.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -73,7 +72,7 @@ StoredObject::StoredObject(const StoredInstance& instance) try
     dicom::FileWindow window{size(),
                              [this](std::size_t offset, std::span<char> target) { readAt(offset, target); }};
     if (dicom::isTruncated([&window](std::size_t index) { return window.at(index); }, size(),
-                           DcmXfer{kind().transferSyntax.c_str()}.getXfer()))
+                           dicom::TransferSyntax{kind().transferSyntax}))
         throw std::runtime_error{"the file is cut off"};
 } catch (const std::exception& fault) {
     OFLOG_DEBUG(serverLog(), instance.file.c_str() << ": " << fault.what());
@@ -89,8 +88,8 @@ std::unique_ptr<dicom::OutgoingObject> StoredObject::convertedTo(const std::stri
         {.file = descriptor(),
          .dataSetAt = dataSetAt(),
          .size = size(),
-         .syntax = DcmXfer{kind().transferSyntax.c_str()}.getXfer()},
-        {.file = ::fileno(file.get()), .syntax = DcmXfer{transferSyntax.c_str()}.getXfer()}, interest);
+         .syntax = dicom::TransferSyntax{kind().transferSyntax}},
+        {.file = ::fileno(file.get()), .syntax = dicom::TransferSyntax{transferSyntax}}, interest);
     if (result.outcome == decoder::Outcome::Stopped)
         return nullptr;
     if (result.outcome == decoder::Outcome::NotConvertible)

@@ -9,10 +9,11 @@
 namespace tessaly::tessalyd {
 
 ServiceFactory allServices(ServiceContext& shared) {
-    return [&shared](const PortConfiguration& /*port*/, const AssociationNames& /*peer*/) {
+    const auto unlisted = std::make_shared<UnlistedClasses>();
+    return [&shared, unlisted](const PortConfiguration& /*port*/, const AssociationNames& /*peer*/) {
         PeerServices made{.services = {}, .nodes = shared.settings()->nodes};
         made.services.push_back(std::make_unique<EchoService>());
-        made.services.push_back(std::make_unique<StoreService>(shared));
+        made.services.push_back(std::make_unique<StoreService>(shared, *unlisted));
         made.services.push_back(std::make_unique<FindService>(shared));
         made.services.push_back(std::make_unique<GetService>(shared));
         made.services.push_back(std::make_unique<MoveService>(shared));

@@ -59,7 +59,7 @@ void ArchiveWriter::begin(bool complete) {
     check(*header_);
     if (complete)
         checkEnd();
-    header_->transferSyntaxUid = DcmXfer{object_.syntax}.getXferID();
+    header_->transferSyntaxUid = object_.syntax.uid();
     placement_ = index_.place(*header_, port_.root);
     const archive::Location& location = placement_->location();
     file_ = std::make_unique<ArchiveFile>(archive::localPath(location.folder()), location.imageFile);
@@ -122,8 +122,8 @@ void ArchiveWriter::finish() {
 }
 
 void ArchiveWriter::decode() {
-    constexpr E_TransferSyntax Target = EXS_LittleEndianExplicit;
-    const std::string syntaxUid = DcmXfer{Target}.getXferID();
+    const dicom::TransferSyntax target{EXS_LittleEndianExplicit};
+    const std::string syntaxUid = target.uid();
     auto decoded = std::make_unique<ArchiveFile>(file_->folder(), placement_->location().imageFile);
     const std::vector<char> meta = metaHeader(syntaxUid);
     decoded->write(meta);
@@ -133,7 +133,7 @@ void ArchiveWriter::decode() {
          .dataSetAt = dataSetAt_,
          .size = file_->size() - dataSetAt_,
          .syntax = object_.syntax},
-        {.file = decoded->descriptor().get(), .dataSetAt = meta.size(), .syntax = Target},
+        {.file = decoded->descriptor().get(), .dataSetAt = meta.size(), .syntax = target},
         decoding_.interest);
     if (result.outcome == decoder::Outcome::Converted) {
         file_ = std::move(decoded);

@@ -21,7 +21,7 @@ namespace tessaly::tessalyd {
 struct IncomingObject {
     std::string sopClassUid;
     std::string sopInstanceUid;
-    E_TransferSyntax syntax = EXS_Unknown;
+    dicom::TransferSyntax syntax;
     std::string sender;  ///< AE title
 };
 

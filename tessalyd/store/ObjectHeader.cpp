@@ -7,7 +7,7 @@
 
 namespace tessaly::tessalyd {
 
-IncomingHeader::IncomingHeader(E_TransferSyntax syntax)
+IncomingHeader::IncomingHeader(dicom::TransferSyntax syntax)
     : isShown_(dumpLog(Dump::Vr).isEnabledFor(OFLogger::DEBUG_LOG_LEVEL)),
       reader_(syntax, isShown_ ? &listing_ : nullptr) {}
 

@@ -14,7 +14,7 @@ using dicom::ObjectHeader;
 /// for, and throws StoreFailure.
 class IncomingHeader {
   public:
-    explicit IncomingHeader(E_TransferSyntax syntax);
+    explicit IncomingHeader(dicom::TransferSyntax syntax);
 
     /// The next bytes of the data set. Returns true when the header has ended.
     bool take(std::span<const char> bytes);

@@ -27,7 +27,8 @@ std::unique_ptr<DcmFileFormat> header(const ImageSpec& image) {
                                      {DCM_SamplesPerPixel, image.samples},
                                      {DCM_BitsAllocated, image.bits},
                                      {DCM_BitsStored, image.stored},
-                                     {DCM_HighBit, image.stored - 1}})
+                                     {DCM_HighBit, image.stored - 1},
+                                     {DCM_PixelRepresentation, image.representation}})
         check(set.putAndInsertUint16(tag, static_cast<Uint16>(value)));
     if (image.samples > 1)
         check(set.putAndInsertUint16(DCM_PlanarConfiguration, static_cast<Uint16>(image.planar)));
@@ -60,6 +61,11 @@ QByteArray encapsulated(const ImageSpec& image, const QByteArrayList& fragments,
     check(set.write(out, EXS_LittleEndianExplicit, EET_ExplicitLength, nullptr));
     set.transferEnd();
     QByteArray data{bytes.data(), static_cast<qsizetype>(out.tell())};
+    if (!image.extendedOffsets.isEmpty()) {
+        QByteArray length(4, '\0');
+        qToLittleEndian(static_cast<quint32>(image.extendedOffsets.size()), length.data());
+        data += QByteArray::fromHex("e07f0100") + QByteArray{"OV\0\0", 4} + length + image.extendedOffsets;
+    }
     data += QByteArray::fromHex("e07f1000") + "OB" + QByteArray::fromHex("0000ffffffff");
     data += item("feff00e0", offsetTable);
     for (const QByteArray& fragment : fragments)
@@ -85,9 +91,8 @@ QByteArray flatPixels(const ImageSpec& image, int value) {
     return QByteArray(image.frameSize(), static_cast<char>(value));
 }
 
-QByteArray encodedFrame(const ImageSpec& image, const QByteArray& pixels, E_TransferSyntax syntax) {
-    needCodecs();
-    const auto object = header(image);
+std::unique_ptr<DcmFileFormat> nativeObject(const ImageSpec& image, const QByteArray& pixels) {
+    auto object = header(image);
     DcmDataset& set = *object->getDataset();
     const QByteArray padded = even(pixels);
     if (image.bits == 16) {
@@ -98,6 +103,13 @@ QByteArray encodedFrame(const ImageSpec& image, const QByteArray& pixels, E_Tran
         check(set.putAndInsertUint8Array(DCM_PixelData, reinterpret_cast<const Uint8*>(padded.constData()),
                                          static_cast<unsigned long>(padded.size())));
     }
+    return object;
+}
+
+QByteArray encodedFrame(const ImageSpec& image, const QByteArray& pixels, E_TransferSyntax syntax) {
+    needCodecs();
+    const auto object = nativeObject(image, pixels);
+    DcmDataset& set = *object->getDataset();
     check(set.chooseRepresentation(syntax, nullptr));
     DcmElement* element = nullptr;
     check(set.findAndGetElement(DCM_PixelData, element));

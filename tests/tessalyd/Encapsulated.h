@@ -18,13 +18,18 @@ struct ImageSpec {
     std::string photometric = "MONOCHROME2";
     int planar = 0;
     std::string frames = {};  ///< Number of Frames; empty: not said
+    int representation = 0;   ///< 1: pixels are signed
+    QByteArray extendedOffsets = {};
 
-    [[nodiscard]] int frameSize() const { return rows * columns * samples * bits / 8; }
+    [[nodiscard]] int frameSize() const { return (rows * columns * samples * bits + 7) / 8; }
 };
 
 /// A data set in explicit little endian, with pixel data of these fragments, whatever they are.
 [[nodiscard]] QByteArray encapsulated(const ImageSpec& image, const QByteArrayList& fragments,
                                       const QByteArray& offsetTable = {});
+
+/// A native object with these pixels, in little endian.
+[[nodiscard]] std::unique_ptr<DcmFileFormat> nativeObject(const ImageSpec& image, const QByteArray& pixels);
 
 /// Pixels of one frame: no two neighbours are alike, and no two seeds.
 [[nodiscard]] QByteArray framePixels(const ImageSpec& image, int seed = 1);
@@ -44,6 +49,7 @@ struct ImageSpec {
 
 /// Small objects whose decoding takes very long, or very much.
 [[nodiscard]] QByteArray endlessJpeg();  ///< 338 bytes that the toolkit never gets through
-[[nodiscard]] QByteArray manyLargeFrames(ImageSpec& image, int frames = 257);  ///< frames of 4096 x 4096 in JPEG-LS
+[[nodiscard]] QByteArray manyLargeFrames(ImageSpec& image,
+                                         int frames = 257);  ///< frames of 4096 x 4096 in JPEG-LS
 
 }  // namespace tessaly::test

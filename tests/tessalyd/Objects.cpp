@@ -2,6 +2,7 @@
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcmetinf.h>
+#include <dcmtk/dcmdata/dcostrmb.h>
 #include <dcmtk/dcmdata/dcrledrg.h>
 #include <dcmtk/dcmdata/dcrleerg.h>
 #include <dcmtk/dcmdata/dcuid.h>
@@ -13,6 +14,9 @@
 #include <QFile>
 #include <stdexcept>
 #include <vector>
+
+#include "tests/tessalyd/Deflated.h"
+#include "tests/tessalyd/Encapsulated.h"
 
 namespace tessaly::test {
 
@@ -59,7 +63,7 @@ std::unique_ptr<DcmFileFormat> makeObject(const ObjectSpec& spec) {
     const auto put = [&set](const DcmTagKey& tag, const std::string& value) {
         check(set.putAndInsertString(tag, value.c_str()));
     };
-    put(DCM_SOPClassUID, UID_CTImageStorage);
+    put(DCM_SOPClassUID, spec.sopClass);
     put(DCM_SOPInstanceUID, spec.instance);
     put(DCM_StudyDate, "20240131");
     put(DCM_StudyTime, "101530");
@@ -101,6 +105,23 @@ QString writeObject(const ObjectSpec& spec, const QString& file, E_TransferSynta
     }
     check(object->saveFile(qPrintable(file), syntax, EET_ExplicitLength));
     return file;
+}
+
+QByteArray dataSetIn(dicom::TransferSyntax syntax, const ObjectSpec& spec) {
+    if (syntax.isEncapsulated()) {
+        const QByteArray fragment = "any bytes of the instance " + QByteArray::fromStdString(spec.instance);
+        return encapsulated({.object = spec}, {fragment, fragment.repeated(100)});
+    }
+    const auto object = makeObject(spec);
+    DcmDataset& set = *object->getDataset();
+    const E_TransferSyntax written = syntax.isDeflated() ? EXS_LittleEndianExplicit : syntax.toolkitName();
+    std::vector<char> bytes(set.calcElementLength(written, EET_ExplicitLength));
+    DcmOutputBufferStream out{bytes.data(), static_cast<offile_off_t>(bytes.size())};
+    set.transferInit();
+    check(set.write(out, written, EET_ExplicitLength, nullptr));
+    set.transferEnd();
+    const QByteArray plain{bytes.data(), static_cast<qsizetype>(out.tell())};
+    return syntax.isDeflated() ? deflated(plain) : plain;
 }
 
 QByteArray dataSetOf(const QString& file) {

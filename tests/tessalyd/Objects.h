@@ -7,6 +7,8 @@
 #include <QString>
 #include <memory>
 
+#include "dicom/data/TransferSyntaxes.h"
+
 namespace tessaly::test {
 
 /// What a made object says of itself; the rest of it is a plain 16-bit image.
@@ -16,8 +18,9 @@ struct ObjectSpec {
     std::string study = "1.2.826.0.1.1";
     std::string series = "1.2.826.0.1.1.1";
     std::string instance = "1.2.826.0.1.1.1.1";
-    int side = 32;  ///< rows and columns
-    int seed = 1;   ///< makes the pixels differ
+    int side = 32;                                       ///< rows and columns
+    int seed = 1;                                        ///< makes the pixels differ
+    std::string sopClass = "1.2.840.10008.5.1.4.1.1.2";  ///< CT images
 };
 
 [[nodiscard]] std::unique_ptr<DcmFileFormat> makeObject(const ObjectSpec& spec);
@@ -29,6 +32,10 @@ void needCodecs();
 /// Returns the file's path.
 QString writeObject(const ObjectSpec& spec, const QString& file,
                     E_TransferSyntax syntax = EXS_LittleEndianExplicit);
+
+/// The data set as it goes over the wire, in any syntax that is taken. What an encapsulated one promises of
+/// its pixel data, its fragments do not keep.
+[[nodiscard]] QByteArray dataSetIn(dicom::TransferSyntax syntax, const ObjectSpec& spec);
 
 /// The bytes of a file's data set, without its meta header.
 [[nodiscard]] QByteArray dataSetOf(const QString& file);

@@ -13,6 +13,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "tests/tessalyd/ToolkitNames.h"
+
 namespace tessaly::test {
 
 namespace {
@@ -128,6 +130,15 @@ RequestorAssociation::RequestorAssociation(const QString& port, const std::strin
     if (!extensions.empty())
         ASC_setRequestedExtNegList(parameters_, listOf(extensions));
     opened_ = ASC_requestAssociation(network_, parameters_, &association_);
+    if (opened_.bad())
+        return;
+    for (std::size_t i = 0; i < contexts.size(); ++i) {
+        T_ASC_PresentationContext context;
+        check(ASC_getPresentationContext(parameters_, static_cast<int>(i), &context));
+        accepted_.emplace_back(context.resultReason == ASC_P_ACCEPTANCE ? context.acceptedTransferSyntax
+                                                                        : "");
+    }
+    nameForToolkit(*parameters_);
 }
 
 RequestorAssociation::~RequestorAssociation() {
@@ -142,12 +153,6 @@ T_ASC_RejectParameters RequestorAssociation::rejection() const {
     T_ASC_RejectParameters rejected{};
     ASC_getRejectParameters(parameters_, &rejected);
     return rejected;
-}
-
-std::string RequestorAssociation::accepted(int index) const {
-    T_ASC_PresentationContext context;
-    check(ASC_getPresentationContext(parameters_, index, &context));
-    return context.resultReason == ASC_P_ACCEPTANCE ? context.acceptedTransferSyntax : "";
 }
 
 T_ASC_SC_ROLE RequestorAssociation::acceptedRole(int index) const {
@@ -199,10 +204,15 @@ RequestorAssociation::Answer RequestorAssociation::store(DcmFileFormat& object,
     return answerOf(answered, response, detail);
 }
 
-RequestorAssociation::Answer RequestorAssociation::storeBytes(const std::string& instance,
-                                                              std::span<const char> data) {
-    writeStoreCommand(instance);
-    writeParts(Storage, false, data, true);
+RequestorAssociation::Answer RequestorAssociation::storeBytes(const std::string& instance, std::span<const char> data) {
+    return storeBytes(Storage / 2, UID_CTImageStorage, instance, data);
+}
+
+RequestorAssociation::Answer RequestorAssociation::storeBytes(int index, const std::string& sopClass,
+                                            const std::string& instance, std::span<const char> data) {
+    const auto id = static_cast<T_ASC_PresentationContextID>(2 * index + 1);
+    writeCommand(id, DIMSE_C_STORE_RQ, sopClass, instance);
+    writeParts(id, false, data, true);
     T_DIMSE_Message answer{};
     T_ASC_PresentationContextID context = 0;
     DcmDataset* detail = nullptr;

@@ -52,7 +52,9 @@ class RequestorAssociation {
     /// Meaningful when the peer rejected it.
     [[nodiscard]] T_ASC_RejectParameters rejection() const;
     /// The transfer syntax accepted for the n-th proposed context; empty when it was refused.
-    [[nodiscard]] std::string accepted(int index) const;
+    [[nodiscard]] const std::string& accepted(int index) const {
+        return accepted_.at(static_cast<std::size_t>(index));
+    }
 
     /// The role accepted for it.
     [[nodiscard]] T_ASC_SC_ROLE acceptedRole(int index) const;
@@ -73,6 +75,9 @@ class RequestorAssociation {
                                const std::optional<std::string>& sopClass = {});
     /// Sends a C-STORE request with a data set that is whatever the bytes are.
     [[nodiscard]] Answer storeBytes(const std::string& instance, std::span<const char> data);
+    /// The same in the n-th context that was proposed.
+    [[nodiscard]] Answer storeBytes(int index, const std::string& sopClass, const std::string& instance,
+                                    std::span<const char> data);
     /// Sends a C-FIND request with an identifier that is whatever the bytes are, or none; its SOP class is
     /// that of the command. Returns the message ID.
     DIC_US sendFind(T_ASC_PresentationContextID context, const std::string& sopClass,
@@ -107,6 +112,7 @@ class RequestorAssociation {
     T_ASC_Parameters* parameters_ = nullptr;
     T_ASC_Association* association_ = nullptr;
     OFCondition opened_;
+    std::vector<std::string> accepted_;
 };
 
 }  // namespace tessaly::test

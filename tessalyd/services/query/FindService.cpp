@@ -56,7 +56,7 @@ std::span<const SupportedContext> FindService::contexts() const noexcept {
     static constexpr std::array Supported{SupportedContext{
         .covers = [](const char* uid) { return uid == PatientRoot || uid == StudyRoot; },
         .requestor = Role::Scu,
-        .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; },
+        .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; },
         .right = Right::Query}};
     return Supported;
 }

@@ -71,7 +71,7 @@ void setValue(DcmElement& element, const Element& read) {
 
 }  // namespace
 
-std::unique_ptr<DcmDataset> parseIdentifier(std::span<const char> bytes, E_TransferSyntax syntax) {
+std::unique_ptr<DcmDataset> parseIdentifier(std::span<const char> bytes, dicom::TransferSyntax syntax) {
     Collector collector;
     dicom::ElementWalk walk{syntax, dicom::ElementWalk::Reading::ByRepresentation, collector};
     walk.take(bytes);

@@ -2,11 +2,12 @@
 
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcdatset.h>
-#include <dcmtk/dcmdata/dcxfer.h>
 
 #include <cstddef>
 #include <memory>
 #include <span>
+
+#include "dicom/data/TransferSyntaxes.h"
 
 namespace tessaly::tessalyd {
 
@@ -18,6 +19,6 @@ constexpr std::size_t MostIdentifierElements = 2000;
 /// them is a key. Of several elements with one tag the first counts. Throws RequestFailure with C000 for what
 /// is no data set or is cut off, and for what is nested too deeply or has too many elements.
 [[nodiscard]] std::unique_ptr<DcmDataset> parseIdentifier(std::span<const char> bytes,
-                                                          E_TransferSyntax syntax);
+                                                          dicom::TransferSyntax syntax);
 
 }  // namespace tessaly::tessalyd

@@ -9,6 +9,7 @@
 #include <memory>
 #include <system_error>
 
+#include "dicom/data/StorageClasses.h"
 #include "dicom/data/TransferSyntaxes.h"
 #include "dicom/net/StoreRequest.h"
 #include "tessalyd/search/StoredObject.h"
@@ -24,7 +25,7 @@ constexpr int AnswerPatience = 60;
 constexpr std::array Universal{EXS_LittleEndianExplicit, EXS_LittleEndianImplicit, EXS_BigEndianExplicit};
 
 /// Of several syntaxes in one context one has to do for all objects of the class, however they are stored.
-int preferenceToSend(E_TransferSyntax syntax) {
+int preferenceToSend(dicom::TransferSyntax syntax) {
     const auto* const found = std::find(Universal.begin(), Universal.end(), syntax);
     if (found != Universal.end())
         return 1 + static_cast<int>(Universal.end() - found);
@@ -34,8 +35,8 @@ int preferenceToSend(E_TransferSyntax syntax) {
 }  // namespace
 
 const AcceptedContext* contextFor(std::span<const AcceptedContext> contexts, const std::string& sopClass,
-                                  E_TransferSyntax stored) {
-    const auto find = [&](E_TransferSyntax syntax) -> const AcceptedContext* {
+                                  dicom::TransferSyntax stored) {
+    const auto find = [&](dicom::TransferSyntax syntax) -> const AcceptedContext* {
         const auto found = std::find_if(contexts.begin(), contexts.end(), [&](const AcceptedContext& one) {
             return one.has(Role::Scp) && one.syntax() == syntax && one.sopClass == sopClass;
         });
@@ -102,7 +103,7 @@ class GetService::Sending {
     /// Empty when it was sent and counted, or cancelled before; else why not.
     std::string trySend(const StoredInstance& instance) {
         StoredObject stored{instance};
-        const E_TransferSyntax syntax = DcmXfer{stored.kind().transferSyntax.c_str()}.getXfer();
+        const dicom::TransferSyntax syntax{stored.kind().transferSyntax};
         const AcceptedContext* const context =
             contextFor(association_.contexts(), stored.kind().sopClass, syntax);
         if (context == nullptr)
@@ -176,11 +177,9 @@ std::span<const SupportedContext> GetService::contexts() const noexcept {
         SupportedContext{
             .covers = Retrieval::isGet,
             .requestor = Role::Scu,
-            .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; },
+            .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; },
             .right = Right::Query},
-        SupportedContext{.covers = [](const char* uid) -> bool { return dcmIsaStorageSOPClassUID(uid); },
-                         .requestor = Role::Scp,
-                         .preference = preferenceToSend}};
+        SupportedContext{.covers = dicom::isStored, .requestor = Role::Scp, .preference = preferenceToSend}};
     return Supported;
 }
 

@@ -27,6 +27,6 @@ class GetService final : public Service {
 /// The context that an object goes over to a requestor that receives: that of its own syntax, else one that
 /// every object can be decoded for; nothing where there is none.
 [[nodiscard]] const AcceptedContext* contextFor(std::span<const AcceptedContext> contexts,
-                                                const std::string& sopClass, E_TransferSyntax stored);
+                                                const std::string& sopClass, dicom::TransferSyntax stored);
 
 }  // namespace tessaly::tessalyd

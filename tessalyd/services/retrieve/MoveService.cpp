@@ -23,7 +23,7 @@ std::span<const SupportedContext> MoveService::contexts() const noexcept {
     static constexpr std::array Supported{SupportedContext{
         .covers = Retrieval::isMove,
         .requestor = Role::Scu,
-        .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; },
+        .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; },
         .right = Right::Query}};
     return Supported;
 }

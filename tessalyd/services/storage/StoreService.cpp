@@ -5,6 +5,7 @@
 
 #include <array>
 
+#include "dicom/data/StorageClasses.h"
 #include "dicom/data/TransferSyntaxes.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/Printable.h"
@@ -25,10 +26,10 @@ std::string callingTitle(const Association& association) {
 }  // namespace
 
 std::span<const SupportedContext> StoreService::contexts() const noexcept {
-    static constexpr std::array Supported{SupportedContext{
-        .covers = [](const char* uid) -> bool { return dcmIsaStorageSOPClassUID(uid); },
-        .requestor = Role::Scu,
-        .preference = [](E_TransferSyntax syntax) { return dicom::isArchived(syntax) ? 1 : 0; }}};
+    static constexpr std::array Supported{
+        SupportedContext{.covers = dicom::isStored,
+                         .requestor = Role::Scu,
+                         .preference = [](dicom::TransferSyntax syntax) { return dicom::isArchived(syntax) ? 1 : 0; }}};
     return Supported;
 }
 
@@ -40,6 +41,7 @@ std::span<const CommandField> StoreService::commands() const noexcept {
 void StoreService::answer(const Request& request, Association& association) {
     if (!request.command.hasDataSet())
         throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
+    unlisted_.meet(request.context->sopClass, association.names().text());
     const std::string object = association.names().text() + ": " + request.command.sopInstanceUid();
     try {
         store(request, association);

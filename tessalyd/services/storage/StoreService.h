@@ -2,13 +2,16 @@
 
 #include "tessalyd/association/Service.h"
 #include "tessalyd/services/ServiceContext.h"
+#include "tessalyd/services/storage/UnlistedClasses.h"
 
 namespace tessaly::tessalyd {
 
 /// C-STORE: an object goes into the archive.
 class StoreService final : public Service {
   public:
-    explicit StoreService(ServiceContext& shared) : index_(shared.index), decoders_(shared.decoders) {}
+    /// All outlive it.
+    StoreService(ServiceContext& shared, UnlistedClasses& unlisted)
+        : index_(shared.index), decoders_(shared.decoders), unlisted_(unlisted) {}
 
     [[nodiscard]] std::span<const SupportedContext> contexts() const noexcept override;
     [[nodiscard]] std::span<const CommandField> commands() const noexcept override;
@@ -20,6 +23,7 @@ class StoreService final : public Service {
 
     ArchiveIndex& index_;
     decoder::Pool& decoders_;
+    UnlistedClasses& unlisted_;
     std::vector<char> buffer_;  // for one object after the other
     int stored_ = 0;
     int notStored_ = 0;

@@ -15,7 +15,7 @@ std::span<const SupportedContext> EchoService::contexts() const noexcept {
     static constexpr std::array Supported{SupportedContext{
         .covers = [](const char* uid) { return std::string_view{uid} == UID_VerificationSOPClass; },
         .requestor = Role::Scu,
-        .preference = [](E_TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }}};
+        .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }}};
     return Supported;
 }
 

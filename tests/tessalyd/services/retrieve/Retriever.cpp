@@ -155,6 +155,7 @@ Retrieved Retriever::collect(const Status& status) {
         if (heard.isStore()) {
             const std::string uid = heard.message.msg.CStoreRQ.AffectedSOPInstanceUID;
             all.objects[QString::fromStdString(uid)] = heard.dataSet;
+            all.contexts[QString::fromStdString(uid)] = heard.context;
             answerStore(heard, status ? status(uid) : DIC_US{STATUS_Success});
             continue;
         }

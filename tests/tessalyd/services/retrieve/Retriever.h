@@ -40,6 +40,7 @@ struct Retrieved {
     DcmTagKey offending;
     QList<Progress> pending;
     QMap<QString, QByteArray> objects;  ///< of a C-GET: the data sets, by SOP instance UID
+    QMap<QString, int> contexts;        ///< those that they came over
 };
 
 /// A requester of C-GET and C-MOVE whose messages the test sends one by one.
