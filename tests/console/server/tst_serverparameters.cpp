@@ -103,10 +103,8 @@ void ServerParametersTest::captionsAndToolTips() {
     for (const QLabel* label : frame().window().findChildren<QLabel*>())
         labels << label->text();
     QCOMPARE(labels, (QStringList{u"Logfile level"_s, u"Query Timeout"_s}));
-    for (const auto& [index, caption] : QList<std::pair<int, QString>>{{0, u"Dump Socket"_s},
-                                                                       {1, u"Dump RequestorAssociation"_s},
-                                                                       {2, u"Dump DUL"_s},
-                                                                       {3, u"Dump VR"_s}})
+    for (const auto& [index, caption] : QList<std::pair<int, QString>>{
+             {0, u"Dump Socket"_s}, {1, u"Dump Association"_s}, {2, u"Dump DUL"_s}, {3, u"Dump VR"_s}})
         QCOMPARE(frame().text(u"chkDumpOpt"_s + QString::number(index)), caption);
 }
 
@@ -173,11 +171,10 @@ void ServerParametersTest::dumpOptionsAreBits_data() {
     QTest::newRow("1") << 1 << QStringList{u"Dump Socket"_s};
     QTest::newRow("2") << 2 << QStringList{u"Dump DUL"_s};
     QTest::newRow("4") << 4 << QStringList{u"Dump VR"_s};
-    QTest::newRow("16") << 16 << QStringList{u"Dump RequestorAssociation"_s};
-    QTest::newRow("21") << 21 << QStringList{u"Dump Socket"_s, u"Dump RequestorAssociation"_s, u"Dump VR"_s};
+    QTest::newRow("16") << 16 << QStringList{u"Dump Association"_s};
+    QTest::newRow("21") << 21 << QStringList{u"Dump Socket"_s, u"Dump Association"_s, u"Dump VR"_s};
     QTest::newRow("23") << 23
-                        << QStringList{u"Dump Socket"_s, u"Dump RequestorAssociation"_s, u"Dump DUL"_s,
-                                       u"Dump VR"_s};
+                        << QStringList{u"Dump Socket"_s, u"Dump Association"_s, u"Dump DUL"_s, u"Dump VR"_s};
 }
 
 void ServerParametersTest::dumpOptionsAreBits() {
@@ -299,7 +296,7 @@ void ServerParametersTest::cancelPutsTheStoredValuesBack() {
     frame().type(u"txtQueryTimeout"_s, u"77"_s);
     frame().click(u"cmdCancel"_s);
     QCOMPARE(frame().text(u"cmbOutputLevel"_s), u"Debug"_s);
-    QCOMPARE(checked(), (QStringList{u"Dump Socket"_s, u"Dump RequestorAssociation"_s, u"Dump VR"_s}));
+    QCOMPARE(checked(), (QStringList{u"Dump Socket"_s, u"Dump Association"_s, u"Dump VR"_s}));
     QCOMPARE(frame().text(u"txtQueryTimeout"_s), u"12"_s);
     QVERIFY(!Globals::ConfigChanged());
 }

@@ -88,8 +88,8 @@ void QueryIdentifierTest::verifyRefused(Read read, quint32 offending) {
         QFAIL("taken");
     } catch (const RequestFailure& failure) {
         QCOMPARE(failure.status(), Uint16{0xa900});
-        QVERIFY(failure.offendingElement().has_value());
-        QCOMPARE(tagNumber(*failure.offendingElement()), offending);
+        QVERIFY(failure.detail().offendingElement.has_value());
+        QCOMPARE(tagNumber(*failure.detail().offendingElement), offending);
         QVERIFY(*failure.what() != '\0');
         QVERIFY(std::strlen(failure.what()) <= 64);
     }
