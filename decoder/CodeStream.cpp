@@ -85,7 +85,8 @@ class Walk {
             return false;
         const std::uint64_t tiles =
             ((right + tileWidth - 1) / tileWidth) * ((bottom + tileHeight - 1) / tileHeight);
-        if (tiles > bytes_.size() / LeastTile)
+        constexpr std::uint64_t MostTiles = 65535;
+        if (tiles > std::min<std::uint64_t>(MostTiles, bytes_.size() / LeastTile))
             return false;
         tiles_.resize(static_cast<std::size_t>(tiles));
         return takeComponents(at_ + Fixed);
@@ -104,13 +105,19 @@ class Walk {
         return true;
     }
 
+    /// Each tile has a packet for each layer, resolution and component, and a packet has a byte at least:
+    /// what promises more would keep the library counting.
     bool takeStyle(std::size_t length) {
+        constexpr std::size_t Layers = 4;
         constexpr std::size_t Transform = 6;
-        if (hasStyle_ || length <= Transform)
+        constexpr std::size_t Levels = 7;
+        if (hasStyle_ || !hasSize_ || length <= Levels)
             return false;
         hasStyle_ = true;
         found_.hasColourTransform = bytes_[at_ + Transform] != 0;
-        return true;
+        const std::uint64_t packets = std::uint64_t{number(at_ + Layers, 2)} * (bytes_[at_ + Levels] + 1U) *
+                                      found_.components * tiles_.size();
+        return packets <= bytes_.size();
     }
 
     bool takeTileParts() {

@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// docs/tables makes the conformance statement's table of these lines.
+// docs/make-tables makes the conformance statement's table of these lines.
 // clang-format off
 constexpr std::array Table{
     StorageClass{"1.2.840.10008.5.1.1.27", "Stored Print Storage (retired)"},

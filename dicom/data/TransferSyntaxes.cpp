@@ -17,7 +17,7 @@ constexpr TransferSyntaxRow lossy(const char* uid, const char* name, PixelCoding
     return {uid, name, Encoding::ExplicitLittleEndian, true, true, coding};
 }
 
-// docs/tables makes the conformance statement's table of these lines.
+// docs/make-tables makes the conformance statement's table of these lines.
 constexpr std::array Table{
     plain("1.2.840.10008.1.2", "Implicit VR Little Endian", Encoding::ImplicitLittleEndian),
     plain("1.2.840.10008.1.2.1", "Explicit VR Little Endian", Encoding::ExplicitLittleEndian),

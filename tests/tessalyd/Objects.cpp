@@ -12,6 +12,7 @@
 #include <dcmtk/dcmjpls/djencode.h>
 
 #include <QFile>
+#include <QtEndian>
 #include <stdexcept>
 #include <vector>
 
@@ -122,6 +123,26 @@ QByteArray dataSetIn(dicom::TransferSyntax syntax, const ObjectSpec& spec) {
     set.transferEnd();
     const QByteArray plain{bytes.data(), static_cast<qsizetype>(out.tell())};
     return syntax.isDeflated() ? deflated(plain) : plain;
+}
+
+void writeFile(const QString& file, dicom::TransferSyntax syntax, const ObjectSpec& spec,
+               const QByteArray& dataSet) {
+    const auto element = [](quint16 number, const char* vr, const std::string& value) {
+        QByteArray bytes = QByteArray::fromHex("0200") + QByteArray(4, '\0') +
+                           QByteArray::fromStdString(value.size() % 2 == 0 ? value : value + '\0');
+        qToLittleEndian(number, bytes.data() + 2);
+        bytes.insert(4, vr);
+        qToLittleEndian(static_cast<quint16>(bytes.size() - 8), bytes.data() + 6);
+        return bytes;
+    };
+    const QByteArray meta = element(0x02, "UI", spec.sopClass) + element(0x03, "UI", spec.instance) +
+                            element(0x10, "UI", syntax.uid()) + element(0x12, "UI", "1.2.3");
+    std::string length(4, '\0');
+    qToLittleEndian(static_cast<quint32>(meta.size()), length.data());
+    QFile bytes{file};
+    const QByteArray all = QByteArray(128, '\0') + "DICM" + element(0, "UL", length) + meta + dataSet;
+    if (!bytes.open(QIODevice::WriteOnly) || bytes.write(all) != all.size())
+        throw std::runtime_error{"cannot write the file"};
 }
 
 QByteArray dataSetOf(const QString& file) {

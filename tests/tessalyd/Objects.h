@@ -37,6 +37,10 @@ QString writeObject(const ObjectSpec& spec, const QString& file,
 /// its pixel data, its fragments do not keep.
 [[nodiscard]] QByteArray dataSetIn(dicom::TransferSyntax syntax, const ObjectSpec& spec);
 
+/// A file of this data set, whatever that is.
+void writeFile(const QString& file, dicom::TransferSyntax syntax, const ObjectSpec& spec,
+               const QByteArray& dataSet);
+
 /// The bytes of a file's data set, without its meta header.
 [[nodiscard]] QByteArray dataSetOf(const QString& file);
 

@@ -116,7 +116,8 @@ void DeflatedTest::whatCannotBeReadIsRefused_data() {
     QTest::newRow("nothing of it deflated") << plainObject();
     QTest::newRow("with a header of zlib's") << QByteArray::fromHex("789c") + whole;
     QTest::newRow("a header that is cut off, in a stream that is whole") << deflated(plainObject().left(200));
-    QTest::newRow("a header of more than 64 MB") << deflated(withBehindInstance(zeros((quint32{64} << 20U) + 65536)));
+    QTest::newRow("a header of more than 64 MB")
+        << deflated(withBehindInstance(zeros((quint32{64} << 20U) + 65536)));
     QTest::newRow("blocks without bytes") << QByteArray::fromHex("000000ffff").repeated(14 << 20);
     QTest::newRow("nothing") << deflated({});
 }
