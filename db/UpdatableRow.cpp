@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
+#include "base/Text.h"
 #include "db/Error.h"
 #include "db/Number.h"
-#include "db/Odbc.h"
 #include "db/Query.h"
-#include "db/Text.h"
+#include "db/dialects/Dialect.h"
 
 namespace tessaly::db {
 
@@ -28,7 +28,7 @@ UpdatableRow::UpdatableRow(const Connection& connection, std::string table, std:
 
 std::size_t UpdatableRow::indexOf(std::string_view column) const {
     const auto found = std::find_if(fields_.begin(), fields_.end(), [column](const Field& each) {
-        return detail::sameName(each.name, column);
+        return base::sameName(each.name, column);
     });
     if (found == fields_.end())
         throw Error("Unknown column " + std::string{column});
@@ -60,7 +60,7 @@ Param UpdatableRow::Field::parameter() const {
 
 /// The name is the catalogue's own, which an engine that folds names finds by quotes alone.
 std::string UpdatableRow::quoted(const Field& field) const {
-    return connection_.sharedSession()->current()->engine().quoted(field.name);
+    return connection_.dialect().quoted(field.name);
 }
 
 UpdatableRow::Change UpdatableRow::change() const {

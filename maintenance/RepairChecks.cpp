@@ -98,7 +98,7 @@ class SingleRows {
         if (!row.next() || row.text("Holds") != walked.holds)
             return Verdict::Keep;
         own_.clear();
-        for (const std::string_view column : shape_.own)
+        for (const std::string& column : shape_.own)
             own_.push_back(row.text(column));
         return walked.holds.empty() ? Verdict::Remove : Verdict::SayAndRemove;
     }
@@ -162,7 +162,7 @@ void runCheck(const db::Connection& connection, RowWalk& walk, Check check,
               const RepairCallbacks& callbacks) {
     if (callbacks.stopRequested())
         return;
-    const RepairShape& shape = shapeOf(check);
+    const RepairShape shape = shapeOf(check, connection.dialect());
     SingleRows single{connection, shape};
     WalkedRows rows{walk, shape, callbacks};
     Turns turns{callbacks};

@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "base/Text.h"
 #include "db/Error.h"
-#include "db/Text.h"
 #include "schema/OlderRows.h"
 #include "schema/Upgrade.h"
 #include "tessaly-db/BatchInsert.h"
@@ -118,9 +118,8 @@ class Copying {
     static Columns common(const schema::Table& table, const std::vector<std::string>& names,
                           std::vector<std::string>& notes) {
         const auto isThere = [&names](const schema::Column& column) {
-            return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
-                return db::detail::sameName(name, column.name);
-            });
+            return std::any_of(names.begin(), names.end(),
+                               [&](const std::string& name) { return base::sameName(name, column.name); });
         };
         Columns columns;
         for (const auto& column : table.columns) {

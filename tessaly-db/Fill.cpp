@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "archive/Location.h"
 #include "archive/StoredPath.h"
 #include "db/Query.h"
 #include "db/Transaction.h"
@@ -127,15 +128,15 @@ class Filling {
             from = rows.text("Instance");
             if (!rows.flag("ImageLacks") && !rows.flag("SeriesLacks") && !rows.flag("StudyLacks"))
                 continue;
-            batch.push_back(
-                {.instance = from,
-                 .series = rows.text("Series"),
-                 .study = rows.text("Study"),
-                 .file = archive::localPath(rows.text("StudyPath") + '\\' + rows.text("SeriesDir") + '\\' +
-                                            rows.text("ImageFile")),
-                 .lacks = rows.flag("ImageLacks"),
-                 .seriesLacks = rows.flag("SeriesLacks"),
-                 .studyLacks = rows.flag("StudyLacks")});
+            batch.push_back({.instance = from,
+                             .series = rows.text("Series"),
+                             .study = rows.text("Study"),
+                             .file = archive::localPath(archive::Location{
+                                 rows.text("StudyPath"), rows.text("SeriesDir"), rows.text("ImageFile")}
+                                                            .path()),
+                             .lacks = rows.flag("ImageLacks"),
+                             .seriesLacks = rows.flag("SeriesLacks"),
+                             .studyLacks = rows.flag("StudyLacks")});
         }
         if (rowsSeen == 0)
             return false;

@@ -7,8 +7,8 @@
 #include <iterator>
 #include <utility>
 
+#include "base/Text.h"
 #include "db/Number.h"
-#include "db/Text.h"
 #include "tessaly-db/PlainNumber.h"
 #include "tessaly-db/Text.h"
 
@@ -64,7 +64,7 @@ std::vector<std::size_t> placesOf(const Columns& columns, const db::ResultSet& r
     for (const auto* column : columns) {
         const auto& there = rows.columns();
         const auto found = std::find_if(there.begin(), there.end(), [column](const auto& candidate) {
-            return db::detail::sameName(candidate.name, column->name);
+            return base::sameName(candidate.name, column->name);
         });
         if (found == there.end())
             throw db::Error("There is no column " + column->name);

@@ -35,7 +35,8 @@ decoder                 > dicom/data
 dicom/net               > dicom/net/transport
 dicom/net/transport     > dicom/data
 dicom/data              > base
-db                      >
+db                      > db/dialects
+db/dialects             > base
 passwords               >
 base                    >
 '

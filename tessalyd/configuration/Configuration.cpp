@@ -105,8 +105,9 @@ std::optional<std::uint16_t> PortConfiguration::number() const noexcept {
     return base::tcpPort(port);
 }
 
-void openDatabase(db::Connection& connection, const std::string& settings) {
-    connection.setConnectString(settings.empty() ? "DSN=DicomFDB" : "DSN=DicomFDB;" + settings);
+void openDatabase(db::Connection& connection, db::Purpose purpose) {
+    connection.setConnectString("DSN=DicomFDB");
+    connection.setPurpose(purpose);
     connection.setCursorDriver(db::Connection::CursorDriver::IfNeeded);
     connection.establish();
 }
@@ -125,8 +126,7 @@ Configuration readConfiguration(const db::Connection& connection) {
     configuration.databaseFile = db::fileOf(connection);
     configuration.ports = readPorts(connection);
     configuration.nodes = readNodes(connection);
-    configuration.hasOlderRows =
-        schema::isKnown(connection.engineName()) && schema::filledTo(connection).has_value();
+    configuration.hasOlderRows = schema::isKnown(connection) && schema::filledTo(connection).has_value();
     return configuration;
 }
 

@@ -78,6 +78,7 @@ class ArchiveIndex {
 
     template <class Work>
     auto withSession(Work work);
+    [[nodiscard]] ArchiveSessions::Lease open();
     void requireRoot(const std::string& studyPath);
     [[nodiscard]] std::string settle(const std::string& study, const std::optional<std::string>& known,
                                      std::string otherwise);
