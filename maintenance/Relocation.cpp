@@ -92,16 +92,21 @@ std::optional<std::string> relocatedPath(const std::string& path, const QString&
     return to.toStdString() + path.substr(stored.size());
 }
 
-void relocateStudies(const db::Connection& connection, const QString& from, const QString& to,
-                     const std::function<bool()>& goOn) {
-    int count = 0;
-    const auto mayGoOn = [&] { return ++count % Step != 0 || goOn(); };
+void Relocation::run(const db::Connection& connection, Progress& progress) {
+    long long count = 0;
+    const auto mayGoOn = [&] {
+        if (++count % Step != 0)
+            return true;
+        progress.setDone(count);
+        progress.breathe();
+        return !progress.isStopRequested();
+    };
 
     RowSpool matches{2};
     {
         db::StreamedQuery walk{connection, "SELECT * FROM Study ORDER BY STUDYINSTANCEUID"};
         while (walk.next()) {
-            if (const auto path = relocatedPath(walk.row().text("StudyPath"), from, to)) {
+            if (const auto path = relocatedPath(walk.row().text("StudyPath"), from_, to_)) {
                 matches.add(*path);
                 matches.add(walk.row().text("StudyInstanceUID"));
             }

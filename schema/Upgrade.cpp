@@ -8,7 +8,7 @@
 #include "db/Query.h"
 #include "db/Transaction.h"
 #include "schema/Catalogue.h"
-#include "schema/OlderRows.h"
+#include "schema/BackfillMark.h"
 
 namespace tessaly::schema {
 

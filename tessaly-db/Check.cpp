@@ -10,7 +10,7 @@
 #include "db/Transaction.h"
 #include "passwords/PasswordEncoder.h"
 #include "schema/Catalogue.h"
-#include "schema/OlderRows.h"
+#include "schema/BackfillMark.h"
 #include "schema/Upgrade.h"
 #include "tessaly-db/DataSource.h"
 

@@ -7,7 +7,7 @@
 
 #include "base/Text.h"
 #include "db/Error.h"
-#include "schema/OlderRows.h"
+#include "schema/BackfillMark.h"
 #include "schema/Upgrade.h"
 #include "tessaly-db/BatchInsert.h"
 #include "tessaly-db/PlainNumber.h"

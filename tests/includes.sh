@@ -27,8 +27,8 @@ tessalyd/association    > tessalyd/Log dicom/net
 tessalyd/Log            > tessalyd/configuration tessalyd/Printable
 tessalyd/Printable      >
 tessalyd/configuration  > schema
-tessaly-db              > archive passwords schema
-maintenance             > archive
+tessaly-db              > maintenance passwords
+maintenance             > archive schema
 archive                 > db dicom/net
 schema                  > db dicom/data
 decoder                 > dicom/data

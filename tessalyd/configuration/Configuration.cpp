@@ -9,7 +9,7 @@
 #include "base/TcpPort.h"
 #include "base/Text.h"
 #include "db/Query.h"
-#include "schema/OlderRows.h"
+#include "schema/BackfillMark.h"
 #include "schema/Schema.h"
 #include "schema/Upgrade.h"
 
