@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "archive/LeftoverCleaner.h"
 #include "decoder/Pool.h"
 #include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/AssociationThreads.h"
@@ -18,7 +19,6 @@
 #include "tessalyd/services/retrieve/QueryAccess.h"
 #include "tessalyd/store/ArchiveIndex.h"
 #include "tessalyd/store/DatabaseWatch.h"
-#include "tessalyd/store/LeftoverCleaner.h"
 
 namespace tessaly::tessalyd {
 
@@ -92,7 +92,7 @@ class Server {
     QueryAccess queries_;
     ServiceFactory services_;
     AssociationThreads threads_;
-    std::optional<LeftoverCleaner> cleaner_;
+    std::optional<archive::LeftoverCleaner> cleaner_;
     std::optional<DatabaseWatch> watch_;
     std::vector<std::unique_ptr<Listener>> listeners_;
     std::vector<std::shared_ptr<const PortConfiguration>> ports_;  ///< those with a TCP port

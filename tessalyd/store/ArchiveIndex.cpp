@@ -66,9 +66,11 @@ void ArchiveIndex::requireRoot(const std::string& studyPath) {
     std::string root = studyPath.substr(0, cut);
     while (root.ends_with('\\') || root.ends_with('/'))
         root.pop_back();
-    roots_.require(root, studyPath.substr(cut + 1), [this, &root] {
+    const bool isAvailable = roots_.isAvailable(root, studyPath.substr(cut + 1), [this, &root] {
         return withSession([&root](ArchiveSession& session) { return session.hasStudiesIn(root); });
     });
+    if (!isAvailable)
+        throw RootUnavailable{};
 }
 
 std::unique_lock<std::mutex> ArchiveIndex::claim(const std::string& sopInstanceUid) {

@@ -10,8 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "archive/ArchiveRoots.h"
 #include "archive/Location.h"
-#include "tessalyd/store/ArchiveRoots.h"
+#include "tessalyd/store/ArchiveReport.h"
 #include "tessalyd/store/ArchiveSessions.h"
 #include "tessalyd/store/ObjectHeader.h"
 
@@ -84,7 +85,7 @@ class ArchiveIndex {
                                      std::string otherwise);
 
     ArchiveSessions sessions_;
-    ArchiveRoots roots_;
+    archive::ArchiveRoots roots_{reportArchive};
 
     std::mutex reservationsMutex_;
     std::map<std::string, Reservation> reservations_;
