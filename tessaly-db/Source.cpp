@@ -19,17 +19,14 @@ struct stat statusOf(const fs::path& file) {
     return status;
 }
 
-bool isSame(const struct stat& before, const struct stat& now) {
-    return now.st_ino == before.st_ino && now.st_size == before.st_size &&
-           now.st_mtim.tv_sec == before.st_mtim.tv_sec && now.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
-}
-
 }  // namespace
 
 Source::Source(const std::string& dsn) {
     const db::ReadOnlyAccess access = dialectOf(dsn).readOnlyAccess(attribute(dsn, "Database"));
-    for (const fs::path& file : access.unguarded)
-        unguarded_.push_back({file, fs::exists(file) ? std::optional{statusOf(file)} : std::nullopt});
+    file_ = access.unguarded;
+    absent_ = access.absent;
+    if (!file_.empty())
+        before_ = statusOf(file_);
     connection_.setConnectString("DSN=" + dsn + (access.words.empty() ? "" : ";" + access.words));
     connection_.setPurpose(db::Purpose::Snapshot);
     connection_.establish();
@@ -58,9 +55,14 @@ std::optional<long long> Source::count(const std::string& table) const {
 }
 
 void Source::requireUnchanged() const {
-    for (const Unguarded& one : unguarded_)
-        if (one.before ? !isSame(*one.before, statusOf(one.file)) : fs::exists(one.file))
-            throw std::runtime_error(unguarded_.front().file.string() + " was written while it was read");
+    if (file_.empty())
+        return;
+    const struct stat now = statusOf(file_);
+    const bool same = now.st_ino == before_.st_ino && now.st_size == before_.st_size &&
+                      now.st_mtim.tv_sec == before_.st_mtim.tv_sec &&
+                      now.st_mtim.tv_nsec == before_.st_mtim.tv_nsec && !fs::exists(absent_);
+    if (!same)
+        throw std::runtime_error(file_.string() + " was written while it was read");
 }
 
 }  // namespace tessaly::tool

@@ -35,13 +35,10 @@ class Source {
     void requireUnchanged() const;
 
   private:
-    /// A file that nobody can be kept from writing: all that can be done is to look.
-    struct Unguarded {
-        std::filesystem::path file;
-        std::optional<struct stat> before;  ///< nothing for one that was not there
-    };
-
-    std::vector<Unguarded> unguarded_;
+    // Where nobody can be kept from writing, and all that can be done is to look.
+    std::filesystem::path file_;
+    std::filesystem::path absent_;
+    struct stat before_ {};
     db::Connection connection_;
     std::optional<WalkedTransaction> moment_;
     bool known_ = false;  // its engine is one of ours

@@ -32,9 +32,10 @@ enum class OnLockedRow { Wait, Skip };
 /// How a database is read so that nothing of it changes.
 struct ReadOnlyAccess {
     std::string words;  ///< for the connect string
-    /// Files that somebody may write meanwhile without being noticed: whoever reads compares them afterwards.
-    /// A file that is not there is to stay away.
-    std::vector<std::filesystem::path> unguarded = {};
+    /// Where nobody can be kept from writing meanwhile: a file that whoever reads compares afterwards, and
+    /// one that is not there and is to stay away.
+    std::filesystem::path unguarded = {};
+    std::filesystem::path absent = {};
 };
 
 /// A file that the engine makes beside a database's own.

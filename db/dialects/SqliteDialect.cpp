@@ -117,7 +117,7 @@ class SqliteDialect final : public Dialect {
         // Whoever reads a database with a log makes the log. As one that could write, it also takes it away.
         if (canWriteIn(file.parent_path()) && access(file.c_str(), W_OK) == 0)
             return {words};
-        return {words + ";Database=" + uri(file, "immutable=1"), {file, std::move(log)}};
+        return {words + ";Database=" + uri(file, "immutable=1"), file, std::move(log)};
     }
 
     [[nodiscard]] std::string copyIntoFile() const override { return "VACUUM INTO ?"; }
