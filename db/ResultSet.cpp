@@ -2,8 +2,8 @@
 
 #include <array>
 
+#include "base/Number.h"
 #include "base/Text.h"
-#include "db/Number.h"
 #include "db/Odbc.h"
 
 namespace tessaly::db {
@@ -113,7 +113,7 @@ long long ResultSet::integer(std::string_view column) {
     const Cell& found = cell(column);
     if (found.null)
         throw Error("The column " + std::string{column} + " is empty");
-    if (const auto number = toInteger(found.text))
+    if (const auto number = base::wholePart(found.text))
         return *number;
     throw noNumber(column);
 }
@@ -122,7 +122,7 @@ bool ResultSet::flag(std::string_view column) {
     const Cell& found = cell(column);
     if (found.null)
         return false;
-    if (const auto number = toNumber(found.text))
+    if (const auto number = base::decimalNumber(found.text))
         return *number != 0;
     throw noNumber(column);
 }

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "base/Number.h"
 #include "base/Text.h"
 #include "db/Error.h"
-#include "db/Number.h"
 #include "db/Query.h"
 #include "db/dialects/Dialect.h"
 
@@ -45,7 +45,7 @@ const std::optional<std::string>& UpdatableRow::value(std::string_view column) c
 
 void UpdatableRow::set(std::string_view column, std::optional<std::string> value) {
     Field& target = fields_[indexOf(column)];
-    if (value && !target.isText && !toNumber(*value))
+    if (value && !target.isText && !base::decimalNumber(*value))
         throw Error("The column " + std::string{column} + " takes a number, not \"" + *value + "\"");
     target.value = std::move(value);
     target.set = true;
@@ -54,7 +54,7 @@ void UpdatableRow::set(std::string_view column, std::optional<std::string> value
 Param UpdatableRow::Field::parameter() const {
     if (isText || !value)
         return value ? varchar(*value) : null(isText ? Type::Varchar : Type::Integer);
-    const auto whole = toWholeNumber(*value);
+    const auto whole = base::wholeNumber(*value);
     return whole ? integer(*whole) : undeclared(*value);
 }
 

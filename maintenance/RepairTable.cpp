@@ -4,8 +4,8 @@
 
 #include "archive/Location.h"
 #include "archive/StoredPath.h"
+#include "base/Number.h"
 #include "db/Error.h"
-#include "db/Number.h"
 #include "db/dialects/Dialect.h"
 
 namespace tessaly::maintenance {
@@ -13,7 +13,7 @@ namespace tessaly::maintenance {
 namespace {
 
 db::Param number(const std::string& cell) {
-    if (const auto value = db::toInteger(cell))
+    if (const auto value = base::wholePart(cell))
         return db::integer(*value);
     throw db::Error{"\"" + cell + "\" is no number of a patient"};
 }

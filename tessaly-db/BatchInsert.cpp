@@ -1,7 +1,7 @@
 #include "tessaly-db/BatchInsert.h"
 
+#include "base/Number.h"
 #include "db/Error.h"
-#include "db/Number.h"
 #include "db/dialects/Dialect.h"
 
 namespace tessaly::tool {
@@ -18,7 +18,7 @@ db::Param param(const std::optional<std::string>& value, const schema::Column& c
         return db::null(isText ? db::Type::Varchar : db::Type::Integer);
     if (isText)
         return db::varchar(*value);
-    const auto number = db::toWholeNumber(*value);
+    const auto number = base::wholeNumber(*value);
     if (!number)
         throw db::Error(column.name + " is not a whole number: " + *value);
     return db::integer(*number);

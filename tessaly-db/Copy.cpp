@@ -5,12 +5,12 @@
 #include <stdexcept>
 #include <utility>
 
+#include "base/Number.h"
 #include "base/Text.h"
 #include "db/Error.h"
 #include "schema/BackfillMark.h"
 #include "schema/Upgrade.h"
 #include "tessaly-db/BatchInsert.h"
-#include "tessaly-db/PlainNumber.h"
 #include "tessaly-db/Source.h"
 #include "tessaly-db/Target.h"
 
@@ -198,7 +198,7 @@ class Copying {
             readRow(rows, places, row);
             for (std::size_t i = 0; i < columns.size(); ++i)
                 if (row[i] && columns[i]->fractions)
-                    row[i] = plainNumber(*row[i]).value_or(*row[i]);
+                    row[i] = base::plainNumber(*row[i]).value_or(*row[i]);
             digest.add(row);
             if (digest.rows() % RowsBetweenEvents == 0)
                 events_.goesOn(table.name, done_);

@@ -7,9 +7,8 @@
 #include <iterator>
 #include <utility>
 
+#include "base/Number.h"
 #include "base/Text.h"
-#include "db/Number.h"
-#include "tessaly-db/PlainNumber.h"
 #include "tessaly-db/Text.h"
 
 namespace tessaly::tool {
@@ -41,8 +40,8 @@ std::string boundsAround(long long number, const schema::Column& column) {
 }
 
 std::string unfitNumber(std::string& value, const schema::Column& column, const schema::Engine& target) {
-    auto plain = plainNumber(value);
-    const auto whole = plain ? db::toWholeNumber(*plain) : std::nullopt;
+    auto plain = base::plainNumber(value);
+    const auto whole = plain ? base::wholeNumber(*plain) : std::nullopt;
     if (!column.fractions && !whole)
         return column.name + " is not a whole number: " + quoted(value);
     if (!plain)
