@@ -9,6 +9,7 @@
 #include "tessalyd/Log.h"
 #include "tessalyd/association/AssociationHandler.h"
 #include "tessalyd/services/AllServices.h"
+#include "tessalyd/store/ArchiveReport.h"
 
 namespace tessaly::tessalyd {
 
@@ -62,7 +63,7 @@ void Server::start(const std::stop_token& stop) {
     const Configuration configuration = fetchConfiguration(stop);
     configure(configuration);
     bindAll(configuration.ports);
-    cleaner_.emplace(rootsOf(configuration));
+    cleaner_.emplace(rootsOf(configuration), reportArchive);
     watchDatabase(configuration);
     listening_ = true;
     if (configuration.hasOlderRows)

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "archive/LeftoverCleaner.h"
 #include "decoder/Pool.h"
 #include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/AssociationThreads.h"
@@ -17,7 +18,6 @@
 #include "tessalyd/configuration/Configuration.h"
 #include "tessalyd/services/ServiceContext.h"
 #include "tessalyd/store/DatabaseWatch.h"
-#include "tessalyd/store/LeftoverCleaner.h"
 
 namespace tessaly::tessalyd {
 
@@ -89,7 +89,7 @@ class Server {
     ServiceContext shared_;
     ServiceFactory services_;
     AssociationThreads threads_;
-    std::optional<LeftoverCleaner> cleaner_;
+    std::optional<archive::LeftoverCleaner> cleaner_;
     std::optional<DatabaseWatch> watch_;
     std::vector<std::unique_ptr<Listener>> listeners_;
     std::vector<std::shared_ptr<const PortConfiguration>> ports_;  ///< those with a TCP port

@@ -28,15 +28,16 @@ tessalyd/association    > tessalyd/Log dicom/net
 tessalyd/Log            > tessalyd/configuration tessalyd/Printable
 tessalyd/Printable      >
 tessalyd/configuration  > schema dicom/net
-tessaly-db              > archive passwords schema
-maintenance             > archive
+tessaly-db              > maintenance passwords
+maintenance             > archive schema
 archive                 > db dicom/net
 schema                  > db dicom/data
 decoder                 > dicom/data
 dicom/net               > dicom/net/transport
 dicom/net/transport     > dicom/data
 dicom/data              > base
-db                      >
+db                      > db/dialects
+db/dialects             > base
 passwords               >
 base                    >
 '

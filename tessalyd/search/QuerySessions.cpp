@@ -36,7 +36,7 @@ std::optional<QuerySessions::Lease> QuerySessions::take(const std::function<bool
     try {
         if (!session) {
             session = std::make_unique<Session>();
-            openDatabase(session->connection, Settings);
+            openDatabase(session->connection, db::Purpose::Queries);
         }
         return std::optional<Lease>{std::in_place, *this, std::move(session), generation};
     } catch (...) {

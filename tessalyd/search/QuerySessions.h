@@ -19,10 +19,6 @@ class QuerySessions {
     /// Each keeps some megabytes of the database. One is held while a page is read; no peer is waited for
     /// meanwhile.
     static constexpr std::size_t Most = 8;
-    /// How they are opened, in the words of the PostgreSQL driver; others pass over them. A statement is
-    /// planned for its own values each time: a plan for any values reads whole tables where a page has few
-    /// rows.
-    static constexpr const char* Settings = "pqopt={options='-c plan_cache_mode=force_custom_plan'}";
 
     QuerySessions();
     ~QuerySessions();

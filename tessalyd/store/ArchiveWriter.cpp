@@ -13,9 +13,18 @@
 #include "decoder/Syntaxes.h"
 #include "dicom/data/SinkStream.h"
 #include "tessalyd/Log.h"
+#include "tessalyd/store/ArchiveReport.h"
 #include "tessalyd/store/StoreFailure.h"
 
 namespace tessaly::tessalyd {
+
+namespace {
+
+std::unique_ptr<archive::ArchiveFile> openFile(std::filesystem::path folder, std::string name) {
+    return std::make_unique<archive::ArchiveFile>(std::move(folder), std::move(name), reportArchive);
+}
+
+}  // namespace
 
 ArchiveWriter::ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, Decoding decoding,
                              IncomingObject object, std::vector<char>& buffer)
@@ -62,7 +71,7 @@ void ArchiveWriter::begin(bool complete) {
     header_->transferSyntaxUid = object_.syntax.uid();
     placement_ = index_.place(*header_, port_.root);
     const archive::Location& location = placement_->location();
-    file_ = std::make_unique<ArchiveFile>(archive::localPath(location.folder()), location.imageFile);
+    file_ = openFile(archive::localPath(location.folder()), location.imageFile);
     const std::vector<char> meta = metaHeader(header_->transferSyntaxUid);
     file_->write(meta);
     dataSetAt_ = meta.size();
@@ -124,7 +133,7 @@ void ArchiveWriter::finish() {
 void ArchiveWriter::decode() {
     const dicom::TransferSyntax target{EXS_LittleEndianExplicit};
     const std::string syntaxUid = target.uid();
-    auto decoded = std::make_unique<ArchiveFile>(file_->folder(), placement_->location().imageFile);
+    auto decoded = openFile(file_->folder(), placement_->location().imageFile);
     const std::vector<char> meta = metaHeader(syntaxUid);
     decoded->write(meta);
     const base::FileDescriptor source = file_->openForReading();
@@ -197,7 +206,7 @@ void ArchiveWriter::recordOnce() {
 void ArchiveWriter::follow() {
     auto placement = index_.place(*header_, port_.root);
     const archive::Location& location = placement->location();
-    auto file = std::make_unique<ArchiveFile>(archive::localPath(location.folder()), location.imageFile);
+    auto file = openFile(archive::localPath(location.folder()), location.imageFile);
     file_->copyTo(*file);
     file_ = std::move(file);
     placement_ = std::move(placement);

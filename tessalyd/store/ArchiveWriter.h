@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "archive/ArchiveFile.h"
 #include "decoder/Pool.h"
 #include "dicom/data/DataSetWalk.h"
 #include "tessalyd/configuration/Configuration.h"
-#include "tessalyd/store/ArchiveFile.h"
 #include "tessalyd/store/ArchiveIndex.h"
 #include "tessalyd/store/ObjectHeader.h"
 #include "tessalyd/store/UnplacedBytes.h"
@@ -71,9 +71,9 @@ class ArchiveWriter {
     std::exception_ptr fault_;
     std::optional<ObjectHeader> header_;  // once it is known, with placement_ and file_
     std::unique_ptr<ArchiveIndex::Placement> placement_;
-    std::unique_ptr<ArchiveFile> file_;
-    std::optional<FormerFile> former_;  // of the same instance, in another folder
-    std::size_t dataSetAt_ = 0;         // in the file
+    std::unique_ptr<archive::ArchiveFile> file_;
+    std::optional<archive::FormerFile> former_;  // of the same instance, in another folder
+    std::size_t dataSetAt_ = 0;                  // in the file
 };
 
 }  // namespace tessaly::tessalyd

@@ -13,14 +13,14 @@
 #include <semaphore>
 #include <thread>
 
+#include "archive/ArchiveFile.h"
 #include "archive/FileLock.h"
-#include "tessalyd/store/ArchiveFile.h"
-#include "tessalyd/store/LeftoverCleaner.h"
-#include "tests/tessalyd/Daemon.h"
+#include "archive/LeftoverCleaner.h"
+#include "tests/support/Eventually.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
-using namespace tessaly::tessalyd;
+using namespace tessaly::archive;
 using namespace tessaly::test;
 
 /// A file on its way into the archive, and those that are left on it.

@@ -4,7 +4,9 @@
 #include <thread>
 #include <vector>
 
-namespace tessaly::tessalyd {
+#include "archive/Report.h"
+
+namespace tessaly::archive {
 
 /// Takes away the temporary files that a killed server left below the roots: beside the listening, from the
 /// constructor on, until it is through or destroyed. It looks where this server writes, two folders below a
@@ -12,7 +14,7 @@ namespace tessaly::tessalyd {
 /// older than itself and that no server has locked, on this machine or another (FileLock).
 class LeftoverCleaner {
   public:
-    explicit LeftoverCleaner(std::vector<std::string> roots);
+    explicit LeftoverCleaner(std::vector<std::string> roots, Report report = reportNothing);
 
     /// Waits until it is through.
     void finish() { thread_.join(); }
@@ -21,4 +23,4 @@ class LeftoverCleaner {
     std::jthread thread_;
 };
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::archive

@@ -1,4 +1,4 @@
-#include "tessaly-db/Fill.h"
+#include "maintenance/Backfill.h"
 
 #include <limits>
 #include <map>
@@ -7,15 +7,16 @@
 #include <utility>
 #include <vector>
 
+#include "archive/Location.h"
 #include "archive/StoredPath.h"
 #include "db/Query.h"
 #include "db/Transaction.h"
 #include "dicom/data/NameFolding.h"
 #include "dicom/data/ObjectHeader.h"
 #include "schema/HeaderColumns.h"
-#include "schema/OlderRows.h"
+#include "schema/BackfillMark.h"
 
-namespace tessaly::tool {
+namespace tessaly::maintenance {
 
 namespace {
 
@@ -60,9 +61,9 @@ std::string pageOfImages() {
 
 class Filling {
   public:
-    Filling(const db::Connection& connection, const FillEvents& events)
+    Filling(const db::Connection& connection, Progress& progress)
         : connection_(connection),
-          events_(events),
+          progress_(progress),
           patients_{connection,
                     "SELECT ID, Name FROM Patient WHERE NameAlphabetic IS NULL AND ID>? ORDER BY ID LIMIT ?"},
           images_{connection, pageOfImages()},
@@ -73,30 +74,36 @@ class Filling {
           updateSeries_{connection, updateOf("Series", schema::seriesColumns(), "SeriesInstanceUID")},
           updateStudy_{connection, updateOf("Study", schema::studyColumns(), "StudyInstanceUID")} {}
 
-    Filled run(std::string from) {
-        countImages(from);
-        fillPatients();
-        while (fillImages(from))
-            events_.goesOn(done_);
-        if (filled_.seesArchive())
+    Backfill::Result run(std::string from) {
+        filled_.isStopped = !countImages(from) || !fillPatients() || !fillAllImages(from);
+        if (!filled_.isStopped && filled_.seesArchive())
             schema::setFilledTo(connection_, std::nullopt);
         return filled_;
     }
 
   private:
-    void countImages(const std::string& from) {
+    /// After each step: false where that was the last.
+    [[nodiscard]] bool goesOn() {
+        progress_.breathe();
+        if (progress_.isStopRequested())
+            return false;
+        progress_.setDone(done_);
+        return true;
+    }
+
+    [[nodiscard]] bool countImages(const std::string& from) {
         db::Query query{connection_,
                         "SELECT COUNT(*) AS Whole, SUM(CASE WHEN SOPInstanceUID>? THEN 0 ELSE 1 END) AS Done "
                         "FROM Image"};
         auto row = query.bind(1, varchar(from)).open();
         if (!row.next())
-            return;
+            return true;
         done_ = row.isNull("Done") ? 0 : row.integer("Done");
-        events_.begins(row.integer("Whole"));
-        events_.goesOn(done_);
+        progress_.setTotal(row.integer("Whole"));
+        return goesOn();
     }
 
-    void fillPatients() {
+    [[nodiscard]] bool fillPatients() {
         for (std::optional last{std::numeric_limits<long long>::min()}; last;) {
             std::vector<std::pair<long long, std::string>> batch;
             patients_.bindAll({integer(*last), integer(BatchSize)});
@@ -114,8 +121,17 @@ class Filling {
                                         .execute();
             }
             transaction.commit();
-            events_.goesOn(done_);
+            if (!goesOn())
+                return false;
         }
+        return true;
+    }
+
+    [[nodiscard]] bool fillAllImages(std::string& from) {
+        while (fillImages(from))
+            if (!goesOn())
+                return false;
+        return true;
     }
 
     /// The next batch; false when there is none. Goes `from` that instance on, and leaves the next there.
@@ -127,15 +143,15 @@ class Filling {
             from = rows.text("Instance");
             if (!rows.flag("ImageLacks") && !rows.flag("SeriesLacks") && !rows.flag("StudyLacks"))
                 continue;
-            batch.push_back(
-                {.instance = from,
-                 .series = rows.text("Series"),
-                 .study = rows.text("Study"),
-                 .file = archive::localPath(rows.text("StudyPath") + '\\' + rows.text("SeriesDir") + '\\' +
-                                            rows.text("ImageFile")),
-                 .lacks = rows.flag("ImageLacks"),
-                 .seriesLacks = rows.flag("SeriesLacks"),
-                 .studyLacks = rows.flag("StudyLacks")});
+            batch.push_back({.instance = from,
+                             .series = rows.text("Series"),
+                             .study = rows.text("Study"),
+                             .file = archive::localPath(archive::Location{
+                                 rows.text("StudyPath"), rows.text("SeriesDir"), rows.text("ImageFile")}
+                                                            .path()),
+                             .lacks = rows.flag("ImageLacks"),
+                             .seriesLacks = rows.flag("SeriesLacks"),
+                             .studyLacks = rows.flag("StudyLacks")});
         }
         if (rowsSeen == 0)
             return false;
@@ -172,7 +188,7 @@ class Filling {
                     values.images.emplace(image.instance, std::move(header));
             } catch (const std::runtime_error& error) {
                 ++filled_.unreadable;
-                events_.unreadable(error.what());
+                progress_.note(error.what());
             }
         }
         return values;
@@ -198,20 +214,19 @@ class Filling {
     }
 
     const db::Connection& connection_;
-    const FillEvents& events_;
+    Progress& progress_;
     db::Query patients_, images_;
     db::Query updatePatient_, updateImage_, updateSeries_, updateStudy_;
     long long done_ = 0;
-    Filled filled_;
+    Backfill::Result filled_;
 };
 
 }  // namespace
 
-Filled fillOlderRows(const db::Connection& connection, const FillEvents& events) {
-    auto from = schema::filledTo(connection);
-    if (!from)
-        return {};
-    return Filling{connection, events}.run(std::move(*from));
+void Backfill::run(const db::Connection& connection, Progress& progress) {
+    result_ = {};
+    if (auto from = schema::filledTo(connection))
+        result_ = Filling{connection, progress}.run(std::move(*from));
 }
 
-}  // namespace tessaly::tool
+}  // namespace tessaly::maintenance

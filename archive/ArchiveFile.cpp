@@ -1,4 +1,4 @@
-#include "tessalyd/store/ArchiveFile.h"
+#include "archive/ArchiveFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,9 +13,8 @@
 
 #include "archive/FileLock.h"
 #include "archive/Folder.h"
-#include "tessalyd/Log.h"
 
-namespace tessaly::tessalyd {
+namespace tessaly::archive {
 
 namespace {
 
@@ -63,8 +62,7 @@ base::FileDescriptor lockedAt(const base::FileDescriptor& folder, const std::str
         // For writing, although nothing is written: network file systems give no other the lock.
         base::FileDescriptor file{
             ::openat(folder.get(), name.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
-        if (!file.isOpen() || archive::waitForLock(file) == archive::FileLock::NotToBeHad ||
-            archive::isNamed(file, folder, name))
+        if (!file.isOpen() || waitForLock(file) == FileLock::NotToBeHad || isNamed(file, folder, name))
             return file;
     }
 }
@@ -78,8 +76,11 @@ bool isTemporaryName(std::string_view name) noexcept {
     return !numbers.empty() && numbers.find_first_not_of("0123456789-") == std::string_view::npos;
 }
 
-ArchiveFile::ArchiveFile(fs::path folder, std::string name)
-    : folder_(std::move(folder)), name_(std::move(name)), openedRoot_(archive::openRoot(root())) {
+ArchiveFile::ArchiveFile(fs::path folder, std::string name, Report report)
+    : report_(std::move(report)),
+      folder_(std::move(folder)),
+      name_(std::move(name)),
+      openedRoot_(openRoot(root())) {
     if (!openedRoot_.isOpen())
         fail(root());
     // Mostly the folders are there. Those that are made here, a store that fails in another thread may take
@@ -106,15 +107,15 @@ ArchiveFile::~ArchiveFile() {
 
 void ArchiveFile::fail(const fs::path& path) const {
     const std::error_code why{errno, std::generic_category()};
-    OFLOG_DEBUG(serverLog(), path.c_str() << ": " << why.message());
+    report_(Severity::Debug, path.string() + ": " + why.message());
     const bool isLink = why == std::errc::too_many_symbolic_link_levels || why == std::errc::not_a_directory;
     throw std::system_error{
         why, "below " + root().string() + (isLink ? ", where a folder is no folder or a symbolic link" : "")};
 }
 
 void ArchiveFile::openFolder() {
-    openedFolder_ = archive::openBeneath(openedRoot_, folder_.parent_path().filename() / folder_.filename(),
-                                         O_RDONLY | O_DIRECTORY);
+    openedFolder_ = openBeneath(openedRoot_, folder_.parent_path().filename() / folder_.filename(),
+                                O_RDONLY | O_DIRECTORY);
     if (!openedFolder_.isOpen())
         fail(folder_);
 }
@@ -123,8 +124,7 @@ void ArchiveFile::makeFolders() {
     // The root is the administrator's: a mistyped one, or one that is not mounted, must fail.
     const fs::path study = folder_.parent_path();
     makeFolder(openedRoot_, study);
-    const base::FileDescriptor opened =
-        archive::openBeneath(openedRoot_, study.filename(), O_PATH | O_DIRECTORY);
+    const base::FileDescriptor opened = openBeneath(openedRoot_, study.filename(), O_PATH | O_DIRECTORY);
     if (!opened.isOpen())
         fail(study);
     makeFolder(opened, folder_);
@@ -151,7 +151,7 @@ void ArchiveFile::open() {
         if (!file.isOpen())
             fail(temporary_);
         // Where locks are not to be had, nobody takes anything away.
-        const bool ours = archive::lockFile(file) != archive::FileLock::OfSomebody && isInAFolder(file);
+        const bool ours = lockFile(file) != FileLock::OfSomebody && isInAFolder(file);
         if (ours || attempt == Attempts) {
             file_ = std::move(file);
             return;
@@ -215,10 +215,10 @@ bool ArchiveFile::replaces() const noexcept {
 /// The final path leads to this file. It does not where a folder was moved, or the root is another one by
 /// now: nobody would find what has its name in the folder that was opened.
 bool ArchiveFile::isWhereItBelongs() const noexcept {
-    const base::FileDescriptor now = archive::openRoot(root());
-    const base::FileDescriptor folder = archive::openBeneath(
-        now, folder_.parent_path().filename() / folder_.filename(), O_PATH | O_DIRECTORY);
-    return folder.isOpen() && archive::isNamed(file_, folder, name_);
+    const base::FileDescriptor now = openRoot(root());
+    const base::FileDescriptor folder =
+        openBeneath(now, folder_.parent_path().filename() / folder_.filename(), O_PATH | O_DIRECTORY);
+    return folder.isOpen() && isNamed(file_, folder, name_);
 }
 
 void ArchiveFile::flush() {
@@ -281,8 +281,8 @@ void ArchiveFile::setAside(const std::string& name) const {
         const bool isMoved = moved(openedFolder_, name, aside, RENAME_NOREPLACE) ||
                              (errno == EINVAL && moved(openedFolder_, name, aside, 0));
         if (isMoved)
-            OFLOG_ERROR(serverLog(), "below " << root().c_str() << ": what stood in the place of the file "
-                                              << name_.c_str() << " is no file; it is now " << aside.c_str());
+            report_(Severity::Error, "below " + root().string() + ": what stood in the place of the file " +
+                                         name_ + " is no file; it is now " + aside);
         if (isMoved || errno == ENOENT)
             return;
         if (errno != EEXIST)
@@ -319,7 +319,7 @@ void ArchiveFile::withdraw() noexcept {
     if (openedFolder_.isOpen() && !temporary.empty()) {
         // Where files cannot be locked, another server may have put its own there since: that is not this
         // one's to take away.
-        const bool isNamedYet = archive::isNamed(file_, openedFolder_, name_);
+        const bool isNamedYet = isNamed(file_, openedFolder_, name_);
         if (stage_ == Stage::Replaced && isNamedYet)
             moved(openedFolder_, temporary, name_, RENAME_EXCHANGE);
         else if (stage_ == Stage::Published && isNamedYet)
@@ -328,7 +328,7 @@ void ArchiveFile::withdraw() noexcept {
     }
     // Each folder only when nothing is in it.
     const fs::path study = folder_.parent_path().filename();
-    if (const base::FileDescriptor opened = archive::openBeneath(openedRoot_, study, O_PATH | O_DIRECTORY);
+    if (const base::FileDescriptor opened = openBeneath(openedRoot_, study, O_PATH | O_DIRECTORY);
         opened.isOpen())
         ::unlinkat(opened.get(), folder_.filename().c_str(), AT_REMOVEDIR);
     ::unlinkat(openedRoot_.get(), study.c_str(), AT_REMOVEDIR);
@@ -340,8 +340,8 @@ void ArchiveFile::withdraw() noexcept {
 FormerFile::FormerFile(const fs::path& path) : name_(path.filename()) {
     const fs::path folder = path.parent_path();
     const fs::path study = folder.parent_path();
-    folder_ = archive::openBeneath(archive::openRoot(study.parent_path()),
-                                   study.filename() / folder.filename(), O_PATH | O_DIRECTORY);
+    folder_ = openBeneath(openRoot(study.parent_path()), study.filename() / folder.filename(),
+                          O_PATH | O_DIRECTORY);
     if (!folder_.isOpen())
         return;
     file_ = lockedAt(folder_, name_);
@@ -352,8 +352,8 @@ void FormerFile::remove() const noexcept {
     if (!found_)
         return;
     const auto found = entry(folder_, name_);
-    if (found && archive::isSameFile(*found_, *found))
+    if (found && isSameFile(*found_, *found))
         ::unlinkat(folder_.get(), name_.c_str(), 0);
 }
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::archive

@@ -8,9 +8,10 @@
 #include <string>
 #include <string_view>
 
+#include "archive/Report.h"
 #include "base/FileDescriptor.h"
 
-namespace tessaly::tessalyd {
+namespace tessaly::archive {
 
 /// True for a name that only this server gives, and only while an object is being written.
 [[nodiscard]] bool isTemporaryName(std::string_view name) noexcept;
@@ -18,7 +19,7 @@ namespace tessaly::tessalyd {
 /// A file on its way into the archive. It is written under a temporary name in its final folder, whose
 /// missing parts are made; it is locked meanwhile, which tells it from one that a killed server left. The
 /// destructor takes away whatever was not kept, folders that were made for it included. Every operation
-/// throws std::system_error, whose text names the root alone; the whole path goes to the log at level Debug.
+/// throws std::system_error, whose text names the root alone; the whole path is reported at level Debug.
 ///
 /// The folder lies two below the root. No symbolic link below the root is followed, and everything happens in
 /// the folder that was opened: one that is put in its place meanwhile gets nothing, and the file no name.
@@ -28,7 +29,7 @@ namespace tessaly::tessalyd {
 /// what another one may still take back.
 class ArchiveFile {
   public:
-    ArchiveFile(std::filesystem::path folder, std::string name);
+    ArchiveFile(std::filesystem::path folder, std::string name, Report report = reportNothing);
     ~ArchiveFile();
     ArchiveFile(const ArchiveFile&) = delete;
     ArchiveFile& operator=(const ArchiveFile&) = delete;
@@ -78,6 +79,7 @@ class ArchiveFile {
     void setAside(const std::string& name) const;
     [[nodiscard]] bool isWhereItBelongs() const noexcept;
 
+    Report report_;
     std::filesystem::path folder_;
     std::string name_;
     std::filesystem::path temporary_;
@@ -106,4 +108,4 @@ class FormerFile {
     std::optional<struct stat> found_;
 };
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::archive

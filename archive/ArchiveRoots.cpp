@@ -1,4 +1,4 @@
-#include "tessalyd/store/ArchiveRoots.h"
+#include "archive/ArchiveRoots.h"
 
 #include <sys/stat.h>
 
@@ -7,10 +7,8 @@
 #include <system_error>
 
 #include "archive/StoredPath.h"
-#include "tessalyd/Log.h"
-#include "tessalyd/store/StoreFailure.h"
 
-namespace tessaly::tessalyd {
+namespace tessaly::archive {
 
 namespace {
 
@@ -41,18 +39,18 @@ void ArchiveRoots::remember(const std::vector<std::string>& roots) {
     for (std::string root : roots) {
         while (root.ends_with('\\') || root.ends_with('/'))
             root.pop_back();
-        const fs::path folder = archive::localPath(root);
+        const fs::path folder = localPath(root);
         if (const auto device = deviceOf(folder))
             states_[root] = {.device = *device, .wasEmpty = isEmpty(folder)};
     }
 }
 
-void ArchiveRoots::require(const std::string& root, const std::string& study,
-                           const std::function<bool()>& hasStudies) {
-    const fs::path folder = archive::localPath(root);
+bool ArchiveRoots::isAvailable(const std::string& root, const std::string& study,
+                               const std::function<bool()>& hasStudies) {
+    const fs::path folder = localPath(root);
     const auto device = deviceOf(folder);
     if (!device)
-        return;
+        return true;
     std::unique_lock lock{mutex_};
     const auto known = states_.try_emplace(root, State{.device = *device, .wasEmpty = true}).first;
     const State before = known->second;
@@ -75,12 +73,11 @@ void ArchiveRoots::require(const std::string& root, const std::string& study,
     if (const bool isAvailable = fault == nullptr; isAvailable != state.isAvailable) {
         state.isAvailable = isAvailable;
         if (isAvailable)
-            OFLOG_INFO(serverLog(), "root " << root.c_str() << ": available again");
+            report_(Severity::Info, "root " + root + ": available again");
         else
-            OFLOG_ERROR(serverLog(), "root " << root.c_str() << ": no objects are stored there: " << fault);
+            report_(Severity::Error, "root " + root + ": no objects are stored there: " + fault);
     }
-    if (fault != nullptr)
-        throw RootUnavailable{};
+    return fault == nullptr;
 }
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::archive

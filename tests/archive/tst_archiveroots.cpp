@@ -1,15 +1,12 @@
 #include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 #include <filesystem>
 
-#include "tessalyd/Log.h"
-#include "tessalyd/store/ArchiveRoots.h"
-#include "tessalyd/store/StoreFailure.h"
+#include "archive/ArchiveRoots.h"
 
 using namespace Qt::StringLiterals;
-using namespace tessaly::tessalyd;
+using namespace tessaly::archive;
 namespace fs = std::filesystem;
 
 /// Whether a root is taken for the archive's.
@@ -18,7 +15,6 @@ class ArchiveRootsTest : public QObject {
 
   private Q_SLOTS:
     void init();
-    void cleanup() { log_.reset(); }
     void anEmptyRootOfKnownStudiesIsRefused();
     void anEmptyRootOfAFreshArchiveIsTaken();
     void aFileSystemsOwnFolderIsNoStudy();
@@ -29,30 +25,25 @@ class ArchiveRootsTest : public QObject {
 
   private:
     [[nodiscard]] bool takes(const std::function<bool()>& hasStudies = [] { return true; }) {
-        try {
-            roots_->require(root_.string(), "1.2", hasStudies);
-            return true;
-        } catch (const RootUnavailable&) {
-            return false;
-        }
+        return roots_->isAvailable(root_.string(), "1.2", hasStudies);
     }
-    [[nodiscard]] qsizetype lines(const char* text) const {
-        QFile file{scratch_->filePath(u"log"_s)};
-        return file.open(QIODevice::ReadOnly) ? file.readAll().count(text) : -1;
-    }
+    [[nodiscard]] qsizetype lines(const char* text) const { return reported_.count(QString::fromUtf8(text)); }
 
     std::unique_ptr<QTemporaryDir> scratch_;
-    std::unique_ptr<LogFile> log_;
+    QString reported_;
     std::unique_ptr<ArchiveRoots> roots_;
     fs::path root_;
 };
 
 void ArchiveRootsTest::init() {
     scratch_ = std::make_unique<QTemporaryDir>();
-    log_ = std::make_unique<LogFile>(scratch_->filePath(u"log"_s).toStdString(), 1 << 20);
+    reported_.clear();
     root_ = scratch_->filePath(u"root"_s).toStdString();
     fs::create_directories(root_ / "1.1");
-    roots_ = std::make_unique<ArchiveRoots>();
+    roots_ = std::make_unique<ArchiveRoots>([this](Severity severity, const std::string& line) {
+        reported_ +=
+            (severity == Severity::Error ? u" ERROR "_s : u" INFO "_s) + QString::fromStdString(line);
+    });
     roots_->remember({root_.string() + '/'});
 }
 

@@ -6,8 +6,8 @@
 #include "db/Connection.h"
 
 /// Rows that were stored before the tables had all of today's columns lack what those repeat of the objects,
-/// until it is read from the objects' files. `tessaly-db upgrade` does that after the upgrade of the tables,
-/// while a server may be storing; how far it has come stands beside the tables' version.
+/// until it is read from the objects' files. The backfill (maintenance/Backfill.h) does that after the upgrade
+/// of the tables, while a server may be storing; how far it has come stands beside the tables' version.
 namespace tessaly::schema {
 
 /// The SOP instance UID up to which older rows have been filled; empty at the beginning, nothing when all

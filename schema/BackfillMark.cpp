@@ -1,4 +1,4 @@
-#include "schema/OlderRows.h"
+#include "schema/BackfillMark.h"
 
 #include "db/Query.h"
 #include "schema/Upgrade.h"

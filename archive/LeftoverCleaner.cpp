@@ -1,4 +1,4 @@
-#include "tessalyd/store/LeftoverCleaner.h"
+#include "archive/LeftoverCleaner.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -8,14 +8,13 @@
 #include <filesystem>
 #include <memory>
 
+#include "archive/ArchiveFile.h"
 #include "archive/FileLock.h"
 #include "archive/Folder.h"
 #include "archive/StoredPath.h"
 #include "base/FileDescriptor.h"
-#include "tessalyd/Log.h"
-#include "tessalyd/store/ArchiveFile.h"
 
-namespace tessaly::tessalyd {
+namespace tessaly::archive {
 
 namespace {
 
@@ -39,10 +38,10 @@ bool removed(const base::FileDescriptor& folder, const std::string& name, const 
         ::openat(folder.get(), name.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
     struct stat found {};
     if (!file.isOpen() || ::fstat(file.get(), &found) < 0 || !S_ISREG(found.st_mode) ||
-        !isBefore(found.st_mtim, started) || archive::lockFile(file) != archive::FileLock::Held)
+        !isBefore(found.st_mtim, started) || lockFile(file) != FileLock::Held)
         return false;
     // The name may have come to stand for another file before this one was locked.
-    return archive::isNamed(file, folder, name) && ::unlinkat(folder.get(), name.c_str(), 0) == 0;
+    return isNamed(file, folder, name) && ::unlinkat(folder.get(), name.c_str(), 0) == 0;
 }
 
 struct CloseFolder {
@@ -71,12 +70,12 @@ void forEach(const base::FileDescriptor& folder, const std::stop_token& stop, Vi
 }
 
 base::FileDescriptor folderIn(const base::FileDescriptor& folder, const std::string& name) {
-    return archive::openBeneath(folder, name, O_PATH | O_DIRECTORY);
+    return openBeneath(folder, name, O_PATH | O_DIRECTORY);
 }
 
-void clean(const fs::path& root, const timespec& started, const std::stop_token& stop) {
+void clean(const fs::path& root, const timespec& started, const Report& report, const std::stop_token& stop) {
     std::size_t count = 0;
-    const base::FileDescriptor opened = archive::openRoot(root);
+    const base::FileDescriptor opened = openRoot(root);
     forEach(opened, stop, [&](const std::string& study) {
         const base::FileDescriptor studyFolder = folderIn(opened, study);
         forEach(studyFolder, stop, [&](const std::string& series) {
@@ -85,23 +84,24 @@ void clean(const fs::path& root, const timespec& started, const std::stop_token&
                 if (!isTemporaryName(name) || !removed(folder, name, started))
                     return;
                 ++count;
-                OFLOG_DEBUG(serverLog(), "taken away: " << (root / study / series / name).c_str());
+                report(Severity::Debug, "taken away: " + (root / study / series / name).string());
             });
         });
     });
     if (count > 0)
-        OFLOG_INFO(serverLog(),
-                   "taken away below " << root.c_str() << ": " << count << " files left by an earlier run");
+        report(Severity::Info, "taken away below " + root.string() + ": " + std::to_string(count) +
+                                   " files left by an earlier run");
 }
 
 }  // namespace
 
-LeftoverCleaner::LeftoverCleaner(std::vector<std::string> roots) {
+LeftoverCleaner::LeftoverCleaner(std::vector<std::string> roots, Report report) {
     const timespec started = now();
-    thread_ = std::jthread{[roots = std::move(roots), started](const std::stop_token& stop) {
-        for (const std::string& root : roots)
-            clean(archive::localPath(root), started, stop);
-    }};
+    thread_ = std::jthread{
+        [roots = std::move(roots), report = std::move(report), started](const std::stop_token& stop) {
+            for (const std::string& root : roots)
+                clean(localPath(root), started, report, stop);
+        }};
 }
 
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::archive

@@ -1,15 +1,49 @@
-#include "tessaly-db/PlainNumber.h"
+#include "base/Number.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 
 #include "base/Text.h"
-#include "db/Number.h"
 
-namespace tessaly::tool {
+namespace tessaly::base {
+
+namespace {
+
+template <class Value>
+std::optional<Value> parse(std::string_view text) noexcept {
+    Value value{};
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (error != std::errc{} || stop != end)
+        return std::nullopt;
+    return value;
+}
+
+}  // namespace
+
+std::optional<double> decimalNumber(std::string_view text) noexcept {
+    const auto number = parse<double>(text);
+    return number && std::isfinite(*number) ? number : std::nullopt;
+}
+
+std::optional<long long> wholeNumber(std::string_view text) noexcept {
+    return parse<long long>(text);
+}
+
+std::optional<long long> wholePart(std::string_view text) noexcept {
+    if (const auto whole = wholeNumber(text))
+        return whole;
+    constexpr double Limit = 0x1p63;  // the first number that a long long cannot hold
+    const auto number = decimalNumber(text);
+    if (!number || *number < -Limit || *number >= Limit)
+        return std::nullopt;
+    return static_cast<long long>(*number);
+}
 
 std::optional<std::string> plainNumber(std::string_view text) {
     constexpr long long Furthest = 300;  // places of the point; no engine's number of any use has more
-    text = base::trimmed(text);
+    text = trimmed(text);
     const bool negative = text.starts_with('-');
     if (negative || text.starts_with('+'))
         text.remove_prefix(1);
@@ -18,7 +52,7 @@ std::optional<std::string> plainNumber(std::string_view text) {
         auto power = text.substr(mark + 1);
         if (power.starts_with('+'))
             power.remove_prefix(1);
-        const auto read = db::toWholeNumber(power);
+        const auto read = wholeNumber(power);
         if (!read || *read < -Furthest || *read > Furthest)
             return std::nullopt;
         exponent = *read;
@@ -48,4 +82,4 @@ std::optional<std::string> plainNumber(std::string_view text) {
     return plain;
 }
 
-}  // namespace tessaly::tool
+}  // namespace tessaly::base

@@ -9,12 +9,12 @@
 #include <cstring>
 #include <filesystem>
 
+#include "archive/ArchiveFile.h"
 #include "archive/Folder.h"
-#include "tessalyd/store/ArchiveFile.h"
-#include "tessalyd/store/LeftoverCleaner.h"
+#include "archive/LeftoverCleaner.h"
 
 using namespace Qt::StringLiterals;
-using namespace tessaly::tessalyd;
+using namespace tessaly::archive;
 namespace fs = std::filesystem;
 
 /// Folders of the archive that somebody has put there: links, and what stands in an object's place.
