@@ -175,12 +175,15 @@ void QueryIdentifierTest::retrievalsAreRefused_data() {
     const quint32 series = tagNumber(DCM_SeriesInstanceUID);
     row("no patient", Patient, "PATIENT", {}, DCM_PatientID);
     row("empty patient", Patient, "PATIENT", {{patient, ""}}, DCM_PatientID);
+    row("two empty patients", Patient, "PATIENT", {{patient, "\\"}}, DCM_PatientID);
+    row("blank patients", Patient, "PATIENT", {{patient, " \\ \\"}}, DCM_PatientID);
     row("blank patient", Patient, "PATIENT", {{patient, "  "}}, DCM_PatientID);
     row("all patients", Patient, "PATIENT", {{patient, "*"}}, DCM_PatientID);
     row("patients by wildcard", Patient, "PATIENT", {{patient, "P?"}}, DCM_PatientID);
     row("patient by name", Patient, "PATIENT", {{tagNumber(DCM_PatientName), "Doe"}}, DCM_PatientID);
     row("no study", Study, "STUDY", {}, DCM_StudyInstanceUID);
     row("empty study", Study, "STUDY", {{study, ""}}, DCM_StudyInstanceUID);
+    row("two empty studies", Study, "STUDY", {{study, "\\"}}, DCM_StudyInstanceUID);
     row("list of nothing", Study, "STUDY", {{study, "\\ \\"}}, DCM_StudyInstanceUID);
     row("studies by wildcard", Study, "STUDY", {{study, "1.2.*"}}, DCM_StudyInstanceUID);
     row("all studies of a patient", Patient, "STUDY", {{patient, "P"}, {study, ""}}, DCM_StudyInstanceUID);
