@@ -57,15 +57,17 @@ std::string OutboundAssociation::connect(const PeerAddress& peer) {
     const auto until = [this](Clock::time_point end) { return std::min(end, limits_.deadline); };
     const auto reached = until(Clock::now() + limits_.reach);
     const auto resolved = std::min(reached, Clock::now() + limits_.resolve);
-    const HostAddress address = lookUpHost(peer.host, resolved, ioLimits().stop());
+    HostAddresses host = lookUpHost(peer.host, resolved, ioLimits().stop());
     if (ioLimits().isStopped())
         throw AssociationFailure{Kind::Stopped, "stopped"};
-    if (!address.dotted && address.failure.empty())
+    if (!host.failure.empty())
+        throw AssociationFailure{Kind::Unreachable, host.failure};
+    if (host.addresses.empty())
         throw AssociationFailure{Kind::TimedOut, "nobody resolves the host's name"};
-    if (!address.dotted)
-        throw AssociationFailure{Kind::Unreachable, address.failure};
+    for (SocketAddress& address : host.addresses)
+        address.setPort(peer.port);
     ioLimits().setDeadline(reached);
-    const auto connected = transport_.connect(*address.dotted, peer.port, limits_.connect);
+    const auto connected = transport_.connect(host.addresses, limits_.connect);
     const int reason = errno;
     if (ioLimits().isStopped())
         throw AssociationFailure{Kind::Stopped, "stopped"};
