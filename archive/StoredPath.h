@@ -12,4 +12,11 @@ namespace tessaly::archive {
     return stored;
 }
 
+/// The stored path of the file of a row of Image, Series and Study, joined in a statement as Location::path()
+/// joins it. A part without a value is an empty one.
+[[nodiscard]] inline std::string storedPathInSql() {
+    return "COALESCE(Study.StudyPath, '') || '\\' || COALESCE(Series.SeriesDir, '') || '\\' || "
+           "COALESCE(Image.ImageFile, '')";
+}
+
 }  // namespace tessaly::archive

@@ -83,14 +83,10 @@ std::size_t walkImages(const db::Connection& connection) {
 /// The four checks without a window; what is left of the rows.
 std::size_t repair(const db::Connection& connection) {
     using maintenance::Check;
-    maintenance::RowWalk walk{connection};
-    const maintenance::RepairCallbacks callbacks{.missingFile = [] { return true; },
-                                                 .rowDone = [] {},
-                                                 .stopRequested = [] { return false; },
-                                                 .events = [] {}};
+    maintenance::NoProgress progress;
     (void)maintenance::countArchiveRows(connection);
     for (const Check check : {Check::Images, Check::Series, Check::Studies, Check::Patients})
-        maintenance::runCheck(connection, walk, check, callbacks);
+        maintenance::RepairCheck{check}.run(connection, progress);
     return static_cast<std::size_t>(maintenance::countArchiveRows(connection));
 }
 
@@ -170,8 +166,9 @@ void compareRelocation(const std::string& folder, int studies) {
     const std::string server = test::ScratchCluster::instance().makeDatabase(false).toStdString();
     copyToServer(folder, archive.database, server);
     const Pass relocate = [&](const db::Connection& connection) {
-        maintenance::relocateStudies(connection, QString::fromStdString(archive.root),
-                                     QString::fromLatin1(NewRoot), [] { return true; });
+        maintenance::NoProgress progress;
+        maintenance::Relocation{QString::fromStdString(archive.root), QString::fromLatin1(NewRoot)}.run(
+            connection, progress);
         return std::size_t{0};
     };
     compare("relocation", studies, archive.database, server, relocate);

@@ -15,7 +15,7 @@
 #include "console/app/TessalyManager.h"
 #include "tests/support/Form.h"
 #include "tests/support/ScratchBus.h"
-#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 #include "tests/tessalyd/Daemon.h"
 
 using namespace Qt::StringLiterals;
@@ -79,7 +79,7 @@ int main(int argc, char* argv[]) {
         Clock::time_point releasing;
         const auto client = std::async(std::launch::async, [&] {
             connecting = Clock::now();
-            Association association{daemon.port()};
+            RequestorAssociation association{daemon.port()};
             release.get_future().wait();
             releasing = Clock::now();
             association.release();

@@ -54,7 +54,8 @@ std::size_t vacuumPlain(const std::string& database) {
 }
 
 std::size_t compactOwn(const std::string& database) {
-    maintenance::compactDatabase(database);
+    maintenance::NoProgress progress;
+    maintenance::FileCompaction{database}.run(db::Connection{}, progress);
     return fs::file_size(database);
 }
 
@@ -97,8 +98,9 @@ std::size_t relocateOwn(const std::string& database) {
         connection.setConnectString(connectStringOf(database));
         connection.setCursorDriver(db::Connection::CursorDriver::DriverFirst);
         connection.establish();
-        maintenance::relocateStudies(connection, QString::fromLatin1(OldRoot), QString::fromLatin1(NewRoot),
-                                     [] { return true; });
+        maintenance::NoProgress progress;
+        maintenance::Relocation{QString::fromLatin1(OldRoot), QString::fromLatin1(NewRoot)}.run(connection,
+                                                                                                progress);
     }
     return relocatedRows(database);
 }

@@ -74,7 +74,7 @@ Rate measure(const Server& server, const Work& work) {
         qputenv("TCP_NODELAY", "1");
     else
         qunsetenv("TCP_NODELAY");
-    Association peer{server.port, "TESSALY", server.called, Finding::contexts()};
+    RequestorAssociation peer{server.port, "TESSALY", server.called, Finding::contexts()};
     int answers = 0;
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < work.requests; ++i) {

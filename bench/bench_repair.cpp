@@ -184,22 +184,33 @@ Result repairByForm(const std::string& database) {
 
 /// The checks with all that the form does for a row but the boxes, which wait for a user; `events` stands in
 /// for the handling of events.
-void checkWithoutBoxes(maintenance::frmRepairDB& form,
-                       const std::function<void(std::function<void()>)>& events) {
+using Events = std::function<void(std::function<void()>)>;
+void checkWithoutBoxes(maintenance::frmRepairDB& form, const Events& events) {
     using maintenance::Check;
     const db::Connection& connection = Globals::DbConnection();
-    maintenance::RowWalk walk{connection};
-    maintenance::PassEvents pending{walk};
     auto& bar = *form.findChild<QProgressBar*>(QStringLiteral("prgBar"));
-    const double total = maintenance::countArchiveRows(connection);
-    int processed = 0;
-    const maintenance::RepairCallbacks callbacks{
-        .missingFile = [] { return true; },
-        .rowDone = [&] { bar.setValue(static_cast<int>(++processed / total * bar.maximum())); },
-        .stopRequested = [] { return false; },
-        .events = [&] { events([&] { pending.handle(); }); }};
+    class FormProgress : public maintenance::Progress {
+      public:
+        FormProgress(QProgressBar& bar, double total, const Events& events)
+            : bar_(bar), total_(total), events_(events) {}
+        void setDone(long long /*done*/) override {
+            bar_.setValue(static_cast<int>(++processed_ / total_ * bar_.maximum()));
+        }
+        using Progress::breathe;
+        void breathe(const LetGo& letGo) override {
+            events_([&] { pending_.handle(letGo); });
+        }
+
+      private:
+        QProgressBar& bar_;
+        double total_;
+        int processed_ = 0;
+        const Events& events_;
+        maintenance::PassEvents pending_;
+    };
+    FormProgress progress{bar, static_cast<double>(maintenance::countArchiveRows(connection)), events};
     for (const Check check : {Check::Images, Check::Series, Check::Studies, Check::Patients})
-        maintenance::runCheck(connection, walk, check, callbacks);
+        maintenance::RepairCheck{check}.run(connection, progress);
 }
 
 Result repairWithoutBoxes(const std::string& database) {

@@ -34,7 +34,7 @@ void sendHere(const QString& port, const QStringList& files) {
     for (const QString& file : files) {
         dicom::ObjectFile object{file.toStdString()};
         if (!sender) {
-            sender = std::make_unique<dicom::ObjectSender>(dicom::Destination{.host = "127.0.0.1",
+            sender = std::make_unique<dicom::ObjectSender>(dicom::PeerAddress{.host = "127.0.0.1",
                                                                               .port = port.toUShort(),
                                                                               .callingAeTitle = "TESSALY",
                                                                               .calledAeTitle = "PEER"},

@@ -18,7 +18,7 @@
 #include "dicom/net/Verifier.h"
 #include "tests/dicom/net/Peers.h"
 #include "tests/support/ScratchBus.h"
-#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 #include "tests/tessalyd/Daemon.h"
 
 using namespace Qt::StringLiterals;
@@ -163,7 +163,7 @@ double echoes(int count, const std::function<bool()>& echo) {
            });
 }
 bool echoOfTheToolkit(const QString& port) {
-    Association association{port};
+    RequestorAssociation association{port};
     const bool answered = association.isOpen() && association.echo();
     association.release();
     return answered;

@@ -14,7 +14,7 @@
 #include "bench/StoreLoad.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/support/ScratchCluster.h"
-#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 #include "tests/tessalyd/Daemon.h"
 
 using namespace Qt::StringLiterals;
@@ -87,7 +87,7 @@ void countStatements() {
     const auto& cluster = ScratchCluster::instance();
     cluster.administer(u"ALTER ROLE %1 SET log_statement='all'"_s.arg(ScratchCluster::Owner));
     const auto server = serverOn(Engine::Postgresql);
-    Association association{server->port()};
+    RequestorAssociation association{server->port()};
     const auto store = [&](const char* study, const char* series, const char* instance) {
         const ObjectSpec spec{.study = study, .series = series, .instance = instance};
         if (association.store(*makeObject(spec)).status != 0)

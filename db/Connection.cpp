@@ -2,9 +2,9 @@
 
 #include <array>
 
+#include "base/Text.h"
 #include "db/Odbc.h"
 #include "db/Query.h"
-#include "db/Text.h"
 
 namespace tessaly::db {
 
@@ -14,7 +14,8 @@ Connection::~Connection() = default;
 void Connection::establish() {
     if (sharedSession_)
         throw Error("The connection is already open");
-    sharedSession_ = std::make_shared<detail::SharedSession>(connectString_, cursorDriver_, lockWait_, false);
+    sharedSession_ =
+        std::make_shared<detail::SharedSession>(connectString_, cursorDriver_, lockWait_, purpose_);
 }
 
 void Connection::close() {
@@ -28,20 +29,16 @@ bool Connection::hasLostSession() const noexcept {
 }
 
 bool Connection::needsWalker() const {
-    return sharedSession()->current()->engine().buffersResultSets();
-}
-
-bool Connection::supportsConcurrentWriters() const {
-    return sharedSession()->current()->engine().supportsConcurrentWriters();
+    return dialect().buffersResultSets(sharedSession()->purpose());
 }
 
 std::unique_ptr<Connection> Connection::walker() const {
     auto own = std::make_unique<Connection>();
     own->connectString_ = connectString_;
     own->cursorDriver_ = cursorDriver_;
+    own->purpose_ = Purpose::Walk;
     own->lockWait_ = lockWait_;
-    own->sharedSession_ =
-        std::make_shared<detail::SharedSession>(connectString_, cursorDriver_, lockWait_, true);
+    own->establish();
     return own;
 }
 
@@ -53,18 +50,18 @@ bool Connection::hasTable(std::string_view wanted) const {
     SQLLEN length = 0;
     while (tables.check(SQLFetch(tables.get())) != SQL_NO_DATA) {
         tables.check(SQLGetData(tables.get(), NameColumn, SQL_C_CHAR, name.data(), name.size(), &length));
-        if (length != SQL_NULL_DATA && detail::sameName(name.data(), wanted))
+        if (length != SQL_NULL_DATA && base::sameName(name.data(), wanted))
             return true;
     }
     return false;
 }
 
-std::string Connection::engineName() const {
-    return sharedSession()->current()->engine().name;
+const Dialect& Connection::dialect() const {
+    return sharedSession()->current()->dialect();
 }
 
 std::string Connection::databaseFile() const {
-    const std::string list = sharedSession()->current()->engine().listOfFiles();
+    const std::string list = dialect().listOfFiles();
     if (list.empty())
         return {};
     Query query{*this, list};

@@ -5,7 +5,11 @@
 #include <string>
 #include <string_view>
 
+#include "db/dialects/Purpose.h"
+
 namespace tessaly::db {
+
+class Dialect;
 
 namespace detail {
 class SharedSession;
@@ -34,6 +38,7 @@ class Connection {
     // What is set takes effect with the next establish().
     void setConnectString(std::string text) { connectString_ = std::move(text); }
     void setCursorDriver(CursorDriver driver) { cursorDriver_ = driver; }
+    void setPurpose(Purpose purpose) { purpose_ = purpose; }
 
     /// How long a statement waits for what others have locked, before it fails; zero leaves that to the data
     /// source.
@@ -54,8 +59,8 @@ class Connection {
     /// Looks a table up in the catalogue, without regard to case.
     [[nodiscard]] bool hasTable(std::string_view name) const;
 
-    /// The engine's name as the driver gives it, for example "SQLite".
-    [[nodiscard]] std::string engineName() const;
+    /// What is to be known of the engine (db/dialects/Dialect.h).
+    [[nodiscard]] const Dialect& dialect() const;
 
     /// The file that the database is, whole path; empty where it is none of this machine's.
     [[nodiscard]] std::string databaseFile() const;
@@ -65,16 +70,13 @@ class Connection {
     /// The driver does not walk a set on this one without keeping its rows in memory.
     [[nodiscard]] bool needsWalker() const;
 
-    /// The engine lets several connections write at the same time, and so wants several: elsewhere one writes
-    /// at a time, and those that must wait are better woken in turn by the program itself.
-    [[nodiscard]] bool supportsConcurrentWriters() const;
-
     /// For Query and Transaction. Throws when the connection is closed.
     [[nodiscard]] const std::shared_ptr<detail::SharedSession>& sharedSession() const;
 
   private:
     std::string connectString_;
     CursorDriver cursorDriver_ = CursorDriver::Driver;
+    Purpose purpose_ = Purpose::General;
     std::chrono::milliseconds lockWait_{0};
     std::shared_ptr<detail::SharedSession> sharedSession_;
 };

@@ -1,22 +1,38 @@
 #include "db/Error.h"
 
-#include <algorithm>
-
-#include "db/Engine.h"
+#include <utility>
 
 namespace tessaly::db {
 
-Error::Error(std::vector<Diagnostic> diagnostics, std::string statement, bool lostSession)
+Error::Error(std::vector<Diagnostic> diagnostics, std::string statement, int number)
     : std::runtime_error(diagnostics.front().message),
       diagnostics_(std::move(diagnostics)),
       statement_(std::move(statement)),
-      lostSession_(lostSession) {
-    number_ = std::any_of(diagnostics_.begin(), diagnostics_.end(), detail::isDuplicateKey) ? DuplicateKey
-                                                                                            : nativeCode();
-    conflict_ = std::any_of(diagnostics_.begin(), diagnostics_.end(), detail::isConflict);
-}
+      number_(number) {}
+
+Error::Error(std::vector<Diagnostic> diagnostics, std::string statement)
+    : std::runtime_error(diagnostics.front().message),
+      diagnostics_(std::move(diagnostics)),
+      statement_(std::move(statement)),
+      number_(nativeCode()) {}
 
 Error::Error(const std::string& description)
     : Error(std::vector{Diagnostic{.sqlState = "HY000", .nativeCode = 0, .message = description}}, {}) {}
+
+void throwError(FaultKind kind, std::vector<Diagnostic> diagnostics, std::string statement) {
+    switch (kind) {
+        case FaultKind::LostSession:
+            throw LostSession{std::move(diagnostics), std::move(statement)};
+        case FaultKind::DuplicateKey:
+            throw DuplicateKey{std::move(diagnostics), std::move(statement)};
+        case FaultKind::Conflict:
+            throw Conflict{std::move(diagnostics), std::move(statement)};
+        case FaultKind::StalePlan:
+            throw StalePlan{std::move(diagnostics), std::move(statement)};
+        case FaultKind::Other:
+            break;
+    }
+    throw Error{std::move(diagnostics), std::move(statement)};
+}
 
 }  // namespace tessaly::db

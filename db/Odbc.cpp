@@ -1,9 +1,9 @@
 #include "db/Odbc.h"
 
-#include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <mutex>
+
+#include "db/dialects/Registry.h"
 
 namespace tessaly::db::detail {
 
@@ -34,11 +34,6 @@ std::vector<Diagnostic> diagnostics(SQLSMALLINT kind, SQLHANDLE handle) {
 
 namespace {
 
-/// PostgreSQL's own library waits without end for a server that lets itself be called and then says nothing,
-/// unless it is told otherwise. Only here can it be told without a contradiction to what the data source may
-/// say itself, or the environment of who started the program; and only before there are threads.
-[[maybe_unused]] const int boundedConnecting = setenv("PGCONNECT_TIMEOUT", "10", 0);  // seconds an address
-
 /// One at a time in the whole process: the PostgreSQL driver sets the locale as it connects, and reads the
 /// name of the one before, which another thread's connecting may have freed by then.
 SQLRETURN connect(SQLHDBC handle, const std::string& words) {
@@ -50,18 +45,22 @@ SQLRETURN connect(SQLHDBC handle, const std::string& words) {
 
 }  // namespace
 
-Session::Session(const std::string& connectString, SQLULEN cursors, bool walks)
+Session::Session(const std::string& connectString, SQLULEN cursors, Purpose purpose,
+                 std::chrono::milliseconds lockWait)
     : connection_((SQLSetEnvAttr(environment_.get(), SQL_ATTR_ODBC_VERSION,
                                  reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0),
                    environment_.get())) {
     check(SQLSetConnectAttr(get(), SQL_ATTR_ODBC_CURSORS, reinterpret_cast<SQLPOINTER>(cursors), 0));
-    const std::string whole = connectString + connectWords(walks);
+    const std::string whole = connectString + connectWords(purpose, lockWait);
     FileUse::requireFree(whole);
     check(connect(get(), whole));
-    engine_ = describeEngine();
-    if (engine_.isSqlite())
+    dialect_ = &findDialect();
+    if (dialect_->keepsFiles())
         file_ = std::make_unique<FileUse>(whole, textInfo(SQL_DATABASE_NAME));
-    keepDriverQuiet();
+    if (const std::string nowhere = dialect_->neverConnecting(textInfo(SQL_DRIVER_NAME)); !nowhere.empty()) {
+        neverConnected_ = std::make_unique<Handle<SQL_HANDLE_DBC>>(environment_.get());
+        connect(neverConnected_->get(), nowhere + connectWords(Purpose::General));
+    }
 }
 
 Session::~Session() {
@@ -75,30 +74,18 @@ SQLRETURN Session::check(SQLRETURN result, SQLSMALLINT kind, SQLHANDLE handle, c
         return result;
     auto records = diagnostics(kind, handle);
     failed = true;
-    // The PostgreSQL driver reports a loss in the midst of its preparations as any other failure, but knows.
-    lost = lost || isDead() || std::any_of(records.begin(), records.end(), isLostSession);
-    throw Error(std::move(records), statement, lost);
+    auto fault = dialect_ != nullptr ? dialect_->kindOf(records) : kindOfConnectFault(records);
+    // A driver may report a loss in the midst of its preparations as any other failure, but knows.
+    lost = lost || fault == FaultKind::LostSession || isDead();
+    if (lost)
+        fault = FaultKind::LostSession;
+    throwError(fault, std::move(records), statement);
 }
 
 bool Session::isDead() const {
     SQLUINTEGER dead = SQL_CD_FALSE;
     SQLGetConnectAttr(get(), SQL_ATTR_CONNECTION_DEAD, &dead, sizeof dead, nullptr);
     return dead == SQL_CD_TRUE;
-}
-
-/// The PostgreSQL driver turns its log on where the system's configuration of drivers says so, and Debian's
-/// does. A connection's own word for "off" counts until the driver has disconnected its last one: then, with
-/// its very last message, it makes a file for the log that everybody can read. A connection that never comes
-/// about is not counted out again; one beside each session keeps the log off to the end.
-void Session::keepDriverQuiet() {
-    const std::string driver = textInfo(SQL_DRIVER_NAME);
-    if (!driver.starts_with("psqlodbc"))
-        return;
-    quiet_ = std::make_unique<Handle<SQL_HANDLE_DBC>>(environment_.get());
-    // Its address is no folder: nobody is called.
-    const std::string nowhere =
-        "Driver=" + driver + ";Servername=/dev/null;Port=1;Database=none;UID=none" + connectWords(false);
-    connect(quiet_->get(), nowhere);
 }
 
 SQLUINTEGER Session::info(SQLUSMALLINT what) const {
@@ -114,13 +101,12 @@ std::string Session::textInfo(SQLUSMALLINT what) const {
     return SQL_SUCCEEDED(result) ? text.data() : std::string{};
 }
 
-Engine Session::describeEngine() const {
+const Dialect& Session::findDialect() const {
     const SQLUINTEGER names = info(SQL_IDENTIFIER_CASE);
-    return {.name = textInfo(SQL_DBMS_NAME),
-            .quote = textInfo(SQL_IDENTIFIER_QUOTE_CHAR),
-            .folding = names == SQL_IC_LOWER   ? Engine::Folding::Lower
-                       : names == SQL_IC_UPPER ? Engine::Folding::Upper
-                                               : Engine::Folding::None};
+    return dialectOf(textInfo(SQL_DBMS_NAME), {.quote = textInfo(SQL_IDENTIFIER_QUOTE_CHAR),
+                                               .folding = names == SQL_IC_LOWER   ? Naming::Folding::Lower
+                                                          : names == SQL_IC_UPPER ? Naming::Folding::Upper
+                                                                                  : Naming::Folding::None});
 }
 
 bool Session::walksBesideOthers() const {
@@ -130,7 +116,7 @@ bool Session::walksBesideOthers() const {
 }
 
 SQLRETURN Statement::prepare() {
-    const std::string words = session_->engine().rewritten(text_);
+    const std::string words = session_->dialect().rewritten(text_);
     const SQLRETURN result = SQLPrepare(get(), odbcText(words), static_cast<SQLINTEGER>(words.size()));
     prepared = SQL_SUCCEEDED(result);
     hasRun = false;
@@ -138,8 +124,15 @@ SQLRETURN Statement::prepare() {
 }
 
 void Statement::runDirectly() const {
-    const std::string words = session_->engine().rewritten(text_);
+    const std::string words = session_->dialect().rewritten(text_);
     check(SQLExecDirect(get(), odbcText(words), static_cast<SQLINTEGER>(words.size())));
+}
+
+void Statement::fetchAll() const {
+    SQLSMALLINT count = 0;
+    check(SQLNumResultCols(get(), &count));
+    while (count > 0 && check(SQLFetch(get())) != SQL_NO_DATA) {
+    }
 }
 
 }  // namespace tessaly::db::detail

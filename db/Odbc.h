@@ -11,10 +11,10 @@
 #include <string>
 
 #include "db/Connection.h"
-#include "db/Engine.h"
 #include "db/Error.h"
 #include "db/FileUse.h"
 #include "db/ResultSet.h"
+#include "db/dialects/Dialect.h"
 
 namespace tessaly::db::detail {
 
@@ -47,14 +47,15 @@ class Handle {
 /// An established connection; disconnects when the last query, set or transaction on it is gone.
 class Session {
   public:
-    /// `walks`: for long walks alone (see connectWords()).
-    Session(const std::string& connectString, SQLULEN cursors, bool walks);
+    /// `connectString` without the words of the dialects, which are added.
+    Session(const std::string& connectString, SQLULEN cursors, Purpose purpose,
+            std::chrono::milliseconds lockWait);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
     [[nodiscard]] SQLHDBC get() const noexcept { return connection_.get(); }
-    [[nodiscard]] const Engine& engine() const noexcept { return engine_; }
+    [[nodiscard]] const Dialect& dialect() const noexcept { return *dialect_; }
 
     /// True when the driver can walk a forward-only set while other statements run beside it.
     [[nodiscard]] bool walksBesideOthers() const;
@@ -79,14 +80,13 @@ class Session {
   private:
     [[nodiscard]] SQLUINTEGER info(SQLUSMALLINT what) const;
     [[nodiscard]] std::string textInfo(SQLUSMALLINT what) const;
-    [[nodiscard]] Engine describeEngine() const;
+    [[nodiscard]] const Dialect& findDialect() const;
     [[nodiscard]] bool isDead() const;
-    void keepDriverQuiet();
 
     Handle<SQL_HANDLE_ENV> environment_{SQL_NULL_HANDLE};
     Handle<SQL_HANDLE_DBC> connection_;
-    std::unique_ptr<Handle<SQL_HANDLE_DBC>> quiet_;
-    Engine engine_;
+    std::unique_ptr<Handle<SQL_HANDLE_DBC>> neverConnected_;
+    const Dialect* dialect_ = nullptr;  // until the engine is known
     std::unique_ptr<FileUse> file_;
 };
 
@@ -95,11 +95,12 @@ class SharedSession {
   public:
     /// Connects; `cursors` is one of Connection::CursorDriver.
     SharedSession(std::string connectString, Connection::CursorDriver cursors,
-                  std::chrono::milliseconds lockWait, bool walks);
+                  std::chrono::milliseconds lockWait, Purpose purpose);
 
     /// The session to run the next statement on. One that was lost is replaced first, but not inside a
     /// transaction: that one has failed, and its statements with it.
     [[nodiscard]] const std::shared_ptr<Session>& current();
+    [[nodiscard]] Purpose purpose() const noexcept { return purpose_; }
     [[nodiscard]] bool isLost() const noexcept { return session_->lost; }
     [[nodiscard]] std::optional<DatabaseFile> file() const { return session_->file(); }
     /// A statement or a transaction is alive on the session.
@@ -111,7 +112,7 @@ class SharedSession {
     std::string connectString_;
     Connection::CursorDriver cursors_;
     std::chrono::milliseconds lockWait_;
-    bool walks_;
+    Purpose purpose_;
     std::shared_ptr<Session> session_;
 };
 
@@ -131,6 +132,9 @@ class Statement {
     SQLRETURN prepare();
     /// Runs the text at once, in the engine's words.
     void runDirectly() const;
+    /// A statement that returns rows may do its work only while they are fetched. Nothing for one that
+    /// returns none.
+    void fetchAll() const;
 
     bool prepared = false;
     bool hasRun = false;  ///< successfully, since it was prepared

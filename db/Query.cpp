@@ -1,7 +1,5 @@
 #include "db/Query.h"
 
-#include <algorithm>
-
 #include "db/Odbc.h"
 #include "db/StatementCanceller.h"
 
@@ -76,14 +74,12 @@ void Query::run() {
     const bool mayBeStale = statement_->hasRun && !session->inTransaction;
     try {
         runOnce();
-    } catch (const Error& fault) {
-        // What the driver has prepared is not to be trusted any more.
+    } catch (const StalePlan&) {
         statement_ = std::make_shared<detail::Statement>(session, text_);
-        if (!mayBeStale ||
-            !std::any_of(fault.diagnostics().begin(), fault.diagnostics().end(), detail::isStalePlan))
+        if (!mayBeStale)
             throw;
         runOnce();
-    } catch (...) {  // of the question whether it is wanted
+    } catch (...) {  // what the driver has prepared is not to be trusted any more
         statement_ = std::make_shared<detail::Statement>(session, text_);
         throw;
     }
@@ -135,11 +131,7 @@ long long Query::execute() {
     run();
     SQLLEN changed = 0;
     statement_->check(SQLRowCount(statement_->get(), &changed));
-    // A statement that returns rows may do its work only while they are fetched.
-    SQLSMALLINT columns = 0;
-    statement_->check(SQLNumResultCols(statement_->get(), &columns));
-    while (columns > 0 && statement_->check(SQLFetch(statement_->get())) != SQL_NO_DATA) {
-    }
+    statement_->fetchAll();
     SQLFreeStmt(statement_->get(), SQL_CLOSE);
     return changed;
 }

@@ -2,9 +2,9 @@
 
 #include <array>
 
-#include "db/Number.h"
+#include "base/Number.h"
+#include "base/Text.h"
 #include "db/Odbc.h"
-#include "db/Text.h"
 
 namespace tessaly::db {
 
@@ -70,11 +70,10 @@ ResultSet::~ResultSet() {
 void ResultSet::close() {
     SQLFreeStmt(statement_->get(), SQL_CLOSE);
     statement_->walking = false;
-    // The SQLite driver steps through the rows of a statement without parameters, and does not reset one that
-    // is left before its end: it would hold its read of the database, and give the rest of the rows when it
-    // is run again.
+    // A driver that does not reset a set that is left before its end would hold its read of the database, and
+    // give the rest of the rows when the statement is run again.
     if (!ended_ && statement_->boundParams == 0 && statement_.use_count() > 1 &&
-        statement_->session()->engine().keepsLeftSets())
+        statement_->session()->dialect().keepsLeftSets())
         statement_->prepare();
 }
 
@@ -114,7 +113,7 @@ long long ResultSet::integer(std::string_view column) {
     const Cell& found = cell(column);
     if (found.null)
         throw Error("The column " + std::string{column} + " is empty");
-    if (const auto number = toInteger(found.text))
+    if (const auto number = base::wholePart(found.text))
         return *number;
     throw noNumber(column);
 }
@@ -123,7 +122,7 @@ bool ResultSet::flag(std::string_view column) {
     const Cell& found = cell(column);
     if (found.null)
         return false;
-    if (const auto number = toNumber(found.text))
+    if (const auto number = base::decimalNumber(found.text))
         return *number != 0;
     throw noNumber(column);
 }
@@ -133,7 +132,7 @@ ResultSet::Cell& ResultSet::cell(std::string_view column) {
         throw Error("There is no current row");
     std::size_t index = 0;
     const auto& columns = statement_->columns;
-    while (index < columns.size() && !detail::sameName(columns[index].name, column))
+    while (index < columns.size() && !base::sameName(columns[index].name, column))
         ++index;
     if (index == columns.size())
         throw Error("Unknown column " + std::string{column});

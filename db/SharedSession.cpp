@@ -1,34 +1,38 @@
-#include "db/Number.h"
 #include "db/Odbc.h"
 
 namespace tessaly::db::detail {
 
 namespace {
 
-/// The engine's first statement on a session; throws where it tells that the session is not to be used.
-void openSession(const std::shared_ptr<Session>& session, std::chrono::milliseconds lockWait) {
-    const std::string opening = session->engine().opening(lockWait);
-    if (opening.empty())
-        return;
-    const auto statement = std::make_shared<Statement>(session, opening);
-    statement->runDirectly();
-    ResultSet row{statement};
-    const bool hasRow = row.next();
-    session->noteLog();
-    if (!hasRow || !session->engine().isPostgres())
-        return;
-    if (const auto reason = refusal(row.integer("Version"), row.text("Encoding")))
-        throw Error(*reason);
+/// The engine's first statements on a session; throws where they tell that it is not to be used.
+void openSession(const std::shared_ptr<Session>& session, std::chrono::milliseconds lockWait,
+                 Purpose purpose) {
+    const Dialect& dialect = session->dialect();
+    if (const std::string opening = dialect.opening(lockWait); !opening.empty()) {
+        const auto statement = std::make_shared<Statement>(session, opening);
+        statement->runDirectly();
+        ResultSet row{statement};
+        const bool hasRow = row.next();
+        session->noteLog();
+        const Dialect::Row columns = [&row](const char* column) { return row.text(column); };
+        if (const auto reason = hasRow ? dialect.refusal(columns) : std::nullopt)
+            throw Error(*reason);
+    }
+    for (const std::string& setting : dialect.settings(purpose)) {
+        const Statement statement{session, setting};
+        statement.runDirectly();
+        statement.fetchAll();
+    }
 }
 
 }  // namespace
 
 SharedSession::SharedSession(std::string connectString, Connection::CursorDriver cursors,
-                             std::chrono::milliseconds lockWait, bool walks)
-    : connectString_(std::move(connectString) + waitWords(lockWait)),
+                             std::chrono::milliseconds lockWait, Purpose purpose)
+    : connectString_(std::move(connectString)),
       cursors_(cursors),
       lockWait_(lockWait),
-      walks_(walks),
+      purpose_(purpose),
       session_(connect()) {}
 
 const std::shared_ptr<Session>& SharedSession::current() {
@@ -38,17 +42,20 @@ const std::shared_ptr<Session>& SharedSession::current() {
 }
 
 std::shared_ptr<Session> SharedSession::connect() const {
+    const auto open = [this](SQLULEN cursors) {
+        return std::make_shared<Session>(connectString_, cursors, purpose_, lockWait_);
+    };
     std::shared_ptr<Session> session;
     if (cursors_ == Connection::CursorDriver::DriverFirst) {
         // The driver manager's cursor library spools every fetched row into a temporary file and makes a long
         // walk ten times as slow; it gets the work only where the driver cannot do without.
-        session = std::make_shared<Session>(connectString_, SQL_CUR_USE_DRIVER, walks_);
+        session = open(SQL_CUR_USE_DRIVER);
         if (!session->walksBesideOthers())
-            session = std::make_shared<Session>(connectString_, SQL_CUR_USE_ODBC, walks_);
+            session = open(SQL_CUR_USE_ODBC);
     } else {
-        session = std::make_shared<Session>(connectString_, static_cast<SQLULEN>(cursors_), walks_);
+        session = open(static_cast<SQLULEN>(cursors_));
     }
-    openSession(session, lockWait_);
+    openSession(session, lockWait_, purpose_);
     return session;
 }
 

@@ -106,7 +106,7 @@ class StatementCanceller::Watcher {
 };
 
 StatementCanceller::StatementCanceller(const Statement& statement, const std::function<bool()>& isUnwanted) {
-    if (!isUnwanted || !statement.session()->engine().endsStatementsFromElsewhere())
+    if (!isUnwanted || !statement.session()->dialect().endsStatementsFromElsewhere())
         return;
     watched_ = std::make_unique<Watched>(statement.get(), isUnwanted);
     Watcher::instance().add(*watched_);

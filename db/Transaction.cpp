@@ -31,10 +31,8 @@ void Transaction::commit() {
         throw Error("The transaction cannot be committed: one of its statements failed");
     try {
         session_->check(SQLEndTran(SQL_HANDLE_DBC, session_->get(), SQL_COMMIT));
-    } catch (const Error& fault) {
-        if (fault.isLostSession())
-            throw OutcomeUnknown{fault};
-        throw;
+    } catch (const LostSession& fault) {
+        throw OutcomeUnknown{fault};
     }
     open_ = false;
     session_->inTransaction = false;

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
+#include "base/Number.h"
+#include "base/Text.h"
 #include "db/Error.h"
-#include "db/Number.h"
-#include "db/Odbc.h"
 #include "db/Query.h"
-#include "db/Text.h"
+#include "db/dialects/Dialect.h"
 
 namespace tessaly::db {
 
@@ -28,7 +28,7 @@ UpdatableRow::UpdatableRow(const Connection& connection, std::string table, std:
 
 std::size_t UpdatableRow::indexOf(std::string_view column) const {
     const auto found = std::find_if(fields_.begin(), fields_.end(), [column](const Field& each) {
-        return detail::sameName(each.name, column);
+        return base::sameName(each.name, column);
     });
     if (found == fields_.end())
         throw Error("Unknown column " + std::string{column});
@@ -45,7 +45,7 @@ const std::optional<std::string>& UpdatableRow::value(std::string_view column) c
 
 void UpdatableRow::set(std::string_view column, std::optional<std::string> value) {
     Field& target = fields_[indexOf(column)];
-    if (value && !target.isText && !toNumber(*value))
+    if (value && !target.isText && !base::decimalNumber(*value))
         throw Error("The column " + std::string{column} + " takes a number, not \"" + *value + "\"");
     target.value = std::move(value);
     target.set = true;
@@ -54,13 +54,13 @@ void UpdatableRow::set(std::string_view column, std::optional<std::string> value
 Param UpdatableRow::Field::parameter() const {
     if (isText || !value)
         return value ? varchar(*value) : null(isText ? Type::Varchar : Type::Integer);
-    const auto whole = toWholeNumber(*value);
+    const auto whole = base::wholeNumber(*value);
     return whole ? integer(*whole) : undeclared(*value);
 }
 
 /// The name is the catalogue's own, which an engine that folds names finds by quotes alone.
 std::string UpdatableRow::quoted(const Field& field) const {
-    return connection_.sharedSession()->current()->engine().quoted(field.name);
+    return connection_.dialect().quoted(field.name);
 }
 
 UpdatableRow::Change UpdatableRow::change() const {

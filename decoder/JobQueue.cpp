@@ -56,7 +56,7 @@ bool JobQueue::isNext(Queue::const_iterator place) const {
     return first == place;
 }
 
-void JobQueue::use(const Need& need, std::uint32_t requester) {
+void JobQueue::use(const Need& need, std::uint64_t requester) {
     Requester& its = requesters_.at(requester);
     ++its.running;
     its.begun = ++begun_;
@@ -65,7 +65,7 @@ void JobQueue::use(const Need& need, std::uint32_t requester) {
         large_.add(need);
 }
 
-void JobQueue::forget(std::uint32_t requester) {
+void JobQueue::forget(std::uint64_t requester) {
     const auto its = requesters_.find(requester);
     if (--its->second.known == 0)
         requesters_.erase(its);

@@ -44,7 +44,7 @@ class JobQueue {
       private:
         JobQueue& queue_;
         Need need_;
-        std::uint32_t requester_;
+        std::uint64_t requester_;
     };
 
     /// How many wait now.
@@ -66,7 +66,7 @@ class JobQueue {
     };
     struct Waiting {
         Need need;
-        std::uint32_t requester = 0;
+        std::uint64_t requester = 0;
     };
     using Queue = std::list<Waiting>;
     struct Requester {
@@ -78,14 +78,14 @@ class JobQueue {
     [[nodiscard]] bool isAllowed(const Need& need) const;
     [[nodiscard]] bool hasRoomFor(const Need& need) const;
     [[nodiscard]] bool isNext(Queue::const_iterator place) const;
-    void use(const Need& need, std::uint32_t requester);
-    void forget(std::uint32_t requester);
+    void use(const Need& need, std::uint64_t requester);
+    void forget(std::uint64_t requester);
 
     const Limits limits_;
     mutable std::mutex mutex_;
     std::condition_variable_any changed_;
     Queue queue_;  // in the order of their coming
-    std::map<std::uint32_t, Requester> requesters_;
+    std::map<std::uint64_t, Requester> requesters_;
     std::uint64_t begun_ = 0;
     Usage all_;
     Usage large_;

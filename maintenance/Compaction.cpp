@@ -213,14 +213,14 @@ fs::path temporaryPathOf(const fs::path& database) {
     return path.substr(0, extension) + "2.mdb";
 }
 
-void compactDatabase(const fs::path& database, const std::function<void()>& keepAlive,
-                     const fs::path& dataSource) {
-    const fs::path temporary = temporaryPathOf(fs::absolute(database));
-    const fs::path target = fs::canonical(database);
+void FileCompaction::run(const db::Connection& /*connection*/, Progress& progress) {
+    const std::function<void()> keepAlive = [&progress] { progress.breathe(); };
+    const fs::path temporary = temporaryPathOf(fs::absolute(database_));
+    const fs::path target = fs::canonical(database_);
     requireWritable(target);
     requireOneName(target);
-    removeStale(temporary, target, dataSource);
-    const Staged staged{temporary, target, dataSource};
+    removeStale(temporary, target, dataSource_);
+    const Staged staged{temporary, target, dataSource_};
 
     const bool leases = isAlone(FileLease{target});
     EarlyFlush earlyFlush{temporary};

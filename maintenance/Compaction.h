@@ -1,7 +1,9 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
+#include <utility>
+
+#include "maintenance/Pass.h"
 
 namespace tessaly::maintenance {
 
@@ -18,12 +20,21 @@ namespace tessaly::maintenance {
 /// the old database or the new one, whole, to whoever opens it next.
 ///
 /// A file that lies at the temporary path is deleted, unless somebody has it open or it is `dataSource`, the
-/// file that the console itself works on (empty: none): then nothing is done.
+/// file that the program itself works on (empty: none): then nothing is done.
 ///
-/// `keepAlive` is called now and then while the engine works, so that a window can repaint; it must not
-/// throw. This process must not have the file open.
-void compactDatabase(
-    const std::filesystem::path& database, const std::function<void()>& keepAlive = [] {},
-    const std::filesystem::path& dataSource = {});
+/// It breathes now and then while the engine works, so that a window can repaint, and does not ask whether to
+/// stop; its progress must not throw. The connection is not used, and closed: this process must not have the
+/// file open.
+class FileCompaction : public Pass {
+  public:
+    explicit FileCompaction(std::filesystem::path database, std::filesystem::path dataSource = {})
+        : database_(std::move(database)), dataSource_(std::move(dataSource)) {}
+
+    void run(const db::Connection& connection, Progress& progress) override;
+
+  private:
+    std::filesystem::path database_;
+    std::filesystem::path dataSource_;
+};
 
 }  // namespace tessaly::maintenance

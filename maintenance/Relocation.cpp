@@ -6,6 +6,7 @@
 
 #include "db/Query.h"
 #include "db/StreamedQuery.h"
+#include "db/dialects/Dialect.h"
 #include "maintenance/RowSpool.h"
 
 namespace tessaly::maintenance {
@@ -43,9 +44,9 @@ class PathUpdate {
         const std::vector<db::Param> params = std::exchange(params_, {});
         try {
             updateAll(params);
-        } catch (const db::Error& fault) {
-            if (fault.isLostSession())
-                throw;
+        } catch (const db::LostSession&) {
+            throw;
+        } catch (const db::Error&) {
             // None of them is written. Each by itself now, so that those before the one at fault stay
             // written and the fault is that one's own.
             updateEach(params);
@@ -58,10 +59,8 @@ class PathUpdate {
     void updateAll(const std::vector<db::Param>& params) {
         if (params.empty())
             return;
-        std::string text = "UPDATE Study SET StudyPath=Moved.column1 FROM (VALUES (?,?)";
-        for (std::size_t i = Width; i < params.size(); i += Width)
-            text += ",(?,?)";
-        text += ") AS Moved WHERE Study.StudyInstanceUID=Moved.column2";
+        std::string text =
+            connection_.dialect().updateEach("Study", "StudyPath", "StudyInstanceUID", params.size() / Width);
         if (params.size() < Width * Batch) {
             db::Query{connection_, std::move(text)}.bindAll(params).execute();
             return;
@@ -93,16 +92,21 @@ std::optional<std::string> relocatedPath(const std::string& path, const QString&
     return to.toStdString() + path.substr(stored.size());
 }
 
-void relocateStudies(const db::Connection& connection, const QString& from, const QString& to,
-                     const std::function<bool()>& goOn) {
-    int count = 0;
-    const auto mayGoOn = [&] { return ++count % Step != 0 || goOn(); };
+void Relocation::run(const db::Connection& connection, Progress& progress) {
+    long long count = 0;
+    const auto mayGoOn = [&] {
+        if (++count % Step != 0)
+            return true;
+        progress.setDone(count);
+        progress.breathe();
+        return !progress.isStopRequested();
+    };
 
     RowSpool matches{2};
     {
         db::StreamedQuery walk{connection, "SELECT * FROM Study ORDER BY STUDYINSTANCEUID"};
         while (walk.next()) {
-            if (const auto path = relocatedPath(walk.row().text("StudyPath"), from, to)) {
+            if (const auto path = relocatedPath(walk.row().text("StudyPath"), from_, to_)) {
                 matches.add(*path);
                 matches.add(walk.row().text("StudyInstanceUID"));
             }

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <QString>
-#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
-#include "db/Connection.h"
+#include "maintenance/Pass.h"
 
 namespace tessaly::maintenance {
 
@@ -16,9 +16,17 @@ namespace tessaly::maintenance {
 [[nodiscard]] std::optional<std::string> relocatedPath(const std::string& path, const QString& from,
                                                        const QString& to);
 
-/// Rewrites the StudyPath of every study below the root `from`. Throws db::Error; the rows rewritten before
-/// stay so. `goOn` is asked from time to time; false ends the work where it stands.
-void relocateStudies(const db::Connection& connection, const QString& from, const QString& to,
-                     const std::function<bool()>& goOn);
+/// Rewrites the StudyPath of every study below a root. Counts studies, each twice: as it is looked at, and as
+/// it is rewritten. Throws db::Error.
+class Relocation : public Pass {
+  public:
+    Relocation(QString from, QString to) : from_(std::move(from)), to_(std::move(to)) {}
+
+    void run(const db::Connection& connection, Progress& progress) override;
+
+  private:
+    QString from_;
+    QString to_;
+};
 
 }  // namespace tessaly::maintenance

@@ -7,6 +7,7 @@
 #include "maintenance/ImageFiles.h"
 #include "maintenance/RepairTable.h"
 #include "maintenance/RowSpool.h"
+#include "maintenance/RowWalk.h"
 
 namespace tessaly::maintenance {
 
@@ -19,29 +20,30 @@ constexpr int ReadingStep = 100;  // rows between two looks at the clock
 /// Gives the user interface its turns between the rows.
 class Turns {
   public:
-    explicit Turns(const RepairCallbacks& callbacks) : callbacks_(callbacks) {}
+    explicit Turns(Progress& progress) : progress_(progress) {}
 
     /// The last turn is a millisecond old; the first is due at once.
     [[nodiscard]] bool areDue() const { return Clock::now() >= due_; }
-    void take() {
-        callbacks_.events();
+    void take(const Progress::LetGo& letGo = {}) {
+        progress_.breathe(letGo);
         due_ = Clock::now() + 1ms;
     }
 
   private:
     using Clock = std::chrono::steady_clock;
 
-    const RepairCallbacks& callbacks_;
+    Progress& progress_;
     Clock::time_point due_{};
 };
 
 /// The rows of one table in their order, put aside before the first is visited.
 class WalkedRows {
   public:
-    WalkedRows(RowWalk& walk, const RepairShape& shape, const RepairCallbacks& callbacks)
-        : callbacks_(callbacks) {
-        Turns turns{callbacks};
-        while (!callbacks.stopRequested() && !read(walk, shape, turns)) {
+    WalkedRows(const db::Connection& connection, const RepairShape& shape, Progress& progress)
+        : progress_(progress) {
+        RowWalk walk{connection};
+        Turns turns{progress};
+        while (!progress.isStopRequested() && !read(walk, shape, turns)) {
             // The walk was let go of for the sake of others, and what they did counts.
         }
         spool_.rewind();
@@ -63,8 +65,8 @@ class WalkedRows {
             spool_.add(walk.rows().text(shape.key));
             spool_.add(walk.rows().text("Holds"));
             if (count % ReadingStep == 0 && turns.areDue())
-                turns.take();
-            if (callbacks_.stopRequested())
+                turns.take([&walk] { walk.letGo(); });
+            if (progress_.isStopRequested())
                 break;
         }
         const bool whole = walk.isUnderWay();
@@ -74,7 +76,7 @@ class WalkedRows {
 
     static constexpr std::size_t Columns = 2;
 
-    const RepairCallbacks& callbacks_;
+    Progress& progress_;
     RowSpool spool_{Columns};
     std::vector<std::string> cells_;
 };
@@ -98,7 +100,7 @@ class SingleRows {
         if (!row.next() || row.text("Holds") != walked.holds)
             return Verdict::Keep;
         own_.clear();
-        for (const std::string_view column : shape_.own)
+        for (const std::string& column : shape_.own)
             own_.push_back(row.text(column));
         return walked.holds.empty() ? Verdict::Remove : Verdict::SayAndRemove;
     }
@@ -135,9 +137,9 @@ class SingleRows {
     db::Query removal_;
 };
 
-void judgeAndRemove(SingleRows& rows, const WalkedRow& row, const RepairCallbacks& callbacks) {
+void judgeAndRemove(SingleRows& rows, const WalkedRow& row, Progress& progress) {
     const Verdict suspicion = rows.suspicion(row);
-    if (suspicion == Verdict::SayAndRemove && !callbacks.missingFile())
+    if (suspicion == Verdict::SayAndRemove && !progress.announce("Non existing file"))
         return;
     if (suspicion != Verdict::Keep)
         rows.removeIfLost(suspicion);
@@ -158,29 +160,29 @@ int countArchiveRows(const db::Connection& connection) {
            countRows(connection, "SELECT Count(*) as Num FROM Patient");
 }
 
-void runCheck(const db::Connection& connection, RowWalk& walk, Check check,
-              const RepairCallbacks& callbacks) {
-    if (callbacks.stopRequested())
+void RepairCheck::run(const db::Connection& connection, Progress& progress) {
+    if (progress.isStopRequested())
         return;
-    const RepairShape& shape = shapeOf(check);
+    const RepairShape shape = shapeOf(check_, connection.dialect());
     SingleRows single{connection, shape};
-    WalkedRows rows{walk, shape, callbacks};
-    Turns turns{callbacks};
+    WalkedRows rows{connection, shape, progress};
+    Turns turns{progress};
     ImageFiles files;
     WalkedRow row;
+    long long done = 0;
     bool turnTaken = true;  // since the last row
-    while (!callbacks.stopRequested() && rows.next(row)) {
+    while (!progress.isStopRequested() && rows.next(row)) {
         bool stays = shape.stays(row.holds, files);
         if (!stays && !turnTaken) {
             turns.take();  // nothing goes as long as a Stop waits to be seen
             files.forget();
-            if (callbacks.stopRequested())
+            if (progress.isStopRequested())
                 break;
             stays = shape.stays(row.holds, files);
         }
         if (!stays)
-            judgeAndRemove(single, row, callbacks);
-        callbacks.rowDone();
+            judgeAndRemove(single, row, progress);
+        progress.setDone(++done);
         turnTaken = !stays || turns.areDue();
         if (turnTaken) {
             turns.take();

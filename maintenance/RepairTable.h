@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "db/Query.h"
@@ -24,18 +23,18 @@ enum class Verdict { Keep, Remove, SayAndRemove };
 /// the test found, and the removal.
 struct RepairShape {
     std::string walk;  ///< all rows of the table, each with what it "Holds"
-    std::string_view key;
+    std::string key;
     bool (*stays)(const std::string& holds, ImageFiles& files);  ///< to the best of the walk's knowledge
     db::Param (*parameter)(const std::string& cell);
-    std::string row;                    ///< one row of the walk by its key, with its own columns
-    std::vector<std::string_view> own;  ///< those that matter; the first is the key
-    const char* hold;  ///< changes nothing, and keeps others from the row until the removal; by all of `own`
-    const char* test;
+    std::string row;               ///< one row of the walk by its key, with its own columns
+    std::vector<std::string> own;  ///< those that matter; the first is the key
+    std::string hold;  ///< changes nothing, and keeps others from the row until the removal; by all of `own`
+    std::string test;
     std::size_t tested;  ///< which of `own` is the test's parameter
     Verdict (*rule)(db::ResultSet& found, const std::vector<std::string>& own);
-    const char* removal;  ///< by its key
+    std::string removal;  ///< by its key
 };
 
-[[nodiscard]] const RepairShape& shapeOf(Check check);
+[[nodiscard]] RepairShape shapeOf(Check check, const db::Dialect& dialect);
 
 }  // namespace tessaly::maintenance

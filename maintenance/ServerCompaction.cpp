@@ -38,7 +38,7 @@ QString description(QProcess& process) {
 
 }  // namespace
 
-void compactServer(const std::function<bool()>& goOn) {
+void ServerCompaction::run(const db::Connection& /*connection*/, Progress& progress) {
     QProcess process;
     process.setProcessChannelMode(QProcess::SeparateChannels);
     process.setStandardInputFile(QProcess::nullDevice());
@@ -47,7 +47,8 @@ void compactServer(const std::function<bool()>& goOn) {
     process.start(tool(), {u"compact"_s});
     bool stopped = false;
     while (!process.waitForFinished(Tick) && process.state() != QProcess::NotRunning && !stopped) {
-        stopped = !goOn();
+        progress.breathe();
+        stopped = progress.isStopRequested();
         if (stopped)
             process.kill();
     }

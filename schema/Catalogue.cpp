@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "base/Text.h"
 #include "db/Query.h"
-#include "db/Text.h"
 
 namespace tessaly::schema {
 
@@ -18,7 +18,7 @@ char lower(char c) {
 // How the key of FtpNodes compares is no fact: a console that finds no such table makes one, with the one
 // statement that it has for every engine.
 bool comparisonCounts(const Table& table) {
-    return !db::detail::sameName(table.name, "FtpNodes");
+    return !base::sameName(table.name, "FtpNodes");
 }
 
 /// Sorted, because the order of a key's columns makes it no less unique.
@@ -42,7 +42,7 @@ bool WithoutCase::operator()(std::string_view a, std::string_view b) const {
 
 Catalogue readCatalogue(const db::Connection& connection) {
     Catalogue catalogue;
-    db::Query query{connection, std::string{engine(connection.engineName()).catalogue}};
+    db::Query query{connection, std::string{engine(connection).catalogue}};
     auto rows = query.open();
     while (rows.next()) {
         const auto table = rows.text("TableName");

@@ -4,7 +4,6 @@
 #include <cstdlib>
 
 #include "base/Text.h"
-#include "db/Text.h"
 
 namespace tessaly::schema {
 
@@ -126,14 +125,14 @@ Definitions definitions(const Engine& engine) {
 const Table* findTable(const Definitions& definitions, std::string_view name) {
     const auto& tables = definitions.tables;
     const auto found = std::find_if(tables.begin(), tables.end(), [name](const Table& candidate) {
-        return db::detail::sameName(candidate.name, name);
+        return base::sameName(candidate.name, name);
     });
     return found == tables.end() ? nullptr : &*found;
 }
 
 const Column* findColumn(const Table& table, std::string_view name) {
     const auto found = std::find_if(table.columns.begin(), table.columns.end(), [name](const Column& column) {
-        return db::detail::sameName(column.name, name);
+        return base::sameName(column.name, name);
     });
     return found == table.columns.end() ? nullptr : &*found;
 }

@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "base/Text.h"
-#include "db/Text.h"
+#include "db/dialects/Dialect.h"
 #include "schema/Embedded.h"
 
 namespace tessaly::schema {
@@ -13,22 +13,14 @@ namespace tessaly::schema {
 namespace {
 
 constexpr std::array Engines{
-    Engine{
-        .name = "SQLite",
-        .tables = embedded::sqlite,
-        .catalogue = embedded::sqlite_catalogue,
-        // Nobody uses the file before it is complete: an interrupted load is deleted, a complete one flushed.
-        .loading = "PRAGMA journal_mode = DELETE; PRAGMA synchronous = OFF",
-        .reading = "PRAGMA query_only = 1",
-        .beginsByStatement = true,
-        .bounds = false,
-        .exactDigits = 15},
+    Engine{.name = "SQLite",
+           .tables = embedded::sqlite,
+           .catalogue = embedded::sqlite_catalogue,
+           .bounds = false,
+           .exactDigits = 15},
     Engine{.name = "PostgreSQL",
            .tables = embedded::postgresql,
            .catalogue = embedded::postgresql_catalogue,
-           .loading = "",
-           .reading = "SET SESSION CHARACTERISTICS AS TRANSACTION ISOLATION LEVEL REPEATABLE READ, READ ONLY",
-           .beginsByStatement = false,
            .bounds = true,
            .exactDigits = 0},
 };
@@ -43,15 +35,19 @@ std::string_view takeUntil(std::string_view& text, char end) {
 
 const Engine* find(std::string_view name) {
     const auto* const found = std::find_if(Engines.begin(), Engines.end(), [name](const Engine& candidate) {
-        return db::detail::sameName(candidate.name, name);
+        return base::sameName(candidate.name, name);
     });
     return found == Engines.end() ? nullptr : found;
 }
 
 }  // namespace
 
-bool isKnown(std::string_view name) {
-    return find(name) != nullptr;
+bool isKnown(const db::Connection& connection) {
+    return find(connection.dialect().engineName()) != nullptr;
+}
+
+const Engine& engine(const db::Connection& connection) {
+    return engine(connection.dialect().engineName());
 }
 
 const Engine& engine(std::string_view name) {

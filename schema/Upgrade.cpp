@@ -4,11 +4,11 @@
 #include <array>
 #include <stdexcept>
 
+#include "base/Text.h"
 #include "db/Query.h"
-#include "db/Text.h"
 #include "db/Transaction.h"
 #include "schema/Catalogue.h"
-#include "schema/OlderRows.h"
+#include "schema/BackfillMark.h"
 
 namespace tessaly::schema {
 
@@ -125,7 +125,7 @@ int version(const db::Connection& connection) {
 }
 
 std::vector<std::string> upgrade(const db::Connection& connection, std::span<const Step> steps) {
-    const auto all = definitions(engine(connection.engineName()));
+    const auto all = definitions(engine(connection));
     const auto expected = expectedCatalogue(all);
     const int known = steps.back().version;
 
@@ -171,14 +171,14 @@ void fill(const db::Connection& connection, int from) {
 }
 
 void requireUpgraded(const db::Connection& connection, std::initializer_list<std::string_view> tables) {
-    if (!isKnown(connection.engineName()))
+    if (!isKnown(connection))
         return;
     if (const int found = version(connection); found > currentVersion())
         refuseNewer(found, currentVersion());
-    const auto expected = expectedCatalogue(definitions(engine(connection.engineName())));
+    const auto expected = expectedCatalogue(definitions(engine(connection)));
     for (const auto& lack : lacks(expected, readCatalogue(connection))) {
         const bool wanted = std::any_of(tables.begin(), tables.end(), [&](std::string_view table) {
-            return db::detail::sameName(table, lack.table);
+            return base::sameName(table, lack.table);
         });
         if (wanted && (lack.fact.empty() || lack.fact.starts_with("the column ")))
             throw std::runtime_error(lack.text() + ": run tessaly-db upgrade");

@@ -18,7 +18,7 @@ inline constexpr std::string_view VersionTable = "SchemaVersion";
 /// What makes tables of one version out of those of the version before.
 ///
 /// What is in rows comes in two ways: what can be done at once is a step's own, in the transaction of the
-/// upgrade; what has to be read from the objects' files is marked to be filled afterwards (OlderRows.h).
+/// upgrade; what has to be read from the objects' files is marked to be filled afterwards (BackfillMark.h).
 ///
 /// Tables, columns and indexes that are new need no step's words: upgrade() finds them lacking and takes them
 /// from the engine's SQL text. A step says what it is for, and fills what has to be filled.

@@ -11,6 +11,7 @@ namespace tessaly::tool {
 void backUp(const std::string& dsn, const std::filesystem::path& file);
 
 /// The command line that makes a backup of a server's database in that file. No password stands in it.
+/// Empty for an engine of which it is not known.
 [[nodiscard]] std::string backupCommand(const std::string& dsn, const std::filesystem::path& file);
 
 }  // namespace tessaly::tool

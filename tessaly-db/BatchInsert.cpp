@@ -1,7 +1,8 @@
 #include "tessaly-db/BatchInsert.h"
 
+#include "base/Number.h"
 #include "db/Error.h"
-#include "db/Number.h"
+#include "db/dialects/Dialect.h"
 
 namespace tessaly::tool {
 
@@ -17,7 +18,7 @@ db::Param param(const std::optional<std::string>& value, const schema::Column& c
         return db::null(isText ? db::Type::Varchar : db::Type::Integer);
     if (isText)
         return db::varchar(*value);
-    const auto number = db::toWholeNumber(*value);
+    const auto number = base::wholeNumber(*value);
     if (!number)
         throw db::Error(column.name + " is not a whole number: " + *value);
     return db::integer(*number);
@@ -36,10 +37,11 @@ std::string BatchInsert::statement(std::size_t count) const {
         names.append(names.empty() ? "" : ", ").append(column->name);
         marks.append(marks.empty() ? "?" : ",?");
     }
-    std::string text = "INSERT INTO " + table_.name + " (" + names + ") VALUES ";
+    std::string rows;
     for (std::size_t i = 0; i < count; ++i)
-        text.append(i == 0 ? "(" : ",(").append(marks).append(")");
-    return refused_ ? text + " ON CONFLICT DO NOTHING" : text;
+        rows.append(i == 0 ? "(" : ",(").append(marks).append(")");
+    return refused_ ? connection_.dialect().insertNew(table_.name, names, rows)
+                    : "INSERT INTO " + table_.name + " (" + names + ") VALUES " + rows;
 }
 
 void BatchInsert::add(const Row& row) {
@@ -70,8 +72,7 @@ long long BatchInsert::run(std::vector<db::Param> params, std::size_t count) {
     return query->bindAll(std::move(params)).execute();
 }
 
-/// No statement of it fails: in a transaction, the PostgreSQL driver cannot go on with a prepared one that
-/// has.
+/// No statement of it fails: in a transaction, a driver may not go on with a prepared one that has.
 void BatchInsert::runOrTell() {
     if (count_ == 0)
         return;

@@ -10,7 +10,7 @@
 #include "db/Transaction.h"
 #include "passwords/PasswordEncoder.h"
 #include "schema/Catalogue.h"
-#include "schema/OlderRows.h"
+#include "schema/BackfillMark.h"
 #include "schema/Upgrade.h"
 #include "tessaly-db/DataSource.h"
 
@@ -28,7 +28,7 @@ bool canBeAdded(const schema::Lack& lack, const schema::Definitions& definitions
 /// The tables of `connection`, which has the `actual` ones.
 void compareTables(const db::Connection& connection, const schema::Catalogue& actual,
                    std::vector<std::string>& faults) {
-    const auto definitions = schema::definitions(schema::engine(connection.engineName()));
+    const auto definitions = schema::definitions(schema::engine(connection));
     const int version = schema::version(connection);
     if (version != schema::currentVersion())
         faults.push_back("The tables are of version " + std::to_string(version) + ", this program's are " +

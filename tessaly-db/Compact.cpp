@@ -15,7 +15,7 @@ void compact(const std::string& dsn) {
     connect(connection, dsn);
     const auto actual = schema::readCatalogue(connection);
     std::vector<std::string> tables;
-    for (const auto& table : schema::definitions(schema::engine(connection.engineName())).tables)
+    for (const auto& table : schema::definitions(schema::engine(connection)).tables)
         if (actual.contains(table.name))
             tables.push_back(table.name);
     db::compact(connection, tables);

@@ -5,12 +5,12 @@
 #include <stdexcept>
 #include <utility>
 
+#include "base/Number.h"
+#include "base/Text.h"
 #include "db/Error.h"
-#include "db/Text.h"
-#include "schema/OlderRows.h"
+#include "schema/BackfillMark.h"
 #include "schema/Upgrade.h"
 #include "tessaly-db/BatchInsert.h"
-#include "tessaly-db/PlainNumber.h"
 #include "tessaly-db/Source.h"
 #include "tessaly-db/Target.h"
 
@@ -118,9 +118,8 @@ class Copying {
     static Columns common(const schema::Table& table, const std::vector<std::string>& names,
                           std::vector<std::string>& notes) {
         const auto isThere = [&names](const schema::Column& column) {
-            return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
-                return db::detail::sameName(name, column.name);
-            });
+            return std::any_of(names.begin(), names.end(),
+                               [&](const std::string& name) { return base::sameName(name, column.name); });
         };
         Columns columns;
         for (const auto& column : table.columns) {
@@ -199,7 +198,7 @@ class Copying {
             readRow(rows, places, row);
             for (std::size_t i = 0; i < columns.size(); ++i)
                 if (row[i] && columns[i]->fractions)
-                    row[i] = plainNumber(*row[i]).value_or(*row[i]);
+                    row[i] = base::plainNumber(*row[i]).value_or(*row[i]);
             digest.add(row);
             if (digest.rows() % RowsBetweenEvents == 0)
                 events_.goesOn(table.name, done_);

@@ -3,8 +3,9 @@
 #include <odbcinst.h>
 
 #include <array>
-#include <cstdlib>
 #include <stdexcept>
+
+#include "db/dialects/Registry.h"
 
 namespace tessaly::tool {
 
@@ -14,6 +15,13 @@ std::string entry(const std::string& section, const char* key, const char* ini) 
     std::array<char, 4096> value{};
     SQLGetPrivateProfileString(section.c_str(), key, "", value.data(), value.size(), ini);
     return value.data();
+}
+
+/// The file name of the driver's library, as the data source or ODBC's configuration of drivers gives it.
+std::string driverLibrary(const std::string& dsn) {
+    const std::string driver = attribute(dsn, "Driver");
+    const std::string library = entry(driver, "Driver", "odbcinst.ini");
+    return std::filesystem::path{library.empty() ? driver : library}.filename();
 }
 
 }  // namespace
@@ -27,15 +35,17 @@ std::string attribute(const std::string& dsn, const char* name) {
     return entry(dsn, name, "odbc.ini");
 }
 
-std::string driverLibrary(const std::string& dsn) {
-    const std::string driver = attribute(dsn, "Driver");
-    const std::string library = entry(driver, "Driver", "odbcinst.ini");
-    return std::filesystem::path{library.empty() ? driver : library}.filename();
+const db::Dialect& dialectOf(const std::string& dsn) {
+    requireDataSource(dsn);
+    return db::dialectOfDriver(driverLibrary(dsn));
 }
 
 bool keepsFile(const std::string& dsn) {
-    requireDataSource(dsn);
-    return driverLibrary(dsn).find("sqlite") != std::string::npos;
+    return dialectOf(dsn).keepsFiles();
+}
+
+db::Dialect::Attributes attributesOf(const std::string& dsn) {
+    return [dsn](const char* name) { return attribute(dsn, name); };
 }
 
 std::filesystem::path databaseFile(const std::string& dsn) {
@@ -53,15 +63,8 @@ void requireNameable(const std::filesystem::path& file) {
 }
 
 std::optional<std::string> logWithPassword(const std::string& dsn) {
-    // The PostgreSQL driver's logs lie in /tmp, for everybody to read. These programs turn them off by
-    // themselves; others go by the data source.
-    if (!driverLibrary(dsn).starts_with("psqlodbc"))
-        return {};
-    for (const char* log : {"CommLog", "Debug"})
-        if (std::atoi(attribute(dsn, log).c_str()) != 0)
-            return "The data source " + dsn + " has " + log + "=" + attribute(dsn, log) +
-                   ": its driver leaves a log in /tmp that shows the password";
-    return {};
+    const auto log = dialectOf(dsn).loggedPassword(attributesOf(dsn));
+    return log ? std::optional{"The data source " + dsn + " has " + *log} : std::nullopt;
 }
 
 void connect(db::Connection& connection, const std::string& dsn, const std::string& database) {

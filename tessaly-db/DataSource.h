@@ -5,6 +5,7 @@
 #include <string>
 
 #include "db/Connection.h"
+#include "db/dialects/Dialect.h"
 
 namespace tessaly::tool {
 
@@ -14,8 +15,11 @@ void requireDataSource(const std::string& dsn);
 /// An attribute of the data source's entry in the user's or the system's configuration; empty without one.
 [[nodiscard]] std::string attribute(const std::string& dsn, const char* name);
 
-/// The file name of the driver's library, as the data source or ODBC's configuration of drivers gives it.
-[[nodiscard]] std::string driverLibrary(const std::string& dsn);
+/// The dialect of the data source's engine, by its driver. Throws std::runtime_error when there is no such
+/// data source.
+[[nodiscard]] const db::Dialect& dialectOf(const std::string& dsn);
+/// For the dialect's questions.
+[[nodiscard]] db::Dialect::Attributes attributesOf(const std::string& dsn);
 
 /// True where the database is a file that this program can make; otherwise it is a server's. Throws
 /// std::runtime_error when there is no such data source.

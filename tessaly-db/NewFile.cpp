@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <stdexcept>
@@ -15,9 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::array SideFiles{"-wal", "-shm", "-journal"};
-
-fs::path withSuffix(fs::path file, const char* suffix) {
+fs::path withSuffix(fs::path file, std::string_view suffix) {
     return file += suffix;
 }
 
@@ -49,17 +46,18 @@ bool renameToFree(const fs::path& from, const fs::path& to) {
 
 }  // namespace
 
-void NewFile::requireFree(const fs::path& place) {
+void NewFile::requireFree(const fs::path& place, const db::Dialect& dialect) {
     if (fs::exists(fs::symlink_status(place)))
         throw std::runtime_error("There is a file " + place.string() + " already: it is left as it is");
-    for (const char* suffix : {"-wal", "-journal"})
-        if (const auto left = withSuffix(place, suffix); fs::exists(fs::symlink_status(left)))
+    for (const db::SideFile& side : dialect.sideFiles())
+        if (const auto left = withSuffix(place, side.suffix);
+            side.hasContent && fs::exists(fs::symlink_status(left)))
             throw std::runtime_error(left.string() +
                                      " belongs to a database that is gone: move it away first");
 }
 
-NewFile::NewFile(fs::path place) : place_(std::move(place)) {
-    requireFree(place_);
+NewFile::NewFile(fs::path place, const db::Dialect& dialect) : dialect_(dialect), place_(std::move(place)) {
+    requireFree(place_, dialect_);
     fs::create_directories(place_.parent_path());
     std::string name = place_.string() + ".XXXXXX";
     const int file = mkostemp(name.data(), O_CLOEXEC);  // mode 0600
@@ -73,13 +71,13 @@ NewFile::~NewFile() {
     if (temporary_.empty())
         return;
     unlink(temporary_.c_str());
-    for (const char* suffix : SideFiles)
-        unlink(withSuffix(temporary_, suffix).c_str());
+    for (const db::SideFile& side : dialect_.sideFiles())
+        unlink(withSuffix(temporary_, side.suffix).c_str());
 }
 
 void NewFile::putInPlace() {
-    for (const char* suffix : SideFiles)
-        if (fs::exists(withSuffix(temporary_, suffix)))
+    for (const db::SideFile& side : dialect_.sideFiles())
+        if (fs::exists(withSuffix(temporary_, side.suffix)))
             throw std::runtime_error("The new database is still in use");
     sync(temporary_, O_RDWR);
     if (!renameToFree(temporary_, place_))

@@ -7,9 +7,8 @@
 #include <iterator>
 #include <utility>
 
-#include "db/Number.h"
-#include "db/Text.h"
-#include "tessaly-db/PlainNumber.h"
+#include "base/Number.h"
+#include "base/Text.h"
 #include "tessaly-db/Text.h"
 
 namespace tessaly::tool {
@@ -41,8 +40,8 @@ std::string boundsAround(long long number, const schema::Column& column) {
 }
 
 std::string unfitNumber(std::string& value, const schema::Column& column, const schema::Engine& target) {
-    auto plain = plainNumber(value);
-    const auto whole = plain ? db::toWholeNumber(*plain) : std::nullopt;
+    auto plain = base::plainNumber(value);
+    const auto whole = plain ? base::wholeNumber(*plain) : std::nullopt;
     if (!column.fractions && !whole)
         return column.name + " is not a whole number: " + quoted(value);
     if (!plain)
@@ -64,7 +63,7 @@ std::vector<std::size_t> placesOf(const Columns& columns, const db::ResultSet& r
     for (const auto* column : columns) {
         const auto& there = rows.columns();
         const auto found = std::find_if(there.begin(), there.end(), [column](const auto& candidate) {
-            return db::detail::sameName(candidate.name, column->name);
+            return base::sameName(candidate.name, column->name);
         });
         if (found == there.end())
             throw db::Error("There is no column " + column->name);

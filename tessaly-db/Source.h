@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,9 +23,7 @@ class Source {
     [[nodiscard]] bool isKnown() const noexcept { return known_; }
 
     /// For the tables' rows: no set on it grows in memory.
-    [[nodiscard]] const db::Connection& connection() const noexcept {
-        return walker_ ? *walker_ : connection_;
-    }
+    [[nodiscard]] const db::Connection& connection() const noexcept { return connection_; }
 
     /// Nothing where there is no such table.
     [[nodiscard]] std::optional<std::vector<std::string>> columns(const std::string& table) const;
@@ -38,13 +35,11 @@ class Source {
     void requireUnchanged() const;
 
   private:
-    std::string connectString(const std::string& dsn);
-
-    std::filesystem::path
-        file_;  // where nobody can be kept from writing, and all that can be done is to look
+    // Where nobody can be kept from writing, and all that can be done is to look.
+    std::filesystem::path file_;
+    std::filesystem::path absent_;
     struct stat before_ {};
     db::Connection connection_;
-    std::unique_ptr<db::Connection> walker_;
     std::optional<WalkedTransaction> moment_;
     bool known_ = false;  // its engine is one of ours
 };

@@ -27,33 +27,30 @@ void run(const db::Connection& connection, const std::vector<std::string>& state
 }  // namespace
 
 Target::Target(const std::string& dsn) {
+    connection_.setPurpose(db::Purpose::Load);
     if (keepsFile(dsn)) {
-        file_.emplace(databaseFile(dsn));
+        file_.emplace(databaseFile(dsn), dialectOf(dsn));
         connect(connection_, dsn, file_->temporary().string());
     } else {
         connect(connection_, dsn);
     }
-    if (connection_.needsWalker())
-        walker_ = connection_.walker();
     definitions_ = schema::definitions(engine());
-    if (file_)
-        run(connection(), schema::statements(engine().loading));
     transaction_.emplace(connection());
     requireNoTables(connection(), dsn, definitions_);
 }
 
 void Target::requireFree(const std::string& dsn) {
     if (keepsFile(dsn)) {
-        NewFile::requireFree(databaseFile(dsn));
+        NewFile::requireFree(databaseFile(dsn), dialectOf(dsn));
         return;
     }
     db::Connection connection;
     connect(connection, dsn);
-    requireNoTables(connection, dsn, schema::definitions(schema::engine(connection.engineName())));
+    requireNoTables(connection, dsn, schema::definitions(schema::engine(connection)));
 }
 
 const schema::Engine& Target::engine() const {
-    return schema::engine(connection_.engineName());
+    return schema::engine(connection_);
 }
 
 void Target::makeTables() const {

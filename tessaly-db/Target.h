@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -22,9 +21,7 @@ class Target {
     static void requireFree(const std::string& dsn);
 
     /// A set that is walked on it does not grow in memory.
-    [[nodiscard]] const db::Connection& connection() const noexcept {
-        return walker_ ? *walker_ : connection_;
-    }
+    [[nodiscard]] const db::Connection& connection() const noexcept { return connection_; }
     [[nodiscard]] const schema::Definitions& definitions() const noexcept { return definitions_; }
 
     [[nodiscard]] const schema::Engine& engine() const;
@@ -42,7 +39,6 @@ class Target {
 
     std::optional<NewFile> file_;
     db::Connection connection_;
-    std::unique_ptr<db::Connection> walker_;
     schema::Definitions definitions_;
     std::optional<WalkedTransaction> transaction_;
 };

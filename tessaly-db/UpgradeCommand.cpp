@@ -6,10 +6,10 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "schema/OlderRows.h"
+#include "maintenance/Backfill.h"
+#include "schema/BackfillMark.h"
 #include "schema/Upgrade.h"
 #include "tessaly-db/DataSource.h"
-#include "tessaly-db/Fill.h"
 #include "tessaly-db/InterruptGuard.h"
 #include "tessaly-db/ProgressBar.h"
 #include "tessaly-db/Text.h"
@@ -18,36 +18,51 @@ namespace tessaly::tool {
 
 namespace {
 
+using maintenance::Backfill;
+
 constexpr long long NamedFiles = 20;
 
-[[nodiscard]] Filled fill(const db::Connection& connection, bool quiet) {
+/// In the terminal: a bar, and the first of the files that give nothing.
+class TerminalProgress : public maintenance::Progress {
+  public:
+    explicit TerminalProgress(bool quiet) : quiet_(quiet), bar_(!quiet, "images") {}
+
+    void setTotal(long long total) override { bar_.setWhole(total); }
+    void setDone(long long done) override { bar_.show("older rows are filled", done); }
+    void note(const std::string& sentence) override {
+        if (quiet_ || ++notes_ > NamedFiles)
+            return;
+        bar_.clear();
+        std::cout << printable(sentence) << std::endl;
+    }
+    [[nodiscard]] bool isStopRequested() override { return InterruptGuard::isWanted(); }
+    using Progress::breathe;
+    void breathe(const LetGo& /*letGo*/) override {}
+
+    void finish() {
+        bar_.clear();
+        if (notes_ > NamedFiles)
+            std::cout << "... and " << notes_ - NamedFiles << " more\n";
+    }
+
+  private:
+    bool quiet_;
+    ProgressBar bar_;
+    long long notes_ = 0;
+};
+
+[[nodiscard]] Backfill::Result fill(const db::Connection& connection, bool quiet) {
     OFLog::configure(OFLogger::OFF_LOG_LEVEL);  // what the toolkit thinks of a file is said here once
     const InterruptGuard breakOff;
-    ProgressBar bar{!quiet, "images"};
-    long long named = 0;
-    const FillEvents events{
-        .begins = [&bar](long long images) { bar.setWhole(images); },
-        .goesOn =
-            [&bar](long long done) {
-                if (InterruptGuard::isWanted())
-                    throw std::runtime_error(
-                        "Broken off: what is filled stays, and the next upgrade goes on");
-                bar.show("older rows are filled", done);
-            },
-        .unreadable =
-            [&](const std::string& why) {
-                if (quiet || ++named > NamedFiles)
-                    return;
-                bar.clear();
-                std::cout << printable(why) << std::endl;
-            },
-    };
-    const Filled filled = fillOlderRows(connection, events);
-    bar.clear();
+    TerminalProgress progress{quiet};
+    Backfill backfill;
+    backfill.run(connection, progress);
+    const Backfill::Result& filled = backfill.result();
+    if (filled.isStopped)
+        throw std::runtime_error("Broken off: what is filled stays, and the next upgrade goes on");
+    progress.finish();
     if (quiet)
         return filled;
-    if (named > NamedFiles)
-        std::cout << "... and " << named - NamedFiles << " more\n";
     std::cout << "Older rows: filled " << filled.patients << " patients and " << filled.images << " images";
     if (filled.unreadable > 0)
         std::cout << "; " << filled.unreadable << " files could not be read";

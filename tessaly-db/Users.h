@@ -11,7 +11,7 @@ void requireUserName(const std::string& name);
 
 [[nodiscard]] bool hasUser(const db::Connection& connection, const std::string& name);
 
-/// Adds a user with all rights. `password` is as typed. Throws db::Error, with Number() DuplicateKey for a
+/// Adds a user with all rights. `password` is as typed. Throws db::Error, db::DuplicateKey for a
 /// name that is taken.
 void addAdministrator(const db::Connection& connection, const std::string& name, const std::string& password);
 

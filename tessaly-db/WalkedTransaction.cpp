@@ -1,12 +1,12 @@
 #include "tessaly-db/WalkedTransaction.h"
 
 #include "db/Query.h"
-#include "schema/Schema.h"
+#include "db/dialects/Dialect.h"
 
 namespace tessaly::tool {
 
 WalkedTransaction::WalkedTransaction(const db::Connection& connection) : connection_(connection) {
-    if (!schema::engine(connection.engineName()).beginsByStatement) {
+    if (!connection.dialect().buffersInTransactions()) {
         own_.emplace(connection);
         return;
     }

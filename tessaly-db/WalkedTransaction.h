@@ -7,8 +7,8 @@
 
 namespace tessaly::tool {
 
-/// A transaction in which long sets are walked. The SQLite driver reads a set whole into memory while ODBC's
-/// own kind of transaction is open; there the engine is told by statements instead. Rolled back by the
+/// A transaction in which long sets are walked. Where the driver reads a set whole into memory while
+/// ODBC's own kind of transaction is open, the engine is told by statements instead. Rolled back by the
 /// destructor unless it was committed; the connection must outlive it.
 class WalkedTransaction {
   public:

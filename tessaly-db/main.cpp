@@ -105,7 +105,10 @@ int backup(const Options& options) {
         tool::backUp(options.dsn, options.file);
         return 0;
     }
-    std::cout << tool::backupCommand(options.dsn, options.file) << std::endl;
+    const std::string command = tool::backupCommand(options.dsn, options.file);
+    if (command.empty())
+        throw std::runtime_error("No backup was made: it is not known how this engine makes one");
+    std::cout << command << std::endl;
     throw std::runtime_error("No backup was made: the server's own program makes it, by the line printed");
 }
 

@@ -9,6 +9,7 @@
 #include "tessalyd/Log.h"
 #include "tessalyd/association/AssociationHandler.h"
 #include "tessalyd/services/AllServices.h"
+#include "tessalyd/store/ArchiveReport.h"
 
 namespace tessaly::tessalyd {
 
@@ -48,7 +49,8 @@ Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended, de
       limits_(limits),
       transport_(limits_),
       open_(std::move(opened), std::move(ended)),
-      services_(allServices(index_, queries_, decoders_)) {}
+      shared_(decoders_),
+      services_(allServices(shared_)) {}
 
 Server::~Server() {
     shutDown();
@@ -57,11 +59,11 @@ Server::~Server() {
 void Server::start(const std::stop_token& stop) {
     if (listening_)
         return;
-    closeSessions();  // another file may be the database by now
+    shared_.closeSessions();  // another file may be the database by now
     const Configuration configuration = fetchConfiguration(stop);
     configure(configuration);
     bindAll(configuration.ports);
-    cleaner_.emplace(rootsOf(configuration));
+    cleaner_.emplace(rootsOf(configuration), reportArchive);
     watchDatabase(configuration);
     listening_ = true;
     if (configuration.hasOlderRows)
@@ -78,20 +80,21 @@ void Server::configure(const Configuration& configuration) {
                         [](std::size_t sum, const PortConfiguration& port) {
                             return sum + static_cast<std::size_t>(std::max(port.maxConnections, 0));
                         });
-    index_.configure(configuration.queryTimeout, associations);
-    queries_.configure(configuration);
+    shared_.index.configure(configuration.queryTimeout, associations);
+    shared_.configure(configuration);
     threads_.setLimit(associations + SpareThreads);
-    index_.rememberRoots(rootsOf(configuration));
-    index_.resume();
+    shared_.index.rememberRoots(rootsOf(configuration));
+    shared_.index.resume();
 }
 
 void Server::watchDatabase(const Configuration& configuration) {
-    watch_.emplace(configuration.databaseFile, DatabaseWatch::Actions{.lost =
-                                                                          [this] {
-                                                                              index_.suspend();
-                                                                              closeSessions();
-                                                                          },
-                                                                      .back = [this] { index_.resume(); }});
+    watch_.emplace(configuration.databaseFile,
+                   DatabaseWatch::Actions{.lost =
+                                              [this] {
+                                                  shared_.index.suspend();
+                                                  shared_.closeSessions();
+                                              },
+                                          .back = [this] { shared_.index.resume(); }});
 }
 
 void Server::bindAll(const std::vector<PortConfiguration>& ports) {
@@ -190,7 +193,7 @@ void Server::stop() {
     forgetPorts();
     // Whoever maintains the database may replace its file now.
     watch_.reset();
-    closeSessions();
+    shared_.closeSessions();
     if (listening_.exchange(false))
         OFLOG_INFO(serverLog(), "listening no more");
 }
@@ -210,13 +213,7 @@ void Server::shutDown() {
     stop();
     threads_.finish();
     cleaner_.reset();
-    closeSessions();
-}
-
-/// Those that nobody uses at the moment; the others when they come back.
-void Server::closeSessions() {
-    index_.close();
-    queries_.close();
+    shared_.closeSessions();
 }
 
 }  // namespace tessaly::tessalyd

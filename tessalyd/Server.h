@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "archive/LeftoverCleaner.h"
 #include "decoder/Pool.h"
 #include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/AssociationThreads.h"
@@ -15,10 +16,8 @@
 #include "tessalyd/association/Service.h"
 #include "tessalyd/association/Transport.h"
 #include "tessalyd/configuration/Configuration.h"
-#include "tessalyd/services/retrieve/QueryAccess.h"
-#include "tessalyd/store/ArchiveIndex.h"
+#include "tessalyd/services/ServiceContext.h"
 #include "tessalyd/store/DatabaseWatch.h"
-#include "tessalyd/store/LeftoverCleaner.h"
 
 namespace tessaly::tessalyd {
 
@@ -78,7 +77,6 @@ class Server {
     void countBound();
     void forgetPorts();
     void watchDatabase(const Configuration& configuration);
-    void closeSessions();
     void accept(const std::shared_ptr<const PortConfiguration>& port, base::FileDescriptor socket,
                 const std::stop_token& listening);
 
@@ -88,11 +86,10 @@ class Server {
     PeerLog log_;
     Transport transport_;
     OpenAssociations open_;
-    ArchiveIndex index_;
-    QueryAccess queries_;
+    ServiceContext shared_;
     ServiceFactory services_;
     AssociationThreads threads_;
-    std::optional<LeftoverCleaner> cleaner_;
+    std::optional<archive::LeftoverCleaner> cleaner_;
     std::optional<DatabaseWatch> watch_;
     std::vector<std::unique_ptr<Listener>> listeners_;
     std::vector<std::shared_ptr<const PortConfiguration>> ports_;  ///< those with a TCP port

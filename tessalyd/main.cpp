@@ -14,6 +14,7 @@
 #include <iostream>
 #include <thread>
 
+#include "dicom/net/transport/SocketAddress.h"
 #include "tessalyd/control/ControlObject.h"
 #include "tessalyd/control/EndSignals.h"
 
@@ -95,6 +96,12 @@ int serve(const Options& options) {
     return result;
 }
 
+/// What CLI11 says of an option's value that is no address; nothing of one that is.
+std::string numericAddress(const std::string& text) {
+    return tessaly::dicom::SocketAddress::parse(text) ? std::string{}
+                                                      : text + " is neither an IPv4 nor an IPv6 address";
+}
+
 int run(int argc, char** argv) {
     CLI::App commandLine{"The Tessaly DICOM server"};
     const std::filesystem::path state = stateFolder() / "tessaly";
@@ -115,8 +122,8 @@ int run(int argc, char** argv) {
         ->check(CLI::Range(0, 3600));
     commandLine
         .add_option("--listen", options.addresses,
-                    "IPv4 address to listen on; may be given several times (default: all)")
-        ->check(CLI::ValidIPV4)
+                    "IPv4 or IPv6 address to listen on; may be given several times (default: all)")
+        ->check(numericAddress)
         ->type_name("ADDRESS")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);

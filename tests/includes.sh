@@ -18,24 +18,26 @@ tessalyd/control        > tessalyd/Server
 tessalyd/Server         > tessalyd/services
 tessalyd/services       > tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve
 tessalyd/services/verification > tessalyd/association
-tessalyd/services/storage      > tessalyd/association tessalyd/store
+tessalyd/services/storage      > tessalyd/services/ServiceContext
 tessalyd/services/retrieve     > tessalyd/services/query
-tessalyd/services/query        > tessalyd/association tessalyd/search
+tessalyd/services/query        > tessalyd/services/ServiceContext
+tessalyd/services/ServiceContext > tessalyd/association tessalyd/search tessalyd/store
 tessalyd/search         > tessalyd/Log archive decoder
 tessalyd/store          > tessalyd/Log archive decoder
 tessalyd/association    > tessalyd/Log dicom/net
 tessalyd/Log            > tessalyd/configuration tessalyd/Printable
 tessalyd/Printable      >
-tessalyd/configuration  > schema
-tessaly-db              > archive passwords schema
-maintenance             > archive
+tessalyd/configuration  > schema dicom/net
+tessaly-db              > maintenance passwords
+maintenance             > archive schema
 archive                 > db dicom/net
 schema                  > db dicom/data
 decoder                 > dicom/data
 dicom/net               > dicom/net/transport
 dicom/net/transport     > dicom/data
 dicom/data              > base
-db                      >
+db                      > db/dialects
+db/dialects             > base
 passwords               >
 base                    >
 '

@@ -1,7 +1,6 @@
 #include "console/maintenance/DatabaseFrame.h"
 
 #include <QApplication>
-#include <QDeadlineTimer>
 #include <QFileInfo>
 #include <QGridLayout>
 #include <QLabel>
@@ -9,6 +8,7 @@
 #include <QPushButton>
 
 #include "archive/StoredPath.h"
+#include "console/maintenance/RepaintProgress.h"
 #include "console/session/Globals.h"
 #include "console/ui/ConsoleEnd.h"
 #include "console/ui/FolderPicker.h"
@@ -32,23 +32,6 @@ class WaitCursor {
     ~WaitCursor() { QApplication::restoreOverrideCursor(); }
     WaitCursor(const WaitCursor&) = delete;
     WaitCursor& operator=(const WaitCursor&) = delete;
-};
-
-/// Lets the window repaint while the studies are rewritten, without any input: what is clicked waits, closing
-/// included. False when the console ends meanwhile.
-class Repaint {
-  public:
-    bool operator()() {
-        if (due_.hasExpired()) {
-            QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
-            due_.setRemainingTime(Interval);
-        }
-        return !ui::isConsoleEnding();
-    }
-
-  private:
-    static constexpr int Interval = 20;  // ms
-    QDeadlineTimer due_{0};
 };
 
 }  // namespace
@@ -106,7 +89,8 @@ void DatabaseFrame::cmdChangePath_Click() {
         return;
     {
         const WaitCursor cursor;
-        relocateStudies(Globals::DbConnection(), from, to, Repaint{});
+        RepaintProgress progress;
+        Relocation{from, to}.run(Globals::DbConnection(), progress);
     }
     if (!ui::isConsoleEnding())
         ui::messageBox(window(), u"Done"_s);

@@ -3,21 +3,21 @@
 #include <QCoreApplication>
 #include <QThread>
 
-#include "maintenance/RowWalk.h"
-
 namespace tessaly::maintenance {
 
-PassEvents::PassEvents(RowWalk& walk) : walk_(walk), level_(thread()->loopLevel()) {
+PassEvents::PassEvents() : level_(thread()->loopLevel()) {
     QCoreApplication::instance()->installEventFilter(this);
 }
 
-void PassEvents::handle() {
+void PassEvents::handle(const Progress::LetGo& letGo) {
+    letGo_ = letGo;
     QCoreApplication::processEvents();
+    letGo_ = {};
 }
 
 bool PassEvents::eventFilter(QObject* /*watched*/, QEvent* /*event*/) {
-    if (thread()->loopLevel() > level_)
-        walk_.letGo();
+    if (letGo_ && thread()->loopLevel() > level_)
+        letGo_();
     return false;
 }
 

@@ -2,27 +2,27 @@
 
 #include <QObject>
 
+#include "maintenance/Progress.h"
+
 namespace tessaly::maintenance {
 
-class RowWalk;
-
 /// Handles the user interface's events between the rows of a pass, as long as it lives: everything that is
-/// pending, whatever it is meant for. Where this opens something that waits for the user, the walk is let go
-/// of: it would keep the database's log from shrinking, for as long as the user takes.
+/// pending, whatever it is meant for. Knows when this opens something that waits for the user.
 class PassEvents : public QObject {
     Q_OBJECT
 
   public:
-    explicit PassEvents(RowWalk& walk);
+    PassEvents();
 
-    void handle();
+    /// As Progress::breathe().
+    void handle(const Progress::LetGo& letGo);
 
   protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
-    RowWalk& walk_;
     const int level_;  ///< of the event loop that the pass runs in
+    Progress::LetGo letGo_;
 };
 
 }  // namespace tessaly::maintenance

@@ -2,7 +2,6 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -16,6 +15,7 @@
 #include <optional>
 
 #include "console/maintenance/PassEvents.h"
+#include "console/maintenance/RepaintProgress.h"
 #include "console/session/Globals.h"
 #include "console/ui/ConsoleEnd.h"
 #include "console/ui/Guard.h"
@@ -58,7 +58,42 @@ class ShutBehind {
     QWidget* behind_;
 };
 
+/// Of a pass that the user may stop.
+class StoppableProgress : public Progress {
+  public:
+    explicit StoppableProgress(const bool& stop) : stop_(stop) {}
+
+    using Progress::breathe;
+    void breathe(const LetGo& letGo) override { events_.handle(letGo); }
+    [[nodiscard]] bool isStopRequested() override { return stop_ || ui::isConsoleEnding(); }
+
+  private:
+    const bool& stop_;
+    PassEvents events_;
+};
+
 }  // namespace
+
+/// One check, as the form shows the whole repair.
+class frmRepairDB::CheckProgress : public StoppableProgress {
+  public:
+    explicit CheckProgress(frmRepairDB& form)
+        : StoppableProgress(form.stop_), form_(form), before_(form.processed_) {}
+
+    void setDone(long long done) override {
+        form_.processed_ = before_ + static_cast<int>(done);
+        // Rows that came after the counting are beyond the whole, and the whole may be nothing.
+        const double share = std::min(1.0, static_cast<double>(form_.processed_) / form_.total_);
+        form_.prgBar_->setValue(static_cast<int>(share * FullBar));
+    }
+    [[nodiscard]] bool announce(const std::string& sentence) override {
+        return ui::messageBoxBeside(form_, QString::fromStdString(sentence));
+    }
+
+  private:
+    frmRepairDB& form_;
+    int before_;  ///< of the checks before
+};
 
 frmRepairDB::frmRepairDB(MainWindowOperations& window, QWidget* parent)
     : QDialog(parent),
@@ -111,20 +146,8 @@ void frmRepairDB::Repair() {
 }
 
 void frmRepairDB::run(Check check) {
-    const db::Connection& connection = Globals::DbConnection();
-    RowWalk walk{connection};
-    PassEvents events{walk};
-    const auto rowDone = [&] {
-        ++processed_;
-        // Rows that came after the counting are beyond the whole, and the whole may be nothing.
-        const double share = std::min(1.0, static_cast<double>(processed_) / total_);
-        prgBar_->setValue(static_cast<int>(share * FullBar));
-    };
-    runCheck(connection, walk, check,
-             {.missingFile = [this] { return ui::messageBoxBeside(*this, u"Non existing file"_s); },
-              .rowDone = rowDone,
-              .stopRequested = [this] { return stopRequested(); },
-              .events = [&events] { events.handle(); }});
+    CheckProgress progress{*this};
+    RepairCheck{check}.run(Globals::DbConnection(), progress);
 }
 
 void frmRepairDB::CompactDB() {
@@ -201,10 +224,8 @@ void frmRepairDB::CompactDatabaseFile() {
         if (!dataSource_.isEmpty())
             return compactFile();
         const ShutBehind shut{*this};
-        compactServer([this] {
-            QCoreApplication::processEvents();
-            return !stopRequested();
-        });
+        StoppableProgress progress{stop_};
+        ServerCompaction{}.run(Globals::DbConnection(), progress);
     } catch (const std::exception& fault) {
         ui::messageBox(this, u"DBRepair: "_s + QString::fromUtf8(fault.what()));
     }
@@ -212,16 +233,10 @@ void frmRepairDB::CompactDatabaseFile() {
 
 void frmRepairDB::compactFile() {
     // The window repaints meanwhile and takes no input: whoever clicks waits, closing included.
-    QElapsedTimer sinceRepaint;
-    sinceRepaint.start();
-    const auto keepWindowAlive = [&sinceRepaint] {
-        if (sinceRepaint.hasExpired(Tick.count())) {
-            QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
-            sinceRepaint.start();
-        }
-    };
-    compactDatabase(QFile::encodeName(databasePath_).toStdString(), keepWindowAlive,
-                    QFile::encodeName(dataSource_).toStdString());
+    RepaintProgress progress;
+    FileCompaction{QFile::encodeName(databasePath_).toStdString(),
+                   QFile::encodeName(dataSource_).toStdString()}
+        .run(Globals::DbConnection(), progress);
 }
 
 }  // namespace tessaly::maintenance

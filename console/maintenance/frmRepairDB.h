@@ -40,6 +40,8 @@ class frmRepairDB : public QDialog {
     void reject() override;
 
   private:
+    class CheckProgress;
+
     void run(Check check);
     [[nodiscard]] bool stopRequested() const;
     void chooseAndCompact();

@@ -4,11 +4,11 @@
 #include <stdexcept>
 
 #include "console/network/AcceptedNodes.h"
-#include "console/network/ShortNumber.h"
 #include "console/session/Globals.h"
 #include "console/ui/FolderPicker.h"
 #include "console/ui/Guard.h"
 #include "console/ui/Text.h"
+#include "console/ui/TypedNumber.h"
 #include "db/Query.h"
 #include "db/Transaction.h"
 
@@ -89,7 +89,7 @@ bool DicomPort::FormValidate() {
         !isFilled(txtAETitle_, u"AETitle cannot be empty"_s) ||
         !isFilled(txtRoot_, u"Root directory cannot be empty"_s))
         return false;
-    const int connections = shortNumber(txtMaxConnections_->text());
+    const int connections = ui::shortNumber(txtMaxConnections_->text());
     if (connections >= 1 && connections <= MostConnections)
         return true;
     ui::messageBox(this, u"Numero di connessioni errato"_s);
@@ -126,7 +126,7 @@ void DicomPort::writeRow(const PortRecord& port) const {
                 "SaveCompressed, Port) values(?,?,?,?,?,?,?)"
               : "Update Port set AETitle=?, MaxConnections=?, Root=?, CheckCallingAE=?, CheckCalledAE=?, "
                 "SaveCompressed=?, Port=?  WHERE Port=?"};
-    query.bindAll({ui::varchar(ui::trimmed(port.aeTitle)), db::integer(shortNumber(port.maxConnections)),
+    query.bindAll({ui::varchar(ui::trimmed(port.aeTitle)), db::integer(ui::shortNumber(port.maxConnections)),
                    ui::varchar(ui::trimmed(port.root)), db::bit(port.checkCallingAE),
                    db::bit(port.checkCalledAE), db::bit(!port.decode), ui::varchar(ui::trimmed(port.port))});
     if (!isNew)

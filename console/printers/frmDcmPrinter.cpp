@@ -85,7 +85,7 @@ bool frmDcmPrinter::save() {
             writeDefault();
         return true;
     } catch (const db::Error& fault) {
-        return report(fault.Number() == db::Error::DuplicateKey
+        return report(fault.Number() == db::Error::DuplicateKeyNumber
                           ? u"duplicate Name ["_s + form_->name()->text() + u"], change name."_s
                           : QString::fromUtf8(fault.what()));
     } catch (const std::exception& fault) {

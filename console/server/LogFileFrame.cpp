@@ -8,11 +8,11 @@
 #include <QPushButton>
 #include <algorithm>
 
-#include "console/server/LeadingNumber.h"
 #include "console/session/Globals.h"
 #include "console/ui/Guard.h"
 #include "console/ui/SpinButtons.h"
 #include "console/ui/Text.h"
+#include "console/ui/TypedNumber.h"
 #include "db/Query.h"
 
 namespace tessaly::server {
@@ -105,7 +105,7 @@ void LogFileFrame::fill() {
 
 void LogFileFrame::cmdOk_Click() {
     ui::guarded(this, ui::BoxStyle::Critical, [this] {
-        const int timeout = leadingNumber(txtQueryTimeout_->text());
+        const int timeout = ui::leadingNumber(txtQueryTimeout_->text());
         int dumpLevel = 0;
         for (std::size_t i = 0; i < DumpOptions.size(); ++i)
             dumpLevel += chkDumpOpt_[i]->isChecked() ? DumpOptions[i].bit : 0;

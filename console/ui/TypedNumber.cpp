@@ -1,8 +1,10 @@
 #include "console/ui/TypedNumber.h"
 
 #include <QRegularExpression>
+#include <stdexcept>
 
-#include "db/Number.h"
+#include "base/Number.h"
+#include "console/ui/Guard.h"
 
 namespace tessaly::ui {
 
@@ -25,10 +27,27 @@ std::optional<EnteredNumber> enteredNumber(const QString& text) {
     QString digits = text.trimmed();
     if (digits.startsWith(u'+'))
         digits.remove(0, 1);
-    const auto value = db::toNumber(digits.toStdString());
+    const auto value = base::decimalNumber(digits.toStdString());
     if (!value)
         return std::nullopt;
     return EnteredNumber{.value = *value, .text = digits};
+}
+
+std::int16_t shortNumber(const QString& text) {
+    const auto typed = typedNumber(text);
+    if (!typed || !typed->isAll)
+        throw UncaughtFault{"Type mismatch"};
+    const auto number = rounded<std::int16_t>(typed->value);
+    if (!number)
+        throw UncaughtFault{Overflow};
+    return *number;
+}
+
+int leadingNumber(const QString& text) {
+    const auto number = rounded<int>(typedNumber(text).value_or(TypedNumber{}).value);
+    if (!number)
+        throw std::overflow_error(Overflow);
+    return *number;
 }
 
 }  // namespace tessaly::ui

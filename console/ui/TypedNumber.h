@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <optional>
 
@@ -42,5 +43,13 @@ template <class Integer>
         return std::nullopt;
     return static_cast<Integer>(whole);
 }
+
+/// The whole text as a signed 16-bit number, rounded. Blanks around it are no matter. Throws UncaughtFault,
+/// "Type mismatch" for what is no number and Overflow for one beyond the range.
+[[nodiscard]] std::int16_t shortNumber(const QString& text);
+
+/// The number that the text begins with, rounded; 0 where it begins with none. Throws std::overflow_error,
+/// Overflow, for one beyond the range.
+[[nodiscard]] int leadingNumber(const QString& text);
 
 }  // namespace tessaly::ui

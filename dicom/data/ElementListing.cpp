@@ -5,29 +5,12 @@
 
 #include <algorithm>
 
+#include "dicom/data/PrintableText.h"
 #include "dicom/data/TextDecoder.h"
 
 namespace tessaly::dicom {
 
 namespace {
-
-constexpr std::string_view Digits = "0123456789abcdef";
-
-void appendHex(std::string& text, unsigned value, int digits) {
-    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4)
-        text += Digits[(value >> static_cast<unsigned>(shift)) & 0xfU];
-}
-
-std::string printable(std::string_view bytes) {
-    std::string text;
-    for (const char c : bytes) {
-        if (c >= ' ' && c <= '~')
-            text += c;
-        else
-            appendHex(text += "\\x", static_cast<unsigned char>(c), 2);
-    }
-    return text;
-}
 
 std::string numbers(std::string_view bytes, std::size_t size, bool littleEndian) {
     std::string text;
@@ -43,14 +26,14 @@ std::string numbers(std::string_view bytes, std::size_t size, bool littleEndian)
 std::string hexadecimal(std::string_view bytes) {
     std::string text;
     for (const char c : bytes)
-        appendHex(text.empty() ? text : text += '\\', static_cast<unsigned char>(c), 2);
+        appendHexadecimal(text.empty() ? text : text += '\\', static_cast<unsigned char>(c), 2);
     return text;
 }
 
 std::string shown(const ElementHead& head, DcmEVR vr, std::string_view bytes) {
     if (isText(vr)) {
         const std::size_t padding = bytes.find_last_not_of(std::string_view{" \0", 2}) + 1;
-        return '[' + printable(bytes.substr(0, padding)) + ']';
+        return '[' + printableAscii(bytes.substr(0, padding)) + ']';
     }
     if (vr == EVR_US)
         return numbers(bytes, 2, head.littleEndian);
@@ -84,14 +67,14 @@ void ElementListing::endLine() {
     DcmTag tag{head_.tag};
     const DcmEVR vr = head_.vr != EVR_UNKNOWN ? head_.vr : tag.getEVR();
     lines_.append(2 * head_.depth, ' ').append("(");
-    appendHex(lines_, head_.tag.getGroup(), 4);
-    appendHex(lines_ += ',', head_.tag.getElement(), 4);
+    appendHexadecimal(lines_, head_.tag.getGroup(), 4);
+    appendHexadecimal(lines_ += ',', head_.tag.getElement(), 4);
     lines_.append(") ").append(DcmVR{vr}.getValidVRName());
     if (!value_.empty())
         lines_.append(" ").append(shown(head_, vr, value_)).append(head_.length > value_.size() ? "..." : "");
     lines_ += "  # ";
     lines_ += head_.length == ElementHead::Undefined ? "undefined" : std::to_string(head_.length);
-    lines_.append(" ").append(printable(tag.getTagName())).append("\n");
+    lines_.append(" ").append(printableAscii(tag.getTagName())).append("\n");
     value_.clear();
 }
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "dicom/data/OutgoingObject.h"
-#include "dicom/net/OutboundAssociation.h"
+#include "dicom/net/PresentationContext.h"
 
 namespace tessaly::dicom {
 

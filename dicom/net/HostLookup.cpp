@@ -1,13 +1,11 @@
 #include "dicom/net/HostLookup.h"
 
-#include <arpa/inet.h>
 #include <netdb.h>
-#include <netinet/in.h>
 
-#include <array>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 namespace tessaly::dicom {
@@ -18,42 +16,44 @@ namespace {
 struct Answer {
     std::mutex mutex;
     std::condition_variable_any arrived;
-    std::optional<HostAddress> address;
+    std::optional<HostAddresses> addresses;
 };
 
-HostAddress resolve(const std::string& host, int flags) {
-    const addrinfo hints{.ai_flags = flags, .ai_family = AF_INET, .ai_socktype = SOCK_STREAM};
+HostAddresses resolve(const std::string& host) {
+    const addrinfo hints{.ai_flags = AI_ADDRCONFIG, .ai_family = AF_UNSPEC, .ai_socktype = SOCK_STREAM};
     addrinfo* found = nullptr;
     if (const int error = getaddrinfo(host.c_str(), nullptr, &hints, &found); error != 0)
-        return {.failure = gai_strerror(error)};
+        return {.addresses = {}, .failure = gai_strerror(error)};
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner{found, &freeaddrinfo};
-    std::array<char, INET_ADDRSTRLEN> dotted{};
-    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr, dotted.data(),
-              dotted.size());
-    return {.dotted = dotted.data()};
+    HostAddresses result;
+    for (const addrinfo* one = found; one != nullptr; one = one->ai_next) {
+        if (one->ai_family == AF_INET || one->ai_family == AF_INET6)
+            result.addresses.emplace_back(*one->ai_addr, one->ai_addrlen);
+    }
+    return result;
 }
 
 }  // namespace
 
-HostAddress lookUpHost(const std::string& host, std::chrono::steady_clock::time_point deadline,
-                       const std::stop_token& stop) {
+HostAddresses lookUpHost(const std::string& host, std::chrono::steady_clock::time_point deadline,
+                         const std::stop_token& stop) {
     if (host.empty())
-        return {.failure = "There is no host"};
-    if (HostAddress numeric = resolve(host, AI_NUMERICHOST); numeric.dotted)
-        return numeric;
+        return {.addresses = {}, .failure = "There is no host"};
+    if (const auto numeric = SocketAddress::parse(host))
+        return {.addresses = {*numeric}, .failure = {}};
 
     const auto answer = std::make_shared<Answer>();
     std::thread{[answer, host] {
-        HostAddress address = resolve(host, 0);
+        HostAddresses addresses = resolve(host);
         const std::lock_guard lock{answer->mutex};
-        answer->address = std::move(address);
+        answer->addresses = std::move(addresses);
         answer->arrived.notify_all();
     }}.detach();
 
     std::unique_lock lock{answer->mutex};
-    if (!answer->arrived.wait_until(lock, stop, deadline, [&] { return answer->address.has_value(); }))
+    if (!answer->arrived.wait_until(lock, stop, deadline, [&] { return answer->addresses.has_value(); }))
         return {};
-    return *answer->address;
+    return *answer->addresses;
 }
 
 }  // namespace tessaly::dicom

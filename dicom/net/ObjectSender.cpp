@@ -1,55 +1,26 @@
 #include "dicom/net/ObjectSender.h"
 
-#include <dcmtk/dcmdata/dcdatset.h>
-#include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcuid.h>
-#include <dcmtk/dcmnet/cond.h>
 
-#include <cerrno>
-#include <system_error>
+#include <algorithm>
 
-#include "dicom/net/HostLookup.h"
-#include "dicom/net/ToolkitNames.h"
+#include "dicom/net/AssociationEnded.h"
 
 namespace tessaly::dicom {
 
-using Clock = IoLimits::Clock;
 using Outcome = SendResult::Outcome;
 
 namespace {
-
-/// Ends the use of the association.
-struct Broken {
-    std::string reason;
-};
-
-void require(const OFCondition& condition) {
-    if (condition.bad())
-        throw Broken{condition.text()};
-}
 
 SendResult failed(const std::string& reason) {
     return {.outcome = Outcome::Failed, .detail = reason};
 }
 
-std::string commentIn(DcmDataset* detail) {
-    OFString comment;
-    if (detail != nullptr)
-        detail->findAndGetOFString(DCM_ErrorComment, comment);
-    return {comment.c_str(), comment.size()};
-}
-
 }  // namespace
 
-ObjectSender::ObjectSender(Destination destination, const std::vector<ObjectKind>& kinds,
-                           const std::stop_token& stop, const Limits& limits, Trace trace)
-    : destination_(std::move(destination)),
-      plan_(kinds),
-      limits_(limits),
-      trace_(std::move(trace)),
-      stop_(stop),
-      transport_(std::make_shared<IoLimits>(stop, IoLimits::NoDeadline, Pace{.silence = limits.silence}),
-                 trace_.traffic) {}
+ObjectSender::ObjectSender(PeerAddress peer, const std::vector<ObjectKind>& kinds,
+                           const std::stop_token& stop, const Limits& limits, OutboundTrace trace)
+    : peer_(std::move(peer)), plan_(kinds), limits_(limits), trace_(std::move(trace)), stop_(stop) {}
 
 ObjectSender::~ObjectSender() {
     close();
@@ -63,13 +34,11 @@ SendResult ObjectSender::send(OutgoingObject& object, const MoveOriginator* orig
         return failed("the SOP class " + object.kind().sopClass + " was not proposed");
     try {
         if (stop_.stop_requested())
-            throw Broken{"stopped"};
+            return giveUp("stopped");
         if (!association_ || number_ != *number)
             open(*number);
         return sendOpen(object, originator);
-    } catch (const Broken& broken) {
-        return giveUp(broken.reason);
-    } catch (const std::exception& fault) {  // this side's own: no socket, for example
+    } catch (const std::exception& fault) {  // the peer's, or this side's own: no socket, for example
         return giveUp(fault.what());
     }
 }
@@ -84,67 +53,34 @@ SendResult ObjectSender::giveUp(const std::string& reason) {
 
 void ObjectSender::open(std::size_t association) {
     close();
-    IoLimits& ioLimits = transport_.ioLimits();
-    const auto connectEnd = Clock::now() + limits_.connect;
-    const HostAddress address = lookUpHost(destination_.host, connectEnd, stop_);
-    if (!address.dotted)
-        throw Broken{address.failure.empty() ? "nobody resolves the host's name" : address.failure};
-    ioLimits.setDeadline(connectEnd);
-    const auto peer = transport_.connect(*address.dotted, destination_.port, limits_.connect);
-    if (!peer)
-        throw Broken{std::generic_category().message(errno)};
-    ioLimits.setDeadline(Clock::now() + limits_.silence);
-    association_ = std::make_unique<OutboundAssociation>(transport_, limits_.silence);
+    association_ = openAssociation(peer_, plan_.contexts(association),
+                                   {.resolve = limits_.connect,
+                                    .connect = limits_.connect,
+                                    .reach = limits_.connect,
+                                    .answer = limits_.silence,
+                                    .pace = {.silence = limits_.silence}},
+                                   stop_, trace_);
     number_ = association;
-    const OFCondition opened = association_->request(*peer, destination_.callingAeTitle,
-                                                     destination_.calledAeTitle, plan_.contexts(association));
-    if (opened == DUL_ASSOCIATIONREJECTED) {
-        const T_ASC_RejectParameters rejection = association_->rejection();
-        OFString words;
-        throw Broken{ASC_printRejectParameters(words, &rejection)};
-    }
-    require(opened);
-    ioLimits.setDeadline(IoLimits::NoDeadline);
-    learnContexts();
-}
-
-void ObjectSender::learnContexts() {
-    T_ASC_Parameters* parameters = association_->get()->params;
-    if (trace_.association)
-        trace_.association(parameters, ASC_ASSOC_AC);
-    accepted_.clear();
-    const int count = ASC_countPresentationContexts(parameters);
-    for (int i = 0; i < count; ++i) {
-        T_ASC_PresentationContext context;
-        if (ASC_getPresentationContext(parameters, i, &context).good() &&
-            context.resultReason == ASC_P_ACCEPTANCE)
-            accepted_.try_emplace({context.abstractSyntax, context.acceptedTransferSyntax},
-                                  context.presentationContextID);
-    }
-    nameForToolkit(*parameters);
 }
 
 void ObjectSender::close() {
     if (association_ && !failure_)
         association_->release();
     association_.reset();
-    transport_.ioLimits().setDeadline(IoLimits::NoDeadline);
 }
 
-/// The peer is told, if the system takes that at once.
 void ObjectSender::abort() {
-    if (!association_)
-        return;
-    transport_.ioLimits().setDeadline(Clock::now());
-    if (association_->get() != nullptr)
+    if (association_)
         association_->abort();
     association_.reset();
-    transport_.ioLimits().setDeadline(IoLimits::NoDeadline);
 }
 
-const T_ASC_PresentationContextID* ObjectSender::contextFor(const ObjectKind& kind) const {
-    const auto found = accepted_.find(kind);
-    return found == accepted_.end() ? nullptr : &found->second;
+const AcceptedContext* ObjectSender::contextFor(const ObjectKind& kind) const {
+    const auto& contexts = association_->contexts();
+    const auto found = std::find_if(contexts.begin(), contexts.end(), [&](const AcceptedContext& one) {
+        return one.transferSyntax == kind.transferSyntax && one.sopClass == kind.sopClass;
+    });
+    return found == contexts.end() ? nullptr : &*found;
 }
 
 SendResult ObjectSender::sendOpen(OutgoingObject& object, const MoveOriginator* originator) {
@@ -156,52 +92,34 @@ SendResult ObjectSender::sendOpen(OutgoingObject& object, const MoveOriginator* 
         const auto* context = contextFor({kind.sopClass, syntax});
         if (context == nullptr)
             continue;
+        std::unique_ptr<OutgoingObject> converted;
         try {
-            if (const auto converted = object.in(syntax))
-                return sendOver(*context, *converted, originator);
+            converted = object.in(syntax);
         } catch (const std::exception& fault) {
             if (stop_.stop_requested())
-                throw Broken{"stopped"};
+                return giveUp("stopped");
             return failed(fault.what());
         }
+        if (converted)
+            return sendOver(*context, *converted, originator);
     }
     return failed("the peer takes no syntax that the object can be sent in");
 }
 
-SendResult ObjectSender::sendOver(T_ASC_PresentationContextID context, OutgoingObject& object,
+SendResult ObjectSender::sendOver(const AcceptedContext& context, OutgoingObject& object,
                                   const MoveOriginator* originator) {
-    const std::uint16_t messageId = association_->get()->nextMsgID++;
-    StoreRequest request{*association_->get(), context, messageId, buffer_};
-    if (trace_.message) {
-        T_DIMSE_Message message = request.message(object, originator);
-        trace_.message(message, DIMSE_OUTGOING);
-    }
+    const std::uint16_t messageId = association_->messages().nextMessageId();
+    StoreRequest request{association_->messages(), context.id, messageId, buffer_};
     try {
-        require(request.send(object, originator));
+        request.send(object, originator);
+    } catch (const AssociationEnded&) {
+        throw;
     } catch (const std::exception& fault) {
         if (request.hasBegun())
             abort();  // there is no other way to take back half an object; the next one opens another
         return failed(fault.what());
     }
-    return receiveAnswer(messageId);
-}
-
-SendResult ObjectSender::receiveAnswer(std::uint16_t messageId) {
-    transport_.ioLimits().setDeadline(Clock::now() + limits_.silence);
-    T_ASC_PresentationContextID context = 0;
-    T_DIMSE_Message answer{};
-    DcmDataset* found = nullptr;
-    const OFCondition received = DIMSE_receiveCommand(association_->get(), DIMSE_NONBLOCKING,
-                                                      association_->limit(), &context, &answer, &found);
-    const std::unique_ptr<DcmDataset> detail{found};
-    require(received);
-    transport_.ioLimits().setDeadline(IoLimits::NoDeadline);
-    if (trace_.message)
-        trace_.message(answer, DIMSE_INCOMING);
-    const T_DIMSE_C_StoreRSP& response = answer.msg.CStoreRSP;
-    if (answer.CommandField != DIMSE_C_STORE_RSP || response.MessageIDBeingRespondedTo != messageId)
-        throw Broken{"the peer answers something else than what it was asked"};
-    return resultOf(response.DimseStatus, commentIn(detail.get()));
+    return resultOf(association_->receiveResponse(messageId, limits_.silence));
 }
 
 }  // namespace tessaly::dicom

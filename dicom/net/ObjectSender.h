@@ -2,8 +2,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -14,16 +12,8 @@
 #include "dicom/net/ContextPlan.h"
 #include "dicom/net/OutboundAssociation.h"
 #include "dicom/net/StoreRequest.h"
-#include "dicom/net/transport/BoundedTransport.h"
 
 namespace tessaly::dicom {
-
-struct Destination {
-    std::string host;  ///< a name, or an IPv4 address in dotted form
-    std::uint16_t port = 0;
-    std::string callingAeTitle;
-    std::string calledAeTitle;
-};
 
 /// Sends objects to one peer by C-STORE, one after the other. Usable on any thread, by one at a time; it
 /// blocks, and comes back at once when it is stopped. The association is opened when the first object is
@@ -36,19 +26,12 @@ class ObjectSender {
         /// then.
         std::chrono::milliseconds silence{60'000};
     };
-    /// Sees what goes over the wire, for dumps; each may be missing.
-    struct Trace {
-        BoundedTransport::Traffic traffic;
-        std::function<void(T_ASC_Parameters*, ASC_associateType)> association;
-        std::function<void(T_DIMSE_Message&, DIMSE_direction)> message;
-    };
-
     /// `kinds` are those of the objects that are going to be sent, in any order and more than once if need
     /// be. Throws std::system_error.
-    ObjectSender(Destination destination, const std::vector<ObjectKind>& kinds, const std::stop_token& stop,
-                 const Limits& limits, Trace trace = {});
-    ObjectSender(Destination destination, const std::vector<ObjectKind>& kinds, const std::stop_token& stop)
-        : ObjectSender(std::move(destination), kinds, stop, Limits{}) {}
+    ObjectSender(PeerAddress peer, const std::vector<ObjectKind>& kinds, const std::stop_token& stop,
+                 const Limits& limits, OutboundTrace trace = {});
+    ObjectSender(PeerAddress peer, const std::vector<ObjectKind>& kinds, const std::stop_token& stop)
+        : ObjectSender(std::move(peer), kinds, stop, Limits{}) {}
     /// Releases what is open.
     ~ObjectSender();
     ObjectSender(const ObjectSender&) = delete;
@@ -69,25 +52,21 @@ class ObjectSender {
 
   private:
     void open(std::size_t association);
-    void learnContexts();
     void close();
     void abort();
-    [[nodiscard]] const T_ASC_PresentationContextID* contextFor(const ObjectKind& kind) const;
+    [[nodiscard]] const AcceptedContext* contextFor(const ObjectKind& kind) const;
     [[nodiscard]] SendResult sendOpen(OutgoingObject& object, const MoveOriginator* originator);
-    [[nodiscard]] SendResult sendOver(T_ASC_PresentationContextID context, OutgoingObject& object,
+    [[nodiscard]] SendResult sendOver(const AcceptedContext& context, OutgoingObject& object,
                                       const MoveOriginator* originator);
-    [[nodiscard]] SendResult receiveAnswer(std::uint16_t messageId);
     [[nodiscard]] SendResult giveUp(const std::string& reason);
 
-    Destination destination_;
+    PeerAddress peer_;
     ContextPlan plan_;
     Limits limits_;
-    Trace trace_;
+    OutboundTrace trace_;
     std::stop_token stop_;
-    BoundedTransport transport_;
     std::unique_ptr<OutboundAssociation> association_;
     std::size_t number_ = 0;  // of the open one
-    std::map<ObjectKind, T_ASC_PresentationContextID> accepted_;
     std::vector<char> buffer_;
     std::optional<SendResult> failure_;
 };

@@ -1,13 +1,11 @@
 #pragma once
 
-#include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmnet/dimse.h>
-
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "dicom/data/OutgoingObject.h"
+#include "dicom/net/MessageStream.h"
 
 namespace tessaly::dicom {
 
@@ -21,39 +19,34 @@ struct MoveOriginator {
 struct SendResult {
     enum class Outcome { Success, Warning, Failed, Stopped };
     Outcome outcome = Outcome::Success;
-    std::uint16_t status = 0;  ///< of the peer's answer; 0 where there is none
+    std::uint16_t status = 0;  ///< of the peer's response; 0 where there is none
     std::string detail;        ///< of what is no success, for the log
     std::string comment;       ///< the peer's own words, which may be of a patient
 };
 
-/// What an answer's status and comment mean.
-[[nodiscard]] SendResult resultOf(std::uint16_t status, const std::string& comment = {});
+/// What the response to a C-STORE means.
+[[nodiscard]] SendResult resultOf(const Command& response);
 
-/// One C-STORE request over an open association, of which this is the requester or, within a C-GET, the other
-/// side. Its answer is the caller's to wait for.
+/// One C-STORE request over an open association, of which this is the requestor or, within a C-GET, the
+/// acceptor. Its response is the caller's to wait for.
 class StoreRequest {
   public:
     /// `buffer` is working space that may be used for the next object again.
-    StoreRequest(T_ASC_Association& association, T_ASC_PresentationContextID context, std::uint16_t messageId,
+    StoreRequest(MessageStream& messages, T_ASC_PresentationContextID context, std::uint16_t messageId,
                  std::vector<char>& buffer)
-        : association_(association), context_(context), messageId_(messageId), buffer_(buffer) {}
+        : messages_(messages), context_(context), messageId_(messageId), buffer_(buffer) {}
 
     /// Sends the command and the object, its bytes as it gives them; the object must be in the syntax of the
-    /// context. A result that is not good is the association's end. Throws what the object throws when it
-    /// cannot be read.
-    [[nodiscard]] OFCondition send(OutgoingObject& object, const MoveOriginator* originator = nullptr);
+    /// context. Throws AssociationEnded, and what the object throws if it cannot be read.
+    void send(OutgoingObject& object, const MoveOriginator* originator = nullptr);
     /// Whether something has gone out: if the object cannot be read after that, the association cannot be
     /// used any more.
     [[nodiscard]] bool hasBegun() const noexcept { return begun_; }
 
-    /// What is sent, for a dump.
-    [[nodiscard]] T_DIMSE_Message message(const OutgoingObject& object,
-                                          const MoveOriginator* originator) const;
-
   private:
-    [[nodiscard]] OFCondition write(bool command, std::span<const char> bytes, bool last);
+    [[nodiscard]] Command command(const OutgoingObject& object, const MoveOriginator* originator) const;
 
-    T_ASC_Association& association_;
+    MessageStream& messages_;
     T_ASC_PresentationContextID context_;
     std::uint16_t messageId_;
     std::vector<char>& buffer_;

@@ -16,13 +16,11 @@
 
 #include "base/TcpPort.h"
 #include "base/Text.h"
-#include "dicom/net/HostLookup.h"
+#include "dicom/net/AssociationEnded.h"
 #include "dicom/net/OutboundAssociation.h"
-#include "dicom/net/transport/BoundedTransport.h"
 
 namespace tessaly::dicom {
 
-using Clock = IoLimits::Clock;
 using Outcome = VerificationResult::Outcome;
 
 namespace {
@@ -57,72 +55,48 @@ void checkAeTitle(const std::string& title, const std::string& whose) {
                                  "' has characters that DICOM does not allow in it");
 }
 
-/// One verification with one peer.
-class Exchange {
-  public:
-    Exchange(BoundedTransport& transport, std::chrono::milliseconds limit)
-        : transport_(transport), association_(transport, limit) {}
-
-    VerificationResult run(const VerificationRequest& request, const std::string& peer);
-
-  private:
-    [[nodiscard]] VerificationResult failure(const OFCondition& condition) const;
-
-    BoundedTransport& transport_;
-    OutboundAssociation association_;
-};
-
-VerificationResult Exchange::failure(const OFCondition& condition) const {
-    VerificationResult result{.detail = condition.text()};
-    if (transport_.ioLimits().isStopped()) {
-        result.outcome = Outcome::Stopped;
-    } else if (condition == DUL_ASSOCIATIONREJECTED) {
-        const T_ASC_RejectParameters reject = association_.rejection();
-        result.outcome = Outcome::Rejected;
-        result.rejectSource = reject.source;
-        result.rejectReason = reject.reason & 0xff;  // the library adds the source to it
-        OFString words;
-        result.detail = ASC_printRejectParameters(words, &reject);
-    } else if (transport_.ioLimits().isExpired() || condition == DUL_READTIMEOUT) {
-        result.outcome = Outcome::TimedOut;
-    } else if (condition == DUL_PEERABORTEDASSOCIATION || condition == DUL_PEERREQUESTEDRELEASE ||
-               condition == DUL_NETWORKCLOSED || condition.code() == DULC_TCPIOERROR) {
-        result.outcome = Outcome::Aborted;
-    } else if (condition == DIMSE_NOVALIDPRESENTATIONCONTEXTID) {
-        result.outcome = Outcome::NoPresentationContext;
-    } else {
-        result.outcome = Outcome::Faulty;
+Outcome outcomeOf(AssociationFailure::Kind kind) {
+    switch (kind) {
+        case AssociationFailure::Kind::Stopped:
+            return Outcome::Stopped;
+        case AssociationFailure::Kind::TimedOut:
+            return Outcome::TimedOut;
+        case AssociationFailure::Kind::Unreachable:
+            return Outcome::Unreachable;
+        case AssociationFailure::Kind::Rejected:
+            return Outcome::Rejected;
+        case AssociationFailure::Kind::Aborted:
+            return Outcome::Aborted;
+        case AssociationFailure::Kind::Faulty:
+            break;
     }
-    return result;
+    return Outcome::Faulty;
 }
 
-VerificationResult Exchange::run(const VerificationRequest& request, const std::string& peer) {
-    const std::string& calling = request.callingAeTitle;
-    const OFCondition opened = association_.request(
-        peer, calling.empty() ? Verifier::DefaultCallingAeTitle : calling, request.calledAeTitle,
-        {{UID_VerificationSOPClass,
-          {UID_LittleEndianImplicitTransferSyntax, UID_LittleEndianExplicitTransferSyntax}}});
-    if (opened.bad())
-        return failure(opened);
-    if (ASC_countAcceptedPresentationContexts(association_.get()->params) == 0) {
-        association_.release();
-        return {.outcome = Outcome::NoPresentationContext, .detail = "No presentation context accepted"};
-    }
-    DIC_US status = 0;
-    DcmDataset* statusDetail = nullptr;
-    const OFCondition condition =
-        DIMSE_echoUser(association_.get(), association_.get()->nextMsgID++, DIMSE_NONBLOCKING,
-                       association_.limit(), &status, &statusDetail);
-    delete statusDetail;
-    if (condition.bad()) {
-        VerificationResult result = failure(condition);
-        association_.abort();
+VerificationResult resultOf(const AssociationFailure& failure) {
+    return {.outcome = outcomeOf(failure.kind()),
+            .rejectSource = failure.rejectSource(),
+            .rejectReason = failure.rejectReason(),
+            .detail = failure.what()};
+}
+
+/// Sends one C-ECHO and takes its response.
+VerificationResult echo(OutboundAssociation& association, std::chrono::milliseconds limit) {
+    MessageStream& messages = association.messages();
+    auto request = Command::request(CommandField::CEcho, messages.nextMessageId());
+    request.set(DCM_AffectedSOPClassUID, UID_VerificationSOPClass);
+    try {
+        messages.send(association.contexts().front(), request);
+        const std::uint16_t status = association.receiveResponse(request.messageId(), limit).status();
+        association.release();
+        return {.outcome = status == STATUS_Success ? Outcome::Success : Outcome::Failed,
+                .status = status,
+                .detail = DU_cechoStatusString(status)};
+    } catch (const AssociationEnded& ended) {
+        const VerificationResult result = resultOf(association.failure(ended.reason()));
+        association.abort();
         return result;
     }
-    association_.release();
-    return {.outcome = status == STATUS_Success ? Outcome::Success : Outcome::Failed,
-            .status = status,
-            .detail = DU_cechoStatusString(status)};
 }
 
 }  // namespace
@@ -136,27 +110,30 @@ VerificationResult Verifier::verify(const VerificationRequest& request, const st
         return {.outcome = Outcome::Untitled, .detail = "An AE title is blank"};
     configureLibraryOnce();
 
-    const auto deadline = Clock::now() + limits_.total;
-    BoundedTransport transport{std::make_shared<IoLimits>(stop, deadline)};
-    const HostAddress address =
-        lookUpHost(request.host, std::min(deadline, Clock::now() + limits_.resolve), stop);
-    if (transport.ioLimits().isStopped())
-        return {.outcome = Outcome::Stopped, .detail = "Stopped while the host's name was looked up"};
-    if (!address.dotted) {
-        return address.failure.empty()
-                   ? VerificationResult{.outcome = Outcome::TimedOut,
-                                        .detail = "Nobody resolves the host's name"}
-                   : VerificationResult{.outcome = Outcome::Unreachable, .detail = address.failure};
+    const std::string& calling = request.callingAeTitle;
+    try {
+        const auto association =
+            openAssociation({.host = request.host,
+                             .port = port,
+                             .callingAeTitle = calling.empty() ? DefaultCallingAeTitle : calling,
+                             .calledAeTitle = request.calledAeTitle},
+                            {{.sopClass = UID_VerificationSOPClass,
+                              .transferSyntaxes = {UID_LittleEndianImplicitTransferSyntax,
+                                                   UID_LittleEndianExplicitTransferSyntax}}},
+                            {.resolve = limits_.resolve,
+                             .connect = ConnectLimit,
+                             .reach = limits_.total,
+                             .answer = limits_.total,
+                             .deadline = IoLimits::Clock::now() + limits_.total},
+                            stop);
+        if (association->contexts().empty()) {
+            association->release();
+            return {.outcome = Outcome::NoPresentationContext, .detail = "No presentation context accepted"};
+        }
+        return echo(*association, limits_.total);
+    } catch (const AssociationFailure& failure) {
+        return resultOf(failure);
     }
-    const auto peer = transport.connect(*address.dotted, port, ConnectLimit);
-    if (!peer) {
-        const int reason = errno;
-        const Outcome outcome = transport.ioLimits().isStopped() ? Outcome::Stopped
-                                : reason == ETIMEDOUT            ? Outcome::TimedOut
-                                                                 : Outcome::Unreachable;
-        return {.outcome = outcome, .detail = std::generic_category().message(reason)};
-    }
-    return Exchange{transport, limits_.total}.run(request, *peer);
 }
 
 }  // namespace tessaly::dicom

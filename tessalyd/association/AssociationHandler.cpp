@@ -4,10 +4,8 @@
 #include <exception>
 
 #include "base/Text.h"
-#include "dicom/net/ToolkitNames.h"
 #include "tessalyd/Log.h"
-#include "tessalyd/association/Negotiation.h"
-#include "tessalyd/association/Requester.h"
+#include "tessalyd/association/Association.h"
 
 namespace tessaly::tessalyd {
 
@@ -26,13 +24,21 @@ AssociationNames namesOf(const PortConfiguration& port, T_ASC_Parameters* parame
 }
 
 /// Each service's summary, for the log.
-std::string summaries(const Services& services) {
+std::string summaries(const PeerServices& peer) {
     std::string all;
-    for (const auto& service : services) {
+    for (const auto& service : peer.services) {
         if (const std::string one = service->summary(); !one.empty())
             all += ", " + one;
     }
     return all;
+}
+
+/// What a node without the right is told, and the log.
+RequestFailure notAuthorized(Right right, const Association& association) {
+    constexpr std::uint16_t NotAuthorized = 0x0124;
+    const std::string what = right == Right::Print ? "print" : "query";
+    association.log(PeerLog::Event::Refusal, "refused: no node with this AE title may " + what);
+    return {NotAuthorized, "The calling AE title may not " + what + " here"};
 }
 
 }  // namespace
@@ -70,59 +76,75 @@ void AssociationHandler::answer() {
     dump("requested", ASC_ASSOC_RQ);
     names_ = namesOf(*port_, association_->params);
     names_.address = connection_.address;
-    if (const auto refusal = checkProtocol(association_->params))
-        return reject(*refusal);
-    if (const auto refusal = checkTitles(*port_, names_.callingAeTitle, names_.calledAeTitle))
-        return reject(*refusal);
+    if (const auto rejection = checkProtocol(association_->params))
+        return reject(*rejection);
+    if (const auto rejection = checkTitles(*port_, names_.callingAeTitle, names_.calledAeTitle))
+        return reject(*rejection);
     if (listening_.stop_requested())
-        return reject(Refusal::NotListening);
+        return reject(Rejection::NotListening);
     auto entry = shared_.open.open(names_, peer(), placesOf(*port_));
     if (!entry)
-        return reject(Refusal::LimitExceeded);
+        return reject(Rejection::LimitExceeded);
     entry_.emplace(std::move(*entry));
-    const Services services = shared_.services();
-    Requester requester{*association_, *port_,         names_,     negotiate(association_->params, services),
-                        stop_,         shared_.limits, shared_.log};
+    const PeerServices peerServices = shared_.services(*port_, names_);
+    const Negotiated negotiated = negotiate(association_->params, peerServices.services);
+    Association association{*association_, *port_,         names_,     negotiated.contexts,
+                            stop_,         shared_.limits, shared_.log};
     if (const OFCondition sent = ASC_acknowledgeAssociation(association_.get()); sent.bad()) {
         shared_.log.add(PeerLog::Event::Fault, names_.text() + ": not accepted: " + sent.text());
         return;
     }
     shared_.log.add(PeerLog::Event::Association, names_.text() + ": association accepted");
     dump("accepted", ASC_ASSOC_AC);
-    dicom::nameForToolkit(*association_->params);
     try {
-        serve(requester, services);
+        serve(association, negotiated, peerServices.nodes.get());
     } catch (const AssociationEnded& ended) {
         end(ended.reason());
     }
-    shared_.log.add(PeerLog::Event::Association, names_.text() + ": association ended" + summaries(services));
+    shared_.log.add(PeerLog::Event::Association,
+                    names_.text() + ": association ended" + summaries(peerServices));
 }
 
-void AssociationHandler::reject(Refusal refusal) {
+void AssociationHandler::reject(Rejection rejection) {
     shared_.log.add(PeerLog::Event::Rejection,
-                    names_.text() + ": association rejected: " + description(refusal));
+                    names_.text() + ": association rejected: " + description(rejection));
     connection_.stage = AssociationThreads::Stage::Ending;
-    const T_ASC_RejectParameters parameters = rejection(refusal);
+    const T_ASC_RejectParameters parameters = parametersOf(rejection);
     if (ASC_rejectAssociation(association_.get(), &parameters).good())
         ASC_dropSCPAssociation(association_.get(), CloseTimeout);
 }
 
-void AssociationHandler::serve(Requester& requester, const Services& services) {
+void AssociationHandler::serve(Association& association, const Negotiated& negotiated,
+                               const RemoteNodes* nodes) {
     for (;;) {
         entry_->setIdle();
-        const Request request = requester.receiveRequest();
+        const Request request = association.receiveRequest();
         entry_->setBusy();
-        const auto service = std::find_if(services.begin(), services.end(), [&request](const auto& one) {
-            return one->command() == request.message.CommandField;
-        });
-        if (service == services.end())
-            throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
         try {
-            (*service)->answer(request, requester);
+            dispatch(request, association, negotiated, nodes);
         } catch (const RequestFailure& failure) {
-            requester.refuse(request, failure);
+            association.respond(request, failure);
         }
     }
+}
+
+void AssociationHandler::dispatch(const Request& request, Association& association,
+                                  const Negotiated& negotiated, const RemoteNodes* nodes) const {
+    const auto found = negotiated.targets.find(request.context->id);
+    const Negotiated::Target target =
+        found == negotiated.targets.end() ? Negotiated::Target{} : found->second;
+    const auto commands =
+        target.service == nullptr ? std::span<const CommandField>{} : target.service->commands();
+    if (std::find(commands.begin(), commands.end(), request.command.field()) == commands.end()) {
+        constexpr std::uint16_t UnrecognizedOperation = 0x0211;
+        association.log(PeerLog::Event::Fault, "a request that the service of its context does not have");
+        throw RequestFailure{UnrecognizedOperation, "The service does not have this operation"};
+    }
+    const bool isAuthorized =
+        target.right == Right::None || (nodes != nullptr && nodes->has(target.right, names_.callingAeTitle));
+    if (!isAuthorized)
+        throw notAuthorized(target.right, association);
+    target.service->answer(request, association);
 }
 
 void AssociationHandler::end(const OFCondition& reason) {

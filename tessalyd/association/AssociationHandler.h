@@ -1,7 +1,7 @@
 #pragma once
 
 #include <dcmtk/config/osconfig.h>
-#include <dcmtk/dcmnet/dimse.h>
+#include <dcmtk/dcmnet/assoc.h>
 
 #include <memory>
 #include <optional>
@@ -10,6 +10,7 @@
 #include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/AssociationPolicy.h"
 #include "tessalyd/association/AssociationThreads.h"
+#include "tessalyd/association/Negotiation.h"
 #include "tessalyd/association/OpenAssociations.h"
 #include "tessalyd/association/PeerLog.h"
 #include "tessalyd/association/Service.h"
@@ -19,7 +20,7 @@
 namespace tessaly::tessalyd {
 
 /// Owns one connection from its accepted socket to its end: who is let in, what is negotiated, how it ends.
-/// What is asked for in between it hands to the service of that command. Works in the calling thread.
+/// The requests in between go to the services by their presentation contexts. Works in the calling thread.
 class AssociationHandler {
   public:
     /// What all associations share; outlives them.
@@ -41,8 +42,10 @@ class AssociationHandler {
 
   private:
     void answer();
-    void reject(Refusal refusal);
-    void serve(Requester& requester, const Services& services);
+    void reject(Rejection rejection);
+    void serve(Association& association, const Negotiated& negotiated, const RemoteNodes* nodes);
+    void dispatch(const Request& request, Association& association, const Negotiated& negotiated,
+                  const RemoteNodes* nodes) const;
     void end(const OFCondition& reason);
     [[nodiscard]] OpenAssociations::Peer peer() const;
     void dump(const char* what, ASC_associateType type) const;

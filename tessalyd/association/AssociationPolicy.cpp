@@ -7,20 +7,20 @@
 
 namespace tessaly::tessalyd {
 
-std::optional<Refusal> checkProtocol(T_ASC_Parameters* parameters) {
+std::optional<Rejection> checkProtocol(T_ASC_Parameters* parameters) {
     DIC_UI context{};
     if (ASC_getApplicationContextName(parameters, context, sizeof context).bad() ||
         std::string_view{context} != UID_StandardApplicationContext)
-        return Refusal::ApplicationContext;
+        return Rejection::ApplicationContext;
     return std::nullopt;
 }
 
-std::optional<Refusal> checkTitles(const PortConfiguration& port, const std::string& calling,
-                                   const std::string& called) {
+std::optional<Rejection> checkTitles(const PortConfiguration& port, const std::string& calling,
+                                     const std::string& called) {
     if (port.checkCalledAE && called != port.aeTitle)
-        return Refusal::CalledAETitle;
+        return Rejection::CalledAETitle;
     if (port.checkCallingAE && !isNode(port, calling))
-        return Refusal::CallingAETitle;
+        return Rejection::CallingAETitle;
     return std::nullopt;
 }
 
@@ -37,38 +37,38 @@ Places placesOf(const PortConfiguration& port) {
     return {.all = all, .reserved = reserves ? std::max(all / Share, 1) : 0};
 }
 
-T_ASC_RejectParameters rejection(Refusal refusal) {
-    switch (refusal) {
-        case Refusal::ApplicationContext:
+T_ASC_RejectParameters parametersOf(Rejection rejection) {
+    switch (rejection) {
+        case Rejection::ApplicationContext:
             return {ASC_RESULT_REJECTEDPERMANENT, ASC_SOURCE_SERVICEUSER,
                     ASC_REASON_SU_APPCONTEXTNAMENOTSUPPORTED};
-        case Refusal::CalledAETitle:
+        case Rejection::CalledAETitle:
             return {ASC_RESULT_REJECTEDPERMANENT, ASC_SOURCE_SERVICEUSER,
                     ASC_REASON_SU_CALLEDAETITLENOTRECOGNIZED};
-        case Refusal::CallingAETitle:
+        case Rejection::CallingAETitle:
             return {ASC_RESULT_REJECTEDPERMANENT, ASC_SOURCE_SERVICEUSER,
                     ASC_REASON_SU_CALLINGAETITLENOTRECOGNIZED};
-        case Refusal::LimitExceeded:
+        case Rejection::LimitExceeded:
             return {ASC_RESULT_REJECTEDTRANSIENT, ASC_SOURCE_SERVICEPROVIDER_PRESENTATION_RELATED,
                     ASC_REASON_SP_PRES_LOCALLIMITEXCEEDED};
-        case Refusal::NotListening:
+        case Rejection::NotListening:
             break;
     }
     return {ASC_RESULT_REJECTEDTRANSIENT, ASC_SOURCE_SERVICEPROVIDER_PRESENTATION_RELATED,
             ASC_REASON_SP_PRES_TEMPORARYCONGESTION};
 }
 
-const char* description(Refusal refusal) {
-    switch (refusal) {
-        case Refusal::ApplicationContext:
+const char* description(Rejection rejection) {
+    switch (rejection) {
+        case Rejection::ApplicationContext:
             return "application context not supported";
-        case Refusal::CalledAETitle:
+        case Rejection::CalledAETitle:
             return "called AE title not recognised";
-        case Refusal::CallingAETitle:
+        case Rejection::CallingAETitle:
             return "calling AE title not accepted on this port";
-        case Refusal::LimitExceeded:
+        case Rejection::LimitExceeded:
             return "as many associations as this port takes are open";
-        case Refusal::NotListening:
+        case Rejection::NotListening:
             break;
     }
     return "the server is being stopped";

@@ -12,15 +12,15 @@
 namespace tessaly::tessalyd {
 
 /// Why an association is not accepted.
-enum class Refusal { ApplicationContext, CalledAETitle, CallingAETitle, LimitExceeded, NotListening };
+enum class Rejection { ApplicationContext, CalledAETitle, CallingAETitle, LimitExceeded, NotListening };
 
 /// What is to be said of the protocol that the peer means to speak.
-[[nodiscard]] std::optional<Refusal> checkProtocol(T_ASC_Parameters* parameters);
+[[nodiscard]] std::optional<Rejection> checkProtocol(T_ASC_Parameters* parameters);
 
 /// What the port's checks say of the two titles, both without blanks around them. Titles are compared with
 /// regard to case, as the standard has it.
-[[nodiscard]] std::optional<Refusal> checkTitles(const PortConfiguration& port, const std::string& calling,
-                                                 const std::string& called);
+[[nodiscard]] std::optional<Rejection> checkTitles(const PortConfiguration& port, const std::string& calling,
+                                                   const std::string& called);
 
 /// Whether the title is that of a node of the port.
 [[nodiscard]] bool isNode(const PortConfiguration& port, const std::string& calling);
@@ -30,9 +30,9 @@ enum class Refusal { ApplicationContext, CalledAETitle, CallingAETitle, LimitExc
 [[nodiscard]] Places placesOf(const PortConfiguration& port);
 
 /// Result, source and reason for the peer.
-[[nodiscard]] T_ASC_RejectParameters rejection(Refusal refusal);
+[[nodiscard]] T_ASC_RejectParameters parametersOf(Rejection rejection);
 
 /// For the log.
-[[nodiscard]] const char* description(Refusal refusal);
+[[nodiscard]] const char* description(Rejection rejection);
 
 }  // namespace tessaly::tessalyd

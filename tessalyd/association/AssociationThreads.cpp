@@ -10,7 +10,7 @@ void AssociationThreads::setLimit(std::size_t limit) {
     limit_ = limit;
 }
 
-AssociationThreads::Started AssociationThreads::start(std::uint32_t address, Work work) {
+AssociationThreads::Started AssociationThreads::start(std::uint64_t address, Work work) {
     List done;  // its threads are joined after the lock is given back
     const std::lock_guard lock{mutex_};
     done = takeDone();
@@ -45,7 +45,7 @@ bool AssociationThreads::makeRoom() {
 }
 
 AssociationThreads::Running* AssociationThreads::displaceable() {
-    std::map<std::uint32_t, std::size_t> silent;  // by address
+    std::map<std::uint64_t, std::size_t> silent;  // by address
     for (const Running& one : running_) {
         if (!one.done && !one.isDisplaced && one.connection.stage == Stage::Silent)
             ++silent[one.connection.address];

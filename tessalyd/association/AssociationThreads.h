@@ -20,7 +20,7 @@ class AssociationThreads {
     };
     /// A connection as its thread sees it.
     struct Connection {
-        std::uint32_t address = 0;  ///< of the peer, IPv4
+        std::uint64_t address = 0;  ///< of the peer's host (SocketAddress::hostKey)
         std::stop_source stop = {};
         std::atomic<Stage> stage = Stage::Silent;
     };
@@ -41,7 +41,7 @@ class AssociationThreads {
     /// Runs `work`, which must not throw, in a thread of its own. Where as many as the limit are running, the
     /// oldest silent connection of the address that has most of these is stopped for it, or else the oldest
     /// that is ending. It is not started where there is none of them, and where the system has no thread.
-    [[nodiscard]] Started start(std::uint32_t address, Work work);
+    [[nodiscard]] Started start(std::uint64_t address, Work work);
 
     /// Names all threads started so far for stopThrough().
     [[nodiscard]] std::uint64_t latest() const;

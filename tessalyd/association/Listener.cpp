@@ -1,6 +1,5 @@
 #include "tessalyd/association/Listener.h"
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -11,6 +10,7 @@
 #include <mutex>
 #include <system_error>
 
+#include "dicom/net/transport/SocketAddress.h"
 #include "tessalyd/Log.h"
 
 namespace tessaly::tessalyd {
@@ -21,27 +21,45 @@ namespace {
     throw std::system_error{errno, std::generic_category(), what};
 }
 
-base::FileDescriptor bound(const PortConfiguration& port, const std::string& host) {
-    const auto number = port.number();
-    if (!number)
-        throw std::system_error{EINVAL, std::generic_category(), "not a TCP port"};
-    base::FileDescriptor socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+void setOption(const base::FileDescriptor& socket, int level, int option, int value, const char* name) {
+    if (::setsockopt(socket.get(), level, option, &value, sizeof value) < 0)
+        fail(name);
+}
+
+base::FileDescriptor listening(const dicom::SocketAddress& address, bool isForIpv4Too) {
+    base::FileDescriptor socket{::socket(address.get()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0)};
     if (!socket.isOpen())
         fail("socket");
-    constexpr int On = 1;  // connections of an earlier run that wait for their end do not hold the port
-    if (::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &On, sizeof On) < 0)
-        fail("SO_REUSEADDR");
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(*number);
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    if (!host.empty() && ::inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1)
-        throw std::system_error{EINVAL, std::generic_category(), "not an IPv4 address"};
-    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0)
+    // Connections of an earlier run that wait for their end do not hold the port.
+    setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1, "SO_REUSEADDR");
+    if (address.isIpv6())
+        setOption(socket, IPPROTO_IPV6, IPV6_V6ONLY, isForIpv4Too ? 0 : 1, "IPV6_V6ONLY");
+    if (::bind(socket.get(), address.get(), address.size()) < 0)
         fail("bind");
     if (::listen(socket.get(), SOMAXCONN) < 0)
         fail("listen");
     return socket;
+}
+
+/// A machine without IPv6 has no such sockets, or no such address.
+bool lacksIpv6(const std::error_code& error) {
+    return error == std::errc::address_family_not_supported || error == std::errc::address_not_available;
+}
+
+base::FileDescriptor bound(const PortConfiguration& port, const std::string& host) {
+    const auto number = port.number();
+    if (!number)
+        throw std::system_error{EINVAL, std::generic_category(), "not a TCP port"};
+    const auto address = dicom::SocketAddress::parse(host.empty() ? "::" : host, *number);
+    if (!address)
+        throw std::system_error{EINVAL, std::generic_category(), "not an IP address"};
+    try {
+        return listening(*address, host.empty());
+    } catch (const std::system_error& error) {
+        if (!host.empty() || !lacksIpv6(error.code()))
+            throw;
+        return listening(*dicom::SocketAddress::parse("0.0.0.0", *number), false);
+    }
 }
 
 /// Out of descriptors or memory: an accept at once would fail the same way.
@@ -54,13 +72,14 @@ void pauseUnlessStopped(const std::stop_token& stop) {
 
 }  // namespace
 
-std::uint32_t peerAddress(const base::FileDescriptor& socket) {
-    sockaddr_in address{};
+std::uint64_t peerAddress(const base::FileDescriptor& socket) {
+    sockaddr_storage address{};
     socklen_t size = sizeof address;
-    if (::getpeername(socket.get(), reinterpret_cast<sockaddr*>(&address), &size) < 0 ||
-        address.sin_family != AF_INET)
+    auto* const generic = reinterpret_cast<sockaddr*>(&address);
+    if (::getpeername(socket.get(), generic, &size) < 0 ||
+        (generic->sa_family != AF_INET && generic->sa_family != AF_INET6))
         return 0;
-    return ntohl(address.sin_addr.s_addr);
+    return dicom::SocketAddress{*generic, size}.hostKey();
 }
 
 Listener::Listener(const PortConfiguration& port, Accepted accepted, const std::string& address)

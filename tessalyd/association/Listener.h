@@ -11,8 +11,8 @@
 
 namespace tessaly::tessalyd {
 
-/// The IPv4 address of a connection's peer; 0 where there is none.
-[[nodiscard]] std::uint32_t peerAddress(const base::FileDescriptor& socket);
+/// What stands for the host of a connection's peer (SocketAddress::hostKey); 0 where there is none.
+[[nodiscard]] std::uint64_t peerAddress(const base::FileDescriptor& socket);
 
 /// Accepts connections on one port of one address, or of all addresses, from the constructor to the
 /// destructor.
@@ -22,8 +22,8 @@ class Listener {
     /// listener's thread, which waits for it.
     using Accepted = std::function<void(base::FileDescriptor, const std::stop_token&)>;
 
-    /// `address` is a numeric IPv4 address of this machine; empty: all of them. Throws std::system_error when
-    /// the port cannot be bound.
+    /// `address` is a numeric address of this machine, IPv4 or IPv6; empty: all of them, of both kinds.
+    /// Throws std::system_error when the port cannot be bound.
     Listener(const PortConfiguration& port, Accepted accepted, const std::string& address = {});
     ~Listener();
     Listener(const Listener&) = delete;

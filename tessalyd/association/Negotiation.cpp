@@ -3,47 +3,37 @@
 #include <dcmtk/dcmnet/extneg.h>
 
 #include <algorithm>
+#include <optional>
 
 namespace tessaly::tessalyd {
 
 namespace {
 
-constexpr unsigned bit(Role role) {
-    return static_cast<unsigned>(role);
-}
+using dicom::bit;
+using Services = std::span<const std::unique_ptr<Service>>;
 
-unsigned proposedRoles(const T_ASC_PresentationContext& context) {
-    switch (context.proposedRole) {
-        case ASC_SC_ROLE_SCP:
-            return bit(Role::Scp);
-        case ASC_SC_ROLE_SCUSCP:
-            return bit(Role::Scu) | bit(Role::Scp);
-        default:
-            return bit(Role::Scu);
-    }
-}
+/// What a service supports, and that service.
+struct Supported {
+    SupportedContext context;
+    Service* service;
+};
 
-T_ASC_SC_ROLE answerTo(unsigned roles) {
-    if ((roles & bit(Role::Scp)) == 0)
-        return ASC_SC_ROLE_DEFAULT;
-    return (roles & bit(Role::Scu)) == 0 ? ASC_SC_ROLE_SCP : ASC_SC_ROLE_SCUSCP;
-}
-
-std::vector<SupportedContext> supportedFor(const Services& services, const char* sopClass) {
-    std::vector<SupportedContext> found;
+std::vector<Supported> supportedFor(Services services, const char* sopClass) {
+    std::vector<Supported> found;
     for (const auto& service : services) {
-        const auto supported = service->supportedContexts();
-        std::copy_if(supported.begin(), supported.end(), std::back_inserter(found),
-                     [&](const SupportedContext& one) { return one.covers(sopClass); });
+        for (const SupportedContext& context : service->contexts()) {
+            if (context.covers(sopClass))
+                found.push_back({.context = context, .service = service.get()});
+        }
     }
     return found;
 }
 
 /// 0 when one of them does not take it.
-int preference(const std::vector<SupportedContext>& supported, dicom::TransferSyntax syntax) {
+int preference(const std::vector<Supported>& supported, dicom::TransferSyntax syntax) {
     int sum = 0;
-    for (const SupportedContext& context : supported) {
-        const int one = context.preference(syntax);
+    for (const Supported& each : supported) {
+        const int one = each.context.preference(syntax);
         if (one == 0)
             return 0;
         sum += one;
@@ -51,8 +41,7 @@ int preference(const std::vector<SupportedContext>& supported, dicom::TransferSy
     return sum;
 }
 
-const char* chooseSyntax(const T_ASC_PresentationContext& context,
-                         const std::vector<SupportedContext>& supported) {
+const char* chooseSyntax(const T_ASC_PresentationContext& context, const std::vector<Supported>& supported) {
     const char* chosen = nullptr;
     int best = 0;
     for (const char* uid : std::span{context.proposedTransferSyntaxes, context.transferSyntaxCount}) {
@@ -65,43 +54,52 @@ const char* chooseSyntax(const T_ASC_PresentationContext& context,
     return chosen;
 }
 
-std::optional<AcceptedContext> answer(T_ASC_Parameters* parameters, const T_ASC_PresentationContext& context,
-                                      const Services& services) {
+/// Where the requestor's own requests go: the first service that supports it as SCU.
+std::optional<Negotiated::Target> targetOf(const std::vector<Supported>& supported) {
+    const auto found = std::find_if(supported.begin(), supported.end(),
+                                    [](const Supported& one) { return one.context.requestor == Role::Scu; });
+    if (found == supported.end())
+        return std::nullopt;
+    return Negotiated::Target{.service = found->service, .right = found->context.right};
+}
+
+void answer(T_ASC_Parameters* parameters, const T_ASC_PresentationContext& context, Services services,
+            Negotiated& negotiated) {
     const T_ASC_PresentationContextID id = context.presentationContextID;
-    std::vector<SupportedContext> supported = supportedFor(services, context.abstractSyntax);
+    std::vector<Supported> supported = supportedFor(services, context.abstractSyntax);
     if (supported.empty()) {
         ASC_refusePresentationContext(parameters, id, ASC_P_ABSTRACTSYNTAXNOTSUPPORTED);
-        return std::nullopt;
+        return;
     }
-    unsigned roles = proposedRoles(context);
+    const unsigned proposed = dicom::rolesOf(context.proposedRole);
     std::erase_if(supported,
-                  [roles](const SupportedContext& one) { return (roles & bit(one.requester)) == 0; });
+                  [proposed](const Supported& one) { return (proposed & bit(one.context.requestor)) == 0; });
     if (supported.empty()) {  // it wants to receive, for example, where nothing is sent
         ASC_refusePresentationContext(parameters, id, ASC_P_USERREJECTION);
-        return std::nullopt;
+        return;
     }
     const char* syntax = chooseSyntax(context, supported);
     if (syntax == nullptr) {
         ASC_refusePresentationContext(parameters, id, ASC_P_TRANSFERSYNTAXESNOTSUPPORTED);
-        return std::nullopt;
+        return;
     }
-    roles = 0;
-    for (const SupportedContext& one : supported)
-        roles |= bit(one.requester);
-    ASC_acceptPresentationContext(parameters, id, syntax, answerTo(roles), OFTrue);
-    return AcceptedContext{.id = id,
-                           .sopClass = context.abstractSyntax,
-                           .syntax = dicom::TransferSyntax{std::string_view{syntax}},
-                           .roles = roles};
+    unsigned roles = 0;
+    for (const Supported& one : supported)
+        roles |= bit(one.context.requestor);
+    ASC_acceptPresentationContext(parameters, id, syntax, dicom::roleSelection(roles), OFTrue);
+    negotiated.contexts.push_back(
+        {.id = id, .sopClass = context.abstractSyntax, .transferSyntax = syntax, .roles = roles});
+    if (const auto target = targetOf(supported))
+        negotiated.targets.emplace(id, *target);
 }
 
 using ExtendedItem = SOPClassExtendedNegotiationSubItem;
 using ExtendedItems = SOPClassExtendedNegotiationSubItemList;
 
-std::vector<std::uint8_t> extendedAnswer(const ExtendedItem& item, const Services& services) {
+std::vector<std::uint8_t> extendedAnswer(const ExtendedItem& item, Services services) {
     const std::string& sopClass = item.sopClassUID;
     for (const auto& service : services) {
-        const auto supported = service->supportedContexts();
+        const auto supported = service->contexts();
         if (std::any_of(supported.begin(), supported.end(),
                         [&](const SupportedContext& one) { return one.covers(sopClass.c_str()); })) {
             auto holds = service->negotiateExtended(
@@ -113,7 +111,7 @@ std::vector<std::uint8_t> extendedAnswer(const ExtendedItem& item, const Service
     return {};
 }
 
-void answerExtended(T_ASC_Parameters* parameters, const Services& services) {
+void answerExtended(T_ASC_Parameters* parameters, Services services) {
     ExtendedItems* proposed = nullptr;
     ASC_getRequestedExtNegList(parameters, &proposed);
     if (proposed == nullptr)
@@ -138,18 +136,16 @@ void answerExtended(T_ASC_Parameters* parameters, const Services& services) {
 
 }  // namespace
 
-std::vector<AcceptedContext> negotiate(T_ASC_Parameters* parameters, const Services& services) {
-    std::vector<AcceptedContext> accepted;
+Negotiated negotiate(T_ASC_Parameters* parameters, Services services) {
+    Negotiated negotiated;
     const int count = ASC_countPresentationContexts(parameters);
     for (int i = 0; i < count; ++i) {
         T_ASC_PresentationContext context;
-        if (ASC_getPresentationContext(parameters, i, &context).bad())
-            continue;
-        if (auto one = answer(parameters, context, services))
-            accepted.push_back(std::move(*one));
+        if (ASC_getPresentationContext(parameters, i, &context).good())
+            answer(parameters, context, services, negotiated);
     }
     answerExtended(parameters, services);
-    return accepted;
+    return negotiated;
 }
 
 }  // namespace tessaly::tessalyd

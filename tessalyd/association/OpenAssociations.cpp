@@ -56,7 +56,7 @@ bool OpenAssociations::hasRoom(const Port& port, const Peer& peer, const Places&
 }
 
 OpenAssociations::Record* OpenAssociations::displaceable(Port& port, const Peer& peer, const Places& places) {
-    std::map<std::uint32_t, int> byAddress;
+    std::map<std::uint64_t, int> byAddress;
     for (const Record& record : port.records)
         byAddress[record.peer.address] += record.isDisplaced ? 0 : 1;
     Record* idlest = nullptr;

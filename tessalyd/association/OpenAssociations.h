@@ -21,7 +21,7 @@ struct AssociationNames {
     std::string port;
     std::string callingAeTitle;
     std::string calledAeTitle;
-    std::uint32_t address = 0;  ///< of the peer, IPv4
+    std::uint64_t address = 0;  ///< of the peer's host (SocketAddress::hostKey)
 
     /// For the log, which escapes what is not printable.
     [[nodiscard]] std::string text() const {
@@ -53,7 +53,7 @@ class OpenAssociations {
         : opened_(std::move(opened)), ended_(std::move(ended)), knockMemory_(knockMemory) {}
 
     struct Peer {
-        std::uint32_t address = 0;  ///< IPv4
+        std::uint64_t address = 0;  ///< of its host
         bool isNode = false;        ///< of the port
         /// Stopped when another takes its place.
         std::stop_source stop = std::stop_source{std::nostopstate};
@@ -102,7 +102,7 @@ class OpenAssociations {
   private:
     /// Somebody found the port full.
     struct Knock {
-        std::uint32_t address;
+        std::uint64_t address;
         bool isNode;
         Clock::time_point time;
     };

@@ -9,7 +9,7 @@
 #include "base/TcpPort.h"
 #include "base/Text.h"
 #include "db/Query.h"
-#include "schema/OlderRows.h"
+#include "schema/BackfillMark.h"
 #include "schema/Schema.h"
 #include "schema/Upgrade.h"
 
@@ -68,6 +68,7 @@ std::vector<NodeConfiguration> readNodes(const db::Connection& connection) {
             .port = trimmedText(rows, "Port"),
             .store = rows.flag("Store"),
             .query = rows.flag("Query"),
+            .print = rows.flag("Print"),
         });
     }
     return nodes;
@@ -105,8 +106,9 @@ std::optional<std::uint16_t> PortConfiguration::number() const noexcept {
     return base::tcpPort(port);
 }
 
-void openDatabase(db::Connection& connection, const std::string& settings) {
-    connection.setConnectString(settings.empty() ? "DSN=DicomFDB" : "DSN=DicomFDB;" + settings);
+void openDatabase(db::Connection& connection, db::Purpose purpose) {
+    connection.setConnectString("DSN=DicomFDB");
+    connection.setPurpose(purpose);
     connection.setCursorDriver(db::Connection::CursorDriver::IfNeeded);
     connection.establish();
 }
@@ -125,8 +127,7 @@ Configuration readConfiguration(const db::Connection& connection) {
     configuration.databaseFile = db::fileOf(connection);
     configuration.ports = readPorts(connection);
     configuration.nodes = readNodes(connection);
-    configuration.hasOlderRows =
-        schema::isKnown(connection.engineName()) && schema::filledTo(connection).has_value();
+    configuration.hasOlderRows = schema::isKnown(connection) && schema::filledTo(connection).has_value();
     return configuration;
 }
 

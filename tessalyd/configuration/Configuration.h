@@ -53,6 +53,7 @@ struct NodeConfiguration {
     std::string port;
     bool store = false;  ///< objects may be sent to it
     bool query = false;  ///< it may query and retrieve
+    bool print = false;  ///< it may print
 };
 
 struct Configuration {
@@ -64,9 +65,8 @@ struct Configuration {
     std::optional<db::DatabaseFile> databaseFile = {};  ///< that all this was read from, where there is one
 };
 
-/// Opens the configuration database. `settings` go before those of the data source: "Word=value", one or
-/// more, with semicolons between them. Throws db::Error.
-void openDatabase(db::Connection& connection, const std::string& settings = {});
+/// Opens the configuration database. Throws db::Error.
+void openDatabase(db::Connection& connection, db::Purpose purpose = db::Purpose::General);
 
 /// Reads everything that the server is configured by. Without a row of DicomServer its columns have the
 /// values above. Throws db::Error, and std::runtime_error for tables that an upgrade has to come before.

@@ -6,7 +6,7 @@
 #include <map>
 #include <set>
 
-#include "db/Number.h"
+#include "base/Number.h"
 #include "dicom/data/DateTimeRange.h"
 #include "dicom/data/NameFolding.h"
 #include "dicom/data/Padding.h"
@@ -170,12 +170,12 @@ class KeyMatchMaker {
     }
 
     void number(std::string_view asked) {
-        const auto wanted = db::toWholeNumber(asked.substr(asked.starts_with('+') ? 1 : 0));
+        const auto wanted = base::wholeNumber(asked.substr(asked.starts_with('+') ? 1 : 0));
         if (!wanted)
             return literally(asked);
         match_.decide_ = [wanted](std::string_view stored) {
             stored = withoutBlanks(stored);
-            return foundIf(db::toWholeNumber(stored.substr(stored.starts_with('+') ? 1 : 0)) == wanted);
+            return foundIf(base::wholeNumber(stored.substr(stored.starts_with('+') ? 1 : 0)) == wanted);
         };
     }
 

@@ -8,16 +8,16 @@
 
 namespace tessaly::tessalyd {
 
-ServiceFactory allServices(ArchiveIndex& index, QueryAccess& queries, decoder::Pool& decoders) {
+ServiceFactory allServices(ServiceContext& shared) {
     const auto unlisted = std::make_shared<UnlistedClasses>();
-    return [&index, &queries, &decoders, unlisted] {
-        Services services;
-        services.push_back(std::make_unique<EchoService>());
-        services.push_back(std::make_unique<StoreService>(index, decoders, *unlisted));
-        services.push_back(std::make_unique<FindService>(queries.rules(), queries.sessions()));
-        services.push_back(std::make_unique<GetService>(queries, decoders));
-        services.push_back(std::make_unique<MoveService>(queries, decoders));
-        return services;
+    return [&shared, unlisted](const PortConfiguration& /*port*/, const AssociationNames& /*peer*/) {
+        PeerServices made{.services = {}, .nodes = shared.settings()->nodes};
+        made.services.push_back(std::make_unique<EchoService>());
+        made.services.push_back(std::make_unique<StoreService>(shared, *unlisted));
+        made.services.push_back(std::make_unique<FindService>(shared));
+        made.services.push_back(std::make_unique<GetService>(shared));
+        made.services.push_back(std::make_unique<MoveService>(shared));
+        return made;
     };
 }
 

@@ -1,13 +1,12 @@
 #pragma once
 
-#include "decoder/Pool.h"
 #include "tessalyd/association/Service.h"
-#include "tessalyd/services/retrieve/QueryAccess.h"
-#include "tessalyd/store/ArchiveIndex.h"
+#include "tessalyd/services/ServiceContext.h"
 
 namespace tessaly::tessalyd {
 
-/// Everything that this server does for an association. What is given outlives the factory and what it makes.
-[[nodiscard]] ServiceFactory allServices(ArchiveIndex& index, QueryAccess& queries, decoder::Pool& decoders);
+/// Everything that this server does for an association. The context outlives the factory and what it makes,
+/// and has been configured before the first association.
+[[nodiscard]] ServiceFactory allServices(ServiceContext& shared);
 
 }  // namespace tessaly::tessalyd

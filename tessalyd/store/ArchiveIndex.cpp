@@ -1,50 +1,45 @@
 #include "tessalyd/store/ArchiveIndex.h"
 
-#include "db/Error.h"
+#include "db/Retrying.h"
 #include "tessalyd/store/StoreFailure.h"
 
 namespace tessaly::tessalyd {
 
-namespace {
-
-/// Of several transactions that stand in each other's way, the engine lets one go on: each attempt is one
-/// less to wait for.
-constexpr int Attempts = 20;
-
-}  // namespace
-
-/// Runs `work` on a session; a db::Error becomes a StoreFailure. It is run again where others were in the
-/// way, and once on a new connection where the engine has ended this one: after a restart of the engine, all
-/// that were idle are so.
+/// Runs `work` on a session, anew where that may help; a db::Error becomes a StoreFailure.
 template <class Work>
 auto ArchiveIndex::withSession(Work work) {
-    bool reconnected = false;
     bool undecided = false;
-    for (int attempt = 1;; ++attempt) {
+    const auto attempt = [&] {
+        auto session = open();
         try {
-            auto session = sessions_.take();  // what cannot be opened now is not tried a second time
-            try {
-                return work(*session);
-            } catch (const db::Error& error) {
-                undecided = undecided || dynamic_cast<const db::OutcomeUnknown*>(&error) != nullptr;
-                if (error.isConflict() && attempt < Attempts)
-                    continue;
-                if (!error.isConflict())
-                    session.discard();
-                if (!error.isLostSession() || reconnected)
-                    throw;
-                reconnected = true;
-                sessions_.close();
-            }
+            return work(*session);
+        } catch (const db::Conflict&) {
+            throw;
         } catch (const db::Error& error) {
-            if (undecided)
-                throw StoreUndecided{databaseRefused(error.what())};
-            throw databaseRefused(error.what());
-        } catch (const StoreFailure& failure) {
-            if (undecided)
-                throw StoreUndecided{failure};
+            undecided = undecided || dynamic_cast<const db::OutcomeUnknown*>(&error) != nullptr;
+            session.discard();
             throw;
         }
+    };
+    try {
+        try {
+            return db::retrying(attempt, [this] { sessions_.close(); });
+        } catch (const db::Error& error) {
+            throw databaseRefused(error.what());
+        }
+    } catch (const StoreFailure& failure) {
+        if (undecided)
+            throw StoreUndecided{failure};
+        throw;
+    }
+}
+
+/// What cannot be opened now is not tried a second time: the fault is none that retrying() knows.
+ArchiveSessions::Lease ArchiveIndex::open() {
+    try {
+        return sessions_.take();
+    } catch (const db::Error& error) {
+        throw databaseRefused(error.what());
     }
 }
 
@@ -71,9 +66,11 @@ void ArchiveIndex::requireRoot(const std::string& studyPath) {
     std::string root = studyPath.substr(0, cut);
     while (root.ends_with('\\') || root.ends_with('/'))
         root.pop_back();
-    roots_.require(root, studyPath.substr(cut + 1), [this, &root] {
+    const bool isAvailable = roots_.isAvailable(root, studyPath.substr(cut + 1), [this, &root] {
         return withSession([&root](ArchiveSession& session) { return session.hasStudiesIn(root); });
     });
+    if (!isAvailable)
+        throw RootUnavailable{};
 }
 
 std::unique_lock<std::mutex> ArchiveIndex::claim(const std::string& sopInstanceUid) {

@@ -10,8 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "archive/ArchiveRoots.h"
 #include "archive/Location.h"
-#include "tessalyd/store/ArchiveRoots.h"
+#include "tessalyd/store/ArchiveReport.h"
 #include "tessalyd/store/ArchiveSessions.h"
 #include "tessalyd/store/ObjectHeader.h"
 
@@ -78,12 +79,13 @@ class ArchiveIndex {
 
     template <class Work>
     auto withSession(Work work);
+    [[nodiscard]] ArchiveSessions::Lease open();
     void requireRoot(const std::string& studyPath);
     [[nodiscard]] std::string settle(const std::string& study, const std::optional<std::string>& known,
                                      std::string otherwise);
 
     ArchiveSessions sessions_;
-    ArchiveRoots roots_;
+    archive::ArchiveRoots roots_{reportArchive};
 
     std::mutex reservationsMutex_;
     std::map<std::string, Reservation> reservations_;

@@ -43,19 +43,23 @@ auto settled(Step step) -> decltype(step()) {
 /// Locks a row that the store builds on, of another table than it writes, against being removed.
 void keep(db::Query& row) {
     if (!row.open().next())
-        throw db::Error{{{.sqlState = "40001", .message = "A row of the object was removed meanwhile"}}, {}};
+        throw db::Conflict{"A row of the object was removed meanwhile"};
 }
 
 std::string select(std::string_view columns, std::span<const HeaderColumn> more, std::string_view rest) {
     return "SELECT " + std::string{columns} + ", " + namesOf(more) + std::string{rest};
 }
 
-/// Adds the row unless its key is there already, also by a transaction that is under way elsewhere: the
-/// engine waits for its end then. The header's columns come first, then the others.
-std::string insert(std::string_view table, std::span<const HeaderColumn> columns, std::string_view others,
-                   std::size_t otherCount) {
-    return "INSERT INTO " + std::string{table} + " (" + namesOf(columns) + ", " + std::string{others} +
-           ") VALUES (" + markers(columns.size() + otherCount) + ") ON CONFLICT DO NOTHING";
+/// Adds the row unless its key is there already. The header's columns come first, then the others.
+std::string insert(const db::Connection& connection, std::string_view table,
+                   std::span<const HeaderColumn> columns, std::string_view others, std::size_t otherCount) {
+    return connection.dialect().insertNew(table, namesOf(columns) + ", " + std::string{others},
+                                          '(' + markers(columns.size() + otherCount) + ')');
+}
+
+/// The end of a statement whose rows are not to be removed until the transaction ends.
+std::string kept(const db::Connection& connection, std::string_view table = {}) {
+    return connection.dialect().rowLock(db::RowLock::Removal, table);
 }
 
 std::string update(std::string_view table, std::span<const HeaderColumn> columns, std::string_view rest) {
@@ -84,25 +88,26 @@ ArchiveSession::Statements::Statements(const db::Connection& connection)
              "AND Study.StudyInstanceUID=Series.StudyInstanceUID AND Study.StudyPath=? "
              "AND Patient.ID=Study.IDPatient AND Patient.PatientID=?" +
                  same("Series", seriesColumns()) + same("Study", studyColumns()) +
-                 same("Patient", patientColumns()) + " FOR KEY SHARE OF Series"},
+                 same("Patient", patientColumns()) + kept(connection, "Series")},
       patient{connection, select("ID", patientColumns(), " FROM Patient WHERE PatientID=?")},
-      keepPatient{connection, "SELECT ID FROM Patient WHERE ID=? FOR KEY SHARE"},
+      keepPatient{connection, "SELECT ID FROM Patient WHERE ID=?" + kept(connection)},
       lastPatient{connection, "SELECT MAX(ID) AS LastID FROM Patient"},
-      addPatient{connection, insert("Patient", patientColumns(), "ID, PatientID", 2)},
+      addPatient{connection, insert(connection, "Patient", patientColumns(), "ID, PatientID", 2)},
       updatePatient{connection, update("Patient", patientColumns(), " WHERE ID=?")},
       study{connection,
             select("IDPatient, StudyPath", studyColumns(), " FROM Study WHERE StudyInstanceUID=?")},
-      keepStudy{connection, "SELECT StudyInstanceUID FROM Study WHERE StudyInstanceUID=? FOR KEY SHARE"},
-      addStudy{connection, insert("Study", studyColumns(), "IDPatient, StudyInstanceUID, StudyPath", 3)},
+      keepStudy{connection, "SELECT StudyInstanceUID FROM Study WHERE StudyInstanceUID=?" + kept(connection)},
+      addStudy{connection,
+               insert(connection, "Study", studyColumns(), "IDPatient, StudyInstanceUID, StudyPath", 3)},
       updateStudy{connection, update("Study", studyColumns(), ", IDPatient=? WHERE StudyInstanceUID=?")},
       series{connection, select("StudyInstanceUID, SeriesDir", seriesColumns(),
-                                " FROM Series WHERE SeriesInstanceUID=? FOR KEY SHARE")},
-      addSeries{connection,
-                insert("Series", seriesColumns(), "SeriesInstanceUID, StudyInstanceUID, SeriesDir", 3)},
+                                " FROM Series WHERE SeriesInstanceUID=?" + kept(connection))},
+      addSeries{connection, insert(connection, "Series", seriesColumns(),
+                                   "SeriesInstanceUID, StudyInstanceUID, SeriesDir", 3)},
       updateSeries{connection, update("Series", seriesColumns(), " WHERE SeriesInstanceUID=?")},
       image{connection, "SELECT SeriesInstanceUID, ImageFile FROM Image WHERE SOPInstanceUID=?"},
-      addImage{connection,
-               insert("Image", imageColumns(), "SOPInstanceUID, SeriesInstanceUID, ImageFile", 3)},
+      addImage{connection, insert(connection, "Image", imageColumns(),
+                                  "SOPInstanceUID, SeriesInstanceUID, ImageFile", 3)},
       updateImage{connection, update("Image", imageColumns(), " WHERE SOPInstanceUID=?")},
       moveImage{connection, "UPDATE Image SET SeriesInstanceUID=?, ImageFile=? WHERE SOPInstanceUID=?"},
       folders{connection,
@@ -115,9 +120,8 @@ ArchiveSession::Statements::Statements(const db::Connection& connection)
 
 ArchiveSession::ArchiveSession(std::chrono::seconds wait) {
     connection_.setLockWait(wait);
-    // What the sender is told to be stored is to be found after a power failure, too: the SQLite driver's
-    // word for it. Others pass over it, and their engines flush anyway.
-    openDatabase(connection_, "SyncPragma=FULL");
+    // What the sender is told to be stored is to be found after a power failure, too.
+    openDatabase(connection_, db::Purpose::DurableWrites);
     run_.emplace(connection_);
 }
 

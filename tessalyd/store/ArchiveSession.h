@@ -8,6 +8,7 @@
 #include "archive/Location.h"
 #include "db/DatabaseFile.h"
 #include "db/Query.h"
+#include "db/dialects/Dialect.h"
 #include "tessalyd/store/ObjectHeader.h"
 
 namespace tessaly::tessalyd {
@@ -38,8 +39,8 @@ class ArchiveSession {
     };
     [[nodiscard]] Folders folders(const ObjectHeader& header);
 
-    /// Writes the rows of an object, in one transaction. db::Error::isConflict() says that all of it may be
-    /// tried again. Throws Displaced where the tables have another folder by now, and StoreUndecided where
+    /// Writes the rows of an object, in one transaction. Throws db::Conflict where all of it may be tried
+    /// again, Displaced where the tables have another folder by now, and StoreUndecided where
     /// the database's file lost its place in the commit.
     void record(const ObjectHeader& header, const archive::Location& location, const FileSteps& steps = {});
 
@@ -48,7 +49,9 @@ class ArchiveSession {
 
     /// As for db::Connection.
     [[nodiscard]] bool isInPlace() const { return db::isInPlace(connection_); }
-    [[nodiscard]] bool supportsConcurrentWriters() const { return connection_.supportsConcurrentWriters(); }
+    [[nodiscard]] bool supportsConcurrentWriters() const {
+        return connection_.dialect().supportsConcurrentWriters();
+    }
 
   private:
     struct ImageRow {

@@ -11,10 +11,20 @@
 
 #include "archive/StoredPath.h"
 #include "decoder/Syntaxes.h"
+#include "dicom/data/SinkStream.h"
 #include "tessalyd/Log.h"
+#include "tessalyd/store/ArchiveReport.h"
 #include "tessalyd/store/StoreFailure.h"
 
 namespace tessaly::tessalyd {
+
+namespace {
+
+std::unique_ptr<archive::ArchiveFile> openFile(std::filesystem::path folder, std::string name) {
+    return std::make_unique<archive::ArchiveFile>(std::move(folder), std::move(name), reportArchive);
+}
+
+}  // namespace
 
 ArchiveWriter::ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, Decoding decoding,
                              IncomingObject object, std::vector<char>& buffer)
@@ -24,22 +34,31 @@ ArchiveWriter::ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index,
       object_(std::move(object)),
       incoming_(object_.syntax),
       end_(object_.syntax),
-      unplaced_(buffer, archive::localPath(port.root)),
-      stream_([this](std::span<const char> block) { take(block); }) {}
+      unplaced_(buffer, archive::localPath(port.root)) {}
 
-void ArchiveWriter::take(std::span<const char> block) {
-    end_.take(block);
+void ArchiveWriter::take(std::span<const char> piece) noexcept {
+    if (fault_)
+        return;
+    try {
+        write(piece);
+    } catch (...) {
+        fault_ = std::current_exception();
+    }
+}
+
+void ArchiveWriter::write(std::span<const char> piece) {
+    end_.take(piece);
     if (file_) {
-        file_->write(block);
+        file_->write(piece);
         return;
     }
-    const bool isPlaceable = incoming_.take(block);
-    if (isPlaceable && unplaced_.size() + block.size() > UnplacedBytes::MostInMemory) {
+    const bool isPlaceable = incoming_.take(piece);
+    if (isPlaceable && unplaced_.size() + piece.size() > UnplacedBytes::MostInMemory) {
         begin(false);
-        file_->write(block);
+        file_->write(piece);
         return;
     }
-    unplaced_.append(block);
+    unplaced_.append(piece);
     if (!isPlaceable && unplaced_.size() > dicom::LongestHeader)
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand, "The header of the object does not end"};
 }
@@ -52,7 +71,7 @@ void ArchiveWriter::begin(bool complete) {
     header_->transferSyntaxUid = object_.syntax.uid();
     placement_ = index_.place(*header_, port_.root);
     const archive::Location& location = placement_->location();
-    file_ = std::make_unique<ArchiveFile>(archive::localPath(location.folder()), location.imageFile);
+    file_ = openFile(archive::localPath(location.folder()), location.imageFile);
     const std::vector<char> meta = metaHeader(header_->transferSyntaxUid);
     file_->write(meta);
     dataSetAt_ = meta.size();
@@ -97,7 +116,8 @@ std::vector<char> ArchiveWriter::metaHeader(const std::string& transferSyntaxUid
 
 void ArchiveWriter::finish() {
     try {
-        stream_.rethrow();
+        if (fault_)
+            std::rethrow_exception(fault_);
         if (file_)
             checkEnd();
         else
@@ -113,7 +133,7 @@ void ArchiveWriter::finish() {
 void ArchiveWriter::decode() {
     const dicom::TransferSyntax target{EXS_LittleEndianExplicit};
     const std::string syntaxUid = target.uid();
-    auto decoded = std::make_unique<ArchiveFile>(file_->folder(), placement_->location().imageFile);
+    auto decoded = openFile(file_->folder(), placement_->location().imageFile);
     const std::vector<char> meta = metaHeader(syntaxUid);
     decoded->write(meta);
     const base::FileDescriptor source = file_->openForReading();
@@ -186,7 +206,7 @@ void ArchiveWriter::recordOnce() {
 void ArchiveWriter::follow() {
     auto placement = index_.place(*header_, port_.root);
     const archive::Location& location = placement->location();
-    auto file = std::make_unique<ArchiveFile>(archive::localPath(location.folder()), location.imageFile);
+    auto file = openFile(archive::localPath(location.folder()), location.imageFile);
     file_->copyTo(*file);
     file_ = std::move(file);
     placement_ = std::move(placement);

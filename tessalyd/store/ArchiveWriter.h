@@ -1,15 +1,16 @@
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "archive/ArchiveFile.h"
 #include "decoder/Pool.h"
 #include "dicom/data/DataSetWalk.h"
-#include "dicom/data/SinkStream.h"
 #include "tessalyd/configuration/Configuration.h"
-#include "tessalyd/store/ArchiveFile.h"
 #include "tessalyd/store/ArchiveIndex.h"
 #include "tessalyd/store/ObjectHeader.h"
 #include "tessalyd/store/UnplacedBytes.h"
@@ -40,15 +41,16 @@ class ArchiveWriter {
     ArchiveWriter(const PortConfiguration& port, ArchiveIndex& index, Decoding decoding,
                   IncomingObject object, std::vector<char>& buffer);
 
-    /// For the data set. Faults while it is written come out of finish().
-    [[nodiscard]] DcmOutputStream& stream() noexcept { return stream_; }
+    /// Takes the next piece of the data set. A fault comes out of finish(), so that the sender can be
+    /// listened to until its end and then be answered; what comes after it is dropped.
+    void take(std::span<const char> piece) noexcept;
 
     /// The data set is complete: when this returns, the file is on the disk under its name and the tables
     /// have it. Throws StoreFailure.
     void finish();
 
   private:
-    void take(std::span<const char> block);
+    void write(std::span<const char> piece);
     void begin(bool complete);
     void check(const ObjectHeader& header) const;
     void checkEnd() const;
@@ -66,12 +68,12 @@ class ArchiveWriter {
     IncomingHeader incoming_;
     dicom::TruncationCheck end_;
     UnplacedBytes unplaced_;  // all that has come, until file_ is there
-    dicom::SinkStream stream_;
+    std::exception_ptr fault_;
     std::optional<ObjectHeader> header_;  // once it is known, with placement_ and file_
     std::unique_ptr<ArchiveIndex::Placement> placement_;
-    std::unique_ptr<ArchiveFile> file_;
-    std::optional<FormerFile> former_;  // of the same instance, in another folder
-    std::size_t dataSetAt_ = 0;         // in the file
+    std::unique_ptr<archive::ArchiveFile> file_;
+    std::optional<archive::FormerFile> former_;  // of the same instance, in another folder
+    std::size_t dataSetAt_ = 0;                  // in the file
 };
 
 }  // namespace tessaly::tessalyd

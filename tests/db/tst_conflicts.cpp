@@ -1,9 +1,10 @@
 #include <QTest>
+#include <set>
+#include <string>
 #include <thread>
 
 #include "db/Query.h"
 #include "db/Transaction.h"
-#include "tests/db/Fault.h"
 #include "tests/support/ScratchDatabase.h"
 
 using namespace Qt::StringLiterals;
@@ -52,19 +53,26 @@ void ConflictsTest::aDeadlockIsAConflict() {
     };
     change(one, "a");
     change(other, "b");
-    db::Error met{"none"};
-    std::jthread waiting{[&] {  // for what is here, and is given up or not when this one waits too
+    const auto outcomeOf = [&](const db::Connection& by, const char* key) -> std::string {
         try {
-            change(other, "a");
+            change(by, key);
+            return "done";
+        } catch (const db::Conflict&) {
+            return "given up";
         } catch (const db::Error& fault) {
-            met = fault;
+            return fault.what();
         }
+    };
+    std::set<std::string> outcomes;
+    std::string met;
+    std::jthread waiting{[&] {  // for what is here, and is given up or not when this one waits too
+        met = outcomeOf(other, "a");
     }};
-    const db::Error own = faultOf([&] { change(one, "b"); });
+    outcomes.insert(outcomeOf(one, "b"));
     here.rollBack();
     waiting.join();
-    QVERIFY(own.isConflict() != met.isConflict());
-    QVERIFY(!own.isLostSession() && !met.isLostSession());
+    outcomes.insert(met);
+    QVERIFY((outcomes == std::set<std::string>{"done", "given up"}));
 }
 
 QTEST_GUILESS_MAIN(ConflictsTest)

@@ -4,6 +4,7 @@
 #include "archive/StoredPath.h"
 #include "db/Query.h"
 #include "db/Transaction.h"
+#include "db/dialects/Dialect.h"
 #include "tests/db/Fault.h"
 #include "tests/support/ScratchDatabase.h"
 
@@ -238,10 +239,10 @@ void DbTest::onlyADuplicateKeyHasItsNumber() {
     const auto insert = [&](const std::string& statement) {
         return faultOf([&] { execute(*connection_, statement); });
     };
-    QCOMPARE(insert("INSERT INTO T (K) VALUES ('KEY')").Number(), db::Error::DuplicateKey);
-    QVERIFY(insert("INSERT INTO U VALUES (NULL)").Number() != db::Error::DuplicateKey);
+    QCOMPARE(insert("INSERT INTO T (K) VALUES ('KEY')").Number(), db::Error::DuplicateKeyNumber);
+    QVERIFY(insert("INSERT INTO U VALUES (NULL)").Number() != db::Error::DuplicateKeyNumber);
     const db::Error raised = insert("INSERT INTO U VALUES ('bad')");
-    QVERIFY(raised.Number() != db::Error::DuplicateKey);
+    QVERIFY(raised.Number() != db::Error::DuplicateKeyNumber);
     QVERIFY(QString::fromUtf8(raised.what()).contains(ScratchDatabase::Failure));
 }
 
@@ -267,7 +268,7 @@ void DbTest::aTransactionKeepsAllOrNothing() {
         execute(*connection_, "INSERT INTO T (K) VALUES ('lost')");
         execute(*connection_, "INSERT INTO T (K) VALUES ('kept')");
     } catch (const db::Error& fault) {
-        QCOMPARE(fault.Number(), db::Error::DuplicateKey);
+        QCOMPARE(fault.Number(), db::Error::DuplicateKeyNumber);
     }
     execute(*connection_, "INSERT INTO T (K) VALUES ('after')");  // each statement by itself again
     QCOMPARE(scratch_->rows(u"SELECT K FROM T ORDER BY K"_s),
@@ -349,7 +350,7 @@ void DbTest::theCatalogueKnowsTheTables() {
     QVERIFY(!connection_->hasTable("T2"));
     scratch_->run(u"CREATE TABLE T2 (X INTEGER)"_s);
     QVERIFY(connection_->hasTable("T2"));
-    QCOMPARE(connection_->engineName(), ScratchDatabase::isPostgresql() ? "PostgreSQL" : "SQLite");
+    QCOMPARE(connection_->dialect().engineName(), ScratchDatabase::isPostgresql() ? "PostgreSQL" : "SQLite");
 }
 
 void DbTest::anUnknownDataSourceSaysSo() {

@@ -98,7 +98,7 @@ class PostgresqlTest : public QObject {
 void PostgresqlTest::aCaughtFailureKeepsATransactionFromCommitting() {
     db::Transaction transaction{*connection_};
     insert("before");
-    QCOMPARE(faultOf([&] { insert("before"); }).Number(), db::Error::DuplicateKey);
+    QCOMPARE(faultOf([&] { insert("before"); }).Number(), db::Error::DuplicateKeyNumber);
     // The engine has failed the whole transaction, and says so of every further statement.
     QCOMPARE(faultOf([&] { insert("after"); }).sqlState(), "25P02");
     QCOMPARE(faultOf([&] { transaction.commit(); }).what(),
@@ -281,7 +281,7 @@ void PostgresqlTest::aLongWalkOutlivesFailuresBesideIt() {
     while (walk.next()) {
         QCOMPARE(walk.row().integer("N"), ++walked);
         if (walked % 100 == 0)
-            QCOMPARE(faultOf([&] { insert("2"); }).Number(), db::Error::DuplicateKey);
+            QCOMPARE(faultOf([&] { insert("2"); }).Number(), db::Error::DuplicateKeyNumber);
         if (walked % 1000 == 1)
             execute(*connection_, "DELETE FROM T WHERE K=?", {db::varchar(walk.row().text("K"))});
     }
@@ -314,10 +314,10 @@ void PostgresqlTest::aLongWalkHasRowsOfAnyLength() {
 
 void PostgresqlTest::namesDifferInMoreThanCase() {
     insert("AE");
-    QCOMPARE(faultOf([&] { insert("ae"); }).Number(), db::Error::DuplicateKey);
+    QCOMPARE(faultOf([&] { insert("ae"); }).Number(), db::Error::DuplicateKeyNumber);
     insert("AE ");
     insert("Ä");
-    QCOMPARE(faultOf([&] { insert("ä"); }).Number(), db::Error::DuplicateKey);
+    QCOMPARE(faultOf([&] { insert("ä"); }).Number(), db::Error::DuplicateKeyNumber);
     insert("A");
     QCOMPARE(count(), u"4"_s);
     // A pattern wants a collation that knows patterns.

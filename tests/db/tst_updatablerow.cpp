@@ -120,10 +120,10 @@ void UpdatableRowTest::aDuplicateKeyHasItsNumber() {
     };
     UpdatableRow fresh = row("z");
     fresh.set("K", "B");
-    QCOMPARE(numberOf([&] { fresh.insert(); }), db::Error::DuplicateKey);
+    QCOMPARE(numberOf([&] { fresh.insert(); }), db::Error::DuplicateKeyNumber);
     UpdatableRow a = row("a");
     a.set("K", "b");
-    QCOMPARE(numberOf([&] { a.update(); }), db::Error::DuplicateKey);
+    QCOMPARE(numberOf([&] { a.update(); }), db::Error::DuplicateKeyNumber);
     // The refused row is still the one that was opened.
     a.set("K", "c");
     a.update();
@@ -131,7 +131,7 @@ void UpdatableRowTest::aDuplicateKeyHasItsNumber() {
 
     scratch_->failOn(u"T"_s, u"UPDATE"_s);
     a.set("N", "3");
-    QVERIFY(numberOf([&] { a.update(); }) != db::Error::DuplicateKey);
+    QVERIFY(numberOf([&] { a.update(); }) != db::Error::DuplicateKeyNumber);
 }
 
 void UpdatableRowTest::aVanishedRowIsAFault() {

@@ -16,15 +16,15 @@ using decoder::JobQueue;
 
 namespace {
 
-constexpr std::uint32_t Hog = 1;
-constexpr std::uint32_t Other = 2;
+constexpr std::uint64_t Hog = 1;
+constexpr std::uint64_t Other = 2;
 constexpr JobQueue::Need Small{.memory = 10};
 constexpr JobQueue::Need Large{.memory = 30, .isLarge = true};
 
 /// A job that runs until it is ended, in a thread of its own.
 class Job {
   public:
-    Job(JobQueue& queue, std::uint32_t requester, const JobQueue::Need& need = Small)
+    Job(JobQueue& queue, std::uint64_t requester, const JobQueue::Need& need = Small)
         : thread_([this, &queue, requester, need](const std::stop_token& stop) {
               try {
                   const JobQueue::Turn turn{queue, need, {.stop = stop, .requester = requester}};

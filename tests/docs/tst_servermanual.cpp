@@ -15,6 +15,7 @@
 #include "console/app/TessalyManager.h"
 #include "console/session/Globals.h"
 #include "db/Query.h"
+#include "db/dialects/Dialect.h"
 #include "tests/db/Fault.h"
 #include "tests/support/Console.h"
 #include "tests/support/Form.h"
@@ -261,7 +262,7 @@ void ServerManualTest::aNewDatabase() {
     Globals::DbConnection().setConnectString("DSN=DicomFDB");
     Globals::DbConnection().setCursorDriver(db::Connection::CursorDriver::DriverFirst);
     Globals::DbConnection().establish();
-    QCOMPARE(Globals::DbConnection().engineName(), "PostgreSQL");
+    QCOMPARE(Globals::DbConnection().dialect().engineName(), "PostgreSQL");
     TessalyManager window;
     window.load();
     QCOMPARE(Form{window}.rows(u"lstPorts"_s).size(), 1);

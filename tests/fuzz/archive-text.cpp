@@ -6,7 +6,7 @@
 
 #include "dicom/data/CodeExtensions.h"
 #include "tessalyd/Printable.h"
-#include "tessalyd/store/ArchiveFile.h"
+#include "archive/ArchiveFile.h"
 #include "tessalyd/store/ObjectHeader.h"
 #include "tests/fuzz/Fuzz.h"
 
@@ -42,7 +42,7 @@ void tessaly::fuzz::tryInput(std::string_view input) {
         require(input.find_first_not_of("0123456789.") == std::string_view::npos);
         require(input.find("..") == std::string_view::npos);
     }
-    if (tessalyd::isTemporaryName(input))
+    if (archive::isTemporaryName(input))
         require(input.find('/') == std::string_view::npos && input.front() == '.');
     if (const auto text = dicom::fromCodeExtensions(std::string{input}))
         require(QUtf8StringView{text->data(), static_cast<qsizetype>(text->size())}.isValidUtf8());

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "console/server/LeadingNumber.h"
+#include "console/ui/TypedNumber.h"
 #include "tests/fuzz/Fuzz.h"
 
 void tessaly::fuzz::tryInput(std::string_view input) {
@@ -13,9 +13,9 @@ void tessaly::fuzz::tryInput(std::string_view input) {
     const double exact = text.trimmed().toDouble(&isNumber);
     isNumber = isNumber && std::isfinite(exact);
     try {
-        const int number = server::leadingNumber(text);
-        require(server::leadingNumber(QString::number(number)) == number);
-        require(server::leadingNumber(QString::number(number) + QStringLiteral(" s")) == number);
+        const int number = ui::leadingNumber(text);
+        require(ui::leadingNumber(QString::number(number)) == number);
+        require(ui::leadingNumber(QString::number(number) + QStringLiteral(" s")) == number);
         require(!isNumber || std::abs(exact - number) <= 0.5);
     } catch (const std::overflow_error&) {
         require(!isNumber || !(exact > -2147483648.5 && exact < 2147483647.5));

@@ -4,29 +4,28 @@
 #include <cmath>
 #include <string>
 
-#include "db/Number.h"
-#include "tessaly-db/PlainNumber.h"
+#include "base/Number.h"
 #include "tests/fuzz/Fuzz.h"
 
 void tessaly::fuzz::tryInput(std::string_view input) {
-    const auto number = db::toNumber(input);
-    const auto whole = db::toWholeNumber(input);
-    const auto integer = db::toInteger(input);
+    const auto number = base::decimalNumber(input);
+    const auto whole = base::wholeNumber(input);
+    const auto integer = base::wholePart(input);
     require(!number || std::isfinite(*number));
     if (whole) {
         require(integer == whole);
         require(number && *number == static_cast<double>(*whole));
         // As written again it is the same, leading zeros aside.
-        require(db::toWholeNumber(std::to_string(*whole)) == whole);
+        require(base::wholeNumber(std::to_string(*whole)) == whole);
     } else if (integer) {
         require(number && static_cast<double>(*integer) == std::trunc(*number));
     }
     for (const char c : input)
         require(!number || c != ' ');
-    if (const auto plain = tool::plainNumber(input)) {
-        require(tool::plainNumber(*plain) == plain);
+    if (const auto plain = base::plainNumber(input)) {
+        require(base::plainNumber(*plain) == plain);
         require(plain->find_first_not_of("-.0123456789") == std::string::npos);
-        require(!number || db::toNumber(*plain) == number);
-        require(!whole || db::toWholeNumber(*plain) == whole);
+        require(!number || base::decimalNumber(*plain) == number);
+        require(!whole || base::wholeNumber(*plain) == whole);
     }
 }

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <exception>
 
-#include "console/network/ShortNumber.h"
+#include "console/ui/TypedNumber.h"
 #include "tests/fuzz/Fuzz.h"
 
 void tessaly::fuzz::tryInput(std::string_view input) {
@@ -12,10 +12,10 @@ void tessaly::fuzz::tryInput(std::string_view input) {
     bool isNumber = false;
     const double exact = text.trimmed().toDouble(&isNumber);
     try {
-        const auto number = network::shortNumber(text);
+        const auto number = ui::shortNumber(text);
         // A number that is too small for the type is 0 there and none for the toolkit.
         require((isNumber || exact == 0) && std::abs(exact - number) <= 0.5);
-        require(network::shortNumber(QString::number(number)) == number);
+        require(ui::shortNumber(QString::number(number)) == number);
     } catch (const std::exception&) {
         require(!isNumber || !(exact > -32768.5 && exact < 32767.5));
     }

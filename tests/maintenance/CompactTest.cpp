@@ -8,8 +8,10 @@
 #include <QProcess>
 #include <QTest>
 
+#include "db/Connection.h"
 #include "maintenance/Compaction.h"
 #include "maintenance/FileLease.h"
+#include "tests/support/PassProgress.h"
 
 namespace tessaly::test {
 
@@ -77,7 +79,9 @@ struct stat CompactTest::statusOf(const QString& path) {
 QString CompactTest::compact(const QString& path, const std::function<void()>& keepAlive,
                              const QString& dataSource) {
     try {
-        maintenance::compactDatabase(nativePath(path), keepAlive, nativePath(dataSource));
+        PassProgress progress;
+        progress.breathing = keepAlive;
+        maintenance::FileCompaction{nativePath(path), nativePath(dataSource)}.run(db::Connection{}, progress);
         return {};
     } catch (const std::exception& fault) {
         return QString::fromUtf8(fault.what());

@@ -12,6 +12,7 @@
 #include <iostream>
 #include <string>
 
+#include "db/Connection.h"
 #include "maintenance/Compaction.h"
 
 namespace {
@@ -92,7 +93,8 @@ int main(int argc, char** argv) {
     if (wish == "nobody" && !becomeNobody())
         return EXIT_FAILURE;
     try {
-        tessaly::maintenance::compactDatabase(argv[1]);
+        tessaly::maintenance::NoProgress progress;
+        tessaly::maintenance::FileCompaction{argv[1]}.run(tessaly::db::Connection{}, progress);
         return EXIT_SUCCESS;
     } catch (const std::exception& fault) {
         std::cout << fault.what() << std::flush;

@@ -4,12 +4,14 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "db/Connection.h"
 #include "maintenance/ServerCompaction.h"
 
 int main(int argc, char** argv) {
     const QCoreApplication application{argc, argv};
     try {
-        tessaly::maintenance::compactServer([] { return true; });
+        tessaly::maintenance::NoProgress progress;
+        tessaly::maintenance::ServerCompaction{}.run(tessaly::db::Connection{}, progress);
         return 0;
     } catch (const std::runtime_error& fault) {
         std::puts(fault.what());

@@ -4,6 +4,7 @@
 
 #include "db/Error.h"
 #include "db/Query.h"
+#include "db/dialects/Dialect.h"
 #include "schema/Catalogue.h"
 #include "tests/support/ScratchDatabase.h"
 
@@ -35,14 +36,14 @@ class TestSchema : public QObject {
 };
 
 void makeTables(const db::Connection& connection) {
-    for (const auto& statement : schema::statements(schema::engine(connection.engineName()).tables))
+    for (const auto& statement : schema::statements(schema::engine(connection).tables))
         db::execute(connection, statement);
 }
 
 /// What the catalogue says, sorted. In lower case: engines differ in how they keep a name.
 QStringList factsOf(const db::Connection& connection) {
     QStringList facts;
-    db::Query query{connection, std::string{schema::engine(connection.engineName()).catalogue}};
+    db::Query query{connection, std::string{schema::engine(connection).catalogue}};
     auto rows = query.open();
     while (rows.next())
         facts += QString::fromStdString(rows.text("TableName") + ": " + rows.text("Fact")).toLower();
@@ -75,7 +76,7 @@ void TestSchema::splitsStatements() {
 }
 
 void TestSchema::knowsItsEngines() {
-    QCOMPARE(schema::engine(connection_->engineName()).name, connection_->engineName());
+    QCOMPARE(schema::engine(*connection_).name, connection_->dialect().engineName());
     QCOMPARE(&schema::engine("sqlite"), &schema::engine("SQLite"));
     QVERIFY_EXCEPTION_THROWN((void)schema::engine("Abacus"), std::runtime_error);
 }
@@ -113,7 +114,7 @@ void TestSchema::everyEngineHasTheSame() {
 }
 
 void TestSchema::whatIsExpectedIsWhatIsMade() {
-    const auto definitions = schema::definitions(schema::engine(connection_->engineName()));
+    const auto definitions = schema::definitions(schema::engine(*connection_));
     QStringList expected;
     for (const auto& [table, facts] : schema::expectedCatalogue(definitions))
         for (const auto& fact : facts)
@@ -123,7 +124,7 @@ void TestSchema::whatIsExpectedIsWhatIsMade() {
 }
 
 void TestSchema::takesTheTextApart() {
-    const auto definitions = schema::definitions(schema::engine(connection_->engineName()));
+    const auto definitions = schema::definitions(schema::engine(*connection_));
     const auto* users = schema::findTable(definitions, "users");
     QVERIFY(users != nullptr);
     QCOMPARE(users->key, std::vector<std::string>{"UserName"});
@@ -170,7 +171,7 @@ void TestSchema::keysCompareWithoutCase() {
     } catch (const db::Error& error) {
         number = error.Number();
     }
-    QCOMPARE(number, db::Error::DuplicateKey);
+    QCOMPARE(number, db::Error::DuplicateKeyNumber);
 }
 
 void TestSchema::usersSortByUser() {

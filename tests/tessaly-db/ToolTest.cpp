@@ -73,7 +73,7 @@ bool ToolTest::hasTables() const {
         return false;
     db::Connection connection;
     openDatabase(connection, DataSource);
-    const auto definitions = schema::definitions(schema::engine(connection.engineName()));
+    const auto definitions = schema::definitions(schema::engine(connection));
     return std::ranges::any_of(definitions.tables,
                                [&](const auto& table) { return connection.hasTable(table.name); });
 }

@@ -7,8 +7,8 @@ void DaemonTest::launch(const QList<PortRow>& ports, const QStringList& argument
     daemon_->launch(arguments);
 }
 
-Association::Answer DaemonTest::store(const ObjectSpec& spec, int port) const {
-    return Association{daemon_->port(port)}.store(*makeObject(spec));
+RequestorAssociation::Answer DaemonTest::store(const ObjectSpec& spec, int port) const {
+    return RequestorAssociation{daemon_->port(port)}.store(*makeObject(spec));
 }
 
 }  // namespace tessaly::test

@@ -3,8 +3,8 @@
 #include <QObject>
 #include <memory>
 
-#include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 namespace tessaly::test {
 
@@ -15,7 +15,7 @@ class DaemonTest : public QObject {
   protected:
     void launch(const QList<PortRow>& ports = {PortRow{}}, const QStringList& arguments = {});
     /// Sends one object over an association of its own.
-    [[nodiscard]] Association::Answer store(const ObjectSpec& spec, int port = 0) const;
+    [[nodiscard]] RequestorAssociation::Answer store(const ObjectSpec& spec, int port = 0) const;
     /// A path beside the server's database, for what the test makes.
     [[nodiscard]] QString scratch(const QString& name) const {
         return daemon_->database.folder() + u'/' + name;

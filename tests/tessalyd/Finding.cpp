@@ -23,13 +23,13 @@ void check(const OFCondition& condition) {
 
 }  // namespace
 
-std::vector<Association::Context> Finding::contexts() {
+std::vector<RequestorAssociation::Context> Finding::contexts() {
     return {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
             {PatientRootFind, {UID_LittleEndianExplicitTransferSyntax}},
             {StudyRootFind, {UID_LittleEndianExplicitTransferSyntax}}};
 }
 
-Finding::Finding(Association& peer, DcmDataset identifier, const char* sopClass)
+Finding::Finding(RequestorAssociation& peer, DcmDataset identifier, const char* sopClass)
     : peer_(peer), context_(contextOf(sopClass)) {
     T_DIMSE_Message message{};
     message.CommandField = DIMSE_C_FIND_RQ;
@@ -42,7 +42,7 @@ Finding::Finding(Association& peer, DcmDataset identifier, const char* sopClass)
                                            nullptr));
 }
 
-Finding::Finding(Association& peer, std::span<const char> identifier, const char* sopClass)
+Finding::Finding(RequestorAssociation& peer, std::span<const char> identifier, const char* sopClass)
     : peer_(peer),
       context_(contextOf(StudyRootFind)),
       messageId_(peer_.sendFind(context_, sopClass, identifier)) {}
@@ -105,7 +105,7 @@ void Finding::cancel() {
     check(DIMSE_sendCancelRequest(peer_.raw(), context_, messageId_));
 }
 
-Finding::Rest findAll(Association& peer, const DcmDataset& identifier, const char* sopClass) {
+Finding::Rest findAll(RequestorAssociation& peer, const DcmDataset& identifier, const char* sopClass) {
     return Finding{peer, identifier, sopClass}.rest();
 }
 

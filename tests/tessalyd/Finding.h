@@ -8,7 +8,7 @@
 #include <memory>
 #include <span>
 
-#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 namespace tessaly::test {
 
@@ -19,12 +19,13 @@ constexpr const char* StudyRootFind = UID_FINDStudyRootQueryRetrieveInformationM
 class Finding {
   public:
     /// Verification and both models of C-FIND; their identifiers in explicit little endian.
-    [[nodiscard]] static std::vector<Association::Context> contexts();
+    [[nodiscard]] static std::vector<RequestorAssociation::Context> contexts();
 
     /// Sends the request in the model's context.
-    Finding(Association& peer, DcmDataset identifier, const char* sopClass = StudyRootFind);
+    Finding(RequestorAssociation& peer, DcmDataset identifier, const char* sopClass = StudyRootFind);
     /// With an identifier that is whatever the bytes are, or none.
-    Finding(Association& peer, std::span<const char> identifier, const char* sopClass = StudyRootFind);
+    Finding(RequestorAssociation& peer, std::span<const char> identifier,
+            const char* sopClass = StudyRootFind);
 
     struct Answer {
         int status = -1;  ///< -1: none came
@@ -48,13 +49,13 @@ class Finding {
     void cancel();
 
   private:
-    Association& peer_;
+    RequestorAssociation& peer_;
     T_ASC_PresentationContextID context_;
     DIC_US messageId_ = 0;
 };
 
 /// Sends a query and takes all of it.
-[[nodiscard]] Finding::Rest findAll(Association& peer, const DcmDataset& identifier,
+[[nodiscard]] Finding::Rest findAll(RequestorAssociation& peer, const DcmDataset& identifier,
                                     const char* sopClass = StudyRootFind);
 
 }  // namespace tessaly::test

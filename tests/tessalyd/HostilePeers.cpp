@@ -5,10 +5,10 @@
 #include <QRandomGenerator>
 #include <exception>
 
-#include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Finding.h"
 #include "tests/tessalyd/HostileObjects.h"
 #include "tests/tessalyd/RawPeer.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 namespace tessaly::test {
 
@@ -25,7 +25,7 @@ void sleepUnlessStopped(std::chrono::milliseconds time, const std::stop_token& s
         std::this_thread::sleep_for(Interval);
 }
 
-std::vector<Association::Context> storageIn(const std::string& syntax) {
+std::vector<RequestorAssociation::Context> storageIn(const std::string& syntax) {
     return {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
             {UID_CTImageStorage, {syntax}}};
 }
@@ -104,30 +104,30 @@ void HostilePeers::startPeers() {
 void HostilePeers::startSenders() {
     for (HostileObject& object : objectsAgainstDecoders(Instance)) {
         repeat(object.kind, [this, object = std::move(object)](const auto& /*stop*/) {
-            Association peer{decoding_, "HOSTILE", "TESSALY", storageIn(object.transferSyntax)};
+            RequestorAssociation peer{decoding_, "HOSTILE", "TESSALY", storageIn(object.transferSyntax)};
             static_cast<void>(peer.storeBytes(Instance, object.dataSet));
         });
     }
     for (HostileObject& object : objectsAgainstReaders(Instance)) {
         repeat(object.kind, [this, object = std::move(object)](const auto& /*stop*/) {
-            Association peer{asTheyCome_, "HOSTILE", "TESSALY", storageIn(object.transferSyntax)};
+            RequestorAssociation peer{asTheyCome_, "HOSTILE", "TESSALY", storageIn(object.transferSyntax)};
             static_cast<void>(peer.storeBytes(Instance, object.dataSet));
         });
     }
 }
 
 void HostilePeers::startRequestors() {
-    const std::vector<Association::Context> implicit{
+    const std::vector<RequestorAssociation::Context> implicit{
         {UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
         {PatientRootFind, {UID_LittleEndianImplicitTransferSyntax}},
         {StudyRootFind, {UID_LittleEndianImplicitTransferSyntax}}};
     repeat("a million modalities", [this, implicit](const auto& /*stop*/) {
-        Association peer{asTheyCome_, querier_, "TESSALY", implicit};
+        RequestorAssociation peer{asTheyCome_, querier_, "TESSALY", implicit};
         static_cast<void>(Finding{peer, identifierWithModalities(1'000'000)}.next());
     });
     for (int i = 0; i < 8; ++i) {
         repeat("a requestor that reads no answers", [this, implicit](const auto& stop) {
-            Association peer{asTheyCome_, querier_, "TESSALY", implicit};
+            RequestorAssociation peer{asTheyCome_, querier_, "TESSALY", implicit};
             const Finding all{peer, identifierWithModalities(1)};
             sleepUnlessStopped(5s, stop);
         });

@@ -7,8 +7,8 @@
 #include <chrono>
 #include <stdexcept>
 
-#include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 namespace tessaly::test {
 
@@ -119,13 +119,13 @@ std::map<int, int> Senders::refusals() const {
 }
 
 void Senders::send(const SharedArchive& archive, int sender, const std::vector<ObjectSpec>& objects) {
-    std::unique_ptr<Association> association;
+    std::unique_ptr<RequestorAssociation> association;
     int server = sender;
     for (std::size_t next = 0; next < objects.size() && !givenUp_;) {
         if (!association)
-            association =
-                std::make_unique<Association>(archive.target(server % archive.servers(), sender % 2));
-        Association::Answer answer;
+            association = std::make_unique<RequestorAssociation>(
+                archive.target(server % archive.servers(), sender % 2));
+        RequestorAssociation::Answer answer;
         try {
             if (association->isOpen())
                 answer = association->store(*makeObject(objects[next]));

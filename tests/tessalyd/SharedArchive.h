@@ -33,7 +33,7 @@ class SharedArchive {
     void kill(int server);
 
     [[nodiscard]] int servers() const { return static_cast<int>(servers_.size()); }
-    /// For Association: an address and one of the two ports.
+    /// For a RequestorAssociation: an address and one of the two ports.
     [[nodiscard]] QString target(int server, int port) const;
 
     /// Files below the roots; with the names of temporary ones: those alone.

@@ -5,7 +5,7 @@
 #include <QTest>
 #include <QThread>
 
-#include "tessalyd/services/query/QuerySessions.h"
+#include "tessalyd/search/QuerySessions.h"
 #include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/Finding.h"
@@ -64,9 +64,9 @@ HostilePeersTest::Resources HostilePeersTest::resources() const {
 void HostilePeersTest::storeOne(int number) {
     QElapsedTimer timer;
     timer.start();
-    Association::Answer answer;
+    RequestorAssociation::Answer answer;
     for (int attempt = 0; answer.status != 0 && attempt < 100; ++attempt) {
-        Association peer{daemon_->port(), "HONEST"};
+        RequestorAssociation peer{daemon_->port(), "HONEST"};
         if (peer.isOpen())
             answer = peer.store(*makeObject(honest(number)));
         else
@@ -81,7 +81,7 @@ void HostilePeersTest::findOne(int number) {
     timer.start();
     int found = -1;
     for (int attempt = 0; found < 0 && attempt < 100; ++attempt) {
-        Association peer{daemon_->port(), "HONEST", "TESSALY", Finding::contexts()};
+        RequestorAssociation peer{daemon_->port(), "HONEST", "TESSALY", Finding::contexts()};
         if (peer.isOpen()) {
             const auto rest =
                 findAll(peer, identifier("IMAGE", {{DCM_StudyInstanceUID, "1.2.5"},

@@ -41,7 +41,7 @@ void LogTest::theLevelsDecideWhatIsLogged() {
     daemon_->database.run(u"UPDATE DicomServer SET LogLevel=?"_s, {level});
     daemon_->launch();
     {
-        Association peer{daemon_->port()};
+        RequestorAssociation peer{daemon_->port()};
         QCOMPARE(peer.store(*makeObject({})).status, 0);
         QVERIFY(peer.store(*makeObject({}), "1.2").status != 0);
         constexpr std::string_view NoCommand{"neither a tag nor a length is in this text"};
@@ -77,7 +77,7 @@ void LogTest::dumpsAreLoggedWhenAskedFor() {
     daemon_->database.run(u"UPDATE DicomServer SET DumpLevel=?"_s, {bits});
     daemon_->launch();
     {
-        Association peer{daemon_->port()};
+        RequestorAssociation peer{daemon_->port()};
         QCOMPARE(peer.store(*makeObject({})).status, 0);
         peer.release();
     }
@@ -99,7 +99,7 @@ void LogTest::theLogIsRotated() {
     daemon_->database.run(u"UPDATE DicomServer SET DumpLevel=23"_s);
     constexpr qint64 Least = 200 << 10;
     daemon_->launch({u"--log-size"_s, QString::number(Least)});
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     for (int i = 1; i <= 30 && !QFile::exists(daemon_->logFile() + u".2"_s); ++i)
         QCOMPARE(peer.store(*makeObject({.instance = "1.2." + std::to_string(i), .side = 128})).status, 0);
     QVERIFY(QFile::exists(daemon_->logFile() + u".1"_s));

@@ -56,7 +56,7 @@ class LogTextTest : public RetrieveTest {
 void LogTextTest::aPeersTextWithLineFeedsForgesNoEntry() {
     launch();
     {
-        Association peer{daemon_->port(), "A\n\xffZ\\"};
+        RequestorAssociation peer{daemon_->port(), "A\n\xffZ\\"};
         QVERIFY(peer.isOpen());
         EVENTUALLY_COMPARE(daemon_->connections.size(), 1);
         QVERIFY(peer.store(*makeObject({}), "1.2\n2026-11-22 00:00:00.000 ERROR").status != 0);
@@ -163,7 +163,7 @@ void LogTextTest::aLogThatWasTakenAwayIsBegunAnew() {
     QVERIFY(renamed ? QFile::rename(daemon_->logFile(), scratch(u"yesterday.log"_s))
                     : QFile::remove(daemon_->logFile()));
     const auto says = [this](int) {
-        (void)Association{daemon_->port()}.echo();
+        (void)RequestorAssociation{daemon_->port()}.echo();
         return daemon_->log().contains(u"association accepted"_s);
     };
     EVENTUALLY(says(0));

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
@@ -16,8 +17,11 @@ namespace tessaly::dicom {
 
 namespace {
 
-base::FileDescriptor newSocket(int flags) {
-    base::FileDescriptor made{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0)};
+/// Longer than anybody waits; nothing overflows by it.
+constexpr std::chrono::hours Longest{24};
+
+base::FileDescriptor newSocket(int family, int flags) {
+    base::FileDescriptor made{::socket(family, SOCK_STREAM | SOCK_CLOEXEC | flags, 0)};
     if (!made.isOpen())
         throw std::system_error{errno, std::generic_category(), "No socket for a connection"};
     return made;
@@ -28,9 +32,9 @@ const sockaddr* generic(const sockaddr_in& address) {
 }
 
 /// True when the connection stands; errno tells why not.
-bool connectBounded(int socket, const sockaddr_in& peer, const IoLimits& ioLimits,
+bool connectBounded(int socket, const SocketAddress& peer, const IoLimits& ioLimits,
                     std::chrono::milliseconds atMost) {
-    if (::connect(socket, generic(peer), sizeof peer) == 0)
+    if (::connect(socket, peer.get(), peer.size()) == 0)
         return true;
     if (errno != EINPROGRESS)
         return false;
@@ -83,24 +87,25 @@ class Connection final : public BoundedConnection {
 BoundedTransport::BoundedTransport(std::shared_ptr<IoLimits> ioLimits, Traffic traffic)
     : ioLimits_(std::move(ioLimits)), traffic_(std::move(traffic)) {}
 
-std::optional<std::string> BoundedTransport::connect(const std::string& dotted, std::uint16_t port,
+std::optional<std::string> BoundedTransport::connect(std::span<const SocketAddress> addresses,
                                                      std::chrono::milliseconds atMost) {
     socket_.reset();
     loopback_.reset();
-    sockaddr_in peer{};
-    peer.sin_family = AF_INET;
-    peer.sin_port = htons(port);
-    if (::inet_pton(AF_INET, dotted.c_str(), &peer.sin_addr) != 1) {
-        errno = EINVAL;
-        return std::nullopt;
+    connected_ = false;
+    errno = EADDRNOTAVAIL;
+    const auto end =
+        std::min(Clock::now() + std::min<std::chrono::milliseconds>(atMost, Longest), ioLimits_->deadline());
+    for (; !addresses.empty() && !connected_ && !ioLimits_->isStopped(); addresses = addresses.subspan(1)) {
+        const auto share = (end - Clock::now()) / addresses.size();
+        socket_ = newSocket(addresses.front().get()->sa_family, SOCK_NONBLOCK);
+        connected_ = connectBounded(socket_.get(), addresses.front(), *ioLimits_,
+                                    std::chrono::ceil<std::chrono::milliseconds>(share));
     }
-    socket_ = newSocket(SOCK_NONBLOCK);
-    connected_ = connectBounded(socket_.get(), peer, *ioLimits_, atMost);
     if (!connected_)
         return std::nullopt;
     // DCMTK will have no socket that is connected already, so it connects to one that answers at once, in
     // whose place the peer's is put then.
-    loopback_ = newSocket(0);
+    loopback_ = newSocket(AF_INET, 0);
     return listenAnywhere(loopback_.get());
 }
 

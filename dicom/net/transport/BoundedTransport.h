@@ -7,11 +7,13 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <stop_token>
 #include <string>
 
 #include "base/FileDescriptor.h"
 #include "dicom/net/transport/IoLimits.h"
+#include "dicom/net/transport/SocketAddress.h"
 
 namespace tessaly::dicom {
 
@@ -37,10 +39,12 @@ class BoundedTransport : public DcmTransportLayer {
     /// True once a TCP connection stood.
     [[nodiscard]] bool wasConnected() const noexcept { return connected_; }
 
-    /// Connects to an IPv4 address in dotted form. Returns what the next association is to be asked for as
-    /// its peer's presentation address, or nothing where there is no connection; errno tells why, ETIMEDOUT
-    /// also where the limits ended the wait. Throws std::system_error when this side has no socket.
-    [[nodiscard]] std::optional<std::string> connect(const std::string& dotted, std::uint16_t port,
+    /// Connects to the first of the addresses that takes the connection. Each has its share of the time that
+    /// is left, so that one that does not answer leaves the others theirs. Returns what the next association
+    /// is to be asked for as its peer's presentation address, or nothing where there is no connection; errno
+    /// tells why the last one failed, ETIMEDOUT also where the limits ended the wait. Throws
+    /// std::system_error when this side has no socket.
+    [[nodiscard]] std::optional<std::string> connect(std::span<const SocketAddress> addresses,
                                                      std::chrono::milliseconds atMost);
 
     DcmTransportConnection* createConnection(DcmNativeSocketType openSocket, OFBool useSecureLayer) override;

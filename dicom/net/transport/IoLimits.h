@@ -25,6 +25,7 @@ class IoLimits {
     [[nodiscard]] const Pace& pace() const noexcept { return pace_; }
     [[nodiscard]] bool isExpired() const noexcept { return Clock::now() >= deadline_; }
     [[nodiscard]] bool isStopped() const noexcept { return stop_.stop_requested(); }
+    [[nodiscard]] const std::stop_token& stop() const noexcept { return stop_; }
 
     /// Waits for what poll() calls `event`. False when the time or the stop came first.
     [[nodiscard]] bool wait(int socket, short event, std::chrono::milliseconds atMost = NoLimit) const;

@@ -1,7 +1,7 @@
 #include "tessalyd/services/query/FindService.h"
 
 #include <dcmtk/dcmdata/dcuid.h>
-#include <dcmtk/dcmnet/dul.h>
+#include <dcmtk/dcmnet/dimse.h>
 
 #include <algorithm>
 #include <array>
@@ -10,7 +10,7 @@
 
 #include "db/Error.h"
 #include "dicom/data/TransferSyntaxes.h"
-#include "tessalyd/association/Requester.h"
+#include "tessalyd/association/Association.h"
 #include "tessalyd/services/query/ReceivedIdentifier.h"
 
 namespace tessaly::tessalyd {
@@ -20,57 +20,50 @@ namespace {
 constexpr std::string_view PatientRoot = UID_FINDPatientRootQueryRetrieveInformationModel;
 constexpr std::string_view StudyRoot = UID_FINDStudyRootQueryRetrieveInformationModel;
 
-/// Between two looks at the requester. What has been sent by then goes out at each of them: answers that come
+/// Between two looks at the requestor. What has been sent by then goes out at each of them: answers that come
 /// fast go out together, and none waits longer.
 constexpr std::chrono::milliseconds LookInterval{5};
 
-/// Looks whether the requester still wants its answers; the association's end comes as AssociationEnded.
+/// Looks whether the requestor still wants its answers, no more often than it has to.
 class Watch {
   public:
-    explicit Watch(Requester& requester) : requester_(requester) {}
+    explicit Watch(Association& association) : association_(association) {}
 
     [[nodiscard]] bool isCancelled() {
         last_ = Clock::now();
-        if (requester_.stop().stop_requested())
-            throw AssociationEnded{DUL_NETWORKCLOSED};
-        return requester_.isCancelled();
+        return association_.isCancelled();
     }
-    /// The same, but not more often than it has to be.
     [[nodiscard]] bool isCancelledByNow() { return Clock::now() - last_ >= LookInterval && isCancelled(); }
 
   private:
     using Clock = std::chrono::steady_clock;
 
-    Requester& requester_;
+    Association& association_;
     Clock::time_point last_;
 };
 
-void send(const Request& request, Requester& requester, DIC_US status, DcmDataset* found = nullptr) {
-    T_DIMSE_Message answer{};
-    answer.CommandField = DIMSE_C_FIND_RSP;
-    answer.msg.CFindRSP.DimseStatus = status;
-    requester.dump(answer);
-    Requester::require(DIMSE_sendFindResponse(requester.association(), request.context->id,
-                                              &request.message.msg.CFindRQ, &answer.msg.CFindRSP, found,
-                                              nullptr));
-}
-
-/// What the server cannot do is an error here, what the requester asks wrongly a warning.
-[[noreturn]] void fail(const Requester& requester, const RequestFailure& failure, const char* detail) {
+/// What the server cannot do is an error here, what the requestor asks wrongly a warning.
+[[noreturn]] void fail(const Association& association, const RequestFailure& failure, const char* detail) {
     const bool isOurs = failure.status() == STATUS_FIND_Refused_OutOfResources;
-    requester.log(isOurs ? PeerLog::Event::Failure : PeerLog::Event::Fault,
-                  std::string{"query not answered: "} + detail);
+    association.log(isOurs ? PeerLog::Event::Failure : PeerLog::Event::Fault,
+                    std::string{"query not answered: "} + detail);
     throw failure;
 }
 
 }  // namespace
 
-std::span<const SupportedContext> FindService::supportedContexts() const noexcept {
-    static constexpr std::array Offers{SupportedContext{
+std::span<const SupportedContext> FindService::contexts() const noexcept {
+    static constexpr std::array Supported{SupportedContext{
         .covers = [](const char* uid) { return uid == PatientRoot || uid == StudyRoot; },
-        .requester = Role::Scu,
-        .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }}};
-    return Offers;
+        .requestor = Role::Scu,
+        .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; },
+        .right = Right::Query}};
+    return Supported;
+}
+
+std::span<const CommandField> FindService::commands() const noexcept {
+    static constexpr std::array Commands{CommandField::CFind};
+    return Commands;
 }
 
 std::vector<std::uint8_t> FindService::negotiateExtended(const std::string& sopClass,
@@ -87,44 +80,43 @@ std::vector<std::uint8_t> FindService::negotiateExtended(const std::string& sopC
     return holds;
 }
 
-void FindService::answer(const Request& request, Requester& requester) {
-    rules_->require(requester);
+void FindService::answer(const Request& request, Association& association) {
     ++queries_;
     try {
-        const bool cancelled = sendAnswers(read(request, requester), request, requester);
-        send(request, requester, cancelled ? STATUS_FIND_Cancel : STATUS_FIND_Success);
+        const bool cancelled = sendAnswers(read(request, association), request, association);
+        association.respond(request, cancelled ? STATUS_FIND_Cancel : STATUS_FIND_Success);
     } catch (const RequestFailure& failure) {
-        fail(requester, failure, failure.what());
+        fail(association, failure, failure.what());
     } catch (const db::Error& error) {
-        fail(requester, {STATUS_FIND_Refused_OutOfResources, "The database cannot be read now"},
+        fail(association, {STATUS_FIND_Refused_OutOfResources, "The database cannot be read now"},
              error.what());
     }
 }
 
-QueryIdentifier FindService::read(const Request& request, Requester& requester) const {
-    const auto identifier = receiveIdentifier(request, requester);
+QueryIdentifier FindService::read(const Request& request, Association& association) const {
+    const auto identifier = receiveIdentifier(request, association);
     const std::string& sopClass = request.context->sopClass;
     const auto negotiated = options_.find(sopClass);
     QueryIdentifier query = readQuery(
         *identifier, sopClass == PatientRoot ? InformationModel::PatientRoot : InformationModel::StudyRoot,
         negotiated == options_.end() ? QueryOptions{} : negotiated->second);
-    query.query.hasOlderRows = rules_->haveOlderRows();
+    query.query.hasOlderRows = settings_->hasOlderRows;
     return query;
 }
 
-bool FindService::sendAnswers(QueryIdentifier query, const Request& request, Requester& requester) {
-    Watch watch{requester};
+bool FindService::sendAnswers(QueryIdentifier query, const Request& request, Association& association) {
+    Watch watch{association};
     const auto isCancelled = [&watch] { return watch.isCancelled(); };
-    const std::string& title = requester.port().aeTitle;
-    QueryAnswers answers{std::move(query), title.empty() ? requester.names().calledAeTitle : title,
-                         SearchLimits{.timeout = rules_->timeout(), .stop = isCancelled}};
+    const std::string& title = association.port().aeTitle;
+    QueryAnswers answers{std::move(query), title.empty() ? association.names().calledAeTitle : title,
+                         SearchLimits{.timeout = settings_->queryTimeout, .stop = isCancelled}};
     while (!answers.isComplete()) {
         if (!read(answers, isCancelled))
             return true;
         while (answers.next()) {
             if (watch.isCancelledByNow())
                 return true;
-            send(request, requester, answers.pendingStatus(), &answers.answer());
+            association.respond(request, answers.pendingStatus(), &answers.answer());
             ++found_;
         }
     }

@@ -22,7 +22,7 @@ constexpr std::array<std::string_view, 4> LevelNames{"PATIENT", "STUDY", "SERIES
 constexpr std::string_view Unreadable = "\xef\xbf\xbd";
 
 RequestFailure refused(const char* comment, const DcmTagKey& offending) {
-    return {STATUS_FIND_Failed_IdentifierDoesNotMatchSOPClass, comment, offending};
+    return {STATUS_FIND_Failed_IdentifierDoesNotMatchSOPClass, comment, {.offendingElement = offending}};
 }
 
 /// Compared with each row, longer lists would cost the others their time.
@@ -146,12 +146,12 @@ ArchiveQuery readRetrieval(DcmDataset& identifier, InformationModel model) {
     const QueryKey& own = uniqueKey(query.level);
     const std::string value = text.value(own.tag);
     requireShortList(value, own.tag);
+    // Nothing here may come to mean everything, and a list of empty values is as empty as no value.
+    if (value.find_first_not_of(" \\") == std::string::npos)
+        throw refused("The unique key of the level is missing", own.tag);
+    if (value.find_first_of("*?") != std::string::npos)
+        throw refused("The unique key of the level has a wildcard", own.tag);
     KeyMatch match{own, value};
-    // Nothing here may come to mean everything.
-    if (match.isUniversal() || value.find_first_of("*?") != std::string::npos)
-        throw refused(match.isUniversal() ? "The unique key of the level is missing"
-                                          : "The unique key of the level has a wildcard",
-                      own.tag);
     query.keys.push_back({.key = &own, .match = std::move(match)});
     return query;
 }

@@ -9,9 +9,8 @@
 
 namespace tessaly::tessalyd {
 
-/// Takes the identifier of a C-FIND, C-MOVE or C-GET; a request without one is none to the toolkit, and has
-/// ended its association before. Throws RequestFailure where it cannot be parsed or the command's SOP class
-/// is not that of the presentation context; AssociationEnded.
-[[nodiscard]] std::unique_ptr<DcmDataset> receiveIdentifier(const Request& request, Requester& requester);
+/// Takes the identifier of a C-FIND, C-MOVE or C-GET. Throws RequestFailure if it cannot be parsed or the
+/// command's SOP class is not that of the presentation context; AssociationEnded if there is none.
+[[nodiscard]] std::unique_ptr<DcmDataset> receiveIdentifier(const Request& request, Association& association);
 
 }  // namespace tessaly::tessalyd

@@ -1,6 +1,7 @@
 #include "tessalyd/services/retrieve/GetService.h"
 
 #include <dcmtk/dcmdata/dcuid.h>
+#include <dcmtk/dcmnet/dimse.h>
 
 #include <algorithm>
 #include <array>
@@ -17,7 +18,7 @@ namespace tessaly::tessalyd {
 
 namespace {
 
-/// Seconds for the answer to an object; a requester that says nothing for as long is gone.
+/// Seconds for the answer to an object; a requestor that says nothing for as long is gone.
 constexpr int AnswerPatience = 60;
 
 /// Everything stored can be brought into these; explicit little endian loses least.
@@ -37,7 +38,7 @@ const AcceptedContext* contextFor(std::span<const AcceptedContext> contexts, con
                                   dicom::TransferSyntax stored) {
     const auto find = [&](dicom::TransferSyntax syntax) -> const AcceptedContext* {
         const auto found = std::find_if(contexts.begin(), contexts.end(), [&](const AcceptedContext& one) {
-            return one.has(Role::Scp) && one.syntax == syntax && one.sopClass == sopClass;
+            return one.has(Role::Scp) && one.syntax() == syntax && one.sopClass == sopClass;
         });
         return found == contexts.end() ? nullptr : &*found;
     };
@@ -50,8 +51,8 @@ const AcceptedContext* contextFor(std::span<const AcceptedContext> contexts, con
 /// One request being answered. Counts also when it is broken off.
 class GetService::Sending {
   public:
-    Sending(GetService& service, const Request& request, Requester& requester, std::size_t total)
-        : service_(service), request_(request), requester_(requester), operations_(total) {}
+    Sending(GetService& service, const Request& request, Association& association, std::size_t total)
+        : service_(service), request_(request), association_(association), operations_(total) {}
     ~Sending() {
         if (!answered_)
             service_.retrieval_.count(operations_);
@@ -63,25 +64,25 @@ class GetService::Sending {
         bool cancelled = false;
         try {
             while (!cancelled && operations_.remaining() > 0) {
-                cancelled = Retrieval::isCancelled(requester_);
+                cancelled = association_.isCancelled();
                 if (!cancelled)
                     send(instances.next().value());
                 tellProgress();
             }
         } catch (const std::system_error& error) {  // the list: what is left of it has no names
-            requester_.log(PeerLog::Event::Failure,
-                           std::to_string(operations_.remaining()) + " objects not sent: " + error.what());
+            association_.log(PeerLog::Event::Failure,
+                             std::to_string(operations_.remaining()) + " objects not sent: " + error.what());
             while (operations_.remaining() > 0)
                 operations_.fail();
         }
         answered_ = true;
-        service_.retrieval_.answerFinally(request_, requester_, operations_, cancelled);
+        service_.retrieval_.answerFinally(request_, association_, operations_, cancelled);
     }
 
   private:
     void tellProgress() {
         if (operations_.remaining() > 0 && pace_.isDue(PendingPace::Clock::now()))
-            Retrieval::answerPending(request_, requester_, operations_);
+            Retrieval::answerPending(request_, association_, operations_);
     }
 
     void send(const StoredInstance& instance) {
@@ -95,7 +96,7 @@ class GetService::Sending {
         }
         if (!reason.empty()) {
             operations_.fail(instance.sopInstanceUid);
-            requester_.log(PeerLog::Event::Failure, instance.sopInstanceUid + " not sent: " + reason);
+            association_.log(PeerLog::Event::Failure, instance.sopInstanceUid + " not sent: " + reason);
         }
     }
 
@@ -104,19 +105,20 @@ class GetService::Sending {
         StoredObject stored{instance};
         const dicom::TransferSyntax syntax{stored.kind().transferSyntax};
         const AcceptedContext* const context =
-            contextFor(requester_.contexts(), stored.kind().sopClass, syntax);
+            contextFor(association_.contexts(), stored.kind().sopClass, syntax);
         if (context == nullptr)
             return "the requester has no presentation context in which it would receive it";
         std::unique_ptr<dicom::OutgoingObject> converted;
-        if (context->syntax != syntax) {
+        if (context->syntax() != syntax) {
             const auto isGivenUp = [this] {
                 tellProgress();
-                return Retrieval::isCancelled(requester_);
+                return association_.isCancelled();
             };
-            converted = stored.convertedTo(
-                context->syntax.uid(), service_.retrieval_.decoders(),
-                {.stop = requester_.stop(), .isGivenUp = isGivenUp, .requester = requester_.names().address});
-            if (!converted && Retrieval::isCancelled(requester_))
+            converted = stored.convertedTo(context->transferSyntax, service_.retrieval_.shared().decoders,
+                                           {.stop = association_.stop(),
+                                            .isGivenUp = isGivenUp,
+                                            .requester = association_.names().address});
+            if (!converted && association_.isCancelled())
                 return {};
             if (!converted)
                 return "its conversion was stopped";
@@ -135,64 +137,62 @@ class GetService::Sending {
     }
 
     dicom::SendResult sendOver(const AcceptedContext& context, dicom::OutgoingObject& object) {
-        T_ASC_Association& association = *requester_.association();
-        const DIC_US messageId = association.nextMsgID++;
-        dicom::StoreRequest store{association, context.id, messageId, service_.buffer_};
-        T_DIMSE_Message message = store.message(object, nullptr);
-        requester_.dump(message);
+        const std::uint16_t messageId = association_.messages().nextMessageId();
+        dicom::StoreRequest store{association_.messages(), context.id, messageId, service_.buffer_};
         try {
-            Requester::require(store.send(object));
+            store.send(object);
         } catch (const AssociationEnded&) {
             throw;
         } catch (const std::exception& fault) {
             if (!store.hasBegun())
                 throw;
             // Half an object is out, and there is no other way to take it back.
-            requester_.log(PeerLog::Event::Failure, object.sopInstanceUid() + " broken off: " + fault.what());
+            association_.log(PeerLog::Event::Failure,
+                             object.sopInstanceUid() + " broken off: " + fault.what());
             operations_.fail(object.sopInstanceUid());
             throw AssociationEnded{DIMSE_SENDFAILED};
         }
-        const Request answer = awaitAnswer();
-        const T_DIMSE_C_StoreRSP& response = answer.message.msg.CStoreRSP;
-        if (answer.message.CommandField != DIMSE_C_STORE_RSP ||
-            response.MessageIDBeingRespondedTo != messageId)
-            throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
-        return dicom::resultOf(response.DimseStatus, {});
+        return dicom::resultOf(awaitResponse(messageId));
     }
 
-    Request awaitAnswer() {
-        for (int waited = 0; !ASC_dataWaiting(requester_.association(), 1); ++waited) {
-            if (waited == AnswerPatience || requester_.stop().stop_requested())
+    dicom::Command awaitResponse(std::uint16_t messageId) {
+        for (int waited = 0; !association_.waitForMessage(std::chrono::seconds{1}); ++waited) {
+            if (waited == AnswerPatience)
                 throw AssociationEnded{DIMSE_NODATAAVAILABLE};
             tellProgress();
         }
-        return requester_.receive();
+        return association_.receiveResponse(messageId);
     }
 
     GetService& service_;
     const Request& request_;
-    Requester& requester_;
+    Association& association_;
     SubOperations operations_;
     PendingPace pace_{PendingPace::Clock::now()};
     bool answered_ = false;
 };
 
-std::span<const SupportedContext> GetService::supportedContexts() const noexcept {
-    static constexpr std::array Offers{
+std::span<const SupportedContext> GetService::contexts() const noexcept {
+    static constexpr std::array Supported{
         SupportedContext{
             .covers = Retrieval::isGet,
-            .requester = Role::Scu,
-            .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; }},
-        SupportedContext{.covers = dicom::isStored, .requester = Role::Scp, .preference = preferenceToSend}};
-    return Offers;
+            .requestor = Role::Scu,
+            .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; },
+            .right = Right::Query},
+        SupportedContext{.covers = dicom::isStored, .requestor = Role::Scp, .preference = preferenceToSend}};
+    return Supported;
 }
 
-void GetService::answer(const Request& request, Requester& requester) {
-    retrieval_.rules().require(requester);
-    auto instances = retrieval_.find(request, requester);
+std::span<const CommandField> GetService::commands() const noexcept {
+    static constexpr std::array Commands{CommandField::CGet};
+    return Commands;
+}
+
+void GetService::answer(const Request& request, Association& association) {
+    auto instances = retrieval_.find(request, association);
     if (!instances)
-        return retrieval_.answerFinally(request, requester, SubOperations{0}, true);
-    Sending{*this, request, requester, instances->size()}.run(*instances);
+        return retrieval_.answerFinally(request, association, SubOperations{0}, true);
+    Sending{*this, request, association, instances->size()}.run(*instances);
 }
 
 }  // namespace tessaly::tessalyd

@@ -10,12 +10,11 @@ namespace tessaly::tessalyd {
 /// C-GET: objects go back over the association that asks for them.
 class GetService final : public Service {
   public:
-    /// Both outlive it.
-    GetService(QueryAccess& access, decoder::Pool& decoders) : retrieval_(access, decoders) {}
+    explicit GetService(ServiceContext& shared) : retrieval_(shared) {}
 
-    [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_GET_RQ; }
-    [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override;
-    void answer(const Request& request, Requester& requester) override;
+    [[nodiscard]] std::span<const SupportedContext> contexts() const noexcept override;
+    [[nodiscard]] std::span<const CommandField> commands() const noexcept override;
+    void answer(const Request& request, Association& association) override;
     [[nodiscard]] std::string summary() const override { return retrieval_.summary("C-GET"); }
 
   private:
@@ -25,7 +24,7 @@ class GetService final : public Service {
     std::vector<char> buffer_;  // for one object after the other
 };
 
-/// The context that an object goes over to a requester that receives: that of its own syntax, else one that
+/// The context that an object goes over to a requestor that receives: that of its own syntax, else one that
 /// every object can be decoded for; nothing where there is none.
 [[nodiscard]] const AcceptedContext* contextFor(std::span<const AcceptedContext> contexts,
                                                 const std::string& sopClass, dicom::TransferSyntax stored);

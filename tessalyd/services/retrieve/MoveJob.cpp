@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tessalyd/Log.h"
+#include "tessalyd/association/CommandDump.h"
 #include "tessalyd/search/StoredObject.h"
 
 namespace tessaly::tessalyd {
@@ -16,9 +17,9 @@ namespace {
 using Outcome = dicom::SendResult::Outcome;
 
 /// The dumps that are asked for, of what goes to others.
-dicom::ObjectSender::Trace dumps() {
+dicom::OutboundTrace dumps() {
     const auto isOn = [](Dump layer) { return dumpLog(layer).isEnabledFor(OFLogger::DEBUG_LOG_LEVEL); };
-    dicom::ObjectSender::Trace trace;
+    dicom::OutboundTrace trace{.traffic = {}, .association = {}, .message = commandDump()};
     if (isOn(Dump::Socket)) {
         trace.traffic.received = [](int socket, ssize_t bytes) {
             OFLOG_DEBUG(dumpLog(Dump::Socket), "socket " << socket << ": received " << bytes << " bytes");
@@ -32,13 +33,6 @@ dicom::ObjectSender::Trace dumps() {
             OFString text;
             ASC_dumpParameters(text, parameters, type);
             OFLOG_DEBUG(dumpLog(Dump::Association), "association to a destination" << OFendl << text);
-        };
-    }
-    if (isOn(Dump::Vr)) {
-        trace.message = [](T_DIMSE_Message& message, DIMSE_direction direction) {
-            OFString text;
-            DIMSE_dumpMessage(text, message, direction);
-            OFLOG_DEBUG(dumpLog(Dump::Vr), text);
         };
     }
     return trace;

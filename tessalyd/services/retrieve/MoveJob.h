@@ -9,27 +9,27 @@
 
 #include "decoder/Pool.h"
 #include "dicom/net/ObjectSender.h"
+#include "tessalyd/association/OutboundSlots.h"
 #include "tessalyd/association/PeerLog.h"
 #include "tessalyd/search/InstanceList.h"
-#include "tessalyd/services/retrieve/OutboundSlots.h"
 #include "tessalyd/services/retrieve/SubOperations.h"
 
 namespace tessaly::tessalyd {
 
-/// Sends the objects of one C-MOVE, in a thread of its own: whoever waits for it can tell its requester
+/// Sends the objects of one C-MOVE, in a thread of its own: whoever waits for it can tell its requestor
 /// meanwhile how far it is, whatever the destination does. The destructor stops it and waits for its end,
 /// which is soon.
 class MoveJob {
   public:
     struct Order {
-        dicom::Destination destination;
+        dicom::PeerAddress destination;
         dicom::MoveOriginator originator;
-        std::string name;             ///< of requester and destination, for the log
-        std::uint32_t requester = 0;  ///< IPv4 address
+        std::string name;             ///< of requestor and destination, for the log
+        std::uint64_t requester = 0;  ///< its host (SocketAddress::hostKey)
         dicom::ObjectSender::Limits limits = {};
     };
 
-    /// Turns, decoders and log outlive it.
+    /// Slots, decoders and log outlive it.
     MoveJob(Order order, InstanceList instances, OutboundSlots& outboundSlots, decoder::Pool& decoders,
             PeerLog& log);
     ~MoveJob();

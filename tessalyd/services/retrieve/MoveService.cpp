@@ -1,11 +1,12 @@
 #include "tessalyd/services/retrieve/MoveService.h"
 
+#include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmnet/dimse.h>
+
 #include <array>
 #include <optional>
 #include <system_error>
 
-#include "base/TcpPort.h"
-#include "base/Text.h"
 #include "dicom/data/TransferSyntaxes.h"
 #include "tessalyd/services/retrieve/MoveJob.h"
 
@@ -13,54 +14,58 @@ namespace tessaly::tessalyd {
 
 namespace {
 
-/// How often a requester is looked after while objects go elsewhere.
+/// How often the requestor is looked after while objects go elsewhere.
 constexpr std::chrono::milliseconds LookInterval{100};
 
 }  // namespace
 
-std::span<const SupportedContext> MoveService::supportedContexts() const noexcept {
-    static constexpr std::array Offers{SupportedContext{
-        .covers = Retrieval::isMove, .requester = Role::Scu, .preference = [](dicom::TransferSyntax syntax) {
-            return dicom::isUncompressed(syntax) ? 1 : 0;
-        }}};
-    return Offers;
+std::span<const SupportedContext> MoveService::contexts() const noexcept {
+    static constexpr std::array Supported{SupportedContext{
+        .covers = Retrieval::isMove,
+        .requestor = Role::Scu,
+        .preference = [](dicom::TransferSyntax syntax) { return dicom::isUncompressed(syntax) ? 1 : 0; },
+        .right = Right::Query}};
+    return Supported;
 }
 
-void MoveService::answer(const Request& request, Requester& requester) {
-    retrieval_.rules().require(requester);
-    const QueryRules::Destination to = destination(request, requester);
-    auto instances = retrieval_.find(request, requester);
+std::span<const CommandField> MoveService::commands() const noexcept {
+    static constexpr std::array Commands{CommandField::CMove};
+    return Commands;
+}
+
+void MoveService::answer(const Request& request, Association& association) {
+    const RemoteNodes::Destination to = destination(request, association);
+    auto instances = retrieval_.find(request, association);
     if (!instances)
-        return retrieval_.answerFinally(request, requester, SubOperations{0}, true);
+        return retrieval_.answerFinally(request, association, SubOperations{0}, true);
     if (instances->size() == 0)
-        return retrieval_.answerFinally(request, requester, SubOperations{0});
-    move(request, requester, to, std::move(*instances));
+        return retrieval_.answerFinally(request, association, SubOperations{0});
+    move(request, association, to, std::move(*instances));
 }
 
-QueryRules::Destination MoveService::destination(const Request& request, const Requester& requester) const {
-    const std::string title{base::trimmed(request.message.msg.CMoveRQ.MoveDestination)};
-    auto found = retrieval_.rules().destination(title, requester.names().calledAeTitle);
+RemoteNodes::Destination MoveService::destination(const Request& request,
+                                                  const Association& association) const {
+    const std::string title = request.command.value(DCM_MoveDestination);
+    auto found = retrieval_.nodes().destination(title, association.names().calledAeTitle);
     if (found)
         return std::move(*found);
-    requester.log(PeerLog::Event::Refusal, "no node with the AE title " + title + " may be sent to");
+    association.log(PeerLog::Event::Refusal, "no node with the AE title " + title + " may be sent to");
     throw RequestFailure{STATUS_MOVE_Refused_MoveDestinationUnknown, "The move destination is unknown"};
 }
 
-void MoveService::move(const Request& request, Requester& requester,
-                       const QueryRules::Destination& destination, InstanceList instances) {
+void MoveService::move(const Request& request, Association& association,
+                       const RemoteNodes::Destination& destination, InstanceList instances) {
     std::optional<MoveJob> started;
     try {
-        started.emplace(MoveJob::Order{.destination = {.host = destination.host,
-                                                       .port = base::tcpPort(destination.port).value_or(0),
-                                                       .callingAeTitle = destination.callingAeTitle,
-                                                       .calledAeTitle = destination.aeTitle},
-                                       .originator = {.aeTitle = requester.names().callingAeTitle,
-                                                      .messageId = request.message.msg.CMoveRQ.MessageID},
-                                       .name = requester.names().text() + ", to " + destination.node,
-                                       .requester = requester.names().address},
-                        std::move(instances), outboundSlots_, retrieval_.decoders(), requester.log());
+        started.emplace(MoveJob::Order{.destination = destination.peer,
+                                       .originator = {.aeTitle = association.names().callingAeTitle,
+                                                      .messageId = request.command.messageId()},
+                                       .name = association.names().text() + ", to " + destination.node,
+                                       .requester = association.names().address},
+                        std::move(instances), retrieval_.shared().outboundSlots, retrieval_.shared().decoders,
+                        association.log());
     } catch (const std::system_error& error) {
-        requester.log(PeerLog::Event::Failure, std::string{"move not begun: "} + error.what());
+        association.log(PeerLog::Event::Failure, std::string{"move not begun: "} + error.what());
         throw RequestFailure{STATUS_MOVE_Refused_OutOfResourcesSubOperations, "No thread is to be had"};
     }
     MoveJob& job = *started;
@@ -68,11 +73,11 @@ void MoveService::move(const Request& request, Requester& requester,
     bool cancelled = false;
     try {
         while (!cancelled && !job.waitForEnd(LookInterval)) {
-            cancelled = Retrieval::isCancelled(requester);
+            cancelled = association.isCancelled();
             if (cancelled)
                 job.cancel();
             else if (pace.isDue(PendingPace::Clock::now()))
-                Retrieval::answerPending(request, requester, job.progress());
+                Retrieval::answerPending(request, association, job.progress());
         }
     } catch (const AssociationEnded&) {
         retrieval_.count(job.progress());
@@ -80,7 +85,7 @@ void MoveService::move(const Request& request, Requester& requester,
     }
     const SubOperations done = job.progress();
     // What was cancelled when all was done was not cancelled.
-    retrieval_.answerFinally(request, requester, done, cancelled && done.remaining() > 0);
+    retrieval_.answerFinally(request, association, done, cancelled && done.remaining() > 0);
 }
 
 }  // namespace tessaly::tessalyd

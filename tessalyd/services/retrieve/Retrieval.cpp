@@ -2,7 +2,7 @@
 
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcuid.h>
-#include <dcmtk/dcmnet/dul.h>
+#include <dcmtk/dcmnet/dimse.h>
 
 #include <string_view>
 #include <system_error>
@@ -15,7 +15,7 @@ namespace tessaly::tessalyd {
 
 namespace {
 
-constexpr DIC_US NoNumberOfMatches = STATUS_MOVE_Refused_OutOfResourcesNumberOfMatches;
+constexpr std::uint16_t NoNumberOfMatches = STATUS_MOVE_Refused_OutOfResourcesNumberOfMatches;
 
 InformationModel modelOf(const std::string& sopClass) {
     return sopClass == UID_GETPatientRootQueryRetrieveInformationModel ||
@@ -24,15 +24,13 @@ InformationModel modelOf(const std::string& sopClass) {
                : InformationModel::StudyRoot;
 }
 
-void send(const Request& request, Requester& requester, const SubOperations& operations, DIC_US status) {
-    T_DIMSE_Message answer = operations.answer(request.message, status);
+void send(const Request& request, Association& association, const SubOperations& operations,
+          std::uint16_t status) {
     std::optional<DcmDataset> failures;
     if (status != STATUS_Pending)
         failures = operations.failures();
-    requester.dump(answer);
-    Requester::require(DIMSE_sendMessageUsingMemoryData(requester.association(), request.context->id, &answer,
-                                                        nullptr, failures ? &*failures : nullptr, nullptr,
-                                                        nullptr));
+    association.respond(request, operations.response(request.command, status),
+                        failures ? &*failures : nullptr);
 }
 
 }  // namespace
@@ -49,50 +47,46 @@ bool Retrieval::isMove(const char* sopClass) {
            uid == UID_MOVEStudyRootQueryRetrieveInformationModel;
 }
 
-bool Retrieval::isCancelled(Requester& requester) {
-    if (requester.stop().stop_requested())
-        throw AssociationEnded{DUL_NETWORKCLOSED};
-    return requester.isCancelled();
-}
-
-std::optional<InstanceList> Retrieval::find(const Request& request, Requester& requester) {
+std::optional<InstanceList> Retrieval::find(const Request& request, Association& association) {
     wasAsked_ = true;
-    const auto stop = [&requester] { return isCancelled(requester); };
+    const auto isCancelled = [&association] { return association.isCancelled(); };
     try {
-        const auto identifier = receiveIdentifier(request, requester);
+        const auto identifier = receiveIdentifier(request, association);
         ArchiveQuery query = readRetrieval(*identifier, modelOf(request.context->sopClass));
-        const auto lease = access_.sessions().take(stop);
+        const auto lease = shared_.sessions.take(isCancelled);
         if (!lease)
             return std::nullopt;
-        std::optional<InstanceList> found{std::in_place, lease->statements(), std::move(query),
-                                          SearchLimits{.timeout = rules_->timeout(), .stop = stop}};
+        std::optional<InstanceList> found{
+            std::in_place, lease->statements(), std::move(query),
+            SearchLimits{.timeout = settings_->queryTimeout, .stop = isCancelled}};
         if (found->wasStopped())
             return std::nullopt;
         found_ += found->size();
         return found;
     } catch (const RequestFailure& failure) {
-        requester.log(PeerLog::Event::Fault, std::string{"retrieval not answered: "} + failure.what());
+        association.log(PeerLog::Event::Fault, std::string{"retrieval not answered: "} + failure.what());
         throw;
     } catch (const SearchTimeout& late) {
-        requester.log(PeerLog::Event::Failure, late.what());
+        association.log(PeerLog::Event::Failure, late.what());
         throw RequestFailure{NoNumberOfMatches, late.what()};
     } catch (const db::Error& error) {
-        requester.log(PeerLog::Event::Failure, std::string{"the tables cannot be asked: "} + error.what());
+        association.log(PeerLog::Event::Failure, std::string{"the tables cannot be asked: "} + error.what());
         throw RequestFailure{NoNumberOfMatches, "The database cannot be asked"};
     } catch (const std::system_error& error) {
-        requester.log(PeerLog::Event::Failure, error.what());
+        association.log(PeerLog::Event::Failure, error.what());
         throw RequestFailure{NoNumberOfMatches, "There is no room for the list of objects"};
     }
 }
 
-void Retrieval::answerPending(const Request& request, Requester& requester, const SubOperations& operations) {
-    send(request, requester, operations, STATUS_Pending);
+void Retrieval::answerPending(const Request& request, Association& association,
+                              const SubOperations& operations) {
+    send(request, association, operations, STATUS_Pending);
 }
 
-void Retrieval::answerFinally(const Request& request, Requester& requester, const SubOperations& operations,
-                              bool cancelled) {
+void Retrieval::answerFinally(const Request& request, Association& association,
+                              const SubOperations& operations, bool cancelled) {
     count(operations);
-    send(request, requester, operations, operations.finalStatus(cancelled));
+    send(request, association, operations, operations.finalStatus(cancelled));
 }
 
 void Retrieval::count(const SubOperations& operations) {

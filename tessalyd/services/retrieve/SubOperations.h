@@ -2,12 +2,14 @@
 
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcdatset.h>
-#include <dcmtk/dcmnet/dimse.h>
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
+
+#include "dicom/net/Command.h"
 
 namespace tessaly::tessalyd {
 
@@ -26,13 +28,13 @@ class SubOperations {
     [[nodiscard]] std::size_t sent() const noexcept { return completed_ + warned_; }
     [[nodiscard]] std::size_t failed() const noexcept { return failed_; }
 
-    /// Of the final answer.
-    [[nodiscard]] DIC_US finalStatus(bool cancelled) const noexcept;
+    /// Of the final response.
+    [[nodiscard]] std::uint16_t finalStatus(bool cancelled) const noexcept;
 
-    /// An answer with this status and the counters that go with it: the answer to a C-GET or a C-MOVE,
-    /// whichever has asked. The counters have 16 bits on the wire and stay at 65,535 beyond.
-    [[nodiscard]] T_DIMSE_Message answer(const T_DIMSE_Message& request, DIC_US status) const;
-    /// What goes with the final answer; nothing when all is well.
+    /// The response to a C-GET or C-MOVE with this status and the counters that go with it. The counters have
+    /// 16 bits on the wire and stay at 65,535 beyond.
+    [[nodiscard]] dicom::Command response(const dicom::Command& request, std::uint16_t status) const;
+    /// What goes with the final response; nothing when all is well.
     [[nodiscard]] std::optional<DcmDataset> failures() const;
 
   private:

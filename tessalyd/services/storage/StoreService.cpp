@@ -1,6 +1,7 @@
 #include "tessalyd/services/storage/StoreService.h"
 
 #include <dcmtk/dcmdata/dcuid.h>
+#include <dcmtk/dcmnet/dimse.h>
 
 #include <array>
 
@@ -8,7 +9,7 @@
 #include "dicom/data/TransferSyntaxes.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/Printable.h"
-#include "tessalyd/association/Requester.h"
+#include "tessalyd/association/Association.h"
 #include "tessalyd/store/ArchiveWriter.h"
 #include "tessalyd/store/StoreFailure.h"
 
@@ -17,29 +18,33 @@ namespace tessaly::tessalyd {
 namespace {
 
 /// For the file, which may do without: a title with controls in it is none.
-std::string callingTitle(const Requester& requester) {
-    const std::string& title = requester.names().callingAeTitle;
+std::string callingTitle(const Association& association) {
+    const std::string& title = association.names().callingAeTitle;
     return printable(title) == title ? title : std::string{};
 }
 
 }  // namespace
 
-std::span<const SupportedContext> StoreService::supportedContexts() const noexcept {
-    static constexpr std::array Offers{SupportedContext{
-        .covers = dicom::isStored, .requester = Role::Scu, .preference = [](dicom::TransferSyntax syntax) {
-            return dicom::isArchived(syntax) ? 1 : 0;
-        }}};
-    return Offers;
+std::span<const SupportedContext> StoreService::contexts() const noexcept {
+    static constexpr std::array Supported{
+        SupportedContext{.covers = dicom::isStored,
+                         .requestor = Role::Scu,
+                         .preference = [](dicom::TransferSyntax syntax) { return dicom::isArchived(syntax) ? 1 : 0; }}};
+    return Supported;
 }
 
-void StoreService::answer(const Request& request, Requester& requester) {
-    const T_DIMSE_C_StoreRQ& command = request.message.msg.CStoreRQ;
-    if (command.DataSetType == DIMSE_DATASET_NULL)
+std::span<const CommandField> StoreService::commands() const noexcept {
+    static constexpr std::array Commands{CommandField::CStore};
+    return Commands;
+}
+
+void StoreService::answer(const Request& request, Association& association) {
+    if (!request.command.hasDataSet())
         throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
-    unlisted_.meet(request.context->sopClass, requester.names().text());
-    const std::string object = requester.names().text() + ": " + command.AffectedSOPInstanceUID;
+    unlisted_.meet(request.context->sopClass, association.names().text());
+    const std::string object = association.names().text() + ": " + request.command.sopInstanceUid();
     try {
-        store(request, requester);
+        store(request, association);
         ++stored_;
         OFLOG_DEBUG(serverLog(), object.c_str() << " stored");
     } catch (const RootUnavailable& failure) {
@@ -48,33 +53,28 @@ void StoreService::answer(const Request& request, Requester& requester) {
         throw RequestFailure{failure.status(), failure.what()};
     } catch (const StoreFailure& failure) {
         ++notStored_;
-        requester.log().add(PeerLog::Event::Failure,
-                            object + " not stored: " + failure.what() + ": " + failure.detail());
+        association.log().add(PeerLog::Event::Failure,
+                              object + " not stored: " + failure.what() + ": " + failure.detail());
         throw RequestFailure{failure.status(), failure.what()};
     }
-    T_DIMSE_Message answer{};
-    answer.CommandField = DIMSE_C_STORE_RSP;
-    answer.msg.CStoreRSP.DimseStatus = STATUS_Success;
-    requester.dump(answer);
-    Requester::require(DIMSE_sendStoreResponse(requester.association(), request.context->id, &command,
-                                               &answer.msg.CStoreRSP, nullptr));
+    association.respond(request, STATUS_Success);
 }
 
-void StoreService::store(const Request& request, Requester& requester) {
-    const T_DIMSE_C_StoreRQ& command = request.message.msg.CStoreRQ;
-    ArchiveWriter writer{requester.port(),
+void StoreService::store(const Request& request, Association& association) {
+    const std::string sopClassUid = request.command.sopClassUid();
+    ArchiveWriter writer{association.port(),
                          index_,
                          {.decoders = decoders_,
-                          .interest = {.stop = requester.stop(), .requester = requester.names().address}},
-                         {.sopClassUid = command.AffectedSOPClassUID,
-                          .sopInstanceUid = command.AffectedSOPInstanceUID,
-                          .syntax = request.context->syntax,
-                          .sender = callingTitle(requester)},
+                          .interest = {.stop = association.stop(), .requester = association.names().address}},
+                         {.sopClassUid = sopClassUid,
+                          .sopInstanceUid = request.command.sopInstanceUid(),
+                          .syntax = request.context->syntax(),
+                          .sender = callingTitle(association)},
                          buffer_};
-    if (!requester.receiveDataSet(writer.stream()))
+    if (!association.receiveDataSet([&writer](std::span<const char> part) { writer.take(part); }))
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand,
                            "Command and data set do not belong together"};
-    if (request.context->sopClass != command.AffectedSOPClassUID)
+    if (request.context->sopClass != sopClassUid)
         throw StoreFailure{STATUS_STORE_Refused_SOPClassNotSupported,
                            "The SOP class is not that of the presentation context"};
     writer.finish();

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "decoder/Pool.h"
 #include "tessalyd/association/Service.h"
+#include "tessalyd/services/ServiceContext.h"
 #include "tessalyd/services/storage/UnlistedClasses.h"
-#include "tessalyd/store/ArchiveIndex.h"
 
 namespace tessaly::tessalyd {
 
@@ -11,16 +10,16 @@ namespace tessaly::tessalyd {
 class StoreService final : public Service {
   public:
     /// All outlive it.
-    StoreService(ArchiveIndex& index, decoder::Pool& decoders, UnlistedClasses& unlisted)
-        : index_(index), decoders_(decoders), unlisted_(unlisted) {}
+    StoreService(ServiceContext& shared, UnlistedClasses& unlisted)
+        : index_(shared.index), decoders_(shared.decoders), unlisted_(unlisted) {}
 
-    [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_STORE_RQ; }
-    [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override;
-    void answer(const Request& request, Requester& requester) override;
+    [[nodiscard]] std::span<const SupportedContext> contexts() const noexcept override;
+    [[nodiscard]] std::span<const CommandField> commands() const noexcept override;
+    void answer(const Request& request, Association& association) override;
     [[nodiscard]] std::string summary() const override;
 
   private:
-    void store(const Request& request, Requester& requester);
+    void store(const Request& request, Association& association);
 
     ArchiveIndex& index_;
     decoder::Pool& decoders_;

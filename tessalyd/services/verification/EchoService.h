@@ -4,12 +4,12 @@
 
 namespace tessaly::tessalyd {
 
-/// C-ECHO: the requester asks whether it is understood.
+/// C-ECHO: the requestor verifies that it is understood.
 class EchoService final : public Service {
   public:
-    [[nodiscard]] T_DIMSE_Command command() const noexcept override { return DIMSE_C_ECHO_RQ; }
-    [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override;
-    void answer(const Request& request, Requester& requester) override;
+    [[nodiscard]] std::span<const SupportedContext> contexts() const noexcept override;
+    [[nodiscard]] std::span<const CommandField> commands() const noexcept override;
+    void answer(const Request& request, Association& association) override;
 };
 
 }  // namespace tessaly::tessalyd

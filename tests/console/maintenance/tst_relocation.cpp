@@ -13,6 +13,7 @@
 #include "maintenance/Relocation.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/Console.h"
+#include "tests/support/PassProgress.h"
 #include "tests/support/ScratchDatabase.h"
 
 using namespace Qt::StringLiterals;
@@ -304,7 +305,8 @@ void RelocationTest::whatStandsBeforeAFailureStaysRewritten() {
     addManyStudies(old);
     database_->failOn(u"Study"_s, u"UPDATE"_s, ScratchDatabase::Failure, u"OLD.StudyInstanceUID = '2555'"_s);
     try {
-        maintenance::relocateStudies(Globals::DbConnection(), old, folder(u"New"_s), [] { return true; });
+        maintenance::NoProgress progress;
+        maintenance::Relocation{old, folder(u"New"_s)}.run(Globals::DbConnection(), progress);
         QFAIL("The failure went by");
     } catch (const db::Error& fault) {
         QVERIFY2(QString::fromStdString(fault.what()).contains(ScratchDatabase::Failure), fault.what());
@@ -353,10 +355,9 @@ void RelocationTest::theServerMayWriteMeanwhile() {
     const QString old = folder(u"Old"_s);
     addManyStudies(old);
     int turns = 0;
-    maintenance::relocateStudies(Globals::DbConnection(), old, folder(u"New"_s), [&] {
-        addStudy(u"new %1"_s.arg(++turns), u"/elsewhere"_s);
-        return true;
-    });
+    PassProgress progress;
+    progress.breathing = [&] { addStudy(u"new %1"_s.arg(++turns), u"/elsewhere"_s); };
+    maintenance::Relocation{old, folder(u"New"_s)}.run(Globals::DbConnection(), progress);
     QVERIFY(turns > 0);
     QCOMPARE(relocated(), Many);
 }

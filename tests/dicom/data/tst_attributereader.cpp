@@ -10,8 +10,8 @@
 #include "dicom/data/DataSetWalk.h"
 #include "dicom/data/ElementListing.h"
 #include "dicom/data/ObjectHeader.h"
-#include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Objects.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::dicom;

@@ -2,6 +2,7 @@
 #include <dcmtk/dcmnet/dcmtrans.h>
 #include <sys/socket.h>
 
+#include <QTcpServer>
 #include <QTest>
 #include <array>
 #include <cerrno>
@@ -22,6 +23,10 @@ using namespace tessaly::dicom;
 using namespace tessaly::test;
 
 namespace {
+
+SocketAddress at(const std::string& numeric, const QString& port) {
+    return SocketAddress::parse(numeric, port.toUShort()).value();
+}
 
 /// Shows its socket.
 class OpenConnection : public BoundedConnection {
@@ -112,6 +117,8 @@ class ConnectionTest : public QObject {
     void connectingHasAnEnd_data();
     void connectingHasAnEnd();
     void aConnectionThatNobodyTakesIsToldApart();
+    void addressesAreTriedOneAfterTheOther();
+    void hostsAreToldApartByTheirAddresses();
     void readingAndWritingHaveAnEnd_data();
     void readingAndWritingHaveAnEnd();
     void afterAStopNothingIsReadAndTheLastWordIsSent();
@@ -139,7 +146,7 @@ void ConnectionTest::connectingHasAnEnd() {
     auto connected = std::async(std::launch::async, [&] {
         BoundedTransport transport{std::make_shared<IoLimits>(stop.get_token())};
         const bool stands =
-            transport.connect("127.0.0.1", full.port().toUShort(), stopped ? 1h : 100ms).has_value();
+            transport.connect(std::vector{at("127.0.0.1", full.port())}, stopped ? 1h : 100ms).has_value();
         return std::pair{stands, errno};
     });
     if (stopped) {
@@ -151,11 +158,32 @@ void ConnectionTest::connectingHasAnEnd() {
 
 void ConnectionTest::aConnectionThatNobodyTakesIsToldApart() {
     BoundedTransport transport{std::make_shared<IoLimits>(std::stop_token{})};
-    QVERIFY(!transport.connect("127.0.0.1", unusedPort().toUShort(), 1h));
+    QVERIFY(!transport.connect(std::vector{at("127.0.0.1", unusedPort())}, 1h));
     QCOMPARE(errno, ECONNREFUSED);
-    QVERIFY(!transport.connect("no address", 104, 1h));
-    QCOMPARE(errno, EINVAL);
+    QVERIFY(!transport.connect({}, 1h));
     QVERIFY(!transport.wasConnected());
+}
+
+void ConnectionTest::addressesAreTriedOneAfterTheOther() {
+    const FullPort full;  // does not answer
+    QTcpServer open;
+    QVERIFY(open.listen(QHostAddress::LocalHost));
+    const std::vector addresses{at("::1", unusedPort()), at("127.0.0.1", full.port()),
+                                at("127.0.0.1", QString::number(open.serverPort()))};
+    BoundedTransport transport{std::make_shared<IoLimits>(std::stop_token{})};
+    QVERIFY(transport.connect(addresses, 2s));
+    QVERIFY(transport.wasConnected());
+}
+
+void ConnectionTest::hostsAreToldApartByTheirAddresses() {
+    const auto key = [](const char* numeric) { return at(numeric, u"104"_s).hostKey(); };
+    QCOMPARE(key("192.0.2.1"), std::uint64_t{0xc0000201});
+    QCOMPARE(key("::ffff:192.0.2.1"), key("192.0.2.1"));
+    QCOMPARE(key("2001:db8::1"), key("[2001:db8::ffff:2]"));  // one host may have all of these
+    QVERIFY(key("2001:db8::1") != key("2001:db8:0:1::1"));
+    QVERIFY(key("::1") != key("0.0.0.0"));
+    for (const char* none : {"", "localhost", "127.0.0", "[127.0.0.1]", "::g", "1.2.3.4.5"})
+        QVERIFY2(!SocketAddress::parse(none), none);
 }
 
 void ConnectionTest::readingAndWritingHaveAnEnd_data() {

@@ -34,10 +34,10 @@ const std::string Ct = UID_CTImageStorage;
 constexpr ObjectSender::Limits Short{.connect = 300ms, .silence = 300ms};
 constexpr ObjectSender::Limits Long{.connect = 1h, .silence = 1h};
 
-Destination at(std::uint16_t port) {
+PeerAddress at(std::uint16_t port) {
     return {.host = "127.0.0.1", .port = port, .callingAeTitle = "TESSALY", .calledAeTitle = "PEER"};
 }
-Destination at(const QString& port) {
+PeerAddress at(const QString& port) {
     return at(port.toUShort());
 }
 
@@ -290,7 +290,7 @@ void SendingTest::aPeerThatFailsFailsAllThatFollows() {
     const FullPort full;
     std::unique_ptr<Peer> peer;
     std::unique_ptr<StorePeer> storePeer;
-    Destination destination = at(unusedPort());
+    PeerAddress destination = at(unusedPort());
     if (manners.contains(what)) {
         peer = std::make_unique<Peer>(manners.at(what));
         destination = at(peer->port());
@@ -373,7 +373,7 @@ void SendingTest::aStopEndsIt() {
                              return int{StorePeer::Close};
                          }};
     const bool isSent = when == u"while it is sent"_s;
-    const Destination destination = when == u"while connecting"_s    ? at(full.port())
+    const PeerAddress destination = when == u"while connecting"_s    ? at(full.port())
                                     : when == u"while associating"_s ? at(silent.port())
                                                                      : at(peer.port());
     std::stop_source stop;

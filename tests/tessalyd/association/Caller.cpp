@@ -7,8 +7,8 @@
 
 #include <stdexcept>
 
-#include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 namespace tessaly::test {
 

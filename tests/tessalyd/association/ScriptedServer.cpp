@@ -31,23 +31,24 @@ int ratherExplicit(dicom::TransferSyntax syntax) {
     return syntax == EXS_LittleEndianExplicit ? 2 : anyLittleEndian(syntax);
 }
 
-constexpr std::array EchoOffers{SupportedContext{&is<EchoClass>, Role::Scu, &anyLittleEndian}};
-constexpr std::array FindOffers{SupportedContext{&is<FindClass>, Role::Scu, &anyLittleEndian}};
-constexpr std::array MoveOffers{SupportedContext{&is<MoveClass>, Role::Scu, &anyLittleEndian}};
-constexpr std::array GetOffers{SupportedContext{&is<GetClass>, Role::Scu, &anyLittleEndian},
-                               SupportedContext{&is<CtClass>, Role::Scp, &ratherExplicit}};
-constexpr std::array StoreOffers{SupportedContext{&is<CtClass>, Role::Scu, &anyLittleEndian}};
+constexpr std::array EchoContexts{SupportedContext{&is<EchoClass>, Role::Scu, &anyLittleEndian}};
+constexpr std::array FindContexts{SupportedContext{&is<FindClass>, Role::Scu, &anyLittleEndian}};
+constexpr std::array MoveContexts{SupportedContext{&is<MoveClass>, Role::Scu, &anyLittleEndian}};
+constexpr std::array GetContexts{SupportedContext{&is<GetClass>, Role::Scu, &anyLittleEndian},
+                                 SupportedContext{&is<CtClass>, Role::Scp, &ratherExplicit}};
+constexpr std::array StoreContexts{SupportedContext{&is<CtClass>, Role::Scu, &anyLittleEndian}};
 
 class ScriptedService : public Service {
   public:
-    ScriptedService(T_DIMSE_Command command, std::span<const SupportedContext> contexts,
-                    ScriptedServer::Script script)
-        : command_(command), contexts_(contexts), script_(std::move(script)) {}
-
-    [[nodiscard]] T_DIMSE_Command command() const noexcept override { return command_; }
-    [[nodiscard]] std::span<const SupportedContext> supportedContexts() const noexcept override {
-        return contexts_;
+    ScriptedService(CommandField command, std::span<const SupportedContext> contexts,
+                    ScriptedServer::Script script, Right right)
+        : commands_{command}, contexts_(contexts.begin(), contexts.end()), script_(std::move(script)) {
+        for (SupportedContext& context : contexts_)
+            context.right = right;
     }
+
+    [[nodiscard]] std::span<const SupportedContext> contexts() const noexcept override { return contexts_; }
+    [[nodiscard]] std::span<const CommandField> commands() const noexcept override { return commands_; }
     [[nodiscard]] std::vector<std::uint8_t> negotiateExtended(
         const std::string& sopClass, std::span<const std::uint8_t> proposed) override {
         if (sopClass != FindClass)
@@ -56,17 +57,16 @@ class ScriptedService : public Service {
         holds.back() = 0;
         return holds;
     }
-    void answer(const Request& request, Requester& requester) override { script_(request, requester); }
+    void answer(const Request& request, RequestorAssociation& association) override { script_(request, association); }
 
   private:
-    T_DIMSE_Command command_;
-    std::span<const SupportedContext> contexts_;
+    std::array<CommandField, 1> commands_;
+    std::vector<SupportedContext> contexts_;
     ScriptedServer::Script script_;
 };
 
-void answerEcho(const Request& request, Requester& requester) {
-    Requester::require(DIMSE_sendEchoResponse(requester.association(), request.context->id,
-                                              &request.message.msg.CEchoRQ, STATUS_Success, nullptr));
+void answerEcho(const Request& request, RequestorAssociation& association) {
+    association.respond(request, STATUS_Success);
 }
 
 }  // namespace
@@ -74,17 +74,20 @@ void answerEcho(const Request& request, Requester& requester) {
 ScriptedServer::ScriptedServer(const AssociationLimits& limits)
     : limits_(limits),
       configuration_(std::make_shared<PortConfiguration>()),
-      services_([this] {
-          Services services;
-          const auto add = [&services](T_DIMSE_Command command, auto& contexts, const Script& script) {
-              services.push_back(std::make_unique<ScriptedService>(command, contexts, script));
+      services_([this](const PortConfiguration&, const AssociationNames&) {
+          PeerServices made;
+          made.nodes = std::make_shared<const RemoteNodes>(
+              std::vector<NodeConfiguration>{{.name = "asker", .aeTitle = "ASKER", .query = true}});
+          const auto add = [&made](CommandField command, auto& contexts, const Script& script,
+                                   Right right = Right::None) {
+              made.services.push_back(std::make_unique<ScriptedService>(command, contexts, script, right));
           };
-          add(DIMSE_C_ECHO_RQ, EchoOffers, &answerEcho);
-          add(DIMSE_C_FIND_RQ, FindOffers, scriptFor(DIMSE_C_FIND_RQ));
-          add(DIMSE_C_MOVE_RQ, MoveOffers, scriptFor(DIMSE_C_MOVE_RQ));
-          add(DIMSE_C_GET_RQ, GetOffers, scriptFor(DIMSE_C_GET_RQ));
-          add(DIMSE_C_STORE_RQ, StoreOffers, scriptFor(DIMSE_C_STORE_RQ));
-          return services;
+          add(CommandField::CEcho, EchoContexts, &answerEcho);
+          add(CommandField::CFind, FindContexts, scriptFor(CommandField::CFind), right_);
+          add(CommandField::CMove, MoveContexts, scriptFor(CommandField::CMove));
+          add(CommandField::CGet, GetContexts, scriptFor(CommandField::CGet));
+          add(CommandField::CStore, StoreContexts, scriptFor(CommandField::CStore));
+          return made;
       }),
       transport_(limits_),
       open_([](const AssociationNames&, int) {}, [this](const AssociationNames&, int) { ++ended; }) {
@@ -102,12 +105,12 @@ ScriptedServer::~ScriptedServer() {
     listener_.reset();
 }
 
-void ScriptedServer::on(T_DIMSE_Command command, const Script& script) {
+void ScriptedServer::on(CommandField command, const Script& script) {
     const std::lock_guard lock{mutex_};
     scripts_[command] = script;
 }
 
-ScriptedServer::Script ScriptedServer::scriptFor(T_DIMSE_Command command) const {
+ScriptedServer::Script ScriptedServer::scriptFor(CommandField command) const {
     const std::lock_guard lock{mutex_};
     const auto found = scripts_.find(command);
     return found == scripts_.end() ? Script{} : found->second;
@@ -125,7 +128,7 @@ void ScriptedServer::serve(base::FileDescriptor socket, const std::stop_token& l
         QTest::qFail("too many associations", __FILE__, __LINE__);
 }
 
-std::vector<Association::Context> ScriptedServer::contexts() {
+std::vector<RequestorAssociation::Context> ScriptedServer::contexts() {
     return {{EchoClass, {Implicit}},
             {FindClass, {Implicit}},
             {MoveClass, {Implicit}},
@@ -133,18 +136,14 @@ std::vector<Association::Context> ScriptedServer::contexts() {
             {CtClass, {Explicit}, ASC_SC_ROLE_SCUSCP}};
 }
 
-void answerFind(const Request& request, Requester& requester, DIC_US status) {
-    T_DIMSE_C_FindRSP response{};
-    response.DimseStatus = status;
+void answerFind(const Request& request, RequestorAssociation& association, DIC_US status) {
     DcmDataset identifier;
     identifier.putAndInsertString(DCM_PatientID, "P1");
     const bool pending = status == STATUS_FIND_Pending_MatchesAreContinuing;
-    Requester::require(DIMSE_sendFindResponse(requester.association(), request.context->id,
-                                              &request.message.msg.CFindRQ, &response,
-                                              pending ? &identifier : nullptr, nullptr));
+    association.respond(request, status, pending ? &identifier : nullptr);
 }
 
-DIC_US ask(Association& peer, ScriptedServer::ContextId context, T_DIMSE_Command command) {
+DIC_US ask(RequestorAssociation& peer, ScriptedServer::ContextId context, T_DIMSE_Command command) {
     T_DIMSE_Message message{};
     message.CommandField = command;
     const DIC_US id = peer.raw()->nextMsgID++;
@@ -170,11 +169,11 @@ DIC_US ask(Association& peer, ScriptedServer::ContextId context, T_DIMSE_Command
     return id;
 }
 
-void cancel(Association& peer, ScriptedServer::ContextId context, DIC_US messageId) {
+void cancel(RequestorAssociation& peer, ScriptedServer::ContextId context, DIC_US messageId) {
     DIMSE_sendCancelRequest(peer.raw(), context, messageId);
 }
 
-Heard hear(Association& peer) {
+Heard hear(RequestorAssociation& peer) {
     Heard heard;
     T_ASC_PresentationContextID context = 0;
     DcmDataset* detail = nullptr;

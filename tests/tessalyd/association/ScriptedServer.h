@@ -12,13 +12,13 @@
 #include <mutex>
 #include <vector>
 
+#include "tessalyd/association/Association.h"
 #include "tessalyd/association/AssociationThreads.h"
 #include "tessalyd/association/Listener.h"
 #include "tessalyd/association/OpenAssociations.h"
-#include "tessalyd/association/Requester.h"
 #include "tessalyd/association/Service.h"
 #include "tessalyd/association/Transport.h"
-#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 namespace tessaly::test {
 
@@ -35,7 +35,7 @@ constexpr const char* Explicit = UID_LittleEndianExplicitTransferSyntax;
 /// rather in explicit. Extended negotiation is for C-FIND: all holds but the last byte.
 class ScriptedServer {
   public:
-    using Script = std::function<void(const tessalyd::Request&, tessalyd::Requester&)>;
+    using Script = std::function<void(const tessalyd::Request&, tessalyd::Association&)>;
 
     explicit ScriptedServer(const tessalyd::AssociationLimits& limits = {});
     ~ScriptedServer();
@@ -43,7 +43,10 @@ class ScriptedServer {
     ScriptedServer& operator=(const ScriptedServer&) = delete;
 
     /// What the service of a command does, in associations that are opened from now on.
-    void on(T_DIMSE_Command command, const Script& script);
+    void on(tessalyd::CommandField command, const Script& script);
+
+    /// What C-FIND needs, which the node ASKER alone has; in associations that are opened from now on.
+    void setRight(tessalyd::Right right) { right_ = right; }
 
     [[nodiscard]] QString port() const { return QString::fromStdString(configuration_->port); }
     /// As if the server were ended.
@@ -52,15 +55,16 @@ class ScriptedServer {
     std::atomic<int> ended = 0;
 
     /// A context for each of the classes above, in their order.
-    [[nodiscard]] static std::vector<Association::Context> contexts();
+    [[nodiscard]] static std::vector<RequestorAssociation::Context> contexts();
     enum ContextId : T_ASC_PresentationContextID { Find = 3, Move = 5, Get = 7, Ct = 9 };
 
   private:
-    [[nodiscard]] Script scriptFor(T_DIMSE_Command command) const;
+    [[nodiscard]] Script scriptFor(tessalyd::CommandField command) const;
     void serve(base::FileDescriptor socket, const std::stop_token& listening);
 
+    std::atomic<tessalyd::Right> right_ = tessalyd::Right::None;
     mutable std::mutex mutex_;
-    std::map<T_DIMSE_Command, Script> scripts_;
+    std::map<tessalyd::CommandField, Script> scripts_;
     tessalyd::AssociationLimits limits_;
     tessalyd::PeerLog log_;
     std::shared_ptr<tessalyd::PortConfiguration> configuration_;
@@ -72,11 +76,11 @@ class ScriptedServer {
 };
 
 /// Answers a C-FIND, with an identifier where it is pending.
-void answerFind(const tessalyd::Request& request, tessalyd::Requester& requester, DIC_US status);
+void answerFind(const tessalyd::Request& request, tessalyd::Association& association, DIC_US status);
 
 /// Sends a request with an identifier. Returns its message ID.
-DIC_US ask(Association& peer, ScriptedServer::ContextId context, T_DIMSE_Command command);
-void cancel(Association& peer, ScriptedServer::ContextId context, DIC_US messageId);
+DIC_US ask(RequestorAssociation& peer, ScriptedServer::ContextId context, T_DIMSE_Command command);
+void cancel(RequestorAssociation& peer, ScriptedServer::ContextId context, DIC_US messageId);
 
 /// What comes next from the server; its identifier is passed over.
 struct Heard {
@@ -84,6 +88,6 @@ struct Heard {
     std::unique_ptr<DcmDataset> detail;
     bool arrived = false;
 };
-[[nodiscard]] Heard hear(Association& peer);
+[[nodiscard]] Heard hear(RequestorAssociation& peer);
 
 }  // namespace tessaly::test

@@ -82,15 +82,15 @@ void AssociationsTest::anUnknownCallerIsRejected() {
 void AssociationsTest::theLimitHoldsPerPort() {
     const QList<PortRow> ports{{.maxConnections = 2}, {.maxConnections = 1}};
     launch(ports);
-    Association first{daemon_->port()};
-    Association second{daemon_->port()};
+    RequestorAssociation first{daemon_->port()};
+    RequestorAssociation second{daemon_->port()};
     QVERIFY(first.isOpen() && second.isOpen());
     const Outcome third = echo();
     QVERIFY2(third.output.contains(
                  u"Result: Rejected Transient, Source: Service Provider (Presentation Related)"_s),
              qPrintable(third.output));
     QVERIFY2(third.output.contains(u"Reason: Local Limit Exceeded"_s), qPrintable(third.output));
-    Association elsewhere{daemon_->port(1)};
+    RequestorAssociation elsewhere{daemon_->port(1)};
     QVERIFY(elsewhere.isOpen());
     QCOMPARE(daemon_->status(), (Daemon::Status{0, 3, 2}));
     first.release();
@@ -101,7 +101,7 @@ void AssociationsTest::theLimitHoldsPerPort() {
 void AssociationsTest::onlyWhatAServiceOffersIsAccepted() {
     launch();
     const std::vector<std::string> plain{UID_LittleEndianImplicitTransferSyntax};
-    Association peer{daemon_->port(),
+    RequestorAssociation peer{daemon_->port(),
                      "TESTER",
                      "TESSALY",
                      {{UID_VerificationSOPClass, plain},
@@ -118,7 +118,7 @@ void AssociationsTest::onlyWhatAServiceOffersIsAccepted() {
 
 void AssociationsTest::theFirstSyntaxThatIsTakenWins() {
     launch();
-    Association peer{daemon_->port(),
+    RequestorAssociation peer{daemon_->port(),
                      "TESTER",
                      "TESSALY",
                      {{UID_CTImageStorage,
@@ -130,14 +130,14 @@ void AssociationsTest::theFirstSyntaxThatIsTakenWins() {
 void AssociationsTest::fiftyAssociationsAreOpenAtOnce() {
     constexpr int Many = 50;
     launch({PortRow{.maxConnections = Many}});
-    std::vector<std::unique_ptr<Association>> peers;
+    std::vector<std::unique_ptr<RequestorAssociation>> peers;
     peers.reserve(Many);
     for (int i = 0; i < Many; ++i)
-        peers.push_back(std::make_unique<Association>(daemon_->port(), i % 2 == 0 ? "EVEN" : "ODD"));
+        peers.push_back(std::make_unique<RequestorAssociation>(daemon_->port(), i % 2 == 0 ? "EVEN" : "ODD"));
     for (const auto& peer : peers)
         QVERIFY(peer->isOpen() && peer->echo());
     QCOMPARE(daemon_->status(), (Daemon::Status{0, Many, 1}));
-    QVERIFY(!Association{daemon_->port()}.isOpen());
+    QVERIFY(!RequestorAssociation{daemon_->port()}.isOpen());
     for (const auto& peer : peers)
         peer->release();
     EVENTUALLY_COMPARE(daemon_->ends.size(), Many);
@@ -150,7 +150,7 @@ void AssociationsTest::fiftyAssociationsAreOpenAtOnce() {
 void AssociationsTest::anAbortInTheMiddleOfAStoreLeavesNothing() {
     launch();
     const ObjectSpec large{.side = 1200};  // 2.8 MB
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     peer.beginStore(large, 2'000'000);  // enough for the file to be begun
     EVENTUALLY_COMPARE(daemon_->files().size(), 1);
     QVERIFY(daemon_->files().first().endsWith(u".part"_s));

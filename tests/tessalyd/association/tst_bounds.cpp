@@ -14,8 +14,8 @@
 #include "dicom/data/DataSetWalk.h"
 #include "tessalyd/association/CommandLengthLimit.h"
 #include "tessalyd/association/Transport.h"
-#include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::dicom;

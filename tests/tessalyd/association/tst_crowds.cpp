@@ -29,7 +29,7 @@ class CrowdsTest : public DaemonTest {
         return *callers.emplace_back(std::make_unique<Caller>(daemon_->port(), address));
     }
     [[nodiscard]] bool echoes(const std::string& title = "TESTER") {
-        Association peer{daemon_->port(), title};
+        RequestorAssociation peer{daemon_->port(), title};
         if (!peer.isOpen() || !peer.echo())
             return false;
         peer.release();
@@ -49,7 +49,7 @@ void CrowdsTest::silentConnectionsDoNotLockOthersOut() {
 
 void CrowdsTest::rejectedRequestsDoNotLockOthersOut() {
     launch({PortRow{.maxConnections = 1}});
-    Association only{daemon_->port()};
+    RequestorAssociation only{daemon_->port()};
     Callers rejected;
     for (int i = 0; i < 2 * Spare; ++i) {
         Caller& one = add(rejected);
@@ -66,7 +66,7 @@ void CrowdsTest::oneAddressDoesNotLockOthersOut() {
     for (int i = 0; i < 4; ++i)
         QCOMPARE(add(hog).associate(), int{Caller::Accept});
     QCOMPARE(add(hog).associate(), int{Caller::Reject});
-    Association other{daemon_->port()};
+    RequestorAssociation other{daemon_->port()};
     QVERIFY(other.isOpen());
     QVERIFY(other.echo());
     QCOMPARE(hog.front()->answer(), int{Caller::Abort});

@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "dicom/data/SinkStream.h"
 #include "tests/tessalyd/Daemon.h"
 #include "tests/tessalyd/association/Caller.h"
 #include "tests/tessalyd/association/ScriptedServer.h"
@@ -20,10 +19,10 @@ using namespace tessaly::test;
 namespace {
 
 /// Sends the parts of a message by itself.
-class Parts : public Association {
+class Parts : public RequestorAssociation {
   public:
     explicit Parts(const QString& port)
-        : Association(port, "TESTER", "TESSALY", ScriptedServer::contexts()) {}
+        : RequestorAssociation(port, "TESTER", "TESSALY", ScriptedServer::contexts()) {}
 
     void beginStore() { writeCommand(ScriptedServer::Ct, DIMSE_C_STORE_RQ, CtClass, "1.2.3"); }
     void add(std::size_t bytes, bool last) {
@@ -49,7 +48,7 @@ class PeersTest : public QObject {
 
 void PeersTest::anAssociationMayBeIdleForLongerThanAMessageMayPause() {
     const ScriptedServer server{{.command = 1s, .message = {.silence = 1s}}};
-    Association peer{server.port()};
+    RequestorAssociation peer{server.port()};
     QVERIFY(peer.echo());
     std::this_thread::sleep_for(2500ms);
     QVERIFY(peer.echo());
@@ -57,7 +56,7 @@ void PeersTest::anAssociationMayBeIdleForLongerThanAMessageMayPause() {
 
 void PeersTest::anIdleAssociationEndsAtItsOwnLimit() {
     const ScriptedServer server{{.idle = 1s}};
-    Association peer{server.port()};
+    RequestorAssociation peer{server.port()};
     QVERIFY(peer.echo());
     QVERIFY(peer.waitForEnd());
     EVENTUALLY_COMPARE(int{server.ended}, 1);
@@ -80,9 +79,8 @@ void PeersTest::aCommandThatDripsIsGivenUp() {
 
 void PeersTest::aDataSetThatDripsIsGivenUp() {
     ScriptedServer server{{.message = {.silence = 300ms}}};
-    server.on(DIMSE_C_STORE_RQ, [](const Request&, Requester& requester) {
-        tessaly::dicom::SinkStream nowhere{[](std::span<const char>) {}};
-        (void)requester.receiveDataSet(nowhere);
+    server.on(CommandField::CStore, [](const Request&, Association& association) {
+        (void)association.receiveDataSet([](std::span<const char>) {});
     });
     Parts peer{server.port()};
     peer.beginStore();
@@ -103,12 +101,9 @@ void PeersTest::aDataSetThatDripsIsGivenUp() {
 void PeersTest::aSlowSenderThatKeepsTheRateGoesOn() {
     ScriptedServer server{{.message = {.silence = 3s}}};
     std::atomic<std::size_t> came = 0;
-    server.on(DIMSE_C_STORE_RQ, [&came](const Request& request, Requester& requester) {
-        tessaly::dicom::SinkStream sink{[&came](std::span<const char> bytes) { came += bytes.size(); }};
-        (void)requester.receiveDataSet(sink);
-        T_DIMSE_C_StoreRSP stored{};
-        Requester::require(DIMSE_sendStoreResponse(requester.association(), request.context->id,
-                                                   &request.message.msg.CStoreRQ, &stored, nullptr));
+    server.on(CommandField::CStore, [&came](const Request& request, Association& association) {
+        (void)association.receiveDataSet([&came](std::span<const char> bytes) { came += bytes.size(); });
+        association.respond(request, STATUS_Success);
     });
     Parts peer{server.port()};
     peer.beginStore();
@@ -143,15 +138,14 @@ void PeersTest::aCommandOfManyPartsHasALimitInAll() {
 void PeersTest::halfACancelDoesNotHoldUpTheService() {
     ScriptedServer server;
     std::atomic<bool> cancelled = true;
-    server.on(DIMSE_C_FIND_RQ, [&cancelled](const Request& request, Requester& requester) {
-        tessaly::dicom::SinkStream nowhere{[](std::span<const char>) {}};
-        (void)requester.receiveDataSet(nowhere);
+    server.on(CommandField::CFind, [&cancelled](const Request& request, Association& association) {
+        (void)association.receiveDataSet([](std::span<const char>) {});
         const auto end = std::chrono::steady_clock::now() + 500ms;
         while (std::chrono::steady_clock::now() < end)
-            cancelled = requester.isCancelled();
-        answerFind(request, requester, STATUS_Success);
+            cancelled = association.isCancelled();
+        answerFind(request, association, STATUS_Success);
     });
-    Association peer{server.port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    RequestorAssociation peer{server.port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     std::array<char, 3> half{4, 0, 0};
     QCOMPARE(DUL_getTransportConnection(peer.raw()->DULassociation)->write(half.data(), half.size()),

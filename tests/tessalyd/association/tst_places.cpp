@@ -15,8 +15,8 @@ using namespace tessaly::test;
 
 namespace {
 
-constexpr std::uint32_t Here = 1;
-constexpr std::uint32_t There = 2;
+constexpr std::uint64_t Here = 1;
+constexpr std::uint64_t There = 2;
 
 using Entries = std::vector<OpenAssociations::Entry>;
 
@@ -54,7 +54,7 @@ class PlacesTest : public QObject {
 
   private:
     /// Adds an entry if there is a place.
-    bool open(Entries& entries, std::uint32_t address, const Places& places, bool isNode = false,
+    bool open(Entries& entries, std::uint64_t address, const Places& places, bool isNode = false,
               std::stop_source stop = {}) {
         auto entry =
             associations_->open({.port = "104", .callingAeTitle = "A", .calledAeTitle = "B"},
@@ -157,9 +157,9 @@ void PlacesTest::whatIsUnderWayIsNotEnded() {
 
 void PlacesTest::halfOfThePlacesIsNoReasonToEndOne() {
     constexpr Places Some{.all = 4};
-    constexpr std::uint32_t Elsewhere = 3;
+    constexpr std::uint64_t Elsewhere = 3;
     Entries entries;
-    for (const std::uint32_t address : {Here, Here, There, There})
+    for (const std::uint64_t address : {Here, Here, There, There})
         QVERIFY(open(entries, address, Some));
     for (auto& entry : entries)
         entry.setIdle();
@@ -187,7 +187,7 @@ void PlacesTest::noAddressTakesMoreThanHalfAfterSomebodyKnocked() {
     constexpr Places Some{.all = 4};
     OpenAssociations forgetful{[](const AssociationNames&, int) {}, [](const AssociationNames&, int) {},
                                200ms};
-    const auto add = [&](Entries& added, std::uint32_t address) {
+    const auto add = [&](Entries& added, std::uint64_t address) {
         auto entry = forgetful.open({}, {.address = address}, Some);
         if (entry)
             added.push_back(std::move(*entry));
@@ -209,7 +209,7 @@ void PlacesTest::aSilentConnectionMakesRoom() {
     std::atomic<int> begun = 0;
     AssociationThreads threads;
     threads.setLimit(3);
-    const auto start = [&](std::uint32_t address, std::size_t number) {
+    const auto start = [&](std::uint64_t address, std::size_t number) {
         const auto started = threads.start(address, [&, number](AssociationThreads::Connection& connection) {
             tokens.at(number) = connection.stop.get_token();
             ++begun;

@@ -33,14 +33,14 @@ class RefusalsTest : public DaemonTest {
     void aFullDiskRefusesTheObject();
 
   private:
-    void compareRefused(const Association::Answer& answer, int status) {
+    void compareRefused(const RequestorAssociation::Answer& answer, int status) {
         QVERIFY(answer.arrived);
         QCOMPARE(answer.status, status);
         QVERIFY(!answer.comment.empty());
         QVERIFY(answer.comment.size() <= 64);
         QCOMPARE(daemon_->archiveRows(), 0);
         QCOMPARE(daemon_->entries(), QStringList{});
-        QVERIFY(Association{daemon_->port()}.echo());
+        QVERIFY(RequestorAssociation{daemon_->port()}.echo());
     }
 
     static constexpr int OutOfResources = 0xa700;
@@ -59,7 +59,7 @@ void RefusalsTest::unfitUidsAreRefused() {
             else
                 object->getDataset()->putAndInsertString(tag, uid);
             const std::string announced = tag == DCM_SOPInstanceUID && !missing ? uid : "1.2.826.0.1.1.1.1";
-            compareRefused(Association{daemon_->port()}.store(*object, announced), CannotUnderstand);
+            compareRefused(RequestorAssociation{daemon_->port()}.store(*object, announced), CannotUnderstand);
             QVERIFY2(!QTest::currentTestFailed(), uid);
         }
     }
@@ -67,12 +67,14 @@ void RefusalsTest::unfitUidsAreRefused() {
 
 void RefusalsTest::anotherObjectThanAnnouncedIsRefused() {
     launch();
-    compareRefused(Association{daemon_->port()}.store(*makeObject({}), "1.2.3"), DoesNotMatch);
+    compareRefused(RequestorAssociation{daemon_->port()}.store(*makeObject({}), "1.2.3"), DoesNotMatch);
     const auto object = makeObject({});
     object->getDataset()->putAndInsertString(DCM_SOPClassUID, UID_MRImageStorage);
-    compareRefused(Association{daemon_->port()}.store(*object, {}, UID_CTImageStorage), DoesNotMatch);
+    compareRefused(RequestorAssociation{daemon_->port()}.store(*object, {}, UID_CTImageStorage),
+                   DoesNotMatch);
     constexpr int NotSupported = 0x0122;  // the presentation context is for CT images
-    compareRefused(Association{daemon_->port()}.store(*object, {}, UID_MRImageStorage), NotSupported);
+    compareRefused(RequestorAssociation{daemon_->port()}.store(*object, {}, UID_MRImageStorage),
+                   NotSupported);
 }
 
 void RefusalsTest::whatIsNoDataSetIsRefused_data() {
@@ -95,7 +97,7 @@ void RefusalsTest::whatIsNoDataSetIsRefused_data() {
 void RefusalsTest::whatIsNoDataSetIsRefused() {
     QFETCH(const QByteArray, data);
     launch();
-    compareRefused(Association{daemon_->port()}.storeBytes(
+    compareRefused(RequestorAssociation{daemon_->port()}.storeBytes(
                        "1.2.3", {data.data(), static_cast<std::size_t>(data.size())}),
                    CannotUnderstand);
     QCOMPARE(daemon_->process.state(), QProcess::Running);
@@ -112,7 +114,7 @@ void RefusalsTest::aDataSetThatIsCutOffIsRefused() {
     launch();
     const ObjectSpec spec{.side = side};
     const QByteArray whole = dataSetOf(writeObject(spec, daemon_->database.folder() + u"/one.dcm"_s));
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     const auto send = [&](qsizetype size) {
         return peer.storeBytes(spec.instance, {whole.data(), static_cast<std::size_t>(size)});
     };
@@ -122,7 +124,7 @@ void RefusalsTest::aDataSetThatIsCutOffIsRefused() {
 
 void RefusalsTest::aCommandWithoutEndIsNotListenedTo() {
     launch();
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     const auto endless = nestedSequences(100'000, EXS_LittleEndianImplicit);
     // The server may hang up before all of it is sent.
     try {
@@ -131,7 +133,7 @@ void RefusalsTest::aCommandWithoutEndIsNotListenedTo() {
         QVERIFY(!peer.echo());
     }
     EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
-    QVERIFY(Association{daemon_->port()}.echo());
+    QVERIFY(RequestorAssociation{daemon_->port()}.echo());
     QCOMPARE(daemon_->process.state(), QProcess::Running);
 }
 

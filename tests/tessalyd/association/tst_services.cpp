@@ -8,9 +8,8 @@
 #include <latch>
 #include <thread>
 
-#include "dicom/data/SinkStream.h"
-#include "tests/tessalyd/Association.h"
 #include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 #include "tests/tessalyd/association/ScriptedServer.h"
 
 using namespace tessaly::tessalyd;
@@ -34,10 +33,14 @@ class ServicesTest : public QObject {
     void aCancelOfAnotherRequestIsNone();
     void aCancelThatComesTooLateIsPassedOver();
     void anotherRequestBeforeTheAnswerEndsTheAssociation();
-    void theRequestersEndReachesTheService();
+    void theRequestorsEndReachesTheService();
     void aStopReachesTheService();
     void aStopReachesAServiceThatCannotSend();
-    void aServiceCanAskTheRequester();
+    void aServiceCanAskTheRequestor();
+    void aRequestGoesToTheServiceOfItsContext();
+    void anUnknownRequestIsAnsweredAndItsDataSetPassedOver();
+    void aRequestWithoutTheRightDoesNotReachItsService();
+    void aFailureMayCarryADataSet();
     void aFaultEndsItsAssociationAlone();
 
   private:
@@ -91,7 +94,7 @@ void ServicesTest::whatIsAcceptedIsTheSumOfTheOffers() {
     std::vector<std::string> proposed;
     for (const QByteArray& syntax : syntaxes)
         proposed.push_back(syntax.toStdString());
-    Association peer{
+    RequestorAssociation peer{
         port(),
         "TESTER",
         "TESSALY",
@@ -103,11 +106,12 @@ void ServicesTest::whatIsAcceptedIsTheSumOfTheOffers() {
 }
 
 void ServicesTest::extendedNegotiationIsTheServices() {
-    Association peer{
+    RequestorAssociation peer{
         port(), "TESTER", "TESSALY", ScriptedServer::contexts(), {{FindClass, {1, 1, 1}}, {MoveClass, {1}}}};
     QVERIFY(peer.isOpen());
-    QVERIFY(peer.acceptedExtensions() == (std::vector<Association::Extension>{{FindClass, {1, 1, 0}}}));
-    const Association plain{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    QVERIFY(peer.acceptedExtensions() ==
+            (std::vector<RequestorAssociation::Extension>{{FindClass, {1, 1, 0}}}));
+    const RequestorAssociation plain{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     QVERIFY(plain.acceptedExtensions().empty());
 }
 
@@ -123,10 +127,10 @@ void ServicesTest::aFailureIsTheRequestsAlone_data() {
 void ServicesTest::aFailureIsTheRequestsAlone() {
     QFETCH(const int, context);
     QFETCH(const int, command);
-    server_->on(static_cast<T_DIMSE_Command>(command), [](const Request&, Requester&) {
-        throw RequestFailure{0xa900, std::string(70, 'x'), DCM_QueryRetrieveLevel};
+    server_->on(static_cast<CommandField>(command), [](const Request&, Association&) {
+        throw RequestFailure{0xa900, std::string(70, 'x'), {.offendingElement = DCM_QueryRetrieveLevel}};
     });
-    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     ask(peer, static_cast<ScriptedServer::ContextId>(context), static_cast<T_DIMSE_Command>(command));
     const Heard heard = hear(peer);
     QVERIFY(heard.arrived);
@@ -151,14 +155,14 @@ void ServicesTest::aFailureIsTheRequestsAlone() {
 
 void ServicesTest::aCancelIsSeenBetweenTheAnswers() {
     std::atomic<bool> before = true;
-    server_->on(DIMSE_C_FIND_RQ, [&before](const Request& request, Requester& requester) {
-        before = requester.isCancelled();
-        answerFind(request, requester, STATUS_FIND_Pending_MatchesAreContinuing);
-        while (!requester.isCancelled())
+    server_->on(CommandField::CFind, [&before](const Request& request, Association& association) {
+        before = association.isCancelled();
+        answerFind(request, association, STATUS_FIND_Pending_MatchesAreContinuing);
+        while (!association.isCancelled())
             std::this_thread::yield();
-        answerFind(request, requester, STATUS_FIND_Cancel_MatchingTerminatedDueToCancelRequest);
+        answerFind(request, association, STATUS_FIND_Cancel_MatchingTerminatedDueToCancelRequest);
     });
-    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     const DIC_US id = ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     QCOMPARE(int{hear(peer).message.msg.CFindRSP.DimseStatus}, 0xff00);
     QVERIFY(!before);
@@ -168,12 +172,11 @@ void ServicesTest::aCancelIsSeenBetweenTheAnswers() {
 }
 
 void ServicesTest::aCancelInTheIdentifiersPduIsSeen() {
-    server_->on(DIMSE_C_FIND_RQ, [](const Request& request, Requester& requester) {
-        tessaly::dicom::SinkStream nowhere{[](std::span<const char>) {}};
-        (void)requester.receiveDataSet(nowhere);
-        answerFind(request, requester, requester.isCancelled() ? STATUS_FIND_Cancel : STATUS_Success);
+    server_->on(CommandField::CFind, [](const Request& request, Association& association) {
+        (void)association.receiveDataSet([](std::span<const char>) {});
+        answerFind(request, association, association.isCancelled() ? STATUS_FIND_Cancel : STATUS_Success);
     });
-    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     const std::string identifier{"\x08\0\x52\0\x06\0\0\0STUDY ", 14};
     for (int i = 0; i < 3; ++i) {
         peer.sendFindAndCancel(ScriptedServer::Find, FindClass, identifier);
@@ -188,12 +191,12 @@ void ServicesTest::aCancelInTheIdentifiersPduIsSeen() {
 
 void ServicesTest::aCancelOfAnotherRequestIsNone() {
     std::latch goOn{1};
-    server_->on(DIMSE_C_FIND_RQ, [&goOn](const Request& request, Requester& requester) {
+    server_->on(CommandField::CFind, [&goOn](const Request& request, Association& association) {
         goOn.wait();
-        const bool cancelled = requester.isCancelled();
-        answerFind(request, requester, cancelled ? 0xfe00 : STATUS_Success);
+        const bool cancelled = association.isCancelled();
+        answerFind(request, association, cancelled ? 0xfe00 : STATUS_Success);
     });
-    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     const DIC_US id = ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     cancel(peer, ScriptedServer::Find, static_cast<DIC_US>(id + 1));
     goOn.count_down();
@@ -202,10 +205,10 @@ void ServicesTest::aCancelOfAnotherRequestIsNone() {
 }
 
 void ServicesTest::aCancelThatComesTooLateIsPassedOver() {
-    server_->on(DIMSE_C_FIND_RQ, [](const Request& request, Requester& requester) {
-        answerFind(request, requester, requester.isCancelled() ? 0xfe00 : STATUS_Success);
+    server_->on(CommandField::CFind, [](const Request& request, Association& association) {
+        answerFind(request, association, association.isCancelled() ? 0xfe00 : STATUS_Success);
     });
-    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     const DIC_US id = ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     QCOMPARE(int{hear(peer).message.msg.CFindRSP.DimseStatus}, 0);
     cancel(peer, ScriptedServer::Find, id);
@@ -215,25 +218,26 @@ void ServicesTest::aCancelThatComesTooLateIsPassedOver() {
 }
 
 void ServicesTest::anotherRequestBeforeTheAnswerEndsTheAssociation() {
-    server_->on(DIMSE_C_FIND_RQ, [](const Request&, Requester& requester) {
-        while (!requester.isCancelled())
+    server_->on(CommandField::CFind, [](const Request&, Association& association) {
+        while (!association.isCancelled())
             std::this_thread::yield();
     });
-    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     QVERIFY(peer.waitForEnd());
     EVENTUALLY_COMPARE(int{server_->ended}, 1);
 }
 
-void ServicesTest::theRequestersEndReachesTheService() {
-    server_->on(DIMSE_C_FIND_RQ, [](const Request&, Requester& requester) {
-        while (!requester.isCancelled())
+void ServicesTest::theRequestorsEndReachesTheService() {
+    server_->on(CommandField::CFind, [](const Request&, Association& association) {
+        while (!association.isCancelled())
             std::this_thread::yield();
     });
     for (const bool abort : {true, false}) {
         server_->ended = 0;
-        auto peer = std::make_unique<Association>(port(), "TESTER", "TESSALY", ScriptedServer::contexts());
+        auto peer =
+            std::make_unique<RequestorAssociation>(port(), "TESTER", "TESSALY", ScriptedServer::contexts());
         ask(*peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
         if (abort)
             peer->abort();
@@ -244,13 +248,13 @@ void ServicesTest::theRequestersEndReachesTheService() {
 
 void ServicesTest::aStopReachesTheService() {
     std::atomic<bool> asked = false;
-    server_->on(DIMSE_C_FIND_RQ, [&asked](const Request& request, Requester& requester) {
+    server_->on(CommandField::CFind, [&asked](const Request& request, Association& association) {
         asked = true;
-        while (!requester.stop().stop_requested())
+        while (!association.stop().stop_requested())
             std::this_thread::yield();
-        answerFind(request, requester, STATUS_Success);
+        answerFind(request, association, STATUS_Success);
     });
-    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     EVENTUALLY(asked);
     server_->stop();
@@ -261,11 +265,11 @@ void ServicesTest::aStopReachesTheService() {
 
 void ServicesTest::aStopReachesAServiceThatCannotSend() {
     std::atomic<int> answers = 0;
-    server_->on(DIMSE_C_FIND_RQ, [&answers](const Request& request, Requester& requester) {
+    server_->on(CommandField::CFind, [&answers](const Request& request, Association& association) {
         for (;; ++answers)
-            answerFind(request, requester, STATUS_FIND_Pending_MatchesAreContinuing);
+            answerFind(request, association, STATUS_FIND_Pending_MatchesAreContinuing);
     });
-    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     int before = -1;
     const auto isStuck = [&] { return std::exchange(before, int{answers}) == answers && answers > 0; };
@@ -274,30 +278,23 @@ void ServicesTest::aStopReachesAServiceThatCannotSend() {
     EVENTUALLY_COMPARE(int{server_->ended}, 1);
 }
 
-void ServicesTest::aServiceCanAskTheRequester() {
-    server_->on(DIMSE_C_GET_RQ, [](const Request& request, Requester& requester) {
-        const auto contexts = requester.contexts();
+void ServicesTest::aServiceCanAskTheRequestor() {
+    server_->on(CommandField::CGet, [](const Request& request, Association& association) {
+        const auto contexts = association.contexts();
         const auto target = std::find_if(contexts.begin(), contexts.end(), [](const AcceptedContext& one) {
             return one.has(Role::Scp) && one.sopClass == CtClass;
         });
-        T_DIMSE_Message store{};
-        store.CommandField = DIMSE_C_STORE_RQ;
-        store.msg.CStoreRQ.MessageID = 77;
-        store.msg.CStoreRQ.DataSetType = DIMSE_DATASET_PRESENT;
-        OFStandard::strlcpy(store.msg.CStoreRQ.AffectedSOPClassUID, CtClass, sizeof(DIC_UI));
-        OFStandard::strlcpy(store.msg.CStoreRQ.AffectedSOPInstanceUID, "1.2.3", sizeof(DIC_UI));
+        auto store = tessaly::dicom::Command::request(CommandField::CStore, 77);
+        store.set(DCM_AffectedSOPClassUID, CtClass);
+        store.set(DCM_AffectedSOPInstanceUID, "1.2.3");
+        store.set(DCM_Priority, std::uint16_t{0});
         DcmDataset object;
         object.putAndInsertString(DCM_SOPInstanceUID, "1.2.3");
-        Requester::require(DIMSE_sendMessageUsingMemoryData(requester.association(), target->id, &store,
-                                                            nullptr, &object, nullptr, nullptr));
-        const Request answer = requester.receive();
-        T_DIMSE_C_GetRSP response{};
-        response.DimseStatus =
-            answer.message.CommandField == DIMSE_C_STORE_RSP && requester.isCancelled() ? 0xfe00 : 0xc000;
-        Requester::require(DIMSE_sendGetResponse(requester.association(), request.context->id,
-                                                 &request.message.msg.CGetRQ, &response, nullptr, nullptr));
+        const auto stored = association.invoke(*target, store, &object);
+        const bool isStored = stored.command.field() == CommandField::CStore && stored.dataSet.empty();
+        association.respond(request, isStored && association.isCancelled() ? 0xfe00 : 0xc000);
     });
-    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     const DIC_US id = ask(peer, ScriptedServer::Get, DIMSE_C_GET_RQ);
     Heard asked = hear(peer);
     QCOMPARE(int{asked.message.CommandField}, int{DIMSE_C_STORE_RQ});
@@ -312,11 +309,81 @@ void ServicesTest::aServiceCanAskTheRequester() {
     QVERIFY(peer.echo());
 }
 
+void ServicesTest::aRequestGoesToTheServiceOfItsContext() {
+    std::atomic<int> reached = 0;
+    server_->on(CommandField::CFind, [&reached](const Request&, Association&) { ++reached; });
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    ask(peer, ScriptedServer::Move, DIMSE_C_FIND_RQ);  // in the context of another service
+    const Heard heard = hear(peer);
+    QVERIFY(heard.arrived);
+    QCOMPARE(int{heard.message.CommandField}, int{DIMSE_C_FIND_RSP});
+    QCOMPARE(int{heard.message.msg.CFindRSP.DimseStatus}, 0x0211);
+    QCOMPARE(int{reached}, 0);
+    QVERIFY(peer.echo());
+}
+
+void ServicesTest::anUnknownRequestIsAnsweredAndItsDataSetPassedOver() {
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    T_DIMSE_Message message{};
+    message.CommandField = DIMSE_N_ACTION_RQ;
+    T_DIMSE_N_ActionRQ& action = message.msg.NActionRQ;
+    action.MessageID = 77;
+    OFStandard::strlcpy(action.RequestedSOPClassUID, FindClass, sizeof(DIC_UI));
+    OFStandard::strlcpy(action.RequestedSOPInstanceUID, "1.2.3", sizeof(DIC_UI));
+    action.ActionTypeID = 1;
+    action.DataSetType = DIMSE_DATASET_PRESENT;
+    DcmDataset body;
+    body.putAndInsertString(DCM_TransactionUID, "1.2.3.4");
+    QVERIFY(DIMSE_sendMessageUsingMemoryData(peer.raw(), ScriptedServer::Find, &message, nullptr, &body,
+                                             nullptr, nullptr)
+                .good());
+    const Heard heard = hear(peer);
+    QVERIFY(heard.arrived);
+    QCOMPARE(int{heard.message.CommandField}, int{DIMSE_N_ACTION_RSP});
+    QCOMPARE(int{heard.message.msg.NActionRSP.DimseStatus}, 0x0211);
+    QCOMPARE(int{heard.message.msg.NActionRSP.MessageIDBeingRespondedTo}, 77);
+    QCOMPARE(QByteArray{heard.message.msg.NActionRSP.AffectedSOPInstanceUID}, QByteArray{"1.2.3"});
+    QVERIFY(peer.echo());
+}
+
+void ServicesTest::aRequestWithoutTheRightDoesNotReachItsService() {
+    std::atomic<int> reached = 0;
+    server_->setRight(Right::Query);
+    server_->on(CommandField::CFind, [&reached](const Request& request, Association& association) {
+        ++reached;
+        answerFind(request, association, STATUS_Success);
+    });
+    for (const auto& [title, status] : {std::pair{"TESTER", 0x0124}, std::pair{"ASKER", 0x0000}}) {
+        RequestorAssociation peer{port(), title, "TESSALY", ScriptedServer::contexts()};
+        ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
+        const Heard heard = hear(peer);
+        QVERIFY(heard.arrived);
+        QCOMPARE(int{heard.message.msg.CFindRSP.DimseStatus}, status);
+        QVERIFY(peer.echo());
+    }
+    QCOMPARE(int{reached}, 1);
+}
+
+void ServicesTest::aFailureMayCarryADataSet() {
+    server_->on(CommandField::CFind, [](const Request&, Association&) {
+        auto values = std::make_shared<DcmDataset>();
+        values->putAndInsertString(DCM_PatientID, "P1");
+        throw RequestFailure{0xc001, "with what holds", {.offendingElement = {}, .dataSet = values}};
+    });
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
+    const Heard heard = hear(peer);
+    QVERIFY(heard.arrived);
+    QCOMPARE(int{heard.message.msg.CFindRSP.DimseStatus}, 0xc001);
+    QVERIFY(heard.message.msg.CFindRSP.DataSetType != DIMSE_DATASET_NULL);
+    QVERIFY(peer.echo());
+}
+
 void ServicesTest::aFaultEndsItsAssociationAlone() {
-    server_->on(DIMSE_C_FIND_RQ,
-                [](const Request&, Requester&) { throw std::runtime_error{"nobody expects this"}; });
-    Association other{port()};
-    Association peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
+    server_->on(CommandField::CFind,
+                [](const Request&, Association&) { throw std::runtime_error{"nobody expects this"}; });
+    RequestorAssociation other{port()};
+    RequestorAssociation peer{port(), "TESTER", "TESSALY", ScriptedServer::contexts()};
     ask(peer, ScriptedServer::Find, DIMSE_C_FIND_RQ);
     QVERIFY(peer.waitForEnd());
     EVENTUALLY_COMPARE(int{server_->ended}, 1);

@@ -47,7 +47,7 @@ class ControlTest : public DaemonTest {
 
   private:
     [[nodiscard]] bool echoes(int port = 0) {
-        Association peer{daemon_->port(port)};
+        RequestorAssociation peer{daemon_->port(port)};
         if (!peer.isOpen() || !peer.echo())
             return false;
         peer.release();
@@ -92,11 +92,11 @@ void ControlTest::startAndStop() {
 
 void ControlTest::openAssociationsGoOnAfterStop() {
     launch();
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     QVERIFY(daemon_->succeeds(&Proxy::Stop));
     QCOMPARE(daemon_->status(), (Daemon::Status{Stopped, 1, 0}));
     QCOMPARE(peer.store(*makeObject({})).status, 0);
-    QVERIFY(!Association{daemon_->port()}.isOpen());
+    QVERIFY(!RequestorAssociation{daemon_->port()}.isOpen());
     peer.release();
     EVENTUALLY_COMPARE(daemon_->status(), (Daemon::Status{Stopped, 0, 0}));
     QCOMPARE(daemon_->archiveRows(), 4);
@@ -104,9 +104,9 @@ void ControlTest::openAssociationsGoOnAfterStop() {
 
 void ControlTest::theGraceEnds() {
     launch({PortRow{}}, {u"--grace"_s, u"1"_s});
-    Association before{daemon_->port()};
+    RequestorAssociation before{daemon_->port()};
     QVERIFY(daemon_->succeeds(&Proxy::Restart));
-    Association after{daemon_->port()};
+    RequestorAssociation after{daemon_->port()};
     QVERIFY(before.isOpen() && after.isOpen());
     QVERIFY(before.waitForEnd());
     EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
@@ -118,13 +118,13 @@ void ControlTest::theGraceIsNotForThoseWhoComeAfterARestart() {
     UnitManager manager;
     manager.answers = false;
     launch({PortRow{}}, {u"--grace"_s, u"1"_s});
-    Association before{daemon_->port()};
+    RequestorAssociation before{daemon_->port()};
     QVERIFY(before.isOpen());
     // The thread that begins the grace waits for the manager's answer while the restart goes on in another.
     const QDBusPendingReply<> restart = daemon_->proxy.Restart();
     const QDBusPendingCall asked = askWhetherItIsAService();
     EVENTUALLY_COMPARE(daemon_->log().count(u"listening on 1 of 1 ports"_s), 2);
-    Association after{daemon_->port()};
+    RequestorAssociation after{daemon_->port()};
     QVERIFY(after.isOpen());
     QVERIFY(before.waitForEnd());
     EVENTUALLY(restart.isFinished() && asked.isFinished());
@@ -138,8 +138,8 @@ void ControlTest::restartRereadsEverything() {
     daemon_->database.run(u"UPDATE DicomServer SET LogLevel=0"_s);
     QVERIFY(daemon_->succeeds(&Proxy::Restart));
     QVERIFY(!echoes());
-    QVERIFY(!Association(another).isOpen());
-    QVERIFY(Association(another, "TESTER", "OTHER").isOpen());
+    QVERIFY(!RequestorAssociation(another).isOpen());
+    QVERIFY(RequestorAssociation(another, "TESTER", "OTHER").isOpen());
     QVERIFY(!daemon_->log().contains(u"TESTER > OTHER"_s));
     EVENTUALLY_COMPARE(daemon_->ends.size(), 1);
     QCOMPARE(daemon_->ends.first(), (Daemon::Event{another, u"TESTER"_s, u"OTHER"_s, 0}));
@@ -185,8 +185,8 @@ void ControlTest::terminateEndsTheProcess() {
 
 void ControlTest::terminateAbortsWhatIsOpen() {
     launch();
-    Association idle{daemon_->port()};
-    Association busy{daemon_->port()};
+    RequestorAssociation idle{daemon_->port()};
+    RequestorAssociation busy{daemon_->port()};
     busy.beginStore({.side = 1200}, 2'000'000);
     EVENTUALLY_COMPARE(daemon_->files().size(), 1);
     QVERIFY(daemon_->terminate());
@@ -226,7 +226,7 @@ void ControlTest::terminateIsFollowedByANewProcess() {
 
 void ControlTest::aSignalTerminates() {
     launch();
-    Association open{daemon_->port()};
+    RequestorAssociation open{daemon_->port()};
     QVERIFY(open.isOpen());
     ::kill(static_cast<pid_t>(daemon_->process.processId()), SIGTERM);
     EVENTUALLY_COMPARE(daemon_->process.state(), QProcess::NotRunning);

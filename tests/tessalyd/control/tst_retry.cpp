@@ -46,7 +46,7 @@ class RetryTest : public DaemonTest {
     [[nodiscard]] int lines(const QString& words) const {
         return static_cast<int>(daemon_->log().count(words));
     }
-    [[nodiscard]] bool echoes(int port = 0) const { return Association{daemon_->port(port)}.echo(); }
+    [[nodiscard]] bool echoes(int port = 0) const { return RequestorAssociation{daemon_->port(port)}.echo(); }
 };
 
 void RetryTest::takeDatabaseAway() const {
@@ -117,7 +117,7 @@ void RetryTest::thePortsOfTheLastMomentCount() {
     const QString another = unusedPort();
     daemon_->database.run(u"UPDATE Port SET Port=?"_s, {another});
     EVENTUALLY_COMPARE(daemon_->status(), (Daemon::Status{Listening, 0, 1}));
-    QVERIFY(Association(another).echo());
+    QVERIFY(RequestorAssociation(another).echo());
 }
 
 void RetryTest::aPortThatComesFreeIsBound() {

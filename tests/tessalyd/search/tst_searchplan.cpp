@@ -3,6 +3,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include "db/dialects/Dialect.h"
 #include "tessalyd/configuration/Configuration.h"
 #include "tessalyd/search/SearchStatement.h"
 #include "tests/tessalyd/StockedArchive.h"
@@ -143,9 +144,9 @@ void SearchPlanTest::initTestCase() {
 }
 
 const Explanation& SearchPlanTest::explanation() const {
-    const auto* const found =
-        std::find_if(Explanations.begin(), Explanations.end(),
-                     [this](const Explanation& e) { return e.engine == archive_->connection.engineName(); });
+    const auto* const found = std::find_if(
+        Explanations.begin(), Explanations.end(),
+        [this](const Explanation& e) { return e.engine == archive_->connection.dialect().engineName(); });
     if (found == Explanations.end())
         throw std::runtime_error("an engine whose plans nobody can read");
     return *found;

@@ -5,10 +5,10 @@
 
 #include <QTest>
 
+#include "archive/ArchiveFile.h"
 #include "db/Connection.h"
 #include "tessalyd/association/OpenAssociations.h"
 #include "tessalyd/configuration/Configuration.h"
-#include "tessalyd/store/ArchiveFile.h"
 #include "tessalyd/store/ArchiveIndex.h"
 #include "tessalyd/store/ObjectHeader.h"
 #include "tessalyd/store/StoreFailure.h"
@@ -96,10 +96,10 @@ void ArchiveTest::uidsAreToldFromOtherNames() {
 }
 
 void ArchiveTest::temporaryNamesAreItsOwnOnly() {
-    QVERIFY(isTemporaryName(".tessalyd-12-3.part"));
+    QVERIFY(archive::isTemporaryName(".tessalyd-12-3.part"));
     for (const char* other : {"", ".tessalyd-.part", ".tessalyd-1-2.part~", "tessalyd-1-2.part",
                               ".tessalyd-x.part", "1.2.3.dcm", ".part", ".tessalyd-"})
-        QVERIFY2(!isTemporaryName(other), other);
+        QVERIFY2(!archive::isTemporaryName(other), other);
 }
 
 void ArchiveTest::aHeaderIsReadAsSoonAsItIsThere() {

@@ -95,7 +95,7 @@ class HostileHeadersTest : public DaemonTest {
 
 void HostileHeadersTest::elementsInDescendingOrderCostNoTime() {
     launch();
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     constexpr int Most = tessaly::dicom::AttributeReader::MostOutOfOrder;
     // The first of them is in order.
     QCOMPARE(peer.storeBytes(Instance, view(objectWith(descending(Most + 1)))).status, 0);
@@ -125,7 +125,7 @@ void HostileHeadersTest::headersOfAnyShapeCostLittleMemory_data() {
 void HostileHeadersTest::headersOfAnyShapeCostLittleMemory() {
     QFETCH(const QByteArray, between);
     launch();
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     QCOMPARE(peer.store(*makeObject({})).status, 0);  // what every store needs is there
     const qint64 before = memory("VmRSS:");
     const QByteArray data = objectWith(between);
@@ -143,7 +143,7 @@ void HostileHeadersTest::headersOfAnyShapeCostLittleMemory() {
 
 void HostileHeadersTest::aHeaderWithoutEndIsRefused() {
     launch();
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     const qint64 before = memory("VmRSS:");
     const auto answer =
         peer.storeBytes(Instance, view(objectWith(openSequence() + emptyItems(80 * Megabyte))));
@@ -168,7 +168,7 @@ void HostileHeadersTest::terminateEndsAHeaderThatIsArriving() {
     QFETCH(const QByteArray, begin);
     QFETCH(const QByteArray, again);
     launch();
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     std::atomic<int> sent = 0;
     std::thread sender{[&] {
         try {
@@ -199,8 +199,8 @@ void HostileHeadersTest::aValueThatLooksLikeASequenceDoesNotEndTheServer() {
                                 QByteArray::fromHex("feff00e0ffffffff090002104f420000ffffff00");
     const auto nested = nestedSequences(190'000);  // a parser that calls itself for each has no stack left
     const QByteArray data = disguise + QByteArray{nested.data(), static_cast<qsizetype>(nested.size())};
-    QCOMPARE(Association{daemon_->port()}.storeBytes(Instance, view(data)).status, CannotUnderstand);
-    Association asking{daemon_->port(), "TESTER", "TESSALY", Finding::contexts()};
+    QCOMPARE(RequestorAssociation{daemon_->port()}.storeBytes(Instance, view(data)).status, CannotUnderstand);
+    RequestorAssociation asking{daemon_->port(), "TESTER", "TESSALY", Finding::contexts()};
     QCOMPARE(Finding(asking, view(data)).next().status, CannotUnderstand);
     QVERIFY(asking.echo());
     QCOMPARE(daemon_->process.state(), QProcess::Running);

@@ -36,12 +36,12 @@ class HostilePixelsTest : public DaemonTest {
         daemon_->database.run(u"UPDATE DicomServer SET LogLevel=2"_s);  // warnings
         daemon_->launch(arguments);
     }
-    Association::Answer send(const QByteArray& object, E_TransferSyntax syntax) const {
-        Association peer{daemon_->port(),
-                         "TESTER",
-                         "TESSALY",
-                         {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
-                          {UID_CTImageStorage, {DcmXfer{syntax}.getXferID()}}}};
+    RequestorAssociation::Answer send(const QByteArray& object, E_TransferSyntax syntax) const {
+        RequestorAssociation peer{daemon_->port(),
+                                  "TESTER",
+                                  "TESSALY",
+                                  {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
+                                   {UID_CTImageStorage, {DcmXfer{syntax}.getXferID()}}}};
         auto answer =
             peer.storeBytes(ObjectSpec{}.instance, {object.data(), static_cast<std::size_t>(object.size())});
         peer.release();
@@ -54,7 +54,7 @@ class HostilePixelsTest : public DaemonTest {
         EVENTUALLY(!daemon_->isBusy());
         QVERIFY2(daemon_->log().contains(u"cannot be decoded; it is stored as it came"_s),
                  qPrintable(daemon_->log()));
-        Association peer{daemon_->port()};
+        RequestorAssociation peer{daemon_->port()};
         QVERIFY(peer.echo());
     }
     /// The process that decodes now; 0 where none does.
@@ -104,11 +104,11 @@ void HostilePixelsTest::aShortRunLengthFrameShowsNoOtherSendersMemory() {
     claims.object.instance = ObjectSpec{}.instance;
     const QByteArray hostile = encapsulated(claims, {frame});
     for (int round = 0; round < 5; ++round) {
-        Association sender{daemon_->port(),
-                           "OTHER",
-                           "TESSALY",
-                           {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
-                            {UID_CTImageStorage, {UID_RLELosslessTransferSyntax}}}};
+        RequestorAssociation sender{daemon_->port(),
+                                    "OTHER",
+                                    "TESSALY",
+                                    {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
+                                     {UID_CTImageStorage, {UID_RLELosslessTransferSyntax}}}};
         QCOMPARE(
             sender.storeBytes(large.object.instance, {other.data(), static_cast<std::size_t>(other.size())})
                 .status,

@@ -1,6 +1,6 @@
 #include <QTest>
 
-#include "tessalyd/services/query/QuerySessions.h"
+#include "tessalyd/search/QuerySessions.h"
 #include "tessalyd/store/ArchiveIndex.h"
 #include "tessalyd/store/StoreFailure.h"
 #include "tests/support/ScratchCluster.h"

@@ -57,7 +57,7 @@ void LostFileTest::aRemovedFileRefusesUntilItIsBack() {
     daemon_->database.release();
     const QString kept = scratch(u"kept.mdb"_s);
     move(file(), kept);
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     for (int i = 2; i < 5; ++i)
         QCOMPARE(peer.store(*makeObject(object(i))).status, 0xa700);
     EVENTUALLY(daemon_->log().contains(u"was removed"_s));

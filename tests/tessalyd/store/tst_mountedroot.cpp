@@ -47,7 +47,7 @@ void MountedRootTest::aRootThatIsNotMountedGetsNothing() {
     const QString archive = scratch(u"archive"_s);
     QVERIFY(QFile::rename(root(), archive) && QDir{}.mkpath(root()));
     {
-        Association peer{daemon_->port()};
+        RequestorAssociation peer{daemon_->port()};
         QCOMPARE(peer.store(*makeObject({.instance = "1.2.1"})).status, 0xa700);
         for (const std::string study : {"1.2.2", "1.2.3"})
             QCOMPARE(

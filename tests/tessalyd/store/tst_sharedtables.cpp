@@ -194,10 +194,10 @@ void SharedTablesTest::aStudyThatMovesWhileAnObjectComesIsFollowed() {
                               .sender = "TESTER"},
                              buffer};
         const std::size_t most = size - 1000;
-        writer.stream().write(bytes.data(), static_cast<offile_off_t>(most));
+        writer.take({bytes.data(), most});
         QCOMPARE(QDir{database_->imageRoot()}.entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
         database_->run(u"UPDATE Study SET StudyPath=?"_s, {moved});
-        writer.stream().write(bytes.data() + most, static_cast<offile_off_t>(size - most));
+        writer.take({bytes.data() + most, size - most});
         writer.finish();
     }
     const QString file = moved + u"/%1/%2.dcm"_s.arg(QString::fromStdString(spec.series),

@@ -74,7 +74,7 @@ void StorageTest::anObjectIsFiledAndRegistered() {
 
 void StorageTest::objectsOfAStudyShareItsRows() {
     launch();
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     for (int i = 1; i <= 6; ++i) {
         const ObjectSpec spec{.series = i <= 4 ? "1.2.3.1" : "1.2.3.2",
                               .instance = "1.2.3.9." + std::to_string(i)};
@@ -150,7 +150,7 @@ void StorageTest::namesAreStoredAsUtf8() {
     const auto object = makeObject({.patientName = sent.toStdString()});
     if (!characterSet.isEmpty())
         object->getDataset()->putAndInsertString(DCM_SpecificCharacterSet, characterSet.constData());
-    QCOMPARE(Association{daemon_->port()}.store(*object).status, 0);
+    QCOMPARE(RequestorAssociation{daemon_->port()}.store(*object).status, 0);
     QCOMPARE(daemon_->database.value(u"SELECT Name FROM Patient"_s), stored);
 }
 
@@ -186,13 +186,13 @@ void StorageTest::anotherTextLeavesTheNameAlone() {
     const auto object = makeObject({.patientName = sent.toStdString()});
     object->getDataset()->putAndInsertString(DCM_SpecificCharacterSet, characterSet.constData());
     object->getDataset()->putAndInsertString(tagOf(other), text.constData());
-    QCOMPARE(Association{daemon_->port()}.store(*object).status, 0);
+    QCOMPARE(RequestorAssociation{daemon_->port()}.store(*object).status, 0);
     QCOMPARE(daemon_->database.value(u"SELECT Name FROM Patient"_s), stored);
 }
 
 void StorageTest::patientsAreKeptApartWhateverElseTheirObjectsSay() {
     launch();
-    Association peer{daemon_->port()};
+    RequestorAssociation peer{daemon_->port()};
     for (const auto& [id, study] : {std::pair{"M\xdc"
                                               "1",
                                               "1.2.1"},
@@ -312,11 +312,11 @@ void StorageTest::whatIsTooDeepForTheDecoderIsKeptAsItCame() {
     const QByteArray data = dataSetOf(object) + QByteArray::fromHex("efff0100") + "SQ" +
                             QByteArray::fromHex("0000fffffffffeff00e0ffffffff") +  // behind the pixels
                             QByteArray{nested.data(), static_cast<qsizetype>(nested.size())};
-    Association peer{daemon_->port(),
-                     "TESTER",
-                     "TESSALY",
-                     {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
-                      {UID_CTImageStorage, {UID_RLELosslessTransferSyntax}}}};
+    RequestorAssociation peer{daemon_->port(),
+                              "TESTER",
+                              "TESSALY",
+                              {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
+                               {UID_CTImageStorage, {UID_RLELosslessTransferSyntax}}}};
     const auto answer =
         peer.storeBytes(ObjectSpec{}.instance, {data.data(), static_cast<std::size_t>(data.size())});
     QCOMPARE(answer.status, 0);

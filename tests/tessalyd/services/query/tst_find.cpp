@@ -53,10 +53,10 @@ class FindTest : public DaemonTest {
     void theLogCountsWhatWasFound();
 
   private:
-    [[nodiscard]] std::unique_ptr<Association> workstation(
-        const std::vector<Association::Extension>& extensions = {}) const {
-        return std::make_unique<Association>(daemon_->port(), "WS1", "TESSALY", Finding::contexts(),
-                                             extensions);
+    [[nodiscard]] std::unique_ptr<RequestorAssociation> workstation(
+        const std::vector<RequestorAssociation::Extension>& extensions = {}) const {
+        return std::make_unique<RequestorAssociation>(daemon_->port(), "WS1", "TESSALY", Finding::contexts(),
+                                                      extensions);
     }
 };
 
@@ -173,7 +173,7 @@ void FindTest::answersComeInTheSyntaxThatWasAccepted() {
     auto contexts = Finding::contexts();
     contexts.at(1).transferSyntaxes = {UID_JPEGProcess1TransferSyntax};
     contexts.at(2).transferSyntaxes = {syntax.toStdString()};
-    Association peer{daemon_->port(), "WS1", "TESSALY", contexts};
+    RequestorAssociation peer{daemon_->port(), "WS1", "TESSALY", contexts};
     QVERIFY(peer.accepted(1).empty());
     QCOMPARE(peer.accepted(2), syntax.toStdString());
     Finding finding{peer, identifier("STUDY", {{DCM_StudyInstanceUID, ""}, {DCM_PatientID, "P2"}})};
@@ -192,7 +192,7 @@ void FindTest::unsupportedKeysAreTold() {
 }
 
 void FindTest::whoMayNotQueryIsToldSo() {
-    Association peer{daemon_->port(), "STRANGER", "TESSALY", Finding::contexts()};
+    RequestorAssociation peer{daemon_->port(), "STRANGER", "TESSALY", Finding::contexts()};
     for (int i = 0; i < 2; ++i) {
         const Finding::Rest answers = findAll(peer, identifier("STUDY", {{DCM_StudyInstanceUID, ""}}));
         QCOMPARE(answers.pending, 0);
@@ -207,7 +207,7 @@ void FindTest::whoMayNotQueryIsToldSo() {
 void FindTest::aRestartGivesTheRight() {
     daemon_->database.run(u"INSERT INTO DicomNodes (Name, AETitle, Query) VALUES ('new', 'NEW', -1)"_s);
     const auto status = [this] {
-        Association peer{daemon_->port(), "NEW", "TESSALY", Finding::contexts()};
+        RequestorAssociation peer{daemon_->port(), "NEW", "TESSALY", Finding::contexts()};
         return peer.isOpen() ? findAll(peer, identifier("STUDY", {{DCM_StudyInstanceUID, ""}})).last.status
                              : -1;
     };
@@ -284,10 +284,10 @@ void FindTest::aRequestWithoutAnIdentifierEndsTheAssociation() {
 }
 
 void FindTest::relationalQueriesAreNegotiated() {
-    const std::vector<Association::Extension> proposed{{StudyRootFind, {1, 0, 1, 1, 1}}};
+    const std::vector<RequestorAssociation::Extension> proposed{{StudyRootFind, {1, 0, 1, 1, 1}}};
     const auto relational = workstation(proposed);
     QCOMPARE(relational->acceptedExtensions(),
-             (std::vector<Association::Extension>{{StudyRootFind, {1, 0, 0, 0, 0}}}));
+             (std::vector<RequestorAssociation::Extension>{{StudyRootFind, {1, 0, 0, 0, 0}}}));
     const auto ask = [] {
         return identifier("SERIES", {{DCM_SeriesInstanceUID, ""}, {DCM_PatientID, "P2"}});
     };
@@ -308,7 +308,8 @@ void FindTest::datesAndTimesTogetherAreNegotiated() {
         return identifier("STUDY", {{DCM_StudyDate, "20200101-20200102"}, {DCM_StudyTime, "090000-200000"}});
     };
     const auto together = workstation({{StudyRootFind, {0, 1}}});
-    QCOMPARE(together->acceptedExtensions(), (std::vector<Association::Extension>{{StudyRootFind, {0, 1}}}));
+    QCOMPARE(together->acceptedExtensions(),
+             (std::vector<RequestorAssociation::Extension>{{StudyRootFind, {0, 1}}}));
     QCOMPARE(findAll(*together, ask()).pending, 2);
     QCOMPARE(findAll(*workstation(), ask()).pending, 1);
 }

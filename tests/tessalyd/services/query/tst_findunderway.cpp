@@ -8,7 +8,7 @@
 #include <array>
 #include <utility>
 
-#include "tessalyd/services/query/QuerySessions.h"
+#include "tessalyd/search/QuerySessions.h"
 #include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/Finding.h"
@@ -48,8 +48,8 @@ class FindUnderWayTest : public DaemonTest {
     /// Reading one row of Study takes the engine some milliseconds from now on. For a server that runs
     /// already: it starts with tables alone.
     void makeReadingSlow() const;
-    [[nodiscard]] std::unique_ptr<Association> workstation() const {
-        return std::make_unique<Association>(daemon_->port(), "WS1", "TESSALY", Finding::contexts());
+    [[nodiscard]] std::unique_ptr<RequestorAssociation> workstation() const {
+        return std::make_unique<RequestorAssociation>(daemon_->port(), "WS1", "TESSALY", Finding::contexts());
     }
     [[nodiscard]] static DcmDataset allStudies() {
         return identifier("STUDY", {{DCM_StudyInstanceUID, ""}, {DCM_PatientName, ""}, {DCM_StudyDate, ""}});
@@ -59,7 +59,7 @@ class FindUnderWayTest : public DaemonTest {
         return identifier("STUDY", {{DCM_StudyInstanceUID, ""}, {DCM_StudyDescription, "*nothing"}});
     }
     /// Whether so much waits for a peer that does not read it, that nothing more comes.
-    [[nodiscard]] bool isStuck(Association& peer);
+    [[nodiscard]] bool isStuck(RequestorAssociation& peer);
     /// The peak of the server's memory, in kilobytes.
     [[nodiscard]] long long peakMemory() const;
 
@@ -103,7 +103,7 @@ long long FindUnderWayTest::peakMemory() const {
     throw std::runtime_error("no VmHWM");
 }
 
-bool FindUnderWayTest::isStuck(Association& peer) {
+bool FindUnderWayTest::isStuck(RequestorAssociation& peer) {
     struct Socket : DcmTransportConnection {
         using DcmTransportConnection::getSocket;
     };
@@ -272,7 +272,7 @@ void FindUnderWayTest::queriesBeyondTheSessionsWaitTheirTurn() {
     daemon_->database.release();
     daemon_->launch();
     makeReadingSlow();
-    std::vector<std::unique_ptr<Association>> peers;
+    std::vector<std::unique_ptr<RequestorAssociation>> peers;
     std::vector<Finding> findings;
     for (std::size_t i = 0; i < tessaly::tessalyd::QuerySessions::Most; ++i) {
         peers.push_back(workstation());
@@ -293,7 +293,7 @@ void FindUnderWayTest::queriesBeyondTheSessionsWaitTheirTurn() {
 void FindUnderWayTest::requestersThatDoNotReadHoldNoSession() {
     stock(Many);
     daemon_->launch();
-    std::vector<std::unique_ptr<Association>> peers;
+    std::vector<std::unique_ptr<RequestorAssociation>> peers;
     std::vector<Finding> findings;
     for (std::size_t i = 0; i < tessaly::tessalyd::QuerySessions::Most; ++i) {
         peers.push_back(workstation());

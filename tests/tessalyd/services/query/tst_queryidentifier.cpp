@@ -6,7 +6,7 @@
 
 #include "tessalyd/services/query/IdentifierParser.h"
 #include "tessalyd/services/query/QueryIdentifier.h"
-#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 #include "tests/tessalyd/StockedArchive.h"
 #include "tests/tessalyd/TagNumber.h"
 
@@ -88,8 +88,8 @@ void QueryIdentifierTest::verifyRefused(Read read, quint32 offending) {
         QFAIL("taken");
     } catch (const RequestFailure& failure) {
         QCOMPARE(failure.status(), Uint16{0xa900});
-        QVERIFY(failure.offendingElement().has_value());
-        QCOMPARE(tagNumber(*failure.offendingElement()), offending);
+        QVERIFY(failure.detail().offendingElement.has_value());
+        QCOMPARE(tagNumber(*failure.detail().offendingElement), offending);
         QVERIFY(*failure.what() != '\0');
         QVERIFY(std::strlen(failure.what()) <= 64);
     }
@@ -175,12 +175,15 @@ void QueryIdentifierTest::retrievalsAreRefused_data() {
     const quint32 series = tagNumber(DCM_SeriesInstanceUID);
     row("no patient", Patient, "PATIENT", {}, DCM_PatientID);
     row("empty patient", Patient, "PATIENT", {{patient, ""}}, DCM_PatientID);
+    row("two empty patients", Patient, "PATIENT", {{patient, "\\"}}, DCM_PatientID);
+    row("blank patients", Patient, "PATIENT", {{patient, " \\ \\"}}, DCM_PatientID);
     row("blank patient", Patient, "PATIENT", {{patient, "  "}}, DCM_PatientID);
     row("all patients", Patient, "PATIENT", {{patient, "*"}}, DCM_PatientID);
     row("patients by wildcard", Patient, "PATIENT", {{patient, "P?"}}, DCM_PatientID);
     row("patient by name", Patient, "PATIENT", {{tagNumber(DCM_PatientName), "Doe"}}, DCM_PatientID);
     row("no study", Study, "STUDY", {}, DCM_StudyInstanceUID);
     row("empty study", Study, "STUDY", {{study, ""}}, DCM_StudyInstanceUID);
+    row("two empty studies", Study, "STUDY", {{study, "\\"}}, DCM_StudyInstanceUID);
     row("list of nothing", Study, "STUDY", {{study, "\\ \\"}}, DCM_StudyInstanceUID);
     row("studies by wildcard", Study, "STUDY", {{study, "1.2.*"}}, DCM_StudyInstanceUID);
     row("all studies of a patient", Patient, "STUDY", {{patient, "P"}, {study, ""}}, DCM_StudyInstanceUID);

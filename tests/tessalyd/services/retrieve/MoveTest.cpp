@@ -27,14 +27,10 @@ MoveTest::Receiver::~Receiver() {
     process.waitForFinished();
 }
 
-void MoveTest::take(const Request& request, Requester& requester, DIC_US status) {
-    dicom::SinkStream nowhere{[](std::span<const char>) {}};
-    if (!requester.receiveDataSet(nowhere))
+void MoveTest::take(const Request& request, Association& association, DIC_US status) {
+    if (!association.receiveDataSet([](std::span<const char>) {}))
         throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
-    T_DIMSE_C_StoreRSP response{};
-    response.DimseStatus = status;
-    Requester::require(DIMSE_sendStoreResponse(requester.association(), request.context->id,
-                                               &request.message.msg.CStoreRQ, &response, nullptr));
+    association.respond(request, status);
 }
 
 }  // namespace tessaly::test

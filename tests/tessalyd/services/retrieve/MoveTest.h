@@ -27,7 +27,7 @@ class MoveTest : public RetrieveTest {
         ~Receiver();
     };
     /// Takes an object in a scripted destination, as it should be taken.
-    static void take(const tessalyd::Request& request, tessalyd::Requester& requester,
+    static void take(const tessalyd::Request& request, tessalyd::Association& association,
                      DIC_US status = STATUS_Success);
 
     static Node destination(const QString& port) { return {.aeTitle = QStringLiteral("DEST"), .port = port}; }

@@ -28,7 +28,7 @@ void RetrieveTest::launchWith(const QList<Node>& nodes, int dumpLevel, const Nod
 }
 
 QStringList RetrieveTest::storeStudy(int count, int side) {
-    Association sender{daemon_->port()};
+    RequestorAssociation sender{daemon_->port()};
     QStringList uids;
     for (int i = 1; i <= count; ++i) {
         const std::string series = std::string{Study} + (i % 2 == 0 ? ".2" : ".1");

@@ -21,8 +21,9 @@ void check(const OFCondition& condition) {
         throw std::runtime_error{condition.text()};
 }
 
-std::vector<Association::Context> withFixed(const std::vector<Association::Context>& toReceive) {
-    std::vector<Association::Context> contexts;
+std::vector<RequestorAssociation::Context> withFixed(
+    const std::vector<RequestorAssociation::Context>& toReceive) {
+    std::vector<RequestorAssociation::Context> contexts;
     for (const char* sopClass :
          {UID_VerificationSOPClass, UID_GETStudyRootQueryRetrieveInformationModel,
           UID_GETPatientRootQueryRetrieveInformationModel, UID_MOVEStudyRootQueryRetrieveInformationModel,
@@ -72,12 +73,12 @@ Progress RetrievalMessage::progress() const {
                                                    : progressOf(message.msg.CMoveRSP);
 }
 
-Association::Context Retriever::receiving(const std::string& syntax, T_ASC_SC_ROLE role) {
+RequestorAssociation::Context Retriever::receiving(const std::string& syntax, T_ASC_SC_ROLE role) {
     return {UID_CTImageStorage, {syntax}, role};
 }
 
 Retriever::Retriever(const QString& port, const std::vector<Context>& toReceive, const std::string& calling)
-    : Association(port, calling, "TESSALY", withFixed(toReceive)) {}
+    : RequestorAssociation(port, calling, "TESSALY", withFixed(toReceive)) {}
 
 DIC_US Retriever::ask(ContextId context, const char* level, const std::vector<AskedKey>& keys,
                       const std::string& destination) {
@@ -112,6 +113,13 @@ DIC_US Retriever::askWithBytes(ContextId context, std::span<const char> identifi
 
 void Retriever::cancel(ContextId context, DIC_US messageId) {
     check(DIMSE_sendCancelRequest(raw(), context, messageId));
+}
+
+RetrievalMessage Retriever::hearStore() {
+    RetrievalMessage heard = hear();
+    while (heard.isPending())
+        heard = hear();
+    return heard;
 }
 
 RetrievalMessage Retriever::hear() {

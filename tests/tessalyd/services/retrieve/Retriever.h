@@ -4,7 +4,7 @@
 #include <QStringList>
 #include <functional>
 
-#include "tests/tessalyd/Association.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 #include "tests/tessalyd/StockedArchive.h"
 
 namespace tessaly::test {
@@ -44,7 +44,7 @@ struct Retrieved {
 };
 
 /// A requester of C-GET and C-MOVE whose messages the test sends one by one.
-class Retriever : public Association {
+class Retriever : public RequestorAssociation {
   public:
     enum ContextId : T_ASC_PresentationContextID {
         GetStudyRoot = 3,
@@ -69,6 +69,8 @@ class Retriever : public Association {
     void cancel(ContextId context, DIC_US messageId);
 
     [[nodiscard]] RetrievalMessage hear();
+    /// The same, past the responses that tell how far it is.
+    [[nodiscard]] RetrievalMessage hearStore();
     /// Answers a C-STORE.
     void answerStore(const RetrievalMessage& store, DIC_US status = STATUS_Success);
 

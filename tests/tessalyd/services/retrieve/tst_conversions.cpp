@@ -34,11 +34,11 @@ class ConversionsTest : public MoveTest {
     }
     /// Stores the object as it is.
     void plant(const QByteArray& object, E_TransferSyntax syntax, const std::string& instance) {
-        Association peer{daemon_->port(),
-                         "TESTER",
-                         "TESSALY",
-                         {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
-                          {UID_CTImageStorage, {DcmXfer{syntax}.getXferID()}}}};
+        RequestorAssociation peer{daemon_->port(),
+                                  "TESTER",
+                                  "TESSALY",
+                                  {{UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}},
+                                   {UID_CTImageStorage, {DcmXfer{syntax}.getXferID()}}}};
         QCOMPARE(peer.storeBytes(instance, {object.data(), static_cast<std::size_t>(object.size())}).status,
                  0);
         peer.release();

@@ -182,7 +182,7 @@ void GetTest::theSyntaxIsThatOfTheContext() {
     launchWith();
     storeFile(writeObject({.side = 64}, scratch(u"one.dcm"_s), static_cast<E_TransferSyntax>(stored)),
               option);
-    std::vector<Association::Context> contexts;
+    std::vector<RequestorAssociation::Context> contexts;
     for (const int syntax : taken)
         contexts.push_back(Retriever::receiving(DcmXfer{static_cast<E_TransferSyntax>(syntax)}.getXferID()));
     Retriever viewer{daemon_->port(), contexts};
@@ -195,7 +195,7 @@ void GetTest::theSyntaxIsThatOfTheContext() {
         QVERIFY(daemon_->log().contains(uid + u" not sent: "_s));
         return;
     }
-    const RetrievalMessage store = viewer.hear();
+    const RetrievalMessage store = viewer.hearStore();
     QVERIFY(store.isStore());
     QCOMPARE(int{store.context}, Retriever::FirstToReceive + 2 * static_cast<int>(taken.indexOf(sentIn)));
     viewer.answerStore(store);
@@ -222,11 +222,12 @@ void GetTest::theSyntaxIsThatOfTheContext() {
 
 void GetTest::contextsToReceiveDoNotHinderStoring() {
     launchWith();
-    Association sender{daemon_->port(),
-                       "TESTER",
-                       "TESSALY",
-                       {{UID_MRImageStorage, {UID_LittleEndianExplicitTransferSyntax}, ASC_SC_ROLE_SCP},
-                        {UID_CTImageStorage, {UID_LittleEndianExplicitTransferSyntax}, ASC_SC_ROLE_SCUSCP}}};
+    RequestorAssociation sender{
+        daemon_->port(),
+        "TESTER",
+        "TESSALY",
+        {{UID_MRImageStorage, {UID_LittleEndianExplicitTransferSyntax}, ASC_SC_ROLE_SCP},
+         {UID_CTImageStorage, {UID_LittleEndianExplicitTransferSyntax}, ASC_SC_ROLE_SCUSCP}}};
     QVERIFY(!sender.accepted(0).empty());
     QCOMPARE(sender.acceptedRole(0), ASC_SC_ROLE_SCP);
     QCOMPARE(sender.acceptedRole(1), ASC_SC_ROLE_SCUSCP);
@@ -295,7 +296,7 @@ void GetTest::progressIsToldWhileAnObjectIsTaken() {
     storeStudy(3);
     Retriever viewer{daemon_->port()};
     viewer.ask(Retriever::GetStudyRoot, "STUDY", TheStudy);
-    const RetrievalMessage first = viewer.hear();
+    const RetrievalMessage first = viewer.hearStore();
     QVERIFY(first.isStore());
     // The object is not answered until the server has told twice how far it is.
     for (int told = 0; told < 2; ++told) {
@@ -315,7 +316,7 @@ void GetTest::aCancelEndsIt() {
     storeStudy(5);
     Retriever viewer{daemon_->port()};
     const DIC_US id = viewer.ask(Retriever::GetStudyRoot, "STUDY", TheStudy);
-    const RetrievalMessage first = viewer.hear();
+    const RetrievalMessage first = viewer.hearStore();
     QVERIFY(first.isStore());
     viewer.cancel(Retriever::GetStudyRoot, id);
     viewer.answerStore(first);
@@ -367,7 +368,7 @@ void GetTest::aRequesterThatVanishesEndsIt() {
     {
         Retriever viewer{daemon_->port()};
         viewer.ask(Retriever::GetStudyRoot, "STUDY", TheStudy);
-        QVERIFY(viewer.hear().isStore());
+        QVERIFY(viewer.hearStore().isStore());
     }
     EVENTUALLY(!daemon_->isBusy());
     EVENTUALLY(daemon_->log().contains(u"C-GET: 20 objects found, 0 sent, 0 failed"_s));
@@ -380,7 +381,7 @@ void GetTest::terminateEndsIt() {
     storeStudy(3);
     Retriever viewer{daemon_->port()};
     viewer.ask(Retriever::GetStudyRoot, "STUDY", TheStudy);
-    QVERIFY(viewer.hear().isStore());  // and is never answered
+    QVERIFY(viewer.hearStore().isStore());  // and is never answered
     QVERIFY(daemon_->terminate());
 }
 

@@ -71,13 +71,13 @@ void MovesTest::anotherArchiveTakesWhatIsMoved() {
 void MovesTest::theDestinationIsToldWhoAsked() {
     ScriptedServer server;
     std::mutex mutex;
-    QList<T_DIMSE_C_StoreRQ> heard;
+    std::vector<tessaly::dicom::Command> heard;
     QStringList titles;
-    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
+    server.on(CommandField::CStore, [&](const Request& request, Association& association) {
         const std::lock_guard lock{mutex};
-        heard << request.message.msg.CStoreRQ;
-        titles << QString::fromStdString(requester.names().callingAeTitle);
-        take(request, requester);
+        heard.push_back(request.command);
+        titles << QString::fromStdString(association.names().callingAeTitle);
+        take(request, association);
     });
     launchWith({{.aeTitle = u"DEST"_s, .port = server.port(), .localAeTitle = u"OURNAME"_s}});
     storeStudy(2);
@@ -86,20 +86,18 @@ void MovesTest::theDestinationIsToldWhoAsked() {
     const DIC_US id = askForMove(viewer);
     QCOMPARE(viewer.collect().status, 0);
     const std::lock_guard lock{mutex};
-    QCOMPARE(heard.size(), 2);
-    for (const T_DIMSE_C_StoreRQ& store : heard) {
-        QCOMPARE(store.opts & (O_STORE_MOVEORIGINATORAETITLE | O_STORE_MOVEORIGINATORID),
-                 unsigned{O_STORE_MOVEORIGINATORAETITLE | O_STORE_MOVEORIGINATORID});
-        QCOMPARE(QLatin1StringView{store.MoveOriginatorApplicationEntityTitle}.trimmed(), "VIEWER"_L1);
-        QCOMPARE(store.MoveOriginatorID, id);
+    QCOMPARE(heard.size(), std::size_t{2});
+    for (const tessaly::dicom::Command& store : heard) {
+        QVERIFY(store.value(DCM_MoveOriginatorApplicationEntityTitle) == "VIEWER");
+        QCOMPARE(store.number(DCM_MoveOriginatorMessageID).value_or(0), std::uint16_t{id});
     }
     QCOMPARE(titles, (QStringList{u"OURNAME"_s, u"OURNAME"_s}));
 }
 
 void MovesTest::oneAssociationTakesAll() {
     ScriptedServer server;
-    server.on(DIMSE_C_STORE_RQ,
-              [](const Request& request, Requester& requester) { take(request, requester); });
+    server.on(CommandField::CStore,
+              [](const Request& request, Association& association) { take(request, association); });
     launchWith({destination(server.port())});
     storeStudy(5);
     Retriever viewer{daemon_->port()};
@@ -191,9 +189,9 @@ void MovesTest::whoMayNotQueryMovesNothing() {
 void MovesTest::whatTheDestinationSaysIsCounted() {
     ScriptedServer server;
     const std::string prefix = std::string{Study} + ".1.";
-    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
-        const std::string uid = request.message.msg.CStoreRQ.AffectedSOPInstanceUID;
-        take(request, requester,
+    server.on(CommandField::CStore, [&](const Request& request, Association& association) {
+        const std::string uid = request.command.sopInstanceUid();
+        take(request, association,
              uid == prefix + "1"   ? STATUS_STORE_Refused_OutOfResources
              : uid == prefix + "3" ? STATUS_STORE_Warning_CoercionOfDataElements
                                    : STATUS_Success);
@@ -230,9 +228,9 @@ void MovesTest::progressIsToldWhileTheDestinationIsReached() {
 void MovesTest::progressIsToldWhileAnObjectIsTaken() {
     ScriptedServer server;
     std::latch told{1};
-    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
+    server.on(CommandField::CStore, [&](const Request& request, Association& association) {
         told.wait();
-        take(request, requester);
+        take(request, association);
     });
     launchWith({destination(server.port())});
     storeStudy(3);
@@ -251,14 +249,13 @@ void MovesTest::aCancelEndsIt() {
     ScriptedServer server;
     std::latch begun{1};
     std::atomic<int> taken = 0;
-    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
+    server.on(CommandField::CStore, [&](const Request& request, Association& association) {
         if (++taken < 2)
-            return take(request, requester);
+            return take(request, association);
         // The second one is never answered: what comes then is the association's end.
-        tessaly::dicom::SinkStream nowhere{[](std::span<const char>) {}};
-        QVERIFY(requester.receiveDataSet(nowhere));
+        QVERIFY(association.receiveDataSet([](std::span<const char>) {}));
         begun.count_down();
-        static_cast<void>(requester.receive());
+        static_cast<void>(association.receiveRequest());
     });
     launchWith({destination(server.port())});
     storeStudy(5);
@@ -277,7 +274,7 @@ void MovesTest::aCancelInTheMiddleOfAnObjectEndsIt() {
     ScriptedServer server;
     std::latch begun{1};
     std::latch over{1};
-    server.on(DIMSE_C_STORE_RQ, [&](const Request&, Requester&) {
+    server.on(CommandField::CStore, [&](const Request&, Association&) {
         begun.count_down();
         over.wait();  // the answer never comes
         throw AssociationEnded{DIMSE_NODATAAVAILABLE};
@@ -298,7 +295,7 @@ void MovesTest::aCancelInTheMiddleOfAnObjectEndsIt() {
 void MovesTest::moreContextsThanOneAssociationHas() {
     const Receiver receiver;
     launchWith({destination(receiver.port)});
-    std::vector<Association::Context> contexts{
+    std::vector<RequestorAssociation::Context> contexts{
         {UID_VerificationSOPClass, {UID_LittleEndianImplicitTransferSyntax}}};
     std::vector<std::string> classes;
     for (int i = 0; i < numberOfDcmLongSCUStorageSOPClassUIDs && classes.size() < 80; ++i) {
@@ -306,10 +303,10 @@ void MovesTest::moreContextsThanOneAssociationHas() {
             classes.emplace_back(dcmLongSCUStorageSOPClassUIDs[i]);
     }
     for (std::size_t i = 0; i < classes.size(); ++i) {  // the context of this kit's C-STOREs is the second
-        Association sender{daemon_->port(),
-                           "TESTER",
-                           "TESSALY",
-                           {contexts[0], {classes[i], {UID_LittleEndianExplicitTransferSyntax}}}};
+        RequestorAssociation sender{daemon_->port(),
+                                    "TESTER",
+                                    "TESSALY",
+                                    {contexts[0], {classes[i], {UID_LittleEndianExplicitTransferSyntax}}}};
         const auto object = makeObject({.instance = "1.2.7." + std::to_string(i)});
         object->getDataset()->putAndInsertString(DCM_SOPClassUID, classes[i].c_str());
         QCOMPARE(sender.store(*object).status, 0);

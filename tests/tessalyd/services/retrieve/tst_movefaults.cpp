@@ -1,7 +1,7 @@
 #include <QSet>
 #include <latch>
 
-#include "tessalyd/services/retrieve/OutboundSlots.h"
+#include "tessalyd/association/OutboundSlots.h"
 #include "tests/dicom/net/Peers.h"
 #include "tests/support/Eventually.h"
 #include "tests/tessalyd/services/retrieve/MoveTest.h"
@@ -65,10 +65,10 @@ void MoveFaultsTest::aDestinationThatFailsIsCounted() {
 void MoveFaultsTest::aDestinationThatBreaksOffFailsWhatIsLeft() {
     ScriptedServer server;
     std::atomic<int> taken = 0;
-    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
+    server.on(CommandField::CStore, [&](const Request& request, Association& association) {
         if (++taken == 3)
             throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
-        take(request, requester);
+        take(request, association);
     });
     launchWith({destination(server.port())});
     const QStringList uids = storeStudy(6);
@@ -118,7 +118,7 @@ void MoveFaultsTest::aRequesterThatVanishesEndsIt() {
     ScriptedServer server;
     std::latch begun{1};
     std::latch over{1};
-    server.on(DIMSE_C_STORE_RQ, [&](const Request&, Requester&) {
+    server.on(CommandField::CStore, [&](const Request&, Association&) {
         begun.count_down();
         over.wait();
         throw AssociationEnded{DIMSE_NODATAAVAILABLE};
@@ -151,10 +151,10 @@ void MoveFaultsTest::aStopLetsItGoOnForTheGrace() {
     ScriptedServer server;
     std::latch begun{1};
     std::latch stopped{1};
-    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
+    server.on(CommandField::CStore, [&](const Request& request, Association& association) {
         begun.count_down();
         stopped.wait();
-        take(request, requester);
+        take(request, association);
     });
     launchWith({destination(server.port())});
     storeStudy(1);
@@ -170,7 +170,7 @@ void MoveFaultsTest::aKilledServerLeavesNothingBehind() {
     ScriptedServer server;
     std::latch begun{1};
     std::latch over{1};
-    server.on(DIMSE_C_STORE_RQ, [&](const Request&, Requester&) {
+    server.on(CommandField::CStore, [&](const Request&, Association&) {
         begun.count_down();
         over.wait();
         throw AssociationEnded{DIMSE_NODATAAVAILABLE};
@@ -186,8 +186,8 @@ void MoveFaultsTest::aKilledServerLeavesNothingBehind() {
     over.count_down();
     QCOMPARE(daemon_->entries(), before);
     QCOMPARE(storedDataSets(), stored);
-    server.on(DIMSE_C_STORE_RQ,
-              [](const Request& request, Requester& requester) { take(request, requester); });
+    server.on(CommandField::CStore,
+              [](const Request& request, Association& association) { take(request, association); });
     daemon_->launch();
     Retriever again{daemon_->port()};
     askForMove(again);
@@ -200,10 +200,10 @@ void MoveFaultsTest::movesTakeTurns() {
     ScriptedServer server;
     std::latch go{1};
     std::atomic<int> atOnce = 0;
-    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
+    server.on(CommandField::CStore, [&](const Request& request, Association& association) {
         ++atOnce;
         go.wait();
-        take(request, requester);
+        take(request, association);
     });
     launchWith({destination(server.port())});
     storeStudy(1);

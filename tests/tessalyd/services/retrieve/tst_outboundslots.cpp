@@ -3,7 +3,7 @@
 #include <thread>
 #include <vector>
 
-#include "tessalyd/services/retrieve/OutboundSlots.h"
+#include "tessalyd/association/OutboundSlots.h"
 #include "tests/tessalyd/Daemon.h"
 
 using namespace Qt::StringLiterals;

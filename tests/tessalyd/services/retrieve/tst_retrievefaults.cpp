@@ -3,8 +3,8 @@
 #include <QSet>
 #include <latch>
 
+#include "tessalyd/search/QuerySessions.h"
 #include "tessalyd/services/query/QueryIdentifier.h"
-#include "tessalyd/services/query/QuerySessions.h"
 #include "tessalyd/services/retrieve/MoveJob.h"
 #include "tests/dicom/net/StorePeer.h"
 #include "tests/support/Eventually.h"
@@ -122,10 +122,10 @@ void RetrieveFaultsTest::aFileThatEndsWhileItIsSentCostsItsAssociationAlone() {
     std::latch begun{1};
     std::latch shortened{1};
     std::atomic<int> whole = 0;
-    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
+    server.on(CommandField::CStore, [&](const Request& request, Association& association) {
         begun.count_down();
         shortened.wait();
-        take(request, requester);
+        take(request, association);
         ++whole;
     });
     launchWith({destination(server.port())});

@@ -24,11 +24,11 @@ void RetrieveToolsTest::movescuCancels() {
     ScriptedServer server;
     std::latch cancelled{1};
     std::atomic<int> taken = 0;
-    server.on(DIMSE_C_STORE_RQ, [&](const Request& request, Requester& requester) {
+    server.on(CommandField::CStore, [&](const Request& request, Association& association) {
         ++taken;
         if (taken > 1)
             cancelled.wait();
-        take(request, requester);
+        take(request, association);
     });
     launchWith({destination(server.port())});
     storeStudy(6);

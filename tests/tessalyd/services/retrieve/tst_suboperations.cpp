@@ -2,9 +2,12 @@
 #include <dcmtk/dcmnet/dimse.h>
 
 #include <QTest>
+#include <limits>
 
 #include "tessalyd/services/retrieve/SubOperations.h"
 
+using tessaly::dicom::Command;
+using tessaly::dicom::CommandField;
 using namespace tessaly::tessalyd;
 using namespace std::chrono_literals;
 
@@ -22,11 +25,9 @@ class SubOperationsTest : public QObject {
     void progressIsToldOnceASecond();
 
   private:
-    static T_DIMSE_Message get() {
-        T_DIMSE_Message request{};
-        request.CommandField = DIMSE_C_GET_RQ;
-        request.msg.CGetRQ.MessageID = 7;
-        return request;
+    static Command get() { return Command::request(CommandField::CGet, 7); }
+    static int counter(const Command& response, const DcmTagKey& tag) {
+        return response.number(tag).value_or(std::numeric_limits<Uint16>::max());
     }
     static std::string failedOf(const SubOperations& operations) {
         auto list = operations.failures();
@@ -79,28 +80,24 @@ void SubOperationsTest::theEndIsToldByWhatWasSent() {
         operations.fail("1.2." + std::to_string(i));
     QCOMPARE(int{operations.finalStatus(cancelled)}, status);
     QCOMPARE(QByteArray::fromStdString(failedOf(operations)), uids);
-    const auto message = operations.answer(get(), operations.finalStatus(cancelled));
-    const T_DIMSE_C_GetRSP& answer = message.msg.CGetRSP;
-    QCOMPARE(int{answer.NumberOfCompletedSubOperations}, completed);
-    QCOMPARE(int{answer.NumberOfWarningSubOperations}, warned);
-    QCOMPARE(int{answer.NumberOfFailedSubOperations}, failed);
-    QCOMPARE(answer.DataSetType == DIMSE_DATASET_PRESENT, !uids.isEmpty());
-    // What remains is told while something may remain, not by an answer that all is over.
-    QCOMPARE((answer.opts & O_GET_NUMBEROFREMAININGSUBOPERATIONS) != 0, cancelled);
+    const Command response = operations.response(get(), operations.finalStatus(cancelled));
+    QCOMPARE(counter(response, DCM_NumberOfCompletedSuboperations), completed);
+    QCOMPARE(counter(response, DCM_NumberOfWarningSuboperations), warned);
+    QCOMPARE(counter(response, DCM_NumberOfFailedSuboperations), failed);
+    // What remains is told while something may remain, not by a response that all is over.
+    QCOMPARE(response.number(DCM_NumberOfRemainingSuboperations).has_value(), cancelled);
 }
 
 void SubOperationsTest::theCountersSumUpToTheTotal() {
     SubOperations operations{4};
     const auto check = [&operations](int remaining, int completed, int warned, int failed) {
-        const auto message = operations.answer(get(), STATUS_Pending);
-        const T_DIMSE_C_GetRSP& answer = message.msg.CGetRSP;
-        QCOMPARE(int{answer.NumberOfRemainingSubOperations}, remaining);
-        QCOMPARE(int{answer.NumberOfCompletedSubOperations}, completed);
-        QCOMPARE(int{answer.NumberOfWarningSubOperations}, warned);
-        QCOMPARE(int{answer.NumberOfFailedSubOperations}, failed);
-        QVERIFY((answer.opts & O_GET_NUMBEROFREMAININGSUBOPERATIONS) != 0);
-        QVERIFY(answer.DataSetType == DIMSE_DATASET_NULL);
-        QCOMPARE(int{answer.MessageIDBeingRespondedTo}, 7);
+        const Command response = operations.response(get(), STATUS_Pending);
+        QCOMPARE(counter(response, DCM_NumberOfRemainingSuboperations), remaining);
+        QCOMPARE(counter(response, DCM_NumberOfCompletedSuboperations), completed);
+        QCOMPARE(counter(response, DCM_NumberOfWarningSuboperations), warned);
+        QCOMPARE(counter(response, DCM_NumberOfFailedSuboperations), failed);
+        QVERIFY(!response.hasDataSet());
+        QCOMPARE(int{response.messageId()}, 7);
     };
     check(4, 0, 0, 0);
     operations.complete();
@@ -114,9 +111,9 @@ void SubOperationsTest::theCountersSumUpToTheTotal() {
 void SubOperationsTest::beyondSixteenBitsTheCountersStay() {
     SubOperations operations{200'000};
     const auto counters = [&operations] {
-        const auto message = operations.answer(get(), STATUS_Pending);
-        return std::pair{int{message.msg.CGetRSP.NumberOfRemainingSubOperations},
-                         int{message.msg.CGetRSP.NumberOfCompletedSubOperations}};
+        const Command response = operations.response(get(), STATUS_Pending);
+        return std::pair{counter(response, DCM_NumberOfRemainingSuboperations),
+                         counter(response, DCM_NumberOfCompletedSuboperations)};
     };
     QCOMPARE(counters(), (std::pair{65535, 0}));
     for (int i = 0; i < 70'000; ++i)
@@ -128,16 +125,14 @@ void SubOperationsTest::beyondSixteenBitsTheCountersStay() {
 }
 
 void SubOperationsTest::aMoveIsAnsweredAsAMove() {
-    T_DIMSE_Message request{};
-    request.CommandField = DIMSE_C_MOVE_RQ;
-    request.msg.CMoveRQ.MessageID = 9;
     SubOperations operations{2};
     operations.fail("1.2.3");
-    const auto message = operations.answer(request, STATUS_Pending);
-    QCOMPARE(message.CommandField, DIMSE_C_MOVE_RSP);
-    QCOMPARE(int{message.msg.CMoveRSP.MessageIDBeingRespondedTo}, 9);
-    QCOMPARE(int{message.msg.CMoveRSP.NumberOfRemainingSubOperations}, 1);
-    QCOMPARE(int{message.msg.CMoveRSP.NumberOfFailedSubOperations}, 1);
+    const Command response = operations.response(Command::request(CommandField::CMove, 9), STATUS_Pending);
+    QVERIFY(response.isResponse());
+    QVERIFY(response.field() == CommandField::CMove);
+    QCOMPARE(int{response.messageId()}, 9);
+    QCOMPARE(counter(response, DCM_NumberOfRemainingSuboperations), 1);
+    QCOMPARE(counter(response, DCM_NumberOfFailedSuboperations), 1);
 }
 
 void SubOperationsTest::progressIsToldOnceASecond_data() {

@@ -57,8 +57,8 @@ class DeflatedTest : public DaemonTest {
     void aHeaderOf64MegabytesIsTaken();
 
   private:
-    [[nodiscard]] Association::Answer send(const QByteArray& bytes) const {
-        Association sender{daemon_->port(), "TESTER", "TESSALY", {{UID_CTImageStorage, {Deflated.uid()}}}};
+    [[nodiscard]] RequestorAssociation::Answer send(const QByteArray& bytes) const {
+        RequestorAssociation sender{daemon_->port(), "TESTER", "TESSALY", {{UID_CTImageStorage, {Deflated.uid()}}}};
         return sender.storeBytes(0, UID_CTImageStorage, Instance, view(bytes));
     }
 };
@@ -125,7 +125,7 @@ void DeflatedTest::whatCannotBeReadIsRefused_data() {
 void DeflatedTest::whatCannotBeReadIsRefused() {
     QFETCH(const QByteArray, sent);
     launch();
-    const Association::Answer answer = send(sent);
+    const RequestorAssociation::Answer answer = send(sent);
     QVERIFY(answer.arrived);
     QCOMPARE(answer.status, 0xc000);
     QCOMPARE(daemon_->entries(), QStringList{});

@@ -55,17 +55,17 @@ class EveryKindTest : public RetrieveTest {
 
 QMap<QString, QByteArray> EveryKindTest::storeEverySyntax() const {
     const auto table = transferSyntaxes();
-    std::vector<Association::Context> contexts;
+    std::vector<RequestorAssociation::Context> contexts;
     for (const auto& row : table)
         contexts.push_back({UID_CTImageStorage, {row.uid}});
-    Association sender{daemon_->port(), "MODALITY", "TESSALY", contexts};
+    RequestorAssociation sender{daemon_->port(), "MODALITY", "TESSALY", contexts};
     QMap<QString, QByteArray> sent;
     for (std::size_t i = 0; i < table.size(); ++i) {
         const int index = static_cast<int>(i);
         if (sender.accepted(index) != table[i].uid)
             throw std::runtime_error{std::string{table[i].name} + " is not accepted"};
         const QByteArray bytes = dataSetIn(TransferSyntax{table[i]}, {.instance = instanceOf(i)});
-        const Association::Answer answer = sender.storeBytes(
+        const RequestorAssociation::Answer answer = sender.storeBytes(
             index, UID_CTImageStorage, instanceOf(i), {bytes.data(), static_cast<std::size_t>(bytes.size())});
         if (!answer.arrived || answer.status != 0)
             throw std::runtime_error{std::string{table[i].name} + " is not stored: " + answer.comment};
@@ -80,7 +80,7 @@ void EveryKindTest::everySyntaxIsTakenAndGivenOut() {
     const auto sent = storeEverySyntax();
     QCOMPARE(sent.size(), static_cast<qsizetype>(transferSyntaxes().size()));
     QVERIFY(storedDataSets() == sent);
-    std::vector<Association::Context> contexts;
+    std::vector<RequestorAssociation::Context> contexts;
     for (const auto& row : transferSyntaxes())
         contexts.push_back(Retriever::receiving(row.uid));
     Retriever viewer{daemon_->port(), contexts};
@@ -100,13 +100,13 @@ void EveryKindTest::everyClassIsTakenAndGivenOut() {
     constexpr std::size_t Most = 100;  // in one association
     for (std::size_t first = 0; first < classes.size(); first += Most) {
         const std::size_t count = std::min(Most, classes.size() - first);
-        std::vector<Association::Context> toSend;
-        std::vector<Association::Context> toReceive;
+        std::vector<RequestorAssociation::Context> toSend;
+        std::vector<RequestorAssociation::Context> toReceive;
         for (std::size_t i = 0; i < count; ++i) {
             toSend.push_back({classes[first + i], {Explicit}});
             toReceive.push_back({classes[first + i], {Explicit}, ASC_SC_ROLE_SCP});
         }
-        Association sender{daemon_->port(), "MODALITY", "TESSALY", toSend};
+        RequestorAssociation sender{daemon_->port(), "MODALITY", "TESSALY", toSend};
         QMap<QString, QByteArray> sent;
         const std::string study = std::string{Study} + '.' + std::to_string(first);
         for (std::size_t i = 0; i < count; ++i) {
@@ -141,13 +141,13 @@ void EveryKindTest::everyClassOfTheToolkitIsKnown() {
 
 void EveryKindTest::whatHasNoPatientIsRefused() {
     launchWith();
-    std::vector<Association::Context> contexts;
+    std::vector<RequestorAssociation::Context> contexts;
     for (const char* sopClass :
          {"1.2.840.10008.5.1.4.38.1", "1.2.840.10008.5.1.4.39.1", "1.2.840.10008.5.1.4.43.1",
           "1.2.840.10008.5.1.4.44.1", "1.2.840.10008.5.1.4.45.1", "1.2.840.10008.5.1.4.1.1.200.1",
           "1.2.840.10008.5.1.4.1.1.200.3", "1.2.840.10008.5.1.4.1.1.200.7", "1.2.840.10008.5.1.4.1.1.201.1"})
         contexts.push_back({sopClass, {Explicit}});
-    const Association sender{daemon_->port(), "MODALITY", "TESSALY", contexts};
+    const RequestorAssociation sender{daemon_->port(), "MODALITY", "TESSALY", contexts};
     QVERIFY(sender.isOpen());
     for (std::size_t i = 0; i < contexts.size(); ++i)
         QVERIFY2(sender.accepted(static_cast<int>(i)).empty(), contexts[i].abstractSyntax.c_str());
@@ -155,13 +155,13 @@ void EveryKindTest::whatHasNoPatientIsRefused() {
 
 void EveryKindTest::whatTheStandardUsesForSomethingElseIsRefused() {
     launchWith();
-    std::vector<Association::Context> contexts;
+    std::vector<RequestorAssociation::Context> contexts;
     for (const char* sopClass :
          {UID_FINDModalityWorklistInformationModel, UID_StorageCommitmentPushModelSOPClass,
           UID_ModalityPerformedProcedureStepSOPClass, UID_BasicGrayscalePrintManagementMetaSOPClass,
           UID_MediaStorageDirectoryStorage, "1.2.840.10008.1.2.1", "1.2.840.10008.3.1.1.1"})
         contexts.push_back({sopClass, {Explicit}});
-    const Association sender{daemon_->port(), "MODALITY", "TESSALY", contexts};
+    const RequestorAssociation sender{daemon_->port(), "MODALITY", "TESSALY", contexts};
     QVERIFY(sender.isOpen());
     for (std::size_t i = 0; i < contexts.size(); ++i)
         QVERIFY2(sender.accepted(static_cast<int>(i)).empty(), contexts[i].abstractSyntax.c_str());
@@ -172,7 +172,7 @@ void EveryKindTest::aMakersClassIsNamedOnce() {
     daemon_->database.run(u"UPDATE DicomServer SET LogLevel=2"_s);
     QVERIFY(daemon_->succeeds(&OrgTessalyServer1Interface::Restart));
     const auto store = [this](const std::string& sopClass, int number) {
-        Association sender{daemon_->port(), "MODALITY", "TESSALY", {{sopClass, {Explicit}}}};
+        RequestorAssociation sender{daemon_->port(), "MODALITY", "TESSALY", {{sopClass, {Explicit}}}};
         const std::string instance = instanceOf(static_cast<std::size_t>(number));
         const QByteArray bytes = dataSetIn(TransferSyntax{std::string_view{Explicit}},
                                            {.instance = instance, .sopClass = sopClass});

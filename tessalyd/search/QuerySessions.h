@@ -1,0 +1,65 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "db/StatementCache.h"
+
+namespace tessaly::tessalyd {
+
+/// The connections by which queries and retrievals read the tables: apart from the one that stores write by,
+/// so that neither waits for the other, and bounded in number. They are opened as they are needed and kept
+/// with their prepared statements. Thread-safe.
+class QuerySessions {
+  public:
+    /// Each keeps some megabytes of the database. One is held while a page is read; no peer is waited for
+    /// meanwhile.
+    static constexpr std::size_t Most = 8;
+
+    QuerySessions();
+    ~QuerySessions();
+    QuerySessions(const QuerySessions&) = delete;
+    QuerySessions& operator=(const QuerySessions&) = delete;
+
+    struct Session;
+
+    /// One session's use by one thread. When an exception ends it, the session is closed instead of kept: it
+    /// may be what is broken. What was made of its statements is to be gone before it.
+    class Lease {
+      public:
+        Lease(QuerySessions& owner, std::unique_ptr<Session> session, unsigned generation);
+        ~Lease();
+        Lease(Lease&& other) noexcept;
+        Lease& operator=(Lease&&) = delete;
+
+        [[nodiscard]] db::StatementCache& statements() const noexcept;
+
+      private:
+        QuerySessions* owner_;
+        std::unique_ptr<Session> session_;
+        unsigned generation_;
+        int exceptions_;
+    };
+
+    /// Waits while all are in use, and asks `giveUp` several times a second meanwhile: nothing once it says
+    /// true. What giveUp throws comes through. Throws db::Error when none can be opened.
+    [[nodiscard]] std::optional<Lease> take(const std::function<bool()>& giveUp);
+
+    /// Closes those that nobody uses; the others are closed when they come back. The next use opens new ones.
+    void close();
+
+  private:
+    void giveBack(std::unique_ptr<Session> session, unsigned generation) noexcept;
+
+    std::mutex mutex_;
+    std::condition_variable returned_;
+    std::vector<std::unique_ptr<Session>> idle_;  // the last one used at the end
+    std::size_t inUse_ = 0;
+    unsigned generation_ = 0;
+};
+
+}  // namespace tessaly::tessalyd
