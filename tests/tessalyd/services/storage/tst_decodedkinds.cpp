@@ -44,7 +44,7 @@ Kind wavelets(const char* name, const char* syntax, const ImageSpec& image) {
 }
 
 /// An object in each of the codings that are decoded here and not by the toolkit.
-QList<Kind> kinds() {
+QList<Kind> makeKinds() {
     const ImageSpec grey{.rows = 300, .columns = 200, .stored = 16};
     ImageSpec colour{.rows = 1500, .columns = 1400, .samples = 3, .bits = 8, .stored = 8};
     colour.photometric = "YBR_RCT";
@@ -64,6 +64,11 @@ QList<Kind> kinds() {
                 {},
                 plain.right(spec.side * spec.side * 2),
                 deflated(plain)};
+    return all;
+}
+
+const QList<Kind>& kinds() {
+    static const QList<Kind> all = makeKinds();
     return all;
 }
 
@@ -107,15 +112,13 @@ class DecodedKindsTest : public RetrieveTest {
 
 void DecodedKindsTest::aPortDecodesThem_data() {
     QTest::addColumn<int>("index");
-    const auto all = kinds();
-    for (int i = 0; i < all.size(); ++i)
-        QTest::newRow(all[i].name) << i;
+    for (int i = 0; i < kinds().size(); ++i)
+        QTest::newRow(kinds()[i].name) << i;
 }
 
 void DecodedKindsTest::aPortDecodesThem() {
     QFETCH(const int, index);
-    static const auto all = kinds();
-    const Kind& kind = all[index];
+    const Kind& kind = kinds()[index];
     launchDecoding();
     QCOMPARE(send(kind.object, kind.syntax), 0);
     QCOMPARE(daemon_->files().size(), 1);
@@ -188,8 +191,7 @@ void DecodedKindsTest::theyAreDecodedForWhoDoesNotTakeThem_data() {
 
 void DecodedKindsTest::theyAreDecodedForWhoDoesNotTakeThem() {
     QFETCH(const int, index);
-    static const auto all = kinds();
-    const Kind& kind = all[index];
+    const Kind& kind = kinds()[index];
     StorePeer peer{{UID_LittleEndianExplicitTransferSyntax}, [](int) { return 0; }};
     launchWith({{.aeTitle = u"PEER"_s, .port = QString::number(peer.port())}});
     QCOMPARE(send(kind.object, kind.syntax), 0);
