@@ -3,8 +3,8 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcostrmb.h>
 #include <dcmtk/dcmdata/dcuid.h>
-#include <dcmtk/dcmnet/dcmlayer.h>
 #include <dcmtk/dcmnet/assoc.h>
+#include <dcmtk/dcmnet/dcmlayer.h>
 #include <dcmtk/dcmnet/dcmtrans.h>
 #include <dcmtk/dcmnet/dul.h>
 #include <dcmtk/dcmnet/extneg.h>
@@ -220,12 +220,14 @@ RequestorAssociation::Answer RequestorAssociation::store(DcmFileFormat& object,
     return answerOf(answered, response, detail);
 }
 
-RequestorAssociation::Answer RequestorAssociation::storeBytes(const std::string& instance, std::span<const char> data) {
+RequestorAssociation::Answer RequestorAssociation::storeBytes(const std::string& instance,
+                                                              std::span<const char> data) {
     return storeBytes(Storage / 2, UID_CTImageStorage, instance, data);
 }
 
 RequestorAssociation::Answer RequestorAssociation::storeBytes(int index, const std::string& sopClass,
-                                            const std::string& instance, std::span<const char> data) {
+                                                              const std::string& instance,
+                                                              std::span<const char> data) {
     const auto id = static_cast<T_ASC_PresentationContextID>(2 * index + 1);
     writeCommand(id, DIMSE_C_STORE_RQ, sopClass, instance);
     writeParts(id, false, data, true);
