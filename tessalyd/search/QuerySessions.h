@@ -1,12 +1,10 @@
 #pragma once
 
-#include <condition_variable>
 #include <functional>
-#include <memory>
-#include <mutex>
 #include <optional>
-#include <vector>
 
+#include "base/ResourcePool.h"
+#include "db/Connection.h"
 #include "db/StatementCache.h"
 
 namespace tessaly::tessalyd {
@@ -20,28 +18,25 @@ class QuerySessions {
     /// meanwhile.
     static constexpr std::size_t Most = 8;
 
-    QuerySessions();
-    ~QuerySessions();
-    QuerySessions(const QuerySessions&) = delete;
-    QuerySessions& operator=(const QuerySessions&) = delete;
-
-    struct Session;
+    struct Session {
+        db::Connection connection;
+        db::StatementCache statements{connection};
+    };
 
     /// One session's use by one thread. When an exception ends it, the session is closed instead of kept: it
     /// may be what is broken. What was made of its statements is to be gone before it.
     class Lease {
       public:
-        Lease(QuerySessions& owner, std::unique_ptr<Session> session, unsigned generation);
+        Lease(QuerySessions& owner, base::ResourcePool<Session>::Lease session);
         ~Lease();
-        Lease(Lease&& other) noexcept;
+        Lease(Lease&&) noexcept = default;
         Lease& operator=(Lease&&) = delete;
 
-        [[nodiscard]] db::StatementCache& statements() const noexcept;
+        [[nodiscard]] db::StatementCache& statements() const noexcept { return session_->statements; }
 
       private:
         QuerySessions* owner_;
-        std::unique_ptr<Session> session_;
-        unsigned generation_;
+        base::ResourcePool<Session>::Lease session_;
         int exceptions_;
     };
 
@@ -50,16 +45,10 @@ class QuerySessions {
     [[nodiscard]] std::optional<Lease> take(const std::function<bool()>& giveUp);
 
     /// Closes those that nobody uses; the others are closed when they come back. The next use opens new ones.
-    void close();
+    void close() { pool_.close(); }
 
   private:
-    void giveBack(std::unique_ptr<Session> session, unsigned generation) noexcept;
-
-    std::mutex mutex_;
-    std::condition_variable returned_;
-    std::vector<std::unique_ptr<Session>> idle_;  // the last one used at the end
-    std::size_t inUse_ = 0;
-    unsigned generation_ = 0;
+    base::ResourcePool<Session> pool_{Most};
 };
 
 }  // namespace tessaly::tessalyd

@@ -1,11 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <memory>
-#include <mutex>
-#include <vector>
+#include <cstddef>
 
+#include "base/ResourcePool.h"
 #include "tessalyd/store/ArchiveSession.h"
 
 namespace tessaly::tessalyd {
@@ -26,55 +25,30 @@ class ArchiveSessions {
     void configure(std::chrono::seconds wait, std::size_t most);
 
     /// Closes those that nobody uses; the others are closed when they come back. The next use opens new ones.
-    void close();
+    void close() { pool_.close(); }
 
     /// Until resume(), none is given out: the database's file is not the one that it was.
     void suspend();
-    void resume();
+    void resume() { isSuspended_ = false; }
 
     /// One connection's use by one thread.
-    class Lease {
-      public:
-        Lease(ArchiveSessions& owner, std::unique_ptr<ArchiveSession> session, unsigned generation)
-            : owner_(owner), session_(std::move(session)), generation_(generation) {}
-        ~Lease() { owner_.giveBack(std::move(session_), generation_); }
-        Lease(const Lease&) = delete;
-        Lease& operator=(const Lease&) = delete;
-
-        [[nodiscard]] ArchiveSession& operator*() const noexcept { return *session_; }
-        [[nodiscard]] ArchiveSession* operator->() const noexcept { return session_.get(); }
-        /// Closes it instead of keeping it: it may be what is broken.
-        void discard() noexcept { session_.reset(); }
-
-      private:
-        ArchiveSessions& owner_;
-        std::unique_ptr<ArchiveSession> session_;
-        unsigned generation_;
-    };
+    using Lease = base::ResourcePool<ArchiveSession>::Lease;
 
     /// Throws StoreFailure when others have them all, or are opening one, for too long, and when the
-    /// database's file has lost its place; db::Error when none can be opened. One is opened at a time: a
-    /// database server that says nothing holds up all who wait for it together, and not one after the other.
+    /// database's file has lost its place; db::Error when none can be opened.
     [[nodiscard]] Lease take();
 
     /// What is known of the engine: that it lets several write side by side.
-    [[nodiscard]] bool areSideBySide();
+    [[nodiscard]] bool areSideBySide() const noexcept { return areSideBySide_; }
 
   private:
-    [[nodiscard]] Lease open(std::unique_lock<std::mutex> lock, std::chrono::seconds wait);
-    void giveBack(std::unique_ptr<ArchiveSession> session, unsigned generation) noexcept;
-    [[nodiscard]] std::size_t limit() const noexcept { return sideBySide_ ? most_ : 1; }
+    void setMost();
 
-    std::mutex mutex_;
-    std::condition_variable returned_;
-    std::vector<std::unique_ptr<ArchiveSession>> idle_;  // the last one used at the end
-    std::size_t inUse_ = 0;
-    bool isOpening_ = false;
-    bool isSuspended_ = false;
-    unsigned generation_ = 0;
-    std::chrono::seconds wait_{0};
-    std::size_t most_ = 1;
-    bool sideBySide_ = false;  // as the last one opened says
+    base::ResourcePool<ArchiveSession> pool_{1};
+    std::atomic<bool> isSuspended_ = false;
+    std::atomic<std::chrono::seconds> wait_{std::chrono::seconds{0}};
+    std::atomic<std::size_t> most_ = 1;
+    std::atomic<bool> areSideBySide_ = false;  // as the last one opened says
 };
 
 }  // namespace tessaly::tessalyd

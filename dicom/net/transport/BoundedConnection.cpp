@@ -38,9 +38,13 @@ BoundedConnection::BoundedConnection(int socket, std::shared_ptr<const IoLimits>
 OFCondition BoundedConnection::handshake() {
     for (;;) {
         const Kind kind = stream_->handshake().kind;
-        if (kind == Kind::Bytes)
+        if (kind == Kind::Bytes) {
+            wanted_ = Kind::WantsToRead;
             return EC_Normal;
-        if (!isToWait(kind) || !limits_->wait(getSocket(), eventOf(kind), reading_.left()))
+        }
+        // All waits together count, so that a peer that sends a byte now and then has no more time.
+        wanted_ = kind;
+        if (!isToWait(kind) || !waitToRead(IoLimits::NoLimit))
             return makeDcmnetCondition(DULC_TLSERROR, OF_error, "The handshake was not completed");
     }
 }

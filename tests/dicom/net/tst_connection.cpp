@@ -176,7 +176,7 @@ void ConnectionTest::addressesAreTriedOneAfterTheOther() {
 }
 
 void ConnectionTest::hostsAreToldApartByTheirAddresses() {
-    const auto key = [](const char* numeric) { return at(numeric, u"104"_s).hostKey(); };
+    const auto key = [](const char* numeric) { return at(numeric, QString::number(104)).hostKey(); };
     QCOMPARE(key("192.0.2.1"), std::uint64_t{0xc0000201});
     QCOMPARE(key("::ffff:192.0.2.1"), key("192.0.2.1"));
     QCOMPARE(key("2001:db8::1"), key("[2001:db8::ffff:2]"));  // one host may have all of these
