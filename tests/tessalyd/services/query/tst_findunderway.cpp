@@ -1,4 +1,6 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmnet/dcmtrans.h>
+#include <dcmtk/dcmnet/dul.h>
 #include <sys/ioctl.h>
 
 #include <QFile>
