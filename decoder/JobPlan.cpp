@@ -91,6 +91,8 @@ std::variant<JobPlan, const char*> planJob(const DataSetFile& source, const Data
         isDeflated ? 0 : std::min<std::uint64_t>(layout->pixelBytes(), 2 * frame + Mega);
     const std::uint64_t inflated = isDeflated ? whole + Mega : 0;
     const bool isWavelets = source.syntax.coding() == dicom::PixelCoding::Jpeg2000;
+    if (isWavelets && layout->image.bitsAllocated > 0)  // four bytes a sample, whatever came for it
+        plan.leastMemory = layout->image.frameBits() / layout->image.bitsAllocated * 4;
     plan.job = {.sourceAt = source.dataSetAt,
                 .sourceSize = source.size,
                 .targetAt = target.dataSetAt,

@@ -24,6 +24,8 @@ struct DataSetFile {
 struct JobPlan {
     Job job;
     Identity identity;
+    /// Without so much it fails; job.memory is what it may take at most.
+    std::uint64_t leastMemory = 0;
     std::uint64_t pixelBytes = 0;  ///< of the native pixel data that is to come out, padding included
     bool hasPixels = false;
 

@@ -77,6 +77,8 @@ Result Pool::convert(const DataSetFile& source, const DataSetFile& target, const
         const JobQueue::Need need{.memory = plan.job.memory, .isLarge = plan.isLarge()};
         // One that needs more than it may have gets that, and may end for it.
         plan.job.memory = queue_.granted(need);
+        if (plan.leastMemory > plan.job.memory)
+            return {.reason = "its image needs more memory than a decoder may have"};
         Result result;
         {
             const JobQueue::Turn turn{queue_, need, interest};

@@ -179,10 +179,7 @@ void DecodedKindsTest::whatIsNotDecodedStaysAsItCame() {
     QFETCH(const QByteArray, object);
     QFETCH(const bool, isFault);
     launchDecoding();
-    QElapsedTimer timer;
-    timer.start();
     QCOMPARE(send(object, syntax.toStdString()), 0);
-    QVERIFY2(timer.elapsed() < 20'000, qPrintable(QString::number(timer.elapsed())));
     QCOMPARE(daemon_->files().size(), 1);
     QVERIFY(dataSetOf(daemon_->files().first()) == object);
     QCOMPARE(daemon_->log().contains(u"cannot be decoded; it is stored as it came"_s), isFault);
