@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "bench/Bench.h"
 #include "bench/BigArchive.h"
 #include "bench/Measure.h"
 #include "bench/Tool.h"
@@ -197,11 +198,5 @@ void measureAll() {
 
 int main(int argc, char** argv) {
     const QCoreApplication application{argc, argv};
-    try {
-        measureAll();
-        return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench_copy: %s\n", error.what());
-        return 1;
-    }
+    return tessaly::runBench([&] { measureAll(); });
 }

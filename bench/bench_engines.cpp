@@ -12,6 +12,7 @@
 #include <QCoreApplication>
 #include <functional>
 
+#include "bench/Bench.h"
 #include "bench/BigArchive.h"
 #include "bench/Measure.h"
 #include "db/Connection.h"
@@ -193,14 +194,10 @@ void compareRelocation(const std::string& folder, int studies) {
 
 int main(int argc, char** argv) {
     const QCoreApplication application{argc, argv};
-    try {
+    return tessaly::runBench([&] {
         const TemporaryFolder folder;
         std::printf("     rows  pass                    SQLite               PostgreSQL           ratio\n");
         compareArchives(folder.path, argc > 1 ? std::atoi(argv[1]) : 1'000'000);
         compareRelocation(folder.path, argc > 2 ? std::atoi(argv[2]) : 100'000);
-        return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench_engines: %s\n", error.what());
-        return 1;
-    }
+    });
 }

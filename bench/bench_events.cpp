@@ -15,8 +15,8 @@
 #include "console/app/TessalyManager.h"
 #include "tests/support/Form.h"
 #include "tests/support/ScratchBus.h"
-#include "tests/tessalyd/RequestorAssociation.h"
 #include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;

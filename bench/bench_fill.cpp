@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "bench/Bench.h"
 #include "bench/Measure.h"
 #include "bench/Tool.h"
 #include "schema/Definitions.h"
@@ -184,11 +185,5 @@ void measureFilling(int images) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        measureFilling(argc > 1 ? std::atoi(argv[1]) : 100'000);
-        return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench_fill: %s\n", error.what());
-        return 1;
-    }
+    return tessaly::runBench([&] { measureFilling(argc > 1 ? std::atoi(argv[1]) : 100'000); });
 }

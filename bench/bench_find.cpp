@@ -4,6 +4,7 @@
 
 #include <dcmtk/dcmdata/dctk.h>
 
+#include "bench/Bench.h"
 #include "bench/Measure.h"
 #include "schema/Schema.h"
 #include "tessalyd/services/query/QueryAnswers.h"
@@ -173,11 +174,5 @@ void measureAll() {
 }  // namespace
 
 int main() {
-    try {
-        measureAll();
-        return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench_find: %s\n", error.what());
-        return 1;
-    }
+    return tessaly::runBench([&] { measureAll(); });
 }

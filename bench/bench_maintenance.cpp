@@ -4,6 +4,7 @@
 //
 // bench_maintenance [IMAGES [STUDIES]]
 
+#include "bench/Bench.h"
 #include "bench/BigArchive.h"
 #include "bench/Measure.h"
 #include "db/Connection.h"
@@ -119,7 +120,7 @@ std::string write(const BigArchive& archive, void (BigArchive::*tables)() const)
 int main(int argc, char** argv) {
     const int images = argc > 1 ? std::atoi(argv[1]) : 1'000'000;
     const int studies = argc > 2 ? std::atoi(argv[2]) : 100'000;
-    try {
+    return tessaly::runBench([&] {
         const TemporaryFolder folder;
         std::printf(
             "    rows  work        plain C                          console                     "
@@ -132,9 +133,5 @@ int main(int argc, char** argv) {
                 write({folder.path + "/studies.mdb", OldRoot, studies * ImagesPerStudy},
                       &BigArchive::writeStudies),
                 relocatePlain, relocateOwn);
-        return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench_maintenance: %s\n", error.what());
-        return 1;
-    }
+    });
 }

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <functional>
 
+#include "bench/Bench.h"
 #include "tests/dicom/net/Peers.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/tessalyd/Daemon.h"
@@ -212,13 +213,9 @@ void alone(int studies) {
 int main(int argc, char** argv) {
     const ScratchBus bus;
     const QCoreApplication application{argc, argv};
-    try {
+    return tessaly::runBench([&] {
         compare(200, true);
         compare(2000, false);
         alone(100'000);
-    } catch (const std::exception& fault) {
-        std::fprintf(stderr, "%s\n", fault.what());
-        return 1;
-    }
-    return 0;
+    });
 }

@@ -18,6 +18,7 @@
 #include <array>
 #include <functional>
 
+#include "bench/Bench.h"
 #include "bench/BigArchive.h"
 #include "bench/Measure.h"
 #include "console/maintenance/PassEvents.h"
@@ -343,15 +344,11 @@ int main(int argc, char** argv) {
     setenv("QT_QPA_PLATFORM", "offscreen", 0);
     constexpr int Small = 10'000;
     constexpr int Large = 1'000'000;
-    try {
+    return tessaly::runBench([&] {
         std::printf(
             "   images  pass                  plain C, processor time          "
             "    console, processor time              ratio\n");
         run(Small);
         run(argc > 1 ? std::atoi(argv[1]) : Large);
-        return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench_repair: %s\n", error.what());
-        return 1;
-    }
+    });
 }

@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <functional>
 
+#include "bench/Bench.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/support/UnusedPort.h"
 #include "tests/tessalyd/Daemon.h"
@@ -226,13 +227,9 @@ void measure(int many) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    try {
+    return tessaly::runBench([&] {
         const ScratchBus bus;
         const QCoreApplication application{argc, argv};
         measure(argc > 1 ? std::max(std::atoi(argv[1]), 1) : UsualCount);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
-        return 1;
-    }
-    return 0;
+    });
 }

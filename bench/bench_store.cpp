@@ -14,12 +14,13 @@
 #include <functional>
 #include <vector>
 
+#include "bench/Bench.h"
 #include "bench/StoreLoad.h"
 #include "dicom/net/Verifier.h"
 #include "tests/dicom/net/Peers.h"
 #include "tests/support/ScratchBus.h"
-#include "tests/tessalyd/RequestorAssociation.h"
 #include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -201,7 +202,7 @@ void compareEchoes() {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    try {
+    return tessaly::runBench([&] {
         const ScratchBus bus;
         const QCoreApplication application{argc, argv};
         const Objects objects;
@@ -209,9 +210,5 @@ int main(int argc, char* argv[]) {
         measureFlushes();
         measureMemory(objects);
         compareEchoes();
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
-        return 1;
-    }
-    return 0;
+    });
 }

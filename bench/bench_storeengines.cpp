@@ -11,11 +11,12 @@
 #include <cstdlib>
 #include <map>
 
+#include "bench/Bench.h"
 #include "bench/StoreLoad.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/support/ScratchCluster.h"
-#include "tests/tessalyd/RequestorAssociation.h"
 #include "tests/tessalyd/Daemon.h"
+#include "tests/tessalyd/RequestorAssociation.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::bench;
@@ -111,7 +112,7 @@ void countStatements() {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    try {
+    return tessaly::runBench([&] {
         const ScratchBus bus;
         const QCoreApplication application{argc, argv};
         ScratchCluster::keepPromises();
@@ -119,9 +120,5 @@ int main(int argc, char* argv[]) {
         const Objects objects{1};
         compareEngines(objects);
         countStatements();
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
-        return 1;
-    }
-    return 0;
+    });
 }

@@ -2,6 +2,7 @@
 // does: through db/, and in plain C on SQLite. Each measurement is a process of its own, so that its peak of
 // memory is its own too. Prints a table; judges nothing.
 
+#include "bench/Bench.h"
 #include "bench/Measure.h"
 #include "db/Query.h"
 #include "schema/Schema.h"
@@ -114,7 +115,7 @@ void compare(const char* what, int rows, const std::string& file, Way plain, Way
 }  // namespace
 
 int main() {
-    try {
+    return tessaly::runBench([&] {
         const TemporaryFolder folder;
         std::printf("     rows  look-up            plain C              through db/          ratio\n");
         for (const int rows : {10'000, 100'000, 1'000'000}) {
@@ -126,9 +127,5 @@ int main() {
             compare("prepared once", rows, file, walkPlain<false>, walkThroughDb<false>);
             compare("anew each row", rows, file, walkPlain<true>, walkThroughDb<true>);
         }
-        return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench_walk: %s\n", error.what());
-        return 1;
-    }
+    });
 }

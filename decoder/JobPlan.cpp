@@ -22,8 +22,7 @@ constexpr std::uint64_t Mega = std::uint64_t{1} << 20U;
 constexpr std::uint64_t LeastMemory = 64 * Mega;
 constexpr std::uint64_t MemoryOfElement = 512;  // of the toolkit, beside its value
 constexpr std::uint64_t FramesInMemory = 8;     // as the codecs keep them, progressive ones included
-constexpr std::uint64_t WaveletsInMemory =
-    16;  // four bytes for each sample, in two places, and what is beside
+constexpr std::uint64_t WaveletsInMemory = 12;  // four bytes for each sample of the image, and of a tile
 constexpr std::uint64_t LeastSeconds = 10;
 constexpr std::uint64_t BytesInSecond = 4 * Mega;
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <unordered_set>
 
 #include "dicom/data/ObjectHeader.h"
 
@@ -240,11 +241,18 @@ std::span<const StorageClass> storageClasses() noexcept {
     return Table;
 }
 
-bool isStandardStorage(std::string_view uid) noexcept {
-    return std::any_of(Table.begin(), Table.end(), [uid](const StorageClass& one) { return one.uid == uid; });
+bool isStandardStorage(std::string_view uid) {
+    // Asked several times for each context of each association.
+    static const std::unordered_set<std::string_view> known = [] {
+        std::unordered_set<std::string_view> uids;
+        for (const StorageClass& one : Table)
+            uids.insert(one.uid);
+        return uids;
+    }();
+    return known.contains(uid);
 }
 
-bool isStored(const char* uid) noexcept {
+bool isStored(const char* uid) {
     const std::string_view name{uid};
     if (isStandardStorage(name))
         return true;

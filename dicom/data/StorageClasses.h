@@ -15,11 +15,11 @@ struct StorageClass {
 [[nodiscard]] std::span<const StorageClass> storageClasses() noexcept;
 
 /// True if it is in the table.
-[[nodiscard]] bool isStandardStorage(std::string_view uid) noexcept;
+[[nodiscard]] bool isStandardStorage(std::string_view uid);
 
 /// True for what objects are taken of: the classes of the table, makers' own, and storage classes that the
 /// standard has had since. False for what the standard uses for something else, and for storage classes
 /// whose objects have no patient or no study.
-[[nodiscard]] bool isStored(const char* uid) noexcept;
+[[nodiscard]] bool isStored(const char* uid);
 
 }  // namespace tessaly::dicom

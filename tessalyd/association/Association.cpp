@@ -78,12 +78,12 @@ void Association::respond(const Request& request, std::uint16_t status, DcmDatas
 }
 
 void Association::respond(const Request& request, const dicom::Command& response, DcmDataset* dataSet) {
-    messages_.passOverDataSet(limits_.answer);
     messages_.send(*request.context, response, dataSet);
 }
 
 void Association::respond(const Request& request, const RequestFailure& failure) {
     constexpr std::size_t LongestComment = 64;
+    messages_.passOverDataSet(limits_.answer);  // a requestor that still sends it does not read yet
     auto response = dicom::Command::responseTo(request.command, failure.status());
     response.set(DCM_ErrorComment, std::string_view{failure.what()}.substr(0, LongestComment));
     if (const auto& element = failure.detail().offendingElement)

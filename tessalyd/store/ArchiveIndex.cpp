@@ -78,7 +78,7 @@ std::unique_lock<std::mutex> ArchiveIndex::claim(const std::string& sopInstanceU
 }
 
 void ArchiveIndex::record(const ObjectHeader& header, const archive::Location& location,
-                          const FileSteps& steps) {
+                          const StoreSteps& steps) {
     withSession([&](ArchiveSession& session) { session.record(header, location, steps); });
 }
 

@@ -65,7 +65,7 @@ class ArchiveIndex {
     /// Writes the rows of an object that is to lie at `location`, in one transaction, which is tried again
     /// where others were in its way or the connection broke. Throws StoreFailure and whatever the steps
     /// throw; nothing is written then, but for StoreUndecided.
-    void record(const ObjectHeader& header, const archive::Location& location, const FileSteps& steps = {});
+    void record(const ObjectHeader& header, const archive::Location& location, const StoreSteps& steps = {});
 
     /// Stores wait for each other from their first row to their commit, which a slow step makes longer for
     /// all.

@@ -142,7 +142,7 @@ ArchiveSession::Folders ArchiveSession::folders(const ObjectHeader& header) {
 }
 
 void ArchiveSession::record(const ObjectHeader& header, const archive::Location& location,
-                            const FileSteps& steps) {
+                            const StoreSteps& steps) {
     db::Transaction transaction{connection_};
     // Always in this order, one row a table, so that no two stores wait for each other. And first a statement
     // that writes: it waits for other writers. A transaction that begins by reading and finds that another
@@ -160,6 +160,7 @@ void ArchiveSession::record(const ObjectHeader& header, const archive::Location&
                       varchar(header.sopInstanceUid)})
             .execute();
     }
+    steps.writeRows(connection_);
     steps.leave(former != location ? former : std::nullopt);
     if (!isInPlace())
         throw databaseMoved();

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "archive/Location.h"
+#include "db/Connection.h"
 #include "db/DatabaseFile.h"
 #include "db/Query.h"
 #include "db/dialects/Dialect.h"
@@ -13,10 +14,12 @@
 
 namespace tessaly::tessalyd {
 
-/// What a store does with files while its rows are written, in their transaction. Faults come through.
-struct FileSteps {
-    /// After the rows and before the commit: the object's file gets its name. Called again when the
-    /// transaction is tried again.
+/// What a store does while its rows are written, in their transaction. Faults come through.
+struct StoreSteps {
+    /// After the object's rows: other rows that are to be there exactly when these are, a job for example.
+    /// Called again when the transaction is tried again, over whatever connection that is then.
+    std::function<void(const db::Connection&)> writeRows = [](const db::Connection&) {};
+    /// Last before the commit: the object's file gets its name. Called again likewise.
     std::function<void()> publish = [] {};
     /// Before publish, and again likewise: where the same instance has lain so far, if that is elsewhere.
     std::function<void(const std::optional<archive::Location>&)> leave =
@@ -42,7 +45,7 @@ class ArchiveSession {
     /// Writes the rows of an object, in one transaction. Throws db::Conflict where all of it may be tried
     /// again, Displaced where the tables have another folder by now, and StoreUndecided where
     /// the database's file lost its place in the commit.
-    void record(const ObjectHeader& header, const archive::Location& location, const FileSteps& steps = {});
+    void record(const ObjectHeader& header, const archive::Location& location, const StoreSteps& steps = {});
 
     /// A study is known whose folder lies in this one, as the tables write it.
     [[nodiscard]] bool hasStudiesIn(const std::string& root);

@@ -16,7 +16,7 @@ using namespace Qt::StringLiterals;
 namespace tessaly::test {
 
 OtherArchive::OtherArchive(const QString& folder, const QString& aeTitle, const QString& serverPort,
-                           const QString& dicomPort)
+                           const QString& dicomPort, const QStringList& syntaxes)
     : port_(unusedPort()) {
     QDir{}.mkpath(folder);
     QFile config{folder + u"/configuration.json"_s};
@@ -25,9 +25,12 @@ OtherArchive::OtherArchive(const QString& folder, const QString& aeTitle, const 
     config.write(
         uR"({"Name": "peer", "StorageDirectory": "%1", "IndexDirectory": "%1", "HttpPort": %2,
              "DicomServerEnabled": %5, "DicomPort": %6, "RemoteAccessAllowed": false, "DicomAet": "%3",
-             "DicomModalities": {"tessaly": ["TESSALY", "127.0.0.1", %4]}, "Plugins": []})"_s
+             "DicomModalities": {"tessaly": ["TESSALY", "127.0.0.1", %4]}, "Plugins": []%7})"_s
             .arg(folder, port_, aeTitle, serverPort, dicomPort.isEmpty() ? u"false"_s : u"true"_s,
-                 dicomPort.isEmpty() ? u"4242"_s : dicomPort)
+                 dicomPort.isEmpty() ? u"4242"_s : dicomPort,
+                 syntaxes.isEmpty()
+                     ? QString{}
+                     : uR"(, "AcceptedTransferSyntaxes": ["%1"])"_s.arg(syntaxes.join(uR"(", ")"_s)))
             .toUtf8());
     config.close();
     process_.start(u"/usr/sbin/Orthanc"_s, {config.fileName()});

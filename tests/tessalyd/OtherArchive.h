@@ -3,15 +3,17 @@
 #include <QByteArray>
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 
 namespace tessaly::test {
 
 /// Orthanc as a peer that does what it is told over HTTP. It knows the server as "tessaly", called TESSALY.
 class OtherArchive {
   public:
-    /// Keeps its files in `folder`. With a DICOM port it also takes what is sent to it.
+    /// Keeps its files in `folder`. With a DICOM port it also takes what is sent to it, in the transfer
+    /// syntaxes that it is told, or in all that it knows.
     OtherArchive(const QString& folder, const QString& aeTitle, const QString& serverPort,
-                 const QString& dicomPort = {});
+                 const QString& dicomPort = {}, const QStringList& syntaxes = {});
     ~OtherArchive();
     OtherArchive(const OtherArchive&) = delete;
     OtherArchive& operator=(const OtherArchive&) = delete;

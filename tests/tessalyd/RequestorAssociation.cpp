@@ -4,6 +4,7 @@
 #include <dcmtk/dcmdata/dcostrmb.h>
 #include <dcmtk/dcmdata/dcuid.h>
 #include <dcmtk/dcmnet/assoc.h>
+#include <dcmtk/dcmnet/dcmlayer.h>
 #include <dcmtk/dcmnet/dcmtrans.h>
 #include <dcmtk/dcmnet/dul.h>
 #include <dcmtk/dcmnet/extneg.h>
@@ -18,6 +19,20 @@
 namespace tessaly::test {
 
 namespace {
+
+/// Tells which socket a connection has.
+class NotingLayer : public DcmTransportLayer {
+  public:
+    explicit NotingLayer(int& socket) : socket_(socket) {}
+
+    DcmTransportConnection* createConnection(DcmNativeSocketType socket, OFBool secure) override {
+        socket_ = socket;
+        return DcmTransportLayer::createConnection(socket, secure);
+    }
+
+  private:
+    int& socket_;
+};
 
 constexpr int Patience = 60;  // seconds
 constexpr T_ASC_PresentationContextID Storage = 3;
@@ -111,6 +126,7 @@ RequestorAssociation::RequestorAssociation(const QString& port, const std::strin
                                            const std::string& called, const std::vector<Context>& contexts,
                                            const std::vector<Extension>& extensions) {
     check(ASC_initializeNetwork(NET_REQUESTOR, 0, Patience, &network_));
+    check(ASC_setTransportLayer(network_, new NotingLayer{socket_}, OFTrue));
     check(ASC_createAssociationParameters(&parameters_, ASC_MAXIMUMPDUSIZE));
     ASC_setAPTitles(parameters_, calling.c_str(), called.c_str(), nullptr);
     const std::string address = port.toStdString();
@@ -204,12 +220,14 @@ RequestorAssociation::Answer RequestorAssociation::store(DcmFileFormat& object,
     return answerOf(answered, response, detail);
 }
 
-RequestorAssociation::Answer RequestorAssociation::storeBytes(const std::string& instance, std::span<const char> data) {
+RequestorAssociation::Answer RequestorAssociation::storeBytes(const std::string& instance,
+                                                              std::span<const char> data) {
     return storeBytes(Storage / 2, UID_CTImageStorage, instance, data);
 }
 
 RequestorAssociation::Answer RequestorAssociation::storeBytes(int index, const std::string& sopClass,
-                                            const std::string& instance, std::span<const char> data) {
+                                                              const std::string& instance,
+                                                              std::span<const char> data) {
     const auto id = static_cast<T_ASC_PresentationContextID>(2 * index + 1);
     writeCommand(id, DIMSE_C_STORE_RQ, sopClass, instance);
     writeParts(id, false, data, true);

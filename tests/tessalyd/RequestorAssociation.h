@@ -62,6 +62,8 @@ class RequestorAssociation {
 
     /// For calls of the toolkit that this class has not.
     [[nodiscard]] T_ASC_Association* raw() const { return association_; }
+    /// For calls of the system.
+    [[nodiscard]] int socket() const { return socket_; }
 
     [[nodiscard]] bool echo();
 
@@ -108,6 +110,7 @@ class RequestorAssociation {
   private:
     void writeStoreCommand(const std::string& instance);
 
+    int socket_ = -1;
     T_ASC_Network* network_ = nullptr;
     T_ASC_Parameters* parameters_ = nullptr;
     T_ASC_Association* association_ = nullptr;

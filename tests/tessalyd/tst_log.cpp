@@ -100,7 +100,7 @@ void LogTest::theLogIsRotated() {
     constexpr qint64 Least = 200 << 10;
     daemon_->launch({u"--log-size"_s, QString::number(Least)});
     RequestorAssociation peer{daemon_->port()};
-    for (int i = 1; i <= 30 && !QFile::exists(daemon_->logFile() + u".2"_s); ++i)
+    for (int i = 1; i <= 1000 && !QFile::exists(daemon_->logFile() + u".2"_s); ++i)
         QCOMPARE(peer.store(*makeObject({.instance = "1.2." + std::to_string(i), .side = 128})).status, 0);
     QVERIFY(QFile::exists(daemon_->logFile() + u".1"_s));
     QVERIFY(QFileInfo{daemon_->logFile()}.size() < 2 * Least);

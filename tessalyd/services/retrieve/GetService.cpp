@@ -7,6 +7,7 @@
 #include <array>
 #include <exception>
 #include <memory>
+#include <stdexcept>
 #include <system_error>
 
 #include "dicom/data/StorageClasses.h"
@@ -86,54 +87,51 @@ class GetService::Sending {
     }
 
     void send(const StoredInstance& instance) {
-        std::string reason;
         try {
-            reason = trySend(instance);
+            trySend(instance);
         } catch (const AssociationEnded&) {
             throw;
         } catch (const std::exception& fault) {
-            reason = fault.what();
-        }
-        if (!reason.empty()) {
             operations_.fail(instance.sopInstanceUid);
-            association_.log(PeerLog::Event::Failure, instance.sopInstanceUid + " not sent: " + reason);
+            association_.log(PeerLog::Event::Failure, instance.sopInstanceUid + " not sent: " + fault.what());
         }
     }
 
-    /// Empty when it was sent and counted, or cancelled before; else why not.
-    std::string trySend(const StoredInstance& instance) {
+    /// Sends and counts the object; neither if it was cancelled before. Throws std::exception if it fails.
+    void trySend(const StoredInstance& instance) {
         StoredObject stored{instance};
         const dicom::TransferSyntax syntax{stored.kind().transferSyntax};
         const AcceptedContext* const context =
             contextFor(association_.contexts(), stored.kind().sopClass, syntax);
         if (context == nullptr)
-            return "the requester has no presentation context in which it would receive it";
+            throw std::runtime_error{
+                "the requester has no presentation context in which it would receive it"};
         std::unique_ptr<dicom::OutgoingObject> converted;
         if (context->syntax() != syntax) {
-            const auto isGivenUp = [this] {
-                tellProgress();
-                return association_.isCancelled();
-            };
-            converted = stored.convertedTo(context->transferSyntax, service_.retrieval_.shared().decoders,
-                                           {.stop = association_.stop(),
-                                            .isGivenUp = isGivenUp,
-                                            .requester = association_.names().address});
+            converted = convert(stored, *context);
             if (!converted && association_.isCancelled())
-                return {};
+                return;
             if (!converted)
-                return "its conversion was stopped";
+                throw std::runtime_error{"its conversion was stopped"};
         }
         const dicom::SendResult result = sendOver(*context, converted ? *converted : stored);
-        switch (result.outcome) {
-            case dicom::SendResult::Outcome::Success:
-                operations_.complete();
-                return {};
-            case dicom::SendResult::Outcome::Warning:
-                operations_.warn();
-                return {};
-            default:
-                return result.detail;
-        }
+        if (result.outcome == dicom::SendResult::Outcome::Success)
+            operations_.complete();
+        else if (result.outcome == dicom::SendResult::Outcome::Warning)
+            operations_.warn();
+        else
+            throw std::runtime_error{result.detail};
+    }
+
+    [[nodiscard]] std::unique_ptr<dicom::OutgoingObject> convert(StoredObject& stored,
+                                                                 const AcceptedContext& context) {
+        const auto isGivenUp = [this] {
+            tellProgress();
+            return association_.isCancelled();
+        };
+        return stored.convertedTo(
+            context.transferSyntax, service_.retrieval_.shared().decoders,
+            {.stop = association_.stop(), .isGivenUp = isGivenUp, .requester = association_.names().address});
     }
 
     dicom::SendResult sendOver(const AcceptedContext& context, dicom::OutgoingObject& object) {

@@ -57,7 +57,7 @@ class ScriptedService : public Service {
         holds.back() = 0;
         return holds;
     }
-    void answer(const Request& request, RequestorAssociation& association) override { script_(request, association); }
+    void answer(const Request& request, Association& association) override { script_(request, association); }
 
   private:
     std::array<CommandField, 1> commands_;
@@ -65,7 +65,7 @@ class ScriptedService : public Service {
     ScriptedServer::Script script_;
 };
 
-void answerEcho(const Request& request, RequestorAssociation& association) {
+void answerEcho(const Request& request, Association& association) {
     association.respond(request, STATUS_Success);
 }
 
@@ -136,7 +136,7 @@ std::vector<RequestorAssociation::Context> ScriptedServer::contexts() {
             {CtClass, {Explicit}, ASC_SC_ROLE_SCUSCP}};
 }
 
-void answerFind(const Request& request, RequestorAssociation& association, DIC_US status) {
+void answerFind(const Request& request, Association& association, DIC_US status) {
     DcmDataset identifier;
     identifier.putAndInsertString(DCM_PatientID, "P1");
     const bool pending = status == STATUS_FIND_Pending_MatchesAreContinuing;

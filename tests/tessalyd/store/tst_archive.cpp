@@ -7,6 +7,7 @@
 
 #include "archive/ArchiveFile.h"
 #include "db/Connection.h"
+#include "db/Query.h"
 #include "tessalyd/association/OpenAssociations.h"
 #include "tessalyd/configuration/Configuration.h"
 #include "tessalyd/store/ArchiveIndex.h"
@@ -47,6 +48,7 @@ class ArchiveTest : public QObject {
     void longValuesArePassedOver();
     void whatIsNoDataSetIsRefused();
     void aNewStudyHasOneFolderForAllPorts();
+    void otherRowsAreThereExactlyWhenTheObjectsAre();
     void theConfigurationIsRead();
     void withoutTheServersRowItsColumnsHaveUsualValues();
     void openAssociationsAreCountedPerPort();
@@ -221,6 +223,35 @@ void ArchiveTest::aNewStudyHasOneFolderForAllPorts() {
     QCOMPARE(index.place(header, "/three")->location(), third->location());
     database.run(u"UPDATE Study SET StudyPath='/moved'"_s);
     QVERIFY_EXCEPTION_THROWN(index.record(header, third->location()), StoreFailure);
+}
+
+void ArchiveTest::otherRowsAreThereExactlyWhenTheObjectsAre() {
+    const ScratchDatabase database;
+    ArchiveIndex index;
+    ObjectHeader header;
+    header.studyInstanceUid = "1.2";
+    header.seriesInstanceUid = "1.2.1";
+    header.sopInstanceUid = "1.2.1.1";
+    const auto placement = index.place(header, "/one");
+    const auto writeRows = [](const tessaly::db::Connection& connection) {
+        tessaly::db::Query{connection, "INSERT INTO FtpNodes (Name) VALUES ('beside')"}.execute();
+    };
+    const auto rows = [&database] {
+        return database.value(u"SELECT COUNT(*) FROM FtpNodes"_s) + u' ' +
+               database.value(u"SELECT COUNT(*) FROM Image"_s);
+    };
+    const auto fail = [] { throw std::runtime_error{"the disk is full"}; };
+    QVERIFY_EXCEPTION_THROWN(
+        index.record(header, placement->location(), {.writeRows = writeRows, .publish = fail}),
+        std::runtime_error);
+    QCOMPARE(rows(), u"0 0"_s);
+    index.record(header, placement->location(), {.writeRows = writeRows});
+    QCOMPARE(rows(), u"1 1"_s);
+    // A row that cannot be written leaves the object without one too.
+    header.sopInstanceUid = "1.2.1.2";
+    QVERIFY_EXCEPTION_THROWN(index.record(header, placement->location(), {.writeRows = writeRows}),
+                             std::exception);
+    QCOMPARE(rows(), u"1 1"_s);
 }
 
 void ArchiveTest::theConfigurationIsRead() {

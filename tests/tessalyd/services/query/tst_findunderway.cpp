@@ -104,13 +104,9 @@ long long FindUnderWayTest::peakMemory() const {
 }
 
 bool FindUnderWayTest::isStuck(RequestorAssociation& peer) {
-    struct Socket : DcmTransportConnection {
-        using DcmTransportConnection::getSocket;
-    };
-    DcmTransportConnection* const connection = DUL_getTransportConnection(peer.raw()->DULassociation);
     constexpr int Much = 100'000;
     int waiting = 0;
-    ioctl((connection->*&Socket::getSocket)(), FIONREAD, &waiting);
+    ioctl(peer.socket(), FIONREAD, &waiting);
     same_ = std::exchange(waiting_, waiting) == waiting && waiting > Much ? same_ + 1 : 0;
     constexpr int Often = 20;
     return same_ >= Often;

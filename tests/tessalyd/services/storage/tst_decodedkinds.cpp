@@ -9,6 +9,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/tessalyd/Deflated.h"
 #include "tests/tessalyd/Jpeg2000Encoder.h"
+#include "tests/tessalyd/OtherArchive.h"
 #include "tests/tessalyd/services/retrieve/RetrieveTest.h"
 
 using namespace Qt::StringLiterals;
@@ -44,7 +45,7 @@ Kind wavelets(const char* name, const char* syntax, const ImageSpec& image) {
 }
 
 /// An object in each of the codings that are decoded here and not by the toolkit.
-QList<Kind> kinds() {
+QList<Kind> makeKinds() {
     const ImageSpec grey{.rows = 300, .columns = 200, .stored = 16};
     ImageSpec colour{.rows = 1500, .columns = 1400, .samples = 3, .bits = 8, .stored = 8};
     colour.photometric = "YBR_RCT";
@@ -67,6 +68,11 @@ QList<Kind> kinds() {
     return all;
 }
 
+const QList<Kind>& kinds() {
+    static const QList<Kind> all = makeKinds();
+    return all;
+}
+
 /// The pixel data of a native object in explicit little endian, where nothing is behind it.
 QByteArray endOf(const QByteArray& object, const QByteArray& pixels) {
     return object.right(pixels.size());
@@ -86,6 +92,8 @@ class DecodedKindsTest : public RetrieveTest {
     void whatIsNotDecodedStaysAsItCame();
     void theyAreDecodedForWhoDoesNotTakeThem_data();
     void theyAreDecodedForWhoDoesNotTakeThem();
+    void anotherArchiveForwardsThem();
+    void anotherArchiveTakesThemDecoded();
     void otherProductsSendThem_data();
     void otherProductsSendThem();
 
@@ -96,7 +104,7 @@ class DecodedKindsTest : public RetrieveTest {
         daemon_->launch();
     }
     [[nodiscard]] int send(const QByteArray& object, const std::string& syntax) const {
-        Association sender{daemon_->port(), "MODALITY", "TESSALY", {{UID_CTImageStorage, {syntax}}}};
+        RequestorAssociation sender{daemon_->port(), "MODALITY", "TESSALY", {{UID_CTImageStorage, {syntax}}}};
         const auto answer = sender.storeBytes(0, UID_CTImageStorage, Instance,
                                               {object.data(), static_cast<std::size_t>(object.size())});
         sender.release();
@@ -107,15 +115,13 @@ class DecodedKindsTest : public RetrieveTest {
 
 void DecodedKindsTest::aPortDecodesThem_data() {
     QTest::addColumn<int>("index");
-    const auto all = kinds();
-    for (int i = 0; i < all.size(); ++i)
-        QTest::newRow(all[i].name) << i;
+    for (int i = 0; i < kinds().size(); ++i)
+        QTest::newRow(kinds()[i].name) << i;
 }
 
 void DecodedKindsTest::aPortDecodesThem() {
     QFETCH(const int, index);
-    static const auto all = kinds();
-    const Kind& kind = all[index];
+    const Kind& kind = kinds()[index];
     launchDecoding();
     QCOMPARE(send(kind.object, kind.syntax), 0);
     QCOMPARE(daemon_->files().size(), 1);
@@ -188,8 +194,7 @@ void DecodedKindsTest::theyAreDecodedForWhoDoesNotTakeThem_data() {
 
 void DecodedKindsTest::theyAreDecodedForWhoDoesNotTakeThem() {
     QFETCH(const int, index);
-    static const auto all = kinds();
-    const Kind& kind = all[index];
+    const Kind& kind = kinds()[index];
     StorePeer peer{{UID_LittleEndianExplicitTransferSyntax}, [](int) { return 0; }};
     launchWith({{.aeTitle = u"PEER"_s, .port = QString::number(peer.port())}});
     QCOMPARE(send(kind.object, kind.syntax), 0);
@@ -204,6 +209,41 @@ void DecodedKindsTest::theyAreDecodedForWhoDoesNotTakeThem() {
     QCOMPARE(moved.status, STATUS_Success);
     QCOMPARE(moved.counters.completed, 1);
     QCOMPARE(peer.received().value(0).syntax, std::string{Explicit});
+}
+
+void DecodedKindsTest::anotherArchiveForwardsThem() {
+    launch();
+    const Kind& kind = kinds().first();
+    const QString file = scratch(u"one.dcm"_s);
+    writeFile(file, TransferSyntax{std::string_view{kind.syntax}}, {}, kind.object);
+    QFile bytes{file};
+    QVERIFY(bytes.open(QIODevice::ReadOnly));
+    const OtherArchive archive{scratch(u"orthanc"_s), u"ORTHANC"_s, daemon_->port()};
+    const QByteArray taken = archive.ask(u"instances"_s, bytes.readAll());
+    const qsizetype at = taken.indexOf("\"ID\" : \"") + 8;
+    QVERIFY2(at > 8, taken);
+    QVERIFY(
+        !archive.ask(u"modalities/tessaly/store"_s, taken.mid(at, taken.indexOf('"', at) - at)).isEmpty());
+    QCOMPARE(daemon_->files().size(), 1);
+    QVERIFY(dataSetOf(daemon_->files().first()) == kind.object);
+    QCOMPARE(daemon_->database.value(u"SELECT TransferSyntaxUID FROM Image"_s),
+             QLatin1StringView{kind.syntax});
+}
+
+void DecodedKindsTest::anotherArchiveTakesThemDecoded() {
+    const QString port = unusedPort();
+    launchWith({{.aeTitle = u"ORTHANC"_s, .port = port}});
+    const Kind& kind = kinds().first();
+    QCOMPARE(send(kind.object, kind.syntax), 0);
+    const OtherArchive archive{
+        scratch(u"orthanc"_s), u"ORTHANC"_s, daemon_->port(), port, {QString::fromLatin1(Explicit)}};
+    Retriever viewer{daemon_->port()};
+    viewer.ask(Retriever::MoveStudyRoot, "STUDY", TheStudy, "ORTHANC");
+    const Retrieved moved = viewer.collect();
+    QCOMPARE(moved.status, STATUS_Success);
+    const auto got = dataSetsOf(archive, scratch(u"got"_s));
+    QCOMPARE(got.size(), 1);
+    QVERIFY(endOf(got.first(), kind.pixels) == kind.pixels);
 }
 
 void DecodedKindsTest::otherProductsSendThem_data() {
