@@ -14,8 +14,8 @@ Connection::~Connection() = default;
 void Connection::establish() {
     if (sharedSession_)
         throw Error("The connection is already open");
-    sharedSession_ =
-        std::make_shared<detail::SharedSession>(connectString_, cursorDriver_, lockWait_, purpose_);
+    sharedSession_ = std::make_shared<detail::SharedSession>(connectString_, cursorDriver_, lockWait_,
+                                                             purpose_, isUnwanted_);
 }
 
 void Connection::close() {
@@ -38,6 +38,7 @@ std::unique_ptr<Connection> Connection::walker() const {
     own->cursorDriver_ = cursorDriver_;
     own->purpose_ = Purpose::Walk;
     own->lockWait_ = lockWait_;
+    own->isUnwanted_ = isUnwanted_;
     own->establish();
     return own;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -44,6 +45,9 @@ class Connection {
     /// source.
     void setLockWait(std::chrono::milliseconds wait) { lockWait_ = wait; }
 
+    /// Query::setStop() for each statement that has no question of its own.
+    void setStop(std::function<bool()> isUnwanted) { isUnwanted_ = std::move(isUnwanted); }
+
     /// Connects without ever prompting, and reads from the database once, so that a file that is missing,
     /// locked, unreadable or no database fails here and not at the first statement. Throws when already open.
     void establish();
@@ -78,6 +82,7 @@ class Connection {
     CursorDriver cursorDriver_ = CursorDriver::Driver;
     Purpose purpose_ = Purpose::General;
     std::chrono::milliseconds lockWait_{0};
+    std::function<bool()> isUnwanted_;
     std::shared_ptr<detail::SharedSession> sharedSession_;
 };
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <mutex>
 
+#include "db/StatementCanceller.h"
 #include "db/dialects/Registry.h"
 
 namespace tessaly::db::detail {
@@ -53,8 +54,11 @@ Session::Session(const std::string& connectString, SQLULEN cursors, Purpose purp
     check(SQLSetConnectAttr(get(), SQL_ATTR_ODBC_CURSORS, reinterpret_cast<SQLPOINTER>(cursors), 0));
     const std::string whole = connectString + connectWords(purpose, lockWait);
     FileUse::requireFree(whole);
+    expectConnection();
     check(connect(get(), whole));
     dialect_ = &findDialect();
+    progress_ = dialect_->progress();
+    buffersResultSets_ = dialect_->buffersResultSets(purpose);
     if (dialect_->keepsFiles())
         file_ = std::make_unique<FileUse>(whole, textInfo(SQL_DATABASE_NAME));
     if (const std::string nowhere = dialect_->neverConnecting(textInfo(SQL_DRIVER_NAME)); !nowhere.empty()) {
@@ -128,11 +132,17 @@ void Statement::runDirectly() const {
     check(SQLExecDirect(get(), odbcText(words), static_cast<SQLINTEGER>(words.size())));
 }
 
-void Statement::fetchAll() const {
+void Statement::fetchAll() {
     SQLSMALLINT count = 0;
     check(SQLNumResultCols(get(), &count));
-    while (count > 0 && check(SQLFetch(get())) != SQL_NO_DATA) {
+    while (count > 0 && fetch() != SQL_NO_DATA) {
     }
+}
+
+SQLRETURN Statement::fetch() {
+    if (session_->buffersResultSets())
+        return check(SQLFetch(get()));
+    return StatementCanceller{*this}.run([this] { return SQLFetch(get()); });
 }
 
 }  // namespace tessaly::db::detail

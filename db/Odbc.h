@@ -6,6 +6,7 @@
 #include <sqlext.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -56,6 +57,10 @@ class Session {
 
     [[nodiscard]] SQLHDBC get() const noexcept { return connection_.get(); }
     [[nodiscard]] const Dialect& dialect() const noexcept { return *dialect_; }
+    /// Null where the engine does not work in this process.
+    [[nodiscard]] Progress* progress() const noexcept { return progress_.get(); }
+    /// The driver has all rows of a set when its statement has run.
+    [[nodiscard]] bool buffersResultSets() const noexcept { return buffersResultSets_; }
 
     /// True when the driver can walk a forward-only set while other statements run beside it.
     [[nodiscard]] bool walksBesideOthers() const;
@@ -75,7 +80,10 @@ class Session {
 
     bool inTransaction = false;
     bool failed = false;  ///< something has failed since the transaction began
-    bool lost = false;    ///< the engine has ended the session, or cannot be reached any more
+    /// One of the transaction's statements was ended. The engine may have rolled back by itself, and would
+    /// keep what follows.
+    bool undone = false;
+    bool lost = false;  ///< the engine has ended the session, or cannot be reached any more
 
   private:
     [[nodiscard]] SQLUINTEGER info(SQLUSMALLINT what) const;
@@ -87,6 +95,8 @@ class Session {
     Handle<SQL_HANDLE_DBC> connection_;
     std::unique_ptr<Handle<SQL_HANDLE_DBC>> neverConnected_;
     const Dialect* dialect_ = nullptr;  // until the engine is known
+    std::unique_ptr<Progress> progress_;
+    bool buffersResultSets_ = false;
     std::unique_ptr<FileUse> file_;
 };
 
@@ -95,12 +105,13 @@ class SharedSession {
   public:
     /// Connects; `cursors` is one of Connection::CursorDriver.
     SharedSession(std::string connectString, Connection::CursorDriver cursors,
-                  std::chrono::milliseconds lockWait, Purpose purpose);
+                  std::chrono::milliseconds lockWait, Purpose purpose, std::function<bool()> isUnwanted);
 
     /// The session to run the next statement on. One that was lost is replaced first, but not inside a
     /// transaction: that one has failed, and its statements with it.
     [[nodiscard]] const std::shared_ptr<Session>& current();
     [[nodiscard]] Purpose purpose() const noexcept { return purpose_; }
+    [[nodiscard]] const std::function<bool()>& isUnwanted() const noexcept { return isUnwanted_; }
     [[nodiscard]] bool isLost() const noexcept { return session_->lost; }
     [[nodiscard]] std::optional<DatabaseFile> file() const { return session_->file(); }
     /// A statement or a transaction is alive on the session.
@@ -113,6 +124,7 @@ class SharedSession {
     Connection::CursorDriver cursors_;
     std::chrono::milliseconds lockWait_;
     Purpose purpose_;
+    std::function<bool()> isUnwanted_;
     std::shared_ptr<Session> session_;
 };
 
@@ -134,11 +146,17 @@ class Statement {
     void runDirectly() const;
     /// A statement that returns rows may do its work only while they are fetched. Nothing for one that
     /// returns none.
-    void fetchAll() const;
+    void fetchAll();
+    /// SQLFetch, which may be ended.
+    SQLRETURN fetch();
 
     bool prepared = false;
     bool hasRun = false;  ///< successfully, since it was prepared
     std::chrono::seconds timeout{0};
+    // For StatementCanceller; of one run, its rows included.
+    std::function<bool()> isUnwanted;
+    std::optional<std::chrono::steady_clock::time_point> deadline;
+    std::chrono::steady_clock::time_point nextQuestion;
     bool walking = false;  ///< a result set is alive on it
     std::size_t boundParams = 0;
     std::vector<ResultSet::Column> columns;  ///< of the sets that it opens, described by the first

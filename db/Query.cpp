@@ -69,6 +69,8 @@ void Query::run() {
     if (statement_ && statement_->walking)
         throw Error("The statement's rows are still being read");
     const auto& session = sharedSession_->current();
+    if (session->inTransaction && session->undone)
+        throw Error("The transaction has ended: one of its statements was ended before its time");
     if (!statement_ || statement_->session() != session)
         statement_ = std::make_shared<detail::Statement>(session, text_);
     const bool mayBeStale = statement_->hasRun && !session->inTransaction;
@@ -112,14 +114,8 @@ void Query::runOnce() {
     statement.boundParams = params_.size();
     for (std::size_t i = 0; i < params_.size(); ++i)
         bindOne(statement, static_cast<SQLUSMALLINT>(i + 1), params_[i], bound[i]);
-    detail::StatementCanceller interruption{statement, isUnwanted_};
-    try {
-        statement.check(SQLExecute(statement.get()));
-    } catch (const Error&) {
-        interruption.end();  // it was ended, or failed by itself
-        throw;
-    }
-    interruption.end();
+    detail::StatementCanceller::beginRun(statement, isUnwanted_ ? isUnwanted_ : sharedSession_->isUnwanted());
+    detail::StatementCanceller{statement}.run([&statement] { return SQLExecute(statement.get()); });
 }
 
 ResultSet Query::open() {

@@ -56,13 +56,15 @@ class Query {
     /// Binds from the first parameter onward.
     Query& bindAll(std::vector<Param> values);
 
-    /// How long the engine may take for one run, its rows included; zero: without limit. Drivers that have no
-    /// such limit pass over it.
+    /// How long the engine may take for one run, its rows included; zero: without limit. It fails then, with
+    /// db::Error. Drivers that have no such limit pass over it, unless the engine works in this process.
     void setTimeout(std::chrono::seconds limit) { timeout_ = limit; }
 
-    /// Asked some times a second while the engine works on a run, in a thread of its own, but only while the
-    /// thread that runs it waits: true ends the run, which throws Stopped then; what it throws comes through.
-    /// Empty: nobody is asked. Drivers that cannot end a statement from elsewhere pass over it.
+    /// Asked some times a second while the engine works on a run or its rows, in a thread of its own or in
+    /// that which runs it, but only while the latter is at it: true ends the run, which throws Stopped then;
+    /// what it throws comes through. It must not use the connection. A transaction in which a statement was
+    /// ended can only be rolled back. Empty: nobody is asked. Drivers that cannot end a statement pass over
+    /// it.
     void setStop(std::function<bool()> isUnwanted) { isUnwanted_ = std::move(isUnwanted); }
 
     /// Runs a statement that returns rows, as a forward-only, read-only set, of which the first row has been

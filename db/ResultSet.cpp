@@ -79,7 +79,7 @@ void ResultSet::close() {
 
 bool ResultSet::fetch() {
     ended_ = true;  // also by a fetch that fails
-    ended_ = statement_->check(SQLFetch(statement_->get())) == SQL_NO_DATA;
+    ended_ = statement_->fetch() == SQL_NO_DATA;
     return !ended_;
 }
 

@@ -19,7 +19,7 @@ void openSession(const std::shared_ptr<Session>& session, std::chrono::milliseco
             throw Error(*reason);
     }
     for (const std::string& setting : dialect.settings(purpose)) {
-        const Statement statement{session, setting};
+        Statement statement{session, setting};
         statement.runDirectly();
         statement.fetchAll();
     }
@@ -28,11 +28,13 @@ void openSession(const std::shared_ptr<Session>& session, std::chrono::milliseco
 }  // namespace
 
 SharedSession::SharedSession(std::string connectString, Connection::CursorDriver cursors,
-                             std::chrono::milliseconds lockWait, Purpose purpose)
+                             std::chrono::milliseconds lockWait, Purpose purpose,
+                             std::function<bool()> isUnwanted)
     : connectString_(std::move(connectString)),
       cursors_(cursors),
       lockWait_(lockWait),
       purpose_(purpose),
+      isUnwanted_(std::move(isUnwanted)),
       session_(connect()) {}
 
 const std::shared_ptr<Session>& SharedSession::current() {

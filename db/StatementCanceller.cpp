@@ -18,6 +18,8 @@ using Clock = std::chrono::steady_clock;
 
 /// Most statements are over before anybody is asked.
 constexpr std::chrono::milliseconds Interval{100};
+/// In the thread of the statement, where asking begins no thread.
+constexpr std::chrono::milliseconds InnerInterval{50};
 
 }  // namespace
 
@@ -105,39 +107,92 @@ class StatementCanceller::Watcher {
     std::jthread thread_{[this](const std::stop_token& stop) { run(stop); }};  // last: it uses the others
 };
 
-StatementCanceller::StatementCanceller(const Statement& statement, const std::function<bool()>& isUnwanted) {
-    if (!isUnwanted || !statement.session()->dialect().endsStatementsFromElsewhere())
+void StatementCanceller::beginRun(Statement& statement, const std::function<bool()>& isUnwanted) {
+    statement.isUnwanted = isUnwanted;
+    statement.deadline.reset();
+    const bool hasTimeout = statement.timeout > std::chrono::seconds::zero();
+    if (!isUnwanted && !hasTimeout)
         return;
-    watched_ = std::make_unique<Watched>(statement.get(), isUnwanted);
-    Watcher::instance().add(*watched_);
+    const auto now = Clock::now();
+    statement.nextQuestion = now + InnerInterval;
+    if (hasTimeout)
+        statement.deadline = now + statement.timeout;
+}
+
+StatementCanceller::StatementCanceller(Statement& statement) : statement_(statement) {
+    if (!statement.isUnwanted && !statement.deadline)
+        return;
+    const Session& session = *statement.session();
+    if (session.progress() != nullptr) {
+        session.progress()->setListener(this);
+        listens_ = true;
+    } else if (statement.isUnwanted && session.dialect().endsStatementsFromElsewhere()) {
+        watched_ = std::make_unique<Watched>(statement.get(), statement.isUnwanted);
+        Watcher::instance().add(*watched_);
+    }
 }
 
 StatementCanceller::~StatementCanceller() {
-    if (watched_)
-        finish();
+    finish();
+}
+
+bool StatementCanceller::endsStatement() noexcept {
+    if (isStopped_ || isLate_ || fault_)
+        return true;
+    const auto now = Clock::now();
+    isLate_ = statement_.deadline && now >= *statement_.deadline;
+    if (isLate_ || !statement_.isUnwanted || now < statement_.nextQuestion)
+        return isLate_;
+    try {
+        isStopped_ = statement_.isUnwanted();
+    } catch (...) {
+        fault_ = std::current_exception();
+    }
+    const auto answered = Clock::now();
+    statement_.nextQuestion = answered + InnerInterval;
+    if (statement_.deadline)
+        *statement_.deadline += answered - now;  // the engine has not worked meanwhile
+    return isStopped_ || fault_;
 }
 
 void StatementCanceller::end() {
-    if (!watched_)
-        return;
     finish();
-    if (watched_->fault)
-        std::rethrow_exception(watched_->fault);
-    if (watched_->isStopped)
+    if (!isStopped_ && !isLate_ && !fault_)
+        return;
+    Session& session = *statement_.session();
+    session.failed = true;
+    session.undone = true;
+    // A driver that fetches rows from a server as they are walked has a transaction of its own for that,
+    // which would stay failed. The next operation connects anew.
+    if (!session.inTransaction && session.progress() == nullptr && !session.buffersResultSets())
+        session.lost = true;
+    if (fault_)
+        std::rethrow_exception(fault_);
+    if (isStopped_)
         throw Stopped{};
+    throw Error("The statement took longer than its time-out");
 }
 
 /// Nobody is asked any more from here on; may be called again.
 void StatementCanceller::finish() {
-    Watcher::instance().remove(*watched_);
-    if (!watched_->asker.joinable())
-        return;
-    {
-        const std::lock_guard lock{watched_->mutex};
-        watched_->isOver = true;
+    if (listens_) {
+        statement_.session()->progress()->setListener(nullptr);
+        listens_ = false;
     }
-    watched_->over.notify_all();
-    watched_->asker.join();
+    if (!watched_)
+        return;
+    Watcher::instance().remove(*watched_);
+    if (watched_->asker.joinable()) {
+        {
+            const std::lock_guard lock{watched_->mutex};
+            watched_->isOver = true;
+        }
+        watched_->over.notify_all();
+        watched_->asker.join();
+    }
+    isStopped_ = watched_->isStopped;
+    fault_ = watched_->fault;
+    watched_.reset();
 }
 
 }  // namespace tessaly::db::detail

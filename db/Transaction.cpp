@@ -18,6 +18,7 @@ Transaction::Transaction(const Connection& connection) : session_(connection.sha
     session_->check(setAutoCommit(*session_, SQL_AUTOCOMMIT_OFF));
     session_->inTransaction = true;
     session_->failed = false;
+    session_->undone = false;
 }
 
 Transaction::~Transaction() {
@@ -46,8 +47,11 @@ void Transaction::rollBack() noexcept {
         return;
     open_ = false;
     session_->inTransaction = false;
-    SQLEndTran(SQL_HANDLE_DBC, session_->get(), SQL_ROLLBACK);
-    setAutoCommit(*session_, SQL_AUTOCOMMIT_ON);
+    // Where the engine has rolled back by itself already, a driver may still believe in the transaction, and
+    // would begin no other. A session that cannot be set back is replaced by the next operation.
+    const bool isRolledBack = SQL_SUCCEEDED(SQLEndTran(SQL_HANDLE_DBC, session_->get(), SQL_ROLLBACK));
+    if (!SQL_SUCCEEDED(setAutoCommit(*session_, SQL_AUTOCOMMIT_ON)) || !isRolledBack)
+        session_->lost = true;
 }
 
 }  // namespace tessaly::db

@@ -103,6 +103,8 @@ class Copying {
             copyRows(table, columns, result.source);
             if (!wish_.dryRun)
                 result.target = digest(table, columns);
+        } catch (const db::Stopped&) {
+            throw;
         } catch (const db::Error& error) {  // an engine's own word does not always name the table
             throw std::runtime_error(table.name + ": " + error.what());
         }

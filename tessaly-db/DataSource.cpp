@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "db/dialects/Registry.h"
+#include "tessaly-db/InterruptGuard.h"
 
 namespace tessaly::tool {
 
@@ -69,6 +70,7 @@ std::optional<std::string> logWithPassword(const std::string& dsn) {
 
 void connect(db::Connection& connection, const std::string& dsn, const std::string& database) {
     connection.setConnectString("DSN=" + dsn + (database.empty() ? "" : ";Database=" + database));
+    connection.setStop(InterruptGuard::isWanted);
     connection.establish();
 }
 

@@ -27,7 +27,7 @@ bool InterruptGuard::isWanted() noexcept {
 
 void InterruptGuard::check() {
     if (isWanted())
-        throw std::runtime_error("Broken off: nothing was written");
+        throw std::runtime_error(Message);
 }
 
 void InterruptGuard::noMore() const {

@@ -4,13 +4,16 @@
 
 namespace tessaly::tool {
 
-/// While it lives, Ctrl-C and the like do not end the process but have check() throw, so that everything is
-/// taken back in order; a second time they end it at once. One at a time.
+/// While it lives, Ctrl-C and the like do not end the process but have check() throw and the statement under
+/// way end (db::Stopped), so that everything is taken back in order; a second time they end it at once. One
+/// at a time.
 class InterruptGuard {
   public:
+    static constexpr const char* Message = "Broken off: nothing was written";
+
     InterruptGuard();
 
-    /// Throws std::runtime_error after the first signal.
+    /// Throws std::runtime_error with that message after the first signal.
     static void check();
     /// For a caller that reports it in other words.
     [[nodiscard]] static bool isWanted() noexcept;

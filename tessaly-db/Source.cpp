@@ -5,6 +5,7 @@
 #include "db/Query.h"
 #include "schema/Schema.h"
 #include "tessaly-db/DataSource.h"
+#include "tessaly-db/InterruptGuard.h"
 
 namespace tessaly::tool {
 
@@ -29,6 +30,7 @@ Source::Source(const std::string& dsn) {
         before_ = statusOf(file_);
     connection_.setConnectString("DSN=" + dsn + (access.words.empty() ? "" : ";" + access.words));
     connection_.setPurpose(db::Purpose::Snapshot);
+    connection_.setStop(InterruptGuard::isWanted);
     connection_.establish();
     known_ = schema::isKnown(connection_);
     if (known_)

@@ -6,6 +6,7 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "db/Error.h"
 #include "maintenance/Backfill.h"
 #include "schema/BackfillMark.h"
 #include "schema/Upgrade.h"
@@ -56,10 +57,15 @@ class TerminalProgress : public maintenance::Progress {
     const InterruptGuard breakOff;
     TerminalProgress progress{quiet};
     Backfill backfill;
-    backfill.run(connection, progress);
+    constexpr const char* BrokenOff = "Broken off: what is filled stays, and the next upgrade goes on";
+    try {
+        backfill.run(connection, progress);
+    } catch (const db::Stopped&) {
+        throw std::runtime_error(BrokenOff);
+    }
     const Backfill::Result& filled = backfill.result();
     if (filled.isStopped)
-        throw std::runtime_error("Broken off: what is filled stays, and the next upgrade goes on");
+        throw std::runtime_error(BrokenOff);
     progress.finish();
     if (quiet)
         return filled;

@@ -6,12 +6,14 @@
 #include <stdexcept>
 #include <string>
 
+#include "db/Error.h"
 #include "tessaly-db/Backup.h"
 #include "tessaly-db/Check.h"
 #include "tessaly-db/Compact.h"
 #include "tessaly-db/CopyCommand.h"
 #include "tessaly-db/Create.h"
 #include "tessaly-db/DataSource.h"
+#include "tessaly-db/InterruptGuard.h"
 #include "tessaly-db/Password.h"
 #include "tessaly-db/Target.h"
 #include "tessaly-db/Text.h"
@@ -180,6 +182,9 @@ int main(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow any more fails its write
     try {
         return run(argc, argv);
+    } catch (const db::Stopped&) {
+        std::cerr << "tessaly-db: " << tool::InterruptGuard::Message << '\n';
+        return 1;
     } catch (const std::exception& error) {
         std::cerr << "tessaly-db: " << tool::printable(tool::oneLine(error.what())) << '\n';
         return 1;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "db/dialects/Diagnostic.h"
+#include "db/dialects/Progress.h"
 #include "db/dialects/Purpose.h"
 
 namespace tessaly::db {
@@ -44,10 +46,10 @@ struct SideFile {
     bool hasContent;          ///< of the database: it would be taken for that of another file in its place
 };
 
-/// What differs from engine to engine, and nothing but text: no connection is needed to test it. One class
-/// an engine, in one file of this folder; Registry.cpp lists them. What stands here is what an engine does
-/// that no class knows, and the words that all known engines have in common. The tables of each engine stand
-/// in schema/.
+/// What differs from engine to engine. Nearly all of it is text, which is tested without a connection. One
+/// class an engine, in one file of this folder; Registry.cpp lists them. What stands here is what an engine
+/// does that no class knows, and the words that all known engines have in common. The tables of each engine
+/// stand in schema/.
 class Dialect {
   public:
     /// An attribute of a data source's entry by its name; empty without one.
@@ -84,6 +86,10 @@ class Dialect {
     [[nodiscard]] virtual std::optional<std::string> refusal(const Row& firstRow) const;
     /// What follows the opening, statement by statement.
     [[nodiscard]] virtual std::vector<std::string> settings(Purpose purpose) const;
+    /// Before this thread connects, whichever engine it will be.
+    virtual void expectConnection() const {}
+    /// Of the session that this thread has connected just now; null where the engine works elsewhere.
+    [[nodiscard]] virtual std::unique_ptr<Progress> progress() const { return nullptr; }
 
     // Pieces of statements.
 
@@ -123,7 +129,8 @@ class Dialect {
     /// True where the driver reads a set into memory whole while a transaction of ODBC's own kind is open,
     /// and not while one is that was begun by the statement BEGIN.
     [[nodiscard]] virtual bool buffersInTransactions() const { return false; }
-    /// True where SQLCancel may be called while another thread waits in the statement.
+    /// True where SQLCancel may be called while another thread waits in the statement. An engine that works
+    /// in this process has progress() instead.
     [[nodiscard]] virtual bool endsStatementsFromElsewhere() const { return false; }
     /// True where the driver goes on with a statement without parameters whose set was left before its end.
     [[nodiscard]] virtual bool keepsLeftSets() const { return false; }

@@ -97,6 +97,11 @@ std::string connectWords(Purpose purpose, std::chrono::milliseconds lockWait) {
     return words;
 }
 
+void expectConnection() {
+    for (const auto& dialect : all())
+        dialect->expectConnection();
+}
+
 FaultKind kindOfConnectFault(std::span<const Diagnostic> records) {
     auto kind = FaultKind::Other;
     for (const auto& dialect : all())

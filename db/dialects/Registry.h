@@ -22,6 +22,8 @@ namespace tessaly::db {
 /// What is added to every connect string, with a semicolon before it. `lockWait` as
 /// Connection::setLockWait().
 [[nodiscard]] std::string connectWords(Purpose purpose, std::chrono::milliseconds lockWait = {});
+/// To be called before each connecting, in its thread: Dialect::expectConnection().
+void expectConnection();
 [[nodiscard]] FaultKind kindOfConnectFault(std::span<const Diagnostic> records);
 
 }  // namespace tessaly::db

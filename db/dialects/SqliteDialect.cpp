@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "db/dialects/Dialect.h"
+#include "db/dialects/SqliteProgress.h"
 
 namespace tessaly::db {
 
@@ -88,6 +89,8 @@ class SqliteDialect final : public Dialect {
     [[nodiscard]] bool keepsLeftSets() const override { return true; }
 
     // SQLCancel would free the statement that is running: endsStatementsFromElsewhere() stays false.
+    void expectConnection() const override { expectSqliteConnection(); }
+    [[nodiscard]] std::unique_ptr<Progress> progress() const override { return sqliteProgress(); }
 
     [[nodiscard]] std::vector<std::string> compaction(
         const std::vector<std::string>& /*tables*/) const override {

@@ -77,6 +77,8 @@ void ArchiveSearch::read(db::StatementCache& statements) {
         worked_ += Clock::now() - since_;
     } catch (const db::Stopped&) {
         dropPage();
+        if (isLate_)
+            throw SearchTimeout{};
         stopped_ = true;
     } catch (const db::Error&) {
         dropPage();
@@ -164,8 +166,12 @@ void ArchiveSearch::openPage(db::StatementCache& statements) {
     statementText_ = &page.text;
     statement_ = statements.take(page.text);
     statement_->bindAll(std::move(values));
-    if (limits_.stop)
-        statement_->setStop([this] { return isUnwanted(); });
+    isLate_ = false;
+    if (limits_.stop || limits_.timeout > std::chrono::seconds::zero())
+        statement_->setStop([this] {
+            isLate_ = isOver(Clock::now());
+            return isLate_ || (limits_.stop && isUnwanted());
+        });
     entitiesOfPage_ = 0;
     pageIsFull_ = false;
     onNextEntity_ = false;

@@ -117,6 +117,7 @@ class ArchiveSearch {
     Clock::time_point lastAsked_;
     unsigned rowsSeen_ = 0;
     bool stopped_ = false;
+    bool isLate_ = false;  // a statement was ended at the time-out
 };
 
 }  // namespace tessaly::tessalyd

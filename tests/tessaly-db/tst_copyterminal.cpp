@@ -1,7 +1,10 @@
 #include <QDir>
 #include <QTest>
+#include <chrono>
 #include <csignal>
+#include <thread>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessaly-db/Terminal.h"
 #include "tests/tessaly-db/ToolTest.h"
 
@@ -29,6 +32,7 @@ class TestCopyTerminal : public ToolTest {
     void showsABarAndClearsIt();
     void showsNoBarWhenQuiet();
     void writesNothingAfterCtrlC();
+    void ctrlCEndsAStatementWithoutAnEnd();
     void goesOnAfterItsUserHasLoggedOut();
 
   private:
@@ -69,6 +73,29 @@ void TestCopyTerminal::writesNothingAfterCtrlC() {
 
     QCOMPARE(run(copying_ + QStringList{u"--quiet"_s}).status, 0);  // nothing is in the way
     QCOMPARE(column("SELECT COUNT(*) AS x FROM Image"), QStringList{u"100000"_s});
+}
+
+void TestCopyTerminal::ctrlCEndsAStatementWithoutAnEnd() {
+    create();
+    change(u"INSERT INTO Image (SOPInstanceUID, SeriesInstanceUID, ImageFile) VALUES ('1', '2', 'f')"_s);
+    change(u"ALTER TABLE Image RENAME TO ImageRows"_s);
+    // Its rows can be counted, and none of them read.
+    change(
+        u"CREATE VIEW Image AS SELECT (SELECT COUNT(*) FROM (WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
+        "SELECT i FROM n) SELECT i FROM n) AS Numbers) AS SOPInstanceUID FROM ImageRows"_s);
+    const QString folder = path(u"copies"_s);
+    QVERIFY(QDir{}.mkpath(folder));
+    addDataSource(u"Copy"_s, FileSource::lines(folder + u"/copy.mdb"_s));
+    Terminal copying(TESSALY_DB, {u"copy"_s, u"--from"_s, DataSource, u"--to"_s, u"Copy"_s});
+    const auto files = [&folder] { return QDir(folder).entryList(QDir::Files | QDir::Hidden); };
+    EVENTUALLY(!files().isEmpty());
+    // By then it is at that table, most likely. Where it is not, what follows holds as well.
+    std::this_thread::sleep_for(std::chrono::milliseconds{500});
+    copying.type("\x03");
+    QCOMPARE(copying.finish(), 1);
+    QVERIFY2(copying.screen().endsWith("tessaly-db: Broken off: nothing was written\r\n"),
+             copying.screen().right(200).constData());
+    QCOMPARE(files(), QStringList());
 }
 
 /// Started with `nohup`, as whoever does not want to wait for it.

@@ -110,6 +110,13 @@ void makeStudiesSlow(const ScratchDatabase& database) {
         "AS Description FROM StudyRows"_s);
 }
 
+void makeStudiesEndless(const ScratchDatabase& database) {
+    database.run(u"ALTER TABLE Study RENAME TO StudyRows"_s);
+    database.run(
+        u"CREATE VIEW Study AS SELECT * FROM StudyRows WHERE (SELECT COUNT(*) FROM (WITH RECURSIVE n(i) AS "
+        "(SELECT 1 UNION ALL SELECT i FROM n) SELECT i FROM n) AS Numbers)=0"_s);
+}
+
 void makeStudiesFast(const ScratchDatabase& database) {
     database.run(u"DROP VIEW Study"_s);
     database.run(u"ALTER TABLE StudyRows RENAME TO Study"_s);

@@ -55,6 +55,8 @@ class StockedArchive {
 
 /// Reading one row of Study takes the engine some milliseconds from now on, until it is undone.
 void makeStudiesSlow(const ScratchDatabase& database);
+/// None of the rows of Study comes any more, however long one waits: with one at least in the table.
+void makeStudiesEndless(const ScratchDatabase& database);
 void makeStudiesFast(const ScratchDatabase& database);
 
 /// Texts in an order of their own, for comparing sets.

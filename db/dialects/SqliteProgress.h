@@ -1,0 +1,18 @@
+#pragma once
+
+#include <memory>
+
+#include "db/dialects/Progress.h"
+
+namespace tessaly::db {
+
+// The driver gives nobody its connection of SQLite. The library, which the driver shares with this program,
+// tells of every connection that is opened in the process.
+
+/// Before this thread has the driver open a connection.
+void expectSqliteConnection();
+/// Of the connection that this thread has opened since; null where none was, as by a driver that has the
+/// library built in. The connection must not be used any more when it goes.
+[[nodiscard]] std::unique_ptr<Progress> sqliteProgress();
+
+}  // namespace tessaly::db
