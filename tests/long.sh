@@ -30,6 +30,10 @@ shared_archive() {
     TESSALY_TEST_OBJECTS=$objects ctest --preset release -R '^tst_sharedarchive$'
 }
 
+largest_object() {
+    TESSALY_TEST_OBJECT_BYTES=4294967294 ctest --preset release -R '^tst_large$'
+}
+
 # Without ctest, whose limit of time is for the short form.
 hostile_peers() {
     TESSALY_TEST_SOAK_SECONDS=$soak_seconds QTEST_FUNCTION_TIMEOUT=$(((soak_seconds + 300) * 1000)) \
@@ -50,7 +54,7 @@ fuzz() {
     done
 }
 
-rooms='base|bench|console|db|decoder|dicom|docs|passwords|schema|tessaly-db|tessalyd|tests'  # not what is made from them
+rooms='archive|base|bench|console|db|decoder|dicom|docs|maintenance|passwords|schema|tessaly-db|tessalyd|tests'  # not what is made from them
 
 tidy() {  # PRESET FOLDERS
     local log=build/clang-tidy-$1.log
@@ -69,6 +73,7 @@ static_checks() {
 
 stage 'tests' tests_of release
 stage 'several servers, many objects' shared_archive
+stage 'the largest native object' largest_object
 stage 'hostile peers beside an honest one' hostile_peers
 stage 'address and undefined-behaviour sanitizers' tests_of asan
 stage 'thread sanitizer' tests_of tsan
