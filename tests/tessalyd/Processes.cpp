@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <stdexcept>
 
 using namespace Qt::StringLiterals;
 
@@ -33,6 +34,14 @@ QString statusOf(qint64 process, const char* field) {
             return QString::fromLatin1(line.mid(line.indexOf(':') + 1).trimmed());
     }
     return {};
+}
+
+long long peakMemoryOf(qint64 process) {
+    bool isNumber = false;
+    const long long peak = statusOf(process, "VmHWM").section(u' ', 0, 0).toLongLong(&isNumber);
+    if (!isNumber)
+        throw std::runtime_error("the process is gone");
+    return peak;
 }
 
 QString limitOf(qint64 process, const char* name) {

@@ -11,6 +11,9 @@ namespace tessaly::test {
 /// A field of /proc/PID/status; empty where there is no such process.
 [[nodiscard]] QString statusOf(qint64 process, const char* field);
 
+/// The peak of its memory, in kilobytes. Throws std::runtime_error if there is no such process.
+[[nodiscard]] long long peakMemoryOf(qint64 process);
+
 /// The hard limit of that name, as /proc/PID/limits has it.
 [[nodiscard]] QString limitOf(qint64 process, const char* name);
 

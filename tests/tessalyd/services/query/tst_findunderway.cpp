@@ -12,6 +12,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/tessalyd/DaemonTest.h"
 #include "tests/tessalyd/Finding.h"
+#include "tests/tessalyd/Processes.h"
 #include "tests/tessalyd/StockedArchive.h"
 
 using namespace Qt::StringLiterals;
@@ -93,14 +94,7 @@ void FindUnderWayTest::makeReadingSlow() const {
 }
 
 long long FindUnderWayTest::peakMemory() const {
-    QFile status{u"/proc/%1/status"_s.arg(daemon_->process.processId())};
-    if (!status.open(QIODevice::ReadOnly))
-        throw std::runtime_error("the server is gone");
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.simplified().split(' ').at(1).toLongLong();
-    }
-    throw std::runtime_error("no VmHWM");
+    return peakMemoryOf(daemon_->process.processId());
 }
 
 bool FindUnderWayTest::isStuck(RequestorAssociation& peer) {

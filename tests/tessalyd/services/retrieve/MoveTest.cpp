@@ -3,7 +3,6 @@
 #include <QTcpSocket>
 #include <stdexcept>
 
-#include "dicom/data/SinkStream.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::tessalyd;

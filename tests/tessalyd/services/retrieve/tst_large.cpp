@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "dicom/net/ObjectSender.h"
+#include "tests/tessalyd/Processes.h"
 #include "tests/tessalyd/services/retrieve/MoveTest.h"
 
 using namespace Qt::StringLiterals;
@@ -94,14 +95,7 @@ class LargeTest : public MoveTest {
 };
 
 long long LargeTest::peakMemory() const {
-    QFile status{u"/proc/%1/status"_s.arg(daemon_->process.processId())};
-    if (!status.open(QIODevice::ReadOnly))
-        throw std::runtime_error("the server is gone");
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.simplified().split(' ').at(1).toLongLong();
-    }
-    throw std::runtime_error("no VmHWM");
+    return peakMemoryOf(daemon_->process.processId());
 }
 
 void LargeTest::itGoesInAndComesOutByteForByte() {

@@ -5,7 +5,6 @@
 #include <latch>
 #include <mutex>
 
-#include "dicom/data/SinkStream.h"
 #include "tests/dicom/net/Peers.h"
 #include "tests/support/Eventually.h"
 #include "tests/tessalyd/services/retrieve/MoveTest.h"
