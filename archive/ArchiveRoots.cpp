@@ -6,6 +6,7 @@
 #include <optional>
 #include <system_error>
 
+#include "archive/Location.h"
 #include "archive/StoredPath.h"
 
 namespace tessaly::archive {
@@ -21,11 +22,12 @@ std::optional<dev_t> deviceOf(const fs::path& folder) {
     return found.st_dev;
 }
 
-/// Apart from what the making of a file system leaves. One that cannot be read is not empty.
+/// Apart from what the making of a file system leaves, and the server's own spool. One that cannot be read is
+/// not empty.
 bool isEmpty(const fs::path& folder) {
     std::error_code error;
     for (fs::directory_iterator entry{folder, error}, end; !error && entry != end; entry.increment(error)) {
-        if (entry->path().filename() != "lost+found")
+        if (entry->path().filename() != "lost+found" && entry->path().filename() != SpoolFolder)
             return false;
     }
     return !error;

@@ -4,6 +4,9 @@
 
 namespace tessaly::archive {
 
+/// A folder of a root that belongs to the server's jobs, and is no study's.
+inline constexpr const char* SpoolFolder = ".spool";
+
 /// Where a file lies, in the three parts that the tables keep.
 struct Location {
     std::string studyPath;

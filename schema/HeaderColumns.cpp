@@ -59,6 +59,7 @@ constexpr std::array Image{
     HeaderColumn{"PixelRows", Number, [](Header h) { return number(h.pixelRows); }},
     HeaderColumn{"PixelColumns", Number, [](Header h) { return number(h.pixelColumns); }},
     HeaderColumn{"NumberOfFrames", Number, [](Header h) { return number(h.numberOfFrames); }},
+    HeaderColumn{"FileSize", Number, [](Header h) { return number(h.fileSize); }},
 };
 
 std::string join(std::span<const HeaderColumn> columns, std::string_view behindEach) {

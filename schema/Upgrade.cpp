@@ -105,6 +105,7 @@ std::span<const Step> steps() {
              .about = "queries find objects by all their keys",
              .fill = markOlderRows,
              .prepare = dropNarrowIndexes},
+        Step{.version = 4, .about = "the server has jobs, and knows how large its files are", .fill = {}},
     };
     return Steps;
 }

@@ -12,7 +12,7 @@ CREATE TABLE SchemaVersion (
     Version  INTEGER NOT NULL,
     FilledTo VARCHAR(64)
 );
-INSERT INTO SchemaVersion (Version) VALUES (3);
+INSERT INTO SchemaVersion (Version) VALUES (4);
 
 CREATE TABLE DicomServer (
     LogLevel     INTEGER NOT NULL DEFAULT 1,
@@ -177,6 +177,44 @@ CREATE TABLE Image (
     ContentTime       VARCHAR(16),
     PixelRows         INTEGER,
     PixelColumns      INTEGER,
-    NumberOfFrames    INTEGER
+    NumberOfFrames    INTEGER,
+    FileSize          INTEGER
 );
 CREATE INDEX ImageBySeries ON Image (SeriesInstanceUID, NumberInSeries);
+
+-- Work of the server that outlives its associations and its process. All times are seconds since 1970 by the engine's
+-- clock. State: 0 waiting, 1 running, 2 done, 3 given up, 4 uncertain; NextAttempt is that of a waiting job, of one
+-- that is done the time when it was. Lane stands while the job runs: of each lane one does at most.
+CREATE TABLE Job (
+    Number      INTEGER PRIMARY KEY AUTOINCREMENT,
+    Kind        VARCHAR(16) NOT NULL,
+    Target      VARCHAR(64) NOT NULL,
+    JobKey      VARCHAR(255) NOT NULL,
+    Subject     VARCHAR(4000),
+    Spool       VARCHAR(512),
+    Progress    VARCHAR(4000),
+    State       INTEGER NOT NULL DEFAULT 0,
+    Attempts    INTEGER NOT NULL DEFAULT 0,
+    NextAttempt INTEGER NOT NULL,
+    LastError   VARCHAR(255),
+    Created     INTEGER NOT NULL,
+    Begun       INTEGER NOT NULL,
+    Lane        VARCHAR(96),
+    Owner       VARCHAR(64),
+    Lease       INTEGER
+);
+CREATE UNIQUE INDEX JobByKey ON Job (Kind, JobKey);
+CREATE UNIQUE INDEX JobByLane ON Job (Lane);
+CREATE INDEX JobByState ON Job (State, NextAttempt);
+CREATE INDEX JobBySpool ON Job (Spool);
+
+-- What is added to a job while it waits. Taken: an attempt has begun with it.
+CREATE TABLE JobItem (
+    Number INTEGER PRIMARY KEY AUTOINCREMENT,
+    Kind   VARCHAR(16) NOT NULL,
+    JobKey VARCHAR(255) NOT NULL,
+    Item   VARCHAR(255) NOT NULL,
+    Added  INTEGER NOT NULL,
+    Taken  INTEGER NOT NULL DEFAULT 0
+);
+CREATE INDEX JobItemByKey ON JobItem (Kind, JobKey);

@@ -8,9 +8,10 @@
 #include "db/Error.h"
 #include "db/Query.h"
 #include "db/Transaction.h"
+#include "jobs/JobTable.h"
 #include "passwords/PasswordEncoder.h"
-#include "schema/Catalogue.h"
 #include "schema/BackfillMark.h"
+#include "schema/Catalogue.h"
 #include "schema/Upgrade.h"
 #include "tessaly-db/DataSource.h"
 
@@ -87,6 +88,20 @@ constexpr std::array RowChecks{
     RowCheck{"Users", checkAdministrator},
 };
 
+/// What the server was asked to do and has not done.
+void checkJobs(const db::Connection& connection, std::vector<std::string>& faults) {
+    using namespace std::chrono_literals;
+    const auto add = [&faults](long long count, const char* what) {
+        if (count > 0)
+            faults.push_back(std::to_string(count) + (count == 1 ? " job " : " jobs ") + what +
+                             ": see tessaly-db jobs");
+    };
+    const jobs::Troubles troubles = jobs::troubles(connection, 1h);
+    add(troubles.late, "waiting for longer than an hour");
+    add(troubles.givenUp, "given up");
+    add(troubles.uncertain, "of which it is not known whether it was done");
+}
+
 }  // namespace
 
 std::vector<std::string> findFaults(const std::string& dsn) {
@@ -111,6 +126,12 @@ std::vector<std::string> findFaults(const std::string& dsn) {
         } catch (const db::Error& error) {
             faults.push_back(std::string{"The rows of "} + check.table + " cannot be read: " + error.what());
         }
+    }
+    try {
+        if (actual.contains("Job"))
+            checkJobs(connection, faults);
+    } catch (const db::Error& error) {
+        faults.push_back(std::string{"The rows of Job cannot be read: "} + error.what());
     }
     return faults;
 }

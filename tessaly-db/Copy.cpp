@@ -30,9 +30,14 @@ bool isPath(const schema::Table& table, const schema::Column& column) {
     });
 }
 
-/// The target's own row; a source's says nothing of the copy.
+/// Two servers would do each job twice: they stay with the source.
+bool isOfJobs(const schema::Table& table) {
+    return table.name == "Job" || table.name == "JobItem";
+}
+
+/// The version is the target's own row; a source's says nothing of the copy.
 bool isCopied(const schema::Table& table) {
-    return table.name != schema::VersionTable;
+    return table.name != schema::VersionTable && !isOfJobs(table);
 }
 
 class Copying {
@@ -48,6 +53,8 @@ class Copying {
         for (const auto& table : target_.definitions().tables)
             if (isCopied(table))
                 tables.push_back(copyTable(table));
+        if (const long long jobs = jobsLeftOut(); jobs > 0)
+            tables.front().notes.push_back("The server's jobs are left out: " + std::to_string(jobs));
         source_.requireUnchanged();
         schema::fill(target_.connection(), version);
         const auto filledTo = source_.isKnown() ? schema::filledTo(source_.connection()) : std::string{};
@@ -73,6 +80,10 @@ class Copying {
                                      std::to_string(version) + ", newer than the version " +
                                      std::to_string(schema::currentVersion()) + " that this program knows");
         return version;
+    }
+
+    [[nodiscard]] long long jobsLeftOut() const {
+        return source_.columns("Job") ? source_.count("Job").value_or(0) : 0;
     }
 
     void countRows() const {

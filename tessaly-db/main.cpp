@@ -14,6 +14,7 @@
 #include "tessaly-db/Create.h"
 #include "tessaly-db/DataSource.h"
 #include "tessaly-db/InterruptGuard.h"
+#include "tessaly-db/Jobs.h"
 #include "tessaly-db/Password.h"
 #include "tessaly-db/Target.h"
 #include "tessaly-db/Text.h"
@@ -29,6 +30,7 @@ struct Options {
     std::string user = "admin";
     std::string root;
     std::string file;
+    std::string job;
     bool random = false;
     bool quiet = false;
     bool refill = false;
@@ -114,6 +116,21 @@ int backup(const Options& options) {
     throw std::runtime_error("No backup was made: the server's own program makes it, by the line printed");
 }
 
+int listJobs(const Options& options) {
+    tool::listJobs(options.dsn, std::cout);
+    return 0;
+}
+
+int retryJobs(const Options& options) {
+    tool::retryJobs(options.dsn, options.job);
+    return 0;
+}
+
+int dropJob(const Options& options) {
+    tool::dropJob(options.dsn, options.job);
+    return 0;
+}
+
 void addCopy(CLI::App& command, tool::CopyOptions& options) {
     command.add_option("--from", options.from, "ODBC data source that is read")->required();
     command.add_option("--to", options.to, "ODBC data source that is written; its database is new or empty")
@@ -160,6 +177,23 @@ int run(int argc, char** argv) {
     add("compact", "Give the space of deleted rows back", compact);
     auto* const backing = add("backup", "Copy the database into a new file", backup);
     backing->add_option("file", options.file, "The file; it must not be there yet")->required();
+    // The callback of the command itself comes behind that of what is below it.
+    auto* const jobs = app.add_subcommand("jobs", "List the server's jobs, a line each, or change one");
+    const auto addJobs = [&](const char* name, const char* what, int (*function)(const Options&)) {
+        auto* sub = jobs->add_subcommand(name, what);
+        sub->callback([&command, function] { command = function; });
+        return sub;
+    };
+    jobs->require_subcommand(0, 1)->callback([&command] {
+        if (command == nullptr)
+            command = listJobs;
+    });
+    addJobs("retry", "Have a job tried at once", retryJobs)
+        ->add_option("number", options.job, "The job's number, or all")
+        ->required();
+    addJobs("drop", "Remove a job for good", dropJob)
+        ->add_option("number", options.job, "The job's number")
+        ->required();
     addCopy(*add("copy", "Copy one data source's database into the empty one of another", copy),
             options.copy);
 

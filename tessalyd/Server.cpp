@@ -6,7 +6,9 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "archive/StoredPath.h"
 #include "tessalyd/Log.h"
+#include "tessalyd/Printable.h"
 #include "tessalyd/association/AssociationHandler.h"
 #include "tessalyd/services/AllServices.h"
 #include "tessalyd/store/ArchiveReport.h"
@@ -33,6 +35,23 @@ std::vector<std::string> rootsOf(const Configuration& configuration) {
     return roots;
 }
 
+std::vector<jobs::Spool> spoolsOf(const Configuration& configuration) {
+    std::vector<jobs::Spool> spools;
+    for (const PortConfiguration& port : configuration.ports)
+        spools.emplace_back(archive::localPath(port.root));
+    return spools;
+}
+
+void reportJob(jobs::Severity severity, const std::string& line) {
+    const std::string text = printable(line);
+    if (severity == jobs::Severity::Error)
+        OFLOG_ERROR(serverLog(), text.c_str());
+    else if (severity == jobs::Severity::Info)
+        OFLOG_INFO(serverLog(), text.c_str());
+    else
+        OFLOG_DEBUG(serverLog(), text.c_str());
+}
+
 std::string joined(const std::vector<std::string>& lines) {
     std::string text;
     for (const std::string& line : lines)
@@ -43,14 +62,21 @@ std::string joined(const std::vector<std::string>& lines) {
 }  // namespace
 
 Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended, decoder::Pool::Options decoding,
-               std::vector<std::string> addresses, const AssociationLimits& limits)
+               std::vector<std::string> addresses, const jobs::RunnerOptions& jobs,
+               const AssociationLimits& limits)
     : addresses_(addresses.empty() ? std::vector<std::string>{{}} : std::move(addresses)),
       decoders_(std::move(decoding)),
       limits_(limits),
       transport_(limits_),
       open_(std::move(opened), std::move(ended)),
       shared_(decoders_),
-      services_(allServices(shared_)) {}
+      jobs_(
+          jobHandlers(shared_),
+          [](db::Connection& connection) { openDatabase(connection, db::Purpose::DurableWrites); }, reportJob,
+          jobs),
+      services_(allServices(shared_)) {
+    shared_.wakeJobs = [this] { jobs_.wake(); };
+}
 
 Server::~Server() {
     shutDown();
@@ -65,6 +91,7 @@ void Server::start(const std::stop_token& stop) {
     bindAll(configuration.ports);
     cleaner_.emplace(rootsOf(configuration), reportArchive);
     watchDatabase(configuration);
+    jobs_.start(spoolsOf(configuration));
     listening_ = true;
     if (configuration.hasOlderRows)
         OFLOG_INFO(serverLog(),
@@ -192,6 +219,7 @@ void Server::accept(const std::shared_ptr<const PortConfiguration>& port, base::
 void Server::stop() {
     forgetPorts();
     // Whoever maintains the database may replace its file now.
+    jobs_.stop();
     watch_.reset();
     shared_.closeSessions();
     if (listening_.exchange(false))

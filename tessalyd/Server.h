@@ -8,6 +8,7 @@
 
 #include "archive/LeftoverCleaner.h"
 #include "decoder/Pool.h"
+#include "jobs/Runner.h"
 #include "tessalyd/association/AssociationLimits.h"
 #include "tessalyd/association/AssociationThreads.h"
 #include "tessalyd/association/Listener.h"
@@ -28,7 +29,8 @@ class Server {
     /// The events as OpenAssociations: called in the associations' threads. `addresses` are those that are
     /// listened on, numeric; none: all of this machine.
     Server(OpenAssociations::Event opened, OpenAssociations::Event ended, decoder::Pool::Options decoding,
-           std::vector<std::string> addresses = {}, const AssociationLimits& limits = {});
+           std::vector<std::string> addresses = {}, const jobs::RunnerOptions& jobs = {},
+           const AssociationLimits& limits = {});
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
@@ -41,7 +43,7 @@ class Server {
     void bindMissing();
     /// A port is not bound on an address and may be later. For the thread of start().
     [[nodiscard]] bool hasMissing() const noexcept { return !missing_.empty(); }
-    /// Listens no more; open associations go on.
+    /// Listens no more, and does no jobs; open associations go on.
     void stop();
 
     struct Status {
@@ -87,6 +89,7 @@ class Server {
     Transport transport_;
     OpenAssociations open_;
     ServiceContext shared_;
+    jobs::Runner jobs_;
     ServiceFactory services_;
     AssociationThreads threads_;
     std::optional<archive::LeftoverCleaner> cleaner_;

@@ -137,9 +137,24 @@ int run(int argc, char** argv) {
                     "Bytes of memory that all decoders together may have")
         ->capture_default_str()
         ->check(CLI::Range(std::uint64_t{128} << 20U, std::uint64_t{1} << 50U));
+    long firstRetry = options.jobs.firstRetry.count();
+    long giveUp = options.jobs.giveUp.count();
+    commandLine
+        .add_option(
+            "--first-retry", firstRetry,
+            "Seconds until a job that met a transient fault is tried again, the first time; the others "
+            "are 2, 5, 10, 30 and 60 times as long")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 86400));
+    commandLine
+        .add_option("--give-up", giveUp, "Seconds after which a job that meets transient faults is given up")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 31536000));
     CLI11_PARSE(commandLine, argc, argv);
     options.logFile = logFile;
     options.grace = std::chrono::seconds{graceSeconds};
+    options.jobs.firstRetry = std::chrono::seconds{firstRetry};
+    options.jobs.giveUp = std::chrono::seconds{giveUp};
     options.decoding.program = decoderProgram();
 
     leaveNoCore();

@@ -21,15 +21,16 @@ tessalyd/services/verification > tessalyd/association
 tessalyd/services/storage      > tessalyd/services/ServiceContext
 tessalyd/services/retrieve     > tessalyd/services/query
 tessalyd/services/query        > tessalyd/services/ServiceContext
-tessalyd/services/ServiceContext > tessalyd/association tessalyd/search tessalyd/store
-tessalyd/forwarding/ftp > tessalyd/search
+tessalyd/services/ServiceContext > tessalyd/association tessalyd/search tessalyd/store jobs tessalyd/forwarding/ftp
+tessalyd/forwarding/ftp > tessalyd/search jobs
 tessalyd/search         > tessalyd/Log archive decoder
 tessalyd/store          > tessalyd/Log archive decoder
 tessalyd/association    > tessalyd/Log dicom/net
 tessalyd/Log            > tessalyd/configuration tessalyd/Printable
 tessalyd/Printable      >
 tessalyd/configuration  > schema dicom/net
-tessaly-db              > maintenance passwords
+tessaly-db              > maintenance passwords jobs
+jobs                    > archive
 maintenance             > archive schema
 archive                 > db dicom/net
 schema                  > db dicom/data

@@ -99,6 +99,8 @@ class Dialect {
     /// are a name in brackets, and a bare word that the engine has another meaning for. Texts in quotes and
     /// comments stay as they are.
     [[nodiscard]] std::string rewritten(const std::string& statement) const;
+    /// An expression: the engine's clock, in whole seconds since 1970. Empty where it is not known.
+    [[nodiscard]] virtual std::string currentSeconds() const = 0;
     /// The end of a statement that locks the rows that it reads, a blank before it; of one table where
     /// several are read. Empty where no other transaction could write them. With Skip, rows that others have
     /// locked are left out.

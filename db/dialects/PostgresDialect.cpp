@@ -156,6 +156,10 @@ class PostgresDialect final : public Dialect {
         return {};
     }
 
+    [[nodiscard]] std::string currentSeconds() const override {
+        return "CAST(floor(extract(epoch FROM clock_timestamp())) AS BIGINT)";
+    }
+
     [[nodiscard]] std::string rowLock(RowLock lock, std::string_view table,
                                       OnLockedRow onLocked) const override {
         std::string words = lock == RowLock::Removal ? " FOR KEY SHARE" : " FOR UPDATE";

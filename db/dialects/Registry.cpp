@@ -26,6 +26,7 @@ class OtherDialect final : public Dialect {
     [[nodiscard]] std::string_view engineName() const override { return engineName_; }
     [[nodiscard]] bool isDriver(std::string_view /*library*/) const override { return false; }
     [[nodiscard]] std::string connectWords(Purpose /*purpose*/) const override { return {}; }
+    [[nodiscard]] std::string currentSeconds() const override { return {}; }
 
   private:
     std::string engineName_;

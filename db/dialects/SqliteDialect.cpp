@@ -84,6 +84,10 @@ class SqliteDialect final : public Dialect {
         return {};
     }
 
+    [[nodiscard]] std::string currentSeconds() const override {
+        return "CAST(strftime('%s','now') AS INTEGER)";
+    }
+
     [[nodiscard]] bool buffersInTransactions() const override { return true; }
 
     [[nodiscard]] bool keepsLeftSets() const override { return true; }

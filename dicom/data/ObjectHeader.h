@@ -52,6 +52,9 @@ struct ObjectHeader {
     std::optional<long long> pixelColumns;
     std::optional<long long> numberOfFrames;
     std::string transferSyntaxUid;  ///< that of the file
+    /// Bytes, where the file has just been written. Not known of a file that is read: its size would prove
+    /// nothing later on.
+    std::optional<long long> fileSize;
 };
 
 /// A header that does not end within so many bytes is not looked for any further.

@@ -28,6 +28,7 @@ struct Options {
     std::vector<std::string> addresses = {};  ///< that are listened on, numeric; none: all
     std::chrono::seconds retryInterval{5};    ///< between attempts to listen
     decoder::Pool::Options decoding = {};
+    jobs::RunnerOptions jobs = {};
 };
 
 /// The server on the session bus. Its methods are answered soon even when what they start takes long:

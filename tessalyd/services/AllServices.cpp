@@ -21,4 +21,8 @@ ServiceFactory allServices(ServiceContext& shared) {
     };
 }
 
+std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& /*shared*/) {
+    return {};
+}
+
 }  // namespace tessaly::tessalyd

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <map>
+#include <string>
+
+#include "jobs/Runner.h"
 #include "tessalyd/association/Service.h"
 #include "tessalyd/services/ServiceContext.h"
 
@@ -8,5 +12,8 @@ namespace tessaly::tessalyd {
 /// Everything that this server does for an association. The context outlives the factory and what it makes,
 /// and has been configured before the first association.
 [[nodiscard]] ServiceFactory allServices(ServiceContext& shared);
+
+/// What does this server's jobs, by their kinds. The context outlives them.
+[[nodiscard]] std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& shared);
 
 }  // namespace tessaly::tessalyd

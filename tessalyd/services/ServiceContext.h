@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -37,6 +38,8 @@ class ServiceContext {
     QuerySessions sessions;       ///< read the tables for queries and retrievals
     decoder::Pool& decoders;      ///< convert objects from one transfer syntax to another
     OutboundSlots outboundSlots;  ///< for associations of ours to others
+    /// A job was committed, or dropped: to be called behind that. Set before the first association.
+    std::function<void()> wakeJobs = [] {};
 
   private:
     mutable std::mutex mutex_;

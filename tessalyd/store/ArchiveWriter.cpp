@@ -124,6 +124,7 @@ void ArchiveWriter::finish() {
             begin(true);
         if (!port_.saveCompressed && decoder::isDecodable(object_.syntax))
             decode();
+        header_->fileSize = static_cast<long long>(file_->size());
         publish();
     } catch (const std::system_error& error) {
         throw StoreFailure{STATUS_STORE_Refused_OutOfResources, "The file cannot be written", error.what()};

@@ -83,7 +83,7 @@ void TestSchema::knowsItsEngines() {
 
 void TestSchema::makesEveryTable() {
     for (const char* table : {"DicomServer", "SiteData", "DicomNodes", "FtpNodes", "Port", "PortRemoteNodes",
-                              "Printers", "Users", "Patient", "Study", "Series", "Image"})
+                              "Printers", "Users", "Patient", "Study", "Series", "Image", "Job", "JobItem"})
         QVERIFY2(connection_->hasTable(table), table);
 }
 

@@ -169,7 +169,7 @@ void TestCheck::saysWhenTheTablesAreOlder() {
     change(u"DELETE FROM Port"_s);
     const auto checked = run({u"check"_s});
     QCOMPARE(checked.out,
-             u"The tables are of version 1, this program's are 3: run tessaly-db upgrade\n"
+             u"The tables are of version 1, this program's are 4: run tessaly-db upgrade\n"
              "Port has no row\n"_s);
     QCOMPARE(checked.status, 1);
 }
@@ -178,7 +178,7 @@ void TestCheck::saysWhenTheTablesAreNewer() {
     create();
     change(u"UPDATE SchemaVersion SET Version = 99"_s);
     QCOMPARE(run({u"check"_s}).out,
-             u"The tables are of version 99, this program's are 3: it is too old for them\n"_s);
+             u"The tables are of version 99, this program's are 4: it is too old for them\n"_s);
 }
 
 void TestCheck::countsWhoCanLogIn_data() {

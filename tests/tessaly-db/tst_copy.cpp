@@ -86,7 +86,7 @@ void TestCopy::copiesEverythingThereAndBack() {
     QCOMPARE(column("SELECT Name FROM Patient"), QStringList{u"山田^太郎"_s});
     QCOMPARE(column("SELECT ID FROM Patient WHERE Sex IS NULL AND BirthDate = ''"), QStringList{u"7"_s});
     QCOMPARE(column("SELECT COUNT(*) AS x FROM Printers WHERE Copies IS NULL"), QStringList{u"1"_s});
-    QCOMPARE(column("SELECT Version FROM SchemaVersion"), QStringList{u"3"_s});
+    QCOMPARE(column("SELECT Version FROM SchemaVersion"), QStringList{u"4"_s});
 
     addDataSource(u"Back"_s, FileSource::lines(path(u"back/DicomDB.mdb"_s)));
     const auto back = run({u"copy"_s, u"--from"_s, DataSource, u"--to"_s, u"Back"_s});
@@ -106,7 +106,7 @@ void TestCopy::keepsFractionsDigitByDigit() {
         "('laser', 0.18755, 2000, -0.00001, 3.0, 12345678.125)"_s);
     source_->release();
     QCOMPARE(run({u"check"_s, u"--dsn"_s, u"Source"_s}).out, u"Source: ok\n"_s);
-    QCOMPARE(run({u"upgrade"_s, u"--dsn"_s, u"Source"_s}).out, u"Source: version 3, nothing to do\n"_s);
+    QCOMPARE(run({u"upgrade"_s, u"--dsn"_s, u"Source"_s}).out, u"Source: version 4, nothing to do\n"_s);
 
     const QStringList there{u"copy"_s, u"--from"_s, u"Source"_s, u"--to"_s, DataSource};
     const auto dry = run(there + QStringList{u"--dry-run"_s});
@@ -182,7 +182,7 @@ void TestCopy::refusesASourceThatIsNone_data() {
     QTest::newRow("no table") << u"none"_s << u"Source"_s
                               << u"The data source Source has none of the tables"_s;
     QTest::newRow("newer") << u"newer"_s << u"Source"_s
-                           << u"The tables of Source are of version 99, newer than the version 3 that this "
+                           << u"The tables of Source are of version 99, newer than the version 4 that this "
                               "program knows"_s;
 }
 

@@ -152,7 +152,7 @@ void TestFill::fillsFromNamesAndFiles() {
     QCOMPARE(upgraded.err, QString());
     QCOMPARE(upgraded.status, 0);
     QVERIFY2(
-        upgraded.out.endsWith(u"Older rows: filled 450 patients and 450 images\nDicomFDB: version 3\n"_s),
+        upgraded.out.endsWith(u"Older rows: filled 450 patients and 450 images\nDicomFDB: version 4\n"_s),
         qPrintable(upgraded.out));
     QCOMPARE(column("SELECT NameAlphabetic FROM Patient WHERE ID=7"), QStringList{u"muller^7"_s});
     QCOMPARE(column("SELECT COUNT(*) AS x FROM Patient WHERE NameAlphabetic LIKE 'muller^%' "
@@ -170,7 +170,7 @@ void TestFill::fillsFromNamesAndFiles() {
     QCOMPARE(column("SELECT COUNT(*) AS x FROM Image WHERE ContentDate='20210204'"), QStringList{u"450"_s});
     QCOMPARE(column("SELECT COUNT(*) AS x FROM Series WHERE ProtocolName='Routine'"), QStringList{u"450"_s});
     QCOMPARE(run({u"check"_s}).out, u"DicomFDB: ok\n"_s);
-    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 3, nothing to do\n"_s);
+    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 4, nothing to do\n"_s);
 }
 
 void TestFill::leavesWhatARowHas() {
@@ -186,7 +186,7 @@ void TestFill::leavesWhatARowHas() {
     change(u"UPDATE Series SET ProtocolName='Own'"_s);
     change(u"UPDATE Patient SET NameAlphabetic='own'"_s);
     const auto again = run({u"upgrade"_s, u"--refill"_s});
-    QCOMPARE(again.out, u"Older rows: filled 0 patients and 1 images\nDicomFDB: version 3\n"_s);
+    QCOMPARE(again.out, u"Older rows: filled 0 patients and 1 images\nDicomFDB: version 4\n"_s);
     QCOMPARE(row(u"ContentDate, ContentTime, PixelRows, NumberInSeries, SOPClassUID"_s, u"Image"_s, u"1=1"_s),
              u"|2359|5|9|%1"_s.arg(QString::fromLatin1(ClassUid)));
     QCOMPARE(column("SELECT ProtocolName FROM Series"), QStringList{u"Own"_s});
@@ -238,7 +238,7 @@ void TestFill::looksAgainWhenTold() {
     writeRows();
     QVERIFY(run({u"upgrade"_s}).out.contains(u"1 files could not be read"_s));
     QVERIFY(QFile::rename(file + u".away"_s, file));
-    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 3, nothing to do\n"_s);
+    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 4, nothing to do\n"_s);
     QCOMPARE(column("SELECT COUNT(*) AS x FROM Image WHERE ContentDate IS NULL"), QStringList{u"1"_s});
     QVERIFY(
         run({u"upgrade"_s, u"--refill"_s}).out.startsWith(u"Older rows: filled 0 patients and 1 images\n"_s));
@@ -249,7 +249,7 @@ void TestFill::looksAgainWhenTold() {
 void TestFill::triesAgainWhereNothingOfTheArchiveIsThere() {
     constexpr int Images = 250;  // more than a batch
     const QString again =
-        u"is the archive's disk there? The next upgrade tries again\nDicomFDB: version 3\n"_s;
+        u"is the archive's disk there? The next upgrade tries again\nDicomFDB: version 4\n"_s;
     makeOlder();
     for (int number = 1; number <= Images; ++number)
         addObject(number);
@@ -265,8 +265,8 @@ void TestFill::triesAgainWhereNothingOfTheArchiveIsThere() {
     QVERIFY(run({u"upgrade"_s, u"--refill"_s}).out.endsWith(again));
     QVERIFY(QDir{}.rename(images + u".away"_s, images));
     QCOMPARE(run({u"upgrade"_s}).out,
-             u"Older rows: filled 0 patients and 250 images\nDicomFDB: version 3\n"_s);
-    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 3, nothing to do\n"_s);
+             u"Older rows: filled 0 patients and 250 images\nDicomFDB: version 4\n"_s);
+    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 4, nothing to do\n"_s);
     QCOMPARE(run({u"check"_s}).out, u"DicomFDB: ok\n"_s);
 
     // What has once been given up is tried when told, and by nobody else.
@@ -274,7 +274,7 @@ void TestFill::triesAgainWhereNothingOfTheArchiveIsThere() {
     QVERIFY(QDir{}.rename(images, images + u".away"_s));
     QVERIFY(
         run({u"upgrade"_s, u"--refill"_s}).out.contains(u"0 images; 1 files could not be read\nDicomFDB"_s));
-    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 3, nothing to do\n"_s);
+    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 4, nothing to do\n"_s);
 }
 
 void TestFill::fillsPatientsOfAnyNumber() {
@@ -331,7 +331,7 @@ void TestFill::goesOnWhereItWasBrokenOff() {
     QCOMPARE(rest.status, 0);
     QVERIFY2(rest.out.contains(u"filled 0 patients and 0 images; %1 files could not be read"_s.arg(left)),
              qPrintable(rest.out.right(300)));
-    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 3, nothing to do\n"_s);
+    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 4, nothing to do\n"_s);
 }
 
 void TestFill::runsWhileAServerStores() {

@@ -27,7 +27,7 @@ void TestUpgrade::leavesTodaysTablesAlone() {
     create();
     const auto before = column("SELECT Version FROM SchemaVersion");
     const auto upgraded = run({u"upgrade"_s});
-    QCOMPARE(upgraded.out, u"DicomFDB: version 3, nothing to do\n"_s);
+    QCOMPARE(upgraded.out, u"DicomFDB: version 4, nothing to do\n"_s);
     QCOMPARE(upgraded.err, QString());
     QCOMPARE(upgraded.status, 0);
     const auto quiet = run({u"upgrade"_s, u"--quiet"_s});
@@ -51,7 +51,8 @@ void TestUpgrade::upgradesAnOlderDatabase() {
     QCOMPARE(upgraded.err, QString());
     QCOMPARE(upgraded.status, 0);
     QStringList lines = upgraded.out.toLower().split(u'\n', Qt::SkipEmptyParts);
-    QCOMPARE(lines.takeLast(), u"dicomfdb: version 3"_s);
+    QCOMPARE(lines.takeLast(), u"dicomfdb: version 4"_s);
+    QCOMPARE(lines.takeLast(), u"version 4: the server has jobs, and knows how large its files are"_s);
     QCOMPARE(lines.takeLast(), u"version 3: queries find objects by all their keys"_s);
     QCOMPARE(lines.takeLast(), u"version 2: the tables have a version"_s);
     lines.sort();
@@ -66,7 +67,7 @@ void TestUpgrade::upgradesAnOlderDatabase() {
     QCOMPARE(run({u"check"_s}).out, u"DicomFDB: ok\n"_s);
     QCOMPARE(column("SELECT Name FROM Printers"), QStringList{u"laser"_s});
     QCOMPARE(column("SELECT User FROM Users ORDER BY User"), QStringList{u"admin"_s});
-    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 3, nothing to do\n"_s);
+    QCOMPARE(run({u"upgrade"_s}).out, u"DicomFDB: version 4, nothing to do\n"_s);
 }
 
 void TestUpgrade::addsAnyColumnThatHasADefault_data() {
@@ -92,14 +93,14 @@ void TestUpgrade::addsAnyColumnThatHasADefault() {
 
 void TestUpgrade::refusesANewerDatabase() {
     create();
-    change(u"UPDATE SchemaVersion SET Version = 4"_s);
+    change(u"UPDATE SchemaVersion SET Version = 5"_s);
     const auto refused = run({u"upgrade"_s});
     QCOMPARE(refused.status, 1);
     QCOMPARE(refused.out, QString());
     QCOMPARE(refused.err,
-             u"tessaly-db: The tables are of version 4, newer than the version 3 that this program "
+             u"tessaly-db: The tables are of version 5, newer than the version 4 that this program "
              "knows\n"_s);
-    QCOMPARE(column("SELECT Version FROM SchemaVersion"), QStringList{u"4"_s});
+    QCOMPARE(column("SELECT Version FROM SchemaVersion"), QStringList{u"5"_s});
 }
 
 void TestUpgrade::makesNoTablesWhereThereAreNone_data() {

@@ -1,0 +1,78 @@
+#include <sys/stat.h>
+
+#include <QTemporaryDir>
+#include <QTest>
+#include <fstream>
+
+#include "jobs/Spool.h"
+
+using namespace tessaly;
+namespace fs = std::filesystem;
+
+class SpoolTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void nobodyElseReadsIt();
+    void whatSomebodyMakesStays();
+    void whatAJobHasStays();
+    void whatAKilledServerLeftGoes();
+    void aRootWithoutOneIsClean();
+
+  private:
+    [[nodiscard]] fs::path root() const { return folder_.path().toStdString(); }
+    QTemporaryDir folder_;
+};
+
+void SpoolTest::nobodyElseReadsIt() {
+    const jobs::Spool spool{root()};
+    const std::string content = "1.2.3\n";
+    const auto entry = spool.write("COMMIT", content);
+    const auto folder = spool.makeFolder("PRINT");
+    struct stat found {};
+    QCOMPARE(::stat(entry.path.c_str(), &found), 0);
+    QCOMPARE(found.st_mode & 07777U, 0600U);
+    QCOMPARE(::stat(spool.folder().c_str(), &found), 0);
+    QCOMPARE(found.st_mode & 07777U, 0700U);
+    QCOMPARE(::stat(folder.path.c_str(), &found), 0);
+    QCOMPARE(found.st_mode & 07777U, 0700U);
+    std::ifstream stream{entry.path};
+    QCOMPARE(std::string(std::istreambuf_iterator<char>{stream}, {}), content);
+    QCOMPARE(entry.path.parent_path(), root() / ".spool");
+}
+
+void SpoolTest::whatSomebodyMakesStays() {
+    const jobs::Spool spool{root()};
+    const auto file = spool.makeFile("A");
+    const auto folder = spool.makeFolder("B");
+    (void)spool.clean([](const fs::path&) { return false; });
+    QVERIFY(fs::exists(file.path));
+    QVERIFY(fs::exists(folder.path));
+}
+
+void SpoolTest::whatAJobHasStays() {
+    const jobs::Spool spool{root()};
+    const fs::path kept = spool.makeFile("A").path;
+    (void)spool.clean([&](const fs::path& path) { return path == kept; });
+    QVERIFY(fs::exists(kept));
+}
+
+void SpoolTest::whatAKilledServerLeftGoes() {
+    const jobs::Spool spool{root()};
+    (void)spool.clean([](const fs::path&) { return false; });
+    const fs::path file = spool.makeFile("A").path;
+    const fs::path folder = spool.makeFolder("B").path;
+    std::ofstream{folder / "image"} << "pixels";
+    QCOMPARE(spool.clean([](const fs::path&) { return false; }), std::size_t{2});
+    QVERIFY(!fs::exists(file));
+    QVERIFY(!fs::exists(folder));
+}
+
+void SpoolTest::aRootWithoutOneIsClean() {
+    const jobs::Spool spool{root() / "nowhere"};
+    QCOMPARE(spool.clean([](const fs::path&) { return false; }), std::size_t{0});
+    QVERIFY_EXCEPTION_THROWN((void)spool.makeFile("A"), std::system_error);
+}
+
+QTEST_GUILESS_MAIN(SpoolTest)
+#include "tst_spool.moc"
