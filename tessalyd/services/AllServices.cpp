@@ -1,5 +1,6 @@
 #include "tessalyd/services/AllServices.h"
 
+#include "tessalyd/forwarding/ftp/Handler.h"
 #include "tessalyd/services/query/FindService.h"
 #include "tessalyd/services/retrieve/GetService.h"
 #include "tessalyd/services/retrieve/MoveService.h"
@@ -21,8 +22,8 @@ ServiceFactory allServices(ServiceContext& shared) {
     };
 }
 
-std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& /*shared*/) {
-    return {};
+std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& shared) {
+    return {{ftp::JobKind, ftp::makeHandler(shared.decoders, shared.quietTime)}};
 }
 
 }  // namespace tessaly::tessalyd
