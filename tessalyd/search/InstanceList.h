@@ -20,6 +20,9 @@ struct StoredInstance {
     std::string root;               ///< the beginning of `file`, up to the study's folder
 };
 
+/// The folder that a study's lies in.
+[[nodiscard]] std::string rootOf(std::string study);
+
 /// Opens the file for reading; a symbolic link below the root is not followed. Throws std::runtime_error,
 /// whose text has no path.
 [[nodiscard]] base::FileDescriptor openStored(const StoredInstance& instance);
