@@ -79,7 +79,6 @@ int Committer::hearReport(std::uint16_t answer) {
         if (received.command.field() != dicom::CommandField::NEventReport)
             return -1;
         messages.send(association_->contexts().front(), dicom::Command::responseTo(received.command, answer));
-        (void)messages.hasMore();  // what is to be sent goes out before anything is looked for
         return received.command.number(DCM_EventTypeID).value_or(-1);
     } catch (const dicom::AssociationEnded&) {
         return 0;

@@ -34,7 +34,8 @@ class Committer {
     /// Sends the bytes as the request's data set.
     [[nodiscard]] int askBytes(const CommitmentAsk& ask, std::span<const char> dataSet);
 
-    /// Waits for a report over this association and answers it. Returns its event type; 0 if none comes.
+    /// Waits for a report over this association and answers it, which goes out with what comes next. Returns
+    /// its event type; 0 if none comes.
     [[nodiscard]] int hearReport(std::uint16_t answer = 0);
 
   private:
