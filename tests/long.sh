@@ -33,7 +33,7 @@ shared_archive() {
 # Without ctest, whose limit of time is for the short form.
 largest_objects() {
     TESSALY_TEST_OBJECT_BYTES=4294967294 TESSALY_TEST_FRAGMENT_BYTES=6442450944 TESSALY_TEST_FILM_BYTES=3221225472 \
-        QTEST_FUNCTION_TIMEOUT=3600000 dbus-run-session -- build/release/tests/tst_large
+        TESSALY_TEST_STUDY_OBJECTS=20000 QTEST_FUNCTION_TIMEOUT=3600000 dbus-run-session -- build/release/tests/tst_large
 }
 
 # Without ctest, whose limit of time is for the short form.

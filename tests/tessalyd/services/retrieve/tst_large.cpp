@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
+#include <mutex>
 
 #include "dicom/net/ObjectSender.h"
 #include "tests/tessalyd/Processes.h"
@@ -200,12 +202,15 @@ class LargeTest : public MoveTest {
   private Q_SLOTS:
     void itGoesInAndComesOutByteForByte_data();
     void itGoesInAndComesOutByteForByte();
+    void aStudyOfManyObjectsComesOutWhole();
 
   private:
+    using Take = std::function<void(const std::string& instance, std::span<const char> part)>;
+
     /// The peak of the server's memory, in kilobytes.
     [[nodiscard]] long long peakMemory() const { return peakMemoryOf(daemon_->process.processId()); }
     void send(LargeObject& object) const;
-    void fetch(const LargeObject& object, Comparison& comparison) const;
+    void fetch(const dicom::ObjectKind& kind, const Take& take) const;
 };
 
 void LargeTest::send(LargeObject& object) const {
@@ -221,7 +226,7 @@ void LargeTest::send(LargeObject& object) const {
 }
 
 /// By C-GET, without keeping it.
-void LargeTest::fetch(const LargeObject& object, Comparison& comparison) const {
+void LargeTest::fetch(const dicom::ObjectKind& kind, const Take& take) const {
     constexpr std::chrono::seconds Patience{600};
     const auto association = dicom::openAssociation({.host = "127.0.0.1",
                                                      .port = daemon_->port().toUShort(),
@@ -241,14 +246,16 @@ void LargeTest::fetch(const LargeObject& object, Comparison& comparison) const {
     identifier.putAndInsertString(DCM_StudyInstanceUID, Study);
     messages.send(association->contexts().front(), get, &identifier);
     for (;;) {
-        const auto [context, command] = messages.receive(Patience);
+        const auto received = messages.receive(Patience);
+        const dicom::Command& command = received.command;
         if (command.isResponse()) {
             if ((command.status() & 0xff00) == 0xff00)
                 continue;
             QCOMPARE(command.status(), 0);
             break;
         }
-        (void)messages.receiveDataSet(Patience, [&](std::span<const char> part) { comparison.take(part); });
+        (void)messages.receiveDataSet(
+            Patience, [&](std::span<const char> part) { take(command.sopInstanceUid(), part); });
         messages.send(association->contexts().back(), dicom::Command::responseTo(command, 0));
     }
     association->release();
@@ -274,7 +281,7 @@ void LargeTest::itGoesInAndComesOutByteForByte() {
     const long long before = peakMemory();
     send(object);
     Comparison fetched{object};
-    fetch(object, fetched);
+    fetch(object.kind(), [&](const std::string&, std::span<const char> part) { fetched.take(part); });
     QVERIFY(fetched.isWhole());
     Retriever viewer{daemon_->port()};
     askForMove(viewer);
@@ -282,6 +289,42 @@ void LargeTest::itGoesInAndComesOutByteForByte() {
     QCOMPARE(answer.status, 0);
     QCOMPARE(answer.counters, (Progress{-1, 1, 0, 0}));
     QVERIFY(moved.isWhole());
+    const long long grown = peakMemory() - before;
+    QVERIFY2(grown < Most, qPrintable(QString::number(grown)));
+}
+
+void LargeTest::aStudyOfManyObjectsComesOutWhole() {
+    constexpr int Side = 8;
+    constexpr long long Most = 64 << 10;
+    const int count = static_cast<int>(pixelBytes("TESSALY_TEST_STUDY_OBJECTS", 300));
+    std::mutex mutex;
+    QMap<QString, QByteArray> moved;
+    ScriptedServer server;
+    server.on(CommandField::CStore, [&](const Request& request, Association& association) {
+        QByteArray bytes;
+        (void)association.receiveDataSet([&](std::span<const char> part) {
+            bytes.append(part.data(), static_cast<qsizetype>(part.size()));
+        });
+        const std::lock_guard lock{mutex};
+        moved[QString::fromStdString(request.command.sopInstanceUid())] = bytes;
+        association.respond(request, STATUS_Success);
+    });
+    launchWith({destination(server.port())});
+    const long long before = peakMemory();
+    QCOMPARE(storeStudy(count, Side).size(), count);
+    QMap<QString, QByteArray> fetched;
+    fetch({CtClass, Explicit}, [&](const std::string& instance, std::span<const char> part) {
+        fetched[QString::fromStdString(instance)].append(part.data(), static_cast<qsizetype>(part.size()));
+    });
+    const auto stored = storedDataSets();
+    QCOMPARE(stored.size(), count);
+    QVERIFY(fetched == stored);
+    Retriever viewer{daemon_->port()};
+    askForMove(viewer);
+    const Retrieved answer = viewer.collect();
+    QCOMPARE(answer.status, 0);
+    QCOMPARE(answer.counters, (Progress{-1, count, 0, 0}));
+    QVERIFY(moved == stored);
     const long long grown = peakMemory() - before;
     QVERIFY2(grown < Most, qPrintable(QString::number(grown)));
 }
