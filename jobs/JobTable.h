@@ -55,7 +55,10 @@ struct Ending {
     State state = State::Done;
     std::chrono::seconds delay{0};  ///< of one that waits: until the next attempt
     int attempts = 0;
-    std::string error = {};   ///< cut at 255 characters
+    std::string error = {};  ///< cut at 255 characters
+    /// Of one that is done: its nextAttempt when it was claimed. If that has changed, something was added to
+    /// it meanwhile, and it waits for another attempt instead.
+    std::optional<Time> claimedAt = {};
     bool beginsAnew = false;  ///< the time to give up counts from now on
 };
 bool finish(const db::Connection& connection, long long number, std::string_view owner, const Ending& ending);
@@ -86,6 +89,10 @@ struct Troubles {
 /// In the caller's transaction.
 void addItem(const db::Connection& connection, std::string_view kind, std::string_view key,
              std::string_view item);
+/// The same, and has the job begin when nothing was added for its delay: it is made if it is not there, put
+/// off if it waits, begun anew if it has ended, and not done yet if it runs. One that waits after a fault
+/// keeps its time. Whatever it does, no item is left without an attempt to come.
+void addItemTo(const db::Connection& connection, const NewJob& job, std::string_view item);
 struct Item {
     std::string item;
     Time added{};

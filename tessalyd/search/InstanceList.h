@@ -20,12 +20,12 @@ struct StoredInstance {
     std::string root;               ///< the beginning of `file`, up to the study's folder
 };
 
-/// The folder that a study's lies in.
-[[nodiscard]] std::string rootOf(std::string study);
-
 /// Opens the file for reading; a symbolic link below the root is not followed. Throws std::runtime_error,
 /// whose text has no path.
 [[nodiscard]] base::FileDescriptor openStored(const StoredInstance& instance);
+
+/// The beginning of a study's native path that StoredInstance::root has: the folder that the study's lies in.
+[[nodiscard]] std::string rootOf(std::string study);
 
 /// The instances that a retrieval is to send, in the order of sending: study by study, series by series, by
 /// number. Made at once, so that their number is known and neither a statement nor a snapshot of the tables

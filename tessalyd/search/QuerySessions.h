@@ -33,6 +33,7 @@ class QuerySessions {
         Lease& operator=(Lease&&) = delete;
 
         [[nodiscard]] db::StatementCache& statements() const noexcept { return session_->statements; }
+        [[nodiscard]] const db::Connection& connection() const noexcept { return session_->connection; }
 
       private:
         QuerySessions* owner_;

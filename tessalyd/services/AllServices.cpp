@@ -1,5 +1,6 @@
 #include "tessalyd/services/AllServices.h"
 
+#include "tessalyd/forwarding/ftp/Handler.h"
 #include "tessalyd/services/commitment/CommitmentService.h"
 #include "tessalyd/services/query/FindService.h"
 #include "tessalyd/services/retrieve/GetService.h"
@@ -24,7 +25,8 @@ ServiceFactory allServices(ServiceContext& shared) {
 }
 
 std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& shared) {
-    return {{CommitmentKind, commitmentHandler(shared)}};
+    return {{CommitmentKind, commitmentHandler(shared)},
+            {ftp::JobKind, ftp::makeHandler(shared.decoders, shared.quietTime)}};
 }
 
 }  // namespace tessaly::tessalyd

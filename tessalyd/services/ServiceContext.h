@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -42,6 +44,8 @@ class ServiceContext {
     OutboundSlots outboundSlots;  ///< for associations of ours to others
     /// A job was committed, or dropped: to be called behind that. Set before the first association.
     std::function<void()> wakeJobs = [] {};
+    /// How long nothing may come for a series before what was stored of it for an FTP node is delivered.
+    std::atomic<std::chrono::seconds> quietTime{std::chrono::seconds{60}};
 
   private:
     mutable std::mutex mutex_;
