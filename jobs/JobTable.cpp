@@ -1,7 +1,13 @@
 #include "jobs/JobTable.h"
 
+#include <sys/random.h>
+
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include "db/Query.h"
@@ -187,6 +193,33 @@ bool claim(const db::Connection& connection, long long number, std::string_view 
     } catch (const db::DuplicateKey&) {  // of the lane
         return false;
     }
+}
+
+std::optional<Job> claimFailed(const db::Connection& connection, std::string_view kind,
+                               std::string_view target, std::string_view owner) {
+    try {
+        const bool isClaimed = change(
+            connection,
+            "UPDATE Job SET State=?, Lane=Kind || '/' || Target, Owner=?, Lease=@+? WHERE State=? AND "
+            "Number=(SELECT MIN(Number) FROM Job WHERE Kind=? AND Target=? AND State=? AND Attempts>0)",
+            {number(State::Running), text(owner), seconds(LeaseTime), number(State::Waiting), text(kind),
+             text(target), number(State::Waiting)});
+        if (!isClaimed)
+            return std::nullopt;
+    } catch (const db::DuplicateKey&) {  // of the lane
+        return std::nullopt;
+    }
+    return first(select(connection, " WHERE Owner=? AND State=?", {text(owner), number(State::Running)}));
+}
+
+std::string newOwner() {
+    std::array<std::uint32_t, 4> words{};
+    if (::getrandom(words.data(), sizeof words, 0) != static_cast<ssize_t>(sizeof words))
+        throw std::system_error{errno, std::generic_category(), "no random number"};
+    std::string name;
+    for (const std::uint32_t word : words)
+        name.append(name.empty() ? "" : "-").append(std::to_string(word));
+    return name;
 }
 
 bool extend(const db::Connection& connection, long long number, std::string_view owner) {

@@ -39,6 +39,12 @@ constexpr std::chrono::seconds LeaseTime{60};
 [[nodiscard]] std::vector<Job> due(const db::Connection& connection, std::size_t most);
 /// Claims a job for an owner. Returns false if it is not due any more, or another one of its lane runs.
 bool claim(const db::Connection& connection, long long number, std::string_view owner);
+/// Claims the oldest job of a kind and a target that waits for another attempt, due or not: there is another
+/// way to do it just now. Returns nullopt if there is none, or one of the lane runs. Not in a transaction.
+[[nodiscard]] std::optional<Job> claimFailed(const db::Connection& connection, std::string_view kind,
+                                             std::string_view target, std::string_view owner);
+/// A name for an owner that nobody else has.
+[[nodiscard]] std::string newOwner();
 /// Returns false if the job is the owner's no more: what it does has to end.
 bool extend(const db::Connection& connection, long long number, std::string_view owner);
 /// Likewise. Keeps the handler's note (4,000 characters at most).

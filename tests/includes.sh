@@ -16,12 +16,14 @@ console/ui              > archive
 tessalyd/main           > tessalyd/control
 tessalyd/control        > tessalyd/Server
 tessalyd/Server         > tessalyd/services
-tessalyd/services       > tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve
+tessalyd/services       > tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve tessalyd/services/commitment
 tessalyd/services/verification > tessalyd/association
 tessalyd/services/storage      > tessalyd/services/ServiceContext
 tessalyd/services/retrieve     > tessalyd/services/query
+tessalyd/services/commitment   > tessalyd/services/ServiceContext
 tessalyd/services/query        > tessalyd/services/ServiceContext
-tessalyd/services/ServiceContext > tessalyd/association tessalyd/search tessalyd/store jobs tessalyd/forwarding/ftp
+tessalyd/services/ServiceContext > tessalyd/services/JobSessions tessalyd/association tessalyd/search tessalyd/store tessalyd/forwarding/ftp
+tessalyd/services/JobSessions  > tessalyd/configuration jobs
 tessalyd/forwarding/ftp > tessalyd/search jobs
 tessalyd/search         > tessalyd/Log archive decoder
 tessalyd/store          > tessalyd/Log archive decoder

@@ -23,27 +23,43 @@ Association::Association(T_ASC_Association& association, const PortConfiguration
       contexts_(std::move(contexts)),
       stop_(std::move(stop)) {}
 
-Request Association::receiveRequest() {
+Request Association::receiveRequest(const std::function<void()>& whileIdle) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::seconds IdleInterval{1};
     isCancelled_ = false;
     current_.reset();  // a C-CANCEL that comes too late stops nothing
-    Request request = receive(limits_.idle);
-    if (request.command.isResponse())
+    const auto end = Clock::now() + limits_.idle;
+    std::optional<Request> received;
+    while (!received) {
+        while (whileIdle && Clock::now() < end && !waitForMessage(IdleInterval))
+            whileIdle();
+        received = receiveOther(limits_.idle);
+    }
+    if (received->command.isResponse())
         throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
-    current_ = request.command.messageId();
-    return request;
+    current_ = received->command.messageId();
+    return std::move(*received);
 }
 
 Request Association::receive(std::chrono::seconds timeout) {
     std::optional<Request> received;
     while (!received)
-        received = receiveUnlessCancel(timeout);
+        received = receiveOther(timeout);
     return *received;
 }
 
-std::optional<Request> Association::receiveUnlessCancel(std::chrono::seconds timeout) {
+/// Returns nullopt for a C-CANCEL, which is noted, and for the response to a notification.
+std::optional<Request> Association::receiveOther(std::chrono::seconds timeout) {
     auto [id, command] = messages_.receive(timeout);
     if (!command.isResponse() && command.field() == CommandField::CCancel) {
         isCancelled_ = isCancelled_ || current_ == command.messageId();
+        return std::nullopt;
+    }
+    if (auto notified = command.isResponse() ? notified_.extract(command.messageId())
+                                             : std::map<std::uint16_t, Answered>::node_type{}) {
+        messages_.passOverDataSet(limits_.answer);
+        if (notified.mapped())
+            notified.mapped()(command);
         return std::nullopt;
     }
     return Request{.command = std::move(command), .context = &context(id)};
@@ -67,7 +83,7 @@ bool Association::isCancelled() {
     messages_.passOverDataSet(limits_.answer);
     while (!isCancelled_ && messages_.hasMore()) {
         // One request at a time is what has been negotiated: before its response nothing else may come.
-        if (receiveUnlessCancel(limits_.answer))
+        if (receiveOther(limits_.answer))
             throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
     }
     return isCancelled_;
@@ -105,6 +121,18 @@ Association::Response Association::invoke(const AcceptedContext& context, const 
     if (response.command.hasDataSet() && !belongs)
         throw AssociationEnded{DIMSE_BADDATA};
     return response;
+}
+
+void Association::notify(const AcceptedContext& context, dicom::Command request,
+                         std::span<const char> dataSet, Answered answered) {
+    constexpr std::size_t MostUnanswered = 1000;
+    if (notified_.size() >= MostUnanswered)
+        throw AssociationEnded{DIMSE_NODATAAVAILABLE};
+    messages_.passOverDataSet(limits_.answer);
+    messages_.sendCommand(context.id, request.setHasDataSet(!dataSet.empty()));
+    if (!dataSet.empty())
+        messages_.sendDataSet(context.id, dataSet, true);
+    notified_.insert_or_assign(request.messageId(), std::move(answered));
 }
 
 bool Association::waitForMessage(std::chrono::seconds atMost) {

@@ -4,6 +4,8 @@
 #include <dcmtk/dcmnet/assoc.h>
 
 #include <chrono>
+#include <functional>
+#include <map>
 #include <optional>
 #include <span>
 #include <stop_token>
@@ -40,8 +42,9 @@ class Association {
     /// Stopped when the association is to be aborted.
     [[nodiscard]] const std::stop_token& stop() const noexcept { return stop_; }
 
-    /// The next request, from a requestor that may be idle until then. For the dispatcher.
-    [[nodiscard]] Request receiveRequest();
+    /// The next request, from a requestor that may be idle until then. For the dispatcher. `whileIdle`, where
+    /// there is any, is called about once a second until it comes: it may send requests of ours by notify().
+    [[nodiscard]] Request receiveRequest(const std::function<void()>& whileIdle = {});
 
     /// Takes the whole data set of the request. Returns false if it came in another context than the command.
     /// A data set that is not taken is passed over by whatever is called next. What the sink throws comes
@@ -69,6 +72,12 @@ class Association {
     /// The data set of a response may have 4 MB.
     [[nodiscard]] Response invoke(const AcceptedContext& context, const dicom::Command& request,
                                   DcmDataset* dataSet = nullptr);
+    /// Sends a request of ours and waits for nothing: the response may come at any time, between requests or
+    /// within one, and is passed on then, or to nobody. For what an SCU need not be asked, N-EVENT-REPORT.
+    /// The data set, if there is one, is in the context's transfer syntax.
+    using Answered = std::function<void(const dicom::Command& response)>;
+    void notify(const AcceptedContext& context, dicom::Command request, std::span<const char> dataSet = {},
+                Answered answered = {});
     /// The same in parts: what is sent otherwise, and its response. A C-CANCEL that comes before the response
     /// is noted.
     [[nodiscard]] dicom::MessageStream& messages() noexcept { return messages_; }
@@ -78,7 +87,7 @@ class Association {
 
   private:
     [[nodiscard]] Request receive(std::chrono::seconds timeout);
-    [[nodiscard]] std::optional<Request> receiveUnlessCancel(std::chrono::seconds timeout);
+    [[nodiscard]] std::optional<Request> receiveOther(std::chrono::seconds timeout);
     [[nodiscard]] const AcceptedContext& context(T_ASC_PresentationContextID id) const;
 
     T_ASC_Association& association_;
@@ -91,6 +100,7 @@ class Association {
     std::stop_token stop_;
     std::optional<std::uint16_t> current_;  // the message ID of the request that is being answered
     bool isCancelled_ = false;
+    std::map<std::uint16_t, Answered> notified_;  // by the message IDs of requests without a response so far
 };
 
 }  // namespace tessaly::tessalyd

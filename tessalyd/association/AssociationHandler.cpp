@@ -97,7 +97,7 @@ void AssociationHandler::answer() {
     shared_.log.add(PeerLog::Event::Association, names_.text() + ": association accepted");
     dump("accepted", ASC_ASSOC_AC);
     try {
-        serve(association, negotiated, peerServices.nodes.get());
+        serve(association, negotiated, peerServices);
     } catch (const AssociationEnded& ended) {
         end(ended.reason());
     }
@@ -115,13 +115,23 @@ void AssociationHandler::reject(Rejection rejection) {
 }
 
 void AssociationHandler::serve(Association& association, const Negotiated& negotiated,
-                               const RemoteNodes* nodes) {
+                               const PeerServices& peerServices) {
+    std::vector<Service*> withNews;
+    for (const auto& service : peerServices.services)
+        if (service->hasNews(association))
+            withNews.push_back(service.get());
+    std::function<void()> whileIdle;
+    if (!withNews.empty())
+        whileIdle = [&] {
+            for (Service* service : withNews)
+                service->whileIdle(association);
+        };
     for (;;) {
         entry_->setIdle();
-        const Request request = association.receiveRequest();
+        const Request request = association.receiveRequest(whileIdle);
         entry_->setBusy();
         try {
-            dispatch(request, association, negotiated, nodes);
+            dispatch(request, association, negotiated, peerServices.nodes.get());
         } catch (const RequestFailure& failure) {
             association.respond(request, failure);
         }

@@ -43,7 +43,7 @@ class AssociationHandler {
   private:
     void answer();
     void reject(Rejection rejection);
-    void serve(Association& association, const Negotiated& negotiated, const RemoteNodes* nodes);
+    void serve(Association& association, const Negotiated& negotiated, const PeerServices& peerServices);
     void dispatch(const Request& request, Association& association, const Negotiated& negotiated,
                   const RemoteNodes* nodes) const;
     void end(const OFCondition& reason);

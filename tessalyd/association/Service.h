@@ -100,6 +100,12 @@ class Service {
 
     virtual void answer(const Request& request, Association& association) = 0;
 
+    /// True if the service may have something to tell the requestor by itself. Asked once, behind the
+    /// negotiation: whileIdle() is called then, about once a second, while the next request is waited for. It
+    /// sends by Association::notify() and waits for nobody.
+    [[nodiscard]] virtual bool hasNews(const Association& /*association*/) { return false; }
+    virtual void whileIdle(Association& /*association*/) {}
+
     /// What it has done, for the log's line at the association's end; empty when there is nothing to say.
     [[nodiscard]] virtual std::string summary() const { return {}; }
 };

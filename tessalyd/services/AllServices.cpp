@@ -1,6 +1,7 @@
 #include "tessalyd/services/AllServices.h"
 
 #include "tessalyd/forwarding/ftp/Handler.h"
+#include "tessalyd/services/commitment/CommitmentService.h"
 #include "tessalyd/services/query/FindService.h"
 #include "tessalyd/services/retrieve/GetService.h"
 #include "tessalyd/services/retrieve/MoveService.h"
@@ -11,19 +12,21 @@ namespace tessaly::tessalyd {
 
 ServiceFactory allServices(ServiceContext& shared) {
     const auto unlisted = std::make_shared<UnlistedClasses>();
-    return [&shared, unlisted](const PortConfiguration& /*port*/, const AssociationNames& /*peer*/) {
+    return [&shared, unlisted](const PortConfiguration& port, const AssociationNames& /*peer*/) {
         PeerServices made{.services = {}, .nodes = shared.settings()->nodes};
         made.services.push_back(std::make_unique<EchoService>());
         made.services.push_back(std::make_unique<StoreService>(shared, *unlisted));
         made.services.push_back(std::make_unique<FindService>(shared));
         made.services.push_back(std::make_unique<GetService>(shared));
         made.services.push_back(std::make_unique<MoveService>(shared));
+        made.services.push_back(std::make_unique<CommitmentService>(shared, port));
         return made;
     };
 }
 
 std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& shared) {
-    return {{ftp::JobKind, ftp::makeHandler(shared.decoders, shared.quietTime)}};
+    return {{CommitmentKind, commitmentHandler(shared)},
+            {ftp::JobKind, ftp::makeHandler(shared.decoders, shared.quietTime)}};
 }
 
 }  // namespace tessaly::tessalyd

@@ -11,6 +11,7 @@
 #include "tessalyd/configuration/Configuration.h"
 #include "tessalyd/configuration/RemoteNodes.h"
 #include "tessalyd/search/QuerySessions.h"
+#include "tessalyd/services/JobSessions.h"
 #include "tessalyd/store/ArchiveIndex.h"
 
 namespace tessaly::tessalyd {
@@ -38,6 +39,7 @@ class ServiceContext {
 
     ArchiveIndex index;           ///< writes what is stored into the tables
     QuerySessions sessions;       ///< read the tables for queries and retrievals
+    JobSessions jobs;             ///< write the tables of jobs
     decoder::Pool& decoders;      ///< convert objects from one transfer syntax to another
     OutboundSlots outboundSlots;  ///< for associations of ours to others
     /// A job was committed, or dropped: to be called behind that. Set before the first association.
