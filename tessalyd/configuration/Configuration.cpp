@@ -116,7 +116,7 @@ void openDatabase(db::Connection& connection, db::Purpose purpose) {
 Configuration readConfiguration(const db::Connection& connection) {
     // Said now and in words that help, not by the engine when an object comes.
     schema::requireUpgraded(connection, {"DicomServer", "Port", "PortRemoteNodes", "DicomNodes", "Patient",
-                                         "Study", "Series", "Image", "Job", "JobItem"});
+                                         "Study", "Series", "Image", "FtpNodes", "Job", "JobItem"});
     Configuration configuration;
     db::Query query{connection, "SELECT * FROM DicomServer"};
     if (db::ResultSet row = query.open(); row.next()) {

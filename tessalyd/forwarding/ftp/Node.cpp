@@ -66,7 +66,8 @@ std::optional<Address> parseAddress(std::string_view text) {
 }
 
 std::optional<Node> findNode(const db::Connection& connection, std::string_view name) {
-    db::Query query{connection, "SELECT * FROM FtpNodes WHERE Name=?"};
+    // A table that a console has made compares names with regard to case by itself.
+    db::Query query{connection, "SELECT * FROM FtpNodes WHERE LOWER(Name)=LOWER(?)"};
     query.bind(1, db::varchar(std::string{base::trimmed(name)}));
     db::ResultSet row = query.open();
     if (!row.next())

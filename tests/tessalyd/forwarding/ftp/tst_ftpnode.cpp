@@ -19,6 +19,7 @@ class FtpNodeTest : public QObject {
     void splitsFolders_data();
     void splitsFolders();
     void findsANodeWithoutRegardToCase();
+    void findsANodeInTheConsolesOwnTable();
 };
 
 void FtpNodeTest::readsHosts_data() {
@@ -116,6 +117,21 @@ void FtpNodeTest::findsANodeWithoutRegardToCase() {
     QCOMPARE(ftp::targetOf(" BackUp "), std::string{"backup"});
     QVERIFY(!ftp::findNode(connection, "backup2"));
     QVERIFY(!ftp::findNode(connection, ""));
+}
+
+void FtpNodeTest::findsANodeInTheConsolesOwnTable() {
+    const ScratchDatabase database;
+    database.run(u"DROP TABLE FtpNodes"_s);
+    database.run(
+        u"CREATE TABLE FtpNodes (Name VARCHAR(16) NOT NULL PRIMARY KEY, Host VARCHAR(64), "
+        "UserName VARCHAR(16), UserPwd VARCHAR(16), Destination VARCHAR(128), NodeType VARCHAR(8))"_s);
+    database.run(u"INSERT INTO FtpNodes (Name, Host) VALUES ('Backup', 'pacs')"_s);
+    tessaly::db::Connection connection;
+    openDatabase(connection);
+    const auto node = ftp::findNode(connection, "backup");
+    QVERIFY(node);
+    QCOMPARE(node->name, std::string{"Backup"});
+    QCOMPARE(node->type, std::string{});
 }
 
 QTEST_GUILESS_MAIN(FtpNodeTest)
