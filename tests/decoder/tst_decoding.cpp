@@ -51,6 +51,7 @@ class DecodingTest : public QObject {
     void nativeObjectsAreConvertedAsTheToolkitDoes_data();
     void nativeObjectsAreConvertedAsTheToolkitDoes();
     void whatIsBehindThePixelsStaysThere();
+    void anElementLongerThanTheObjectIsNotGivenToTheToolkit();
 };
 
 void DecodingTest::initTestCase() {
@@ -338,6 +339,21 @@ void DecodingTest::whatIsBehindThePixelsStaysThere() {
     const auto sorted = converted(encapsulated(Byte, {frame}) + late, EXS_JPEGLSLossless);
     QVERIFY(sorted);
     QVERIFY(sorted->contains(late) && sorted->endsWith(framePixels(Byte)));
+}
+
+/// It would take the four gigabytes that the length says before it looks for the bytes.
+void DecodingTest::anElementLongerThanTheObjectIsNotGivenToTheToolkit() {
+    DcmDataset set;
+    set.putAndInsertString(DCM_SOPClassUID, "1.2.840.10008.5.1.4.1.1.66");
+    set.putAndInsertString(DCM_SOPInstanceUID, "1.2.3");
+    const QByteArray begin = written(set, EXS_LittleEndianImplicit);
+    QVERIFY(converted(begin, EXS_LittleEndianImplicit).has_value());
+    // A sequence of one item whose one element reaches beyond it, and something behind.
+    const QByteArray item = QByteArray::fromHex("feff00e008000000"
+                                                "08005011f0ffffff");
+    const QByteArray sequence = QByteArray::fromHex("0800401110000000") + item;
+    const QByteArray behind = QByteArray::fromHex("1000100002000000") + "A ";
+    QVERIFY(!converted(begin + sequence + behind, EXS_LittleEndianImplicit));
 }
 
 QTEST_APPLESS_MAIN(DecodingTest)
