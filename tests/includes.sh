@@ -22,6 +22,7 @@ tessalyd/services/storage      > tessalyd/services/ServiceContext
 tessalyd/services/retrieve     > tessalyd/services/query
 tessalyd/services/query        > tessalyd/services/ServiceContext
 tessalyd/services/ServiceContext > tessalyd/association tessalyd/search tessalyd/store
+tessalyd/forwarding/volumes    > decoder
 tessalyd/search         > tessalyd/Log archive decoder
 tessalyd/store          > tessalyd/Log archive decoder
 tessalyd/association    > tessalyd/Log dicom/net
