@@ -13,7 +13,7 @@ namespace tessaly::tessalyd::volumes {
 
 namespace {
 
-constexpr std::size_t PartSize = std::size_t{512} << 10U;
+constexpr std::size_t PartSize = std::size_t{256} << 10U;
 constexpr std::size_t MostThreads = 4;
 constexpr int Level = 1;
 constexpr int RawDeflate = -15;  // the largest window, without a header

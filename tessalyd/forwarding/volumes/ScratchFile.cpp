@@ -1,3 +1,5 @@
+#include "tessalyd/forwarding/volumes/ScratchFile.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -6,8 +8,6 @@
 #include <cstdlib>
 #include <string>
 #include <system_error>
-
-#include "tessalyd/forwarding/volumes/StagedPixels.h"
 
 namespace tessaly::tessalyd::volumes {
 

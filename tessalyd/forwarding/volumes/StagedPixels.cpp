@@ -3,17 +3,11 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <functional>
-#include <optional>
-#include <stdexcept>
+#include <string>
 #include <type_traits>
 #include <utility>
 
-#include "decoder/Interest.h"
-#include "decoder/ObjectLayout.h"
-#include "decoder/Syntaxes.h"
-#include "dicom/data/FileWindow.h"
-#include "dicom/data/ObjectFile.h"
+#include "tessalyd/forwarding/volumes/PixelSource.h"
 #include "tessalyd/forwarding/volumes/VolumeRefusal.h"
 
 namespace tessaly::tessalyd::volumes {
@@ -79,68 +73,6 @@ void unpack(const char* bytes, std::span<Element> elements, const PixelFormat& f
     else
         each(Unsigned{});
 }
-
-/// Pixels of one object, in little endian and not compressed.
-class PixelSource {
-  public:
-    PixelSource(const Staging& staging, const std::filesystem::path& path) : object_(path) {
-        const dicom::TransferSyntax syntax{object_.kind().transferSyntax};
-        std::size_t size = object_.size();
-        dicom::TransferSyntax native = syntax;
-        if (!decoder::isNative(syntax) || !syntax.isLittleEndian()) {
-            native = dicom::TransferSyntax{EXS_LittleEndianExplicit};
-            size = decode(staging, syntax, native);
-        }
-        dicom::FileWindow window{size, [this, &staging](std::size_t at, std::span<char> target) {
-                                     staging.heartbeat();
-                                     read(at, target);
-                                 }};
-        auto layout = decoder::readLayout(window, size, native);
-        if (!layout || !layout->pixels || layout->pixels->isEncapsulated)
-            throw VolumeRefusal{"an image cannot be decoded"};
-        layout_ = std::move(*layout);
-    }
-
-    void read(std::size_t at, std::span<char> target) const {
-        if (decoded_)
-            decoded_->read(at, target);
-        else
-            object_.readAt(at, target);
-    }
-    /// Where a frame begins. Throws VolumeRefusal where it is not there as a slice of the volume.
-    [[nodiscard]] std::size_t frameAt(const Slice& slice, const VolumeLayout& volume) const {
-        const decoder::ImageDescription& image = layout_.image;
-        const std::uint64_t size = volume.pixelsOfSlice() * (slice.format.bitsAllocated / 8);
-        const std::uint64_t at = slice.frame * size;
-        if (image.rows != volume.rows || image.columns != volume.columns || image.samplesPerPixel != 1 ||
-            image.bitsAllocated != slice.format.bitsAllocated ||
-            at + size > layout_.pixels->end - layout_.pixels->valueAt)
-            throw VolumeRefusal{"an image has less pixel data than its header says"};
-        return layout_.pixels->valueAt + static_cast<std::size_t>(at);
-    }
-
-  private:
-    std::size_t decode(const Staging& staging, dicom::TransferSyntax from, dicom::TransferSyntax to) {
-        decoded_.emplace(staging.folder);
-        const decoder::Result result =
-            staging.decoders.convert({.file = object_.descriptor(),
-                                      .dataSetAt = object_.dataSetAt(),
-                                      .size = object_.size(),
-                                      .syntax = from},
-                                     {.file = decoded_->descriptor(), .syntax = to}, staging.interest);
-        if (result.outcome == decoder::Outcome::Stopped)
-            throw decoder::Abandoned{};
-        if (result.outcome != decoder::Outcome::Converted && result.isTransient)
-            throw std::runtime_error{"an image could not be decoded: " + result.reason};
-        if (result.outcome != decoder::Outcome::Converted)
-            throw VolumeRefusal{"an image cannot be decoded: " + result.reason};
-        return decoded_->size();
-    }
-
-    dicom::ObjectFile object_;
-    std::optional<ScratchFile> decoded_;
-    decoder::ObjectLayout layout_;
-};
 
 /// Copies frames into one volume.
 template <class Element>
@@ -217,12 +149,17 @@ std::vector<StagedVolume> planStaging(std::vector<VolumeLayout> layouts, std::ui
 
 void stage(const Staging& staging, std::vector<StagedVolume>& volumes, const ScratchFile& target) {
     const auto targets = targetsOf(volumes);
+    std::vector<std::filesystem::path> paths;
+    for (std::size_t i = 0; i < targets.size(); ++i)
+        if (i == 0 || targets[i].object != targets[i - 1].object)
+            paths.push_back(staging.objects[targets[i].object]);
+    PixelSources sources{std::move(paths), staging.folder, staging.decoders, staging.interest,
+                         staging.heartbeat};
     for (std::size_t i = 0; i < targets.size();) {
-        staging.heartbeat();
         const std::uint32_t object = targets[i].object;
-        const PixelSource source{staging, staging.objects[object]};
+        const auto source = sources.next();
         for (; i < targets.size() && targets[i].object == object; ++i)
-            copy(staging, source, volumes[targets[i].volume], targets[i].slice, target);
+            copy(staging, *source, volumes[targets[i].volume], targets[i].slice, target);
     }
 }
 

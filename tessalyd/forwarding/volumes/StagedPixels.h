@@ -4,28 +4,14 @@
 #include <cstdint>
 #include <filesystem>
 #include <limits>
-#include <span>
 #include <vector>
 
-#include "base/FileDescriptor.h"
 #include "decoder/JobPlan.h"
 #include "decoder/Pool.h"
+#include "tessalyd/forwarding/volumes/ScratchFile.h"
 #include "tessalyd/forwarding/volumes/VolumeLayout.h"
 
 namespace tessaly::tessalyd::volumes {
-
-/// A file without a name in a folder, gone with this. Its functions throw std::system_error.
-class ScratchFile {
-  public:
-    explicit ScratchFile(const std::filesystem::path& folder);
-    void write(std::uint64_t at, std::span<const char> bytes) const;
-    void read(std::uint64_t at, std::span<char> target) const;
-    [[nodiscard]] std::size_t size() const;
-    [[nodiscard]] int descriptor() const noexcept { return file_.get(); }
-
-  private:
-    base::FileDescriptor file_;
-};
 
 /// What a stored value is in the scratch file, in little endian.
 struct ElementType {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "decoder/JobPlan.h"
+#include "tessalyd/forwarding/volumes/ScratchFile.h"
 #include "tessalyd/forwarding/volumes/StagedPixels.h"
 #include "tessalyd/forwarding/volumes/Voxels.h"
 

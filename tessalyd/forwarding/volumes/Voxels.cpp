@@ -9,6 +9,8 @@ namespace {
 
 constexpr std::size_t BatchBytes = std::size_t{8} << 20U;
 constexpr std::size_t BandBytes = std::size_t{1} << 20U;
+constexpr std::size_t PartBytes = std::size_t{256}
+                                  << 10U;  // given out between two questions whether to go on
 
 std::array<std::size_t, 3> sizeOf(const VolumeLayout& layout) {
     return {layout.columns, layout.rows, layout.depth};
@@ -65,7 +67,14 @@ class Gathering {
         voxels_.resize(size_[0] * y.size() * z.size());
         for (std::size_t slice = wanted[2].begin; slice < wanted[2].end; ++slice)
             readSlice(time, slice, wanted);
-        sink_({reinterpret_cast<const char*>(voxels_.data()), voxels_.size() * sizeof(Written)});
+        for (std::span<const char> left{reinterpret_cast<const char*>(voxels_.data()),
+                                        voxels_.size() * sizeof(Written)};
+             !left.empty();) {
+            const auto part = left.first(std::min(left.size(), PartBytes));
+            heartbeat_();
+            sink_(part);
+            left = left.subspan(part.size());
+        }
     }
 
     void readSlice(std::size_t time, std::size_t slice, const std::array<Span, 3>& wanted) {

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "decoder/JobPlan.h"
+#include "tessalyd/forwarding/volumes/ScratchFile.h"
 #include "tessalyd/forwarding/volumes/StagedPixels.h"
 
 namespace tessaly::tessalyd::volumes {
