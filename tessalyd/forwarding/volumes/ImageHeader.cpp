@@ -2,11 +2,17 @@
 
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
+#include <fcntl.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
 
+#include "base/FileDescriptor.h"
 #include "dicom/data/ElementWalk.h"
 #include "dicom/data/Inflater.h"
+#include "tessalyd/forwarding/volumes/HeaderFields.h"
 #include "tessalyd/forwarding/volumes/HeaderValues.h"
 #include "tessalyd/forwarding/volumes/VolumeRefusal.h"
 
@@ -17,6 +23,7 @@ namespace {
 using dicom::ElementHead;
 
 constexpr std::size_t LongestValue = 1024;  // none that is wanted is nearly as long
+constexpr std::size_t LongestCode = 16;     // as the standard has it
 constexpr std::size_t BlockSize = std::size_t{32} << 10U;
 constexpr std::size_t MostInflated = std::size_t{64} << 20U;
 constexpr double LeastSpacing = 1e-6;  // mm
@@ -26,92 +33,6 @@ constexpr double LeastSpacing = 1e-6;  // mm
 constexpr std::size_t ItemDepth = 1;
 constexpr std::size_t GroupDepth = 2;
 constexpr std::size_t ValueDepth = 4;
-
-enum class Field : std::uint8_t {
-    Position,
-    Orientation,
-    Spacing,
-    SliceThickness,
-    SliceSpacing,
-    EchoTime,
-    RepetitionTime,
-    Slope,
-    Intercept,
-    TemporalPosition,
-    AcquisitionDate,
-    AcquisitionTime,
-    AcquisitionDateTime,
-    Type,
-    InstanceNumber,
-    SamplesPerPixel,
-    Photometric,
-    Frames,
-    Rows,
-    Columns,
-    BitsAllocated,
-    BitsStored,
-    HighBit,
-    Representation,
-};
-
-struct Place {
-    DcmTagKey group;  ///< sequence of a functional group; 0000,0000: the object itself, ffff,ffff: any group
-    DcmTagKey tag;
-    Field field;
-};
-
-const DcmTagKey Object{0x0000, 0x0000};
-const DcmTagKey AnyGroup{0xffff, 0xffff};
-
-const std::vector<Place>& places() {
-    static const std::vector<Place> all{
-        {Object, DCM_ImageType, Field::Type},
-        {Object, DCM_AcquisitionDate, Field::AcquisitionDate},
-        {Object, DCM_AcquisitionDateTime, Field::AcquisitionDateTime},
-        {Object, DCM_AcquisitionTime, Field::AcquisitionTime},
-        {Object, DCM_SliceThickness, Field::SliceThickness},
-        {Object, DCM_RepetitionTime, Field::RepetitionTime},
-        {Object, DCM_EchoTime, Field::EchoTime},
-        {Object, DCM_SpacingBetweenSlices, Field::SliceSpacing},
-        {Object, DCM_InstanceNumber, Field::InstanceNumber},
-        {Object, DCM_ImagePositionPatient, Field::Position},
-        {Object, DCM_ImageOrientationPatient, Field::Orientation},
-        {Object, DCM_TemporalPositionIdentifier, Field::TemporalPosition},
-        {Object, DCM_SamplesPerPixel, Field::SamplesPerPixel},
-        {Object, DCM_PhotometricInterpretation, Field::Photometric},
-        {Object, DCM_NumberOfFrames, Field::Frames},
-        {Object, DCM_Rows, Field::Rows},
-        {Object, DCM_Columns, Field::Columns},
-        {Object, DCM_PixelSpacing, Field::Spacing},
-        {Object, DCM_BitsAllocated, Field::BitsAllocated},
-        {Object, DCM_BitsStored, Field::BitsStored},
-        {Object, DCM_HighBit, Field::HighBit},
-        {Object, DCM_PixelRepresentation, Field::Representation},
-        {Object, DCM_RescaleIntercept, Field::Intercept},
-        {Object, DCM_RescaleSlope, Field::Slope},
-        {AnyGroup, DCM_FrameType, Field::Type},
-        {DCM_PlanePositionSequence, DCM_ImagePositionPatient, Field::Position},
-        {DCM_PlaneOrientationSequence, DCM_ImageOrientationPatient, Field::Orientation},
-        {DCM_PixelMeasuresSequence, DCM_PixelSpacing, Field::Spacing},
-        {DCM_PixelMeasuresSequence, DCM_SliceThickness, Field::SliceThickness},
-        {DCM_PixelMeasuresSequence, DCM_SpacingBetweenSlices, Field::SliceSpacing},
-        {DCM_MREchoSequence, DCM_EffectiveEchoTime, Field::EchoTime},
-        {DCM_MRTimingAndRelatedParametersSequence, DCM_RepetitionTime, Field::RepetitionTime},
-        {DCM_PixelValueTransformationSequence, DCM_RescaleSlope, Field::Slope},
-        {DCM_PixelValueTransformationSequence, DCM_RescaleIntercept, Field::Intercept},
-        {DCM_FrameContentSequence, DCM_TemporalPositionIndex, Field::TemporalPosition},
-        {DCM_FrameContentSequence, DCM_FrameAcquisitionDateTime, Field::AcquisitionDateTime},
-    };
-    return all;
-}
-
-std::optional<Field> fieldOf(const DcmTagKey& group, const DcmTagKey& tag) {
-    const bool isObject = group == Object;
-    for (const Place& place : places())
-        if (place.tag == tag && (place.group == group || (!isObject && place.group == AnyGroup)))
-            return place.field;
-    return std::nullopt;
-}
 
 std::optional<Vector> vectorOf(const std::optional<std::vector<double>>& numbers, std::size_t from = 0) {
     return numbers ? std::optional{Vector{(*numbers)[from], (*numbers)[from + 1], (*numbers)[from + 2]}}
@@ -137,7 +58,7 @@ class Visitor final : public dicom::ElementVisitor {
             path_[head.depth] = head.tag;
         if (head.depth == 0) {
             header_.hasModalityTable |= head.tag == DCM_ModalityLUTSequence;
-            want(head, Object);
+            want(head, OfObject);
         } else if (head.depth == ItemDepth && head.tag == DCM_Item &&
                    path_[0] == DCM_PerFrameFunctionalGroupsSequence) {
             if (frames_.size() == mostFrames_)
@@ -306,7 +227,7 @@ class Visitor final : public dicom::ElementVisitor {
         const auto values = valuesOf(bytes_);
         header_.isMosaic |= std::find(values.begin(), values.end(), "MOSAIC") != values.end();
         if (values.size() > 2)
-            frame.type = values[2];
+            frame.type = values[2].substr(0, LongestCode);
     }
 
     const std::size_t mostFrames_;
@@ -363,6 +284,14 @@ void FrameAttributes::complete(const FrameAttributes& other) {
     take(temporalPosition, other.temporalPosition);
     take(acquisitionTime, other.acquisitionTime);
     take(type, other.type);
+}
+
+dicom::ObjectFile openObject(const std::filesystem::path& path) {
+    // Without waiting for a writer, should it be a pipe.
+    base::FileDescriptor file{::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC)};
+    if (!file.isOpen())
+        throw std::system_error{errno, std::generic_category(), "an image's file"};
+    return {path, std::move(file)};
 }
 
 ImageHeader readImageHeader(const dicom::ObjectFile& object, std::size_t mostFrames,

@@ -8,6 +8,7 @@
 
 #include "decoder/Syntaxes.h"
 #include "dicom/data/FileWindow.h"
+#include "tessalyd/forwarding/volumes/ImageHeader.h"
 #include "tessalyd/forwarding/volumes/VolumeRefusal.h"
 
 namespace tessaly::tessalyd::volumes {
@@ -21,7 +22,7 @@ constexpr std::chrono::milliseconds AskInterval{20};
 
 PixelSource::PixelSource(const std::filesystem::path& path, const std::filesystem::path& folder,
                          decoder::Pool& decoders, const decoder::Interest& interest)
-    : object_(path) {
+    : object_(openObject(path)) {
     dicom::TransferSyntax syntax{object_.kind().transferSyntax};
     std::size_t size = object_.size();
     if (!decoder::isNative(syntax) || !syntax.isLittleEndian()) {

@@ -57,7 +57,7 @@ std::vector<SliceGroup> readGroups(const VolumeRequest& request, const decoder::
     SliceGroups groups;
     for (std::size_t i = 0; i < request.objects.size(); ++i) {
         heartbeat();
-        const dicom::ObjectFile object{request.objects[i]};
+        const dicom::ObjectFile object = openObject(request.objects[i]);
         groups.add(static_cast<std::uint32_t>(i),
                    readImageHeader(object, MostFrames - groups.frames(), heartbeat), heartbeat);
     }

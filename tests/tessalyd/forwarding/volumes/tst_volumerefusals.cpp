@@ -282,16 +282,30 @@ void VolumeRefusalsTest::whatCannotBeDecodedIsRefused() {
 void VolumeRefusalsTest::aMissingFileIsNoRefusal() {
     MadeSeries series;
     series.add(SeriesSpec{});
-    QVERIFY(QFile::remove(QString::fromStdString(series.request.objects.back().string())));
-    bool isOther = false;
-    try {
-        static_cast<void>(series.write());
-    } catch (const tessalyd::volumes::VolumeRefusal&) {
-    } catch (const std::exception&) {
-        isOther = true;
+    const QString last = QString::fromStdString(series.request.objects.back().string());
+    const QString other = QString::fromStdString(series.request.objects.front().string());
+    QVERIFY(QFile::remove(last));
+    const auto fault = [&series] {
+        try {
+            static_cast<void>(series.write());
+        } catch (const tessalyd::volumes::VolumeRefusal&) {
+        } catch (const std::exception& thrown) {
+            return QString::fromUtf8(thrown.what());
+        }
+        return QString{};
+    };
+    for (const QString& what : {u"missing"_s, u"a link"_s, u"no object"_s}) {
+        if (what == u"a link")
+            QVERIFY(QFile::link(other, last));
+        if (what == u"no object") {
+            QFile file{last};
+            QVERIFY(file.remove() && file.open(QIODevice::WriteOnly) &&
+                    file.write(QByteArray(1000, ' ')) == 1000);
+        }
+        QVERIFY2(!fault().isEmpty(), qPrintable(what));
+        QVERIFY(!fault().contains(u"/"));  // what is in the folders' names is for no log
+        QCOMPARE(filesIn(series.folder()), QStringList{});
     }
-    QVERIFY(isOther);
-    QCOMPARE(filesIn(series.folder()), QStringList{});
 }
 
 void VolumeRefusalsTest::aDecoderThatCannotBeStartedIsNoRefusal() {
