@@ -24,7 +24,8 @@ tessalyd/services/commitment   > tessalyd/services/ServiceContext
 tessalyd/services/query        > tessalyd/services/ServiceContext
 tessalyd/services/ServiceContext > tessalyd/services/JobSessions tessalyd/association tessalyd/search tessalyd/store tessalyd/forwarding/ftp
 tessalyd/services/JobSessions  > tessalyd/configuration jobs
-tessalyd/forwarding/ftp > tessalyd/search jobs
+tessalyd/forwarding/ftp        > tessalyd/search jobs tessalyd/forwarding/volumes
+tessalyd/forwarding/volumes    > decoder
 tessalyd/search         > tessalyd/Log archive decoder
 tessalyd/store          > tessalyd/Log archive decoder
 tessalyd/association    > tessalyd/Log dicom/net
