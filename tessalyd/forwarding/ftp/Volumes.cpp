@@ -71,9 +71,8 @@ std::vector<VolumeFile> volumesOf(const std::string& nodeType, std::span<const L
             OFLOG_INFO(serverLog(), "volume: " << note.c_str());
         std::vector<VolumeFile> files;
         for (const std::string& name : made.names)
-            files.push_back({.folder = folder,
-                             .name = name,
-                             .source = std::make_unique<FileSource>(folder->open(name))});
+            files.push_back(
+                {.folder = folder, .name = name, .source = std::make_unique<FileSource>(folder->open(name))});
         return files;
     } catch (const decoder::Abandoned&) {
         throw Stopped{};
