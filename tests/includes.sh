@@ -16,10 +16,12 @@ console/ui              > archive
 tessalyd/main           > tessalyd/control
 tessalyd/control        > tessalyd/Server
 tessalyd/Server         > tessalyd/services
-tessalyd/services       > tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve
+tessalyd/services       > tessalyd/services/print tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve
 tessalyd/services/verification > tessalyd/association
 tessalyd/services/storage      > tessalyd/services/ServiceContext
 tessalyd/services/retrieve     > tessalyd/services/query
+tessalyd/services/print        > tessalyd/services/ServiceContext tessalyd/forwarding/films
+tessalyd/forwarding/films      > tessalyd/Log jobs dicom/net
 tessalyd/services/query        > tessalyd/services/ServiceContext
 tessalyd/services/ServiceContext > tessalyd/association tessalyd/search tessalyd/store jobs
 tessalyd/search         > tessalyd/Log archive decoder
