@@ -25,8 +25,9 @@ ServiceFactory allServices(ServiceContext& shared) {
     };
 }
 
-std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& /*shared*/) {
-    return {{films::PrintKind, films::printHandler()}};
+std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& /*shared*/,
+                                                 std::chrono::seconds peerTimeout) {
+    return {{films::PrintKind, films::printHandler({.answer = peerTimeout})}};
 }
 
 }  // namespace tessaly::tessalyd

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "db/Retrying.h"
 #include "db/Transaction.h"
 #include "jobs/JobTable.h"
 #include "tessalyd/Log.h"
@@ -76,15 +77,23 @@ std::string PrintJobs::add(const films::PrintOrder& order, const films::PrinterR
     const std::string uid = films::newUid(order.baseUid);
     db::Connection connection;
     openDatabase(connection, db::Purpose::DurableWrites);
-    db::Transaction transaction{connection};
+    // Before the transaction: one that reads first does not wait for others that write.
     if (jobs::countUnfinished(connection, PrintKind, printer.lane()) >= MostWaiting)
         throw std::runtime_error{"the printer has " + std::to_string(MostWaiting) + " jobs already"};
     const std::string path = folder.entry().path.native();
-    jobs::add(connection,
-              {.kind = PrintKind, .target = printer.lane(), .key = uid, .subject = path, .spool = path});
-    folder.keep();  // whether a commit that fails has happened is not known: what no job has goes at the next
-                    // start
-    transaction.commit();
+    const auto write = [&] {
+        db::Transaction transaction{connection};
+        jobs::add(connection,
+                  {.kind = PrintKind, .target = printer.lane(), .key = uid, .subject = path, .spool = path});
+        transaction.commit();
+    };
+    try {
+        db::retrying(write, [] {});  // the next attempt connects anew by itself
+    } catch (const db::OutcomeUnknown&) {
+        folder.keep();  // if it has no job, it goes at the next start
+        throw;
+    }
+    folder.keep();
     shared_.wakeJobs();
     return uid;
 }
