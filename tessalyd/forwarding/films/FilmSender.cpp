@@ -175,15 +175,16 @@ DcmDataset FilmSender::filmAttributes(const Film& film, bool isBare) {
     DcmDataset attributes;
     attributes.putAndInsertString(DCM_ImageDisplayFormat, film.displayFormat.c_str());
     refer(attributes, DCM_ReferencedFilmSessionSequence, UID_BasicFilmSessionSOPClass, session_);
+    // What the pixels mean is no wish that could be left out.
+    const std::string lut = isColour_ ? std::string{} : lutAtPrinter(film.lut);
+    if (!lut.empty())
+        refer(attributes, DCM_ReferencedPresentationLUTSequence, UID_PresentationLUTSOPClass, lut);
     if (isBare)
         return attributes;
     Settings settings = settingsThatHold(SettingsOf::Film, film.settings, printer_);
-    const std::string lut = isColour_ ? std::string{} : lutAtPrinter(film.lut);
     if (lut.empty()) {
         settings.erase(DCM_Illumination);
         settings.erase(DCM_ReflectedAmbientLight);
-    } else {
-        refer(attributes, DCM_ReferencedPresentationLUTSequence, UID_PresentationLUTSOPClass, lut);
     }
     if (link_.contextOf(UID_BasicAnnotationBoxSOPClass) == nullptr)
         settings.erase(DCM_AnnotationDisplayFormatID);
