@@ -16,11 +16,13 @@ console/ui              > archive
 tessalyd/main           > tessalyd/control
 tessalyd/control        > tessalyd/Server
 tessalyd/Server         > tessalyd/services
-tessalyd/services       > tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve tessalyd/services/commitment
+tessalyd/services       > tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve tessalyd/services/commitment tessalyd/services/print
 tessalyd/services/verification > tessalyd/association
 tessalyd/services/storage      > tessalyd/services/ServiceContext
 tessalyd/services/retrieve     > tessalyd/services/query
 tessalyd/services/commitment   > tessalyd/services/ServiceContext
+tessalyd/services/print        > tessalyd/services/ServiceContext tessalyd/forwarding/films
+tessalyd/forwarding/films      > tessalyd/Log jobs dicom/net
 tessalyd/services/query        > tessalyd/services/ServiceContext
 tessalyd/services/ServiceContext > tessalyd/services/JobSessions tessalyd/association tessalyd/search tessalyd/store tessalyd/forwarding/ftp
 tessalyd/services/JobSessions  > tessalyd/configuration jobs

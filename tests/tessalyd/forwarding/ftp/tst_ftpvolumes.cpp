@@ -1,87 +1,97 @@
-#include <dcmtk/dcmdata/dcdeftag.h>
-
-#include <QFile>
-
-#include "tests/support/Eventually.h"
 #include "tests/tessalyd/forwarding/ftp/DeliveryTest.h"
 #include "tests/tessalyd/forwarding/volumes/MadeSeries.h"
 
 using namespace Qt::StringLiterals;
-using namespace tessaly::tessalyd;
 using namespace tessaly::test;
 
-namespace {
-
-const std::string CtImage = "1.2.840.10008.5.1.4.1.1.2";
-
-}  // namespace
-
-/// Nodes of the types that get volumes.
+/// Nodes that get volumes instead of the objects' files.
 class FtpVolumesTest : public DeliveryTest {
     Q_OBJECT
 
   private Q_SLOTS:
-    void aSeriesIsDeliveredAsVolumes_data();
-    void aSeriesIsDeliveredAsVolumes();
-    void aRefusalSaysWhy();
+    void aSeriesIsDeliveredAsAVolume_data();
+    void aSeriesIsDeliveredAsAVolume();
+    void whatCannotBeAVolumeIsGivenUp();
+
+  private:
+    /// Sends the series' slices, but for one.
+    void storeSlices(const SeriesSpec& spec, int skipped = -1) const {
+        MadeSeries files;
+        for (int slice = 0; slice < spec.depth; ++slice)
+            if (slice != skipped)
+                files.add(*makeSlice(spec, slice));
+        const Outcome sent = run(u"storescu"_s, {u"+sd"_s, u"localhost"_s, daemon_->port(), files.objects()});
+        QVERIFY2(sent.exitCode == 0, qPrintable(sent.output));
+    }
+    [[nodiscard]] static QString folderOf(const SeriesSpec& spec) {
+        const auto object = makeSlice(spec, 0);
+        OFString study;
+        object->getDataset()->findAndGetOFString(DCM_StudyInstanceUID, study);
+        return u"in/"_s + QString::fromUtf8(study.c_str()) + u'/' + QString::fromStdString(spec.series) +
+               u'/';
+    }
 };
 
-void FtpVolumesTest::aSeriesIsDeliveredAsVolumes_data() {
+void FtpVolumesTest::aSeriesIsDeliveredAsAVolume_data() {
     QTest::addColumn<QString>("type");
     QTest::addColumn<QStringList>("names");
-    QTest::newRow("NIfTI-1") << u"Lorvo"_s << QStringList{u".nii.gz"_s};
-    QTest::newRow("Analyze 7.5") << u"analyze"_s << QStringList{u".hdr"_s, u".img"_s};
+    const QString uid = QString::fromStdString(SeriesSpec{}.series);
+    QTest::newRow("NIfTI-1") << u"Lorvo"_s << QStringList{uid + u".nii.gz"_s};
+    QTest::newRow("Analyze 7.5") << u"Analyze"_s << QStringList{uid + u".hdr"_s, uid + u".img"_s};
 }
 
-void FtpVolumesTest::aSeriesIsDeliveredAsVolumes() {
+void FtpVolumesTest::aSeriesIsDeliveredAsAVolume() {
     QFETCH(QString, type);
     QFETCH(QStringList, names);
-    const ScriptedFtp server;
-    FtpNode node = nodeOf(server);
+    ScriptedFtp ftp;
+    FtpNode node = nodeOf(ftp);
     node.type = type;
-    launchFor(node, {u"--first-retry"_s, u"3600"_s});
-    SeriesSpec spec;
-    spec.sopClass = CtImage;
-    MadeSeries series;
-    series.add(spec);
-    RequestorAssociation sender{daemon_->port(), "TESTER", "BACKUP"};
-    for (int slice = 0; slice < spec.depth; ++slice)
-        QCOMPARE(sender.store(*makeSlice(spec, slice)).status, 0);
-    // An hour is over: all of the series is delivered at once, however slowly it came.
-    daemon_->database.run(u"UPDATE JobItem SET Added=Added-3601"_s);
-    daemon_->database.run(u"UPDATE Job SET NextAttempt=NextAttempt-3601"_s);
-    EVENTUALLY_COMPARE(jobStates(), QStringList{Done});
-    const auto files = filesOf(server);
-    QCOMPARE(files.size(), names.size() + 1);
-    const QString folder = files.firstKey().section(u'/', 0, -2) + u'/';
-    QVERIFY(folder.endsWith(u"/1.2.826.0.1.1/1.2.826.0.1.1.1/"_s));
-    // What the same images make here.
-    static_cast<void>(series.write(type == u"Lorvo" ? VolumeFormat::Nifti : VolumeFormat::Analyze));
+    launchFor(node);
+    const SeriesSpec spec;
+    storeSlices(spec);
+    Retriever viewer{daemon_->port()};
+    askForDelivery(viewer);
+    const Retrieved answer = viewer.collect();
+    QCOMPARE(answer.status, 0);
+    QCOMPARE(answer.counters, (Progress{-1, spec.depth, 0, 0}));
+    const auto files = filesOf(ftp);
+    const QString folder = folderOf(spec);
     qsizetype bytes = 0;
     for (const QString& name : names) {
-        QFile made{series.path("1.2.826.0.1.1.1" + name.toStdString())};
-        QVERIFY(made.open(QIODevice::ReadOnly));
-        const QByteArray delivered = files.value(folder + u"1.2.826.0.1.1.1"_s + name);
-        QVERIFY2(delivered == made.readAll(), qPrintable(name));
-        bytes += delivered.size();
+        QVERIFY2(files.contains(folder + name), qPrintable(files.keys().join(u'\n')));
+        bytes += files[folder + name].size();
     }
-    QCOMPARE(files.value(folder + u"complete"_s),
-             QByteArray::number(names.size()) + ' ' + QByteArray::number(bytes) + '\n');
+    QCOMPARE(files[folder + u"complete"_s], u"%1 %2\n"_s.arg(names.size()).arg(bytes).toUtf8());
+    QCOMPARE(files.size(), names.size() + 1);
+    // The same as is made of the same objects without a server.
+    MadeSeries here;
+    here.add(spec);
+    here.write(type == u"Analyze" ? VolumeFormat::Analyze : VolumeFormat::Nifti);
+    for (const QString& name : names) {
+        QFile made{here.path(name.toStdString())};
+        QVERIFY(made.open(QIODevice::ReadOnly));
+        QCOMPARE(files[folder + name], made.readAll());
+    }
+    EVENTUALLY_COMPARE(jobStates(), QStringList{Done});
+    EVENTUALLY(spooled().isEmpty());
 }
 
-void FtpVolumesTest::aRefusalSaysWhy() {
-    const ScriptedFtp server;
-    FtpNode node = nodeOf(server);
+void FtpVolumesTest::whatCannotBeAVolumeIsGivenUp() {
+    ScriptedFtp ftp;
+    FtpNode node = nodeOf(ftp);
     node.type = u"Lorvo"_s;
     launchFor(node);
-    SeriesSpec spec;
-    spec.sopClass = CtImage;
-    spec.attributes = {{DCM_PhotometricInterpretation, "PALETTE COLOR"}};
-    RequestorAssociation sender{daemon_->port(), "TESTER", "BACKUP"};
-    QCOMPARE(sender.store(*makeSlice(spec, 0)).status, 0);
-    EVENTUALLY_COMPARE(jobStates(), QStringList{GivenUp});
-    QVERIFY2(lastError().contains(u"an image has colours"), qPrintable(lastError()));
-    QCOMPARE(filesOf(server).size(), 0);
+    const SeriesSpec spec;
+    storeSlices(spec, 3);  // one is missing: the distances differ
+    Retriever viewer{daemon_->port()};
+    askForDelivery(viewer);
+    const Retrieved answer = viewer.collect();
+    QCOMPARE(answer.status, 0xA702);
+    QCOMPARE(jobStates(), QStringList{GivenUp});
+    QVERIFY2(lastError().startsWith(u"6 of 6 objects: the series cannot be a volume: "_s), qPrintable(lastError()));
+    QVERIFY(filesOf(ftp).isEmpty());
+    QVERIFY2(daemon_->log().contains(u"given up: 6 of 6 objects: the series cannot be a volume"_s),
+             qPrintable(daemon_->log()));
 }
 
 QTEST_GUILESS_MAIN(FtpVolumesTest)
