@@ -1,7 +1,13 @@
 #include "jobs/JobTable.h"
 
+#include <sys/random.h>
+
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include "db/Query.h"
@@ -22,6 +28,11 @@ db::Param text(std::string_view value) {
 
 db::Param number(State state) {
     return integer(static_cast<long long>(state));
+}
+
+/// For an expression: an engine asks for the type of a parameter there.
+std::string literal(State state) {
+    return std::to_string(static_cast<int>(state));
 }
 
 db::Param seconds(std::chrono::seconds duration) {
@@ -192,6 +203,33 @@ bool claim(const db::Connection& connection, long long number, std::string_view 
     }
 }
 
+std::optional<Job> claimFailed(const db::Connection& connection, std::string_view kind,
+                               std::string_view target, std::string_view owner) {
+    try {
+        const bool isClaimed = change(
+            connection,
+            "UPDATE Job SET State=?, Lane=Kind || '/' || Target, Owner=?, Lease=@+? WHERE State=? AND "
+            "Number=(SELECT MIN(Number) FROM Job WHERE Kind=? AND Target=? AND State=? AND Attempts>0)",
+            {number(State::Running), text(owner), seconds(LeaseTime), number(State::Waiting), text(kind),
+             text(target), number(State::Waiting)});
+        if (!isClaimed)
+            return std::nullopt;
+    } catch (const db::DuplicateKey&) {  // of the lane
+        return std::nullopt;
+    }
+    return first(select(connection, " WHERE Owner=? AND State=?", {text(owner), number(State::Running)}));
+}
+
+std::string newOwner() {
+    std::array<std::uint32_t, 4> words{};
+    if (::getrandom(words.data(), sizeof words, 0) != static_cast<ssize_t>(sizeof words))
+        throw std::system_error{errno, std::generic_category(), "no random number"};
+    std::string name;
+    for (const std::uint32_t word : words)
+        name.append(name.empty() ? "" : "-").append(std::to_string(word));
+    return name;
+}
+
 bool extend(const db::Connection& connection, long long number, std::string_view owner) {
     return change(connection, "UPDATE Job SET Lease=@+? WHERE Number=? AND Owner=? AND State=?",
                   {seconds(LeaseTime), integer(number), text(owner), jobs::number(State::Running)});
@@ -206,11 +244,20 @@ bool noteProgress(const db::Connection& connection, long long number, std::strin
 bool finish(const db::Connection& connection, long long number, std::string_view owner,
             const Ending& ending) {
     constexpr std::size_t LongestError = 255;
+    std::string state = literal(ending.state);
+    std::string next = "@+?";
+    if (ending.claimedAt) {
+        const std::string isAsClaimed =
+            "CASE WHEN NextAttempt=" + std::to_string(ending.claimedAt->time_since_epoch().count()) +
+            " THEN ";
+        state = isAsClaimed + state + " ELSE " + literal(State::Waiting) + " END";
+        next = isAsClaimed + next + " ELSE NextAttempt END";
+    }
     return change(connection,
-                  std::string{"UPDATE Job SET State=?, Lane=NULL, Owner=NULL, Lease=NULL, NextAttempt=@+?, "
-                              "Attempts=?, LastError=?"} +
-                      (ending.beginsAnew ? ", Begun=@" : "") + " WHERE Number=? AND Owner=? AND State=?",
-                  {jobs::number(ending.state), seconds(ending.delay), integer(ending.attempts),
+                  "UPDATE Job SET State=" + state + ", Lane=NULL, Owner=NULL, Lease=NULL, NextAttempt=" +
+                      next + ", Attempts=?, LastError=?" + (ending.beginsAnew ? ", Begun=@" : "") +
+                      " WHERE Number=? AND Owner=? AND State=?",
+                  {seconds(ending.delay), integer(ending.attempts),
                    ending.error.empty() ? db::null(db::Type::Varchar) : text(cut(ending.error, LongestError)),
                    integer(number), text(owner), jobs::number(State::Running)});
 }
@@ -275,6 +322,25 @@ void addItem(const db::Connection& connection, std::string_view kind, std::strin
              std::string_view item) {
     change(connection, "INSERT INTO JobItem (Kind, JobKey, Item, Added) VALUES (?,?,?,@)",
            {text(kind), text(key), text(item)});
+}
+
+void addItemTo(const db::Connection& connection, const NewJob& job, std::string_view item) {
+    // One that waits for longer than any transaction lasts cannot begin before this one is over, and is left
+    // alone: those who add do not wait for each other then.
+    constexpr int LongestTransaction = 40;
+    addItem(connection, job.kind, job.key, item);
+    if (add(connection, job))
+        return;
+    const std::string waits = "State=" + literal(State::Waiting);
+    const std::string hasEnded = "State IN (" + literal(State::Done) + "," + literal(State::GivenUp) + ")";
+    change(connection,
+           "UPDATE Job SET NextAttempt=CASE WHEN " + waits +
+               " AND Attempts>0 THEN NextAttempt ELSE @+? END, " + "Attempts=CASE WHEN " + hasEnded +
+               " THEN 0 ELSE Attempts END, " + "Begun=CASE WHEN " + hasEnded + " THEN @ ELSE Begun END, " +
+               "LastError=CASE WHEN " + hasEnded + " THEN NULL ELSE LastError END, " + "State=CASE WHEN " +
+               hasEnded + " THEN " + literal(State::Waiting) +
+               " ELSE State END WHERE Kind=? AND JobKey=? AND NOT (" + waits + " AND NextAttempt>@+?)",
+           {seconds(job.delay), text(job.kind), text(job.key), integer(LongestTransaction)});
 }
 
 std::optional<Time> lastAdded(const db::Connection& connection, std::string_view kind, std::string_view key) {

@@ -42,6 +42,12 @@ constexpr std::chrono::seconds LeaseTime{60};
 [[nodiscard]] std::vector<Job> due(const db::Connection& connection, std::size_t most);
 /// Claims a job for an owner. Returns false if it is not due any more, or another one of its lane runs.
 bool claim(const db::Connection& connection, long long number, std::string_view owner);
+/// Claims the oldest job of a kind and a target that waits for another attempt, due or not: there is another
+/// way to do it just now. Returns nullopt if there is none, or one of the lane runs. Not in a transaction.
+[[nodiscard]] std::optional<Job> claimFailed(const db::Connection& connection, std::string_view kind,
+                                             std::string_view target, std::string_view owner);
+/// A name for an owner that nobody else has.
+[[nodiscard]] std::string newOwner();
 /// Returns false if the job is the owner's no more: what it does has to end.
 bool extend(const db::Connection& connection, long long number, std::string_view owner);
 /// Likewise. Keeps the handler's note (4,000 characters at most).
@@ -52,7 +58,10 @@ struct Ending {
     State state = State::Done;
     std::chrono::seconds delay{0};  ///< of one that waits: until the next attempt
     int attempts = 0;
-    std::string error = {};   ///< cut at 255 characters
+    std::string error = {};  ///< cut at 255 characters
+    /// Of one that is done: its nextAttempt when it was claimed. If that has changed, something was added to
+    /// it meanwhile, and it waits for another attempt instead.
+    std::optional<Time> claimedAt = {};
     bool beginsAnew = false;  ///< the time to give up counts from now on
 };
 bool finish(const db::Connection& connection, long long number, std::string_view owner, const Ending& ending);
@@ -83,6 +92,10 @@ struct Troubles {
 /// In the caller's transaction.
 void addItem(const db::Connection& connection, std::string_view kind, std::string_view key,
              std::string_view item);
+/// The same, and has the job begin when nothing was added for its delay: it is made if it is not there, put
+/// off if it waits, begun anew if it has ended, and not done yet if it runs. One that waits after a fault
+/// keeps its time. Whatever it does, no item is left without an attempt to come.
+void addItemTo(const db::Connection& connection, const NewJob& job, std::string_view item);
 struct Item {
     std::string item;
     Time added{};

@@ -1,11 +1,7 @@
 #include "jobs/Runner.h"
 
-#include <sys/random.h>
-
 #include <algorithm>
-#include <array>
 #include <condition_variable>
-#include <cstdint>
 #include <list>
 #include <mutex>
 #include <optional>
@@ -34,17 +30,6 @@ constexpr auto LockWait = 30s;                  // for others that write
 constexpr auto LastStatements = 1s;             // that the database has for what is written down at a stop
 constexpr auto ForgetInterval = 10min;          // between two removals of what was done long ago
 constexpr std::chrono::seconds KeptDone = 24h;  // of what was done
-
-/// Of this process, among all servers on the database.
-std::string randomOwner() {
-    std::array<std::uint32_t, 4> words{};
-    if (::getrandom(words.data(), sizeof words, 0) != static_cast<ssize_t>(sizeof words))
-        throw std::system_error{errno, std::generic_category(), "no random number"};
-    std::string name;
-    for (const std::uint32_t word : words)
-        name.append(name.empty() ? "" : "-").append(std::to_string(word));
-    return name;
-}
 
 std::string nameOf(const Job& job) {
     return "job " + std::to_string(job.number) + " (" + job.kind + ", " + job.target + ")";
@@ -330,7 +315,7 @@ class Runner::Work {
     const Connect connect_;
     const Report report_;
     const RunnerOptions options_;
-    const std::string owner_ = randomOwner();
+    const std::string owner_ = newOwner();
 
     std::mutex mutex_;
     std::condition_variable_any changed_;

@@ -14,7 +14,7 @@ std::chrono::seconds retryDelay(int attempts, std::chrono::seconds firstRetry) {
 Ending endingOf(const Job& job, const Outcome& outcome, Time now, const RunnerOptions& options) {
     switch (outcome.kind) {
         case Outcome::Kind::Done:
-            return {.state = State::Done, .attempts = job.attempts};
+            return {.state = State::Done, .attempts = job.attempts, .claimedAt = job.nextAttempt};
         case Outcome::Kind::GiveUp:
             return {.state = State::GivenUp, .attempts = job.attempts + 1, .error = outcome.reason};
         case Outcome::Kind::Uncertain:

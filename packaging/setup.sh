@@ -14,16 +14,21 @@ build_packages=(
     qt6-base-dev qt6-base-dev-tools qt6-svg-dev libgl-dev
     unixodbc-dev odbcinst libsqliteodbc libsqlite3-dev
     libdcmtk-dev libsodium-dev libcli11-dev libseccomp-dev zlib1g-dev libopenjp2-7-dev
+    libcurl4-openssl-dev ca-certificates
     dbus fonts-dejavu-core
 )
 # A screen for a machine that has none.
 screen_packages=(tigervnc-standalone-server tigervnc-tools openbox xauth)
 # Peers and tools of the tests: a screen with real keys and clicks, openssl to answer the screen's password question,
-# the other engine, and a driver for the files that other programs left.
+# the other engine, a driver for the files that other programs left, another maker and another reader of volumes.
 test_packages=(
     dcmtk libgdcm-tools libopenjp2-tools openjph-tools orthanc openssl xvfb xdotool lintian desktop-file-utils appstream man-db sqlite3
-    postgresql-15 odbc-postgresql libpq-dev odbc-mdbtools libcap2-bin
+    postgresql-15 odbc-postgresql libpq-dev odbc-mdbtools libcap2-bin ncftp dcm2niix python3-nibabel
+    libwrap0 libhiredis0.14 libmemcached11 libmemcachedutil2 libpcre2-posix3
 )
+# FTP servers as peers of the tests, with the libraries above. Installed, they would conflict with each other, drive out
+# the one that somebody has here, and run from the machine's start on: their programs alone are wanted.
+unpacked_packages=(vsftpd proftpd-core proftpd-mod-crypto)
 # Compiler and checks of ./test --long alone.
 long_test_packages=(clang-14 clang-tidy-14 libclang-rt-14-dev)
 
@@ -37,17 +42,39 @@ missing_packages() {
 }
 
 install_packages() {
-    local missing as_root=()
+    local missing
     mapfile -t missing < <(missing_packages "$@")
     ((${#missing[@]} > 0)) || return 0
-    if [[ $(id -u) != 0 ]]; then
-        command -v sudo >/dev/null || die "These packages are missing, and there is no sudo: ${missing[*]}"
-        as_root=(sudo)
-        [[ -t 0 ]] || as_root+=(--non-interactive)
-    fi
     echo "Installing ${missing[*]}"
-    "${as_root[@]}" "$top/packaging/install-packages.sh" "${missing[@]}" ||
+    as_root "These packages are missing" "${missing[*]}" "$top/packaging/install-packages.sh" "${missing[@]}" ||
         die "These packages could not be installed: ${missing[*]}"
+}
+
+as_root() {  # WHY WHAT COMMAND...
+    local prefix=()
+    if [[ $(id -u) != 0 ]]; then
+        command -v sudo >/dev/null || die "$1, and there is no sudo: $2"
+        prefix=(sudo)
+        [[ -t 0 ]] || prefix+=(--non-interactive)
+    fi
+    "${prefix[@]}" "${@:3}"
+}
+
+# Puts the packages' files below build/unpacked, once.
+unpack_packages() {
+    local folder=$top/build/unpacked package
+    [[ "$(cat "$folder/packages" 2>/dev/null)" != "$*" ]] || return 0
+    echo "Unpacking $*"
+    rm -rf "$folder" && mkdir -p "$folder/archives" || die "There is no room for $*"
+    (
+        cd "$folder/archives" || exit 1
+        apt-get -q -o APT::Sandbox::User= download "$@" ||
+            { as_root "The lists of packages are missing" "$*" apt-get -q update && apt-get -q -o APT::Sandbox::User= download "$@"; }
+    ) || die "These packages could not be fetched: $*"
+    for package in "$folder"/archives/*.deb; do
+        dpkg-deb --extract "$package" "$folder" || die "$package cannot be unpacked"
+    done
+    printf '%s\n' "$*" >"$folder/packages"
 }
 
 build() {  # PRESET [TARGET...]; without a target everything

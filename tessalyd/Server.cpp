@@ -76,6 +76,7 @@ Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended, de
           jobs),
       services_(allServices(shared_)) {
     shared_.wakeJobs = [this] { jobs_.wake(); };
+    shared_.quietTime = jobs.firstRetry;
 }
 
 Server::~Server() {

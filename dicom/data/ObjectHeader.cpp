@@ -160,25 +160,29 @@ ObjectHeader HeaderReader::header() const {
 
 ObjectHeader readHeader(const std::filesystem::path& file) {
     ObjectFile object{file};
-    const TransferSyntax syntax{object.kind().transferSyntax};
-    if (!syntax.isKnown())
-        throw std::runtime_error{file.string() + ": its transfer syntax is unknown"};
     try {
-        HeaderReader reader{syntax};
-        std::vector<char> block(BlockSize);
-        for (std::size_t at = 0; at < object.size();) {
-            const std::span part = std::span{block}.first(std::min(block.size(), object.size() - at));
-            object.read(part);
-            at += part.size();
-            if (reader.take(part))
-                break;
-        }
-        ObjectHeader header = reader.header();
-        header.transferSyntaxUid = object.kind().transferSyntax;
-        return header;
+        return readHeader(object);
     } catch (const HeaderFault& fault) {
         throw std::runtime_error{file.string() + ": " + fault.what()};
     }
+}
+
+ObjectHeader readHeader(ObjectFile& object) {
+    const TransferSyntax syntax{object.kind().transferSyntax};
+    if (!syntax.isKnown())
+        throw HeaderFault{"its transfer syntax is unknown"};
+    HeaderReader reader{syntax};
+    std::vector<char> block(BlockSize);
+    for (std::size_t at = 0; at < object.size();) {
+        const std::span part = std::span{block}.first(std::min(block.size(), object.size() - at));
+        object.read(part);
+        at += part.size();
+        if (reader.take(part))
+            break;
+    }
+    ObjectHeader header = reader.header();
+    header.transferSyntaxUid = object.kind().transferSyntax;
+    return header;
 }
 
 bool isUid(std::string_view text) noexcept {

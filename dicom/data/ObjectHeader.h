@@ -17,6 +17,8 @@
 
 namespace tessaly::dicom {
 
+class ObjectFile;
+
 /// What the archive's tables keep of an object; text is UTF-8, without padding.
 struct ObjectHeader {
     std::string patientId;
@@ -87,6 +89,8 @@ class HeaderReader {
 /// Reads the header of a file; no more of the file than that takes. Throws std::runtime_error, which names
 /// the file, when it is missing, cannot be read or is no DICOM file.
 [[nodiscard]] ObjectHeader readHeader(const std::filesystem::path& file);
+/// The same of a file that is open, from where its reading stands.
+[[nodiscard]] ObjectHeader readHeader(ObjectFile& object);
 
 /// Digits in groups between dots, at most 64 characters: a UID that is fit for a file name. Leading zeros,
 /// which the standard does not allow and devices send, are let through.

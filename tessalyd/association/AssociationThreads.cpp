@@ -84,7 +84,9 @@ void AssociationThreads::finish() {
         limit_ = 0;
     }
     stopThrough(latest());
-    running_.clear();  // joins; none is added or taken away any more
+    List all;  // joined after the lock is given back: stopThrough() may be called meanwhile
+    const std::lock_guard lock{mutex_};
+    all.splice(all.end(), running_);
 }
 
 AssociationThreads::List AssociationThreads::takeDone() {

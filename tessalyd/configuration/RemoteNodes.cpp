@@ -31,19 +31,23 @@ bool RemoteNodes::has(Right right, const std::string& callingAeTitle) const {
             }));
 }
 
-std::optional<RemoteNodes::Destination> RemoteNodes::destination(const std::string& aeTitle,
-                                                                 const std::string& calledAeTitle) const {
+const NodeConfiguration* RemoteNodes::find(const std::string& aeTitle, const std::string& calledAeTitle,
+                                           bool mustStore) const {
     const NodeConfiguration* chosen = nullptr;
     for (const NodeConfiguration& node : nodes_) {
-        if (!node.store || node.aeTitle != aeTitle || aeTitle.empty())
+        if ((mustStore && !node.store) || node.aeTitle != aeTitle || aeTitle.empty())
             continue;
-        if (node.localAeTitle == calledAeTitle) {
-            chosen = &node;
-            break;
-        }
+        if (node.localAeTitle == calledAeTitle)
+            return &node;
         if (chosen == nullptr)
             chosen = &node;
     }
+    return chosen;
+}
+
+std::optional<RemoteNodes::Destination> RemoteNodes::destination(const std::string& aeTitle,
+                                                                 const std::string& calledAeTitle) const {
+    const NodeConfiguration* const chosen = find(aeTitle, calledAeTitle, true);
     if (chosen == nullptr)
         return std::nullopt;
     const bool hasLocalTitle = !chosen->localAeTitle.empty();
@@ -51,6 +55,18 @@ std::optional<RemoteNodes::Destination> RemoteNodes::destination(const std::stri
                        .peer = {.host = chosen->host,
                                 .port = base::tcpPort(chosen->port).value_or(0),
                                 .callingAeTitle = hasLocalTitle ? chosen->localAeTitle : calledAeTitle,
+                                .calledAeTitle = chosen->aeTitle}};
+}
+
+std::optional<RemoteNodes::Destination> RemoteNodes::reportedTo(const std::string& aeTitle,
+                                                                const std::string& calledAeTitle) const {
+    const NodeConfiguration* const chosen = find(aeTitle, calledAeTitle, false);
+    if (chosen == nullptr)
+        return std::nullopt;
+    return Destination{.node = chosen->name,
+                       .peer = {.host = chosen->host,
+                                .port = base::tcpPort(chosen->port).value_or(0),
+                                .callingAeTitle = calledAeTitle,
                                 .calledAeTitle = chosen->aeTitle}};
 }
 

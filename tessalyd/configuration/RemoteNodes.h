@@ -36,7 +36,14 @@ class RemoteNodes {
     [[nodiscard]] std::optional<Destination> destination(const std::string& aeTitle,
                                                          const std::string& calledAeTitle) const;
 
+    /// Likewise any node, with Store or without; the title that it is called with is the called one.
+    [[nodiscard]] std::optional<Destination> reportedTo(const std::string& aeTitle,
+                                                        const std::string& calledAeTitle) const;
+
   private:
+    [[nodiscard]] const NodeConfiguration* find(const std::string& aeTitle, const std::string& calledAeTitle,
+                                                bool mustStore) const;
+
     std::vector<NodeConfiguration> nodes_;
 };
 

@@ -32,13 +32,6 @@ const std::array<QueryKey, 6>& placeKeys() {
     return keys;
 }
 
-/// The folder that the study's lies in.
-std::string rootOf(std::string study) {
-    while (study.size() > 1 && study.back() == '/')
-        study.pop_back();
-    return std::filesystem::path{study}.parent_path();
-}
-
 /// Rows that came from elsewhere may not say what their files are; the files do.
 void complete(StoredInstance& instance) {
     if (!instance.sopClassUid.empty() && !instance.transferSyntaxUid.empty())
@@ -59,6 +52,12 @@ std::array<std::string*, 5> textsOf(StoredInstance& instance) {
 }
 
 }  // namespace
+
+std::string rootOf(std::string study) {
+    while (study.size() > 1 && study.back() == '/')
+        study.pop_back();
+    return std::filesystem::path{study}.parent_path();
+}
 
 base::FileDescriptor openStored(const StoredInstance& instance) {
     const base::FileDescriptor root = archive::openRoot(instance.root.empty() ? "." : instance.root);

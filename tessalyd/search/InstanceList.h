@@ -24,6 +24,9 @@ struct StoredInstance {
 /// whose text has no path.
 [[nodiscard]] base::FileDescriptor openStored(const StoredInstance& instance);
 
+/// The beginning of a study's native path that StoredInstance::root has: the folder that the study's lies in.
+[[nodiscard]] std::string rootOf(std::string study);
+
 /// The instances that a retrieval is to send, in the order of sending: study by study, series by series, by
 /// number. Made at once, so that their number is known and neither a statement nor a snapshot of the tables
 /// is held while they are sent, which may take hours; beyond some megabytes they wait in a file without a

@@ -32,8 +32,8 @@ class QuerySessions {
         Lease(Lease&&) noexcept = default;
         Lease& operator=(Lease&&) = delete;
 
-        [[nodiscard]] const db::Connection& connection() const noexcept { return session_->connection; }
         [[nodiscard]] db::StatementCache& statements() const noexcept { return session_->statements; }
+        [[nodiscard]] const db::Connection& connection() const noexcept { return session_->connection; }
 
       private:
         QuerySessions* owner_;

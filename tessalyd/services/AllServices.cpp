@@ -1,6 +1,8 @@
 #include "tessalyd/services/AllServices.h"
 
 #include "tessalyd/forwarding/films/FilmPrinter.h"
+#include "tessalyd/forwarding/ftp/Handler.h"
+#include "tessalyd/services/commitment/CommitmentService.h"
 #include "tessalyd/services/print/PrintService.h"
 #include "tessalyd/services/query/FindService.h"
 #include "tessalyd/services/retrieve/GetService.h"
@@ -21,13 +23,15 @@ ServiceFactory allServices(ServiceContext& shared) {
         made.services.push_back(std::make_unique<GetService>(shared));
         made.services.push_back(std::make_unique<MoveService>(shared));
         made.services.push_back(std::make_unique<print::PrintService>(shared, *probe, port, peer));
+        made.services.push_back(std::make_unique<CommitmentService>(shared, port));
         return made;
     };
 }
 
-std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& /*shared*/,
-                                                 std::chrono::seconds peerTimeout) {
-    return {{films::PrintKind, films::printHandler({.answer = peerTimeout})}};
+std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& shared, std::chrono::seconds peerTimeout) {
+    return {{CommitmentKind, commitmentHandler(shared)},
+            {films::PrintKind, films::printHandler({.answer = peerTimeout})},
+            {ftp::JobKind, ftp::makeHandler(shared.decoders, shared.quietTime)}};
 }
 
 }  // namespace tessaly::tessalyd

@@ -22,6 +22,7 @@ std::shared_ptr<const ServiceSettings> ServiceContext::settings() const {
 void ServiceContext::closeSessions() {
     index.close();
     sessions.close();
+    jobs.close();
 }
 
 }  // namespace tessaly::tessalyd

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -9,6 +11,7 @@
 #include "tessalyd/configuration/Configuration.h"
 #include "tessalyd/configuration/RemoteNodes.h"
 #include "tessalyd/search/QuerySessions.h"
+#include "tessalyd/services/JobSessions.h"
 #include "tessalyd/store/ArchiveIndex.h"
 
 namespace tessaly::tessalyd {
@@ -36,10 +39,13 @@ class ServiceContext {
 
     ArchiveIndex index;           ///< writes what is stored into the tables
     QuerySessions sessions;       ///< read the tables for queries and retrievals
+    JobSessions jobs;             ///< write the tables of jobs
     decoder::Pool& decoders;      ///< convert objects from one transfer syntax to another
     OutboundSlots outboundSlots;  ///< for associations of ours to others
     /// A job was committed, or dropped: to be called behind that. Set before the first association.
     std::function<void()> wakeJobs = [] {};
+    /// How long nothing may come for a series before what was stored of it for an FTP node is delivered.
+    std::atomic<std::chrono::seconds> quietTime{std::chrono::seconds{60}};
 
   private:
     mutable std::mutex mutex_;

@@ -58,6 +58,10 @@ class ArchiveIndex {
     /// are to be checked before. Throws StoreFailure, RootUnavailable included.
     [[nodiscard]] std::unique_ptr<Placement> place(const ObjectHeader& header, const std::string& root);
 
+    /// Throws RootUnavailable where the root of a study's folder is not there, as far as can be told, and
+    /// StoreFailure where the tables do not say.
+    void requireRoot(const std::string& studyPath);
+
     /// Held from before a file gets its final name until its row is written: keeps two senders of the same
     /// instance apart, where they send to this server.
     [[nodiscard]] std::unique_lock<std::mutex> claim(const std::string& sopInstanceUid);
@@ -80,7 +84,6 @@ class ArchiveIndex {
     template <class Work>
     auto withSession(Work work);
     [[nodiscard]] ArchiveSessions::Lease open();
-    void requireRoot(const std::string& studyPath);
     [[nodiscard]] std::string settle(const std::string& study, const std::optional<std::string>& known,
                                      std::string otherwise);
 

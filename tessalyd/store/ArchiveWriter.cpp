@@ -194,14 +194,16 @@ void ArchiveWriter::recordOnce() {
         file_->publish();
     else
         file_->flush();
-    index_.record(*header_, placement_->location(),
-                  {.publish = [this] { file_->publish(); },
-                   .leave =
-                       [this](const std::optional<archive::Location>& former) {
-                           former_.reset();  // of an earlier attempt: it holds the lock that is wanted
-                           if (former)
-                               former_.emplace(archive::localPath(former->path()));
-                       }});
+    index_.record(
+        *header_, placement_->location(),
+        {.writeRows = [this](const db::Connection& connection) { object_.writeRows(connection, *header_); },
+         .publish = [this] { file_->publish(); },
+         .leave =
+             [this](const std::optional<archive::Location>& former) {
+                 former_.reset();  // of an earlier attempt: it holds the lock that is wanted
+                 if (former)
+                     former_.emplace(archive::localPath(former->path()));
+             }});
 }
 
 void ArchiveWriter::follow() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -23,6 +24,9 @@ struct IncomingObject {
     std::string sopInstanceUid;
     dicom::TransferSyntax syntax;
     std::string sender;  ///< AE title
+    /// Rows of others' that are to be there exactly when the object's are (StoreSteps::writeRows).
+    std::function<void(const db::Connection&, const ObjectHeader&)> writeRows = [](const db::Connection&,
+                                                                                   const ObjectHeader&) {};
 };
 
 /// What decodes objects, and whose stop ends that at once: the object is stored as it came then.

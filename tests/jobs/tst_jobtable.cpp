@@ -31,6 +31,11 @@ class JobTableTest : public QObject {
     void dropTakesItsItemsToo();
     void whatWasDoneIsForgotten();
     void itemsOfAFailedAttemptComeAgain();
+    void whatIsAddedToAJobPutsItOff();
+    void whatIsAddedToARunningJobIsNotLost();
+    void whatIsAddedBeginsAnEndedJobAnew_data();
+    void whatIsAddedBeginsAnEndedJobAnew();
+    void whatIsAddedAfterAFaultHastensNothing();
     void troublesAreCounted();
     void longTextsAreCutAtACharacter();
 
@@ -249,6 +254,89 @@ void JobTableTest::itemsOfAFailedAttemptComeAgain() {
     QCOMPARE(left.size(), std::size_t{1});
     QCOMPARE(left.front().item, "3");
     QCOMPARE(jobs::takeItems(*connection_, "FTP", "a").size(), std::size_t{1});
+}
+
+void JobTableTest::whatIsAddedToAJobPutsItOff() {
+    const jobs::NewJob job{.kind = "FTP", .target = "backup", .key = "backup/1.2", .delay = 100s};
+    const auto secondsLeft = [&] {
+        return (jobs::find(*connection_, "FTP", job.key)->nextAttempt - jobs::now(*connection_)).count();
+    };
+    const auto setSecondsLeft = [&](int seconds) {
+        database_->run(u"UPDATE Job SET NextAttempt=%1"_s.arg(
+            (jobs::now(*connection_).time_since_epoch() + std::chrono::seconds{seconds}).count()));
+    };
+    jobs::addItemTo(*connection_, job, "a");
+    QVERIFY(secondsLeft() > 90);
+    setSecondsLeft(70);
+    jobs::addItemTo(*connection_, job, "b");  // so long that nobody need wait for anybody
+    QVERIFY(secondsLeft() <= 70);
+    setSecondsLeft(5);
+    jobs::addItemTo(*connection_, job, "c");
+    QVERIFY(secondsLeft() > 90);
+    QCOMPARE(jobs::takeItems(*connection_, "FTP", job.key).size(), std::size_t{3});
+    QCOMPARE(database_->value(u"SELECT COUNT(*) FROM Job"_s), u"1"_s);
+}
+
+void JobTableTest::whatIsAddedToARunningJobIsNotLost() {
+    const jobs::NewJob job{.kind = "FTP", .target = "backup", .key = "backup/1.2", .delay = 1s};
+    jobs::addItemTo(*connection_, job, "a");
+    database_->run(u"UPDATE Job SET NextAttempt=NextAttempt-10"_s);
+    const jobs::Job claimed = jobs::find(*connection_, "FTP", job.key).value();
+    QVERIFY(jobs::claim(*connection_, claimed.number, "me"));
+    QCOMPARE(jobs::takeItems(*connection_, "FTP", job.key).size(), std::size_t{1});
+    jobs::addItemTo(*connection_, job, "b");
+    QCOMPARE(stateOf(claimed.number), State::Running);
+    jobs::removeTaken(*connection_, "FTP", job.key);
+    const jobs::Ending done{.state = State::Done, .claimedAt = claimed.nextAttempt};
+    QVERIFY(jobs::finish(*connection_, claimed.number, "me", done));
+    QCOMPARE(stateOf(claimed.number), State::Waiting);
+    const auto left = jobs::takeItems(*connection_, "FTP", job.key);
+    QCOMPARE(left.size(), std::size_t{1});
+    QCOMPARE(left.front().item, "b");
+    // The next attempt, during which nothing comes, is the last.
+    database_->run(u"UPDATE Job SET NextAttempt=NextAttempt-10"_s);
+    const jobs::Job again = jobs::find(*connection_, "FTP", job.key).value();
+    QVERIFY(jobs::claim(*connection_, again.number, "me"));
+    QVERIFY(jobs::finish(*connection_, again.number, "me",
+                         {.state = State::Done, .claimedAt = again.nextAttempt}));
+    QCOMPARE(stateOf(again.number), State::Done);
+}
+
+void JobTableTest::whatIsAddedBeginsAnEndedJobAnew_data() {
+    QTest::addColumn<State>("state");
+    QTest::newRow("done") << State::Done;
+    QTest::newRow("given up") << State::GivenUp;
+}
+
+void JobTableTest::whatIsAddedBeginsAnEndedJobAnew() {
+    QFETCH(const State, state);
+    const jobs::NewJob job{.kind = "FTP", .target = "backup", .key = "backup/1.2", .delay = 30s};
+    const long long number = add(job.key, job.target);
+    QVERIFY(jobs::claim(*connection_, number, "me"));
+    QVERIFY(jobs::finish(*connection_, number, "me", {.state = state, .attempts = 3, .error = "wrong"}));
+    jobs::addItemTo(*connection_, job, "a");
+    const jobs::Job found = jobs::find(*connection_, number).value();
+    QCOMPARE(found.state, State::Waiting);
+    QCOMPARE(found.attempts, 0);
+    QCOMPARE(found.lastError, "");
+    QVERIFY(found.nextAttempt > jobs::now(*connection_) + 20s);
+}
+
+void JobTableTest::whatIsAddedAfterAFaultHastensNothing() {
+    const jobs::NewJob job{.kind = "FTP", .target = "backup", .key = "backup/1.2", .delay = 1s};
+    const long long number = add(job.key, job.target);
+    for (const auto delay : {20s, 2000s}) {
+        QVERIFY(jobs::claim(*connection_, number, "me"));
+        QVERIFY(jobs::finish(*connection_, number, "me",
+                             {.state = State::Waiting, .delay = delay, .attempts = 3, .error = "no answer"}));
+        const jobs::Job before = jobs::find(*connection_, number).value();
+        jobs::addItemTo(*connection_, job, "a");
+        const jobs::Job after = jobs::find(*connection_, number).value();
+        QVERIFY(after.nextAttempt == before.nextAttempt);
+        QCOMPARE(after.attempts, 3);
+        QCOMPARE(after.lastError, "no answer");
+        database_->run(u"UPDATE Job SET NextAttempt=NextAttempt-3000"_s);
+    }
 }
 
 void JobTableTest::troublesAreCounted() {

@@ -7,7 +7,10 @@
 #include <optional>
 #include <system_error>
 
+#include "db/Error.h"
 #include "dicom/data/TransferSyntaxes.h"
+#include "tessalyd/forwarding/ftp/Node.h"
+#include "tessalyd/services/retrieve/FtpMove.h"
 #include "tessalyd/services/retrieve/MoveJob.h"
 
 namespace tessaly::tessalyd {
@@ -34,23 +37,44 @@ std::span<const CommandField> MoveService::commands() const noexcept {
 }
 
 void MoveService::answer(const Request& request, Association& association) {
-    const RemoteNodes::Destination to = destination(request, association);
+    const auto peer = dicomNode(request, association);
+    const auto ftp = peer ? std::nullopt : ftpNode(request, association);
+    if (!peer && !ftp) {
+        association.log(
+            PeerLog::Event::Refusal,
+            "no node with the AE title " + request.command.value(DCM_MoveDestination) + " may be sent to");
+        throw RequestFailure{STATUS_MOVE_Refused_MoveDestinationUnknown, "The move destination is unknown"};
+    }
     auto instances = retrieval_.find(request, association);
     if (!instances)
         return retrieval_.answerFinally(request, association, SubOperations{0}, true);
     if (instances->size() == 0)
         return retrieval_.answerFinally(request, association, SubOperations{0});
-    move(request, association, to, std::move(*instances));
+    if (peer)
+        return move(request, association, *peer, std::move(*instances));
+    FtpMove{retrieval_, request, association}.run(*ftp, std::move(*instances));
 }
 
-RemoteNodes::Destination MoveService::destination(const Request& request,
-                                                  const Association& association) const {
-    const std::string title = request.command.value(DCM_MoveDestination);
-    auto found = retrieval_.nodes().destination(title, association.names().calledAeTitle);
-    if (found)
-        return std::move(*found);
-    association.log(PeerLog::Event::Refusal, "no node with the AE title " + title + " may be sent to");
-    throw RequestFailure{STATUS_MOVE_Refused_MoveDestinationUnknown, "The move destination is unknown"};
+std::optional<RemoteNodes::Destination> MoveService::dicomNode(const Request& request,
+                                                               const Association& association) const {
+    return retrieval_.nodes().destination(request.command.value(DCM_MoveDestination),
+                                          association.names().calledAeTitle);
+}
+
+/// The name, as the table has it now.
+std::optional<std::string> MoveService::ftpNode(const Request& request, Association& association) const {
+    try {
+        const auto lease =
+            retrieval_.shared().sessions.take([&association] { return association.stop().stop_requested(); });
+        if (!lease)
+            throw AssociationEnded{DUL_NETWORKCLOSED};
+        const auto node = ftp::findNode(lease->connection(), request.command.value(DCM_MoveDestination));
+        return node ? std::optional{node->name} : std::nullopt;
+    } catch (const db::Error& error) {
+        association.log(PeerLog::Event::Failure, std::string{"the tables cannot be asked: "} + error.what());
+        throw RequestFailure{STATUS_MOVE_Refused_OutOfResourcesNumberOfMatches,
+                             "The database cannot be asked"};
+    }
 }
 
 void MoveService::move(const Request& request, Association& association,

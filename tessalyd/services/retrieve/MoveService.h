@@ -1,11 +1,14 @@
 #pragma once
 
+#include <optional>
+#include <string>
+
 #include "tessalyd/association/Service.h"
 #include "tessalyd/services/retrieve/Retrieval.h"
 
 namespace tessaly::tessalyd {
 
-/// C-MOVE: objects go to another node, over an association of their own.
+/// C-MOVE: objects go to another node, over an association of their own, or to an FTP node.
 class MoveService final : public Service {
   public:
     explicit MoveService(ServiceContext& shared) : retrieval_(shared) {}
@@ -16,8 +19,9 @@ class MoveService final : public Service {
     [[nodiscard]] std::string summary() const override { return retrieval_.summary("C-MOVE"); }
 
   private:
-    [[nodiscard]] RemoteNodes::Destination destination(const Request& request,
-                                                       const Association& association) const;
+    [[nodiscard]] std::optional<RemoteNodes::Destination> dicomNode(const Request& request,
+                                                                    const Association& association) const;
+    [[nodiscard]] std::optional<std::string> ftpNode(const Request& request, Association& association) const;
     void move(const Request& request, Association& association, const RemoteNodes::Destination& destination,
               InstanceList instances);
 

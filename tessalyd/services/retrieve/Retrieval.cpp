@@ -1,6 +1,7 @@
 #include "tessalyd/services/retrieve/Retrieval.h"
 
 #include <dcmtk/dcmdata/dcdatset.h>
+#include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcuid.h>
 #include <dcmtk/dcmnet/dimse.h>
 
@@ -25,12 +26,14 @@ InformationModel modelOf(const std::string& sopClass) {
 }
 
 void send(const Request& request, Association& association, const SubOperations& operations,
-          std::uint16_t status) {
+          std::uint16_t status, const std::string& comment = {}) {
     std::optional<DcmDataset> failures;
     if (status != STATUS_Pending)
         failures = operations.failures();
-    association.respond(request, operations.response(request.command, status),
-                        failures ? &*failures : nullptr);
+    dicom::Command response = operations.response(request.command, status);
+    if (!comment.empty())
+        response.set(DCM_ErrorComment, comment);
+    association.respond(request, response, failures ? &*failures : nullptr);
 }
 
 }  // namespace
@@ -87,6 +90,12 @@ void Retrieval::answerFinally(const Request& request, Association& association,
                               const SubOperations& operations, bool cancelled) {
     count(operations);
     send(request, association, operations, operations.finalStatus(cancelled));
+}
+
+void Retrieval::answerFinally(const Request& request, Association& association,
+                              const SubOperations& operations, const std::string& comment) {
+    count(operations);
+    send(request, association, operations, operations.finalStatus(false), comment);
 }
 
 void Retrieval::count(const SubOperations& operations) {

@@ -34,6 +34,9 @@ class Retrieval {
     /// Sends the final answer, and counts.
     void answerFinally(const Request& request, Association& association, const SubOperations& operations,
                        bool cancelled = false);
+    /// The same with an error comment: 64 characters of ASCII at most.
+    void answerFinally(const Request& request, Association& association, const SubOperations& operations,
+                       const std::string& comment);
     /// Counts what has been done, where nobody can be answered any more.
     void count(const SubOperations& operations);
 

@@ -10,6 +10,8 @@
 #include "tessalyd/Log.h"
 #include "tessalyd/Printable.h"
 #include "tessalyd/association/Association.h"
+#include "tessalyd/forwarding/ftp/Handler.h"
+#include "tessalyd/forwarding/ftp/Node.h"
 #include "tessalyd/store/ArchiveWriter.h"
 #include "tessalyd/store/StoreFailure.h"
 
@@ -26,10 +28,10 @@ std::string callingTitle(const Association& association) {
 }  // namespace
 
 std::span<const SupportedContext> StoreService::contexts() const noexcept {
-    static constexpr std::array Supported{
-        SupportedContext{.covers = dicom::isStored,
-                         .requestor = Role::Scu,
-                         .preference = [](dicom::TransferSyntax syntax) { return dicom::isArchived(syntax) ? 1 : 0; }}};
+    static constexpr std::array Supported{SupportedContext{
+        .covers = dicom::isStored, .requestor = Role::Scu, .preference = [](dicom::TransferSyntax syntax) {
+            return dicom::isArchived(syntax) ? 1 : 0;
+        }}};
     return Supported;
 }
 
@@ -62,14 +64,20 @@ void StoreService::answer(const Request& request, Association& association) {
 
 void StoreService::store(const Request& request, Association& association) {
     const std::string sopClassUid = request.command.sopClassUid();
+    const auto deliver = [&](const db::Connection& connection, const ObjectHeader& header) {
+        if (const auto& node = ftpNode(connection, association))
+            ftp::deliverLater(connection, *node, header.seriesInstanceUid, header.sopInstanceUid,
+                              shared_.quietTime);
+    };
     ArchiveWriter writer{association.port(),
-                         index_,
-                         {.decoders = decoders_,
+                         shared_.index,
+                         {.decoders = shared_.decoders,
                           .interest = {.stop = association.stop(), .requester = association.names().address}},
                          {.sopClassUid = sopClassUid,
                           .sopInstanceUid = request.command.sopInstanceUid(),
                           .syntax = request.context->syntax(),
-                          .sender = callingTitle(association)},
+                          .sender = callingTitle(association),
+                          .writeRows = deliver},
                          buffer_};
     if (!association.receiveDataSet([&writer](std::span<const char> part) { writer.take(part); }))
         throw StoreFailure{STATUS_STORE_Error_CannotUnderstand,
@@ -78,6 +86,18 @@ void StoreService::store(const Request& request, Association& association) {
         throw StoreFailure{STATUS_STORE_Refused_SOPClassNotSupported,
                            "The SOP class is not that of the presentation context"};
     writer.finish();
+}
+
+/// The FTP node to which what is stored over the association is delivered, too: looked for once, over the
+/// connection that stores.
+const std::optional<std::string>& StoreService::ftpNode(const db::Connection& connection,
+                                                        const Association& association) {
+    if (!isNodeKnown_ && !association.port().checkCalledAE) {
+        const auto node = ftp::findNode(connection, association.names().calledAeTitle);
+        ftpNode_ = node ? std::optional{node->name} : std::nullopt;
+    }
+    isNodeKnown_ = true;
+    return ftpNode_;
 }
 
 std::string StoreService::summary() const {

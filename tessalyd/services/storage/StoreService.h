@@ -1,5 +1,8 @@
 #pragma once
 
+#include <optional>
+#include <string>
+
 #include "tessalyd/association/Service.h"
 #include "tessalyd/services/ServiceContext.h"
 #include "tessalyd/services/storage/UnlistedClasses.h"
@@ -10,8 +13,7 @@ namespace tessaly::tessalyd {
 class StoreService final : public Service {
   public:
     /// All outlive it.
-    StoreService(ServiceContext& shared, UnlistedClasses& unlisted)
-        : index_(shared.index), decoders_(shared.decoders), unlisted_(unlisted) {}
+    StoreService(ServiceContext& shared, UnlistedClasses& unlisted) : shared_(shared), unlisted_(unlisted) {}
 
     [[nodiscard]] std::span<const SupportedContext> contexts() const noexcept override;
     [[nodiscard]] std::span<const CommandField> commands() const noexcept override;
@@ -21,12 +23,16 @@ class StoreService final : public Service {
   private:
     void store(const Request& request, Association& association);
 
-    ArchiveIndex& index_;
-    decoder::Pool& decoders_;
+    [[nodiscard]] const std::optional<std::string>& ftpNode(const db::Connection& connection,
+                                                            const Association& association);
+
+    ServiceContext& shared_;
     UnlistedClasses& unlisted_;
     std::vector<char> buffer_;  // for one object after the other
     int stored_ = 0;
     int notStored_ = 0;
+    bool isNodeKnown_ = false;
+    std::optional<std::string> ftpNode_;  // whose name is the called AE title
 };
 
 }  // namespace tessaly::tessalyd

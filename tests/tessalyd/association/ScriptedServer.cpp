@@ -36,7 +36,12 @@ constexpr std::array FindContexts{SupportedContext{&is<FindClass>, Role::Scu, &a
 constexpr std::array MoveContexts{SupportedContext{&is<MoveClass>, Role::Scu, &anyLittleEndian}};
 constexpr std::array GetContexts{SupportedContext{&is<GetClass>, Role::Scu, &anyLittleEndian},
                                  SupportedContext{&is<CtClass>, Role::Scp, &ratherExplicit}};
-constexpr std::array StoreContexts{SupportedContext{&is<CtClass>, Role::Scu, &anyLittleEndian}};
+/// Films are taken as they are.
+int anySyntax(dicom::TransferSyntax syntax) {
+    return dicom::isArchived(syntax) ? 1 : 0;
+}
+constexpr std::array StoreContexts{SupportedContext{&is<CtClass>, Role::Scu, &anyLittleEndian},
+                                   SupportedContext{&is<FilmClass>, Role::Scu, &anySyntax}};
 
 class ScriptedService : public Service {
   public:

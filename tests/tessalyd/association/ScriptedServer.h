@@ -27,12 +27,13 @@ constexpr const char* FindClass = UID_FINDStudyRootQueryRetrieveInformationModel
 constexpr const char* MoveClass = UID_MOVEStudyRootQueryRetrieveInformationModel;
 constexpr const char* GetClass = UID_GETStudyRootQueryRetrieveInformationModel;
 constexpr const char* CtClass = UID_CTImageStorage;
+constexpr const char* FilmClass = UID_MultiframeGrayscaleWordSecondaryCaptureImageStorage;
 constexpr const char* Implicit = UID_LittleEndianImplicitTransferSyntax;
 constexpr const char* Explicit = UID_LittleEndianExplicitTransferSyntax;
 
 /// The server's associations in this process, with services that do what a test says. A C-ECHO is answered.
 /// They take little endian, implicit and explicit; CT images are taken (C-STORE) and sent (C-GET), these
-/// rather in explicit. Extended negotiation is for C-FIND: all holds but the last byte.
+/// rather in explicit; films are taken in any syntax. Extended negotiation is for C-FIND: all holds but the last byte.
 class ScriptedServer {
   public:
     using Script = std::function<void(const tessalyd::Request&, tessalyd::Association&)>;

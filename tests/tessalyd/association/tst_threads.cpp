@@ -1,9 +1,12 @@
 #include <QTest>
 #include <QThread>
 #include <algorithm>
+#include <atomic>
 #include <mutex>
+#include <thread>
 #include <vector>
 
+#include "tessalyd/association/AssociationThreads.h"
 #include "tessalyd/control/CommandThread.h"
 #include "tessalyd/control/Mailbox.h"
 #include "tests/tessalyd/Daemon.h"
@@ -20,6 +23,7 @@ class ThreadsTest : public QObject {
     void whatIsLeftIsRunAtTheEnd();
     void callsAreMadeInTheMailboxsThread();
     void callsThatAreNotMadeAreDropped();
+    void associationsAreStoppedWhileTheirEndIsAwaited();
 };
 
 void ThreadsTest::commandsRunInOrderInAThreadOfTheirOwn() {
@@ -91,6 +95,27 @@ void ThreadsTest::callsThatAreNotMadeAreDropped() {
     }
     QCoreApplication::processEvents();
     QVERIFY(!made);
+}
+
+void ThreadsTest::associationsAreStoppedWhileTheirEndIsAwaited() {
+    constexpr std::size_t Many = 200;
+    AssociationThreads threads;
+    threads.setLimit(Many);
+    for (std::size_t i = 0; i < Many; ++i) {
+        const auto started = threads.start(0, [](AssociationThreads::Connection& connection) {
+            while (!connection.stop.stop_requested())
+                std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        });
+        QVERIFY(started == AssociationThreads::Started::Yes);
+    }
+    std::atomic<bool> isOver = false;
+    std::thread stopping{[&] {
+        while (!isOver)
+            threads.stopThrough(Many);
+    }};
+    threads.finish();
+    isOver = true;
+    stopping.join();
 }
 
 QTEST_GUILESS_MAIN(ThreadsTest)
