@@ -259,7 +259,7 @@ PrintService::Answer PrintService::print(const std::vector<std::string>& films,
         return {.status = static_cast<std::uint16_t>(isSession ? SessionIsEmpty : FilmIsEmpty)};
     std::string job;
     try {
-        job = jobs_.add(order, state_.printer, spool_);
+        job = jobs_.add(order, state_.printer, spool_, association.stop());
     } catch (const std::exception& fault) {
         association.log(PeerLog::Event::Failure, std::string{"films are not taken: "} + fault.what());
         throw RequestFailure{static_cast<std::uint16_t>(isSession ? SessionQueueFull : FilmQueueFull),

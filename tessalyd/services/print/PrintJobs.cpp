@@ -7,11 +7,9 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "db/Retrying.h"
-#include "db/Transaction.h"
+#include "db/Error.h"
 #include "jobs/JobTable.h"
 #include "tessalyd/Log.h"
-#include "tessalyd/configuration/Configuration.h"
 #include "tessalyd/forwarding/films/EncodedDataSet.h"
 #include "tessalyd/forwarding/films/FilmPrinter.h"
 #include "tessalyd/forwarding/films/NewUid.h"
@@ -67,7 +65,7 @@ PrintJobEvent eventOf(jobs::State state) {
 }  // namespace
 
 std::string PrintJobs::add(const films::PrintOrder& order, const films::PrinterRow& printer,
-                           const AssociationSpool& spool) {
+                           const AssociationSpool& spool, const std::stop_token& stop) {
     NewFolder folder{spool.spool()};
     for (const films::Film& film : order.films)
         for (const auto& [position, image] : film.images)
@@ -75,20 +73,24 @@ std::string PrintJobs::add(const films::PrintOrder& order, const films::PrinterR
     films::save(order, folder.entry().path);
     jobs::Spool::makeDurable(folder.entry());
     const std::string uid = films::newUid(order.baseUid);
-    db::Connection connection;
-    openDatabase(connection, db::Purpose::DurableWrites);
     // Before the transaction: one that reads first does not wait for others that write.
-    if (jobs::countUnfinished(connection, PrintKind, printer.lane()) >= MostWaiting)
-        throw std::runtime_error{"the printer has " + std::to_string(MostWaiting) + " jobs already"};
+    shared_.jobs.run(
+        [&](const db::Connection& connection) {
+            if (jobs::countUnfinished(connection, PrintKind, printer.lane()) >= MostWaiting)
+                throw std::runtime_error{"the printer has " + std::to_string(MostWaiting) + " jobs already"};
+        },
+        stop);
     const std::string path = folder.entry().path.native();
-    const auto write = [&] {
-        db::Transaction transaction{connection};
-        jobs::add(connection,
-                  {.kind = PrintKind, .target = printer.lane(), .key = uid, .subject = path, .spool = path});
-        transaction.commit();
-    };
     try {
-        db::retrying(write, [] {});  // the next attempt connects anew by itself
+        shared_.jobs.write(
+            [&](const db::Connection& connection) {
+                jobs::add(connection, {.kind = PrintKind,
+                                       .target = printer.lane(),
+                                       .key = uid,
+                                       .subject = path,
+                                       .spool = path});
+            },
+            stop);
     } catch (const db::OutcomeUnknown&) {
         folder.keep();  // if it has no job, it goes at the next start
         throw;
@@ -125,7 +127,9 @@ void PrintJobs::tell(Association& association, const AcceptedContext& context, W
                      jobs::State state) {
     if (job.told == state)
         return;
-    // One that was quick was printed nevertheless.
+    // One that was quick has waited and was printed nevertheless.
+    if (!job.told && state != jobs::State::Waiting)
+        tell(association, context, job, jobs::State::Waiting);
     if (state == jobs::State::Done && job.told != jobs::State::Running)
         tell(association, context, job, jobs::State::Running);
     auto command =

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,7 @@ class PrintJobs {
     /// Makes a durable job of the order, and returns the UID of its Print Job. Nothing is made if there is no
     /// room for it. Throws std::runtime_error, which tells why.
     [[nodiscard]] std::string add(const films::PrintOrder& order, const films::PrinterRow& printer,
-                                  const AssociationSpool& spool);
+                                  const AssociationSpool& spool, const std::stop_token& stop);
     /// Its changes are reported from now on, if the association has a context for reports.
     void watch(const std::string& uid, const std::string& printer);
 

@@ -188,6 +188,8 @@ bool ScriptedPrinter::takeOne(T_ASC_Association& association, dicom::MessageStre
     {
         const std::lock_guard lock{mutex_};
         requests_.push_back(request);
+        if (!keepsPixels)
+            requests_.back().pixels = {};
     }
     const Answer answer = script_ ? script_(request) : Answer{};
     for (const Event& event : answer.before)

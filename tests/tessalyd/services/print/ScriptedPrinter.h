@@ -62,6 +62,9 @@ class ScriptedPrinter {
     ScriptedPrinter(const ScriptedPrinter&) = delete;
     ScriptedPrinter& operator=(const ScriptedPrinter&) = delete;
 
+    /// Whether requests() have the pixels; the script sees them in either case.
+    std::atomic<bool> keepsPixels = true;
+
     [[nodiscard]] QString port() const { return QString::number(port_); }
     [[nodiscard]] std::vector<Request> requests() const;
     [[nodiscard]] std::vector<Request> requests(dicom::CommandField field, const char* sopClass) const;
