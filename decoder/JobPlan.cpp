@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "decoder/Conversion.h"
+#include "decoder/Transcoder.h"
 #include "decoder/DeflatedLayout.h"
 #include "decoder/Syntaxes.h"
 #include "dicom/data/FileWindow.h"

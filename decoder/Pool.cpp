@@ -103,7 +103,7 @@ Result Pool::run(const JobPlan& plan, const DataSetFile& source, const DataSetFi
         try {
             process = takeProcess(kept);
         } catch (const std::system_error& error) {
-            return {.reason = std::string{"no decoder can be started: "} + error.what()};
+            return {.reason = std::string{"no decoder can be started: "} + error.what(), .isTransient = true};
         }
         // What an earlier one has left is not to be behind what this one writes.
         if (::ftruncate(target.file, static_cast<off_t>(target.dataSetAt)) < 0)
@@ -119,14 +119,14 @@ Result Pool::run(const JobPlan& plan, const DataSetFile& source, const DataSetFi
         }
     }
     if (!answer)
-        return {.reason = "its decoder has ended"};
+        return {.reason = "its decoder has ended", .isTransient = true};
     if (answer->exitCode == Done)
         return {.outcome = Outcome::Converted, .reason = {}};
     if (answer->exitCode == NotDecodable)
         return {.reason = "its pixel data is not what its header says, or is broken"};
     if (answer->signal != 0)
         return {.reason = "its decoder was ended by signal " + std::to_string(answer->signal)};
-    return {.reason = "its decoder could not begin"};
+    return {.reason = "its decoder could not begin", .isTransient = true};
 }
 
 std::unique_ptr<DecoderProcess> Pool::takeProcess(bool kept) {

@@ -19,6 +19,8 @@ enum class Outcome { Converted, NotConvertible, Stopped };
 struct Result {
     Outcome outcome = Outcome::NotConvertible;
     std::string reason;  ///< why not, for the log; of no patient
+    /// With NotConvertible: it is not the object's fault, but that of its decoder, which could not run.
+    bool isTransient = false;
 };
 
 /// Brings objects into native syntaxes, each in a process that can do nothing else and that is limited in

@@ -22,7 +22,7 @@
 #include "base/FileDescriptor.h"
 #include "decoder/Channel.h"
 #include "decoder/Confinement.h"
-#include "decoder/Conversion.h"
+#include "decoder/Transcoder.h"
 #include "decoder/FrameDecoder.h"
 #include "decoder/Job.h"
 #include "dicom/data/TransferSyntaxes.h"

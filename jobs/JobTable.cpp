@@ -137,6 +137,14 @@ std::optional<Job> find(const db::Connection& connection, long long number) {
     return first(select(connection, " WHERE Number=?", {integer(number)}));
 }
 
+long long countUnfinished(const db::Connection& connection, std::string_view kind, std::string_view target) {
+    db::Query query{connection,
+                    "SELECT COUNT(*) AS Num FROM Job WHERE State IN (?,?) AND Kind=? AND Target=?"};
+    query.bindAll({number(State::Waiting), number(State::Running), text(kind), text(target)});
+    db::ResultSet row = query.open();
+    return row.next() ? row.integer("Num") : 0;
+}
+
 void forEach(const db::Connection& connection, const std::function<void(const Job&)>& visit) {
     for (const Job& job : select(connection, " ORDER BY Number", {}))
         visit(job);

@@ -24,6 +24,9 @@ bool renew(const db::Connection& connection, const NewJob& job);
 [[nodiscard]] std::optional<Job> find(const db::Connection& connection, std::string_view kind,
                                       std::string_view key);
 [[nodiscard]] std::optional<Job> find(const db::Connection& connection, long long number);
+/// How many of a kind and a target are still to be done: they wait or run.
+[[nodiscard]] long long countUnfinished(const db::Connection& connection, std::string_view kind,
+                                        std::string_view target);
 
 /// All of them, by their numbers.
 void forEach(const db::Connection& connection, const std::function<void(const Job&)>& visit);

@@ -20,10 +20,10 @@ build_packages=(
 # A screen for a machine that has none.
 screen_packages=(tigervnc-standalone-server tigervnc-tools openbox xauth)
 # Peers and tools of the tests: a screen with real keys and clicks, openssl to answer the screen's password question,
-# the other engine, and a driver for the files that other programs left.
+# the other engine, a driver for the files that other programs left, another maker and another reader of volumes.
 test_packages=(
     dcmtk libgdcm-tools libopenjp2-tools openjph-tools orthanc openssl xvfb xdotool lintian desktop-file-utils appstream man-db sqlite3
-    postgresql-15 odbc-postgresql libpq-dev odbc-mdbtools libcap2-bin ncftp
+    postgresql-15 odbc-postgresql libpq-dev odbc-mdbtools libcap2-bin ncftp dcm2niix python3-nibabel
     libwrap0 libhiredis0.14 libmemcached11 libmemcachedutil2 libpcre2-posix3
 )
 # FTP servers as peers of the tests, with the libraries above. Installed, they would conflict with each other, drive out

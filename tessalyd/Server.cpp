@@ -63,7 +63,7 @@ std::string joined(const std::vector<std::string>& lines) {
 
 Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended, decoder::Pool::Options decoding,
                std::vector<std::string> addresses, const jobs::RunnerOptions& jobs,
-               const AssociationLimits& limits)
+               std::chrono::seconds peerTimeout, const AssociationLimits& limits)
     : addresses_(addresses.empty() ? std::vector<std::string>{{}} : std::move(addresses)),
       decoders_(std::move(decoding)),
       limits_(limits),
@@ -71,7 +71,7 @@ Server::Server(OpenAssociations::Event opened, OpenAssociations::Event ended, de
       open_(std::move(opened), std::move(ended)),
       shared_(decoders_),
       jobs_(
-          jobHandlers(shared_),
+          jobHandlers(shared_, peerTimeout),
           [](db::Connection& connection) { openDatabase(connection, db::Purpose::DurableWrites); }, reportJob,
           jobs),
       services_(allServices(shared_)) {

@@ -30,7 +30,7 @@ class Server {
     /// listened on, numeric; none: all of this machine.
     Server(OpenAssociations::Event opened, OpenAssociations::Event ended, decoder::Pool::Options decoding,
            std::vector<std::string> addresses = {}, const jobs::RunnerOptions& jobs = {},
-           const AssociationLimits& limits = {});
+           std::chrono::seconds peerTimeout = std::chrono::seconds{60}, const AssociationLimits& limits = {});
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;

@@ -150,7 +150,16 @@ int run(int argc, char** argv) {
         .add_option("--give-up", giveUp, "Seconds after which a job that meets transient faults is given up")
         ->capture_default_str()
         ->check(CLI::Range(1, 31536000));
+    long peerTimeout = options.peerTimeout.count();
+    commandLine
+        .add_option(
+            "--peer-timeout", peerTimeout,
+            "Seconds that a printer has for each answer; for the one to a print command three times as "
+            "many")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 3600));
     CLI11_PARSE(commandLine, argc, argv);
+    options.peerTimeout = std::chrono::seconds{peerTimeout};
     options.logFile = logFile;
     options.grace = std::chrono::seconds{graceSeconds};
     options.jobs.firstRetry = std::chrono::seconds{firstRetry};

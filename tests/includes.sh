@@ -16,15 +16,18 @@ console/ui              > archive
 tessalyd/main           > tessalyd/control
 tessalyd/control        > tessalyd/Server
 tessalyd/Server         > tessalyd/services
-tessalyd/services       > tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve tessalyd/services/commitment
+tessalyd/services       > tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve tessalyd/services/commitment tessalyd/services/print
 tessalyd/services/verification > tessalyd/association
 tessalyd/services/storage      > tessalyd/services/ServiceContext
 tessalyd/services/retrieve     > tessalyd/services/query
 tessalyd/services/commitment   > tessalyd/services/ServiceContext
+tessalyd/services/print        > tessalyd/services/ServiceContext tessalyd/forwarding/films
+tessalyd/forwarding/films      > tessalyd/Log jobs dicom/net
 tessalyd/services/query        > tessalyd/services/ServiceContext
 tessalyd/services/ServiceContext > tessalyd/services/JobSessions tessalyd/association tessalyd/search tessalyd/store tessalyd/forwarding/ftp
 tessalyd/services/JobSessions  > tessalyd/configuration jobs
-tessalyd/forwarding/ftp > tessalyd/search jobs
+tessalyd/forwarding/ftp        > tessalyd/search jobs tessalyd/forwarding/volumes
+tessalyd/forwarding/volumes    > decoder
 tessalyd/search         > tessalyd/Log archive decoder
 tessalyd/store          > tessalyd/Log archive decoder
 tessalyd/association    > tessalyd/Log dicom/net

@@ -254,6 +254,18 @@ std::string Command::value(const DcmTagKey& tag) const {
     return found == values_.end() ? std::string{} : std::string{withoutBlanks(found->second)};
 }
 
+std::vector<DcmTagKey> Command::tags(const DcmTagKey& tag) const {
+    constexpr std::size_t Size = 4;
+    std::vector<DcmTagKey> all;
+    if (const auto found = values_.find(tag.getElement()); found != values_.end()) {
+        const std::span<const char> bytes{found->second};
+        for (std::size_t at = 0; at + Size <= bytes.size(); at += Size)
+            all.emplace_back(static_cast<Uint16>(numberIn(bytes.subspan(at, 2))),
+                             static_cast<Uint16>(numberIn(bytes.subspan(at + 2, 2))));
+    }
+    return all;
+}
+
 Command& Command::set(const DcmTagKey& tag, std::uint16_t number) {
     std::vector<char> bytes;
     append(bytes, number, sizeof number);

@@ -58,6 +58,8 @@ class Command {
     [[nodiscard]] std::optional<std::uint16_t> number(const DcmTagKey& tag) const;
     /// Of any other attribute, without padding; empty if it is missing.
     [[nodiscard]] std::string value(const DcmTagKey& tag) const;
+    /// Of an attribute whose values are tags of others: Attribute Identifier List.
+    [[nodiscard]] std::vector<DcmTagKey> tags(const DcmTagKey& tag) const;
 
     Command& set(const DcmTagKey& tag, std::uint16_t number);
     Command& set(const DcmTagKey& tag, std::string_view text);

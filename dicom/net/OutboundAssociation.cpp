@@ -27,6 +27,12 @@ int seconds(std::chrono::milliseconds limit) {
     return static_cast<int>(std::chrono::ceil<std::chrono::seconds>(limit).count());
 }
 
+/// One at least: to the toolkit, none is a glance.
+std::chrono::seconds secondsUntil(Clock::time_point until) {
+    using std::chrono::seconds;
+    return std::max(std::chrono::ceil<seconds>(until - Clock::now()), seconds{1});
+}
+
 /// A fault of this side's.
 void check(const OFCondition& condition) {
     if (condition.bad())
@@ -121,10 +127,37 @@ void OutboundAssociation::learnContexts() {
     messages_ = std::make_unique<MessageStream>(*association_, trace_.message);
 }
 
-Command OutboundAssociation::receiveResponse(std::uint16_t messageId, std::chrono::milliseconds limit) {
-    ioLimits().setDeadline(std::min(limits_.deadline, Clock::now() + limit));
-    auto response = messages_->receive(std::chrono::ceil<std::chrono::seconds>(limit)).command;
+void OutboundAssociation::setSendingDeadline(Clock::time_point until) {
+    ioLimits().setDeadline(std::min(limits_.deadline, until));
+}
+
+bool OutboundAssociation::waitForMessage(Clock::time_point until) {
     ioLimits().setDeadline(limits_.deadline);
+    bool hasCome = messages_->hasMore();  // a deadline that is over would look like the end
+    if (!hasCome) {
+        ioLimits().setDeadline(std::min(limits_.deadline, until));
+        hasCome = ASC_dataWaiting(association_, static_cast<int>(secondsUntil(until).count()));
+        ioLimits().setDeadline(limits_.deadline);
+    }
+    return hasCome && !ioLimits().isStopped();
+}
+
+MessageStream::Received OutboundAssociation::receive(Clock::time_point until) {
+    ioLimits().setDeadline(std::min(limits_.deadline, until));
+    auto received = messages_->receive(secondsUntil(until));
+    ioLimits().setDeadline(limits_.deadline);
+    return received;
+}
+
+bool OutboundAssociation::receiveDataSet(Clock::time_point until, const MessageStream::Sink& sink) {
+    ioLimits().setDeadline(std::min(limits_.deadline, until));
+    const bool belongs = messages_->receiveDataSet(secondsUntil(until), sink);
+    ioLimits().setDeadline(limits_.deadline);
+    return belongs;
+}
+
+Command OutboundAssociation::receiveResponse(std::uint16_t messageId, std::chrono::milliseconds limit) {
+    auto response = receive(Clock::now() + limit).command;
     if (!response.isResponse() || response.messageId() != messageId)
         throw AssociationEnded{DIMSE_BADCOMMANDTYPE};
     return response;

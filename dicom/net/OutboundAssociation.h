@@ -74,6 +74,14 @@ class OutboundAssociation {
     /// The next message, which has to be the response to the request with this ID and whole within the limit.
     /// Throws AssociationEnded.
     [[nodiscard]] Command receiveResponse(std::uint16_t messageId, std::chrono::milliseconds limit);
+    /// For what is sent from now on, until something is received.
+    void setSendingDeadline(IoLimits::Clock::time_point until);
+    /// Whether a message has begun to come by then, or the connection is over; false after a stop too.
+    [[nodiscard]] bool waitForMessage(IoLimits::Clock::time_point until);
+    /// The next message, whatever it is, its command set whole by then. Throws AssociationEnded.
+    [[nodiscard]] MessageStream::Received receive(IoLimits::Clock::time_point until);
+    /// Takes its data set, whole by then, as MessageStream does.
+    [[nodiscard]] bool receiveDataSet(IoLimits::Clock::time_point until, const MessageStream::Sink& sink);
 
     /// What AssociationEnded means here.
     [[nodiscard]] AssociationFailure failure(const OFCondition& reason) const;

@@ -64,7 +64,7 @@ void ControlObject::run() {
     log_.emplace(options_.logFile, options_.logBytes);
     server_ = std::make_unique<Server>(emitter(&ControlObject::emitConnection),
                                        emitter(&ControlObject::emitEndConnection), options_.decoding,
-                                       options_.addresses, options_.jobs);
+                                       options_.addresses, options_.jobs, options_.peerTimeout);
     commands_.emplace();
     perform([this, wish = wish()] { start(wish); });
     // Calls that came with the activation are answered when the ports are bound, unless that takes long.

@@ -29,6 +29,7 @@ struct Options {
     std::chrono::seconds retryInterval{5};    ///< between attempts to listen
     decoder::Pool::Options decoding = {};
     jobs::RunnerOptions jobs = {};
+    std::chrono::seconds peerTimeout{60};  ///< for each answer of a printer
 };
 
 /// The server on the session bus. Its methods are answered soon even when what they start takes long:

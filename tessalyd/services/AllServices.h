@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <string>
 
@@ -13,7 +14,9 @@ namespace tessaly::tessalyd {
 /// and has been configured before the first association.
 [[nodiscard]] ServiceFactory allServices(ServiceContext& shared);
 
-/// What does this server's jobs, by their kinds. The context outlives them.
-[[nodiscard]] std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& shared);
+/// What does this server's jobs, by their kinds. The context outlives them. `peerTimeout` is for each answer
+/// of a printer.
+[[nodiscard]] std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& shared,
+                                                               std::chrono::seconds peerTimeout);
 
 }  // namespace tessaly::tessalyd

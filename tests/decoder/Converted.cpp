@@ -6,7 +6,7 @@
 #include <QtEndian>
 #include <stdexcept>
 
-#include "decoder/Conversion.h"
+#include "decoder/Transcoder.h"
 
 namespace tessaly::test {
 

@@ -26,6 +26,17 @@ QByteArray written(DcmDataset& set, E_TransferSyntax syntax) {
     return bytes.left(static_cast<qsizetype>(out.tell()));
 }
 
+/// The most that this process has had of it, in kilobytes, touched or not.
+long long peakOfAddressSpace() {
+    QFile status{QStringLiteral("/proc/self/status")};
+    if (!status.open(QIODevice::ReadOnly))
+        throw std::runtime_error{"no status"};
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("VmPeak:"))
+            return line.mid(7).trimmed().split(' ').front().toLongLong();
+    throw std::runtime_error{"no VmPeak"};
+}
+
 const ImageSpec Byte{.bits = 8, .stored = 8};
 
 }  // namespace
@@ -51,6 +62,7 @@ class DecodingTest : public QObject {
     void nativeObjectsAreConvertedAsTheToolkitDoes_data();
     void nativeObjectsAreConvertedAsTheToolkitDoes();
     void whatIsBehindThePixelsStaysThere();
+    void anElementLongerThanTheObjectIsNotGivenToTheToolkit();
 };
 
 void DecodingTest::initTestCase() {
@@ -338,6 +350,22 @@ void DecodingTest::whatIsBehindThePixelsStaysThere() {
     const auto sorted = converted(encapsulated(Byte, {frame}) + late, EXS_JPEGLSLossless);
     QVERIFY(sorted);
     QVERIFY(sorted->contains(late) && sorted->endsWith(framePixels(Byte)));
+}
+
+/// It would take the four gigabytes that the length says before it looks for the bytes.
+void DecodingTest::anElementLongerThanTheObjectIsNotGivenToTheToolkit() {
+    DcmDataset set;
+    set.putAndInsertString(DCM_SOPClassUID, "1.2.840.10008.5.1.4.1.1.66");
+    set.putAndInsertString(DCM_SOPInstanceUID, "1.2.3");
+    const QByteArray begin = written(set, EXS_LittleEndianImplicit);
+    QVERIFY(converted(begin, EXS_LittleEndianImplicit).has_value());
+    // In an item without a length of its own nothing else says how far it can reach.
+    const QByteArray item = QByteArray::fromHex("feff00e0ffffffff"
+                                                "08005011f0ffff7f");
+    const QByteArray sequence = QByteArray::fromHex("08004011ffffffff") + item;
+    const long long before = peakOfAddressSpace();
+    QVERIFY(!converted(begin + sequence, EXS_LittleEndianImplicit));
+    QVERIFY(peakOfAddressSpace() - before < (1 << 20));
 }
 
 QTEST_APPLESS_MAIN(DecodingTest)

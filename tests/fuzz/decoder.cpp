@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "decoder/Conversion.h"
+#include "decoder/Transcoder.h"
 #include "decoder/FrameDecoder.h"
 #include "decoder/ObjectLayout.h"
 #include "tests/fuzz/Fuzz.h"

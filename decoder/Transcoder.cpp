@@ -1,4 +1,4 @@
-#include "decoder/Conversion.h"
+#include "decoder/Transcoder.h"
 
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
@@ -20,6 +20,7 @@
 #include "decoder/PixelWriter.h"
 #include "decoder/Syntaxes.h"
 #include "dicom/data/DataSetWalk.h"
+#include "dicom/data/ElementWalk.h"
 #include "dicom/data/Inflater.h"
 #include "dicom/data/SinkStream.h"
 
@@ -31,10 +32,40 @@ std::span<const char> chars(Bytes bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
+/// An element that is longer than all that there is: the toolkit takes the memory before it looks for the
+/// bytes.
+class LengthCheck final : public dicom::ElementVisitor {
+  public:
+    explicit LengthCheck(std::size_t most) : most_(most) {}
+    [[nodiscard]] bool element(const dicom::ElementHead& head) override {
+        isExceeded_ = isExceeded_ || (head.length != dicom::ElementHead::Undefined && head.length > most_);
+        return !isExceeded_;
+    }
+    void value(std::span<const char> /*piece*/) override {}
+    [[nodiscard]] bool isExceeded() const noexcept { return isExceeded_; }
+
+  private:
+    std::size_t most_;
+    bool isExceeded_ = false;
+};
+
+/// However the bytes are understood where that can be done in several ways.
+bool exceedsLength(Bytes bytes, dicom::TransferSyntax syntax) {
+    using Reading = dicom::ElementWalk::Reading;
+    for (const Reading reading : {Reading::ByRepresentation, Reading::ByContent, Reading::Enclosed}) {
+        LengthCheck check{bytes.size()};
+        dicom::ElementWalk walk{syntax, reading, check};
+        walk.take(chars(bytes));
+        if (check.isExceeded())
+            return true;
+    }
+    return false;
+}
+
 bool parse(DcmDataset& set, Bytes bytes, dicom::TransferSyntax syntax) {
     if (bytes.empty())
         return true;
-    if (dicom::exceedsNestingLimit(chars(bytes), syntax))
+    if (dicom::exceedsNestingLimit(chars(bytes), syntax) || exceedsLength(bytes, syntax))
         return false;
     DcmInputBufferStream in;
     in.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));
@@ -91,9 +122,9 @@ std::optional<Fragments> fragmentsOf(DcmPixelSequence& sequence) {
 }
 
 /// One object on its way from one syntax to another.
-class Conversion {
+class Transcoder {
   public:
-    Conversion(Bytes dataSet, dicom::TransferSyntax from, dicom::TransferSyntax to, const Write& write)
+    Transcoder(Bytes dataSet, dicom::TransferSyntax from, dicom::TransferSyntax to, const Write& write)
         : bytes_(dataSet), from_(from), to_(to), write_(write) {}
 
     bool run() {
@@ -290,7 +321,7 @@ class Conversion {
 }  // namespace
 
 bool convert(Bytes dataSet, dicom::TransferSyntax from, dicom::TransferSyntax to, const Write& write) {
-    return Conversion{dataSet, from, to, write}.run();
+    return Transcoder{dataSet, from, to, write}.run();
 }
 
 }  // namespace tessaly::decoder
