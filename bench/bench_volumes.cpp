@@ -26,7 +26,7 @@ using test::VolumeFormat;
 
 constexpr int Side = 512;
 constexpr int Images = 150;
-constexpr int Rounds = 5;
+constexpr int Rounds = 3;
 constexpr int Stops = 40;
 
 /// Something round with a few tissues in it, and noise as scanners have it, in air less.

@@ -102,6 +102,39 @@ void checkJobs(const db::Connection& connection, std::vector<std::string>& fault
     add(troubles.uncertain, "of which it is not known whether it was done");
 }
 
+/// Of destinations with one name the server takes the first that it finds: a DICOM node by its AE title, an
+/// FTP node by its name, a printer by its name.
+struct HidingCheck {
+    const char* what;       ///< that hides
+    const char* hidden;     ///< what is hidden
+    const char* statement;  ///< a row (Hides, Hidden) each
+};
+
+constexpr std::array HidingChecks{
+    HidingCheck{"The AE title of the DICOM node", "the FTP node",
+                "SELECT DicomNodes.Name AS Hides, FtpNodes.Name AS Hidden FROM DicomNodes, FtpNodes "
+                "WHERE DicomNodes.Store<>0 AND FtpNodes.Name=DicomNodes.AETitle ORDER BY FtpNodes.Name"},
+    HidingCheck{"The AE title of the DICOM node", "the printer",
+                "SELECT DicomNodes.Name AS Hides, Printers.Name AS Hidden FROM DicomNodes, Printers "
+                "WHERE DicomNodes.Store<>0 AND Printers.Name=DicomNodes.AETitle ORDER BY Printers.Name"},
+    HidingCheck{"The FTP node", "the printer",
+                "SELECT FtpNodes.Name AS Hides, Printers.Name AS Hidden FROM FtpNodes, Printers "
+                "WHERE Printers.Name=FtpNodes.Name ORDER BY Printers.Name"},
+};
+
+void checkHiding(const db::Connection& connection, std::vector<std::string>& faults) {
+    for (const HidingCheck& check : HidingChecks) {
+        try {
+            db::Query query{connection, check.statement};
+            for (auto rows = query.open(); rows.next();)
+                faults.push_back(std::string{check.what} + ' ' + rows.text("Hides") + " hides " +
+                                 check.hidden + ' ' + rows.text("Hidden") + " as a destination");
+        } catch (const db::Error&) {
+            // What lacks of these tables was said already.
+        }
+    }
+}
+
 }  // namespace
 
 std::vector<std::string> findFaults(const std::string& dsn) {
@@ -127,6 +160,7 @@ std::vector<std::string> findFaults(const std::string& dsn) {
             faults.push_back(std::string{"The rows of "} + check.table + " cannot be read: " + error.what());
         }
     }
+    checkHiding(connection, faults);
     try {
         if (actual.contains("Job"))
             checkJobs(connection, faults);

@@ -22,16 +22,16 @@ ServiceFactory allServices(ServiceContext& shared) {
         made.services.push_back(std::make_unique<FindService>(shared));
         made.services.push_back(std::make_unique<GetService>(shared));
         made.services.push_back(std::make_unique<MoveService>(shared));
-        made.services.push_back(std::make_unique<print::PrintService>(shared, *probe, port, peer));
         made.services.push_back(std::make_unique<CommitmentService>(shared, port));
+        made.services.push_back(std::make_unique<print::PrintService>(shared, *probe, port, peer));
         return made;
     };
 }
 
 std::map<std::string, jobs::Handler> jobHandlers(ServiceContext& shared, std::chrono::seconds peerTimeout) {
     return {{CommitmentKind, commitmentHandler(shared)},
-            {films::PrintKind, films::printHandler({.answer = peerTimeout})},
-            {ftp::JobKind, ftp::makeHandler(shared.decoders, shared.quietTime)}};
+            {ftp::JobKind, ftp::makeHandler(shared.decoders, shared.quietTime)},
+            {films::PrintKind, films::printHandler({.answer = peerTimeout})}};
 }
 
 }  // namespace tessaly::tessalyd

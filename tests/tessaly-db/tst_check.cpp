@@ -20,6 +20,7 @@ class TestCheck : public ToolTest {
     void findsNoDatabase();
     void namesALogWithThePassword_data();
     void namesALogWithThePassword();
+    void saysWhichDestinationIsHidden();
     void saysWhenTheTablesAreOlder();
     void saysWhenTheTablesAreNewer();
     void countsWhoCanLogIn_data();
@@ -160,6 +161,21 @@ void TestCheck::namesALogWithThePassword() {
              telltale ? u"The data source DicomFDB has %1=%2: its driver leaves a log in /tmp that shows the "
                         "password\n"_s.arg(key, value)
                       : u"DicomFDB: ok\n"_s);
+}
+
+void TestCheck::saysWhichDestinationIsHidden() {
+    create();
+    change(u"INSERT INTO DicomNodes (Name, AETitle, Store) VALUES ('pacs', 'Files', 1)"_s);
+    change(u"INSERT INTO DicomNodes (Name, AETitle, Store) VALUES ('viewer', 'LASER', 0)"_s);
+    change(u"INSERT INTO FtpNodes (Name) VALUES ('FILES')"_s);
+    change(u"INSERT INTO FtpNodes (Name) VALUES ('laser')"_s);
+    change(u"INSERT INTO Printers (Name) VALUES ('LASER')"_s);
+    change(u"INSERT INTO Printers (Name) VALUES ('other')"_s);
+    const auto checked = run({u"check"_s});
+    QCOMPARE(checked.out,
+             u"The AE title of the DICOM node pacs hides the FTP node FILES as a destination\n"
+             "The FTP node laser hides the printer LASER as a destination\n"_s);
+    QCOMPARE(checked.status, 1);
 }
 
 void TestCheck::saysWhenTheTablesAreOlder() {

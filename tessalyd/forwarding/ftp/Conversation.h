@@ -24,6 +24,8 @@ class Conversation {
     [[nodiscard]] const std::string& verb() const noexcept { return verb_; }
     /// The code of the last reply; 0: to the last command none has come.
     [[nodiscard]] int code() const noexcept { return code_; }
+    /// The server has said where it awaits the data connection.
+    [[nodiscard]] bool awaitsDataConnection() const noexcept { return code_ == 229 || code_ == 227; }
     /// A connection was made, not one used that was there.
     [[nodiscard]] bool isNew() const noexcept { return isNew_; }
     /// The server has refused the password, and not because there are too many others.

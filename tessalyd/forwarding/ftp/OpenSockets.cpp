@@ -14,15 +14,24 @@ int OpenSockets::open(int family, int type, int protocol) {
         return -1;
     }
     const int socket = ::socket(family, type | SOCK_CLOEXEC, protocol);
-    if (socket >= 0)
+    if (socket >= 0) {
         sockets_.insert(socket);
+        latest_ = socket;
+    }
     return socket;
 }
 
 void OpenSockets::close(int socket) {
     const std::lock_guard lock{mutex_};
     sockets_.erase(socket);
+    if (socket == latest_)
+        latest_ = -1;
     ::close(socket);
+}
+
+int OpenSockets::latest() {
+    const std::lock_guard lock{mutex_};
+    return latest_;
 }
 
 void OpenSockets::shutDown() {

@@ -12,6 +12,8 @@ class OpenSockets {
     /// A new socket; -1 after shutDown(), or with errno set.
     [[nodiscard]] int open(int family, int type, int protocol);
     void close(int socket);
+    /// The one that was opened last, as long as it is open; else -1.
+    [[nodiscard]] int latest();
 
     /// Ends what is open, and has open() fail from now on.
     void shutDown();
@@ -22,6 +24,7 @@ class OpenSockets {
   private:
     std::mutex mutex_;
     std::set<int> sockets_;
+    int latest_ = -1;
     bool isShutDown_ = false;
 };
 

@@ -15,9 +15,12 @@ namespace tessaly::tessalyd::ftp {
 
 namespace {
 
-/// How long the library's own wait may last. Between the answer to EPSV and the data connection it waits on
-/// nothing that would wake it.
-constexpr int PollMilliseconds = 3;
+/// How long the library's own wait may last. While the data connection is made it waits now and then on
+/// nothing that would wake it: that socket is given to it beside its own, and the wait is short while an
+/// operation is young, as most are over by then.
+constexpr int ShortPoll = 1;
+constexpr int LongPoll = 5;
+constexpr int ShortPolls = 100;
 constexpr long BufferSize = 256L << 10U;
 
 struct FreeEasy {
@@ -137,6 +140,7 @@ class Transfer::Handles {
     void setSecurity();
     void setCallbacks();
     [[nodiscard]] CURLcode perform();
+    [[nodiscard]] CURLMcode wait(bool isYoung);
 
     static std::size_t onRead(char* target, std::size_t size, std::size_t count, void* self);
     static std::size_t onHeader(char* line, std::size_t size, std::size_t count, void* self);
@@ -275,12 +279,13 @@ CURLcode Transfer::Handles::perform() {
         throw std::runtime_error{curl_multi_strerror(added)};
     CURLMcode state = CURLM_OK;
     int running = 1;
+    int polls = 0;
     while (state == CURLM_OK && !stop_.stop_requested()) {
         state = curl_multi_perform(multi_.get(), &running);
         if (running == 0)
             break;
         if (state == CURLM_OK)
-            state = curl_multi_poll(multi_.get(), nullptr, 0, PollMilliseconds, nullptr);
+            state = wait(++polls <= ShortPolls);
     }
     CURLcode result = CURLE_ABORTED_BY_CALLBACK;
     int left = 0;
@@ -290,6 +295,13 @@ CURLcode Transfer::Handles::perform() {
     }
     curl_multi_remove_handle(multi_.get(), easy_.get());
     return result;
+}
+
+CURLMcode Transfer::Handles::wait(bool isYoung) {
+    curl_waitfd data{.fd = sockets_.latest(), .events = CURL_WAIT_POLLOUT, .revents = 0};
+    const bool connects = conversation_.awaitsDataConnection() && data.fd >= 0;
+    return curl_multi_poll(multi_.get(), &data, isYoung && connects ? 1 : 0, isYoung ? ShortPoll : LongPoll,
+                           nullptr);
 }
 
 std::size_t Transfer::Handles::onRead(char* target, std::size_t size, std::size_t count, void* self) {

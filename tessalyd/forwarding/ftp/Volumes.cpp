@@ -42,16 +42,15 @@ class Folder {
 
 volumes::VolumeRequest requestOf(const std::string& nodeType, std::span<const LocatedInstance> series,
                                  const Folder& folder) {
-    volumes::VolumeRequest request{.objects = {},
-                                   .seriesInstanceUid = series.front().seriesInstanceUid,
-                                   .format = base::sameName(nodeType, "Analyze")
-                                                 ? volumes::VolumeFormat::Analyze
-                                                 : volumes::VolumeFormat::Nifti,
-                                   .folder = folder.path()};
-    for (const LocatedInstance& instance : series) {
-        (void)openStored(instance.stored);  // throws where a symbolic link below the root leads to it
+    volumes::VolumeRequest request{
+        .objects = {},
+        .open = [series](std::size_t number) { return openStored(series[number].stored); },
+        .seriesInstanceUid = series.front().seriesInstanceUid,
+        .format = base::sameName(nodeType, "Analyze") ? volumes::VolumeFormat::Analyze
+                                                      : volumes::VolumeFormat::Nifti,
+        .folder = folder.path()};
+    for (const LocatedInstance& instance : series)
         request.objects.emplace_back(instance.stored.file);
-    }
     return request;
 }
 
@@ -71,9 +70,8 @@ std::vector<VolumeFile> volumesOf(const std::string& nodeType, std::span<const L
             OFLOG_INFO(serverLog(), "volume: " << note.c_str());
         std::vector<VolumeFile> files;
         for (const std::string& name : made.names)
-            files.push_back({.folder = folder,
-                             .name = name,
-                             .source = std::make_unique<FileSource>(folder->open(name))});
+            files.push_back(
+                {.folder = folder, .name = name, .source = std::make_unique<FileSource>(folder->open(name))});
         return files;
     } catch (const decoder::Abandoned&) {
         throw Stopped{};

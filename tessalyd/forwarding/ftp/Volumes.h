@@ -15,7 +15,7 @@ namespace tessaly::tessalyd::ftp {
 /// A file that is made of a series' objects.
 struct VolumeFile {
     std::shared_ptr<const void> folder;  ///< that the file lies in, as long as one of them is there
-    std::string name;  ///< under which it is put into the series' folder
+    std::string name;                    ///< under which it is put into the series' folder
     std::unique_ptr<Source> source;
 };
 

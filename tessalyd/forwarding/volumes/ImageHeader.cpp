@@ -2,14 +2,10 @@
 
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
-#include <fcntl.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
 #include <utility>
 
-#include "base/FileDescriptor.h"
 #include "dicom/data/ElementWalk.h"
 #include "dicom/data/Inflater.h"
 #include "tessalyd/forwarding/volumes/HeaderFields.h"
@@ -284,14 +280,6 @@ void FrameAttributes::complete(const FrameAttributes& other) {
     take(temporalPosition, other.temporalPosition);
     take(acquisitionTime, other.acquisitionTime);
     take(type, other.type);
-}
-
-dicom::ObjectFile openObject(const std::filesystem::path& path) {
-    // Without waiting for a writer, should it be a pipe.
-    base::FileDescriptor file{::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC)};
-    if (!file.isOpen())
-        throw std::system_error{errno, std::generic_category(), "an image's file"};
-    return {path, std::move(file)};
 }
 
 ImageHeader readImageHeader(const dicom::ObjectFile& object, std::size_t mostFrames,

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -46,10 +45,6 @@ struct ImageHeader {
     bool hasPixelData = false;
     std::vector<FrameAttributes> frames;  ///< as many as the image has
 };
-
-/// Opens an object's file; a symbolic link in its place is not followed. Faults name no path, which may have
-/// UIDs in it. Throws std::system_error, and std::runtime_error where it is no DICOM file.
-[[nodiscard]] dicom::ObjectFile openObject(const std::filesystem::path& path);
 
 /// Reads what stands before the pixel data, by the walk alone: time is proportional to its bytes, memory to
 /// the frames. Throws VolumeRefusal where it is not readable, has fewer items than frames, or more frames

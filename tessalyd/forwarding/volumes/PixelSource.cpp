@@ -8,7 +8,6 @@
 
 #include "decoder/Syntaxes.h"
 #include "dicom/data/FileWindow.h"
-#include "tessalyd/forwarding/volumes/ImageHeader.h"
 #include "tessalyd/forwarding/volumes/VolumeRefusal.h"
 
 namespace tessaly::tessalyd::volumes {
@@ -20,9 +19,9 @@ constexpr std::chrono::milliseconds AskInterval{20};
 
 }  // namespace
 
-PixelSource::PixelSource(const std::filesystem::path& path, const std::filesystem::path& folder,
+PixelSource::PixelSource(base::FileDescriptor file, const std::filesystem::path& folder,
                          decoder::Pool& decoders, const decoder::Interest& interest)
-    : object_(openObject(path)) {
+    : object_({}, std::move(file)) {
     dicom::TransferSyntax syntax{object_.kind().transferSyntax};
     std::size_t size = object_.size();
     if (!decoder::isNative(syntax) || !syntax.isLittleEndian()) {
@@ -76,10 +75,11 @@ std::size_t PixelSource::decode(const std::filesystem::path& folder, decoder::Po
     return decoded_->size();
 }
 
-PixelSources::PixelSources(std::vector<std::filesystem::path> paths, const std::filesystem::path& folder,
-                           decoder::Pool& decoders, const decoder::Interest& interest,
-                           const decoder::Heartbeat& heartbeat)
-    : paths_(std::move(paths)),
+PixelSources::PixelSources(std::vector<std::size_t> objects, const OpenObject& open,
+                           const std::filesystem::path& folder, decoder::Pool& decoders,
+                           const decoder::Interest& interest, const decoder::Heartbeat& heartbeat)
+    : objects_(std::move(objects)),
+      open_(open),
       folder_(folder),
       decoders_(decoders),
       interest_(interest),
@@ -92,10 +92,10 @@ PixelSources::~PixelSources() {
 
 std::unique_ptr<PixelSource> PixelSources::next() {
     const auto most = std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, MostAhead);
-    for (; begun_ < paths_.size() && ahead_.size() < most; ++begun_)
-        ahead_.push_back(std::async(std::launch::async, [this, &path = paths_[begun_]] {
+    for (; begun_ < objects_.size() && ahead_.size() < most; ++begun_)
+        ahead_.push_back(std::async(std::launch::async, [this, object = objects_[begun_]] {
             const decoder::Interest interest{.stop = stop_.get_token(), .requester = interest_.requester};
-            return std::make_unique<PixelSource>(path, folder_, decoders_, interest);
+            return std::make_unique<PixelSource>(open_(object), folder_, decoders_, interest);
         }));
     heartbeat_();
     while (ahead_.front().wait_for(AskInterval) != std::future_status::ready)

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <deque>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
@@ -10,6 +11,7 @@
 #include <stop_token>
 #include <vector>
 
+#include "base/FileDescriptor.h"
 #include "decoder/Interest.h"
 #include "decoder/JobPlan.h"
 #include "decoder/ObjectLayout.h"
@@ -23,10 +25,10 @@ namespace tessaly::tessalyd::volumes {
 /// Pixels of one object, in little endian and not compressed: in its own file, or decoded in a scratch file.
 class PixelSource {
   public:
-    /// Blocks while it is decoded. Throws VolumeRefusal where it cannot be, decoder::Abandoned, and
-    /// std::exception where it may go better another time.
-    PixelSource(const std::filesystem::path& path, const std::filesystem::path& folder,
-                decoder::Pool& decoders, const decoder::Interest& interest);
+    /// Gives the object in `file` out. Blocks while it is decoded. Throws VolumeRefusal where it cannot be,
+    /// decoder::Abandoned, and std::exception where it may go better another time.
+    PixelSource(base::FileDescriptor file, const std::filesystem::path& folder, decoder::Pool& decoders,
+                const decoder::Interest& interest);
 
     /// Bytes of the data set, from where frameAt() says.
     void read(std::size_t at, std::span<char> target) const;
@@ -42,13 +44,17 @@ class PixelSource {
     decoder::ObjectLayout layout_;
 };
 
+/// Opens an object of the series, by its number. Called by several threads at a time. Faults name no path,
+/// which may have UIDs in it.
+using OpenObject = std::function<base::FileDescriptor(std::size_t)>;
+
 /// Makes the objects ready in their order, a few at a time, so that as many decoders work as there are cores.
 /// What it is given outlives it.
 class PixelSources {
   public:
-    PixelSources(std::vector<std::filesystem::path> paths, const std::filesystem::path& folder,
-                 decoder::Pool& decoders, const decoder::Interest& interest,
-                 const decoder::Heartbeat& heartbeat);
+    PixelSources(std::vector<std::size_t> objects, const OpenObject& open,
+                 const std::filesystem::path& folder, decoder::Pool& decoders,
+                 const decoder::Interest& interest, const decoder::Heartbeat& heartbeat);
     /// Ends what is under way.
     ~PixelSources();
     PixelSources(const PixelSources&) = delete;
@@ -64,7 +70,8 @@ class PixelSources {
         void operator()() const noexcept { stop.request_stop(); }
     };
 
-    const std::vector<std::filesystem::path> paths_;
+    const std::vector<std::size_t> objects_;
+    const OpenObject& open_;
     const std::filesystem::path& folder_;
     decoder::Pool& decoders_;
     const decoder::Interest& interest_;

@@ -7,7 +7,6 @@
 #include <type_traits>
 #include <utility>
 
-#include "tessalyd/forwarding/volumes/PixelSource.h"
 #include "tessalyd/forwarding/volumes/VolumeRefusal.h"
 
 namespace tessaly::tessalyd::volumes {
@@ -149,12 +148,12 @@ std::vector<StagedVolume> planStaging(std::vector<VolumeLayout> layouts, std::ui
 
 void stage(const Staging& staging, std::vector<StagedVolume>& volumes, const ScratchFile& target) {
     const auto targets = targetsOf(volumes);
-    std::vector<std::filesystem::path> paths;
+    std::vector<std::size_t> objects;
     for (std::size_t i = 0; i < targets.size(); ++i)
         if (i == 0 || targets[i].object != targets[i - 1].object)
-            paths.push_back(staging.objects[targets[i].object]);
-    PixelSources sources{std::move(paths), staging.folder, staging.decoders, staging.interest,
-                         staging.heartbeat};
+            objects.push_back(targets[i].object);
+    PixelSources sources{std::move(objects), staging.open,     staging.folder,
+                         staging.decoders,   staging.interest, staging.heartbeat};
     for (std::size_t i = 0; i < targets.size();) {
         const std::uint32_t object = targets[i].object;
         const auto source = sources.next();

@@ -8,6 +8,7 @@
 
 #include "decoder/JobPlan.h"
 #include "decoder/Pool.h"
+#include "tessalyd/forwarding/volumes/PixelSource.h"
 #include "tessalyd/forwarding/volumes/ScratchFile.h"
 #include "tessalyd/forwarding/volumes/VolumeLayout.h"
 
@@ -32,7 +33,7 @@ struct StagedVolume {
 
 /// What staging reads and where it puts things.
 struct Staging {
-    const std::vector<std::filesystem::path>& objects;
+    const OpenObject& open;
     const std::filesystem::path& folder;  ///< of scratch files
     decoder::Pool& decoders;
     const decoder::Interest& interest;

@@ -1,5 +1,8 @@
 #include "tessalyd/forwarding/volumes/Volumes.h"
 
+#include <fcntl.h>
+
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <stdexcept>
@@ -53,11 +56,23 @@ class WrittenFiles {
     std::vector<std::string> names_;
 };
 
-std::vector<SliceGroup> readGroups(const VolumeRequest& request, const decoder::Heartbeat& heartbeat) {
+OpenObject byPath(const std::vector<std::filesystem::path>& paths) {
+    return [&paths](std::size_t number) {
+        // Without waiting for a writer, should it be a pipe.
+        base::FileDescriptor file{
+            ::open(paths[number].c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC)};
+        if (!file.isOpen())
+            throw std::system_error{errno, std::generic_category(), "an image's file"};
+        return file;
+    };
+}
+
+std::vector<SliceGroup> readGroups(std::size_t objects, const OpenObject& open,
+                                   const decoder::Heartbeat& heartbeat) {
     SliceGroups groups;
-    for (std::size_t i = 0; i < request.objects.size(); ++i) {
+    for (std::size_t i = 0; i < objects; ++i) {
         heartbeat();
-        const dicom::ObjectFile object = openObject(request.objects[i]);
+        const dicom::ObjectFile object{{}, open(i)};
         groups.add(static_cast<std::uint32_t>(i),
                    readImageHeader(object, MostFrames - groups.frames(), heartbeat), heartbeat);
     }
@@ -83,16 +98,17 @@ Volumes writeVolumes(const VolumeRequest& request, decoder::Pool& decoders,
     if (request.objects.size() > MostFrames)
         throw VolumeRefusal{"it has too many images"};
     const decoder::Heartbeat heartbeat = heartbeatOf(interest);
+    const OpenObject open = request.open ? request.open : byPath(request.objects);
     const bool isAnalyze = request.format == VolumeFormat::Analyze;
     std::vector<VolumeLayout> layouts;
-    for (SliceGroup& group : readGroups(request, heartbeat)) {
+    for (SliceGroup& group : readGroups(request.objects.size(), open, heartbeat)) {
         layouts.push_back(layoutOf(std::move(group), heartbeat));
         if (isAnalyze && layouts.back().isSheared)
             throw VolumeRefusal{"its gantry was tilted, which Analyze cannot keep"};
     }
     auto volumes = planStaging(std::move(layouts), request.mostBytes);
     const ScratchFile scratch{request.folder};
-    stage({.objects = request.objects,
+    stage({.open = open,
            .folder = request.folder,
            .decoders = decoders,
            .interest = interest,

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "base/FileDescriptor.h"
 #include "decoder/Interest.h"
 #include "decoder/Pool.h"
 #include "tessalyd/forwarding/volumes/VolumeRefusal.h"
@@ -19,7 +22,10 @@ enum class VolumeFormat {
 /// The series and where its volumes go.
 struct VolumeRequest {
     std::vector<std::filesystem::path> objects;  ///< files of the series, each with its meta header
-    std::string seriesInstanceUid;               ///< what the volumes are named by
+    /// Opens one of them for reading, by its number; empty: by its path, without following a link there.
+    /// Called by several threads at a time. What it throws comes through.
+    std::function<base::FileDescriptor(std::size_t)> open;
+    std::string seriesInstanceUid;  ///< what the volumes are named by
     VolumeFormat format = VolumeFormat::Nifti;
     std::filesystem::path folder;                        ///< is there; scratch files are there meanwhile
     std::uint64_t mostBytes = std::uint64_t{16} << 30U;  ///< of all voxels as they are stored

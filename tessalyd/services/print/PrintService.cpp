@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "archive/StoredPath.h"
+#include "db/Error.h"
 #include "db/Query.h"
 #include "tessalyd/association/Association.h"
 #include "tessalyd/forwarding/films/NewUid.h"
@@ -137,6 +138,10 @@ void PrintService::answer(const Request& request, Association& association) {
             association.log(PeerLog::Event::Failure,
                             std::string{"a request to print is refused: "} + failure.what());
             throw;
+        } catch (const db::Error& fault) {
+            association.log(PeerLog::Event::Failure,
+                            std::string{"a request to print failed: "} + fault.what());
+            throw RequestFailure{ProcessingFailure, "The database does not answer"};
         }
     }();
     auto response = dicom::Command::responseTo(request.command, answer.status);

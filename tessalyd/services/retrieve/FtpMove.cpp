@@ -9,7 +9,6 @@
 
 #include "archive/StoredPath.h"
 #include "db/Error.h"
-#include "db/Transaction.h"
 #include "jobs/JobTable.h"
 #include "jobs/Spool.h"
 #include "tessalyd/Printable.h"
@@ -25,11 +24,6 @@ namespace {
 constexpr std::chrono::milliseconds LookInterval{100};
 /// While the database is not there.
 constexpr std::chrono::seconds RetryInterval{5};
-
-void open(db::Connection& connection, const std::stop_token& stop) {
-    connection.setStop([stop] { return stop.stop_requested(); });
-    openDatabase(connection, db::Purpose::DurableWrites);
-}
 
 /// Its first attempt is over, or it will have none.
 bool isAnswered(const std::optional<jobs::Job>& job) {
@@ -68,14 +62,16 @@ long long FtpMove::begin(const std::string& node, InstanceList instances) {
             return next ? std::optional{next->sopInstanceUid} : std::nullopt;
         });
         try {
-            db::Connection connection;
-            open(connection, association_.stop());
             const std::string key = entry.path.filename();
-            db::Transaction transaction{connection};
-            jobs::add(connection,
-                      {.kind = ftp::JobKind, .target = ftp::targetOf(node), .key = key, .spool = entry.path});
-            last_ = jobs::find(connection, ftp::JobKind, key).value();
-            transaction.commit();
+            retrieval_.shared().jobs.write(
+                [&](const db::Connection& connection) {
+                    jobs::add(connection, {.kind = ftp::JobKind,
+                                           .target = ftp::targetOf(node),
+                                           .key = key,
+                                           .spool = entry.path});
+                    last_ = jobs::find(connection, ftp::JobKind, key).value();
+                },
+                association_.stop());
             return last_.number;
         } catch (const db::OutcomeUnknown&) {
             throw;  // there may be a job: its list stays until the next start finds that there is none
@@ -91,10 +87,10 @@ long long FtpMove::begin(const std::string& node, InstanceList instances) {
     throw RequestFailure{STATUS_MOVE_Refused_OutOfResourcesSubOperations, "The delivery cannot be begun now"};
 }
 
-std::optional<jobs::Job> FtpMove::look(db::Connection& connection, long long number) {
-    if (!connection.isOpen())
-        open(connection, association_.stop());
-    auto job = jobs::find(connection, number);
+std::optional<jobs::Job> FtpMove::look(long long number) {
+    std::optional<jobs::Job> job;
+    retrieval_.shared().jobs.run(
+        [&](const db::Connection& connection) { job = jobs::find(connection, number); }, association_.stop());
     if (job)
         last_ = *job;
     return job;
@@ -103,7 +99,6 @@ std::optional<jobs::Job> FtpMove::look(db::Connection& connection, long long num
 void FtpMove::follow(long long number) {
     using Clock = std::chrono::steady_clock;
     PendingPace pace{Clock::now()};
-    std::optional<db::Connection> connection{std::in_place};
     auto next = Clock::now();
     for (;;) {
         if (association_.isCancelled())
@@ -111,13 +106,12 @@ void FtpMove::follow(long long number) {
         if (Clock::now() >= next) {
             try {
                 next = Clock::now() + LookInterval;
-                const auto job = look(*connection, number);
+                const auto job = look(number);
                 if (isAnswered(job))
                     return answer(job);
             } catch (const db::Error& error) {  // the job goes on when it is there again
                 association_.log(PeerLog::Event::Fault,
                                  std::string{"the delivery cannot be looked after: "} + error.what());
-                connection.emplace();
                 next = Clock::now() + RetryInterval;
             }
         }
@@ -135,12 +129,12 @@ void FtpMove::follow(long long number) {
 void FtpMove::cancel(long long number) {
     std::optional<jobs::Job> dropped;
     try {
-        db::Connection connection;
-        open(connection, association_.stop());
-        const auto job = look(connection, number);
+        const auto job = look(number);
         if (isAnswered(job))
             return answer(job);  // what was cancelled when all was done was not cancelled
-        dropped = jobs::drop(connection, number);
+        retrieval_.shared().jobs.run(
+            [&](const db::Connection& connection) { dropped = jobs::drop(connection, number); },
+            association_.stop());
     } catch (const db::Error& error) {
         association_.log(PeerLog::Event::Failure, std::string{"delivery not ended: "} + error.what());
     }

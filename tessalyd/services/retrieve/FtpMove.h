@@ -24,7 +24,7 @@ class FtpMove {
 
   private:
     [[nodiscard]] long long begin(const std::string& node, InstanceList instances);
-    [[nodiscard]] std::optional<jobs::Job> look(db::Connection& connection, long long number);
+    [[nodiscard]] std::optional<jobs::Job> look(long long number);
     void follow(long long number);
     void cancel(long long number);
     void answer(const std::optional<jobs::Job>& job);

@@ -19,6 +19,7 @@ class FtpMoveTest : public DeliveryTest {
   private Q_SLOTS:
     void deliversAll_data();
     void deliversAll();
+    void anotherProductMovesThere();
     void aDicomNodeComesFirst();
     void anUnknownDestinationIsRefused();
     void tellsHowFarItIs();
@@ -67,6 +68,19 @@ void FtpMoveTest::deliversAll() {
     EVENTUALLY_COMPARE(spooled(), QStringList{});
     viewer.release();
     EVENTUALLY(daemon_->log().contains(u"C-MOVE: 10 objects found, 10 sent, 0 failed"_s));
+}
+
+/// With the command of the manual.
+void FtpMoveTest::anotherProductMovesThere() {
+    const FtpProduct server{FtpProduct::Kind::Proftpd};
+    launchFor(nodeOf(server));
+    const QStringList uids = storeStudy(3);
+    const tessaly::test::Outcome moved = run(
+        u"movescu"_s, {u"-aet"_s, u"VIEWER"_s, u"-aec"_s, u"TESSALY"_s, u"-aem"_s, u"BACKUP"_s, u"-S"_s,
+                       u"-k"_s, u"QueryRetrieveLevel=STUDY"_s, u"-k"_s,
+                       u"StudyInstanceUID="_s + QString::fromLatin1(Study), u"localhost"_s, daemon_->port()});
+    QVERIFY2(moved.exitCode == 0, qPrintable(moved.output));
+    QVERIFY(server.files() == deliveryOf(uids));
 }
 
 void FtpMoveTest::aDicomNodeComesFirst() {

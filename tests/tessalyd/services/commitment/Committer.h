@@ -23,7 +23,8 @@ struct CommitmentAsk {
 /// A modality that asks for storage commitment.
 class Committer {
   public:
-    /// Opens the association. Throws std::runtime_error.
+    /// Opens the association, with a port of this machine or of an address: "127.0.0.2:104". Throws
+    /// std::runtime_error.
     explicit Committer(const QString& port, const std::string& calling = "CT",
                        const std::string& syntax = "1.2.840.10008.1.2.1",
                        const std::string& called = "TESSALY");

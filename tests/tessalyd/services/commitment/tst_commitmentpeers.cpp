@@ -34,7 +34,8 @@ void CommitmentPeersTest::orthancAsksForCommitment() {
     const QString port = unusedPort();
     daemon_ = std::make_unique<Daemon>();
     daemon_->database.run(
-        u"INSERT INTO DicomNodes (Name, AETitle, LocalAETitle, Host, Port) VALUES ('peer', 'PEER', 'TESSALY', "
+        u"INSERT INTO DicomNodes (Name, AETitle, LocalAETitle, Host, Port) VALUES ('peer', 'PEER', "
+        u"'TESSALY', "
         "'127.0.0.1', '%1')"_s.arg(port));
     daemon_->launch({u"--first-retry"_s, u"1"_s});
     const OtherArchive peer{scratch(u"peer"_s), u"PEER"_s, daemon_->port(), port};

@@ -18,6 +18,7 @@ class PrintRequestsTest : public PrintTest {
     void acceptsAllContexts();
     void refusesWhoMayNotPrint();
     void refusesWithoutAPrinter();
+    void goesOnWithoutTheTables();
     void choosesThePrinter();
     void answersForThePrinter();
     void warnsOfWhatItCannotUse();
@@ -80,6 +81,15 @@ void PrintRequestsTest::refusesWithoutAPrinter() {
     QCOMPARE(refused.status, 0x0110);
     QVERIFY(!refused.comment.empty());
     QVERIFY(daemon_->log().contains(u"No printer has this title"_s));
+}
+
+void PrintRequestsTest::goesOnWithoutTheTables() {
+    launchWith(unusedPort());
+    daemon_->database.run(u"ALTER TABLE Printers RENAME TO Gone"_s);
+    PrintStation peer = station();
+    QCOMPARE(peer.createSession().status, 0x0110);
+    daemon_->database.run(u"ALTER TABLE Gone RENAME TO Printers"_s);
+    QCOMPARE(peer.createSession().status, 0);
 }
 
 void PrintRequestsTest::choosesThePrinter() {
