@@ -2,6 +2,7 @@
 
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcelem.h>
 #include <dcmtk/dcmdata/dcuid.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <string_view>
 
 #include "archive/StoredPath.h"
+#include "db/Error.h"
 #include "db/Query.h"
 #include "tessalyd/association/Association.h"
 #include "tessalyd/forwarding/films/NewUid.h"
@@ -137,6 +139,10 @@ void PrintService::answer(const Request& request, Association& association) {
             association.log(PeerLog::Event::Failure,
                             std::string{"a request to print is refused: "} + failure.what());
             throw;
+        } catch (const db::Error& fault) {
+            association.log(PeerLog::Event::Failure,
+                            std::string{"a request to print failed: "} + fault.what());
+            throw RequestFailure{ProcessingFailure, "The database does not answer"};
         }
     }();
     auto response = dicom::Command::responseTo(request.command, answer.status);

@@ -1,5 +1,7 @@
 #include "tests/tessalyd/services/print/PrintTest.h"
 
+#include <dcmtk/dcmdata/dcdeftag.h>
+
 using namespace Qt::StringLiterals;
 
 namespace tessaly::test {
@@ -29,6 +31,14 @@ void PrintTest::addPrinter(const QString& name, const QString& port, const Colum
     daemon_->database.run(u"INSERT INTO Printers (%1) VALUES (%2)"_s.arg(
                               names.join(u", "_s), QStringList{names.size(), u"?"_s}.join(u", "_s)),
                           values);
+}
+
+std::string PrintTest::prepare(PrintStation& peer) {
+    if (peer.createSession().status != 0)
+        return {};
+    const auto film = peer.createFilm("STANDARD\\1,1");
+    const auto boxes = film.references(DCM_ReferencedImageBoxSequence);
+    return boxes.size() == 1 ? boxes.front() : std::string{};
 }
 
 QList<PrintTest::JobRow> PrintTest::jobs() const {

@@ -21,6 +21,9 @@ class PrintTest : public DaemonTest {
     void addPrinter(const QString& name, const QString& port, const Columns& columns) const;
     [[nodiscard]] PrintStation station() const { return PrintStation{daemon_->port()}; }
 
+    /// Makes a session and a film of one box; gives the box.
+    [[nodiscard]] static std::string prepare(PrintStation& peer);
+
     struct JobRow {
         int state = -1;
         QString progress;
