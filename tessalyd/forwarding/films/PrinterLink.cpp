@@ -232,6 +232,11 @@ void PrinterLink::answerEvent(Clock::time_point until, const dicom::MessageStrea
              .info = words.empty() ? info(DCM_PrinterStatusInfo) : words});
 }
 
+void PrinterLink::release() {
+    listen(std::chrono::milliseconds{0});
+    association_->release();
+}
+
 void PrinterLink::listen(std::chrono::milliseconds atMost) {
     const auto until = Clock::now() + atMost;
     try {

@@ -81,7 +81,8 @@ class PrinterLink {
     /// Waits so long for what the printer reports.
     void listen(std::chrono::milliseconds atMost);
 
-    void release() { association_->release(); }
+    /// Answers what has been reported by now, and releases the association.
+    void release();
 
   private:
     [[nodiscard]] dicom::Command commandOf(const Request& request);

@@ -144,8 +144,8 @@ void FilmPrinterTest::answersEventsAtAnyMoment() {
     QCOMPARE(peer.printAll("STANDARD\\1,2").status, 0);
     EVENTUALLY(areAll(Done, 1));
     QVERIFY(daemon_->log().contains(u"it reports event 2: SUPPLY LOW"_s));
-    // All but the last, which comes with the end.
-    QVERIFY(static_cast<int>(printer.eventAnswers().size()) >= events - 2);
+    // All but those that cross the end: the connection may close before the printer has read their answers.
+    EVENTUALLY(static_cast<int>(printer.eventAnswers().size()) >= events - 3);
     for (const auto status : printer.eventAnswers())
         QCOMPARE(status, 0);
 }
