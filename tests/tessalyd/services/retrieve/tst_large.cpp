@@ -233,8 +233,8 @@ void LargeTest::fetch(const dicom::ObjectKind& kind, const Take& take) const {
                                                      .callingAeTitle = "VIEWER",
                                                      .calledAeTitle = "TESSALY"},
                                                     {{.sopClass = GetClass, .transferSyntaxes = {Explicit}},
-                                                     {.sopClass = object.kind().sopClass,
-                                                      .transferSyntaxes = {object.kind().transferSyntax},
+                                                     {.sopClass = kind.sopClass,
+                                                      .transferSyntaxes = {kind.transferSyntax},
                                                       .roles = dicom::bit(dicom::Role::Scp)}},
                                                     {}, {});
     QCOMPARE(association->contexts().size(), std::size_t{2});
