@@ -295,6 +295,13 @@ bool hasSpool(const db::Connection& connection, std::string_view path) {
     return query.bind(1, text(path)).open().next();
 }
 
+bool anyUnfinished(const db::Connection& connection) {
+    db::Query query{connection, "SELECT MIN(Number) AS Oldest FROM Job WHERE State IN (?,?)"};
+    query.bindAll({number(State::Waiting), number(State::Running)});
+    db::ResultSet row = query.open();
+    return row.next() && !row.isNull("Oldest");
+}
+
 std::vector<long long> running(const db::Connection& connection, std::string_view owner) {
     db::Query query{connection, "SELECT Number FROM Job WHERE State=? AND Owner=? ORDER BY Number"};
     query.bindAll({number(State::Running), text(owner)});

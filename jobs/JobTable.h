@@ -77,6 +77,8 @@ void forget(const db::Connection& connection, std::chrono::seconds age);
 
 /// A job has this file or folder of a spool.
 [[nodiscard]] bool hasSpool(const db::Connection& connection, std::string_view path);
+/// Any job waits or runs, due or not.
+[[nodiscard]] bool anyUnfinished(const db::Connection& connection);
 /// Those that an owner runs.
 [[nodiscard]] std::vector<long long> running(const db::Connection& connection, std::string_view owner);
 /// For the check of a database: how many wait for longer than that, counted from their beginning, and how

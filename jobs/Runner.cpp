@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "db/Error.h"
+#include "db/dialects/Dialect.h"
 #include "jobs/JobTable.h"
 #include "jobs/Schedule.h"
 
@@ -23,6 +24,7 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 constexpr auto Interval = 1s;                   // between two looks at the table
+constexpr auto IdleInterval = 5s;               // the same while there are no jobs
 constexpr auto RetryInterval = 5s;              // the same while the database is not there
 constexpr auto ExtendInterval = 15s;            // between two renewals of a lease
 constexpr auto LeaseMargin = 10s;               // before its end, when it could not be renewed
@@ -113,7 +115,10 @@ class Runner::Work {
             }
             endLeasesThatAreOver();
             std::unique_lock lock{mutex_};
-            changed_.wait_for(lock, stop, isTroubled ? RetryInterval : Interval,
+            changed_.wait_for(lock, stop,
+                              isTroubled ? RetryInterval
+                              : isIdle_  ? IdleInterval
+                                         : Interval,
                               [this, isTroubled] { return isWoken_ && !isTroubled; });
             isWoken_ = false;
         }
@@ -134,7 +139,6 @@ class Runner::Work {
         });
         connect_(*connection);
         connection_ = std::move(connection);
-        forgotten_ = {};
     }
 
     void step(const std::stop_token& stop) {
@@ -144,13 +148,29 @@ class Runner::Work {
         for (const auto& attempt : running_)
             extendLease(*attempt);
         tidy();
-        if (running_.size() >= options_.atATime || stop.stop_requested())
+        if (stop.stop_requested())
             return;
+        if (running_.size() < options_.atATime)
+            beginDue();
+        rest();
+    }
+
+    void beginDue() {
         // Those of other servers' kinds are left alone, and must not fill the list.
         const std::size_t most = options_.atATime - running_.size();
         for (Job& job : due(*connection_, most + handlers_.size()))
             if (running_.size() < options_.atATime && handlers_.contains(job.kind))
                 begin(std::move(job));
+    }
+
+    /// A database that is a file is not held open while there is nothing to do: others may want it alone.
+    void rest() {
+        isIdle_ = running_.empty() && !anyUnfinished(*connection_);
+        if (!isIdle_ || !connection_->dialect().keepsFiles())
+            return;
+        connection_.reset();
+        const std::lock_guard lock{notesMutex_};
+        notes_.reset();
     }
 
     void tidy() {
@@ -328,6 +348,7 @@ class Runner::Work {
     std::unique_ptr<db::Connection> connection_;
     std::list<std::unique_ptr<Running>> running_;
     Clock::time_point forgotten_{};
+    bool isIdle_ = false;
     std::vector<Spool> spools_;  // still to be tidied
 
     std::jthread scheduler_;

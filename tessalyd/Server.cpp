@@ -91,8 +91,8 @@ void Server::start(const std::stop_token& stop) {
     configure(configuration);
     bindAll(configuration.ports);
     cleaner_.emplace(rootsOf(configuration), reportArchive);
-    watchDatabase(configuration);
     jobs_.start(spoolsOf(configuration));
+    watchDatabase(configuration);
     listening_ = true;
     if (configuration.hasOlderRows)
         OFLOG_INFO(serverLog(),
@@ -113,16 +113,23 @@ void Server::configure(const Configuration& configuration) {
     threads_.setLimit(associations + SpareThreads);
     shared_.index.rememberRoots(rootsOf(configuration));
     shared_.index.resume();
+    shared_.jobs.resume();
 }
 
 void Server::watchDatabase(const Configuration& configuration) {
-    watch_.emplace(configuration.databaseFile,
-                   DatabaseWatch::Actions{.lost =
-                                              [this] {
-                                                  shared_.index.suspend();
-                                                  shared_.closeSessions();
-                                              },
-                                          .back = [this] { shared_.index.resume(); }});
+    watch_.emplace(configuration.databaseFile, DatabaseWatch::Actions{.lost =
+                                                                          [this] {
+                                                                              shared_.index.suspend();
+                                                                              shared_.jobs.suspend();
+                                                                              jobs_.stop();
+                                                                              shared_.closeSessions();
+                                                                          },
+                                                                      .back =
+                                                                          [this] {
+                                                                              shared_.index.resume();
+                                                                              shared_.jobs.resume();
+                                                                              jobs_.start();
+                                                                          }});
 }
 
 void Server::bindAll(const std::vector<PortConfiguration>& ports) {
@@ -219,9 +226,9 @@ void Server::accept(const std::shared_ptr<const PortConfiguration>& port, base::
 
 void Server::stop() {
     forgetPorts();
-    // Whoever maintains the database may replace its file now.
-    jobs_.stop();
+    // Whoever maintains the database may replace its file now. First the watch, which starts jobs again.
     watch_.reset();
+    jobs_.stop();
     shared_.closeSessions();
     if (listening_.exchange(false))
         OFLOG_INFO(serverLog(), "listening no more");

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "db/DatabaseFile.h"
 #include "db/Error.h"
 #include "db/Retrying.h"
 #include "db/Transaction.h"
@@ -11,12 +12,23 @@
 
 namespace tessaly::tessalyd {
 
+namespace {
+
+void requireInPlace(const db::Connection& connection) {
+    if (!db::isInPlace(connection))
+        throw db::Error{"the database's file is not the one that it was"};
+}
+
+}  // namespace
+
 void JobSessions::write(const Work& work, const std::stop_token& stop) {
     run(
         [&work](const db::Connection& connection) {
             db::Transaction transaction{connection};
             work(connection);
+            requireInPlace(connection);
             transaction.commit();
+            requireInPlace(connection);  // or the job is in a file that nobody has any more
         },
         stop);
 }
@@ -26,6 +38,8 @@ void JobSessions::run(const Work& work, const std::stop_token& stop) {
     constexpr auto Patience = 30s;  // while all are in use
     const std::stop_callback wakes{stop, [this] { pool_.wake(); }};
     const auto attempt = [&] {
+        if (isSuspended_)
+            throw db::Error{"the database's file is not there"};
         auto lease = pool_.take(Patience, [&stop] { return stop.stop_requested(); });
         if (!lease)
             throw db::Stopped{};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <stop_token>
 
@@ -21,12 +22,17 @@ class JobSessions {
     /// The same without a transaction, for work that writes nothing or one statement.
     void run(const Work& work, const std::stop_token& stop);
 
+    /// While the database's file is not the one that it was, nothing is written: db::Error. From any thread.
+    void suspend() { isSuspended_ = true; }
+    void resume() { isSuspended_ = false; }
+
     /// Closes those that nobody uses; the others when they come back.
     void close() { pool_.close(); }
 
   private:
     static constexpr std::size_t Most = 4;
     base::ResourcePool<db::Connection> pool_{Most};
+    std::atomic<bool> isSuspended_ = false;
 };
 
 }  // namespace tessaly::tessalyd

@@ -34,7 +34,7 @@ CompactTest::~CompactTest() = default;
 
 void CompactTest::init() {
     database_ = std::make_unique<ScratchDatabase>();
-    fill(*database_, 2000);
+    fill(*database_, 3000);  // the tables alone have some forty pages
     database_->run(u"DELETE FROM Image WHERE CAST(InstanceNumber AS INTEGER) > 1000"_s);
     database_->release();
 }

@@ -13,7 +13,7 @@ struct stat;
 
 namespace tessaly::test {
 
-/// A compaction of a file without any form: a database of 1,000 images, and as much room again in it.
+/// A compaction of a file without any form: a database of 1,000 images, and twice as much room again in it.
 class CompactTest : public QObject {
     Q_OBJECT
 

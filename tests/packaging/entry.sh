@@ -6,6 +6,8 @@ mkdir -p "$scratch/bin" "$scratch/top/packaging" "$scratch/top/build/release"
 cp "$packaging/../run" "$packaging/../test" "$scratch/top/"
 cp "$packaging/setup.sh" "$scratch/top/packaging/"
 stand_in "$scratch/bin/dpkg-query" <<<'printf "%s installed\n" "$@"'
+stand_in "$scratch/bin/apt-get" <<<'[[ $* == *download* ]] && echo "fetches ${*: -1}" && touch "${*: -1}.deb"'
+stand_in "$scratch/bin/dpkg-deb" <<<'true'
 stand_in "$scratch/bin/cmake" <<<'echo "cmake $*"; [[ $* != *--build* || -z ${BROKEN:-} ]]'
 stand_in "$scratch/bin/ctest" <<<'echo "ctest $*"'
 stand_in "$scratch/top/packaging/open-console.sh" <<<'echo "opens $*"'
@@ -33,7 +35,10 @@ expect_success
 grep -q 'main\.cpp\.o$' "$scratch/out" || fail "nothing to build"
 ! grep -E '^(tests|bench|docs)/' "$scratch/out" || fail "builds more than is run"
 
-# ./test builds everything.
+# ./test builds everything. Peers that cannot be installed beside each other it unpacks, once.
+run "$top/test" -R something
+ran 'Unpacking vsftpd proftpd-core proftpd-mod-crypto' 'fetches proftpd-mod-crypto' \
+    "cmake --build --preset release" "ctest --preset release -R something"
 run "$top/test" -R something
 ran "cmake --build --preset release" "ctest --preset release -R something"
 

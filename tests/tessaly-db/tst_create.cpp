@@ -43,7 +43,7 @@ void TestCreate::makesADatabase() {
         column("SELECT Port || ',' || AETitle || ',' || MaxConnections || ',' || CheckCallingAE || ',' ||"
                " CheckCalledAE || ',' || SaveCompressed || ',' || Root AS x FROM Port"),
         QStringList{u"11112,TESSALY,10,0,0,1,"_s + defaultImageRoot()});
-    QCOMPARE(column("SELECT Version FROM SchemaVersion"), QStringList{u"3"_s});
+    QCOMPARE(column("SELECT Version FROM SchemaVersion"), QStringList{u"4"_s});
 }
 
 void TestCreate::takesNameAndImageFolder() {
