@@ -37,14 +37,14 @@ std::vector<char> commitmentDataSet(const CommitmentAsk& ask, const std::string&
 
 Committer::Committer(const QString& port, const std::string& calling, const std::string& syntax,
                      const std::string& called)
-    : association_(
-          dicom::openAssociation({.host = "127.0.0.1",
-                                  .port = static_cast<std::uint16_t>(port.toUInt()),
-                                  .callingAeTitle = calling,
-                                  .calledAeTitle = called},
-                                 std::vector{dicom::ProposedContext{.sopClass = "1.2.840.10008.1.20.1",
-                                                                    .transferSyntaxes = {syntax}}},
-                                 {}, {})) {
+    : association_(dicom::openAssociation(
+          {.host = port.contains(u':') ? port.section(u':', 0, 0).toStdString() : "127.0.0.1",
+           .port = static_cast<std::uint16_t>(port.section(u':', -1).toUInt()),
+           .callingAeTitle = calling,
+           .calledAeTitle = called},
+          std::vector{
+              dicom::ProposedContext{.sopClass = "1.2.840.10008.1.20.1", .transferSyntaxes = {syntax}}},
+          {}, {})) {
     if (association_->contexts().empty())
         throw std::runtime_error{"storage commitment was not accepted"};
 }

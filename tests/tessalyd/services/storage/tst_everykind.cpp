@@ -157,8 +157,8 @@ void EveryKindTest::whatTheStandardUsesForSomethingElseIsRefused() {
     launchWith();
     std::vector<RequestorAssociation::Context> contexts;
     for (const char* sopClass :
-         {UID_FINDModalityWorklistInformationModel, UID_StorageCommitmentPushModelSOPClass,
-          UID_ModalityPerformedProcedureStepSOPClass, UID_BasicGrayscalePrintManagementMetaSOPClass,
+         {UID_FINDModalityWorklistInformationModel, UID_ModalityPerformedProcedureStepSOPClass,
+          UID_RETIRED_StorageCommitmentPullModelSOPClass, UID_RETIRED_PullPrintRequestSOPClass,
           UID_MediaStorageDirectoryStorage, "1.2.840.10008.1.2.1", "1.2.840.10008.3.1.1.1"})
         contexts.push_back({sopClass, {Explicit}});
     const RequestorAssociation sender{daemon_->port(), "MODALITY", "TESSALY", contexts};
