@@ -291,8 +291,9 @@ void forget(const db::Connection& connection, std::chrono::seconds age) {
 }
 
 bool hasSpool(const db::Connection& connection, std::string_view path) {
-    db::Query query{connection, "SELECT Number FROM Job WHERE Spool=?"};
-    return query.bind(1, text(path)).open().next();
+    db::Query query{connection, "SELECT Number FROM Job WHERE Spool=? AND State<>?"};
+    query.bindAll({text(path), number(State::Done)});
+    return query.open().next();
 }
 
 bool anyUnfinished(const db::Connection& connection) {

@@ -75,7 +75,8 @@ std::optional<Job> drop(const db::Connection& connection, long long number);
 /// Removes what was done more than `age` ago.
 void forget(const db::Connection& connection, std::chrono::seconds age);
 
-/// A job has this file or folder of a spool.
+/// A job that is not done has this file or folder of a spool. One that is needs it no more, but its server
+/// may have been killed before it was removed.
 [[nodiscard]] bool hasSpool(const db::Connection& connection, std::string_view path);
 /// Any job waits or runs, due or not.
 [[nodiscard]] bool anyUnfinished(const db::Connection& connection);

@@ -211,6 +211,9 @@ void JobTableTest::aJobThatEndedIsRenewed() {
     QCOMPARE(renewed->progress, "");
     QVERIFY(jobs::hasSpool(*connection_, "/s"));
     QVERIFY(!jobs::hasSpool(*connection_, "/other"));
+    QVERIFY(jobs::claim(*connection_, job, "me"));
+    QVERIFY(jobs::finish(*connection_, job, "me", {.state = State::Done}));
+    QVERIFY2(!jobs::hasSpool(*connection_, "/s"), "what a killed server did not remove any more");
 }
 
 void JobTableTest::dropTakesItsItemsToo() {
