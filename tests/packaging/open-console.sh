@@ -15,7 +15,7 @@ cat >"$bin/tessalycfg" <<'END'
 #!/bin/bash
 env >"$SCRATCH/console.env.new"
 mv "$SCRATCH/console.env.new" "$SCRATCH/console.env"
-until [[ -e $SCRATCH/close ]]; do sleep 0.05; done
+until [[ -s $SCRATCH/close ]]; do sleep 0.05; done
 exit "$(<"$SCRATCH/close")"
 END
 chmod +x "$bin/tessalycfg"
