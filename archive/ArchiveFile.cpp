@@ -39,6 +39,10 @@ bool isInAFolder(const base::FileDescriptor& file) noexcept {
 
 /// Flushes a folder, however it was opened.
 bool isFlushed(const base::FileDescriptor& folder) noexcept {
+    if (::fsync(folder.get()) == 0)
+        return true;
+    if (errno != EBADF)
+        return false;
     const base::FileDescriptor handle{::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
     return handle.isOpen() && ::fsync(handle.get()) == 0;
 }
@@ -227,21 +231,26 @@ void ArchiveFile::flush() {
     flushed_ = true;
 }
 
-void ArchiveFile::publish() {
+void ArchiveFile::giveName() {
     try {
-        if (stage_ == Stage::Writing)
-            giveName();
-        if (!isWhereItBelongs()) {
-            errno = ESTALE;
-            fail(folder_ / name_);
-        }
+        moveToName();
     } catch (...) {
         withdraw();
         throw;
     }
 }
 
-void ArchiveFile::giveName() {
+void ArchiveFile::publish() {
+    if (stage_ == Stage::Writing)
+        giveName();
+    if (!isWhereItBelongs()) {
+        withdraw();
+        errno = ESTALE;
+        fail(folder_ / name_);
+    }
+}
+
+void ArchiveFile::moveToName() {
     const std::string temporary = temporary_.filename();
     flush();
     while (stage_ == Stage::Writing) {

@@ -51,12 +51,14 @@ class ArchiveFile {
 
     /// A file has the name already, as it looks now.
     [[nodiscard]] bool replaces() const noexcept;
-    /// Flushes the data. publish() does it otherwise.
+    /// Flushes the data. giveName() does it otherwise.
     void flush();
     /// Flushes the data, gives the file its final name and flushes the folder. A file that had the name
     /// before is kept until keep(); anything else, such as a folder, goes to a name of its own beside it for
-    /// good, NAME.aside-1 or the next that is free. A failure takes the file away before it is thrown. Called
-    /// again, it makes sure that the name is still this file's.
+    /// good, NAME.aside-1 or the next that is free. A failure takes the file away before it is thrown.
+    void giveName();
+    /// As giveName(), unless that was called before, and makes sure that the name is this file's and leads to
+    /// it. A failure takes the file away before it is thrown.
     void publish();
     /// After publish(): makes it stay. Never fails.
     void keep() noexcept;
@@ -75,7 +77,7 @@ class ArchiveFile {
     void makeFolders();
     void makeFolder(const base::FileDescriptor& parent, const std::filesystem::path& folder) const;
     void open();
-    void giveName();
+    void moveToName();
     void setAside(const std::string& name) const;
     [[nodiscard]] bool isWhereItBelongs() const noexcept;
 

@@ -5,6 +5,21 @@
 
 namespace tessaly::tessalyd {
 
+void ArchiveIndex::configure(std::chrono::seconds wait, std::size_t stores) {
+    sessions_.configure(wait, stores);
+    known_.clear();
+}
+
+void ArchiveIndex::close() {
+    sessions_.close();
+    known_.clear();
+}
+
+void ArchiveIndex::suspend() {
+    sessions_.suspend();
+    known_.clear();
+}
+
 /// Runs `work` on a session, anew where that may help; a db::Error becomes a StoreFailure.
 template <class Work>
 auto ArchiveIndex::withSession(Work work) {
@@ -44,17 +59,28 @@ ArchiveSessions::Lease ArchiveIndex::open() {
 }
 
 std::unique_ptr<ArchiveIndex::Placement> ArchiveIndex::place(const ObjectHeader& header,
-                                                             const std::string& root) {
+                                                             const std::string& root, Folders folders) {
     const std::string& study = header.studyInstanceUid;
     // Before the look-up: another store's reservation is seen, or else its rows are.
     auto placement = std::make_unique<Placement>(*this, study);
-    const auto known = withSession([&](ArchiveSession& session) { return session.folders(header); });
+    std::optional<ArchiveSession::Folders> known;
+    if (folders == Folders::Remembered)
+        known = known_.find(header);
+    const bool isRemembered = known.has_value();
+    if (!known)
+        known = withSession([&](ArchiveSession& session) { return session.folders(header); });
     placement->location_ = {
-        .studyPath = settle(study, known.studyPath, root + '\\' + study),
-        .seriesDir = known.seriesDir.value_or(header.seriesInstanceUid),
+        .studyPath = settle(study, known->studyPath, root + '\\' + study),
+        .seriesDir = known->seriesDir.value_or(header.seriesInstanceUid),
         .imageFile = header.sopInstanceUid + ".dcm",
     };
-    requireRoot(placement->location_.studyPath);
+    try {
+        requireRoot(placement->location_.studyPath);
+    } catch (const RootUnavailable&) {
+        if (!isRemembered)
+            throw;
+        return place(header, root, Folders::LookedUp);  // the study may have been relocated
+    }
     return placement;
 }
 
@@ -79,7 +105,62 @@ std::unique_lock<std::mutex> ArchiveIndex::claim(const std::string& sopInstanceU
 
 void ArchiveIndex::record(const ObjectHeader& header, const archive::Location& location,
                           const StoreSteps& steps) {
-    withSession([&](ArchiveSession& session) { session.record(header, location, steps); });
+    try {
+        if (writesInTurn()) {
+            ObjectRows rows{.header = header, .location = location, .steps = steps};
+            const auto writeAll = [this](std::span<ObjectRows* const> group) { write(group); };
+            if (!groups_.run(rows, sessions_.patience(), writeAll))
+                throw othersAreWaiting();
+            if (rows.fault)
+                std::rethrow_exception(rows.fault);
+        } else {
+            withSession([&](ArchiveSession& session) { session.record(header, location, steps); });
+        }
+    } catch (...) {
+        known_.forget(header);
+        throw;
+    }
+    known_.remember(header, location);
+}
+
+void ArchiveIndex::write(std::span<ObjectRows* const> group) {
+    const auto until = std::chrono::steady_clock::now() + sessions_.patience();
+    std::vector<ObjectRows*> left{group.begin(), group.end()};
+    while (!left.empty()) {
+        const auto all = left.size();
+        std::exception_ptr fault;
+        try {
+            withSession([&left](ArchiveSession& session) { session.record(left); });
+            return;
+        } catch (const StoreUndecided&) {  // whatever is found out now, they may be written already
+            for (ObjectRows* rows : left)
+                rows->fault = std::current_exception();
+            return;
+        } catch (...) {
+            fault = std::current_exception();
+        }
+        std::erase_if(left, [](const ObjectRows* rows) { return rows->fault != nullptr; });
+        if (left.size() == all)  // it is not said whose fault it was
+            return writeOneByOne(left, until, fault);
+    }
+}
+
+/// What the engine refuses for one object is not to keep the others away; what it refuses for all is not
+/// waited for again and again.
+void ArchiveIndex::writeOneByOne(std::span<ObjectRows* const> group,
+                                 std::chrono::steady_clock::time_point until,
+                                 const std::exception_ptr& late) {
+    for (ObjectRows* rows : group) {
+        if (group.size() == 1 || std::chrono::steady_clock::now() >= until) {
+            rows->fault = late;
+            continue;
+        }
+        try {
+            withSession([rows](ArchiveSession& session) { session.record({&rows, 1}); });
+        } catch (...) {
+            rows->fault = std::current_exception();
+        }
+    }
 }
 
 std::string ArchiveIndex::settle(const std::string& study, const std::optional<std::string>& known,

@@ -2,11 +2,13 @@
 
 #include <array>
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -14,7 +16,9 @@
 #include "archive/Location.h"
 #include "tessalyd/store/ArchiveReport.h"
 #include "tessalyd/store/ArchiveSessions.h"
+#include "tessalyd/store/GroupCommit.h"
 #include "tessalyd/store/ObjectHeader.h"
+#include "tessalyd/store/SeriesFolders.h"
 
 namespace tessaly::tessalyd {
 
@@ -27,15 +31,19 @@ class ArchiveIndex {
     ArchiveIndex& operator=(const ArchiveIndex&) = delete;
 
     /// As ArchiveSessions.
-    void configure(std::chrono::seconds wait, std::size_t stores) { sessions_.configure(wait, stores); }
-    void close() { sessions_.close(); }
+    void configure(std::chrono::seconds wait, std::size_t stores);
+    void close();
 
     /// As ArchiveRoots: those of the ports, as the server starts.
     void rememberRoots(const std::vector<std::string>& roots) { roots_.remember(roots); }
 
     /// While the database's file is not the one that it was, stores are refused; from any thread.
-    void suspend() { sessions_.suspend(); }
+    void suspend();
     void resume() { sessions_.resume(); }
+
+    /// Whether the folders that other objects of a series were stored in may be taken for those of the next.
+    /// They are what the tables had a while ago: record() finds out if they have others now.
+    enum class Folders { Remembered, LookedUp };
 
     /// Where an object is to be stored. As long as it lives, all objects of a new study go to the same
     /// folder, whatever port of this server they come in by.
@@ -56,7 +64,8 @@ class ArchiveIndex {
     };
     /// A study and a series that are known keep their folders; a new study gets one below `root`. The UIDs
     /// are to be checked before. Throws StoreFailure, RootUnavailable included.
-    [[nodiscard]] std::unique_ptr<Placement> place(const ObjectHeader& header, const std::string& root);
+    [[nodiscard]] std::unique_ptr<Placement> place(const ObjectHeader& header, const std::string& root,
+                                                   Folders folders = Folders::Remembered);
 
     /// Throws RootUnavailable where the root of a study's folder is not there, as far as can be told, and
     /// StoreFailure where the tables do not say.
@@ -68,7 +77,8 @@ class ArchiveIndex {
 
     /// Writes the rows of an object that is to lie at `location`, in one transaction, which is tried again
     /// where others were in its way or the connection broke. Throws StoreFailure and whatever the steps
-    /// throw; nothing is written then, but for StoreUndecided.
+    /// throw; nothing is written then, but for StoreUndecided. Where stores write in turn, those that wait at
+    /// the same time share a transaction, and the steps are called in any of their threads.
     void record(const ObjectHeader& header, const archive::Location& location, const StoreSteps& steps = {});
 
     /// Stores wait for each other from their first row to their commit, which a slow step makes longer for
@@ -83,11 +93,16 @@ class ArchiveIndex {
 
     template <class Work>
     auto withSession(Work work);
+    void write(std::span<ObjectRows* const> group);
+    void writeOneByOne(std::span<ObjectRows* const> group, std::chrono::steady_clock::time_point until,
+                       const std::exception_ptr& late);
     [[nodiscard]] ArchiveSessions::Lease open();
     [[nodiscard]] std::string settle(const std::string& study, const std::optional<std::string>& known,
                                      std::string otherwise);
 
     ArchiveSessions sessions_;
+    GroupCommit groups_;
+    SeriesFolders known_;
     archive::ArchiveRoots roots_{reportArchive};
 
     std::mutex reservationsMutex_;

@@ -4,6 +4,7 @@
 #include <dcmtk/dcmnet/dimse.h>
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 
 #include "db/Transaction.h"
@@ -143,7 +144,36 @@ ArchiveSession::Folders ArchiveSession::folders(const ObjectHeader& header) {
 
 void ArchiveSession::record(const ObjectHeader& header, const archive::Location& location,
                             const StoreSteps& steps) {
+    ObjectRows object{.header = header, .location = location, .steps = steps};
+    const std::array objects{&object};
+    record(objects);
+}
+
+void ArchiveSession::record(std::span<ObjectRows* const> objects) {
+    const auto forEach = [objects](const auto& step) {
+        for (ObjectRows* object : objects) {
+            try {
+                step(*object);
+            } catch (const db::Error&) {  // the engine's, which may well be all objects' affair
+                throw;
+            } catch (...) {
+                object->fault = std::current_exception();
+                throw;
+            }
+        }
+    };
     db::Transaction transaction{connection_};
+    forEach([this](const ObjectRows& object) { writeRows(object); });
+    if (!isInPlace())
+        throw databaseMoved();
+    forEach([](const ObjectRows& object) { object.steps.publish(); });
+    transaction.commit();
+    if (!isInPlace())  // the rows may be in a file that nobody has any more, or that comes back
+        throw StoreUndecided{databaseMoved()};
+}
+
+void ArchiveSession::writeRows(const ObjectRows& object) {
+    const auto& [header, location, steps, fault] = object;
     // Always in this order, one row a table, so that no two stores wait for each other. And first a statement
     // that writes: it waits for other writers. A transaction that begins by reading and finds that another
     // has written since fails at once instead, where one writes at a time.
@@ -162,12 +192,6 @@ void ArchiveSession::record(const ObjectHeader& header, const archive::Location&
     }
     steps.writeRows(connection_);
     steps.leave(former != location ? former : std::nullopt);
-    if (!isInPlace())
-        throw databaseMoved();
-    steps.publish();
-    transaction.commit();
-    if (!isInPlace())  // the rows may be in a file that nobody has any more, or that comes back
-        throw StoreUndecided{databaseMoved()};
 }
 
 bool ArchiveSession::hasStudiesIn(const std::string& root) {

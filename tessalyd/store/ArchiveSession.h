@@ -1,8 +1,10 @@
 #pragma once
 
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "archive/Location.h"
@@ -26,6 +28,14 @@ struct StoreSteps {
         [](const std::optional<archive::Location>& /*former*/) {};
 };
 
+/// The rows of one object that is to lie at `location`; all that it refers to outlives the writing.
+struct ObjectRows {
+    const ObjectHeader& header;
+    const archive::Location& location;
+    const StoreSteps& steps;
+    std::exception_ptr fault = {};  ///< why they are not written
+};
+
 /// The archive's tables over one connection, with statements that are prepared once. Belongs to one thread at
 /// a time. Every operation throws db::Error, or StoreFailure where the rows say that the object cannot be
 /// stored.
@@ -46,6 +56,10 @@ class ArchiveSession {
     /// again, Displaced where the tables have another folder by now, and StoreUndecided where
     /// the database's file lost its place in the commit.
     void record(const ObjectHeader& header, const archive::Location& location, const StoreSteps& steps = {});
+    /// The same for several objects, all of different instances, in one transaction: the rows of all are
+    /// written or of none. A fault of one of the objects, or of one of its steps, is kept with it too: it
+    /// would come again, and so would none of the others.
+    void record(std::span<ObjectRows* const> objects);
 
     /// A study is known whose folder lies in this one, as the tables write it.
     [[nodiscard]] bool hasStudiesIn(const std::string& root);
@@ -61,6 +75,7 @@ class ArchiveSession {
         std::string series;
         std::string file;
     };
+    void writeRows(const ObjectRows& object);
     [[nodiscard]] bool ownersAreAsTheyShouldBe(const ObjectHeader& header, const archive::Location& location);
     [[nodiscard]] std::optional<ImageRow> recordImage(const ObjectHeader& header, const std::string& file);
     [[nodiscard]] std::optional<ImageRow> image(const std::string& sopInstanceUid);

@@ -30,16 +30,19 @@ void ArchiveSessions::suspend() {
     close();
 }
 
-ArchiveSessions::Lease ArchiveSessions::take() {
+std::chrono::seconds ArchiveSessions::patience() const noexcept {
     const std::chrono::seconds wait = wait_;
-    auto lease = pool_.take(wait > std::chrono::seconds::zero() ? wait : UsualWait,
-                            [this] { return isSuspended_.load(); });
+    return wait > std::chrono::seconds::zero() ? wait : UsualWait;
+}
+
+ArchiveSessions::Lease ArchiveSessions::take() {
+    auto lease = pool_.take(patience(), [this] { return isSuspended_.load(); });
     if (isSuspended_)
         throw databaseMoved();
     if (!lease)
-        throw databaseRefused("other stores are waiting for it");
+        throw othersAreWaiting();
     if (lease->isEmpty()) {
-        auto opened = std::make_unique<ArchiveSession>(wait);
+        auto opened = std::make_unique<ArchiveSession>(wait_.load());
         areSideBySide_ = opened->supportsConcurrentWriters();
         lease->set(std::move(opened));
         setMost();

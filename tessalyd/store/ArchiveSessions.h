@@ -38,6 +38,9 @@ class ArchiveSessions {
     /// database's file has lost its place; db::Error when none can be opened.
     [[nodiscard]] Lease take();
 
+    /// How long a store waits for the others.
+    [[nodiscard]] std::chrono::seconds patience() const noexcept;
+
     /// What is known of the engine: that it lets several write side by side.
     [[nodiscard]] bool areSideBySide() const noexcept { return areSideBySide_; }
 

@@ -1,17 +1,14 @@
 #include "tessalyd/store/ArchiveWriter.h"
 
-#include <dcmtk/dcmdata/dcdeftag.h>
-#include <dcmtk/dcmdata/dcmetinf.h>
-#include <dcmtk/dcmdata/dcuid.h>
+#include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmnet/dimse.h>
 #include <dcmtk/dcmnet/diutil.h>
 
-#include <array>
 #include <system_error>
 
 #include "archive/StoredPath.h"
 #include "decoder/Syntaxes.h"
-#include "dicom/data/SinkStream.h"
+#include "dicom/data/FileMeta.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/store/ArchiveReport.h"
 #include "tessalyd/store/StoreFailure.h"
@@ -94,24 +91,10 @@ void ArchiveWriter::checkEnd() const {
 }
 
 std::vector<char> ArchiveWriter::metaHeader(const std::string& transferSyntaxUid) const {
-    DcmMetaInfo meta;
-    constexpr std::array<Uint8, 2> Version{0, 1};
-    meta.putAndInsertUint8Array(DCM_FileMetaInformationVersion, Version.data(), Version.size());
-    meta.putAndInsertString(DCM_MediaStorageSOPClassUID, object_.sopClassUid.c_str());
-    meta.putAndInsertString(DCM_MediaStorageSOPInstanceUID, object_.sopInstanceUid.c_str());
-    meta.putAndInsertString(DCM_TransferSyntaxUID, transferSyntaxUid.c_str());
-    meta.putAndInsertString(DCM_ImplementationClassUID, OFFIS_IMPLEMENTATION_CLASS_UID);
-    meta.putAndInsertString(DCM_ImplementationVersionName, OFFIS_DTK_IMPLEMENTATION_VERSION_NAME);
-    meta.putAndInsertString(DCM_SourceApplicationEntityTitle, object_.sender.c_str());
-    meta.computeGroupLengthAndPadding(EGL_withGL, EPD_noChange, META_HEADER_DEFAULT_TRANSFERSYNTAX,
-                                      EET_ExplicitLength);
-    std::vector<char> bytes;
-    dicom::SinkStream out{
-        [&bytes](std::span<const char> block) { bytes.insert(bytes.end(), block.begin(), block.end()); }};
-    meta.transferInit();
-    meta.write(out, META_HEADER_DEFAULT_TRANSFERSYNTAX, EET_ExplicitLength, nullptr);
-    meta.transferEnd();
-    return bytes;
+    return dicom::encoded(dicom::FileMeta{.sopClassUid = object_.sopClassUid,
+                                          .sopInstanceUid = object_.sopInstanceUid,
+                                          .transferSyntaxUid = transferSyntaxUid,
+                                          .sourceAeTitle = object_.sender});
 }
 
 void ArchiveWriter::finish() {
@@ -191,7 +174,7 @@ void ArchiveWriter::record() {
 /// there are no other servers; there a new file, which replaces none, is not flushed while the others wait.
 void ArchiveWriter::recordOnce() {
     if (index_.writesInTurn() && !file_->replaces())
-        file_->publish();
+        file_->giveName();
     else
         file_->flush();
     index_.record(
@@ -207,7 +190,7 @@ void ArchiveWriter::recordOnce() {
 }
 
 void ArchiveWriter::follow() {
-    auto placement = index_.place(*header_, port_.root);
+    auto placement = index_.place(*header_, port_.root, ArchiveIndex::Folders::LookedUp);
     const archive::Location& location = placement->location();
     auto file = openFile(archive::localPath(location.folder()), location.imageFile);
     file_->copyTo(*file);

@@ -32,6 +32,11 @@ class StoreFailure : public std::runtime_error {
             detail.substr(0, detail.find('\n'))};
 }
 
+/// So many stores write, or an engine takes so long, that this one's turn did not come.
+[[nodiscard]] inline StoreFailure othersAreWaiting() {
+    return databaseRefused("other stores are waiting for it");
+}
+
 /// The database's file was removed or replaced under the session: what it writes would be lost.
 [[nodiscard]] inline StoreFailure databaseMoved() {
     return databaseRefused("its file is not in its place");
