@@ -13,6 +13,7 @@
 
 #include "archive/FileLock.h"
 #include "archive/Folder.h"
+#include "archive/SharedFlush.h"
 
 namespace tessaly::archive {
 
@@ -38,13 +39,30 @@ bool isInAFolder(const base::FileDescriptor& file) noexcept {
 }
 
 /// Flushes a folder, however it was opened.
-bool isFlushed(const base::FileDescriptor& folder) noexcept {
+bool isFlushedAlone(const base::FileDescriptor& folder) noexcept {
     if (::fsync(folder.get()) == 0)
         return true;
     if (errno != EBADF)
         return false;
     const base::FileDescriptor handle{::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
     return handle.isOpen() && ::fsync(handle.get()) == 0;
+}
+
+/// The same, with one flush for all stores that wait for the folder's.
+bool isFlushed(const base::FileDescriptor& folder) {
+    static SharedFlush flushes;
+    struct stat found {};
+    if (::fstat(folder.get(), &found) < 0)
+        return false;
+    int fault = 0;
+    const bool isDone = flushes.run({found.st_dev, found.st_ino}, [&folder, &fault] {
+        const bool isGood = isFlushedAlone(folder);
+        fault = errno;
+        return isGood;
+    });
+    if (!isDone)
+        errno = fault != 0 ? fault : EIO;  // another thread's flush has failed
+    return isDone;
 }
 
 bool moved(const base::FileDescriptor& folder, const std::string& from, const std::string& to,
