@@ -7,6 +7,7 @@ cd "$top" || exit 1
 fuzz_seconds=${FUZZ_SECONDS:-20}  # for each target
 objects=${SHARED_OBJECTS:-400}    # of each of the 24 senders that several servers have
 soak_seconds=${SOAK_SECONDS:-600}  # of hostile peers beside an honest one
+kills=${KILLS:-200}  # of a server that stores, commits, delivers or prints
 
 passed=()
 failed=()
@@ -37,6 +38,19 @@ largest_objects() {
 }
 
 # Without ctest, whose limit of time is for the short form.
+server_kills() {
+    local test engine status=0
+    for test in tst_storekills tst_commitmentkills tst_ftpstored:killsLoseNothing tst_printkills; do
+        for engine in sqlite postgresql; do
+            echo "$test, $engine, $kills kills"
+            TESSALY_TEST_KILLS=$kills TESSALY_TEST_ENGINE=$engine QTEST_FUNCTION_TIMEOUT=3600000 QT_QPA_PLATFORM=offscreen \
+                dbus-run-session -- "build/release/tests/${test%:*}" $(expr "$test" : '.*:\(.*\)') || status=1
+        done
+    done
+    return "$status"
+}
+
+# Without ctest, whose limit of time is for the short form.
 hostile_peers() {
     TESSALY_TEST_SOAK_SECONDS=$soak_seconds QTEST_FUNCTION_TIMEOUT=$(((soak_seconds + 300) * 1000)) \
         dbus-run-session -- build/release/tests/tst_hostilepeers
@@ -56,7 +70,7 @@ fuzz() {
     done
 }
 
-rooms='archive|base|bench|console|db|decoder|dicom|docs|maintenance|passwords|schema|tessaly-db|tessalyd|tests'  # not what is made from them
+rooms='archive|base|bench|console|db|decoder|dicom|docs|jobs|maintenance|passwords|schema|tessaly-db|tessalyd|tests'  # not what is made from them
 
 tidy() {  # PRESET FOLDERS
     local log=build/clang-tidy-$1.log
@@ -76,6 +90,7 @@ static_checks() {
 stage 'tests' tests_of release
 stage 'several servers, many objects' shared_archive
 stage 'the largest objects' largest_objects
+stage 'kills' server_kills
 stage 'hostile peers beside an honest one' hostile_peers
 stage 'address and undefined-behaviour sanitizers' tests_of asan
 stage 'thread sanitizer' tests_of tsan

@@ -53,6 +53,11 @@ QString limitOf(qint64 process, const char* name) {
     return {};
 }
 
+int killsWanted(int usual) {
+    const int wanted = qEnvironmentVariableIntValue("TESSALY_TEST_KILLS");
+    return wanted > 0 ? wanted : usual;
+}
+
 bool hasEnded(qint64 process) {
     const QString state = statusOf(process, "State");
     return state.isEmpty() || state.startsWith(u'Z');

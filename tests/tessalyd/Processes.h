@@ -17,6 +17,9 @@ namespace tessaly::test {
 /// The hard limit of that name, as /proc/PID/limits has it.
 [[nodiscard]] QString limitOf(qint64 process, const char* name);
 
+/// How often a test of kills is to kill: TESSALY_TEST_KILLS, or else what is usual for it.
+[[nodiscard]] int killsWanted(int usual);
+
 /// True when it is gone, or has only to be buried.
 [[nodiscard]] bool hasEnded(qint64 process);
 

@@ -53,7 +53,7 @@ SharedArchive::~SharedArchive() {
     }
 }
 
-void SharedArchive::launch(int server) {
+void SharedArchive::launch(int server, const QStringList& arguments) {
     Server& one = *servers_.at(static_cast<std::size_t>(server));
     QFile::remove(one.log);
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -61,8 +61,9 @@ void SharedArchive::launch(int server) {
     one.process.setProcessEnvironment(environment);
     one.process.setProcessChannelMode(QProcess::MergedChannels);
     one.killed = false;
-    one.process.start(QStringLiteral(TESSALY_BINARY_DIR "/tessalyd"),
-                      {u"--log-file"_s, one.log, u"--listen"_s, u"127.0.0.%1"_s.arg(server + 1)});
+    one.process.start(
+        QStringLiteral(TESSALY_BINARY_DIR "/tessalyd"),
+        QStringList{u"--log-file"_s, one.log, u"--listen"_s, u"127.0.0.%1"_s.arg(server + 1)} + arguments);
     const auto listens = [&one] {
         return readAll(one.log).contains(u"listening on 2 of 2 ports"_s) ||
                one.process.state() == QProcess::NotRunning;

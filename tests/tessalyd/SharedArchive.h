@@ -27,8 +27,8 @@ class SharedArchive {
     SharedArchive(const SharedArchive&) = delete;
     SharedArchive& operator=(const SharedArchive&) = delete;
 
-    /// Starts one and waits until it listens.
-    void launch(int server);
+    /// Starts one, with these arguments too, and waits until it listens.
+    void launch(int server, const QStringList& arguments = {});
     /// kill -9.
     void kill(int server);
 

@@ -32,11 +32,6 @@ class FtpMoveTest : public DeliveryTest {
     void aTypeThatIsNotKnownIsGivenUp_data();
     void aTypeThatIsNotKnownIsGivenUp();
     void aNodeThatIsDeletedIsGivenUp();
-    void aRequesterThatVanishesDoesNotEndIt();
-    void aCancelEndsIt();
-    void aCancelBehindTheEndIsNone();
-    void terminateInterruptsIt();
-    void aKilledServerGoesOn();
     void saysNothingOfPatientsOrPasswords();
 };
 
@@ -280,113 +275,6 @@ void FtpMoveTest::aNodeThatIsDeletedIsGivenUp() {
     daemon_->database.run(u"DELETE FROM FtpNodes"_s);
     EVENTUALLY_COMPARE(jobStates(), QStringList{GivenUp});
     QCOMPARE(lastError(), u"there is no FTP node of this name"_s);
-}
-
-void FtpMoveTest::aRequesterThatVanishesDoesNotEndIt() {
-    ScriptedFtp server;
-    std::latch begun{1};
-    std::latch over{1};
-    std::atomic<int> stores = 0;
-    server.setScript([&](const std::string& verb, const std::string&) {
-        if (verb == "STOR" && ++stores == 1) {
-            begun.count_down();
-            over.wait();
-        }
-        return Reply{};
-    });
-    launchFor(nodeOf(server));
-    const QStringList uids = storeStudy(3);
-    {
-        Retriever viewer{daemon_->port()};
-        askForDelivery(viewer);
-        begun.wait();
-    }
-    EVENTUALLY(!daemon_->isBusy());
-    over.count_down();
-    EVENTUALLY_COMPARE(jobStates(), QStringList{Done});
-    QVERIFY(filesOf(server) == deliveryOf(uids));
-}
-
-void FtpMoveTest::aCancelEndsIt() {
-    ScriptedFtp server;
-    std::latch begun{1};
-    std::atomic<int> stores = 0;
-    server.setAfterStore([&](const std::string&, const std::string&) {
-        if (++stores < 3)
-            return Reply{};
-        begun.count_down();
-        return Reply{ScriptedFtp::Silence};
-    });
-    launchFor(nodeOf(server));
-    storeStudy(6);
-    Retriever viewer{daemon_->port()};
-    const DIC_US id = askForDelivery(viewer);
-    begun.wait();
-    viewer.cancel(Retriever::MoveStudyRoot, id);
-    const Retrieved moved = viewer.collect();
-    QCOMPARE(moved.status, 0xfe00);
-    QCOMPARE(moved.counters.remaining + moved.counters.completed, 6);
-    QVERIFY(moved.counters.remaining > 0);
-    QCOMPARE(jobStates(), QStringList{});
-    EVENTUALLY(daemon_->log().contains(u"ended: it was dropped"_s));
-    EVENTUALLY_COMPARE(spooled(), QStringList{});
-    QVERIFY(viewer.echo());
-}
-
-void FtpMoveTest::aCancelBehindTheEndIsNone() {
-    const ScriptedFtp server;
-    launchFor(nodeOf(server));
-    storeStudy(2);
-    Retriever viewer{daemon_->port()};
-    const DIC_US id = askForDelivery(viewer);
-    EVENTUALLY_COMPARE(jobStates(), QStringList{Done});
-    viewer.cancel(Retriever::MoveStudyRoot, id);
-    QCOMPARE(viewer.collect().status, 0);
-    QVERIFY(viewer.echo());
-}
-
-void FtpMoveTest::terminateInterruptsIt() {
-    ScriptedFtp server;
-    std::atomic<bool> isSilent = true;
-    std::atomic<int> silences = 0;
-    server.setScript([&](const std::string& verb, const std::string&) {
-        if (verb != "STOR" || !isSilent)
-            return Reply{};
-        ++silences;
-        return Reply{ScriptedFtp::Silence};
-    });
-    launchFor(nodeOf(server), QuickRetry + QStringList{u"--grace"_s, u"0"_s});
-    const QStringList uids = storeStudy(3);
-    Retriever viewer{daemon_->port()};
-    askForDelivery(viewer);
-    EVENTUALLY(silences > 0);
-    QVERIFY(daemon_->terminate());
-    QCOMPARE(jobStates(), QStringList{Waiting});
-    QCOMPARE(daemon_->database.value(u"SELECT Attempts FROM Job"_s), u"0"_s);  // it was no fault
-    isSilent = false;
-    daemon_->launch(QuickRetry);
-    EVENTUALLY_COMPARE(jobStates(), QStringList{Done});
-    QVERIFY(filesOf(server) == deliveryOf(uids));
-}
-
-void FtpMoveTest::aKilledServerGoesOn() {
-    ScriptedFtp server;
-    std::atomic<int> stores = 0;
-    server.setAfterStore([&](const std::string&, const std::string&) {
-        return ++stores == 2 ? Reply{ScriptedFtp::Silence} : std::nullopt;
-    });
-    launchFor(nodeOf(server));
-    const QStringList uids = storeStudy(4);
-    Retriever viewer{daemon_->port()};
-    askForDelivery(viewer);
-    EVENTUALLY(stores == 2);
-    daemon_->kill();
-    QVERIFY(!server.names().filter(u".part"_s).isEmpty());
-    daemon_->launch(QuickRetry);
-    QCOMPARE(jobStates(), QStringList{Running});  // whoever had it may be alive
-    endLeases();
-    EVENTUALLY_COMPARE(jobStates(), QStringList{Done});
-    QVERIFY(filesOf(server) == deliveryOf(uids));
 }
 
 void FtpMoveTest::saysNothingOfPatientsOrPasswords() {

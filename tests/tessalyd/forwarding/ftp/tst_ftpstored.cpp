@@ -2,7 +2,7 @@
 #include <atomic>
 
 #include "tests/support/Eventually.h"
-#include "tests/tessalyd/SharedArchive.h"
+#include "tests/tessalyd/Processes.h"
 #include "tests/tessalyd/forwarding/ftp/DeliveryTest.h"
 
 using namespace Qt::StringLiterals;
@@ -33,6 +33,7 @@ class FtpStoredTest : public DeliveryTest {
     void whatCannotBeAVolumeIsGivenUp();
     void aStoreThatFailsLeavesNoJob();
     void killsLoseNothing();
+    void manyFilesCostNoMemory();
 };
 
 void FtpStoredTest::isDeliveredWhenItsSeriesIsQuiet() {
@@ -176,8 +177,8 @@ void FtpStoredTest::killsLoseNothing() {
     const FtpProduct server{FtpProduct::Kind::Vsftpd};
     launchFor(nodeOf(server));
     std::map<QString, QString> accepted;  // files of the delivery, and their series' folder
-    constexpr int Kills = 10;
-    for (int round = 0; round < Kills; ++round) {
+    const int kills = killsWanted(10);
+    for (int round = 0; round < kills; ++round) {
         const QStringList uids = storeFor("BACKUP", 20, 1 + 20 * round);
         for (const QString& uid : uids) {
             const QString folder = u"in/%1/%2/"_s.arg(QString::fromLatin1(Study), uid.section(u'.', 0, -2));
@@ -199,6 +200,24 @@ void FtpStoredTest::killsLoseNothing() {
     for (const QString& name : found.keys())
         QVERIFY2(accepted.contains(name) || name.endsWith(u"/complete"_s), qPrintable(name));
     QCOMPARE(daemon_->database.value(u"SELECT COUNT(*) FROM JobItem"_s), u"0"_s);
+}
+
+/// TESSALY_TEST_STUDY_OBJECTS says how many.
+void FtpStoredTest::manyFilesCostNoMemory() {
+    const int wanted = qEnvironmentVariableIntValue("TESSALY_TEST_STUDY_OBJECTS");
+    const int count = wanted > 0 ? wanted : 500;
+    constexpr long long Most = 40'000;  // kilobytes
+    const FtpProduct server{FtpProduct::Kind::Vsftpd};
+    launchFor(nodeOf(server));
+    storeFor("BACKUP", 20);
+    EVENTUALLY(allAreDone());
+    const long long before = peakMemoryOf(daemon_->process.processId());
+    storeFor("BACKUP", count, 21);
+    QTRY_VERIFY_WITH_TIMEOUT(allAreDone(), PatienceMs * (1 + count / 500));
+    const long long more = peakMemoryOf(daemon_->process.processId()) - before;
+    QVERIFY2(more < Most, qPrintable(u"%1 KB"_s.arg(more)));
+    qInfo() << count << "files," << more << "KB more";
+    QCOMPARE(server.files().size(), 20 + count + 2);
 }
 
 QTEST_GUILESS_MAIN(FtpStoredTest)

@@ -4,54 +4,20 @@
 #include <csignal>
 #include <future>
 
-#include "tessalyd/forwarding/ftp/Uploader.h"
 #include "tests/dicom/net/Peers.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/UnusedPort.h"
-#include "tests/tessalyd/forwarding/ftp/ScriptedFtp.h"
+#include "tests/tessalyd/forwarding/ftp/UploaderTest.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::tessalyd::ftp;
 using namespace tessaly::test;
 
 /// The uploading client beside a server that errs.
-class FtpUploadTest : public QObject {
+class FtpUploadTest : public UploaderTest {
     Q_OBJECT
 
-  private:
-    using Reply = std::optional<std::string>;
-
-    static Node nodeOf(const ScriptedFtp& server) {
-        return {.name = "BACKUP",
-                .host = server.host().toStdString(),
-                .user = ScriptedFtp::User,
-                .password = ScriptedFtp::Password,
-                .destination = "in box",
-                .type = "Quib"};
-    }
-    static void put(Uploader& uploader, const std::string& name, std::string_view content = "content") {
-        TextSource source{content};
-        uploader.put(source, "1.2/1.2.3", name);
-    }
-    /// The fault that putting a file ends with.
-    static Fault failing(Uploader& uploader, std::string_view content = "content") {
-        try {
-            put(uploader, "a.dcm", content);
-        } catch (const Fault& fault) {
-            return fault;
-        }
-        throw std::logic_error{"the file was put"};
-    }
-    static Fault failing(const ScriptedFtp& server) {
-        Uploader uploader{
-            nodeOf(server), std::stop_token{}, {.connect = Second, .answer = Second, .idle = Second}};
-        return failing(uploader);
-    }
-    static constexpr std::chrono::seconds Second{1};
-    static constexpr const char* Uploaded = "/in box/1.2/1.2.3/a.dcm";
-
   private Q_SLOTS:
-    static void initTestCase() { std::signal(SIGPIPE, SIG_IGN); }
     void putsFilesOverOneConnection();
     void replacesAFile();
     void anEmptyFileIsOne();
@@ -69,13 +35,6 @@ class FtpUploadTest : public QObject {
     void tooManyOthersAreNot_data();
     void tooManyOthersAreNot();
     void noTlsIsAFault();
-    void silenceEnds_data();
-    void silenceEnds();
-    void endlessTalkEnds();
-    void aStopEndsSilence_data();
-    void aStopEndsSilence();
-    void aStopEndsAConnectionThatIsNotMade();
-    void aSilentFarewellIsNotWaitedFor();
     void hostsThatAreNone_data();
     void hostsThatAreNone();
     void aFileThatShrinksFails();
@@ -302,97 +261,6 @@ void FtpUploadTest::noTlsIsAFault() {
     QCOMPARE(fault.kind(), Fault::Kind::Transient);
     QVERIFY2(QByteArray{fault.what()}.startsWith("no secure connection"), fault.what());
     QCOMPARE(server.count(u"USER"_s), 0);  // nothing is told to whom we cannot be sure of
-}
-
-void FtpUploadTest::silenceEnds_data() {
-    QTest::addColumn<QString>("verb");
-    for (const char* verb : {"CONNECT", "PASS", "CWD", "EPSV", "STOR", "226", "SIZE", "RNTO"})
-        QTest::newRow(verb) << QString::fromLatin1(verb);
-}
-
-void FtpUploadTest::silenceEnds() {
-    QFETCH(const QString, verb);
-    ScriptedFtp server;
-    const auto silent = [&](const std::string& command, const std::string&) {
-        return command == verb.toStdString() ? Reply{ScriptedFtp::Silence} : std::nullopt;
-    };
-    if (verb == u"226"_s)
-        server.setAfterStore(
-            [](const std::string&, const std::string&) { return Reply{ScriptedFtp::Silence}; });
-    else
-        server.setScript(silent);
-    const Fault fault = failing(server);
-    QCOMPARE(fault.kind(), Fault::Kind::Transient);
-    QCOMPARE(fault.scope(), Fault::Scope::Connection);
-}
-
-void FtpUploadTest::endlessTalkEnds() {
-    ScriptedFtp server;
-    std::string talk;
-    for (int line = 0; line < 100'000; ++line)
-        talk += "220-and so on\r\n";
-    server.setScript([&](const std::string& command, const std::string&) {
-        return command == "CONNECT" ? Reply{talk + "220 at last"} : std::nullopt;
-    });
-    QCOMPARE(failing(server).scope(), Fault::Scope::Connection);
-    QCOMPARE(server.count(u"USER"_s), 0);
-}
-
-void FtpUploadTest::aStopEndsSilence_data() {
-    silenceEnds_data();
-}
-
-void FtpUploadTest::aStopEndsSilence() {
-    QFETCH(const QString, verb);
-    ScriptedFtp server;
-    std::atomic<bool> isSilent = false;
-    const auto silent = [&](const std::string& command, const std::string&) {
-        if (command != verb.toStdString() && verb != u"226"_s)
-            return Reply{};
-        isSilent = true;
-        return Reply{ScriptedFtp::Silence};
-    };
-    if (verb == u"226"_s)
-        server.setAfterStore(silent);
-    else
-        server.setScript(silent);
-    std::stop_source stop;
-    auto upload = std::async(std::launch::async, [&] {
-        Uploader uploader{nodeOf(server), stop.get_token()};
-        put(uploader, "a.dcm");
-    });
-    EVENTUALLY(isSilent.load());
-    stop.request_stop();
-    // The limits are those of the product: whatever waits for them waits ten seconds at least.
-    QCOMPARE(upload.wait_for(std::chrono::seconds{5}), std::future_status::ready);
-    QVERIFY_THROWS_EXCEPTION(Stopped, upload.get());
-}
-
-void FtpUploadTest::aStopEndsAConnectionThatIsNotMade() {
-    const FullPort full;
-    std::stop_source stop;
-    auto upload = std::async(std::launch::async, [&] {
-        Uploader uploader{{.host = "127.0.0.1:" + full.port().toStdString(), .destination = "."},
-                          stop.get_token()};
-        put(uploader, "a.dcm");
-    });
-    QCOMPARE(upload.wait_for(std::chrono::milliseconds{300}), std::future_status::timeout);
-    stop.request_stop();
-    QCOMPARE(upload.wait_for(std::chrono::seconds{5}), std::future_status::ready);
-    QVERIFY_THROWS_EXCEPTION(Stopped, upload.get());
-}
-
-void FtpUploadTest::aSilentFarewellIsNotWaitedFor() {
-    ScriptedFtp server;
-    server.setScript([](const std::string& command, const std::string&) {
-        return command == "QUIT" ? Reply{ScriptedFtp::Silence} : std::nullopt;
-    });
-    const auto upload = std::async(std::launch::async, [&] {
-        Uploader uploader{nodeOf(server), std::stop_token{}};
-        put(uploader, "a.dcm");
-    });
-    QCOMPARE(upload.wait_for(std::chrono::seconds{30}), std::future_status::ready);
-    EVENTUALLY_COMPARE(server.count(u"QUIT"_s), 1);
 }
 
 void FtpUploadTest::hostsThatAreNone_data() {

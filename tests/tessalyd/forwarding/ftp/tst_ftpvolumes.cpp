@@ -88,7 +88,8 @@ void FtpVolumesTest::whatCannotBeAVolumeIsGivenUp() {
     const Retrieved answer = viewer.collect();
     QCOMPARE(answer.status, 0xA702);
     QCOMPARE(jobStates(), QStringList{GivenUp});
-    QVERIFY2(lastError().startsWith(u"6 of 6 objects: the series cannot be a volume: "_s), qPrintable(lastError()));
+    QVERIFY2(lastError().startsWith(u"6 of 6 objects: the series cannot be a volume: "_s),
+             qPrintable(lastError()));
     QVERIFY(filesOf(ftp).isEmpty());
     QVERIFY2(daemon_->log().contains(u"given up: 6 of 6 objects: the series cannot be a volume"_s),
              qPrintable(daemon_->log()));

@@ -3,6 +3,7 @@
 #include <map>
 
 #include "tests/tessalyd/DaemonTest.h"
+#include "tests/tessalyd/Processes.h"
 #include "tests/tessalyd/services/commitment/Committer.h"
 #include "tests/tessalyd/services/commitment/ReportReceiver.h"
 
@@ -18,11 +19,9 @@ class CommitmentKillsTest : public DaemonTest {
 };
 
 void CommitmentKillsTest::noRequestThatWasAcceptedIsLost() {
-    constexpr int UsualKills = 8;
     constexpr int Requests = 3;  // between two kills
     constexpr int Objects = 20;
-    const int wanted = qEnvironmentVariableIntValue("TESSALY_TEST_KILLS");
-    const int kills = wanted > 0 ? wanted : UsualKills;
+    const int kills = killsWanted(8);
     const ReportReceiver receiver;
     daemon_ = std::make_unique<Daemon>();
     daemon_->database.run(

@@ -6,6 +6,7 @@
 #include <random>
 #include <set>
 
+#include "tests/tessalyd/Processes.h"
 #include "tests/tessalyd/services/print/PrintTest.h"
 
 using namespace Qt::StringLiterals;
@@ -23,9 +24,7 @@ class PrintKillsTest : public PrintTest {
 };
 
 void PrintKillsTest::losesAndDoublesNothing() {
-    bool isSet = false;
-    const int wanted = qEnvironmentVariableIntValue("PRINT_KILLS", &isSet);
-    const int rounds = isSet ? wanted : 12;
+    const int rounds = killsWanted(12);
     std::atomic<int> seen = 0;
     std::atomic<int> killAt = -1;
     std::atomic<bool> isDue = false;

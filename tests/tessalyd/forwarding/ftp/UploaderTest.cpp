@@ -1,0 +1,1 @@
+#include "tests/tessalyd/forwarding/ftp/UploaderTest.h"
