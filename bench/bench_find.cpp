@@ -83,7 +83,7 @@ struct Session {
     std::size_t ask(DcmDataset question) {
         QueryAnswers answers{readQuery(question, InformationModel::StudyRoot, {}), "TESSALY"};
         std::size_t count = 0;
-        while (answers.next(statements))
+        while (readNext(answers, statements))
             count += answers.answer().isEmpty() ? 0 : 1;
         return count;
     }

@@ -77,7 +77,7 @@ InstanceList::InstanceList(db::StatementCache& statements, ArchiveQuery query, S
         query.keys.push_back({.key = &key});
     ArchiveSearch search{std::move(query), std::move(limits)};
     const auto value = [&search, places](Place place) { return std::string{search.value(places + place)}; };
-    while (search.next(statements)) {
+    while (readNext(search, statements)) {
         const archive::Location location{value(StudyPath), value(SeriesDir), value(ImageFile)};
         StoredInstance instance{.sopClassUid = value(SopClass),
                                 .sopInstanceUid = value(SopInstance),

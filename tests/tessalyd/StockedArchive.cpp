@@ -94,7 +94,7 @@ QStringList StockedArchive::search(const char* level, std::vector<AskedKey> keys
     const auto place =
         std::find_if(asked.begin(), asked.end(), [&](const auto& key) { return key.key->tag == wanted; });
     QStringList found;
-    while (search.next(statements))
+    while (readNext(search, statements))
         found += QString::fromStdString(
             std::string{search.value(static_cast<std::size_t>(place - asked.begin()))});
     return found;

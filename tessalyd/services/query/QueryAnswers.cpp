@@ -53,16 +53,6 @@ void QueryAnswers::read(db::StatementCache& statements) {
     }
 }
 
-bool QueryAnswers::next(db::StatementCache& statements) {
-    for (;;) {
-        if (next())
-            return true;
-        if (isComplete())
-            return false;
-        read(statements);
-    }
-}
-
 bool QueryAnswers::next() {
     if (!search_.next())
         return false;

@@ -21,8 +21,6 @@ class QueryAnswers {
     [[nodiscard]] bool isComplete() const noexcept { return search_.isComplete(); }
     /// Goes to the next answer of those that have been read. False when there is none.
     [[nodiscard]] bool next();
-    /// The same, reading more where there may be more.
-    [[nodiscard]] bool next(db::StatementCache& statements);
     [[nodiscard]] bool wasStopped() const noexcept { return search_.wasStopped(); }
 
     /// The current answer, to be sent as it is. Holds until next().

@@ -103,7 +103,7 @@ void QueryAnswersTest::anAnswerHasWhatWasAskedFor() {
     QueryAnswers answers = ask(identifier(
         "STUDY",
         {{DCM_PatientName, "DOE*"}, {DCM_PatientID, ""}, {DCM_ModalitiesInStudy, ""}, {DCM_StudyTime, ""}}));
-    QVERIFY(answers.next(archive_->statements));
+    QVERIFY(readNext(answers, archive_->statements));
     DcmDataset& answer = answers.answer();
     QCOMPARE(tags(answer), QStringList({u"(0008,0030)"_s, u"(0008,0052)"_s, u"(0008,0054)"_s,
                                         u"(0008,0061)"_s, u"(0010,0010)"_s, u"(0010,0020)"_s}));
@@ -113,8 +113,8 @@ void QueryAnswersTest::anAnswerHasWhatWasAskedFor() {
     QCOMPARE(text(answer, DCM_PatientID), u"P1"_s);
     QCOMPARE(text(answer, DCM_ModalitiesInStudy), u"CT"_s);
     QCOMPARE(text(answer, DCM_StudyTime), u""_s);
-    QVERIFY(!answers.next(archive_->statements));
-    QVERIFY(!answers.next(archive_->statements));
+    QVERIFY(!readNext(answers, archive_->statements));
+    QVERIFY(!readNext(answers, archive_->statements));
     QVERIFY(!answers.wasStopped());
 }
 
@@ -125,7 +125,7 @@ void QueryAnswersTest::numbersComeInTheirRepresentation() {
                                                     {DCM_InstanceNumber, "01"},
                                                     {DCM_Columns, ""},
                                                     {DCM_Rows, "512"}}));
-    QVERIFY(answers.next(archive_->statements));
+    QVERIFY(readNext(answers, archive_->statements));
     Uint16 rows = 0;
     QVERIFY(answers.answer().findAndGetUint16(DCM_Rows, rows).good());
     QCOMPARE(rows, Uint16{512});
@@ -142,7 +142,7 @@ void QueryAnswersTest::whatIsNoKeyDoesNoHarm() {
     QVERIFY(question.findOrCreateSequenceItem(DCM_RequestAttributesSequence, item).good());
     item->putAndInsertString(DCM_PatientName, "nobody");
     QueryAnswers answers = ask(question);
-    QVERIFY(answers.next(archive_->statements));
+    QVERIFY(readNext(answers, archive_->statements));
     DcmDataset& answer = answers.answer();
     QCOMPARE(text(answer, DCM_PatientID), u"P1"_s);
     QCOMPARE(text(answer, DCM_InstitutionName), u""_s);
@@ -152,7 +152,7 @@ void QueryAnswersTest::whatIsNoKeyDoesNoHarm() {
     DcmSequenceOfItems* sequence = nullptr;
     QVERIFY(answer.findAndGetSequence(DCM_RequestAttributesSequence, sequence).good());
     QCOMPARE(sequence->card(), 0UL);
-    QVERIFY(!answers.next(archive_->statements));
+    QVERIFY(!readNext(answers, archive_->statements));
 }
 
 void QueryAnswersTest::statusTellsOfKeysThatAreNotSupported() {
@@ -194,12 +194,12 @@ void QueryAnswersTest::queriesAreInTheirCharacterSet() {
     if (!set.isEmpty())
         keys.emplace_back(DCM_SpecificCharacterSet, set.toStdString());
     QueryAnswers answers = ask(identifier("STUDY", keys));
-    QVERIFY(answers.next(archive_->statements));
+    QVERIFY(readNext(answers, archive_->statements));
     QCOMPARE(text(answers.answer(), DCM_PatientID), patient);
     QCOMPARE(text(answers.answer(), DCM_PatientName),
              archive_->database.value(u"SELECT Name FROM Patient WHERE PatientID=?"_s, {patient}));
     QCOMPARE(text(answers.answer(), DCM_SpecificCharacterSet), u"ISO_IR 192"_s);
-    QVERIFY(!answers.next(archive_->statements));
+    QVERIFY(!readNext(answers, archive_->statements));
 }
 
 void QueryAnswersTest::aByteThatIsNotInItsCharacterSetIsNoWildcard() {
@@ -208,7 +208,7 @@ void QueryAnswersTest::aByteThatIsNotInItsCharacterSetIsNoWildcard() {
                                                         {DCM_PatientName,
                                                          "D\xfc"
                                                          "e^Jane"}}));
-        QVERIFY2(!answers.next(archive_->statements), set);
+        QVERIFY2(!readNext(answers, archive_->statements), set);
     }
 }
 
@@ -217,9 +217,9 @@ void QueryAnswersTest::aByteThatIsNotInItsCharacterSetLeavesOtherKeysAlone() {
                                                     {DCM_PatientID, ""},
                                                     {DCM_PatientName, "M\xc3\xbcller*"},
                                                     {DCM_InstitutionName, "Sch\xe4"}}));
-    QVERIFY(answers.next(archive_->statements));
+    QVERIFY(readNext(answers, archive_->statements));
     QCOMPARE(text(answers.answer(), DCM_PatientID), u"P2"_s);
-    QVERIFY(!answers.next(archive_->statements));
+    QVERIFY(!readNext(answers, archive_->statements));
 }
 
 void QueryAnswersTest::onlyAnswersBeyondAsciiNameTheirCharacterSet() {
@@ -227,11 +227,11 @@ void QueryAnswersTest::onlyAnswersBeyondAsciiNameTheirCharacterSet() {
                                                     {DCM_StudyInstanceUID, "1.2.1\\1.2.2\\1.2.3"},
                                                     {DCM_PatientName, ""}}));
     QStringList sets;
-    while (answers.next(archive_->statements))
+    while (readNext(answers, archive_->statements))
         sets += text(answers.answer(), DCM_SpecificCharacterSet);
     QCOMPARE(sets, QStringList({u""_s, u"ISO_IR 192"_s, u"ISO_IR 192"_s}));
     QueryAnswers again = ask(identifier("STUDY", {{DCM_PatientID, "P1"}, {DCM_PatientName, ""}}));
-    QVERIFY(again.next(archive_->statements));
+    QVERIFY(readNext(again, archive_->statements));
     QVERIFY(!again.answer().tagExists(DCM_SpecificCharacterSet));
 }
 
@@ -247,7 +247,7 @@ void QueryAnswersTest::manyAnswersTakeNoMemory() {
         const double before = residentMegabytes();
         double most = before;
         int count = 0;
-        for (; answers.next(archive_->statements); ++count) {
+        for (; readNext(answers, archive_->statements); ++count) {
             if (count % 10000 == 0)
                 most = std::max(most, residentMegabytes());
         }
@@ -258,13 +258,13 @@ void QueryAnswersTest::manyAnswersTakeNoMemory() {
 
 void QueryAnswersTest::storesGoOnMeanwhile() {
     QueryAnswers answers = ask(identifier("STUDY", {{DCM_PatientID, "P?"}}));
-    QVERIFY(answers.next(archive_->statements));
+    QVERIFY(readNext(answers, archive_->statements));
     archive_->store({.patientId = "P9", .patientName = "Late"});
     int count = 1;
-    while (answers.next(archive_->statements))
+    while (readNext(answers, archive_->statements))
         ++count;
     QCOMPARE(count, 6);
-    QVERIFY(ask(identifier("STUDY", {{DCM_PatientID, "P9"}})).next(archive_->statements));
+    QVERIFY(readNext(ask(identifier("STUDY", {{DCM_PatientID, "P9"}})), archive_->statements));
 }
 
 void QueryAnswersTest::aSearchIsStopped() {
@@ -273,10 +273,10 @@ void QueryAnswersTest::aSearchIsStopped() {
                                    ++asked;
                                    return true;
                                }});
-    QVERIFY(!answers.next(archive_->statements));
+    QVERIFY(!readNext(answers, archive_->statements));
     QVERIFY(answers.wasStopped());
     QCOMPARE(asked, 1);
-    QVERIFY(!answers.next(archive_->statements));
+    QVERIFY(!readNext(answers, archive_->statements));
     QCOMPARE(asked, 1);
 }
 
@@ -287,7 +287,7 @@ void QueryAnswersTest::aSearchEndsAtItsTimeout() {
     QueryAnswers answers = ask(
         identifier("STUDY", {{DCM_PatientID, "M*"}, {DCM_StudyDescription, "*nothing"}}), {.timeout = 1s});
     try {
-        (void)answers.next(archive_->statements);
+        (void)readNext(answers, archive_->statements);
         QFAIL("no time-out");
     } catch (const RequestFailure& failure) {
         QCOMPARE(failure.status(), Uint16{0xa700});
@@ -307,7 +307,7 @@ void QueryAnswersTest::whatItsUserTakesIsNotTheSearchsTime() {
         };
         QElapsedTimer clock;
         clock.start();
-        QVERIFY(!search({}).next(archive_->statements));
+        QVERIFY(!readNext(search({}), archive_->statements));
         // Ten times what it needs on this machine at this load, in whole seconds.
         const std::chrono::seconds timeout{3 + clock.elapsed() / 100};
         bool delayed = false;
@@ -316,15 +316,15 @@ void QueryAnswersTest::whatItsUserTakesIsNotTheSearchsTime() {
                                                std::this_thread::sleep_for(timeout + 1s);
                                            return false;
                                        }});
-        QVERIFY(!answers.next(archive_->statements));
+        QVERIFY(!readNext(answers, archive_->statements));
         QVERIFY(delayed);
         QVERIFY(!answers.wasStopped());
     }
     QueryAnswers slow = ask(identifier("STUDY", {{DCM_PatientID, "P?"}}), {.timeout = 5s});
-    QVERIFY(slow.next(archive_->statements));
+    QVERIFY(readNext(slow, archive_->statements));
     std::this_thread::sleep_for(5100ms);
     int count = 1;
-    while (slow.next(archive_->statements))
+    while (readNext(slow, archive_->statements))
         ++count;
     QCOMPARE(count, 7);
 }
@@ -340,7 +340,7 @@ void QueryAnswersTest::aTableThatSomebodyHasLockedEndsAQueryAtItsTimeout() {
         other, blocks ? "LOCK TABLE Study IN ACCESS EXCLUSIVE MODE" : "UPDATE Study SET StudyTime=StudyTime");
     QueryAnswers answers = ask(identifier("STUDY", {{DCM_PatientID, "P1"}}), {.timeout = 1s});
     try {
-        QVERIFY(answers.next(archive_->statements));
+        QVERIFY(readNext(answers, archive_->statements));
         QVERIFY(!blocks);
     } catch (const RequestFailure& failure) {
         QVERIFY(blocks);
@@ -356,30 +356,30 @@ void QueryAnswersTest::aSearchIsStoppedWhileItsStatementWaits() {
     tessaly::db::execute(
         other, blocks ? "LOCK TABLE Study IN ACCESS EXCLUSIVE MODE" : "UPDATE Study SET StudyTime=StudyTime");
     QueryAnswers answers = ask(identifier("STUDY", {{DCM_PatientID, "P1"}}), {.stop = [] { return true; }});
-    QCOMPARE(answers.next(archive_->statements), !blocks);
+    QCOMPARE(readNext(answers, archive_->statements), !blocks);
     QCOMPARE(answers.wasStopped(), blocks);
     transaction.reset();
     QueryAnswers again = ask(identifier("STUDY", {{DCM_PatientID, "P1"}}));
-    QVERIFY(again.next(archive_->statements));
+    QVERIFY(readNext(again, archive_->statements));
 }
 
 void QueryAnswersTest::theTablesAreFreeBetweenAnswers() {
     QueryAnswers answers = ask(identifier("STUDY", {{DCM_PatientName, ""}}));
-    QVERIFY(answers.next(archive_->statements));
+    QVERIFY(readNext(answers, archive_->statements));
     archive_->store({.patientId = "P8", .patientName = "Another"});
     // No reader needs anything of the log, which one engine alone has.
     if (!ScratchDatabase::isPostgresql())
         QCOMPARE(archive_->database.rows(u"PRAGMA wal_checkpoint(TRUNCATE)"_s).first().first(), u"0"_s);
-    QVERIFY(answers.next(archive_->statements));
+    QVERIFY(readNext(answers, archive_->statements));
 }
 
 void QueryAnswersTest::aStatementThatFailedIsNotUsedAgain() {
     DcmDataset question = identifier("STUDY", {{DCM_PatientID, "P1"}, {DCM_StudyTime, ""}});
-    QVERIFY(ask(question).next(archive_->statements));
+    QVERIFY(readNext(ask(question), archive_->statements));
     archive_->database.run(u"ALTER TABLE Study RENAME COLUMN StudyTime TO Other"_s);
-    QVERIFY_EXCEPTION_THROWN((void)ask(question).next(archive_->statements), tessaly::db::Error);
+    QVERIFY_EXCEPTION_THROWN((void)readNext(ask(question), archive_->statements), tessaly::db::Error);
     archive_->database.run(u"ALTER TABLE Study RENAME COLUMN Other TO StudyTime"_s);
-    QVERIFY(ask(question).next(archive_->statements));
+    QVERIFY(readNext(ask(question), archive_->statements));
 }
 
 QTEST_APPLESS_MAIN(QueryAnswersTest)
