@@ -24,7 +24,7 @@
 #include "console/maintenance/PassEvents.h"
 #include "console/maintenance/frmRepairDB.h"
 #include "console/session/Globals.h"
-#include "tests/support/NoWindow.h"
+#include "tests/support/NoServer.h"
 
 using namespace tessaly;
 using namespace tessaly::bench;
@@ -162,9 +162,9 @@ auto withForm(const std::string& database, Body body) {
     connection.setConnectString(connectStringOf(database));
     connection.setCursorDriver(db::Connection::CursorDriver::DriverFirst);
     connection.establish();
-    test::NoWindow window;
+    test::NoServer server;
     auto result = [&] {
-        maintenance::frmRepairDB form{window, nullptr};
+        maintenance::frmRepairDB form{server, nullptr};
         form.show();
         QCoreApplication::processEvents();
         return body(form);

@@ -40,7 +40,7 @@ TessalyManager::TessalyManager(server::ServerFactory serverFactory)
       ftpNodes_(new network::FtpNodesPage(*this)),
       administration_(new AdministrationPage),
       users_(new users::UsersPage(*this)),
-      site_(new users::SitePage(*this)),
+      site_(new users::SitePage),
       printers_(new printers::PrintersPage(*this)),
       stsBar_(new StatusBar(this)),
       server_(std::make_unique<server::ServerControl>(std::move(serverFactory), administration_->server(),
@@ -52,6 +52,7 @@ TessalyManager::TessalyManager(server::ServerFactory serverFactory)
     buildMenus();
     setStatusBar(stsBar_);
     ui::enterPressesButtons(this);
+    connect(localServer_, &network::LocalServerPage::imageRootRead, this, &TessalyManager::setImageRoot);
     connect(&administration_->logFile(), &server::LogFileFrame::loaded, this,
             ui::handler([this] { server_->showService(); }));
 }

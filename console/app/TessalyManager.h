@@ -5,8 +5,11 @@
 
 #include <memory>
 
+#include "console/network/NetworkLists.h"
+#include "console/printers/PrinterList.h"
 #include "console/server/Server.h"
-#include "console/session/MainWindowOperations.h"
+#include "console/session/ServerOperations.h"
+#include "console/users/UserList.h"
 
 class QTabWidget;
 
@@ -35,7 +38,11 @@ class UsersPage;
 
 /// The console's one main window: puts the pages together and forwards each reload to the page that owns it.
 /// Closing it ends the console.
-class TessalyManager : public QMainWindow, public MainWindowOperations {
+class TessalyManager : public QMainWindow,
+                       public network::NetworkLists,
+                       public printers::PrinterList,
+                       public users::UserList,
+                       public ServerOperations {
     Q_OBJECT
 
   public:
@@ -54,9 +61,10 @@ class TessalyManager : public QMainWindow, public MainWindowOperations {
     void LoadPorts() override;
     void LoadDicomPrinters() override;
     void LoadUsers() override;
-    void LoadSiteData() override;
+    void LoadSiteData();
+    /// Preset of both path boxes of the image path relocation.
+    void setImageRoot(const QString& root);
     [[nodiscard]] QString selectedPort() const override;
-    void setImageRoot(const QString& root) override;
     void TerminateServer() override;
     void DropServer() override;
     void setConnectionTimerEnabled(bool enabled) override;

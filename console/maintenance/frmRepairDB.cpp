@@ -95,9 +95,9 @@ class frmRepairDB::CheckProgress : public StoppableProgress {
     int before_;  ///< of the checks before
 };
 
-frmRepairDB::frmRepairDB(MainWindowOperations& window, QWidget* parent)
+frmRepairDB::frmRepairDB(ServerOperations& server, QWidget* parent)
     : QDialog(parent),
-      window_(window),
+      server_(server),
       prgBar_(new QProgressBar(this)),
       lblWait_(new QLabel(u"Wait... Compacting DB"_s, this)),
       cmnDlg_(new QFileDialog(this)) {
@@ -159,9 +159,9 @@ void frmRepairDB::CompactDB() {
                            "Do you want to proceed?"_s,
                            ui::BoxStyle::YesNo) != ui::Answer::Yes)
             return;
-        window_.TerminateServer();
-        window_.setConnectionTimerEnabled(false);
-        window_.DropServer();
+        server_.TerminateServer();
+        server_.setConnectionTimerEnabled(false);
+        server_.DropServer();
         dataSource_ = QFile::decodeName(QByteArray::fromStdString(Globals::DbConnection().databaseFile()));
         Globals::DbConnection().close();
         connectionClosed = true;
@@ -174,9 +174,9 @@ void frmRepairDB::CompactDB() {
     const auto reconnect = [] { Globals::DbConnection().establish(); };
     if (connectionClosed)
         ui::ignoringErrors(reconnect);
-    window_.setConnectionTimerEnabled(true);
+    server_.setConnectionTimerEnabled(true);
     ui::ignoringErrors(reconnect);  // once more, where the first did not succeed; fails when it did
-    window_.RefreshServerState();
+    server_.RefreshServerState();
 }
 
 void frmRepairDB::chooseAndCompact() {

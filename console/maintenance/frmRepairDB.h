@@ -3,7 +3,7 @@
 #include <QDialog>
 #include <QString>
 
-#include "console/session/MainWindowOperations.h"
+#include "console/session/ServerOperations.h"
 #include "maintenance/RepairChecks.h"
 
 class QFileDialog;
@@ -18,7 +18,7 @@ class frmRepairDB : public QDialog {
     Q_OBJECT
 
   public:
-    frmRepairDB(MainWindowOperations& window, QWidget* parent);
+    frmRepairDB(ServerOperations& server, QWidget* parent);
 
     /// The four checks, then the offer to compact the database. A fault of a check is let through; what
     /// was removed before it stays removed. Without effect once the console ends.
@@ -49,7 +49,7 @@ class frmRepairDB : public QDialog {
     [[nodiscard]] bool waitForServer();
     void compactFile();
 
-    MainWindowOperations& window_;
+    ServerOperations& server_;
     QProgressBar* prgBar_;
     QLabel* lblWait_;
     QFileDialog* cmnDlg_;

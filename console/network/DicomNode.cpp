@@ -14,8 +14,8 @@ namespace tessaly::network {
 
 using namespace Qt::StringLiterals;
 
-DicomNode::DicomNode(MainWindowOperations& window, QWidget* parent)
-    : EditorDialog({.name = u"DicomNode"_s, .caption = u"Dicom Node"_s}, parent), window_(window) {
+DicomNode::DicomNode(NetworkLists& lists, QWidget* parent)
+    : EditorDialog({.name = u"DicomNode"_s, .caption = u"Dicom Node"_s}, parent), lists_(lists) {
     auto* rows = new QFormLayout;
     body()->addLayout(rows);
     txtName_ = fields_.text(rows, u"Name"_s, u"txtName"_s, 16, &NodeRecord::name);
@@ -108,8 +108,8 @@ void DicomNode::writeRow(const NodeRecord& node) const {
 }
 
 void DicomNode::reload() {
-    window_.LoadNodes();
-    window_.LoadPortNodes(window_.selectedPort());
+    lists_.LoadNodes();
+    lists_.LoadPortNodes(lists_.selectedPort());
     Globals::setConfigChanged(true);
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "console/network/NetworkLists.h"
 #include "console/network/NodeRecord.h"
-#include "console/session/MainWindowOperations.h"
 #include "console/ui/EditorDialog.h"
 #include "console/ui/FieldBinder.h"
 
@@ -12,7 +12,7 @@ class DicomNode : public ui::EditorDialog {
     Q_OBJECT
 
   public:
-    DicomNode(MainWindowOperations& window, QWidget* parent);
+    DicomNode(NetworkLists& lists, QWidget* parent);
 
     /// Fills the dialog with the node of that name, or with a new one for an empty name, and shows it
     /// modally; not when the ports' titles cannot be read.
@@ -29,7 +29,7 @@ class DicomNode : public ui::EditorDialog {
     void fill();
     void cmdTest_Click();
 
-    MainWindowOperations& window_;
+    NetworkLists& lists_;
     ui::FieldBinder<NodeRecord> fields_;
     QLineEdit* txtName_ = nullptr;
     QLineEdit* txtAETitle_ = nullptr;

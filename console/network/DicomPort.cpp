@@ -23,8 +23,8 @@ constexpr int RootLimit = 255;
 
 }  // namespace
 
-DicomPort::DicomPort(MainWindowOperations& window, QWidget* parent)
-    : EditorDialog({.name = u"DicomPort"_s, .caption = u"Port configuration"_s}, parent), window_(window) {
+DicomPort::DicomPort(NetworkLists& lists, QWidget* parent)
+    : EditorDialog({.name = u"DicomPort"_s, .caption = u"Port configuration"_s}, parent), lists_(lists) {
     auto* rows = new QFormLayout;
     body()->addLayout(rows);
     txtPort_ = fields_.text(rows, u"Port"_s, u"txtPort"_s, 16, &PortRecord::port);
@@ -139,7 +139,7 @@ void DicomPort::renameTitle(const QString& title) const {
     for (const auto* statement : {"UPDATE DicomNodes SET LocalAETitle=? WHERE LocalAETitle=?",
                                   "UPDATE DicomNodes SET AETitle=? WHERE AETitle=?"})
         db::execute(Globals::DbConnection(), statement, {ui::varchar(title), ui::varchar(OldAETitle_)});
-    window_.LoadNodes();
+    lists_.LoadNodes();
 }
 
 /// After renameTitle(): the node that is this server itself has its new title by now.
@@ -150,8 +150,8 @@ void DicomPort::renamePort(const PortRecord& port) const {
 }
 
 void DicomPort::reload() {
-    window_.LoadPorts();
-    window_.LoadNodes();
+    lists_.LoadPorts();
+    lists_.LoadNodes();
     Globals::setConfigChanged(true);
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "console/network/NetworkLists.h"
 #include "console/network/PortRecord.h"
-#include "console/session/MainWindowOperations.h"
 #include "console/ui/EditorDialog.h"
 #include "console/ui/FieldBinder.h"
 
@@ -13,7 +13,7 @@ class DicomPort : public ui::EditorDialog {
     Q_OBJECT
 
   public:
-    DicomPort(MainWindowOperations& window, QWidget* parent);
+    DicomPort(NetworkLists& lists, QWidget* parent);
 
     /// Loads the port, or a new one for an empty text, and shows the dialog modally; a port that cannot be
     /// read is reported and not shown, for Confirm would take an empty dialog for a new port.
@@ -35,7 +35,7 @@ class DicomPort : public ui::EditorDialog {
     void renamePort(const PortRecord& port) const;
     void cmdRootDir_Click();
 
-    MainWindowOperations& window_;
+    NetworkLists& lists_;
     ui::FieldBinder<PortRecord> fields_;
     QLineEdit* txtPort_ = nullptr;
     QLineEdit* txtAETitle_ = nullptr;

@@ -11,8 +11,8 @@ namespace tessaly::network {
 
 using namespace Qt::StringLiterals;
 
-FTPNode::FTPNode(MainWindowOperations& window, QWidget* parent)
-    : EditorDialog({.name = u"FTPNode"_s, .caption = u"FTP Node"_s}, parent), window_(window) {
+FTPNode::FTPNode(NetworkLists& lists, QWidget* parent)
+    : EditorDialog({.name = u"FTPNode"_s, .caption = u"FTP Node"_s}, parent), lists_(lists) {
     auto* rows = new QFormLayout;
     body()->addLayout(rows);
     // The tag is the field's name in messages.
@@ -85,7 +85,7 @@ bool FTPNode::save() {
 }
 
 void FTPNode::reload() {
-    window_.LoadFTPNodes();
+    lists_.LoadFTPNodes();
 }
 
 }  // namespace tessaly::network

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "console/network/FtpNodeRecord.h"
-#include "console/session/MainWindowOperations.h"
+#include "console/network/NetworkLists.h"
 #include "console/ui/EditorDialog.h"
 #include "console/ui/FieldBinder.h"
 
@@ -12,7 +12,7 @@ class FTPNode : public ui::EditorDialog {
     Q_OBJECT
 
   public:
-    FTPNode(MainWindowOperations& window, QWidget* parent);
+    FTPNode(NetworkLists& lists, QWidget* parent);
 
     /// Fills the dialog with the node of that name, or with a new one for an empty name, and shows it
     /// modally.
@@ -26,7 +26,7 @@ class FTPNode : public ui::EditorDialog {
   private:
     void fill(const QString& name);
 
-    MainWindowOperations& window_;
+    NetworkLists& lists_;
     ui::FieldBinder<FtpNodeRecord> fields_;
     QLineEdit* name_ = nullptr;
     bool newNode_ = false;

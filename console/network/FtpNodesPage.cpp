@@ -11,7 +11,7 @@ namespace tessaly::network {
 
 using namespace Qt::StringLiterals;
 
-FtpNodesPage::FtpNodesPage(MainWindowOperations& window, QWidget* parent)
+FtpNodesPage::FtpNodesPage(NetworkLists& lists, QWidget* parent)
     : ListPanel(u"lstFTPNodes"_s,
                 {{.title = u"Name"_s, .inches = 1},
                  {.title = u"Host"_s, .inches = 1},
@@ -23,7 +23,7 @@ FtpNodesPage::FtpNodesPage(MainWindowOperations& window, QWidget* parent)
                  .modify = {u"cmdFTPModify"_s, u"Modify..."_s},
                  .remove = {u"cmdFTPDelete"_s, u"Delete"_s}},
                 parent),
-      window_(window) {
+      lists_(lists) {
     connect(this, &ListPanel::addClicked, this, ui::handler([this] { edit({}); }));
     connect(this, &ListPanel::modifyClicked, this, ui::handler([this] { cmdFTPModify_Click(); }));
     connect(this, &ListPanel::deleteClicked, this, ui::handler([this] { cmdFTPDelete_Click(); }));
@@ -43,7 +43,7 @@ void FtpNodesPage::LoadFTPNodes() {
 }
 
 void FtpNodesPage::edit(const QString& name) {
-    FTPNode{window_, this}.Init(name);
+    FTPNode{lists_, this}.Init(name);
 }
 
 void FtpNodesPage::cmdFTPModify_Click() {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "console/session/MainWindowOperations.h"
+#include "console/network/NetworkLists.h"
 #include "console/ui/ListPanel.h"
 
 namespace tessaly::network {
@@ -10,7 +10,7 @@ class FtpNodesPage : public ui::ListPanel {
     Q_OBJECT
 
   public:
-    explicit FtpNodesPage(MainWindowOperations& window, QWidget* parent = nullptr);
+    explicit FtpNodesPage(NetworkLists& lists, QWidget* parent = nullptr);
 
     void LoadFTPNodes();
 
@@ -19,7 +19,7 @@ class FtpNodesPage : public ui::ListPanel {
     void cmdFTPModify_Click();
     void cmdFTPDelete_Click();
 
-    MainWindowOperations& window_;
+    NetworkLists& lists_;
 };
 
 }  // namespace tessaly::network

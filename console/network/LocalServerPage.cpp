@@ -17,9 +17,9 @@ namespace tessaly::network {
 
 using namespace Qt::StringLiterals;
 
-LocalServerPage::LocalServerPage(MainWindowOperations& window, QWidget* parent)
+LocalServerPage::LocalServerPage(NetworkLists& lists, QWidget* parent)
     : QWidget(parent),
-      window_(window),
+      lists_(lists),
       ports_(new ui::ListPanel(u"lstPorts"_s,
                                {{.title = u"Port"_s, .inches = 0.8},
                                 {.title = u"AETitle"_s, .inches = 2.3},
@@ -72,7 +72,7 @@ void LocalServerPage::LoadPorts() {
                           ui::text(rows, "AETitle") +
                               (rows.flag("CheckCalledAE") ? u" (Checked)"_s : u" (Unchecked)"_s),
                           ui::text(rows, "MaxConnections"), ui::mark(!rows.flag("SaveCompressed")), root});
-                window_.setImageRoot(root);
+                Q_EMIT imageRootRead(root);
             }
         }
         LoadPortNodes(selectedPort());
@@ -98,7 +98,7 @@ void LocalServerPage::LoadPortNodes(const QString& port) {
 }
 
 void LocalServerPage::edit(const QString& port) {
-    DicomPort{window_, this}.Init(port);
+    DicomPort{lists_, this}.Init(port);
 }
 
 void LocalServerPage::cmdEditPort_Click() {
@@ -126,7 +126,7 @@ void LocalServerPage::cmdDelPort_Click() {
 }
 
 void LocalServerPage::cmdAddPortNode_Click() {
-    PortNodesSelection{window_, this}.Init(selectedPort());
+    PortNodesSelection{lists_, this}.Init(selectedPort());
 }
 
 void LocalServerPage::cmdDelPortNode_Click() {

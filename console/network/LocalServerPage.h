@@ -1,6 +1,6 @@
 #pragma once
 
-#include "console/session/MainWindowOperations.h"
+#include "console/network/NetworkLists.h"
 #include "console/ui/ListPanel.h"
 
 class QLabel;
@@ -13,13 +13,17 @@ class LocalServerPage : public QWidget {
     Q_OBJECT
 
   public:
-    explicit LocalServerPage(MainWindowOperations& window, QWidget* parent = nullptr);
+    explicit LocalServerPage(NetworkLists& lists, QWidget* parent = nullptr);
 
     void LoadPorts();
     void LoadPortNodes(const QString& port);
 
     /// Throws std::runtime_error when no port is selected.
     [[nodiscard]] QString selectedPort() const { return ports_->list().selectedText(); }
+
+  Q_SIGNALS:
+    /// The root that images are stored below, as the ports have it.
+    void imageRootRead(const QString& root);
 
   private:
     void edit(const QString& port);
@@ -28,7 +32,7 @@ class LocalServerPage : public QWidget {
     void cmdAddPortNode_Click();
     void cmdDelPortNode_Click();
 
-    MainWindowOperations& window_;
+    NetworkLists& lists_;
     ui::ListPanel* ports_;
     QLabel* lblAcceptedNodes_;
     ui::ListPanel* portNodes_;

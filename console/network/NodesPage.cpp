@@ -12,7 +12,7 @@ namespace tessaly::network {
 
 using namespace Qt::StringLiterals;
 
-NodesPage::NodesPage(MainWindowOperations& window, QWidget* parent)
+NodesPage::NodesPage(NetworkLists& lists, QWidget* parent)
     : ListPanel(u"lstNodes"_s,
                 {{.title = u"Name"_s, .inches = 1},
                  {.title = u"Host"_s, .inches = 1},
@@ -26,7 +26,7 @@ NodesPage::NodesPage(MainWindowOperations& window, QWidget* parent)
                  .modify = {u"cmdModifyNode"_s, u"Modify..."_s},
                  .remove = {u"cmdDelNode"_s, u"Delete"_s}},
                 parent),
-      window_(window) {
+      lists_(lists) {
     connect(this, &ListPanel::addClicked, this, ui::handler([this] { edit({}); }));
     connect(this, &ListPanel::modifyClicked, this, ui::handler([this] { cmdModifyNode_Click(); }));
     connect(this, &ListPanel::deleteClicked, this, ui::handler([this] { cmdDelNode_Click(); }));
@@ -47,7 +47,7 @@ void NodesPage::LoadNodes() {
 }
 
 void NodesPage::edit(const QString& name) {
-    DicomNode{window_, this}.Init(name);
+    DicomNode{lists_, this}.Init(name);
 }
 
 void NodesPage::cmdModifyNode_Click() {
@@ -57,7 +57,7 @@ void NodesPage::cmdModifyNode_Click() {
 
 void NodesPage::cmdDelNode_Click() {
     const bool done = ui::guarded(this, ui::BoxStyle::Critical, [this] {
-        db::Transaction transaction{Globals::DbConnection()};
+        db::Transaction transaction{Globals::DbConnection()};  // meant: it is opened before the question
         const QString name = list().selectedText();
         if (ui::messageBox(this, u"Are you sure you want to delete "_s + name + u"?"_s,
                            ui::BoxStyle::OkCancel) == ui::Answer::Ok) {
@@ -69,7 +69,7 @@ void NodesPage::cmdDelNode_Click() {
         transaction.commit();
         Globals::setConfigChanged(true);
         LoadNodes();
-        window_.LoadPortNodes(window_.selectedPort());
+        lists_.LoadPortNodes(lists_.selectedPort());
     });
     if (!done)
         LoadNodes();

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "console/session/MainWindowOperations.h"
+#include "console/network/NetworkLists.h"
 #include "console/ui/ListPanel.h"
 
 namespace tessaly::network {
@@ -10,7 +10,7 @@ class NodesPage : public ui::ListPanel {
     Q_OBJECT
 
   public:
-    explicit NodesPage(MainWindowOperations& window, QWidget* parent = nullptr);
+    explicit NodesPage(NetworkLists& lists, QWidget* parent = nullptr);
 
     void LoadNodes();
 
@@ -19,7 +19,7 @@ class NodesPage : public ui::ListPanel {
     void cmdModifyNode_Click();
     void cmdDelNode_Click();
 
-    MainWindowOperations& window_;
+    NetworkLists& lists_;
 };
 
 }  // namespace tessaly::network

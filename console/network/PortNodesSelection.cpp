@@ -19,9 +19,9 @@ constexpr QSize InitialSize{460, 380};
 
 }  // namespace
 
-PortNodesSelection::PortNodesSelection(MainWindowOperations& window, QWidget* parent)
+PortNodesSelection::PortNodesSelection(NetworkLists& lists, QWidget* parent)
     : EditorDialog({.name = u"PortNodesSelection"_s, .caption = u"Nodes selection"_s}, parent),
-      window_(window),
+      lists_(lists),
       lstNodeSelection_(new ui::ReportList(u"lstNodeSelection"_s, nodeColumns(), this)) {
     lstNodeSelection_->setSelectionMode(QAbstractItemView::ExtendedSelection);
     body()->addWidget(lstNodeSelection_);
@@ -56,7 +56,7 @@ bool PortNodesSelection::save() {
 }
 
 void PortNodesSelection::reload() {
-    window_.LoadPortNodes(port_);
+    lists_.LoadPortNodes(port_);
 }
 
 }  // namespace tessaly::network

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "console/session/MainWindowOperations.h"
+#include "console/network/NetworkLists.h"
 #include "console/ui/EditorDialog.h"
 #include "console/ui/ReportList.h"
 
@@ -11,7 +11,7 @@ class PortNodesSelection : public ui::EditorDialog {
     Q_OBJECT
 
   public:
-    PortNodesSelection(MainWindowOperations& window, QWidget* parent);
+    PortNodesSelection(NetworkLists& lists, QWidget* parent);
 
     /// Lists the nodes that the port does not accept yet and shows the picker modally; a failure is reported
     /// and nothing shown.
@@ -24,7 +24,7 @@ class PortNodesSelection : public ui::EditorDialog {
   private:
     void fill();
 
-    MainWindowOperations& window_;
+    NetworkLists& lists_;
     ui::ReportList* lstNodeSelection_;
     QString port_;
 };

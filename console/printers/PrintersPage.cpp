@@ -11,7 +11,7 @@ namespace tessaly::printers {
 
 using namespace Qt::StringLiterals;
 
-PrintersPage::PrintersPage(MainWindowOperations& window, QWidget* parent)
+PrintersPage::PrintersPage(PrinterList& printers, QWidget* parent)
     : ListPanel(u"lstDcmPrinters"_s,
                 {{.title = u"Name"_s, .inches = 1.05},
                  {.title = u"AE Title"_s, .inches = 0.9},
@@ -26,7 +26,7 @@ PrintersPage::PrintersPage(MainWindowOperations& window, QWidget* parent)
                  .modify = {u"cmdModifyPrinter"_s, u"Modify..."_s},
                  .remove = {u"cmdDeletePrinter"_s, u"Delete"_s}},
                 parent),
-      window_(window) {
+      printers_(printers) {
     connect(this, &ListPanel::addClicked, this, ui::handler([this] { edit({}); }));
     connect(this, &ListPanel::modifyClicked, this, ui::handler([this] { cmdModifyPrinter_Click(); }));
     connect(this, &ListPanel::deleteClicked, this, ui::handler([this] { cmdDeletePrinter_Click(); }));
@@ -49,7 +49,7 @@ void PrintersPage::LoadDicomPrinters() {
 }
 
 void PrintersPage::edit(const QString& name) {
-    frmDcmPrinter{window_, this}.Init(name);
+    frmDcmPrinter{printers_, this}.Init(name);
 }
 
 void PrintersPage::cmdModifyPrinter_Click() {
@@ -64,7 +64,7 @@ void PrintersPage::cmdDeletePrinter_Click() {
                            ui::BoxStyle::OkCancel) != ui::Answer::Ok)
             return;
         db::execute(Globals::DbConnection(), "DELETE FROM Printers WHERE Name=?", {ui::varchar(name)});
-        window_.LoadDicomPrinters();
+        printers_.LoadDicomPrinters();
     });
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "console/session/MainWindowOperations.h"
+#include "console/printers/PrinterList.h"
 #include "console/ui/ListPanel.h"
 
 namespace tessaly::printers {
@@ -10,7 +10,7 @@ class PrintersPage : public ui::ListPanel {
     Q_OBJECT
 
   public:
-    explicit PrintersPage(MainWindowOperations& window, QWidget* parent = nullptr);
+    explicit PrintersPage(PrinterList& printers, QWidget* parent = nullptr);
 
     void LoadDicomPrinters();
 
@@ -19,7 +19,7 @@ class PrintersPage : public ui::ListPanel {
     void cmdModifyPrinter_Click();
     void cmdDeletePrinter_Click();
 
-    MainWindowOperations& window_;
+    PrinterList& printers_;
 };
 
 }  // namespace tessaly::printers

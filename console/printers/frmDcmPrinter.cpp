@@ -34,9 +34,9 @@ QString numBitsOf(const std::optional<std::string>& stored) {
 
 }  // namespace
 
-frmDcmPrinter::frmDcmPrinter(MainWindowOperations& window, QWidget* parent)
+frmDcmPrinter::frmDcmPrinter(PrinterList& printers, QWidget* parent)
     : EditorDialog({.name = u"frmDcmPrinter"_s, .caption = u"Dicom Printer"_s}, parent),
-      window_(window),
+      printers_(printers),
       form_(new PrinterForm(this)) {
     body()->addWidget(form_);
     auto* verify = new QPushButton(u"Verify"_s, this);
@@ -117,7 +117,7 @@ void frmDcmPrinter::writeDefault() const {
 }
 
 void frmDcmPrinter::reload() {
-    window_.LoadDicomPrinters();
+    printers_.LoadDicomPrinters();
 }
 
 void frmDcmPrinter::cmdVerify_Click() {

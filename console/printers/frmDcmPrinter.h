@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "console/session/MainWindowOperations.h"
+#include "console/printers/PrinterList.h"
 #include "console/ui/EditorDialog.h"
 #include "db/UpdatableRow.h"
 
@@ -15,7 +15,7 @@ class frmDcmPrinter : public ui::EditorDialog {
     Q_OBJECT
 
   public:
-    frmDcmPrinter(MainWindowOperations& window, QWidget* parent);
+    frmDcmPrinter(PrinterList& printers, QWidget* parent);
 
     /// Fills the dialog with the printer of that name, or with a new one for a name that is blank or does
     /// not exist, and shows it modally. A failure is reported and the dialog not shown.
@@ -32,7 +32,7 @@ class frmDcmPrinter : public ui::EditorDialog {
     void writeDefault() const;
     void cmdVerify_Click();
 
-    MainWindowOperations& window_;
+    PrinterList& printers_;
     PrinterForm* form_;
     std::optional<db::UpdatableRow> printerRow_;  // empty for a new printer
 };

@@ -36,7 +36,7 @@ QString baseUidFault(const QString& text) {
 
 }  // namespace
 
-SitePage::SitePage(MainWindowOperations& /*window*/, QWidget* parent)
+SitePage::SitePage(QWidget* parent)
     : QWidget(parent),
       // Shown until a row of the table is: 2.25 is the root under which everyone may make UIDs.
       txtOrganization_(new QLineEdit(u"Unknown"_s, this)),

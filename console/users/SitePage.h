@@ -2,8 +2,6 @@
 
 #include <QWidget>
 
-#include "console/session/MainWindowOperations.h"
-
 class QLineEdit;
 class QPushButton;
 
@@ -18,8 +16,7 @@ class SitePage : public QWidget {
     Q_OBJECT
 
   public:
-    /// The page has no use for the window: it is its own list.
-    explicit SitePage(MainWindowOperations& window, QWidget* parent = nullptr);
+    explicit SitePage(QWidget* parent = nullptr);
 
     void LoadSiteData();
 

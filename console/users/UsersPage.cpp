@@ -13,7 +13,7 @@ namespace tessaly::users {
 
 using namespace Qt::StringLiterals;
 
-UsersPage::UsersPage(MainWindowOperations& window, QWidget* parent)
+UsersPage::UsersPage(UserList& users, QWidget* parent)
     : ListPanel(u"lstUsers"_s,
                 {{.title = u"User"_s},
                  {.title = u"Signature"_s},
@@ -32,7 +32,7 @@ UsersPage::UsersPage(MainWindowOperations& window, QWidget* parent)
                  .modify = {u"cmdModifyUser"_s, u"Modify..."_s},
                  .remove = {u"cmdDelUser"_s, u"Delete"_s}},
                 parent),
-      window_(window) {
+      users_(users) {
     // Eleven columns are a twentieth of the list each: in a window of usual width their titles fit only so.
     constexpr double TitleScale = 0.82;
     QFont titles = list().header()->font();
@@ -61,7 +61,7 @@ void UsersPage::LoadUsers() {
 }
 
 void UsersPage::edit(const QString& name) {
-    frmUser{window_, this}.Init(name);
+    frmUser{users_, this}.Init(name);
 }
 
 void UsersPage::cmdModifyUser_Click() {

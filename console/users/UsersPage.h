@@ -1,7 +1,7 @@
 #pragma once
 
-#include "console/session/MainWindowOperations.h"
 #include "console/ui/ListPanel.h"
+#include "console/users/UserList.h"
 
 namespace tessaly::users {
 
@@ -10,7 +10,7 @@ class UsersPage : public ui::ListPanel {
     Q_OBJECT
 
   public:
-    explicit UsersPage(MainWindowOperations& window, QWidget* parent = nullptr);
+    explicit UsersPage(UserList& users, QWidget* parent = nullptr);
 
     void LoadUsers();
 
@@ -19,7 +19,7 @@ class UsersPage : public ui::ListPanel {
     void cmdModifyUser_Click();
     void cmdDelUser_Click();
 
-    MainWindowOperations& window_;
+    UserList& users_;
 };
 
 }  // namespace tessaly::users

@@ -21,9 +21,9 @@ constexpr int SignatureLimit = 32;
 
 }  // namespace
 
-frmUser::frmUser(MainWindowOperations& window, QWidget* parent)
+frmUser::frmUser(UserList& users, QWidget* parent)
     : EditorDialog({.name = u"frmUser"_s, .caption = u"User"_s, .saveFaults = ui::BoxStyle::Plain}, parent),
-      window_(window) {
+      users_(users) {
     addTexts();
     addPermissions();
     addButtons();
@@ -180,7 +180,7 @@ bool frmUser::save() {
 }
 
 void frmUser::reload() {
-    window_.LoadUsers();
+    users_.LoadUsers();
 }
 
 }  // namespace tessaly::users

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "console/session/MainWindowOperations.h"
 #include "console/ui/EditorDialog.h"
 #include "console/ui/FieldBinder.h"
+#include "console/users/UserList.h"
 #include "console/users/UserRecord.h"
 
 namespace tessaly::users {
@@ -12,7 +12,7 @@ class frmUser : public ui::EditorDialog {
     Q_OBJECT
 
   public:
-    frmUser(MainWindowOperations& window, QWidget* parent);
+    frmUser(UserList& users, QWidget* parent);
 
     /// Fills the dialog with the user of that name, or with a new one for an empty name, and shows it
     /// modally. A failure is reported and the dialog not shown.
@@ -29,7 +29,7 @@ class frmUser : public ui::EditorDialog {
     void orderTabs();
     void fill();
 
-    MainWindowOperations& window_;
+    UserList& users_;
     ui::FieldBinder<UserRecord> fields_;
     QLineEdit* user_ = nullptr;
     QLineEdit* password1_ = nullptr;

@@ -8,13 +8,13 @@
 
 #include "console/maintenance/frmRepairDB.h"
 #include "tests/support/BoxScript.h"
-#include "tests/support/NoWindow.h"
+#include "tests/support/NoServer.h"
 #include "tests/support/ScratchDatabase.h"
 
 namespace tessaly::test {
 
-/// A main window that writes down what is asked of its server, and whether the connection was open then.
-class Recorder : public NoWindow {
+/// A server's operations that write down what is asked, and whether the connection was open then.
+class Recorder : public NoServer {
   public:
     QStringList calls;
     bool refusesToTerminate = false;

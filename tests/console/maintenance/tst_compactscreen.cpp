@@ -7,7 +7,7 @@
 #include "console/maintenance/frmRepairDB.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/Eventually.h"
-#include "tests/support/NoWindow.h"
+#include "tests/support/NoServer.h"
 #include "tests/support/RealInput.h"
 #include "tests/support/ScratchDatabase.h"
 
@@ -23,8 +23,8 @@ class CompactScreenTest : public QObject {
         const ScratchDatabase database;
         database.release();
         database.openConsoleConnection();
-        NoWindow window;
-        maintenance::frmRepairDB form{window, nullptr};
+        NoServer server;
+        maintenance::frmRepairDB form{server, nullptr};
         form.show();
         QVERIFY(real::hasKeyboard(form));
         BoxScript script;

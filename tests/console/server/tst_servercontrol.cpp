@@ -252,7 +252,7 @@ void ServerControlTest::runWithoutAServerToBeHad() {
 }
 
 void ServerControlTest::theMaintenanceMayTakeTheServerAway() {
-    MainWindowOperations& operations = *window_;
+    ServerOperations& operations = *window_;
     operations.setConnectionTimerEnabled(true);
     operations.TerminateServer();
     operations.setConnectionTimerEnabled(false);
