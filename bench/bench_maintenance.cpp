@@ -8,7 +8,7 @@
 #include "bench/BigArchive.h"
 #include "bench/Measure.h"
 #include "db/Connection.h"
-#include "maintenance/Compaction.h"
+#include "maintenance/FileCompaction.h"
 #include "maintenance/Relocation.h"
 
 using namespace tessaly;

@@ -1,5 +1,5 @@
 // How fast queries are answered over the wire, beside other products' archives with the same studies in the
-// same run, one requester for all. Then the server alone with 100,000 studies, and its peak of memory. Prints
+// same run, one requestor for all. Then the server alone with 100,000 studies, and its peak of memory. Prints
 // tables; judges nothing.
 
 #include <dcmtk/dcmdata/dcdeftag.h>
@@ -35,7 +35,7 @@ struct Server {
     int studies;
 };
 
-/// Nagle's algorithm at the requester's end.
+/// Nagle's algorithm at the requestor's end.
 enum class Tcp { AsItComes, NoDelay };
 
 struct Work {

@@ -11,7 +11,7 @@ struct Interest {
     std::stop_token stop;  ///< ends the work, and every wait for it, at once
     std::function<bool()>
         isGivenUp{};              ///< asked ten times a second; ends it too. What it throws comes through
-    std::uint64_t requester = 0;  ///< the peer's host (SocketAddress::hostKey); requesters take turns
+    std::uint64_t requestor = 0;  ///< the peer's host (SocketAddress::hostKey); requestors take turns
 };
 
 /// Nobody is interested any more.

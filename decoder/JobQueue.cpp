@@ -42,8 +42,8 @@ bool JobQueue::hasRoomFor(const Need& need) const {
 /// not passed: it would wait for ever.
 bool JobQueue::isNext(Queue::const_iterator place) const {
     const auto rank = [this](const Waiting& one) {
-        const Requester& requester = requesters_.at(one.requester);
-        return std::tuple{requester.running, requester.begun};
+        const Requestor& requestor = requestors_.at(one.requestor);
+        return std::tuple{requestor.running, requestor.begun};
     };
     const auto isBefore = [&rank](const Waiting& one, const Waiting& other) {
         return rank(one) < rank(other);
@@ -56,8 +56,8 @@ bool JobQueue::isNext(Queue::const_iterator place) const {
     return first == place;
 }
 
-void JobQueue::use(const Need& need, std::uint64_t requester) {
-    Requester& its = requesters_.at(requester);
+void JobQueue::use(const Need& need, std::uint64_t requestor) {
+    Requestor& its = requestors_.at(requestor);
     ++its.running;
     its.begun = ++begun_;
     all_.add(need);
@@ -65,17 +65,17 @@ void JobQueue::use(const Need& need, std::uint64_t requester) {
         large_.add(need);
 }
 
-void JobQueue::forget(std::uint64_t requester) {
-    const auto its = requesters_.find(requester);
+void JobQueue::forget(std::uint64_t requestor) {
+    const auto its = requestors_.find(requestor);
     if (--its->second.known == 0)
-        requesters_.erase(its);
+        requestors_.erase(its);
 }
 
 JobQueue::Turn::Turn(JobQueue& queue, const Need& need, const Interest& interest)
-    : queue_(queue), need_{queue.granted(need), need.isLarge}, requester_(interest.requester) {
+    : queue_(queue), need_{queue.granted(need), need.isLarge}, requestor_(interest.requestor) {
     std::unique_lock lock{queue_.mutex_};
-    ++queue_.requesters_[requester_].known;
-    const auto place = queue_.queue_.insert(queue_.queue_.end(), {need_, requester_});
+    ++queue_.requestors_[requestor_].known;
+    const auto place = queue_.queue_.insert(queue_.queue_.end(), {need_, requestor_});
     const auto isDue = [this, place] { return queue_.hasRoomFor(need_) && queue_.isNext(place); };
     try {
         while (!queue_.changed_.wait_for(lock, interest.stop, AskInterval, isDue)) {
@@ -92,12 +92,12 @@ JobQueue::Turn::Turn(JobQueue& queue, const Need& need, const Interest& interest
         if (!lock.owns_lock())
             lock.lock();
         queue_.queue_.erase(place);
-        queue_.forget(requester_);
+        queue_.forget(requestor_);
         queue_.changed_.notify_all();
         throw;
     }
     queue_.queue_.erase(place);
-    queue_.use(need_, requester_);
+    queue_.use(need_, requestor_);
     queue_.changed_.notify_all();
 }
 
@@ -106,8 +106,8 @@ JobQueue::Turn::~Turn() {
     queue_.all_.remove(need_);
     if (need_.isLarge)
         queue_.large_.remove(need_);
-    --queue_.requesters_.at(requester_).running;
-    queue_.forget(requester_);
+    --queue_.requestors_.at(requestor_).running;
+    queue_.forget(requestor_);
     queue_.changed_.notify_all();
 }
 

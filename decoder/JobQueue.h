@@ -11,7 +11,7 @@
 
 namespace tessaly::decoder {
 
-/// Which jobs run, and which of those that wait is next: one of the requester who has the fewest running, and
+/// Which jobs run, and which of those that wait is next: one of the requestor who has the fewest running, and
 /// among equals of the one whose last job began longest ago. Large jobs together never have all processes nor
 /// more than three quarters of the memory, so that small ones need not wait for their ends. Thread-safe.
 class JobQueue {
@@ -44,7 +44,7 @@ class JobQueue {
       private:
         JobQueue& queue_;
         Need need_;
-        std::uint64_t requester_;
+        std::uint64_t requestor_;
     };
 
     /// How many wait now.
@@ -66,10 +66,10 @@ class JobQueue {
     };
     struct Waiting {
         Need need;
-        std::uint64_t requester = 0;
+        std::uint64_t requestor = 0;
     };
     using Queue = std::list<Waiting>;
-    struct Requester {
+    struct Requestor {
         std::size_t known = 0;  ///< jobs that wait or run
         std::size_t running = 0;
         std::uint64_t begun = 0;  ///< number of its last job that began
@@ -78,14 +78,14 @@ class JobQueue {
     [[nodiscard]] bool isAllowed(const Need& need) const;
     [[nodiscard]] bool hasRoomFor(const Need& need) const;
     [[nodiscard]] bool isNext(Queue::const_iterator place) const;
-    void use(const Need& need, std::uint64_t requester);
-    void forget(std::uint64_t requester);
+    void use(const Need& need, std::uint64_t requestor);
+    void forget(std::uint64_t requestor);
 
     const Limits limits_;
     mutable std::mutex mutex_;
     std::condition_variable_any changed_;
     Queue queue_;  // in the order of their coming
-    std::map<std::uint64_t, Requester> requesters_;
+    std::map<std::uint64_t, Requestor> requestors_;
     std::uint64_t begun_ = 0;
     Usage all_;
     Usage large_;

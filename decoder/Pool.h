@@ -43,7 +43,7 @@ class Pool {
     /// Writes the object in `source`, which may be open for reading alone, to `target` in the target's
     /// syntax, from the target's `dataSetAt` on. What has come out is compared with what the source's header
     /// promises: where the outcome is not Converted, the target is not to be used. Blocks until then;
-    /// requesters take turns. Throws std::system_error if a file cannot be read.
+    /// requestors take turns. Throws std::system_error if a file cannot be read.
     [[nodiscard]] Result convert(const DataSetFile& source, const DataSetFile& target,
                                  const Interest& interest);
 

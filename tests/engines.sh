@@ -7,7 +7,7 @@ cd "$(dirname "$(readlink -f "$0")")/.." || exit 1
 # source: there is no dialect to be asked.
 files=$(find [!.]* -regextype egrep \( -path build -o -regex '(tests|bench|docs|schema|db/dialects)' \) -prune -o \
     -name '*.h' -print -o -name '*.cpp' -print |
-    grep -vxE 'maintenance/(SqliteFile\.(h|cpp)|Compaction\.cpp)')
+    grep -vxE 'maintenance/(SqliteFile\.(h|cpp)|FileCompaction\.cpp)')
 
 find_words() {
     awk '

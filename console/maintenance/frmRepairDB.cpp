@@ -20,7 +20,7 @@
 #include "console/ui/ConsoleEnd.h"
 #include "console/ui/Guard.h"
 #include "console/ui/Mnemonics.h"
-#include "maintenance/Compaction.h"
+#include "maintenance/FileCompaction.h"
 #include "maintenance/ServerCompaction.h"
 
 namespace tessaly::maintenance {

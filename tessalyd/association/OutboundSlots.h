@@ -12,7 +12,7 @@
 namespace tessaly::tessalyd {
 
 /// How many associations this server opens to others at a time, and whose turn is next: of those that wait,
-/// who has the fewest open already, and among equals who came first. So one requester with many moves does
+/// who has the fewest open already, and among equals who came first. So one requestor with many moves does
 /// not keep another with one from its turn. Thread-safe.
 class OutboundSlots {
   public:
@@ -24,23 +24,23 @@ class OutboundSlots {
     /// The right to one association; its destructor gives it to the next who waits.
     class Slot {
       public:
-        Slot(OutboundSlots& owner, std::string requester)
-            : owner_(&owner), requester_(std::move(requester)) {}
+        Slot(OutboundSlots& owner, std::string requestor)
+            : owner_(&owner), requestor_(std::move(requestor)) {}
         ~Slot() {
             if (owner_ != nullptr)
-                owner_->giveBack(requester_);
+                owner_->giveBack(requestor_);
         }
         Slot(Slot&& other) noexcept
-            : owner_(std::exchange(other.owner_, nullptr)), requester_(std::move(other.requester_)) {}
+            : owner_(std::exchange(other.owner_, nullptr)), requestor_(std::move(other.requestor_)) {}
         Slot& operator=(Slot&&) = delete;
 
       private:
         OutboundSlots* owner_;
-        std::string requester_;
+        std::string requestor_;
     };
 
-    /// Blocks until a slot is free for the requester; nothing when it was stopped before.
-    [[nodiscard]] std::optional<Slot> take(const std::string& requester, const std::stop_token& stop);
+    /// Blocks until a slot is free for the requestor; nothing when it was stopped before.
+    [[nodiscard]] std::optional<Slot> take(const std::string& requestor, const std::stop_token& stop);
 
     /// How many are waiting now.
     [[nodiscard]] std::size_t waiting() const;
@@ -48,7 +48,7 @@ class OutboundSlots {
   private:
     using Waiting = std::list<std::string>;
 
-    void giveBack(const std::string& requester);
+    void giveBack(const std::string& requestor);
     [[nodiscard]] Waiting::const_iterator next() const;
 
     mutable std::mutex mutex_;

@@ -17,7 +17,7 @@
 #include "tessalyd/store/ArchiveReport.h"
 #include "tessalyd/store/ArchiveSessions.h"
 #include "tessalyd/store/GroupCommit.h"
-#include "tessalyd/store/ObjectHeader.h"
+#include "tessalyd/store/IncomingHeader.h"
 #include "tessalyd/store/SeriesFolders.h"
 
 namespace tessaly::tessalyd {

@@ -12,7 +12,7 @@
 #include "db/DatabaseFile.h"
 #include "db/Query.h"
 #include "db/dialects/Dialect.h"
-#include "tessalyd/store/ObjectHeader.h"
+#include "tessalyd/store/IncomingHeader.h"
 
 namespace tessaly::tessalyd {
 

@@ -13,7 +13,7 @@
 #include "dicom/data/DataSetWalk.h"
 #include "tessalyd/configuration/Configuration.h"
 #include "tessalyd/store/ArchiveIndex.h"
-#include "tessalyd/store/ObjectHeader.h"
+#include "tessalyd/store/IncomingHeader.h"
 #include "tessalyd/store/UnplacedBytes.h"
 
 namespace tessaly::tessalyd {

@@ -8,7 +8,7 @@
 
 #include "archive/Location.h"
 #include "tessalyd/store/ArchiveSession.h"
-#include "tessalyd/store/ObjectHeader.h"
+#include "tessalyd/store/IncomingHeader.h"
 
 namespace tessaly::tessalyd {
 

@@ -24,10 +24,10 @@ constexpr JobQueue::Need Large{.memory = 30, .isLarge = true};
 /// A job that runs until it is ended, in a thread of its own.
 class Job {
   public:
-    Job(JobQueue& queue, std::uint64_t requester, const JobQueue::Need& need = Small)
-        : thread_([this, &queue, requester, need](const std::stop_token& stop) {
+    Job(JobQueue& queue, std::uint64_t requestor, const JobQueue::Need& need = Small)
+        : thread_([this, &queue, requestor, need](const std::stop_token& stop) {
               try {
-                  const JobQueue::Turn turn{queue, need, {.stop = stop, .requester = requester}};
+                  const JobQueue::Turn turn{queue, need, {.stop = stop, .requestor = requestor}};
                   begun_ = true;
                   ended_.get_future().wait();
               } catch (const decoder::Abandoned&) {

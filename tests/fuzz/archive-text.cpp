@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <string>
 
+#include "archive/ArchiveFile.h"
 #include "dicom/data/CodeExtensions.h"
 #include "tessalyd/Printable.h"
-#include "archive/ArchiveFile.h"
-#include "tessalyd/store/ObjectHeader.h"
+#include "tessalyd/store/IncomingHeader.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

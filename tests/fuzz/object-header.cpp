@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tessalyd/store/ObjectHeader.h"
+#include "tessalyd/store/IncomingHeader.h"
 #include "tessalyd/store/StoreFailure.h"
 #include "tests/fuzz/Fuzz.h"
 

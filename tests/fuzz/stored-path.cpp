@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "archive/StoredPath.h"
-#include "maintenance/Compaction.h"
+#include "maintenance/FileCompaction.h"
 #include "maintenance/Relocation.h"
 #include "tests/fuzz/Fuzz.h"
 

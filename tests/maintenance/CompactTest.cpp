@@ -9,7 +9,7 @@
 #include <QTest>
 
 #include "db/Connection.h"
-#include "maintenance/Compaction.h"
+#include "maintenance/FileCompaction.h"
 #include "maintenance/FileLease.h"
 #include "tests/support/PassProgress.h"
 

@@ -13,7 +13,7 @@
 #include <string>
 
 #include "db/Connection.h"
-#include "maintenance/Compaction.h"
+#include "maintenance/FileCompaction.h"
 
 namespace {
 

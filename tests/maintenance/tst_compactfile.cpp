@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <chrono>
 
-#include "maintenance/Compaction.h"
+#include "maintenance/FileCompaction.h"
 #include "tests/maintenance/CompactTest.h"
 
 using namespace Qt::StringLiterals;

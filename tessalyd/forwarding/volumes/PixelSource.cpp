@@ -94,7 +94,7 @@ std::unique_ptr<PixelSource> PixelSources::next() {
     const auto most = std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, MostAhead);
     for (; begun_ < objects_.size() && ahead_.size() < most; ++begun_)
         ahead_.push_back(std::async(std::launch::async, [this, object = objects_[begun_]] {
-            const decoder::Interest interest{.stop = stop_.get_token(), .requester = interest_.requester};
+            const decoder::Interest interest{.stop = stop_.get_token(), .requestor = interest_.requestor};
             return std::make_unique<PixelSource>(open_(object), folder_, decoders_, interest);
         }));
     heartbeat_();

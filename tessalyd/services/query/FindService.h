@@ -28,9 +28,9 @@ class FindService final : public Service {
 
   private:
     [[nodiscard]] QueryIdentifier read(const Request& request, Association& association) const;
-    /// True when the requester has cancelled it.
+    /// True when the requestor has cancelled it.
     [[nodiscard]] bool sendAnswers(QueryIdentifier query, const Request& request, Association& association);
-    /// Has a session no longer than the reading takes: a requester that does not take its answers keeps none.
+    /// Has a session no longer than the reading takes: a requestor that does not take its answers keeps none.
     /// False when the query was cancelled before there was one.
     [[nodiscard]] bool read(QueryAnswers& answers, const std::function<bool()>& isCancelled);
 

@@ -105,7 +105,7 @@ class GetService::Sending {
             contextFor(association_.contexts(), stored.kind().sopClass, syntax);
         if (context == nullptr)
             throw std::runtime_error{
-                "the requester has no presentation context in which it would receive it"};
+                "the requestor has no presentation context in which it would receive it"};
         std::unique_ptr<dicom::OutgoingObject> converted;
         if (context->syntax() != syntax) {
             converted = convert(stored, *context);
@@ -131,7 +131,7 @@ class GetService::Sending {
         };
         return stored.convertedTo(
             context.transferSyntax, service_.retrieval_.shared().decoders,
-            {.stop = association_.stop(), .isGivenUp = isGivenUp, .requester = association_.names().address});
+            {.stop = association_.stop(), .isGivenUp = isGivenUp, .requestor = association_.names().address});
     }
 
     dicom::SendResult sendOver(const AcceptedContext& context, dicom::OutgoingObject& object) {

@@ -172,7 +172,7 @@ void MoveJob::send(dicom::ObjectSender& sender, const StoredInstance& instance, 
 dicom::SendResult MoveJob::trySend(dicom::ObjectSender& sender, const StoredInstance& instance,
                                    const std::stop_token& stop) {
     try {
-        StoppableObject object{instance, decoders_, {.stop = stop, .requester = order_.requester}};
+        StoppableObject object{instance, decoders_, {.stop = stop, .requestor = order_.requestor}};
         return sender.send(object, &order_.originator);
     } catch (const std::exception& fault) {  // the file; the sender has other ways to say what failed
         return {.outcome = Outcome::Failed, .detail = fault.what()};

@@ -25,7 +25,7 @@ class MoveJob {
         dicom::PeerAddress destination;
         dicom::MoveOriginator originator;
         std::string name;             ///< of requestor and destination, for the log
-        std::uint64_t requester = 0;  ///< its host (SocketAddress::hostKey)
+        std::uint64_t requestor = 0;  ///< its host (SocketAddress::hostKey)
         dicom::ObjectSender::Limits limits = {};
     };
 

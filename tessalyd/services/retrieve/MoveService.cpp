@@ -85,7 +85,7 @@ void MoveService::move(const Request& request, Association& association,
                                        .originator = {.aeTitle = association.names().callingAeTitle,
                                                       .messageId = request.command.messageId()},
                                        .name = association.names().text() + ", to " + destination.node,
-                                       .requester = association.names().address},
+                                       .requestor = association.names().address},
                         std::move(instances), retrieval_.shared().outboundSlots, retrieval_.shared().decoders,
                         association.log());
     } catch (const std::system_error& error) {

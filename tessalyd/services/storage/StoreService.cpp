@@ -72,7 +72,7 @@ void StoreService::store(const Request& request, Association& association) {
     ArchiveWriter writer{association.port(),
                          shared_.index,
                          {.decoders = shared_.decoders,
-                          .interest = {.stop = association.stop(), .requester = association.names().address}},
+                          .interest = {.stop = association.stop(), .requestor = association.names().address}},
                          {.sopClassUid = sopClassUid,
                           .sopInstanceUid = request.command.sopInstanceUid(),
                           .syntax = request.context->syntax(),

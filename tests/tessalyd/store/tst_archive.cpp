@@ -11,7 +11,7 @@
 #include "tessalyd/association/OpenAssociations.h"
 #include "tessalyd/configuration/Configuration.h"
 #include "tessalyd/store/ArchiveIndex.h"
-#include "tessalyd/store/ObjectHeader.h"
+#include "tessalyd/store/IncomingHeader.h"
 #include "tessalyd/store/StoreFailure.h"
 #include "tests/tessalyd/Daemon.h"
 #include "tests/tessalyd/Objects.h"

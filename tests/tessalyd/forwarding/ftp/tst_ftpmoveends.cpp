@@ -17,14 +17,14 @@ class FtpMoveEndsTest : public DeliveryTest {
     using Reply = std::optional<std::string>;
 
   private Q_SLOTS:
-    void aRequesterThatVanishesDoesNotEndIt();
+    void aRequestorThatVanishesDoesNotEndIt();
     void aCancelEndsIt();
     void aCancelBehindTheEndIsNone();
     void terminateInterruptsIt();
     void aKilledServerGoesOn();
 };
 
-void FtpMoveEndsTest::aRequesterThatVanishesDoesNotEndIt() {
+void FtpMoveEndsTest::aRequestorThatVanishesDoesNotEndIt() {
     ScriptedFtp server;
     std::latch begun{1};
     std::latch over{1};

@@ -18,7 +18,7 @@
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
 
-/// What happens while a query is answered: it is cancelled, takes too long, its requester vanishes, the
+/// What happens while a query is answered: it is cancelled, takes too long, its requestor vanishes, the
 /// server is stopped, objects come meanwhile.
 class FindUnderWayTest : public DaemonTest {
     Q_OBJECT
@@ -30,14 +30,14 @@ class FindUnderWayTest : public DaemonTest {
     void aCancelRightAfterTheRequestEndsIt();
     void aToolCancels();
     void aCancelEndsASearchWithoutAnswers();
-    void aRequesterThatStopsInTheMiddleHoldsUpNoOther();
+    void aRequestorThatStopsInTheMiddleHoldsUpNoOther();
     void aQueryThatTakesTooLongIsRefused();
     void aDatabaseThatFailsIsTold();
     void memoryStaysFlat();
     void storesGoOnMeanwhile();
     void queriesBeyondTheSessionsWaitTheirTurn();
-    void requestersThatDoNotReadHoldNoSession();
-    void aRequesterThatVanishesFreesItsSession();
+    void requestorsThatDoNotReadHoldNoSession();
+    void aRequestorThatVanishesFreesItsSession();
     void aStopEndsAQuery_data();
     void aStopEndsAQuery();
 
@@ -161,7 +161,7 @@ void FindUnderWayTest::aCancelEndsASearchWithoutAnswers() {
     QVERIFY(peer->echo());
 }
 
-void FindUnderWayTest::aRequesterThatStopsInTheMiddleHoldsUpNoOther() {
+void FindUnderWayTest::aRequestorThatStopsInTheMiddleHoldsUpNoOther() {
     stock(Many);
     daemon_->database.run(u"UPDATE DicomServer SET QueryTimeout=0"_s);
     daemon_->database.release();
@@ -247,7 +247,7 @@ void FindUnderWayTest::storesGoOnMeanwhile() {
     int pending = 0;
     for (; pending < 10; ++pending)
         QCOMPARE(finding.next().status, 0xff00);
-    // The server waits for this requester now, in the middle of its rows.
+    // The server waits for this requestor now, in the middle of its rows.
     for (int i = 0; i < 5; ++i)
         QCOMPARE(store({.instance = "1.2.826.0.1.1.1." + std::to_string(i)}).status, 0);
     const Finding::Rest rest = finding.rest();
@@ -280,7 +280,7 @@ void FindUnderWayTest::queriesBeyondTheSessionsWaitTheirTurn() {
     QVERIFY(peers.front()->echo());
 }
 
-void FindUnderWayTest::requestersThatDoNotReadHoldNoSession() {
+void FindUnderWayTest::requestorsThatDoNotReadHoldNoSession() {
     stock(Many);
     daemon_->launch();
     std::vector<std::unique_ptr<RequestorAssociation>> peers;
@@ -302,7 +302,7 @@ void FindUnderWayTest::requestersThatDoNotReadHoldNoSession() {
     QCOMPARE(all.pending, Many);
 }
 
-void FindUnderWayTest::aRequesterThatVanishesFreesItsSession() {
+void FindUnderWayTest::aRequestorThatVanishesFreesItsSession() {
     stock(Many);
     daemon_->launch();
     makeReadingSlow();
@@ -322,7 +322,7 @@ void FindUnderWayTest::aRequesterThatVanishesFreesItsSession() {
 void FindUnderWayTest::aStopEndsAQuery_data() {
     QTest::addColumn<bool>("answers");
     QTest::newRow("that finds nothing for long") << false;
-    QTest::newRow("whose requester takes no answers") << true;
+    QTest::newRow("whose requestor takes no answers") << true;
 }
 
 void FindUnderWayTest::aStopEndsAQuery() {

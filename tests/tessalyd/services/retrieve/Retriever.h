@@ -43,7 +43,7 @@ struct Retrieved {
     QMap<QString, int> contexts;        ///< those that they came over
 };
 
-/// A requester of C-GET and C-MOVE whose messages the test sends one by one.
+/// A requestor of C-GET and C-MOVE whose messages the test sends one by one.
 class Retriever : public RequestorAssociation {
   public:
     enum ContextId : T_ASC_PresentationContextID {

@@ -23,7 +23,7 @@ class ConversionsTest : public MoveTest {
     void aCancelEndsADecoder();
     void aTerminateEndsADecoder_data();
     void aTerminateEndsADecoder();
-    void aRequesterThatVanishesEndsADecoder();
+    void aRequestorThatVanishesEndsADecoder();
     void whoWaitsIsToldHowFarItIs();
 
   private:
@@ -176,7 +176,7 @@ void ConversionsTest::aTerminateEndsADecoder() {
     QVERIFY(dataSetsIn(receiver.folder.path()).isEmpty());
 }
 
-void ConversionsTest::aRequesterThatVanishesEndsADecoder() {
+void ConversionsTest::aRequestorThatVanishesEndsADecoder() {
     launchWith();
     plantSlow();
     int decoding = 0;

@@ -32,7 +32,7 @@ class GetTest : public RetrieveTest {
     void aCancelEndsIt();
     void whatIsMissingOrCutOffFails();
     void aLargeObjectGoesAsItLies();
-    void aRequesterThatVanishesEndsIt();
+    void aRequestorThatVanishesEndsIt();
     void terminateEndsIt();
 
   private:
@@ -362,7 +362,7 @@ void GetTest::aLargeObjectGoesAsItLies() {
     QCOMPARE(viewer.collect().status, 0xa702);
 }
 
-void GetTest::aRequesterThatVanishesEndsIt() {
+void GetTest::aRequestorThatVanishesEndsIt() {
     launchWith();
     storeStudy(20, 512);
     {

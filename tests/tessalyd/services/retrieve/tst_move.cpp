@@ -13,7 +13,7 @@ using namespace Qt::StringLiterals;
 using namespace tessaly::tessalyd;
 using namespace tessaly::test;
 
-/// Objects to another node, and what the requester is told of it.
+/// Objects to another node, and what the requestor is told of it.
 class MovesTest : public MoveTest {
     Q_OBJECT
 

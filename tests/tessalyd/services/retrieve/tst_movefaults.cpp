@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 using namespace tessaly::tessalyd;
 using namespace tessaly::test;
 
-/// Moves whose destination, requester, files or server fail.
+/// Moves whose destination, requestor, files or server fail.
 class MoveFaultsTest : public MoveTest {
     Q_OBJECT
 
@@ -20,7 +20,7 @@ class MoveFaultsTest : public MoveTest {
     void aDestinationThatBreaksOffFailsWhatIsLeft();
     void aDestinationThatDelaysIsWaitedFor();
     void whatIsMissingOrCutOffFails();
-    void aRequesterThatVanishesEndsIt();
+    void aRequestorThatVanishesEndsIt();
     void terminateEndsIt();
     void aStopLetsItGoOnForTheGrace();
     void aKilledServerLeavesNothingBehind();
@@ -114,7 +114,7 @@ void MoveFaultsTest::whatIsMissingOrCutOffFails() {
         QVERIFY2(daemon_->log().contains(uid + u" not sent: "_s), qPrintable(uid));
 }
 
-void MoveFaultsTest::aRequesterThatVanishesEndsIt() {
+void MoveFaultsTest::aRequestorThatVanishesEndsIt() {
     ScriptedServer server;
     std::latch begun{1};
     std::latch over{1};

@@ -21,11 +21,11 @@ class OutboundSlotsTest : public QObject {
     void whoIsStoppedWaitsNoLonger();
 
   private:
-    static std::jthread waiter(OutboundSlots& turns, const std::string& requester,
+    static std::jthread waiter(OutboundSlots& turns, const std::string& requestor,
                                std::function<void()> got) {
         const std::size_t before = turns.waiting();
-        std::jthread thread{[&turns, requester, got = std::move(got)](const std::stop_token& stop) {
-            if (const auto turn = turns.take(requester, stop))
+        std::jthread thread{[&turns, requestor, got = std::move(got)](const std::stop_token& stop) {
+            if (const auto turn = turns.take(requestor, stop))
                 got();
         }};
         if (!QTest::qWaitFor([&] { return turns.waiting() > before; }, PatienceMs))

@@ -1,4 +1,4 @@
-#include "tessalyd/store/ObjectHeader.h"
+#include "tessalyd/store/IncomingHeader.h"
 
 #include <dcmtk/dcmnet/dimse.h>
 

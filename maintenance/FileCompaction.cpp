@@ -1,4 +1,4 @@
-#include "maintenance/Compaction.h"
+#include "maintenance/FileCompaction.h"
 
 #include <fcntl.h>
 #include <sqlite3.h>
