@@ -57,7 +57,7 @@ Session::Session(const std::string& connectString, SQLULEN cursors, Purpose purp
     expectConnection();
     check(connect(get(), whole));
     dialect_ = &findDialect();
-    progress_ = dialect_->progress();
+    progress_ = dialect_->progress(whole);
     buffersResultSets_ = dialect_->buffersResultSets(purpose);
     if (dialect_->keepsFiles())
         file_ = std::make_unique<FileUse>(whole, textInfo(SQL_DATABASE_NAME));

@@ -88,8 +88,11 @@ class Dialect {
     [[nodiscard]] virtual std::vector<std::string> settings(Purpose purpose) const;
     /// Before this thread connects, whichever engine it will be.
     virtual void expectConnection() const {}
-    /// Of the session that this thread has connected just now; null where the engine works elsewhere.
-    [[nodiscard]] virtual std::unique_ptr<Progress> progress() const { return nullptr; }
+    /// Of the session that this thread has connected just now by that connect string; null where the engine
+    /// works elsewhere.
+    [[nodiscard]] virtual std::unique_ptr<Progress> progress(const std::string& /*connectString*/) const {
+        return nullptr;
+    }
 
     // Pieces of statements.
 

@@ -1,8 +1,12 @@
+#include <odbcinst.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
 #include <fstream>
 #include <memory>
+#include <sstream>
 
 #include "db/dialects/Dialect.h"
 #include "db/dialects/SqliteProgress.h"
@@ -41,6 +45,31 @@ std::string uri(const fs::path& file, const char* mode) {
             result.append("%").append(1, Digits[byte >> 4U]).append(1, Digits[byte & 15U]);
     }
     return result + "?" + mode;
+}
+
+/// The value of a word of a connect string; empty without one.
+std::string wordOf(const std::string& connectString, const std::string& name) {
+    std::istringstream words{connectString};
+    for (std::string word; std::getline(words, word, ';');) {
+        if (word.size() > name.size() && word[name.size()] == '=' &&
+            strncasecmp(word.c_str(), name.c_str(), name.size()) == 0)
+            return word.substr(name.size() + 1);
+    }
+    return {};
+}
+
+/// How long the driver waits for another's lock: as the connect string says, or the data source, or else as
+/// it comes.
+std::chrono::milliseconds lockWaitOf(const std::string& connectString) {
+    constexpr const char* UsualWait = "100000";
+    std::string wait = wordOf(connectString, "Timeout");
+    if (wait.empty()) {
+        std::array<char, 32> value{};
+        SQLGetPrivateProfileString(wordOf(connectString, "DSN").c_str(), "Timeout", UsualWait, value.data(),
+                                   value.size(), "odbc.ini");
+        wait = value.data();
+    }
+    return std::chrono::milliseconds{std::strtol(wait.c_str(), nullptr, 0)};
 }
 
 class SqliteDialect final : public Dialect {
@@ -94,7 +123,9 @@ class SqliteDialect final : public Dialect {
 
     // SQLCancel would free the statement that is running: endsStatementsFromElsewhere() stays false.
     void expectConnection() const override { expectSqliteConnection(); }
-    [[nodiscard]] std::unique_ptr<Progress> progress() const override { return sqliteProgress(); }
+    [[nodiscard]] std::unique_ptr<Progress> progress(const std::string& connectString) const override {
+        return sqliteProgress(lockWaitOf(connectString));
+    }
 
     [[nodiscard]] std::vector<std::string> compaction(
         const std::vector<std::string>& /*tables*/) const override {

@@ -2,6 +2,9 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
+#include <thread>
+
 namespace tessaly::db {
 
 namespace {
@@ -18,7 +21,8 @@ int noteOpened(sqlite3* connection, char** /*message*/, const sqlite3_api_routin
 
 class SqliteProgress final : public Progress {
   public:
-    explicit SqliteProgress(sqlite3* connection) : connection_(connection) {}
+    SqliteProgress(sqlite3* connection, std::chrono::milliseconds lockWait)
+        : connection_(connection), lockWait_(lockWait) {}
 
     /// A connection that nobody ever listens to has no handler, which would cost it something.
     void setListener(Listener* listener) noexcept override {
@@ -26,6 +30,8 @@ class SqliteProgress final : public Progress {
         if (listener == nullptr || hasHandler_)
             return;
         sqlite3_progress_handler(connection_, Instructions, &SqliteProgress::call, this);
+        // In place of the driver's, which asks nobody.
+        sqlite3_busy_handler(connection_, &SqliteProgress::waitForLock, this);
         hasHandler_ = true;
     }
 
@@ -35,7 +41,22 @@ class SqliteProgress final : public Progress {
         return listener != nullptr && listener->endsStatement() ? 1 : 0;
     }
 
+    /// Waits once more for another's lock, and returns 1; or 0, and the statement fails.
+    static int waitForLock(void* self, int before) {
+        constexpr std::chrono::milliseconds Interval{10};
+        auto& own = *static_cast<SqliteProgress*>(self);
+        const auto now = std::chrono::steady_clock::now();
+        if (before == 0)
+            own.waitsSince_ = now;
+        if (call(self) != 0 || now - own.waitsSince_ >= own.lockWait_)
+            return 0;
+        std::this_thread::sleep_for(Interval);
+        return 1;
+    }
+
     sqlite3* const connection_;
+    const std::chrono::milliseconds lockWait_;
+    std::chrono::steady_clock::time_point waitsSince_;
     Listener* listener_ = nullptr;
     bool hasHandler_ = false;
 };
@@ -48,8 +69,9 @@ void expectSqliteConnection() {
     openedByThisThread = nullptr;
 }
 
-std::unique_ptr<Progress> sqliteProgress() {
-    return openedByThisThread != nullptr ? std::make_unique<SqliteProgress>(openedByThisThread) : nullptr;
+std::unique_ptr<Progress> sqliteProgress(std::chrono::milliseconds lockWait) {
+    return openedByThisThread != nullptr ? std::make_unique<SqliteProgress>(openedByThisThread, lockWait)
+                                         : nullptr;
 }
 
 }  // namespace tessaly::db

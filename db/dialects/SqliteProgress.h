@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "db/dialects/Progress.h"
@@ -12,7 +13,8 @@ namespace tessaly::db {
 /// Before this thread has the driver open a connection.
 void expectSqliteConnection();
 /// Of the connection that this thread has opened since; null where none was, as by a driver that has the
-/// library built in. The connection must not be used any more when it goes.
-[[nodiscard]] std::unique_ptr<Progress> sqliteProgress();
+/// library built in. The connection must not be used any more when it goes. `lockWait`: how long the driver
+/// waits for another's lock; where somebody listens, the wait is cut short by the listener.
+[[nodiscard]] std::unique_ptr<Progress> sqliteProgress(std::chrono::milliseconds lockWait);
 
 }  // namespace tessaly::db

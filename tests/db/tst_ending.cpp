@@ -43,6 +43,8 @@ class EndingTest : public QObject {
     void whatTheQuestionThrowsComesThrough();
     void aStatementEndsAtItsTimeout_data();
     void aStatementEndsAtItsTimeout();
+    void aWaitForALockEndsToo_data();
+    void aWaitForALockEndsToo();
     void theTimeOfTheQuestionDoesNotCount();
     void theOtherSetsOfTheConnectionGoOn();
     void theOtherConnectionsGoOn();
@@ -156,6 +158,44 @@ void EndingTest::aStatementEndsAtItsTimeout() {
     QVERIFY(std::chrono::steady_clock::now() - begun >= 1s);
     db::execute(*connection_, "INSERT INTO T VALUES (4)");
     QCOMPARE(numbers(), u"4"_s);
+}
+
+void EndingTest::aWaitForALockEndsToo_data() {
+    QTest::addColumn<bool>("hasTimeout");
+    QTest::newRow("nobody wants it") << false;
+    QTest::newRow("it has a time-out") << true;
+}
+
+void EndingTest::aWaitForALockEndsToo() {
+    QFETCH(const bool, hasTimeout);
+    const auto other = connect();
+    {
+        db::Transaction transaction{*other};
+        db::execute(*other, "UPDATE T SET N=N+10");
+        Query query{*connection_, "UPDATE T SET N=N+100"};
+        if (hasTimeout)
+            query.setTimeout(1s);
+        else
+            query.setStop(impatience());
+        QVERIFY_EXCEPTION_THROWN(query.execute(), db::Error);
+        QVERIFY(hasTimeout || asked_ == 3);
+        // What is not ended waits until the others are done.
+        asked_ = 0;
+        std::atomic<bool> isWaiting{false};
+        auto updated = std::async(std::launch::async, [this, &isWaiting] {
+            const auto third = connect();
+            Query patient{*third, "UPDATE T SET N=N+100"};
+            patient.setStop([&isWaiting] {
+                isWaiting = true;
+                return false;
+            });
+            patient.execute();
+        });
+        EVENTUALLY(isWaiting.load());
+        transaction.rollBack();
+        updated.get();
+    }
+    QCOMPARE(scratch_->value(u"SELECT SUM(N) FROM T"_s), u"306"_s);
 }
 
 void EndingTest::theTimeOfTheQuestionDoesNotCount() {

@@ -29,8 +29,11 @@ class EndlessQueryTest : public DaemonTest {
     void aRequestorThatVanishesEndsIt();
     void theEndOfTheServerEndsIt_data();
     void theEndOfTheServerEndsIt();
+    void theTimeoutEndsARetrieval_data() { retrievals(); }
     void theTimeoutEndsARetrieval();
+    void aCancelEndsARetrieval_data() { retrievals(); }
     void aCancelEndsARetrieval();
+    void theEndOfTheServerEndsARetrieval_data() { retrievals(); }
     void theEndOfTheServerEndsARetrieval();
 
   private:
@@ -45,6 +48,16 @@ class EndlessQueryTest : public DaemonTest {
         return std::make_unique<Retriever>(daemon_->port(),
                                            std::vector{Retriever::receiving("1.2.840.10008.1.2.1")}, "WS1");
     }
+    static void retrievals() {
+        QTest::addColumn<Retriever::ContextId>("context");
+        QTest::newRow("C-GET") << Retriever::GetStudyRoot;
+        QTest::newRow("C-MOVE") << Retriever::MoveStudyRoot;
+    }
+    /// Asks for the study; returns the message ID.
+    static DIC_US ask(Retriever& peer, Retriever::ContextId context) {
+        return peer.ask(context, "STUDY", {{DCM_StudyInstanceUID, "1.2.826.1"}},
+                        context == Retriever::MoveStudyRoot ? "WS2" : "");
+    }
     /// By then the engine is at the statement, most likely. Where it is not, what follows holds as well.
     static void letTheEngineBegin() { std::this_thread::sleep_for(std::chrono::milliseconds{300}); }
 };
@@ -52,6 +65,9 @@ class EndlessQueryTest : public DaemonTest {
 void EndlessQueryTest::init() {
     daemon_ = std::make_unique<Daemon>();
     daemon_->database.run(u"INSERT INTO DicomNodes (Name, AETitle, Query) VALUES ('work', 'WS1', 1)"_s);
+    daemon_->database.run(
+        u"INSERT INTO DicomNodes (Name, AETitle, LocalAETitle, Host, Port, Store) "
+        "VALUES ('other', 'WS2', 'TESSALY', '127.0.0.1', '1', 1)"_s);
     daemon_->database.run(u"INSERT INTO Patient (ID, PatientID, Name) VALUES (1, 'P1', 'One')"_s);
     daemon_->database.run(
         u"INSERT INTO Study (StudyInstanceUID, IDPatient, StudyPath) VALUES ('1.2.826.1', 1, '/archive/1')"_s);
@@ -145,27 +161,30 @@ void EndlessQueryTest::theEndOfTheServerEndsIt() {
 }
 
 void EndlessQueryTest::theTimeoutEndsARetrieval() {
+    QFETCH(const Retriever::ContextId, context);
     launchWithTimeout(1);
     const auto peer = retriever();
-    peer->ask(Retriever::GetStudyRoot, "STUDY", {{DCM_StudyInstanceUID, "1.2.826.1"}});
+    ask(*peer, context);
     QCOMPARE(peer->collect().status, 0xa701);
     QVERIFY(peer->echo());
 }
 
 void EndlessQueryTest::aCancelEndsARetrieval() {
+    QFETCH(const Retriever::ContextId, context);
     launchWithTimeout(0);
     const auto peer = retriever();
-    const auto request = peer->ask(Retriever::GetStudyRoot, "STUDY", {{DCM_StudyInstanceUID, "1.2.826.1"}});
+    const auto request = ask(*peer, context);
     letTheEngineBegin();
-    peer->cancel(Retriever::GetStudyRoot, request);
+    peer->cancel(context, request);
     QCOMPARE(peer->collect().status, 0xfe00);
     QVERIFY(peer->echo());
 }
 
 void EndlessQueryTest::theEndOfTheServerEndsARetrieval() {
+    QFETCH(const Retriever::ContextId, context);
     launchWithTimeout(0);
     const auto peer = retriever();
-    peer->ask(Retriever::GetStudyRoot, "STUDY", {{DCM_StudyInstanceUID, "1.2.826.1"}});
+    ask(*peer, context);
     letTheEngineBegin();
     QVERIFY(daemon_->terminate());
 }
