@@ -27,7 +27,8 @@ tessalyd/services/query        > tessalyd/services/ServiceContext
 tessalyd/services/ServiceContext > tessalyd/services/JobSessions tessalyd/association tessalyd/search tessalyd/store tessalyd/forwarding/ftp
 tessalyd/services/JobSessions  > tessalyd/configuration jobs
 tessalyd/forwarding/ftp        > tessalyd/search jobs tessalyd/forwarding/volumes
-tessalyd/forwarding/volumes    > decoder
+tessalyd/forwarding/volumes    > tessalyd/forwarding/images
+tessalyd/forwarding/images     > decoder
 tessalyd/search         > tessalyd/Log archive decoder
 tessalyd/store          > tessalyd/Log archive decoder
 tessalyd/association    > tessalyd/Log dicom/net

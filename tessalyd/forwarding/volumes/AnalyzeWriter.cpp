@@ -66,7 +66,8 @@ AnatomicalAxes anatomicalAxes(const VolumeLayout& layout) {
 }
 
 void writeAnalyze(const std::filesystem::path& header, const std::filesystem::path& image,
-                  const StagedVolume& volume, const ScratchFile& file, const decoder::Heartbeat& heartbeat) {
+                  const StagedVolume& volume, const images::ScratchFile& file,
+                  const decoder::Heartbeat& heartbeat) {
     const Axes axes = anatomicalAxes(volume.layout).axes;
     const Geometry geometry = geometryOf(volume.layout, axes);
     const Values values = valuesOf(volume);
