@@ -19,9 +19,11 @@ tessalyd/Server         > tessalyd/services
 tessalyd/services       > tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve tessalyd/services/commitment tessalyd/services/print
 tessalyd/services/verification > tessalyd/association
 tessalyd/services/storage      > tessalyd/services/ServiceContext
-tessalyd/services/retrieve     > tessalyd/services/query
+tessalyd/services/retrieve     > tessalyd/services/query tessalyd/services/PrintQueue tessalyd/forwarding/composing
 tessalyd/services/commitment   > tessalyd/services/ServiceContext
-tessalyd/services/print        > tessalyd/services/ServiceContext tessalyd/forwarding/films
+tessalyd/services/print        > tessalyd/services/PrintQueue
+tessalyd/services/PrintQueue   > tessalyd/services/ServiceContext tessalyd/forwarding/films
+tessalyd/forwarding/composing  > tessalyd/forwarding/films tessalyd/forwarding/images tessalyd/search
 tessalyd/forwarding/films      > tessalyd/Log jobs dicom/net
 tessalyd/services/query        > tessalyd/services/ServiceContext
 tessalyd/services/ServiceContext > tessalyd/services/JobSessions tessalyd/association tessalyd/search tessalyd/store tessalyd/forwarding/ftp
