@@ -13,6 +13,11 @@ using dicom::CommandField;
 void ComposingTest::launchFor(const QString& printerPort, const QString& layout, const Columns& columns,
                               const QStringList& arguments) {
     daemon_ = std::make_unique<Daemon>();
+    prepareFor(printerPort, layout, columns);
+    daemon_->launch(arguments);
+}
+
+void ComposingTest::prepareFor(const QString& printerPort, const QString& layout, const Columns& columns) {
     for (const auto& [name, query, print] :
          {std::tuple{u"VIEWER"_s, -1, 1}, {u"READER"_s, -1, 0}, {u"STATION"_s, 0, 1}})
         daemon_->database.run(
@@ -22,7 +27,6 @@ void ComposingTest::launchFor(const QString& printerPort, const QString& layout,
     Columns all = columns;
     all.insert(u"Layout"_s, layout);
     addPrinter(u"Film"_s, printerPort, all);
-    daemon_->launch(arguments);
 }
 
 void ComposingTest::storeObject(DcmFileFormat& object) const {

@@ -19,6 +19,8 @@ class ComposingTest : public PrintTest {
 
     void launchFor(const QString& printerPort, const QString& layout, const Columns& columns = {},
                    const QStringList& arguments = {});
+    /// The same without the server, which may be made already.
+    void prepareFor(const QString& printerPort, const QString& layout, const Columns& columns = {});
     void store(const std::vector<Picture>& pictures) const;
     void storeObject(DcmFileFormat& object) const;
     /// Has studies moved to the printer.
