@@ -79,7 +79,9 @@ void FilmMove::compose(const std::stop_token& stop) {
             },
         .failed = [this](const std::string& uid, const std::string& reason) { fail(uid, reason); },
         .log =
-            [this](const std::string& line) { log_.add(PeerLog::Event::Fault, order_.name + ": " + line); }};
+            [this](const std::string& line) {
+                log_.add(PeerLog::Event::Failure, order_.name + ": " + line);
+            }};
     composing::composeFilms(composition, instances_);
 }
 
