@@ -3,8 +3,6 @@
 
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/oflog/oflog.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <array>
 #include <stdexcept>
@@ -14,6 +12,7 @@
 #include "tessalyd/forwarding/composing/PresentationState.h"
 #include "tessalyd/forwarding/images/ImageRefusal.h"
 #include "tests/fuzz/Fuzz.h"
+#include "tests/fuzz/ObjectInMemory.h"
 
 namespace {
 
@@ -25,23 +24,6 @@ using tessalyd::images::PixelSource;
 
 constexpr std::uint64_t MostToRender = std::uint64_t{1} << 20U;  // larger ones only take longer
 constexpr std::size_t FewFrames = 3;
-
-/// A file of this data set.
-base::FileDescriptor fileOf(std::string_view dataSet, std::string syntax) {
-    syntax.resize(syntax.size() + syntax.size() % 2, '\0');
-    const auto element = [](char number, const char* vr, const std::string& value) {
-        return std::string{'\2', '\0', number, '\0'} + vr + static_cast<char>(value.size()) + '\0' + value;
-    };
-    const std::string meta =
-        element(2, "UI", "1.22") + element(3, "UI", "1.23") + element(0x10, "UI", syntax);
-    const std::string head = std::string(128, '\0') + "DICM" +
-                             element(0, "UL", {static_cast<char>(meta.size()), '\0', '\0', '\0'}) + meta;
-    base::FileDescriptor file{::memfd_create("object", MFD_CLOEXEC)};
-    for (const std::string_view part : {std::string_view{head}, dataSet})
-        require(::write(file.get(), part.data(), part.size()) == static_cast<ssize_t>(part.size()));
-    require(::lseek(file.get(), 0, SEEK_SET) == 0);
-    return file;
-}
 
 void checkTexts(const Header& header) {
     for (const auto& [position, annotation] : annotationsOf(header, {.number = 2, .films = 3})) {
@@ -96,7 +78,7 @@ void tessaly::fuzz::tryInput(std::string_view input) {
     const decoder::Heartbeat heartbeat = [] {};
     try {
         const auto read = [&](std::string_view part) {
-            return readHeader(dicom::ObjectFile{"object", fileOf(part, syntax)}, heartbeat);
+            return readHeader(dicom::ObjectFile{"object", fuzz::objectInMemory(part, syntax)}, heartbeat);
         };
         const PresentationState state{read(other)};
         (void)state.leftOut();
@@ -105,7 +87,7 @@ void tessaly::fuzz::tryInput(std::string_view input) {
         if (number > 1)  // the others have to be decoded
             return;
         static decoder::Pool pool{{.program = "/none"}};
-        render(PixelSource{fileOf(image, syntax), "/tmp", pool, {}}, header.attributes, state);
+        render(PixelSource{fuzz::objectInMemory(image, syntax), "/tmp", pool, {}}, header.attributes, state);
     } catch (const ImageRefusal& refusal) {
         const std::string_view what = refusal.what();
         require(!what.empty());
