@@ -180,12 +180,10 @@ void Picture::putPixels(DcmDataset& set) const {
     if (bytes.size() % 2 != 0)
         bytes.append('\0');
     if (allocated > 8)
-        set.putAndInsertUint16Array(DcmTag{DCM_PixelData, EVR_OW},
-                                    reinterpret_cast<const Uint16*>(bytes.data()),
+        set.putAndInsertUint16Array(DCM_PixelData, reinterpret_cast<const Uint16*>(bytes.data()),
                                     static_cast<unsigned long>(bytes.size() / 2));
     else
-        set.putAndInsertUint8Array(DcmTag{DCM_PixelData, EVR_OB},
-                                   reinterpret_cast<const Uint8*>(bytes.data()),
+        set.putAndInsertUint8Array(DCM_PixelData, reinterpret_cast<const Uint8*>(bytes.data()),
                                    static_cast<unsigned long>(bytes.size()));
 }
 

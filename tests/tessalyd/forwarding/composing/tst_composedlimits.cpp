@@ -146,6 +146,9 @@ void ComposedLimitsTest::aCancelLeavesNothing() {
     const DIC_US id = viewer.ask(Retriever::MoveStudyRoot, "STUDY", {{DCM_StudyInstanceUID, Study}}, "FILM");
     EVENTUALLY(isDecoding());
     QVERIFY(!spooled().isEmpty());
+    const RetrievalMessage pending = viewer.hear();
+    QVERIFY(pending.isPending());
+    QCOMPARE(pending.progress(), (Progress{1, 0, 0, 0}));
     viewer.cancel(Retriever::MoveStudyRoot, id);
     const Retrieved moved = viewer.collect();
     QCOMPARE(moved.status, 0xfe00);

@@ -18,6 +18,8 @@ class ComposedPicturesTest : public ComposingTest {
     void everyColour();
     void eightBits();
     void inGrayWhereThePrinterHasNoColour();
+    void everyCoding_data();
+    void everyCoding();
 
   private:
     static std::vector<Picture> grays();
@@ -193,6 +195,50 @@ void ComposedPicturesTest::inGrayWhereThePrinterHasNoColour() {
                                                                  << 8,
                  want);
     }
+}
+
+void ComposedPicturesTest::everyCoding_data() {
+    QTest::addColumn<int>("syntax");
+    QTest::addColumn<QString>("option");
+    const auto row = [](const char* name, E_TransferSyntax syntax, const QString& option) {
+        QTest::newRow(name) << static_cast<int>(syntax) << option;
+    };
+    row("implicit", EXS_LittleEndianImplicit, u"-xi"_s);
+    row("big endian", EXS_BigEndianExplicit, u"-xb"_s);
+    row("deflated", EXS_DeflatedLittleEndianExplicit, u"-xd"_s);
+    row("JPEG", EXS_JPEGProcess14SV1, u"-xs"_s);
+    row("JPEG-LS", EXS_JPEGLSLossless, u"-xt"_s);
+    row("run lengths", EXS_RLELossless, u"-xr"_s);
+}
+
+void ComposedPicturesTest::everyCoding() {
+    QFETCH(const int, syntax);
+    QFETCH(const QString, option);
+    ScriptedPrinter printer;
+    launchFor(printer.port(), u"STANDARD\\2,2"_s);
+    needCodecs();
+    const std::vector<Picture> pictures{
+        {.number = 1, .stored = 16, .voi = ramp(100, 3000, 12)},
+        {.number = 2, .stored = 16, .modality = ramp(0, 50000, 16), .centre = 30000, .width = 40000},
+        {.number = 3,
+         .frames = 2,
+         .stored = 16,
+         .isSigned = true,
+         .slope = 0.25,
+         .centre = 100,
+         .width = 6000}};
+    for (const Picture& picture : pictures) {
+        const QString file = scratch(u"%1.dcm"_s.arg(picture.number));
+        auto object = picture.object();
+        QVERIFY(object->chooseRepresentation(static_cast<E_TransferSyntax>(syntax), nullptr).good());
+        QVERIFY(object->saveFile(qPrintable(file), static_cast<E_TransferSyntax>(syntax)).good());
+        const Outcome sent = run(u"storescu"_s, {option, u"localhost"_s, daemon_->port(), file});
+        QVERIFY2(sent.exitCode == 0, qPrintable(sent.output));
+    }
+    QCOMPARE(move().status, 0);
+    EVENTUALLY(areAll(2, 1));
+    compare(filmsOf(printer), pictures, u"STANDARD\\2,2"_s,
+            [](const Picture& picture, int frame) { return picture.onFilm(frame); });
 }
 
 }  // namespace
