@@ -82,7 +82,7 @@ class Converter {
     void read(std::uint32_t row, std::uint32_t column, std::span<char> pixels) {
         if (frame_.isColour()) {
             frame_.readColour(row, column, {reinterpret_cast<std::uint8_t*>(pixels.data()), pixels.size()});
-            return;
+            return hide(row, column, pixels);
         }
         values_.resize(pixels.size() / 2);
         frame_.readGray(row, column, values_);
@@ -92,9 +92,28 @@ class Converter {
             pixels[2 * i] = static_cast<char>(pixel & 0xffU);
             pixels[2 * i + 1] = static_cast<char>(pixel >> 8U);
         }
+        hide(row, column, pixels);
     }
 
   private:
+    /// What lies behind a shutter; in colour that is black.
+    void hide(std::uint32_t row, std::uint32_t column, std::span<char> pixels) const {
+        if (!look_.shutter)
+            return;
+        constexpr double Greatest = 65535;
+        const bool isColour = frame_.isColour();
+        const auto gray = static_cast<unsigned>(
+            isColour ? 0 : std::floor(look_.shutter->value / Greatest * GreatestGray + 0.5));
+        const std::size_t size = pixelSize();
+        for (std::size_t i = 0; i < pixels.size() / size; ++i) {
+            if (!look_.shutter->hides(std::int64_t{row} + 1,
+                                      std::int64_t{column} + 1 + static_cast<std::int64_t>(i)))
+                continue;
+            for (std::size_t byte = 0; byte < size; ++byte)
+                pixels[i * size + byte] = static_cast<char>(gray >> 8U * byte);
+        }
+    }
+
     [[nodiscard]] std::uint16_t convert(std::int64_t value) const {
         return static_cast<std::uint16_t>(
             std::floor(look_.of(static_cast<double>(value), range_) * GreatestGray + 0.5));

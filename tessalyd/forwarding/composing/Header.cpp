@@ -49,7 +49,10 @@ bool isWanted(const DcmTagKey& tag) {
             DCM_ReferencedFrameNumber, DCM_SoftcopyVOILUTSequence, DCM_PresentationLUTSequence,
             DCM_PresentationLUTShape, DCM_ImageRotation, DCM_ImageHorizontalFlip,
             DCM_DisplayedAreaSelectionSequence, DCM_DisplayedAreaTopLeftHandCorner,
-            DCM_DisplayedAreaBottomRightHandCorner, DCM_GraphicAnnotationSequence, DCM_ShutterShape};
+            DCM_DisplayedAreaBottomRightHandCorner, DCM_GraphicAnnotationSequence, DCM_ShutterShape,
+            DCM_ShutterLeftVerticalEdge, DCM_ShutterRightVerticalEdge, DCM_ShutterUpperHorizontalEdge,
+            DCM_ShutterLowerHorizontalEdge, DCM_CenterOfCircularShutter, DCM_RadiusOfCircularShutter,
+            DCM_ShutterPresentationValue};
         std::sort(tags.begin(), tags.end());
         return tags;
     }();

@@ -127,6 +127,7 @@ Look lookOf(const Header& image, const decoder::ImageDescription& pixels, std::s
     look.voi = voiOf(voi == nullptr ? image : *voi, mayBeNegative);
     look.isInverse = pixels.photometric == "MONOCHROME1";
     look.padding = paddingOf(image, isSigned);
+    look.shutter = shutterOf(image);
     return look;
 }
 

@@ -11,6 +11,7 @@
 
 #include "decoder/ObjectLayout.h"
 #include "tessalyd/forwarding/composing/Header.h"
+#include "tessalyd/forwarding/composing/Shutter.h"
 
 namespace tessaly::tessalyd::composing {
 
@@ -70,6 +71,7 @@ struct Look {
     bool isInverse = false;             ///< black is white
     /// Stored values that are no part of the picture, the least and the greatest.
     std::optional<std::pair<std::int64_t, std::int64_t>> padding;
+    std::optional<Shutter> shutter;
     std::optional<Area> area;  ///< nothing: all
     unsigned rotation = 0;     ///< clockwise, in degrees: 0, 90, 180, 270
     bool isFlipped = false;    ///< left and right, after the rotation

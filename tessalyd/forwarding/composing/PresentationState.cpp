@@ -93,6 +93,7 @@ void PresentationState::apply(const std::string& sopInstanceUid, std::size_t fra
         look.voi = voiOf(*voi, mayBeNegative);
     look.presentation = tableOf(state.item(DCM_PresentationLUTSequence), false);
     look.isInverse = !look.presentation && state.text(DCM_PresentationLUTShape) == "INVERSE";
+    look.shutter = shutterOf(state);
     look.rotation = state.word(DCM_ImageRotation).value_or(0) % 360 / 90 * 90;
     look.isFlipped = state.text(DCM_ImageHorizontalFlip) == "Y";
     if (const Header* const area = itemFor(DCM_DisplayedAreaSelectionSequence, sopInstanceUid, frame))
@@ -108,7 +109,7 @@ std::string PresentationState::leftOut() const {
     };
     add(!header_.attributes.items(DCM_GraphicAnnotationSequence).empty(), "graphic annotations");
     add(header_.hasOverlays, "overlays");
-    add(header_.attributes.has(DCM_ShutterShape), "a shutter");
+    add(hasPolygonalShutter(header_.attributes), "a polygonal shutter");
     return left;
 }
 

@@ -1,5 +1,6 @@
 #include <dcmtk/dcmdata/dcuid.h>
 
+#include <QElapsedTimer>
 #include <QFile>
 
 #include "tests/tessalyd/Encapsulated.h"
@@ -177,7 +178,10 @@ void ComposedLimitsTest::terminateEndsIt() {
     viewer.ask(Retriever::MoveStudyRoot, "STUDY", {{DCM_StudyInstanceUID, Study}}, "FILM");
     EVENTUALLY(isDecoding());
     // The decoder would go on for minutes.
+    QElapsedTimer timer;
+    timer.start();
     QVERIFY(daemon_->terminate());
+    qInfo() << "ended after" << timer.elapsed() << "ms";
     QVERIFY(hasLeftNothing());
 }
 

@@ -17,6 +17,8 @@ class ComposedStatesTest : public ComposingTest {
     void turnsAndCuts();
     void takesTheStatesWindow();
     void takesThePresentationTable();
+    void hidesBehindShutters_data();
+    void hidesBehindShutters();
     void leavesOtherImagesAndFrames();
     void aStateAloneFails();
     void eachFrameHasItsWindow();
@@ -154,7 +156,7 @@ void ComposedStatesTest::takesTheStatesWindow() {
         putWindow(itemIn(set, DCM_SoftcopyVOILUTSequence), "3000", "2500");
         set.putAndInsertString(DCM_PresentationLUTShape, "INVERSE");
         itemIn(set, DCM_GraphicAnnotationSequence).putAndInsertString(DCM_GraphicLayer, "TOP");
-        set.putAndInsertString(DCM_ShutterShape, "CIRCULAR");
+        set.putAndInsertString(DCM_ShutterShape, "POLYGONAL");
     });
     QCOMPARE(move().status, 0);
     EVENTUALLY(areAll(2, 1));
@@ -165,7 +167,7 @@ void ComposedStatesTest::takesTheStatesWindow() {
     as.width = 2500;
     as.photometric = "MONOCHROME1";
     QCOMPARE(only(printer), as.onFilm(0));
-    QVERIFY(daemon_->log().contains(u"what is not printed: graphic annotations, a shutter"_s));
+    QVERIFY(daemon_->log().contains(u"what is not printed: graphic annotations, a polygonal shutter"_s));
 }
 
 void ComposedStatesTest::takesThePresentationTable() {
@@ -193,6 +195,49 @@ void ComposedStatesTest::takesThePresentationTable() {
         for (int column = 0; column < picture.columns; ++column) {
             const double seen = picture.value(0, row, column) / 255.0;  // by LINEAR, 128 and 256
             const int pixel = table.at(static_cast<std::size_t>(std::floor(seen * 4095 + 0.5)));
+            expected.append(static_cast<char>(pixel & 0xff)).append(static_cast<char>(pixel >> 8));
+        }
+    QCOMPARE(only(printer), expected);
+}
+
+void ComposedStatesTest::hidesBehindShutters_data() {
+    QTest::addColumn<bool>("isOfState");
+    QTest::newRow("of the image") << false;
+    QTest::newRow("of a state") << true;
+}
+
+void ComposedStatesTest::hidesBehindShutters() {
+    QFETCH(const bool, isOfState);
+    ScriptedPrinter printer;
+    launchFor(printer.port(), u"STANDARD\\1,1"_s);
+    const auto put = [](DcmDataset& set) {
+        for (const auto& [tag, value] : {std::pair{DCM_ShutterShape, "RECTANGULAR\\CIRCULAR"},
+                                         {DCM_ShutterLeftVerticalEdge, "2"},
+                                         {DCM_ShutterRightVerticalEdge, "5"},
+                                         {DCM_ShutterUpperHorizontalEdge, "3"},
+                                         {DCM_ShutterLowerHorizontalEdge, "9"},
+                                         {DCM_CenterOfCircularShutter, "5\\3"},
+                                         {DCM_RadiusOfCircularShutter, "3"}})
+            set.putAndInsertString(tag, value);
+        set.putAndInsertUint16(DCM_ShutterPresentationValue, 32768);
+    };
+    auto object = ThePicture.object();
+    if (!isOfState)
+        put(*object->getDataset());
+    storeObject(*object);
+    if (isOfState)
+        storeState(ThePicture, [&](DcmDataset& set) {
+            putWindow(itemIn(set, DCM_SoftcopyVOILUTSequence), "2000", "1500");
+            put(set);
+        });
+    QCOMPARE(move().status, 0);
+    EVENTUALLY(areAll(2, 1));
+    QByteArray expected;
+    for (int row = 1; row <= ThePicture.rows; ++row)
+        for (int column = 1; column <= ThePicture.columns; ++column) {
+            const bool isSeen =
+                column >= 2 && column <= 5 && row >= 3 && row <= 9 && std::hypot(row - 5, column - 3) <= 3;
+            const int pixel = isSeen ? ThePicture.gray(0, row - 1, column - 1) : 2048;
             expected.append(static_cast<char>(pixel & 0xff)).append(static_cast<char>(pixel >> 8));
         }
     QCOMPARE(only(printer), expected);
