@@ -81,7 +81,8 @@ std::size_t numberSize(DcmEVR vr) {
 template <class Number>
 std::vector<Number> numbersOf(std::string_view bytes) {
     std::vector<Number> numbers(bytes.size() / sizeof(Number));
-    std::memcpy(numbers.data(), bytes.data(), numbers.size() * sizeof(Number));
+    if (!numbers.empty())
+        std::memcpy(numbers.data(), bytes.data(), numbers.size() * sizeof(Number));
     return numbers;
 }
 
@@ -99,10 +100,17 @@ class HeaderCollector final : public images::HeaderVisitor {
         constexpr Uint16 FirstOverlay = 0x6000;
         header_.hasOverlays |= head.depth == 0 && (head.tag.getGroup() & 0xff00U) == FirstOverlay;
         const std::size_t level = head.depth / 2;  // sequences around it
-        if (level >= Deepest || head.tag == DCM_ItemDelimitationItem ||
+        const bool isItem = head.tag == DCM_Item;
+        // Items are in sequences, and elements in items: what is elsewhere is passed over.
+        if (level >= Deepest || isItem != (head.depth % 2 == 1) || head.tag == DCM_ItemDelimitationItem ||
             head.tag == DCM_SequenceDelimitationItem)
             return true;
-        if (head.tag == DCM_Item)
+        // What was open further inside is closed, and what the tree moves is not pointed to any more.
+        for (std::size_t inner = level + 1; inner < Deepest; ++inner) {
+            owners_[inner] = nullptr;
+            sequences_[inner] = nullptr;
+        }
+        if (isItem)
             beginItem(level);
         else if (owners_[level] != nullptr && isWanted(head.tag))
             beginWanted(*owners_[level], level, head);
@@ -137,11 +145,7 @@ class HeaderCollector final : public images::HeaderVisitor {
     }
 
     void beginItem(std::size_t level) {
-        if (level + 1 >= Deepest)
-            return;
-        owners_[level + 1] = nullptr;
-        sequences_[level + 1] = nullptr;
-        if (sequences_[level] == nullptr)
+        if (level + 1 >= Deepest || sequences_[level] == nullptr)
             return;
         count();
         owners_[level + 1] = &sequences_[level]->emplace_back();
