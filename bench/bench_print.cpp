@@ -21,6 +21,7 @@
 #include "tests/tessalyd/Processes.h"
 #include "tests/tessalyd/services/print/PrintStation.h"
 #include "tests/tessalyd/services/print/ScriptedPrinter.h"
+#include "tests/tessalyd/services/retrieve/Retriever.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -87,6 +88,38 @@ void measureFilms(Daemon& daemon, ScriptedPrinter& printer, const char* name, co
                 *std::max_element(whole.begin(), whole.end()), median(taken), median(command));
 }
 
+/// 20 images that are found, composed and printed, in the same columns; `command` is not there.
+void measureComposing(Daemon& daemon, ScriptedPrinter& printer) {
+    const std::string study = "1.2.826.0.1.9";
+    RequestorAssociation sender{daemon.port()};
+    for (int i = 1; i <= 20; ++i)
+        need(sender.store(*makeObject({.study = study,
+                                       .series = study + ".1",
+                                       .instance = study + ".1." + std::to_string(i),
+                                       .side = 512,
+                                       .seed = i}))
+                     .status == 0,
+             "an object was not stored");
+    sender.release();
+    std::vector<double> whole;
+    std::vector<double> taken;
+    for (int i = 0; i < Rounds; ++i) {
+        const int before = printer.prints();
+        whole.push_back(secondsOf([&] {
+            Retriever viewer{daemon.port(), {Retriever::receiving("1.2.840.10008.1.2.1")}, "STATION"};
+            taken.push_back(secondsOf([&] {
+                viewer.ask(Retriever::MoveStudyRoot, "STUDY", {{DCM_StudyInstanceUID, study}}, "FILM");
+                need(viewer.collect().status == 0, "the film was not composed");
+            }));
+            while (printer.prints() == before)
+                std::this_thread::sleep_for(std::chrono::milliseconds{1});
+            viewer.release();
+        }));
+    }
+    std::printf("%-34s %8.3f %8.3f %8.3f\n", "512 x 512, composed", median(whole),
+                *std::max_element(whole.begin(), whole.end()), median(taken));
+}
+
 double storeMany(Daemon& daemon, int series) {
     RequestorAssociation sender{daemon.port()};
     const double seconds = secondsOf([&] {
@@ -110,9 +143,9 @@ void measure() {
     printer.keepsPixels = false;
     Daemon daemon;
     daemon.database.run(
-        u"INSERT INTO DicomNodes (Name, AETitle, LocalAETitle, Host, Port, Store, Query, Print) VALUES ('STATION', 'STATION', 'TESSALY', '127.0.0.1', '104', 0, 0, 1)"_s);
+        u"INSERT INTO DicomNodes (Name, AETitle, LocalAETitle, Host, Port, Store, Query, Print) VALUES ('STATION', 'STATION', 'TESSALY', '127.0.0.1', '104', 0, -1, 1)"_s);
     daemon.database.run(
-        u"INSERT INTO Printers (Name, AETitle, Host, Port, DefaultPrinter) VALUES ('Film', 'PRINTER', '127.0.0.1', ?, 1)"_s,
+        u"INSERT INTO Printers (Name, AETitle, Host, Port, DefaultPrinter, Layout) VALUES ('Film', 'PRINTER', '127.0.0.1', ?, 1, 'STANDARD\\4,5')"_s,
         {printer.port()});
     daemon.launch();
     std::printf("%-34s %8s %8s %8s %8s\n", "20 images on a film, seconds", "printed", "slowest", "taken",
@@ -121,6 +154,7 @@ void measure() {
     measureFilms(daemon, printer, "512 x 512, 8 bits",
                  {.rows = 512, .columns = 512, .allocated = 8, .stored = 8});
     measureFilms(daemon, printer, "1024 x 1024, 12 bits", {.rows = 1024, .columns = 1024});
+    measureComposing(daemon, printer);
     std::printf("peak memory %lld KB\n", peakMemoryOf(daemon.process.processId()));
     std::printf("\nobjects of 33 KB stored a second, %d a round\n", Stores);
     int series = 0;

@@ -19,15 +19,18 @@ tessalyd/Server         > tessalyd/services
 tessalyd/services       > tessalyd/services/verification tessalyd/services/storage tessalyd/services/retrieve tessalyd/services/commitment tessalyd/services/print
 tessalyd/services/verification > tessalyd/association
 tessalyd/services/storage      > tessalyd/services/ServiceContext
-tessalyd/services/retrieve     > tessalyd/services/query
+tessalyd/services/retrieve     > tessalyd/services/query tessalyd/services/PrintQueue tessalyd/forwarding/composing
 tessalyd/services/commitment   > tessalyd/services/ServiceContext
-tessalyd/services/print        > tessalyd/services/ServiceContext tessalyd/forwarding/films
+tessalyd/services/print        > tessalyd/services/PrintQueue
+tessalyd/services/PrintQueue   > tessalyd/services/ServiceContext tessalyd/forwarding/films
+tessalyd/forwarding/composing  > tessalyd/forwarding/films tessalyd/forwarding/images tessalyd/search
 tessalyd/forwarding/films      > tessalyd/Log jobs dicom/net
 tessalyd/services/query        > tessalyd/services/ServiceContext
 tessalyd/services/ServiceContext > tessalyd/services/JobSessions tessalyd/association tessalyd/search tessalyd/store tessalyd/forwarding/ftp
 tessalyd/services/JobSessions  > tessalyd/configuration jobs
 tessalyd/forwarding/ftp        > tessalyd/search jobs tessalyd/forwarding/volumes
-tessalyd/forwarding/volumes    > decoder
+tessalyd/forwarding/volumes    > tessalyd/forwarding/images
+tessalyd/forwarding/images     > decoder
 tessalyd/search         > tessalyd/Log archive decoder
 tessalyd/store          > tessalyd/Log archive decoder
 tessalyd/association    > tessalyd/Log dicom/net

@@ -2,8 +2,6 @@
 
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/oflog/oflog.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <array>
 #include <cmath>
@@ -17,6 +15,7 @@
 #include "tessalyd/forwarding/volumes/VolumeRefusal.h"
 #include "tessalyd/forwarding/volumes/VolumeWriter.h"
 #include "tests/fuzz/Fuzz.h"
+#include "tests/fuzz/ObjectInMemory.h"
 
 namespace {
 
@@ -25,22 +24,6 @@ using namespace tessaly::tessalyd::volumes;
 using fuzz::require;
 
 constexpr std::size_t FewFrames = 2000;
-
-/// A file of this data set.
-dicom::ObjectFile fileOf(std::string_view dataSet, std::string syntax) {
-    syntax.resize(syntax.size() + syntax.size() % 2, '\0');
-    const auto element = [](char number, const char* vr, const std::string& value) {
-        return std::string{'\2', '\0', number, '\0'} + vr + static_cast<char>(value.size()) + '\0' + value;
-    };
-    const std::string meta =
-        element(2, "UI", "1.22") + element(3, "UI", "1.23") + element(0x10, "UI", syntax);
-    const std::string head = std::string(128, '\0') + "DICM" +
-                             element(0, "UL", {static_cast<char>(meta.size()), '\0', '\0', '\0'}) + meta;
-    base::FileDescriptor file{::memfd_create("object", MFD_CLOEXEC)};
-    for (const std::string_view part : {std::string_view{head}, dataSet})
-        require(::write(file.get(), part.data(), part.size()) == static_cast<ssize_t>(part.size()));
-    return {"object", std::move(file)};
-}
 
 bool isFinite(const Vector& vector) {
     return std::isfinite(vector.x) && std::isfinite(vector.y) && std::isfinite(vector.z);
@@ -95,7 +78,7 @@ void tessaly::fuzz::tryInput(std::string_view input) {
             input.remove_prefix(std::min(input.size(), part.size() + 3));
             if (part.empty())
                 continue;
-            const dicom::ObjectFile object = fileOf(part, syntax);
+            const dicom::ObjectFile object{"object", fuzz::objectInMemory(part, syntax)};
             ImageHeader header = readImageHeader(object, FewFrames, heartbeat);
             require(header.frames.size() <= FewFrames && header.frames.size() == header.image.frames);
             groups.add(number, std::move(header), heartbeat);

@@ -194,13 +194,24 @@ DcmDataset FilmSender::filmAttributes(const Film& film, bool isBare) {
 
 void FilmSender::createFilm(const Film& film) {
     const std::string uid = newUid(order_.baseUid);
-    const Reply reply = withRetry(name_, [&](bool isBare) {
-        DcmDataset attributes = filmAttributes(film, isBare);
+    const auto create = [&](DcmDataset& attributes) {
         return link_.exchange({.context = meta_,
                                .field = CommandField::NCreate,
                                .sopClass = UID_BasicFilmBoxSOPClass,
                                .instance = uid},
                               &attributes);
+    };
+    const Reply reply = withRetry(name_, [&](bool isBare) {
+        DcmDataset attributes = filmAttributes(film, isBare);
+        Reply answer = create(attributes);
+        if (verdictOf(answer.status) != Verdict::Unacceptable ||
+            !attributes.tagExists(DCM_AnnotationDisplayFormatID))
+            return answer;
+        // Which formats there are is the printer's own: this is the attribute that is most likely refused.
+        environment_.log(name_ + " was answered with " + hexadecimal(answer.status) +
+                         ": once more without boxes for annotations");
+        delete attributes.remove(DCM_AnnotationDisplayFormatID);
+        return create(attributes);
     });
     film_ = reply.instance.empty() ? uid : reply.instance;
     boxes_ = referredTo<Instance>(reply.attributes, DCM_ReferencedImageBoxSequence);

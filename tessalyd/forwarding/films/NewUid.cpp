@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <system_error>
 
+#include "db/Query.h"
+
 namespace tessaly::tessalyd::films {
 
 namespace {
@@ -42,6 +44,12 @@ std::string newUid(const std::string& baseUid) {
     for (std::size_t i = 0; i < digits; ++i)  // none begins with a zero
         uid.push_back(static_cast<char>('0' + (i == 0 ? 1 + random[i] % (Ten - 1) : random[i] % Ten)));
     return uid;
+}
+
+std::string readBaseUid(const db::Connection& connection) {
+    db::Query site{connection, "SELECT BaseUID FROM SiteData"};
+    db::ResultSet row = site.open();
+    return row.next() ? row.text("BaseUID") : std::string{};
 }
 
 }  // namespace tessaly::tessalyd::films

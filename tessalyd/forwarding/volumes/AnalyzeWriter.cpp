@@ -2,8 +2,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "tessalyd/forwarding/images/OutputFile.h"
 #include "tessalyd/forwarding/volumes/HeaderBytes.h"
-#include "tessalyd/forwarding/volumes/OutputFile.h"
 #include "tessalyd/forwarding/volumes/VolumeWriter.h"
 
 namespace tessaly::tessalyd::volumes {
@@ -66,7 +66,8 @@ AnatomicalAxes anatomicalAxes(const VolumeLayout& layout) {
 }
 
 void writeAnalyze(const std::filesystem::path& header, const std::filesystem::path& image,
-                  const StagedVolume& volume, const ScratchFile& file, const decoder::Heartbeat& heartbeat) {
+                  const StagedVolume& volume, const images::ScratchFile& file,
+                  const decoder::Heartbeat& heartbeat) {
     const Axes axes = anatomicalAxes(volume.layout).axes;
     const Geometry geometry = geometryOf(volume.layout, axes);
     const Values values = valuesOf(volume);
@@ -82,13 +83,13 @@ void writeAnalyze(const std::filesystem::path& header, const std::filesystem::pa
     bytes.put(140, static_cast<std::int32_t>(std::clamp(values.greatest, -Whole, Whole)));
     bytes.put(144, static_cast<std::int32_t>(std::clamp(values.least, -Whole, Whole)));
     {
-        OutputFile target{image};
+        images::OutputFile target{image};
         writeVoxels(
             volume, file, axes, values.areShorts ? VoxelType::ScaledInt16 : VoxelType::ScaledFloat,
             [&target](std::span<const char> part) { target.write(part); }, heartbeat);
         target.close();
     }
-    OutputFile target{header};
+    images::OutputFile target{header};
     target.write(bytes.bytes());
     target.close();
 }

@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-#include "tessalyd/forwarding/volumes/OutputFile.h"
+#include "tessalyd/forwarding/images/OutputFile.h"
 
 namespace tessaly::tessalyd::volumes {
 
@@ -36,7 +36,7 @@ class GzipFile {
     void begin();
     void takeFirst();
 
-    OutputFile file_;
+    images::OutputFile file_;
     std::size_t threads_;
     std::vector<char> next_;
     std::deque<std::future<Part>> parts_;

@@ -6,10 +6,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "dicom/data/ElementWalk.h"
-#include "dicom/data/Inflater.h"
+#include "tessalyd/forwarding/images/HeaderValues.h"
+#include "tessalyd/forwarding/images/HeaderWalk.h"
 #include "tessalyd/forwarding/volumes/HeaderFields.h"
-#include "tessalyd/forwarding/volumes/HeaderValues.h"
 #include "tessalyd/forwarding/volumes/VolumeRefusal.h"
 
 namespace tessaly::tessalyd::volumes {
@@ -17,12 +16,18 @@ namespace tessaly::tessalyd::volumes {
 namespace {
 
 using dicom::ElementHead;
+using images::binaryDouble;
+using images::binaryLong;
+using images::dateTime;
+using images::decimals;
+using images::integer;
+using images::midnightOf;
+using images::timeOfDay;
+using images::valuesOf;
 
 constexpr std::size_t LongestValue = 1024;  // none that is wanted is nearly as long
 constexpr std::size_t LongestCode = 16;     // as the standard has it
-constexpr std::size_t BlockSize = std::size_t{32} << 10U;
-constexpr std::size_t MostInflated = std::size_t{64} << 20U;
-constexpr double LeastSpacing = 1e-6;  // mm
+constexpr double LeastSpacing = 1e-6;       // mm
 
 // Sequences and items around what a functional group says: the groups' sequence and its item, the group and
 // its item.
@@ -40,7 +45,7 @@ std::optional<double> only(const std::optional<std::vector<double>>& numbers) {
 }
 
 /// Keeps what is wanted of an object.
-class Visitor final : public dicom::ElementVisitor {
+class Visitor final : public images::HeaderVisitor {
   public:
     explicit Visitor(std::size_t mostFrames) : mostFrames_(mostFrames) {}
 
@@ -71,7 +76,7 @@ class Visitor final : public dicom::ElementVisitor {
             bytes_.append(piece.data(), piece.size());
     }
 
-    [[nodiscard]] bool wantsValue() const noexcept { return field_.has_value(); }
+    [[nodiscard]] bool wantsValue() const noexcept override { return field_.has_value(); }
 
     [[nodiscard]] ImageHeader finish() {
         commit();
@@ -239,28 +244,6 @@ class Visitor final : public dicom::ElementVisitor {
     bool littleEndian_ = true;
 };
 
-void walkDeflated(const dicom::ObjectFile& object, dicom::ElementWalk& walk,
-                  const decoder::Heartbeat& heartbeat) {
-    dicom::Inflater inflater;
-    std::vector<char> block(BlockSize);
-    std::size_t inflated = 0;
-    for (std::size_t at = 0; at < object.size() && inflater.state() == dicom::Inflater::State::Open;) {
-        const std::span part = std::span{block}.first(std::min(block.size(), object.size() - at));
-        object.readAt(at, part);
-        at += part.size();
-        inflater.inflate(part, [&](std::span<const char> bytes) {
-            heartbeat();
-            inflated += bytes.size();
-            if (inflated > MostInflated)
-                throw VolumeRefusal{"an image's header does not end"};
-            walk.take(bytes);
-            return walk.isEnded();
-        });
-    }
-    if (inflater.state() == dicom::Inflater::State::Broken)
-        throw VolumeRefusal{"an image cannot be inflated"};
-}
-
 }  // namespace
 
 void FrameAttributes::complete(const FrameAttributes& other) {
@@ -284,31 +267,8 @@ void FrameAttributes::complete(const FrameAttributes& other) {
 
 ImageHeader readImageHeader(const dicom::ObjectFile& object, std::size_t mostFrames,
                             const decoder::Heartbeat& heartbeat) {
-    const dicom::TransferSyntax syntax{object.kind().transferSyntax};
-    if (!syntax.isKnown())
-        throw VolumeRefusal{"an image's transfer syntax is unknown"};
     Visitor visitor{mostFrames};
-    dicom::ElementWalk walk{syntax, dicom::ElementWalk::Reading::ByRepresentation, visitor};
-    if (syntax.isDeflated()) {
-        walkDeflated(object, walk, heartbeat);
-    } else {
-        std::vector<char> block(BlockSize);
-        for (std::size_t at = 0; at < object.size() && !walk.isEnded();) {
-            heartbeat();
-            if (walk.passable() > 0 && !visitor.wantsValue()) {
-                const auto passed = std::min<std::uint64_t>(walk.passable(), object.size() - at);
-                walk.pass(passed);
-                at += static_cast<std::size_t>(passed);
-                continue;
-            }
-            const std::span part = std::span{block}.first(std::min(block.size(), object.size() - at));
-            object.readAt(at, part);
-            at += part.size();
-            walk.take(part);
-        }
-    }
-    if (walk.isTooDeep() || (!walk.isEnded() && walk.isIncomplete()))
-        throw VolumeRefusal{"an image's header cannot be read"};
+    images::walkHeader(object, visitor, heartbeat);
     return visitor.finish();
 }
 

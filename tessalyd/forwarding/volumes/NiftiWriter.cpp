@@ -94,8 +94,8 @@ void putRotation(HeaderBytes& header, const Geometry& geometry) {
 
 }  // namespace
 
-void writeNifti(const std::filesystem::path& path, const StagedVolume& volume, const ScratchFile& file,
-                const decoder::Heartbeat& heartbeat) {
+void writeNifti(const std::filesystem::path& path, const StagedVolume& volume,
+                const images::ScratchFile& file, const decoder::Heartbeat& heartbeat) {
     constexpr std::array<char, 4> NoExtensions{};
     const VolumeLayout& layout = volume.layout;
     const Geometry geometry = geometryOf(layout, RowsFlipped);

@@ -75,12 +75,12 @@ void unpack(const char* bytes, std::span<Element> elements, const PixelFormat& f
 
 /// Copies frames into one volume.
 template <class Element>
-void copyFrame(const Staging& staging, const PixelSource& source, StagedVolume& volume, std::size_t number,
-               const ScratchFile& file) {
+void copyFrame(const Staging& staging, const images::PixelSource& source, StagedVolume& volume,
+               std::size_t number, const images::ScratchFile& file) {
     const Slice& slice = volume.layout.slices[number];
     const std::size_t columns = volume.layout.columns;
     const std::size_t width = slice.format.bitsAllocated / 8;
-    std::size_t from = source.frameAt(slice, volume.layout);
+    std::size_t from = frameOf(source, slice, volume.layout);
     std::uint64_t to = volume.at + number * volume.sliceBytes();
     const std::size_t band = std::max<std::size_t>(1, BandBytes / (columns * sizeof(Element)));
     std::vector<char> bytes(std::min(band, volume.layout.rows) * columns * width);
@@ -105,8 +105,8 @@ void copyFrame(const Staging& staging, const PixelSource& source, StagedVolume& 
     volume.greatest = std::max<std::int64_t>(volume.greatest, range.greatest);
 }
 
-void copy(const Staging& staging, const PixelSource& source, StagedVolume& volume, std::size_t number,
-          const ScratchFile& file) {
+void copy(const Staging& staging, const images::PixelSource& source, StagedVolume& volume, std::size_t number,
+          const images::ScratchFile& file) {
     const auto as = [&](auto element) {
         copyFrame<decltype(element)>(staging, source, volume, number, file);
     };
@@ -146,7 +146,7 @@ std::vector<StagedVolume> planStaging(std::vector<VolumeLayout> layouts, std::ui
     return volumes;
 }
 
-void stage(const Staging& staging, std::vector<StagedVolume>& volumes, const ScratchFile& target) {
+void stage(const Staging& staging, std::vector<StagedVolume>& volumes, const images::ScratchFile& target) {
     const auto targets = targetsOf(volumes);
     std::vector<std::size_t> objects;
     for (std::size_t i = 0; i < targets.size(); ++i)

@@ -8,8 +8,8 @@
 
 #include "decoder/JobPlan.h"
 #include "decoder/Pool.h"
-#include "tessalyd/forwarding/volumes/PixelSource.h"
-#include "tessalyd/forwarding/volumes/ScratchFile.h"
+#include "tessalyd/forwarding/images/ScratchFile.h"
+#include "tessalyd/forwarding/volumes/PixelSources.h"
 #include "tessalyd/forwarding/volumes/VolumeLayout.h"
 
 namespace tessaly::tessalyd::volumes {
@@ -47,6 +47,6 @@ struct Staging {
 
 /// Brings the pixels of every object into `target`, each object decoded once. Throws VolumeRefusal where an
 /// object cannot be decoded, decoder::Abandoned, and std::exception where it may go better another time.
-void stage(const Staging& staging, std::vector<StagedVolume>& volumes, const ScratchFile& target);
+void stage(const Staging& staging, std::vector<StagedVolume>& volumes, const images::ScratchFile& target);
 
 }  // namespace tessaly::tessalyd::volumes

@@ -1,14 +1,11 @@
 #pragma once
 
-#include <stdexcept>
+#include "tessalyd/forwarding/images/ImageRefusal.h"
 
 namespace tessaly::tessalyd::volumes {
 
-/// Why a series cannot become a volume, now or later. what() is one printable line with nothing of a patient
-/// and no UID.
-class VolumeRefusal : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
+/// Why a series cannot become a volume, now or later: one of its images is of no use, or all of them are
+/// together.
+using VolumeRefusal = images::ImageRefusal;
 
 }  // namespace tessaly::tessalyd::volumes

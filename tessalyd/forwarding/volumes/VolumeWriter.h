@@ -5,7 +5,7 @@
 #include <string>
 
 #include "decoder/JobPlan.h"
-#include "tessalyd/forwarding/volumes/ScratchFile.h"
+#include "tessalyd/forwarding/images/ScratchFile.h"
 #include "tessalyd/forwarding/volumes/StagedPixels.h"
 #include "tessalyd/forwarding/volumes/Voxels.h"
 
@@ -20,11 +20,12 @@ struct AnatomicalAxes {
 [[nodiscard]] AnatomicalAxes anatomicalAxes(const VolumeLayout& layout);
 
 /// Writes a NIfTI-1 file of one volume, compressed. Throws std::system_error.
-void writeNifti(const std::filesystem::path& path, const StagedVolume& volume, const ScratchFile& file,
-                const decoder::Heartbeat& heartbeat);
+void writeNifti(const std::filesystem::path& path, const StagedVolume& volume,
+                const images::ScratchFile& file, const decoder::Heartbeat& heartbeat);
 
 /// Writes the two files of an Analyze 7.5 volume. Throws std::system_error.
 void writeAnalyze(const std::filesystem::path& header, const std::filesystem::path& image,
-                  const StagedVolume& volume, const ScratchFile& file, const decoder::Heartbeat& heartbeat);
+                  const StagedVolume& volume, const images::ScratchFile& file,
+                  const decoder::Heartbeat& heartbeat);
 
 }  // namespace tessaly::tessalyd::volumes

@@ -107,7 +107,7 @@ Volumes writeVolumes(const VolumeRequest& request, decoder::Pool& decoders,
             throw VolumeRefusal{"its gantry was tilted, which Analyze cannot keep"};
     }
     auto volumes = planStaging(std::move(layouts), request.mostBytes);
-    const ScratchFile scratch{request.folder};
+    const images::ScratchFile scratch{request.folder};
     stage({.open = open,
            .folder = request.folder,
            .decoders = decoders,

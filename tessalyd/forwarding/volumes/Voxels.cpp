@@ -27,7 +27,7 @@ struct Span {
 template <class Stored, class Written, bool IsScaled>
 class Gathering {
   public:
-    Gathering(const StagedVolume& volume, const ScratchFile& file, const Axes& axes, const Sink& sink,
+    Gathering(const StagedVolume& volume, const images::ScratchFile& file, const Axes& axes, const Sink& sink,
               const decoder::Heartbeat& heartbeat)
         : volume_(volume),
           file_(file),
@@ -119,7 +119,7 @@ class Gathering {
     }
 
     const StagedVolume& volume_;
-    const ScratchFile& file_;
+    const images::ScratchFile& file_;
     const Axes& axes_;
     const Sink& sink_;
     const decoder::Heartbeat& heartbeat_;
@@ -147,8 +147,8 @@ Geometry geometryOf(const VolumeLayout& layout, const Axes& axes) {
     return geometry;
 }
 
-void writeVoxels(const StagedVolume& volume, const ScratchFile& file, const Axes& axes, VoxelType type,
-                 const Sink& sink, const decoder::Heartbeat& heartbeat) {
+void writeVoxels(const StagedVolume& volume, const images::ScratchFile& file, const Axes& axes,
+                 VoxelType type, const Sink& sink, const decoder::Heartbeat& heartbeat) {
     const auto as = [&](auto element) {
         using Stored = decltype(element);
         if (type == VoxelType::Stored)

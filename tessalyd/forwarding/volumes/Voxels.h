@@ -6,7 +6,7 @@
 #include <span>
 
 #include "decoder/JobPlan.h"
-#include "tessalyd/forwarding/volumes/ScratchFile.h"
+#include "tessalyd/forwarding/images/ScratchFile.h"
 #include "tessalyd/forwarding/volumes/StagedPixels.h"
 
 namespace tessaly::tessalyd::volumes {
@@ -37,7 +37,7 @@ enum class VoxelType {
 using Sink = std::function<void(std::span<const char>)>;
 
 /// Gives out all voxels, the first axis running fastest, time slowest. Holds some MB of them at a time.
-void writeVoxels(const StagedVolume& volume, const ScratchFile& file, const Axes& axes, VoxelType type,
-                 const Sink& sink, const decoder::Heartbeat& heartbeat);
+void writeVoxels(const StagedVolume& volume, const images::ScratchFile& file, const Axes& axes,
+                 VoxelType type, const Sink& sink, const decoder::Heartbeat& heartbeat);
 
 }  // namespace tessaly::tessalyd::volumes

@@ -5,15 +5,15 @@
 #include <dcmtk/dcmdata/dcuid.h>
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "db/Error.h"
 #include "jobs/JobTable.h"
 #include "tessalyd/Log.h"
 #include "tessalyd/forwarding/films/EncodedDataSet.h"
 #include "tessalyd/forwarding/films/FilmPrinter.h"
-#include "tessalyd/forwarding/films/NewUid.h"
+#include "tessalyd/forwarding/films/NewFolder.h"
 #include "tessalyd/forwarding/films/PrintClasses.h"
+#include "tessalyd/services/PrintQueue.h"
 
 namespace tessaly::tessalyd::print {
 
@@ -21,25 +21,6 @@ namespace {
 
 using films::PrintJobEvent;
 using films::PrintKind;
-
-/// Its content goes with it, unless a job has it.
-class NewFolder {
-  public:
-    explicit NewFolder(const jobs::Spool& spool) : entry_(spool.makeFolder("print")) {}
-    ~NewFolder() {
-        if (!isKept_)
-            jobs::Spool::remove(entry_.path);
-    }
-    NewFolder(const NewFolder&) = delete;
-    NewFolder& operator=(const NewFolder&) = delete;
-
-    [[nodiscard]] const jobs::Spool::Entry& entry() const noexcept { return entry_; }
-    void keep() noexcept { isKept_ = true; }
-
-  private:
-    jobs::Spool::Entry entry_;
-    bool isKept_ = false;
-};
 
 const AcceptedContext* contextOf(const Association& association) {
     const auto contexts = association.contexts();
@@ -66,38 +47,13 @@ PrintJobEvent eventOf(jobs::State state) {
 
 std::string PrintJobs::add(const films::PrintOrder& order, const films::PrinterRow& printer,
                            const AssociationSpool& spool, const std::stop_token& stop) {
-    NewFolder folder{spool.spool()};
+    films::NewFolder folder{spool.spool()};
     for (const films::Film& film : order.films)
         for (const auto& [position, image] : film.images)
             spool.link(image.file, folder.entry().path);
     films::save(order, folder.entry().path);
     jobs::Spool::makeDurable(folder.entry());
-    const std::string uid = films::newUid(order.baseUid);
-    // Before the transaction: one that reads first does not wait for others that write.
-    shared_.jobs.run(
-        [&](const db::Connection& connection) {
-            if (jobs::countUnfinished(connection, PrintKind, printer.lane()) >= MostWaiting)
-                throw std::runtime_error{"the printer has " + std::to_string(MostWaiting) + " jobs already"};
-        },
-        stop);
-    const std::string path = folder.entry().path.native();
-    try {
-        shared_.jobs.write(
-            [&](const db::Connection& connection) {
-                jobs::add(connection, {.kind = PrintKind,
-                                       .target = printer.lane(),
-                                       .key = uid,
-                                       .subject = path,
-                                       .spool = path});
-            },
-            stop);
-    } catch (const db::OutcomeUnknown&) {
-        folder.keep();  // if it has no job, it goes at the next start
-        throw;
-    }
-    folder.keep();
-    shared_.wakeJobs();
-    return uid;
+    return printqueue::add(shared_, order, printer, folder, stop);
 }
 
 void PrintJobs::watch(const std::string& uid, const std::string& printer) {

@@ -17,8 +17,6 @@ namespace tessaly::tessalyd::print {
 /// The jobs that an association has had made: their making, and what its requestor is told of them.
 class PrintJobs {
   public:
-    static constexpr long long MostWaiting = 1000;  ///< of one printer
-
     /// The context outlives it.
     explicit PrintJobs(ServiceContext& shared) : shared_(shared) {}
 

@@ -12,7 +12,6 @@
 
 #include "archive/StoredPath.h"
 #include "db/Error.h"
-#include "db/Query.h"
 #include "tessalyd/association/Association.h"
 #include "tessalyd/forwarding/films/NewUid.h"
 #include "tessalyd/services/print/PrintStatus.h"
@@ -183,9 +182,7 @@ void PrintService::requirePrinter(Association& association) {
     const films::PrinterRow* const found = films::printerFor(printers, calledAeTitle_);
     if (found == nullptr)
         throw RequestFailure{ProcessingFailure, "No printer has this title, and there is no default one"};
-    db::Query site{session->connection(), "SELECT BaseUID FROM SiteData"};
-    if (db::ResultSet row = site.open(); row.next())
-        state_.baseUid = row.text("BaseUID");
+    state_.baseUid = films::readBaseUid(session->connection());
     state_.printer = *found;
     hasPrinter_ = true;
 }

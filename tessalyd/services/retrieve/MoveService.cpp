@@ -7,20 +7,17 @@
 #include <optional>
 #include <system_error>
 
+#include "archive/StoredPath.h"
 #include "db/Error.h"
 #include "dicom/data/TransferSyntaxes.h"
+#include "tessalyd/forwarding/films/NewUid.h"
 #include "tessalyd/forwarding/ftp/Node.h"
+#include "tessalyd/services/retrieve/FilmMove.h"
+#include "tessalyd/services/retrieve/Following.h"
 #include "tessalyd/services/retrieve/FtpMove.h"
 #include "tessalyd/services/retrieve/MoveJob.h"
 
 namespace tessaly::tessalyd {
-
-namespace {
-
-/// How often the requestor is looked after while objects go elsewhere.
-constexpr std::chrono::milliseconds LookInterval{100};
-
-}  // namespace
 
 std::span<const SupportedContext> MoveService::contexts() const noexcept {
     static constexpr std::array Supported{SupportedContext{
@@ -38,12 +35,16 @@ std::span<const CommandField> MoveService::commands() const noexcept {
 
 void MoveService::answer(const Request& request, Association& association) {
     const auto peer = dicomNode(request, association);
-    const auto ftp = peer ? std::nullopt : ftpNode(request, association);
-    if (!peer && !ftp) {
+    const Elsewhere elsewhere = peer ? Elsewhere{} : findElsewhere(request, association);
+    if (!peer && !elsewhere.ftp && !elsewhere.printer) {
         association.log(
             PeerLog::Event::Refusal,
             "no node with the AE title " + request.command.value(DCM_MoveDestination) + " may be sent to");
         throw RequestFailure{STATUS_MOVE_Refused_MoveDestinationUnknown, "The move destination is unknown"};
+    }
+    if (elsewhere.printer && !retrieval_.nodes().has(Right::Print, association.names().callingAeTitle)) {
+        association.log(PeerLog::Event::Refusal, "refused: no node with this AE title may print");
+        throw RequestFailure{STATUS_MOVE_Refused_NotAuthorized, "The calling AE title may not print here"};
     }
     auto instances = retrieval_.find(request, association);
     if (!instances)
@@ -52,7 +53,9 @@ void MoveService::answer(const Request& request, Association& association) {
         return retrieval_.answerFinally(request, association, SubOperations{0});
     if (peer)
         return move(request, association, *peer, std::move(*instances));
-    FtpMove{retrieval_, request, association}.run(*ftp, std::move(*instances));
+    if (elsewhere.printer)
+        return print(request, association, *elsewhere.printer, std::move(*instances));
+    FtpMove{retrieval_, request, association}.run(*elsewhere.ftp, std::move(*instances));
 }
 
 std::optional<RemoteNodes::Destination> MoveService::dicomNode(const Request& request,
@@ -61,15 +64,20 @@ std::optional<RemoteNodes::Destination> MoveService::dicomNode(const Request& re
                                           association.names().calledAeTitle);
 }
 
-/// The name, as the table has it now.
-std::optional<std::string> MoveService::ftpNode(const Request& request, Association& association) const {
+/// As the tables have it now.
+MoveService::Elsewhere MoveService::findElsewhere(const Request& request, Association& association) const {
     try {
         const auto lease =
             retrieval_.shared().sessions.take([&association] { return association.stop().stop_requested(); });
         if (!lease)
             throw AssociationEnded{DUL_NETWORKCLOSED};
-        const auto node = ftp::findNode(lease->connection(), request.command.value(DCM_MoveDestination));
-        return node ? std::optional{node->name} : std::nullopt;
+        const std::string name = request.command.value(DCM_MoveDestination);
+        if (const auto node = ftp::findNode(lease->connection(), name))
+            return {.ftp = node->name, .printer = {}};
+        const auto printers = films::readPrinters(lease->connection());
+        if (const films::PrinterRow* const row = films::printerNamed(printers, name))
+            return {.ftp = {}, .printer = Printer{*row, films::readBaseUid(lease->connection())}};
+        return {};
     } catch (const db::Error& error) {
         association.log(PeerLog::Event::Failure, std::string{"the tables cannot be asked: "} + error.what());
         throw RequestFailure{STATUS_MOVE_Refused_OutOfResourcesNumberOfMatches,
@@ -92,24 +100,33 @@ void MoveService::move(const Request& request, Association& association,
         association.log(PeerLog::Event::Failure, std::string{"move not begun: "} + error.what());
         throw RequestFailure{STATUS_MOVE_Refused_OutOfResourcesSubOperations, "No thread is to be had"};
     }
-    MoveJob& job = *started;
-    PendingPace pace{PendingPace::Clock::now()};
-    bool cancelled = false;
+    const bool cancelled = followToEnd(*started, retrieval_, request, association);
+    retrieval_.answerFinally(request, association, started->progress(), cancelled);
+}
+
+void MoveService::print(const Request& request, Association& association, const Printer& printer,
+                        InstanceList instances) {
+    std::optional<FilmMove> started;
     try {
-        while (!cancelled && !job.waitForEnd(LookInterval)) {
-            cancelled = association.isCancelled();
-            if (cancelled)
-                job.cancel();
-            else if (pace.isDue(PendingPace::Clock::now()))
-                Retrieval::answerPending(request, association, job.progress());
-        }
-    } catch (const AssociationEnded&) {
-        retrieval_.count(job.progress());
-        throw;
+        started.emplace(
+            FilmMove::Order{.printer = printer.row,
+                            .baseUid = printer.baseUid,
+                            .callingAeTitle = association.port().aeTitle,
+                            .originator = association.names().callingAeTitle,
+                            .root = archive::localPath(association.port().root),
+                            .name = association.names().text() + ", to printer " + printer.row.name,
+                            .requestor = association.names().address},
+            std::move(instances), retrieval_.shared(), association.log());
+    } catch (const std::system_error& error) {
+        association.log(PeerLog::Event::Failure, std::string{"move not begun: "} + error.what());
+        throw RequestFailure{STATUS_MOVE_Refused_OutOfResourcesSubOperations, "No thread is to be had"};
     }
-    const SubOperations done = job.progress();
-    // What was cancelled when all was done was not cancelled.
-    retrieval_.answerFinally(request, association, done, cancelled && done.remaining() > 0);
+    const bool cancelled = followToEnd(*started, retrieval_, request, association);
+    if (!cancelled && started->lackedRoom())
+        return retrieval_.refuseFinally(request, association, started->progress(),
+                                        STATUS_MOVE_Refused_OutOfResourcesSubOperations,
+                                        "There is no room for the films");
+    retrieval_.answerFinally(request, association, started->progress(), cancelled);
 }
 
 }  // namespace tessaly::tessalyd

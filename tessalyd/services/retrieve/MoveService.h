@@ -4,11 +4,13 @@
 #include <string>
 
 #include "tessalyd/association/Service.h"
+#include "tessalyd/forwarding/films/PrinterRow.h"
 #include "tessalyd/services/retrieve/Retrieval.h"
 
 namespace tessaly::tessalyd {
 
-/// C-MOVE: objects go to another node, over an association of their own, or to an FTP node.
+/// C-MOVE: objects go to another node, over an association of their own, to an FTP node, or on films to a
+/// printer.
 class MoveService final : public Service {
   public:
     explicit MoveService(ServiceContext& shared) : retrieval_(shared) {}
@@ -21,9 +23,20 @@ class MoveService final : public Service {
   private:
     [[nodiscard]] std::optional<RemoteNodes::Destination> dicomNode(const Request& request,
                                                                     const Association& association) const;
-    [[nodiscard]] std::optional<std::string> ftpNode(const Request& request, Association& association) const;
+    struct Printer {
+        films::PrinterRow row;
+        std::string baseUid;  ///< of the site
+    };
+    /// A destination that is no DICOM node: at most one of them.
+    struct Elsewhere {
+        std::optional<std::string> ftp;  ///< its name
+        std::optional<Printer> printer;
+    };
+    [[nodiscard]] Elsewhere findElsewhere(const Request& request, Association& association) const;
     void move(const Request& request, Association& association, const RemoteNodes::Destination& destination,
               InstanceList instances);
+    void print(const Request& request, Association& association, const Printer& printer,
+               InstanceList instances);
 
     Retrieval retrieval_;
 };

@@ -98,6 +98,13 @@ void Retrieval::answerFinally(const Request& request, Association& association,
     send(request, association, operations, operations.finalStatus(false), comment);
 }
 
+void Retrieval::refuseFinally(const Request& request, Association& association,
+                              const SubOperations& operations, std::uint16_t status,
+                              const std::string& comment) {
+    count(operations);
+    send(request, association, operations, status, comment);
+}
+
 void Retrieval::count(const SubOperations& operations) {
     sent_ += operations.sent();
     failed_ += operations.failed();

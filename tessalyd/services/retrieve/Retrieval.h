@@ -37,6 +37,9 @@ class Retrieval {
     /// The same with an error comment: 64 characters of ASCII at most.
     void answerFinally(const Request& request, Association& association, const SubOperations& operations,
                        const std::string& comment);
+    /// The same with a status that refuses the rest.
+    void refuseFinally(const Request& request, Association& association, const SubOperations& operations,
+                       std::uint16_t status, const std::string& comment);
     /// Counts what has been done, where nobody can be answered any more.
     void count(const SubOperations& operations);
 

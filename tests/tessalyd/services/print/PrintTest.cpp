@@ -2,6 +2,8 @@
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 
+#include <QDateTime>
+
 using namespace Qt::StringLiterals;
 
 namespace tessaly::test {
@@ -59,6 +61,15 @@ QStringList PrintTest::spooled() const {
     QStringList found = daemon_->entries();
     found.removeIf([](const QString& path) { return !path.contains(u"/.spool/"_s); });
     return found;
+}
+
+void PrintTest::fillQueue(int count) const {
+    const qint64 tomorrow = QDateTime::currentSecsSinceEpoch() + 86'400;
+    daemon_->database.run(
+        u"INSERT INTO Job (Kind, Target, JobKey, State, NextAttempt, Created, Begun) "
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<%1) "
+        "SELECT 'PRINT', 'film', CAST(i AS VARCHAR(10)), 0, %2, 0, 0 FROM n"_s.arg(count)
+            .arg(tomorrow));
 }
 
 void PrintTest::retryJobs() const {

@@ -34,6 +34,8 @@ class PrintTest : public DaemonTest {
     [[nodiscard]] bool areAll(int state, int count) const;
     /// What lies in the spool.
     [[nodiscard]] QStringList spooled() const;
+    /// Adds so many jobs for the printer "Film", none of them due before tomorrow.
+    void fillQueue(int count) const;
     /// As tessaly-db jobs retry does.
     void retryJobs() const;
 };

@@ -7,54 +7,12 @@
 
 #include "tests/dicom/net/Peers.h"
 #include "tests/tessalyd/services/print/PrintTest.h"
+#include "tests/tessalyd/services/print/PrintTools.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
 
 namespace {
-
-/// What both ends of the toolkit's print programs read; %FOLDER% is a folder of their own.
-const QString Configuration =
-    uR"(
-[[GENERAL]]
-[APPLICATION]
-LogDirectory = %FOLDER%
-[PRINT]
-Spooler = /usr/bin/dcmprscu
-Server = /usr/bin/dcmprscp
-Directory = %FOLDER%
-DetailedLog = true
-DeletePrintJobs = true
-[DATABASE]
-Directory = %FOLDER%
-[LUT]
-Directory = %FOLDER%
-[NETWORK]
-aetitle = STATION
-[[COMMUNICATION]]
-[PEER]
-type = %TYPE%
-hostname = localhost
-port = %PORT%
-description = peer
-aetitle = PRINTER
-DisplayFormat=1,1\1,2\2,1\2,2
-FilmSizeID = 8INX10IN\14INX17IN
-MediumType = PAPER\BLUE FILM
-FilmDestination = MAGAZINE\PROCESSOR
-MagnificationType = REPLICATE\BILINEAR\CUBIC\NONE
-SmoothingType = NONE
-BorderDensity = BLACK\WHITE
-EmptyImageDensity = BLACK\WHITE
-MaxDensity = 320\300
-MinDensity = 20
-ResolutionID = STANDARD\HIGH
-Supports12Bit = true
-SupportsPresentationLUT = true
-SupportsTrim = true
-SupportsImageSize = true
-[[VOI]]
-)"_s;
 
 /// Other products' stations and printers, with the server between them.
 class PrintToolsTest : public PrintTest {
@@ -84,7 +42,7 @@ class PrintToolsTest : public PrintTest {
 void PrintToolsTest::init() {
     printer_ = std::make_unique<Product>(
         u"dcmprscp"_s, QStringList{u"-c"_s, u"%FOLDER%/configuration"_s, u"-p"_s, u"PEER"_s},
-        QString{Configuration}.replace(u"%TYPE%"_s, u"LOCALPRINTER"_s));
+        QString{PrintToolsConfiguration}.replace(u"%TYPE%"_s, u"LOCALPRINTER"_s));
 }
 
 QStringList PrintToolsTest::files(const QString& pattern) const {
@@ -100,7 +58,7 @@ Outcome PrintToolsTest::print(const QStringList& options) const {
     QFile configuration{stationFolder() + u"/configuration"_s};
     if (!configuration.open(QIODevice::WriteOnly))
         throw std::runtime_error{"no configuration for a station"};
-    configuration.write(QString{Configuration}
+    configuration.write(QString{PrintToolsConfiguration}
                             .replace(u"%TYPE%"_s, u"PRINTER"_s)
                             .replace(u"%PORT%"_s, daemon_->port())
                             .replace(u"%FOLDER%"_s, stationFolder())

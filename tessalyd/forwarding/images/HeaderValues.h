@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tessaly::tessalyd::volumes {
+namespace tessaly::tessalyd::images {
 
 /// The values of a text, without the blanks around them.
 [[nodiscard]] std::vector<std::string_view> valuesOf(std::string_view text);
@@ -26,4 +26,4 @@ namespace tessaly::tessalyd::volumes {
 /// Both; what follows the time, a zone, is passed over.
 [[nodiscard]] std::optional<std::int64_t> dateTime(std::string_view text);
 
-}  // namespace tessaly::tessalyd::volumes
+}  // namespace tessaly::tessalyd::images

@@ -1,4 +1,4 @@
-#include "tessalyd/forwarding/volumes/HeaderValues.h"
+#include "tessalyd/forwarding/images/HeaderValues.h"
 
 #include <algorithm>
 #include <bit>
@@ -8,7 +8,7 @@
 #include "base/Number.h"
 #include "base/Text.h"
 
-namespace tessaly::tessalyd::volumes {
+namespace tessaly::tessalyd::images {
 
 using namespace std::string_view_literals;
 
@@ -139,4 +139,4 @@ std::optional<std::int64_t> dateTime(std::string_view text) {
     return midnight && since ? std::optional{*midnight + *since} : std::nullopt;
 }
 
-}  // namespace tessaly::tessalyd::volumes
+}  // namespace tessaly::tessalyd::images

@@ -1,4 +1,4 @@
-#include "tessalyd/forwarding/volumes/ScratchFile.h"
+#include "tessalyd/forwarding/images/ScratchFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,7 +9,7 @@
 #include <string>
 #include <system_error>
 
-namespace tessaly::tessalyd::volumes {
+namespace tessaly::tessalyd::images {
 
 namespace {
 
@@ -22,10 +22,10 @@ base::FileDescriptor openScratch(const std::filesystem::path& folder) {
     base::FileDescriptor file{::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600)};
     if (file.isOpen())
         return file;
-    std::string name = (folder / ".volume-XXXXXX").string();
+    std::string name = (folder / ".scratch-XXXXXX").string();
     file = base::FileDescriptor{::mkostemp(name.data(), O_CLOEXEC)};
     if (!file.isOpen() || ::unlink(name.c_str()) < 0)
-        fail("a volume's scratch file");
+        fail("a scratch file");
     return file;
 }
 
@@ -37,7 +37,7 @@ void ScratchFile::write(std::uint64_t at, std::span<const char> bytes) const {
     while (!bytes.empty()) {
         const ssize_t count = ::pwrite(file_.get(), bytes.data(), bytes.size(), static_cast<off_t>(at));
         if (count < 0 && errno != EINTR)
-            fail("a volume's scratch file");
+            fail("a scratch file");
         if (count > 0) {
             bytes = bytes.subspan(static_cast<std::size_t>(count));
             at += static_cast<std::uint64_t>(count);
@@ -51,7 +51,7 @@ void ScratchFile::read(std::uint64_t at, std::span<char> target) const {
         if (count == 0)
             errno = EIO;
         if (count == 0 || (count < 0 && errno != EINTR))
-            fail("a volume's scratch file");
+            fail("a scratch file");
         if (count > 0) {
             target = target.subspan(static_cast<std::size_t>(count));
             at += static_cast<std::uint64_t>(count);
@@ -62,8 +62,8 @@ void ScratchFile::read(std::uint64_t at, std::span<char> target) const {
 std::size_t ScratchFile::size() const {
     struct stat found {};
     if (::fstat(file_.get(), &found) < 0)
-        fail("a volume's scratch file");
+        fail("a scratch file");
     return static_cast<std::size_t>(found.st_size);
 }
 
-}  // namespace tessaly::tessalyd::volumes
+}  // namespace tessaly::tessalyd::images

@@ -6,43 +6,22 @@
 #include <functional>
 #include <future>
 #include <memory>
-#include <optional>
-#include <span>
 #include <stop_token>
 #include <vector>
 
 #include "base/FileDescriptor.h"
 #include "decoder/Interest.h"
 #include "decoder/JobPlan.h"
-#include "decoder/ObjectLayout.h"
 #include "decoder/Pool.h"
-#include "dicom/data/ObjectFile.h"
-#include "tessalyd/forwarding/volumes/ScratchFile.h"
+#include "tessalyd/forwarding/images/PixelSource.h"
 #include "tessalyd/forwarding/volumes/VolumeLayout.h"
 
 namespace tessaly::tessalyd::volumes {
 
-/// Pixels of one object, in little endian and not compressed: in its own file, or decoded in a scratch file.
-class PixelSource {
-  public:
-    /// Gives the object in `file` out. Blocks while it is decoded. Throws VolumeRefusal where it cannot be,
-    /// decoder::Abandoned, and std::exception where it may go better another time.
-    PixelSource(base::FileDescriptor file, const std::filesystem::path& folder, decoder::Pool& decoders,
-                const decoder::Interest& interest);
-
-    /// Bytes of the data set, from where frameAt() says.
-    void read(std::size_t at, std::span<char> target) const;
-    /// Where a frame begins. Throws VolumeRefusal where it is not there as a slice of the volume.
-    [[nodiscard]] std::size_t frameAt(const Slice& slice, const VolumeLayout& volume) const;
-
-  private:
-    [[nodiscard]] std::size_t decode(const std::filesystem::path& folder, decoder::Pool& decoders,
-                                     const decoder::Interest& interest, dicom::TransferSyntax to);
-
-    dicom::ObjectFile object_;
-    std::optional<ScratchFile> decoded_;
-    decoder::ObjectLayout layout_;
-};
+/// Where in the data set of the source a frame begins. Throws VolumeRefusal where it is not there as a slice
+/// of the volume.
+[[nodiscard]] std::size_t frameOf(const images::PixelSource& source, const Slice& slice,
+                                  const VolumeLayout& volume);
 
 /// Opens an object of the series, by its number. Called by several threads at a time. Faults name no path,
 /// which may have UIDs in it.
@@ -62,7 +41,7 @@ class PixelSources {
 
     /// The next object, of which there is one. Throws what the constructor of PixelSource and the heartbeat
     /// throw.
-    [[nodiscard]] std::unique_ptr<PixelSource> next();
+    [[nodiscard]] std::unique_ptr<images::PixelSource> next();
 
   private:
     struct RequestStop {
@@ -79,7 +58,7 @@ class PixelSources {
     std::stop_source stop_;
     std::stop_callback<RequestStop> onStop_;
     std::size_t begun_ = 0;
-    std::deque<std::future<std::unique_ptr<PixelSource>>> ahead_;
+    std::deque<std::future<std::unique_ptr<images::PixelSource>>> ahead_;
 };
 
 }  // namespace tessaly::tessalyd::volumes

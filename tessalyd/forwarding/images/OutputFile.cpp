@@ -1,4 +1,4 @@
-#include "tessalyd/forwarding/volumes/OutputFile.h"
+#include "tessalyd/forwarding/images/OutputFile.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -6,12 +6,12 @@
 #include <cerrno>
 #include <system_error>
 
-namespace tessaly::tessalyd::volumes {
+namespace tessaly::tessalyd::images {
 
 namespace {
 
 [[noreturn]] void fail() {
-    throw std::system_error{errno, std::generic_category(), "a volume's file"};
+    throw std::system_error{errno, std::generic_category(), "a file cannot be written"};
 }
 
 }  // namespace
@@ -32,9 +32,13 @@ void OutputFile::write(std::span<const char> bytes) {
     }
 }
 
+void OutputFile::beginFlush() noexcept {
+    ::sync_file_range(file_.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
+}
+
 void OutputFile::close() {
     if (::close(file_.release()) < 0 && errno != EINTR)
         fail();
 }
 
-}  // namespace tessaly::tessalyd::volumes
+}  // namespace tessaly::tessalyd::images

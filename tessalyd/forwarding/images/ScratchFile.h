@@ -7,7 +7,7 @@
 
 #include "base/FileDescriptor.h"
 
-namespace tessaly::tessalyd::volumes {
+namespace tessaly::tessalyd::images {
 
 /// A file without a name in a folder, gone with this. Its functions throw std::system_error.
 class ScratchFile {
@@ -22,4 +22,4 @@ class ScratchFile {
     base::FileDescriptor file_;
 };
 
-}  // namespace tessaly::tessalyd::volumes
+}  // namespace tessaly::tessalyd::images
