@@ -9,11 +9,14 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <functional>
+#include <thread>
 #include <vector>
 
+#include "archive/SharedFlush.h"
 #include "bench/Bench.h"
 #include "bench/StoreLoad.h"
 #include "dicom/net/Verifier.h"
@@ -126,6 +129,46 @@ void measureFlushes() {
     ::close(root);
 }
 
+/// The same flushes by eight threads at once, each with a folder of its own, in plain C, without a network
+/// and without senders: the file and its folder by each, and the log by one for all that wait. It is what
+/// eight senders could have at most.
+void measureSharedFlushes() {
+    static const QTemporaryDir folder;
+    constexpr int Each = 250;
+    const std::vector<char> object(33'000, 'x');
+    const std::vector<char> pages(4L * 4096, 'x');
+    const int log = ::open(qPrintable(folder.filePath(u"log"_s)), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    std::atomic<bool> good{log >= 0};
+    tessaly::archive::SharedFlush flushes;
+    const double seconds = secondsOf([&] {
+        std::vector<std::jthread> threads;
+        for (int thread = 0; thread < Senders; ++thread) {
+            threads.emplace_back([&, thread] {
+                const QString path = folder.filePath(QString::number(thread));
+                QDir{}.mkpath(path);
+                const int root = ::open(qPrintable(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+                for (int i = 0; i < Each && good; ++i) {
+                    const std::string name = std::to_string(i);
+                    const int file = ::openat(root, "part", O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+                    good =
+                        good && ::write(file, object.data(), object.size()) == ssize_t(object.size()) &&
+                        ::fsync(file) == 0 && ::renameat(root, "part", root, name.c_str()) == 0 &&
+                        ::fsync(root) == 0 && flushes.run({0, 0}, [&] {
+                            return ::pwrite(log, pages.data(), pages.size(), i * ssize_t(pages.size())) > 0 &&
+                                   ::fdatasync(log) == 0;
+                        });
+                    ::close(file);
+                }
+                ::close(root);
+            });
+        }
+    });
+    if (!good)
+        throw std::runtime_error("the disk cannot be measured");
+    std::printf("eight at once, the log's flush shared  %5.0f objects/s\n", Senders * Each / seconds);
+    ::close(log);
+}
+
 /// Of another process, in MB.
 double peakMemory(qint64 process) {
     QFile status{u"/proc/%1/status"_s.arg(process)};
@@ -208,6 +251,7 @@ int main(int argc, char* argv[]) {
         const Objects objects;
         compareStores(objects);
         measureFlushes();
+        measureSharedFlushes();
         measureMemory(objects);
         compareEchoes();
     });

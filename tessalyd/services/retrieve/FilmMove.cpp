@@ -13,7 +13,7 @@ FilmMove::FilmMove(Order order, InstanceList instances, ServiceContext& shared, 
       instances_(std::move(instances)),
       shared_(shared),
       log_(log),
-      operations_(instances_.size()),
+      progress_(instances_.size()),
       thread_([this](const std::stop_token& stop) { run(stop); }) {}
 
 FilmMove::~FilmMove() {
@@ -21,25 +21,9 @@ FilmMove::~FilmMove() {
     thread_.join();
 }
 
-bool FilmMove::waitForEnd(std::chrono::milliseconds atMost) {
-    std::unique_lock lock{mutex_};
-    return ended_.wait_for(lock, atMost, [this] { return hasEnded_; });
-}
-
-SubOperations FilmMove::progress() const {
-    const std::lock_guard lock{mutex_};
-    return operations_;
-}
-
-bool FilmMove::lackedRoom() const {
-    const std::lock_guard lock{mutex_};
-    return lackedRoom_;
-}
-
 void FilmMove::cancel() {
     thread_.request_stop();
-    std::unique_lock lock{mutex_};
-    ended_.wait(lock, [this] { return hasEnded_; });
+    progress_.awaitEnd();
 }
 
 void FilmMove::run(const std::stop_token& stop) {
@@ -52,9 +36,7 @@ void FilmMove::run(const std::stop_token& stop) {
             failRest();
         }
     }
-    const std::lock_guard lock{mutex_};
-    hasEnded_ = true;
-    ended_.notify_all();
+    progress_.end();
 }
 
 void FilmMove::compose(const std::stop_token& stop) {
@@ -74,8 +56,7 @@ void FilmMove::compose(const std::stop_token& stop) {
         .completed =
             [this](const std::string& uid) {
                 told_.insert(uid);
-                const std::lock_guard lock{mutex_};
-                operations_.complete();
+                progress_.complete();
             },
         .failed = [this](const std::string& uid, const std::string& reason) { fail(uid, reason); },
         .log =
@@ -88,8 +69,7 @@ void FilmMove::compose(const std::stop_token& stop) {
 void FilmMove::fail(const std::string& uid, const std::string& reason) {
     log_.add(PeerLog::Event::Failure, order_.name + ": " + uid + " not printed: " + reason);
     told_.insert(uid);
-    const std::lock_guard lock{mutex_};
-    operations_.fail(uid);
+    progress_.fail(uid);
 }
 
 void FilmMove::failRest() {
@@ -97,15 +77,10 @@ void FilmMove::failRest() {
     // Those of a move that is refused for their number are not named.
     const bool areNamed = instances_.size() <= composing::MostInstances;
     for (auto instance = instances_.next(); areNamed && instance; instance = instances_.next()) {
-        if (told_.contains(instance->sopInstanceUid))
-            continue;
-        const std::lock_guard lock{mutex_};
-        if (operations_.remaining() > 0)
-            operations_.fail(instance->sopInstanceUid);
+        if (!told_.contains(instance->sopInstanceUid) && progress_.remaining() > 0)
+            progress_.fail(instance->sopInstanceUid);
     }
-    const std::lock_guard lock{mutex_};
-    while (operations_.remaining() > 0)
-        operations_.fail();
+    progress_.failRest();
     lackedRoom_ = true;
 }
 

@@ -1,8 +1,7 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <unordered_set>
@@ -11,7 +10,7 @@
 #include "tessalyd/forwarding/films/PrinterRow.h"
 #include "tessalyd/search/InstanceList.h"
 #include "tessalyd/services/ServiceContext.h"
-#include "tessalyd/services/retrieve/SubOperations.h"
+#include "tessalyd/services/retrieve/MoveProgress.h"
 
 namespace tessaly::tessalyd {
 
@@ -36,13 +35,13 @@ class FilmMove {
     FilmMove& operator=(const FilmMove&) = delete;
 
     /// Waits so long; true once it is over.
-    [[nodiscard]] bool waitForEnd(std::chrono::milliseconds atMost);
+    [[nodiscard]] bool waitForEnd(std::chrono::milliseconds atMost) { return progress_.waitForEnd(atMost); }
     /// What has been done by now.
-    [[nodiscard]] SubOperations progress() const;
+    [[nodiscard]] SubOperations progress() const { return progress_.operations(); }
     /// Ends it, in the middle of a film too: that leaves nothing.
     void cancel();
     /// There was no room for films: what was not done has failed. Once it is over.
-    [[nodiscard]] bool lackedRoom() const;
+    [[nodiscard]] bool lackedRoom() const noexcept { return lackedRoom_; }
 
   private:
     void run(const std::stop_token& stop);
@@ -56,11 +55,8 @@ class FilmMove {
     PeerLog& log_;
     std::unordered_set<std::string> told_;  // UIDs of what is completed or has failed
 
-    mutable std::mutex mutex_;
-    std::condition_variable ended_;
-    SubOperations operations_;
-    bool lackedRoom_ = false;
-    bool hasEnded_ = false;
+    MoveProgress progress_;
+    std::atomic<bool> lackedRoom_ = false;
 
     std::jthread thread_;  // last: it uses the others
 };

@@ -79,7 +79,7 @@ MoveJob::MoveJob(Order order, InstanceList instances, OutboundSlots& outboundSlo
       outboundSlots_(outboundSlots),
       decoders_(decoders),
       log_(log),
-      operations_(instances_.size()),
+      progress_(instances_.size()),
       thread_([this](const std::stop_token& stop) { run(stop); }) {}
 
 MoveJob::~MoveJob() {
@@ -87,32 +87,13 @@ MoveJob::~MoveJob() {
     thread_.join();
 }
 
-bool MoveJob::waitForEnd(std::chrono::milliseconds atMost) {
-    std::unique_lock lock{mutex_};
-    return ended_.wait_for(lock, atMost, [this] { return hasEnded_; });
-}
-
-SubOperations MoveJob::progress() const {
-    const std::lock_guard lock{mutex_};
-    return operations_;
-}
-
-bool MoveJob::isCancelled() const {
-    const std::lock_guard lock{mutex_};
-    return isCancelled_;
-}
-
 void MoveJob::cancel() {
     constexpr std::chrono::milliseconds ForOneObject{300};
-    {
-        const std::lock_guard lock{mutex_};
-        isCancelled_ = true;
-    }
+    isCancelled_ = true;
     if (waitForEnd(ForOneObject))
         return;
     thread_.request_stop();
-    std::unique_lock lock{mutex_};
-    ended_.wait(lock, [this] { return hasEnded_; });
+    progress_.awaitEnd();
 }
 
 void MoveJob::run(const std::stop_token& stop) {
@@ -120,14 +101,9 @@ void MoveJob::run(const std::stop_token& stop) {
         sendAll(stop);
     } catch (const std::exception& fault) {
         log(std::string{"move given up: "} + fault.what());
-        const std::lock_guard lock{mutex_};
-        // What is left of the list cannot be had: it failed without a name.
-        while (operations_.remaining() > 0)
-            operations_.fail();
+        progress_.failRest();  // the rest of the list cannot be had
     }
-    const std::lock_guard lock{mutex_};
-    hasEnded_ = true;
-    ended_.notify_all();
+    progress_.end();
 }
 
 void MoveJob::sendAll(const std::stop_token& stop) {
@@ -142,7 +118,7 @@ void MoveJob::sendAll(const std::stop_token& stop) {
     for (std::size_t number = 0; number < associations; ++number) {
         instances_.restart();
         while (const auto instance = instances_.next()) {
-            if (stop.stop_requested() || isCancelled())
+            if (stop.stop_requested() || isCancelled_)
                 return;
             if (sender.associationOf(instance->sopClassUid) == number)
                 send(sender, *instance, stop);
@@ -155,18 +131,15 @@ void MoveJob::sendAll(const std::stop_token& stop) {
 void MoveJob::send(dicom::ObjectSender& sender, const StoredInstance& instance, const std::stop_token& stop) {
     if (sender.failure()) {
         ++unlogged_;
-        const std::lock_guard lock{mutex_};
-        operations_.fail(instance.sopInstanceUid);
-        return;
+        return progress_.fail(instance.sopInstanceUid);
     }
     const dicom::SendResult result = trySend(sender, instance, stop);
     if (result.outcome == Outcome::Failed)
         return fail(instance, result);
-    const std::lock_guard lock{mutex_};
     if (result.outcome == Outcome::Success)
-        operations_.complete();
+        progress_.complete();
     else if (result.outcome == Outcome::Warning)
-        operations_.warn();
+        progress_.warn();
 }
 
 dicom::SendResult MoveJob::trySend(dicom::ObjectSender& sender, const StoredInstance& instance,
@@ -188,8 +161,7 @@ void MoveJob::fail(const StoredInstance& instance, const dicom::SendResult& resu
     if (!result.comment.empty())
         log_.add(PeerLog::Event::Fault,
                  order_.name + ": " + instance.sopInstanceUid + ": the peer's comment: " + result.comment);
-    const std::lock_guard lock{mutex_};
-    operations_.fail(instance.sopInstanceUid);
+    progress_.fail(instance.sopInstanceUid);
 }
 
 }  // namespace tessaly::tessalyd

@@ -1,9 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -12,7 +11,7 @@
 #include "tessalyd/association/OutboundSlots.h"
 #include "tessalyd/association/PeerLog.h"
 #include "tessalyd/search/InstanceList.h"
-#include "tessalyd/services/retrieve/SubOperations.h"
+#include "tessalyd/services/retrieve/MoveProgress.h"
 
 namespace tessaly::tessalyd {
 
@@ -37,9 +36,9 @@ class MoveJob {
     MoveJob& operator=(const MoveJob&) = delete;
 
     /// Waits so long; true once it is over.
-    [[nodiscard]] bool waitForEnd(std::chrono::milliseconds atMost);
+    [[nodiscard]] bool waitForEnd(std::chrono::milliseconds atMost) { return progress_.waitForEnd(atMost); }
     /// What has been done by now.
-    [[nodiscard]] SubOperations progress() const;
+    [[nodiscard]] SubOperations progress() const { return progress_.operations(); }
 
     /// Ends it after the object that is on its way, or, when that takes long, in the middle of it.
     void cancel();
@@ -52,8 +51,6 @@ class MoveJob {
                                             const std::stop_token& stop);
     void fail(const StoredInstance& instance, const dicom::SendResult& result);
     void log(const std::string& failure);
-    [[nodiscard]] bool isCancelled() const;
-
     const Order order_;
     InstanceList instances_;
     OutboundSlots& outboundSlots_;
@@ -61,11 +58,8 @@ class MoveJob {
     PeerLog& log_;
     std::size_t unlogged_ = 0;  // failures that one line stands for
 
-    mutable std::mutex mutex_;
-    std::condition_variable ended_;
-    SubOperations operations_;
-    bool isCancelled_ = false;
-    bool hasEnded_ = false;
+    MoveProgress progress_;
+    std::atomic<bool> isCancelled_ = false;
 
     std::jthread thread_;  // last: it uses the others
 };
