@@ -20,9 +20,9 @@ build_packages=(
 # A screen for a machine that has none.
 screen_packages=(tigervnc-standalone-server tigervnc-tools openbox xauth)
 # Peers and tools of the tests: a screen with real keys and clicks, openssl to answer the screen's password question,
-# the other engine, a driver for the files that other programs left, another maker and another reader of volumes.
+# the other engine, a driver for the files that other programs left, other makers of videos and volumes and another reader.
 test_packages=(
-    dcmtk libgdcm-tools libopenjp2-tools openjph-tools orthanc openssl xvfb xdotool lintian desktop-file-utils appstream man-db sqlite3
+    dcmtk ffmpeg libgdcm-tools libopenjp2-tools openjph-tools orthanc openssl xvfb xdotool lintian desktop-file-utils appstream man-db sqlite3
     postgresql-15 odbc-postgresql libpq-dev odbc-mdbtools libcap2-bin ncftp dcm2niix python3-nibabel
     libwrap0 libhiredis0.14 libmemcached11 libmemcachedutil2 libpcre2-posix3
 )
