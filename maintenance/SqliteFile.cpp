@@ -2,8 +2,10 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <memory>
 #include <stdexcept>
+#include <thread>
 
 namespace tessaly::maintenance {
 
@@ -16,6 +18,17 @@ int callBreathe(void* keepAlive) {
     return 0;  // go on
 }
 
+/// Somebody who works on the file for a moment, as a server does that looks for jobs, is waited for.
+int waitForLock(void* keepAlive, int before) {
+    constexpr int Most = 50;
+    constexpr std::chrono::milliseconds Interval{20};
+    if (before >= Most)
+        return 0;
+    callBreathe(keepAlive);
+    std::this_thread::sleep_for(Interval);
+    return 1;
+}
+
 }  // namespace
 
 SqliteFile::SqliteFile(const std::filesystem::path& path, const std::function<void()>& keepAlive) {
@@ -23,6 +36,7 @@ SqliteFile::SqliteFile(const std::filesystem::path& path, const std::function<vo
         // SQLite hands the pointer back as it is, though its prototype lacks const.
         sqlite3_progress_handler(handle_, StepsPerBreath, callBreathe,
                                  const_cast<std::function<void()>*>(&keepAlive));
+        sqlite3_busy_handler(handle_, waitForLock, const_cast<std::function<void()>*>(&keepAlive));
         return;
     }
     const std::string description = sqlite3_errmsg(handle_);

@@ -1,4 +1,4 @@
-#include <odbcinst.h>
+#include <dlfcn.h>
 #include <strings.h>
 #include <unistd.h>
 
@@ -58,17 +58,31 @@ std::string wordOf(const std::string& connectString, const std::string& name) {
     return {};
 }
 
+/// An attribute of a data source. ODBC's library for that remembers for a while what it has read, as long as
+/// it is loaded: it is loaded as the driver does it, for no longer than a session, so that a data source that
+/// was mended is seen at once.
+std::string attributeOf(const std::string& dataSource, const char* name, const char* otherwise) {
+    struct Closer {
+        void operator()(void* library) const noexcept { ::dlclose(library); }
+    };
+    const std::unique_ptr<void, Closer> library{::dlopen("libodbcinst.so.2", RTLD_NOW | RTLD_LOCAL)};
+    using Read = int (*)(const char*, const char*, const char*, char*, int, const char*);
+    const auto read =
+        library ? reinterpret_cast<Read>(::dlsym(library.get(), "SQLGetPrivateProfileString")) : nullptr;
+    std::array<char, 32> value{};
+    if (read == nullptr ||
+        read(dataSource.c_str(), name, otherwise, value.data(), value.size(), "odbc.ini") <= 0)
+        return otherwise;
+    return value.data();
+}
+
 /// How long the driver waits for another's lock: as the connect string says, or the data source, or else as
 /// it comes.
 std::chrono::milliseconds lockWaitOf(const std::string& connectString) {
     constexpr const char* UsualWait = "100000";
     std::string wait = wordOf(connectString, "Timeout");
-    if (wait.empty()) {
-        std::array<char, 32> value{};
-        SQLGetPrivateProfileString(wordOf(connectString, "DSN").c_str(), "Timeout", UsualWait, value.data(),
-                                   value.size(), "odbc.ini");
-        wait = value.data();
-    }
+    if (wait.empty())
+        wait = attributeOf(wordOf(connectString, "DSN"), "Timeout", UsualWait);
     return std::chrono::milliseconds{std::strtol(wait.c_str(), nullptr, 0)};
 }
 

@@ -116,7 +116,8 @@ void LostEngineTest::anEngineThatIsDownRefusesUntilItIsBack() {
     ScratchCluster::instance().stop();
     for (int i = 0; i < 3; ++i) {
         try {
-            place(object("1.2"));
+            place(object("1.2"));  // where the series' folder is known from before, the engine is not asked
+            index_->record(object("1.2"), placement_->location());
             QFAIL("the engine is down");
         } catch (const StoreFailure& failure) {
             QCOMPARE(failure.status(), STATUS_STORE_Refused_OutOfResources);
