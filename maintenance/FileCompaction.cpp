@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <thread>
 
 #include "maintenance/FileLease.h"
 #include "maintenance/FileSwap.h"
@@ -36,6 +38,17 @@ bool isAlone(const FileLease& lease) {
     if (lease.state() == FileLease::State::InUse)
         refuseInUse();
     return lease.state() == FileLease::State::Held;
+}
+
+/// The same, but waits for whoever has the file open for a moment, as a server that looks for jobs.
+bool waitToBeAlone(const fs::path& file, const std::function<void()>& keepAlive) {
+    constexpr int Most = 50;
+    constexpr std::chrono::milliseconds Interval{20};
+    for (int i = 0; i < Most && FileLease{file}.state() == FileLease::State::InUse; ++i) {
+        keepAlive();
+        std::this_thread::sleep_for(Interval);
+    }
+    return isAlone(FileLease{file});
 }
 
 bool isWritable(const fs::path& file) {
@@ -222,7 +235,7 @@ void FileCompaction::run(const db::Connection& /*connection*/, Progress& progres
     removeStale(temporary, target, dataSource_);
     const Staged staged{temporary, target, dataSource_};
 
-    const bool leases = isAlone(FileLease{target});
+    const bool leases = waitToBeAlone(target, keepAlive);
     EarlyFlush earlyFlush{temporary};
     const std::function<void()> breatheAndFlush = [&] {
         earlyFlush.advance();

@@ -33,6 +33,7 @@ class CompactFileTest : public CompactTest {
     void aFoldersAccessListIsNotTaken();
     void theFileBehindALinkIsReplaced();
     void aLinksOwnCopyGoesWhenItWasOfNoUse();
+    void whoWorksOnItForAMomentIsWaitedFor();
     void everythingIsOnTheDiskBeforeTheRename_data() { theJournalModeStays_data(); }
     void everythingIsOnTheDiskBeforeTheRename();
     void theCopyIsNeverReadableToOthers();
@@ -206,6 +207,18 @@ void CompactFileTest::aLinksOwnCopyGoesWhenItWasOfNoUse() {
     QCOMPARE(companions(), QStringList{});
     newcomer.close();
     checkContent(20'000);
+}
+
+void CompactFileTest::whoWorksOnItForAMomentIsWaitedFor() {
+    auto other = std::make_unique<Other>(path());
+    QVERIFY(other->run("BEGIN; SELECT COUNT(*) FROM Image"));
+    QCOMPARE(compact(path(), [&other] { other.reset(); }), QString{});
+    QVERIFY(!other);
+    checkContent(1000);
+    const Other stays{path()};
+    QVERIFY(stays.run("BEGIN; SELECT COUNT(*) FROM Image"));
+    QCOMPARE(compact(path()), u"database is locked"_s);
+    checkContent(1000);
 }
 
 void CompactFileTest::everythingIsOnTheDiskBeforeTheRename() {
