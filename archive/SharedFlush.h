@@ -1,13 +1,13 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <condition_variable>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <set>
 #include <utility>
-
-#include <sys/types.h>
 
 namespace tessaly::archive {
 

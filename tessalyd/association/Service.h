@@ -102,7 +102,7 @@ class Service {
 
     /// True if the service may have something to tell the requestor by itself. Asked once, behind the
     /// negotiation: whileIdle() is called then, about once a second, while the next request is waited for. It
-    /// sends by Association::notify() and waits for nobody.
+    /// sends by Association::notify(), and does not block.
     [[nodiscard]] virtual bool hasNews(const Association& /*association*/) { return false; }
     virtual void whileIdle(Association& /*association*/) {}
 

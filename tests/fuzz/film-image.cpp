@@ -2,7 +2,6 @@
 // pixels.
 
 #include <dcmtk/config/osconfig.h>
-#include <dcmtk/oflog/oflog.h>
 
 #include <array>
 #include <stdexcept>
@@ -13,6 +12,7 @@
 #include "tessalyd/forwarding/images/ImageRefusal.h"
 #include "tests/fuzz/Fuzz.h"
 #include "tests/fuzz/ObjectInMemory.h"
+#include "tests/fuzz/SilentToolkit.h"
 
 namespace {
 
@@ -62,11 +62,8 @@ void render(const PixelSource& source, const Header& header, const PresentationS
 /// The first byte chooses the transfer syntax; what follows are an image's data set and a state's, parted by
 /// `|||`.
 void tessaly::fuzz::tryInput(std::string_view input) {
-    static const bool quiet = [] {
-        OFLog::configure(OFLogger::OFF_LOG_LEVEL);
-        return true;
-    }();
-    if (!quiet || input.empty())
+    silenceToolkit();
+    if (input.empty())
         return;
     constexpr std::array Syntaxes{"1.2.840.10008.1.2", "1.2.840.10008.1.2.1", "1.2.840.10008.1.2.2",
                                   "1.2.840.10008.1.2.1.99"};

@@ -12,6 +12,7 @@
 #include "tessalyd/store/IncomingHeader.h"
 #include "tessalyd/store/StoreFailure.h"
 #include "tests/fuzz/Fuzz.h"
+#include "tests/fuzz/SilentToolkit.h"
 
 namespace {
 
@@ -57,11 +58,8 @@ std::vector<std::string> texts(const ObjectHeader& header) {
 
 /// The first byte chooses the transfer syntax and the size of the pieces.
 void tessaly::fuzz::tryInput(std::string_view input) {
-    static const bool quiet = [] {
-        OFLog::configure(OFLogger::OFF_LOG_LEVEL);
-        return true;
-    }();
-    if (!quiet || input.empty())
+    silenceToolkit();
+    if (input.empty())
         return;
     constexpr std::array Syntaxes{EXS_LittleEndianImplicit, EXS_LittleEndianExplicit, EXS_BigEndianExplicit};
     const auto choice = static_cast<unsigned char>(input.front());

@@ -11,6 +11,7 @@
 #include "tessalyd/services/query/IdentifierParser.h"
 #include "tessalyd/services/query/QueryIdentifier.h"
 #include "tests/fuzz/Fuzz.h"
+#include "tests/fuzz/SilentToolkit.h"
 
 namespace {
 
@@ -70,12 +71,9 @@ void checkKeys(const ArchiveQuery& query, const std::string& stored) {
 /// The first part is a stored value, the rest an identifier as it comes over the wire, whose first byte
 /// chooses the model, what is negotiated and the transfer syntax.
 void tessaly::fuzz::tryInput(std::string_view input) {
-    static const bool quiet = [] {
-        OFLog::configure(OFLogger::OFF_LOG_LEVEL);
-        return true;
-    }();
+    silenceToolkit();
     const std::string part = takePart(input);
-    if (!quiet || input.empty())
+    if (input.empty())
         return;
     const auto choice = static_cast<unsigned char>(input.front());
     input.remove_prefix(1);

@@ -1,7 +1,6 @@
 // Headers of images that are to become a volume, and how their frames are sorted.
 
 #include <dcmtk/config/osconfig.h>
-#include <dcmtk/oflog/oflog.h>
 
 #include <array>
 #include <cmath>
@@ -16,6 +15,7 @@
 #include "tessalyd/forwarding/volumes/VolumeWriter.h"
 #include "tests/fuzz/Fuzz.h"
 #include "tests/fuzz/ObjectInMemory.h"
+#include "tests/fuzz/SilentToolkit.h"
 
 namespace {
 
@@ -60,11 +60,8 @@ void checkLayout(const VolumeLayout& layout, std::set<std::pair<std::uint32_t, s
 
 /// The first byte chooses the transfer syntax; what follows are data sets, parted by `|||`.
 void tessaly::fuzz::tryInput(std::string_view input) {
-    static const bool quiet = [] {
-        OFLog::configure(OFLogger::OFF_LOG_LEVEL);
-        return true;
-    }();
-    if (!quiet || input.empty())
+    silenceToolkit();
+    if (input.empty())
         return;
     constexpr std::array Syntaxes{"1.2.840.10008.1.2", "1.2.840.10008.1.2.1", "1.2.840.10008.1.2.2",
                                   "1.2.840.10008.1.2.1.99", "1.2.840.10008.1.2.4.50"};

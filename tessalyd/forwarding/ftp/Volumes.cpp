@@ -18,8 +18,8 @@ namespace tessaly::tessalyd::ftp {
 
 namespace {
 
-/// A folder of the spool, gone with the last of the files that are read from it. What a killed server leaves
-/// of it is nobody's, and goes at the next start.
+/// A folder of the spool, which is removed with the last of the files that are read from it. No job refers to
+/// it: the next start removes what a killed server has left.
 class Folder {
   public:
     explicit Folder(const std::string& root) : entry_(jobs::Spool{root}.makeFolder("VOLUMES")) {}

@@ -242,7 +242,7 @@ void GroupCommitTest::rememberedFoldersAreThoseOfTheTables() {
     QCOMPARE(placed->location().studyPath, std::string{"/one\\1.2"});
     QVERIFY_EXCEPTION_THROWN(index.record(next, placed->location()), Displaced);
     QCOMPARE(index.place(next, "/one")->location().studyPath, std::string{"/moved"});
-    // A series is remembered with its study: of another one it is refused as ever.
+    // A remembered series belongs to its study: the same series of another study is still refused.
     index.record(next, index.place(next, "/one")->location());
     ObjectHeader other = next;
     other.studyInstanceUid = "1.3";
