@@ -58,7 +58,7 @@ hostile_peers() {
 
 # What a target made up in earlier runs is where it begins. An input that breaks something is kept beside it.
 fuzz() {
-    local target name findings=build/fuzz/findings
+    local target name findings=build/fuzz/findings status=0
     build fuzz
     for target in build/fuzz/fuzzers/*; do
         name=${target##*/}
@@ -66,8 +66,9 @@ fuzz() {
         echo "$name, $fuzz_seconds s"
         UBSAN_OPTIONS=print_stacktrace=1 "$target" -max_total_time="$fuzz_seconds" -timeout=10 -rss_limit_mb=2048 \
             -verbosity=0 -print_final_stats=1 -artifact_prefix="$findings/$name-" \
-            "build/fuzz/corpus/$name" "tests/fuzz/seeds/$name" || return 1
+            "build/fuzz/corpus/$name" "tests/fuzz/seeds/$name" || status=1
     done
+    return "$status"
 }
 
 rooms='archive|base|bench|console|db|decoder|dicom|docs|jobs|maintenance|passwords|schema|tessaly-db|tessalyd|tests'  # not what is made from them

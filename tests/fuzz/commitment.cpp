@@ -36,12 +36,11 @@ std::string parsed(std::span<const char> data, E_TransferSyntax syntax, std::siz
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    const std::span data{reinterpret_cast<const char*>(bytes), size};
+void tessaly::fuzz::tryInput(std::string_view input) {
+    const std::span<const char> data{input};
     for (const auto syntax : {EXS_LittleEndianExplicit, EXS_LittleEndianImplicit}) {
-        const std::string whole = parsed(data, syntax, std::max<std::size_t>(size, 1));
+        const std::string whole = parsed(data, syntax, std::max<std::size_t>(data.size(), 1));
         require(parsed(data, syntax, 1) == whole);
         require(parsed(data, syntax, 7) == whole);
     }
-    return 0;
 }

@@ -210,7 +210,7 @@ void FilmSender::createFilm(const Film& film) {
         // Which formats there are is the printer's own: this is the attribute that is most likely refused.
         environment_.log(name_ + " was answered with " + hexadecimal(answer.status) +
                          ": once more without boxes for annotations");
-        delete attributes.remove(DCM_AnnotationDisplayFormatID);
+        attributes.findAndDeleteElement(DCM_AnnotationDisplayFormatID);
         return create(attributes);
     });
     film_ = reply.instance.empty() ? uid : reply.instance;
