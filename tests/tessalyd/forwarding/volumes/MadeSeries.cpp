@@ -2,6 +2,7 @@
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcitem.h>
+#include <dcmtk/dcmdata/dcostrmb.h>
 
 #include <QDir>
 #include <QJsonDocument>
@@ -11,6 +12,8 @@
 #include <cstring>
 #include <numeric>
 #include <stdexcept>
+
+#include "tests/tessalyd/Encapsulated.h"
 
 namespace tessaly::test {
 
@@ -150,6 +153,30 @@ std::unique_ptr<DcmFileFormat> makeEnhanced(const SeriesSpec& spec) {
         }
     putPixels(set, spec, pixels);
     return object;
+}
+
+QByteArray slowToDecode() {
+    DcmDataset set;
+    const auto in = [&](const DcmTagKey& sequence) -> DcmItem& {
+        DcmItem* shared = nullptr;
+        DcmItem* group = nullptr;
+        check(set.findOrCreateSequenceItem(DCM_SharedFunctionalGroupsSequence, shared));
+        check(shared->findOrCreateSequenceItem(sequence, group));
+        return *group;
+    };
+    const std::string orientation = textOf(SeriesSpec{});
+    check(in(DCM_PlanePositionSequence).putAndInsertString(DCM_ImagePositionPatient, "0\\0\\0"));
+    check(in(DCM_PlaneOrientationSequence)
+              .putAndInsertString(DCM_ImageOrientationPatient, orientation.c_str()));
+    check(in(DCM_PixelMeasuresSequence).putAndInsertString(DCM_PixelSpacing, "1\\1"));
+    std::vector<char> bytes(set.calcElementLength(EXS_LittleEndianExplicit, EET_ExplicitLength));
+    DcmOutputBufferStream out{bytes.data(), static_cast<offile_off_t>(bytes.size())};
+    set.transferInit();
+    check(set.write(out, EXS_LittleEndianExplicit, EET_ExplicitLength, nullptr));
+    set.transferEnd();
+    ImageSpec image;
+    // Readers take elements in any order.
+    return QByteArray{bytes.data(), static_cast<qsizetype>(bytes.size())} + manyLargeFrames(image, 40);
 }
 
 void MadeSeries::add(const SeriesSpec& spec, E_TransferSyntax syntax) {

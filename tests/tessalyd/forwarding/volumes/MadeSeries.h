@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QString>
@@ -67,6 +68,8 @@ struct SeriesSpec {
 [[nodiscard]] std::unique_ptr<DcmFileFormat> makeSlice(const SeriesSpec& spec, int slice, int time = 0);
 /// All of them as the frames of one object, time after time, each from the last position to the first.
 [[nodiscard]] std::unique_ptr<DcmFileFormat> makeEnhanced(const SeriesSpec& spec);
+/// The data set of a lossless JPEG-LS object of many large frames, all at the same position.
+[[nodiscard]] QByteArray slowToDecode();
 
 /// Objects in files of a folder of their own, and the volumes that are made of them.
 class MadeSeries {

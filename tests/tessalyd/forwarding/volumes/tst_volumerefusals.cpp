@@ -1,12 +1,10 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
-#include <dcmtk/dcmdata/dcostrmb.h>
 #include <dcmtk/dcmdata/dcsequen.h>
 
 #include <QDir>
 #include <QFile>
 #include <QTest>
 
-#include "tests/tessalyd/Encapsulated.h"
 #include "tests/tessalyd/Processes.h"
 #include "tests/tessalyd/forwarding/volumes/MadeSeries.h"
 
@@ -44,33 +42,6 @@ void put(DcmDataset& set, const DcmTagKey& tag, const char* value) {
 
 QStringList filesIn(const QString& folder) {
     return QDir{folder}.entryList(QDir::Files | QDir::Hidden);
-}
-
-/// One whose decoding takes long: many frames at one place.
-QByteArray slowObject() {
-    ImageSpec image;
-    const QByteArray object = manyLargeFrames(image, 40);
-    DcmDataset set;
-    DcmItem* group = nullptr;
-    const auto in = [&](const DcmTagKey& sequence) -> DcmItem& {
-        DcmItem* shared = nullptr;
-        if (set.findOrCreateSequenceItem(DCM_SharedFunctionalGroupsSequence, shared).bad() ||
-            shared->findOrCreateSequenceItem(sequence, group).bad())
-            throw std::runtime_error{"no group"};
-        return *group;
-    };
-    const SeriesSpec spec;
-    in(DCM_PlanePositionSequence).putAndInsertString(DCM_ImagePositionPatient, "0\\0\\0");
-    in(DCM_PlaneOrientationSequence).putAndInsertString(DCM_ImageOrientationPatient, textOf(spec).c_str());
-    in(DCM_PixelMeasuresSequence).putAndInsertString(DCM_PixelSpacing, "1\\1");
-    std::vector<char> bytes(set.calcElementLength(EXS_LittleEndianExplicit, EET_ExplicitLength));
-    DcmOutputBufferStream out{bytes.data(), static_cast<offile_off_t>(bytes.size())};
-    set.transferInit();
-    if (set.write(out, EXS_LittleEndianExplicit, EET_ExplicitLength, nullptr).bad())
-        throw std::runtime_error{"no groups"};
-    set.transferEnd();
-    // Readers take elements in any order.
-    return QByteArray{bytes.data(), static_cast<qsizetype>(bytes.size())} + object;
 }
 
 enum class Moment { Beginning, Decoding, Writing };
@@ -360,7 +331,7 @@ void VolumeRefusalsTest::aStopEndsIt() {
     QFETCH(bool, isGivenUp);
     MadeSeries series;
     if (moment == Moment::Decoding) {
-        series.addFile(EXS_JPEGLSLossless, slowObject());
+        series.addFile(EXS_JPEGLSLossless, slowToDecode());
     } else {
         SeriesSpec spec;
         spec.rows = spec.columns = 1024;
