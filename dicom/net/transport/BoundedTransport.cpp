@@ -91,17 +91,17 @@ std::optional<std::string> BoundedTransport::connect(std::span<const SocketAddre
                                                      std::chrono::milliseconds atMost) {
     socket_.reset();
     loopback_.reset();
-    connected_ = false;
+    bool isConnected = false;
     errno = EADDRNOTAVAIL;
     const auto end =
         std::min(Clock::now() + std::min<std::chrono::milliseconds>(atMost, Longest), ioLimits_->deadline());
-    for (; !addresses.empty() && !connected_ && !ioLimits_->isStopped(); addresses = addresses.subspan(1)) {
+    for (; !addresses.empty() && !isConnected && !ioLimits_->isStopped(); addresses = addresses.subspan(1)) {
         const auto share = (end - Clock::now()) / addresses.size();
         socket_ = newSocket(addresses.front().get()->sa_family, SOCK_NONBLOCK);
-        connected_ = connectBounded(socket_.get(), addresses.front(), *ioLimits_,
-                                    std::chrono::ceil<std::chrono::milliseconds>(share));
+        isConnected = connectBounded(socket_.get(), addresses.front(), *ioLimits_,
+                                     std::chrono::ceil<std::chrono::milliseconds>(share));
     }
-    if (!connected_)
+    if (!isConnected)
         return std::nullopt;
     // DCMTK will have no socket that is connected already, so it connects to one that answers at once, in
     // whose place the peer's is put then.

@@ -36,8 +36,6 @@ class BoundedTransport : public DcmTransportLayer {
     BoundedTransport& operator=(const BoundedTransport&) = delete;
 
     [[nodiscard]] IoLimits& ioLimits() const noexcept { return *ioLimits_; }
-    /// True once a TCP connection stood.
-    [[nodiscard]] bool wasConnected() const noexcept { return connected_; }
 
     /// Connects to the first of the addresses that takes the connection. Each has its share of the time that
     /// is left, so that one that does not answer leaves the others theirs. Returns what the next association
@@ -54,7 +52,6 @@ class BoundedTransport : public DcmTransportLayer {
     Traffic traffic_;
     base::FileDescriptor socket_;    // connected to the peer, until an association has it
     base::FileDescriptor loopback_;  // what DCMTK connects to itself meanwhile
-    bool connected_ = false;
 };
 
 }  // namespace tessaly::dicom

@@ -161,7 +161,6 @@ void ConnectionTest::aConnectionThatNobodyTakesIsToldApart() {
     QVERIFY(!transport.connect(std::vector{at("127.0.0.1", unusedPort())}, 1h));
     QCOMPARE(errno, ECONNREFUSED);
     QVERIFY(!transport.connect({}, 1h));
-    QVERIFY(!transport.wasConnected());
 }
 
 void ConnectionTest::addressesAreTriedOneAfterTheOther() {
@@ -172,7 +171,6 @@ void ConnectionTest::addressesAreTriedOneAfterTheOther() {
                                 at("127.0.0.1", QString::number(open.serverPort()))};
     BoundedTransport transport{std::make_shared<IoLimits>(std::stop_token{})};
     QVERIFY(transport.connect(addresses, 2s));
-    QVERIFY(transport.wasConnected());
 }
 
 void ConnectionTest::hostsAreToldApartByTheirAddresses() {
