@@ -70,25 +70,45 @@ QPoint placeBeside(const QRect& there, const QSize& size, const QRect& screen) {
     return screen.topLeft();
 }
 
-/// The window manager places a form some time after it was shown. Blocks until then, half a second at most.
-void awaitPlace(const QWidget& form) {
+/// Blocks until the window manager has placed the form, half a second at most. True if it has.
+bool awaitPlace(const QWindow& form) {
     const QDeadlineTimer patience{500ms};
-    while (form.windowHandle() != nullptr && !form.windowHandle()->isExposed() && !patience.hasExpired()) {
+    while (!form.isExposed() && !patience.hasExpired()) {
         QCoreApplication::processEvents();
         QThread::msleep(1);
     }
+    return form.isExposed();
 }
 
 /// Where a window of that size is to be shown so that neither it nor its frame, which has the measures of the
 /// form's, covers the form.
-QPoint besideForm(const QWidget& form, const QSize& size) {
-    const QPoint corner = form.geometry().topLeft() - form.frameGeometry().topLeft();
-    const QSize frame = form.frameSize() - form.size();
+QPoint besideForm(const QWindow& form, const QSize& size) {
+    const QMargins frame = form.frameMargins();
     // The place of a window that is not on the screen yet is taken for its frame's by one window manager, for
     // its content's by the next: there is room for the frame either way.
-    const QSize room = size + frame + QSize{corner.x(), corner.y()};
-    return placeBeside(form.frameGeometry(), room, form.screen()->availableGeometry()) + corner;
+    const QSize room = size.grownBy(frame) + QSize{frame.left(), frame.top()};
+    return placeBeside(form.frameGeometry(), room, form.screen()->availableGeometry()) +
+           QPoint{frame.left(), frame.top()};
 }
+
+/// Puts a box beside a form which a slow window manager places only after the box was shown.
+class LatePlacement : public QObject {
+  public:
+    LatePlacement(QMessageBox& box, QWindow& form) : QObject(&box), box_(box), form_(form) {
+        form.installEventFilter(this);
+    }
+    bool eventFilter(QObject* /*watched*/, QEvent* event) override {
+        if (event->type() == QEvent::Expose && form_.isExposed()) {
+            form_.removeEventFilter(this);
+            box_.move(besideForm(form_, box_.size()));
+        }
+        return false;
+    }
+
+  private:
+    QMessageBox& box_;
+    QWindow& form_;
+};
 
 }  // namespace
 
@@ -109,9 +129,12 @@ bool messageBoxBeside(QWidget& form, const QString& text) {
             QObject::connect(new QShortcut(button->shortcut(), &box), &QShortcut::activated, button,
                              &QAbstractButton::click);
     }
-    awaitPlace(form);
-    box.ensurePolished();
-    box.move(besideForm(form, box.sizeHint()));
+    if (QWindow* const there = form.windowHandle()) {
+        if (!awaitPlace(*there))
+            new LatePlacement{box, *there};  // owned by the box
+        box.ensurePolished();
+        box.move(besideForm(*there, box.sizeHint()));
+    }
     QEventLoop standing;
     QObject::connect(&box, &QDialog::finished, &standing, &QEventLoop::quit);
     box.show();

@@ -22,6 +22,7 @@ XDG_CONFIG_HOME=$private XDG_CACHE_HOME=$private "${until_the_end[@]}" openbox -
     --startup "sh -c 'echo >$private/ready'" >"$private/manager.log" 2>&1 </dev/null &
 manager=$!
 read -r -t 60 <>"$private/ready" || { cat "$private/manager.log" >&2; exit 1; }
+export TESSALY_TEST_WINDOW_MANAGER=$manager  # for a test that holds it up
 
 status=0
 "$@" || status=$?

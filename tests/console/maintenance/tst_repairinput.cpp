@@ -9,6 +9,7 @@
 #include <QTabWidget>
 #include <QTest>
 #include <algorithm>
+#include <csignal>
 
 #include "console/maintenance/frmRepairDB.h"
 #include "console/session/Globals.h"
@@ -26,6 +27,23 @@ namespace {
 constexpr int ManyImages = 5000;
 constexpr int FtpTab = 2;
 constexpr int AdministrationTab = 3;
+
+/// Calls a function each time that a message box is shown, whether or not it is on the screen yet.
+class BoxShown : public QObject {
+  public:
+    explicit BoxShown(std::function<void()> call) : call_(std::move(call)) { qApp->installEventFilter(this); }
+    ~BoxShown() override { call_(); }
+    BoxShown(const BoxShown&) = delete;
+    BoxShown& operator=(const BoxShown&) = delete;
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::Show && qobject_cast<QMessageBox*>(watched) != nullptr)
+            call_();
+        return false;
+    }
+
+  private:
+    std::function<void()> call_;
+};
 
 /// Hands every message box and modal dialog that comes up to the test, in its order and once it has the
 /// keyboard.
@@ -69,6 +87,7 @@ class RepairInputTest : public RepairTest {
     void stopIsPressedWhileABoxStands_data();
     void stopIsPressedWhileABoxStands();
     void theBoxNeverCoversTheForm();
+    void theBoxLeavesTheFormThatIsPlacedAfterIt();
     void theMainWindowWorksWhileABoxStands();
     void theConsoleMayEndWhileABoxStands();
     void whatIsTypedWhileThePassReadsArrives();
@@ -183,6 +202,23 @@ void RepairInputTest::theBoxNeverCoversTheForm() {
     }};
     repair();
     QCOMPARE(next, static_cast<int>(places.size()));
+    QCOMPARE(imagesLeft(), 0);
+}
+
+void RepairInputTest::theBoxLeavesTheFormThatIsPlacedAfterIt() {
+    const pid_t windowManager = qEnvironmentVariableIntValue("TESSALY_TEST_WINDOW_MANAGER");
+    QVERIFY(windowManager > 0);
+    loseImages(1);
+    QVERIFY(real::hasKeyboard(manager()));
+    // The window manager works again when the box has been shown.
+    const BoxShown shown{[windowManager] { ::kill(windowManager, SIGCONT); }};
+    const Watch watch{[&](QMessageBox& box) {
+        if (box.text() == Missing)
+            EVENTUALLY(!box.frameGeometry().intersects(repairForm().window().frameGeometry()));
+        real::press(box.text() == Missing ? u"Return"_s : u"n"_s);
+    }};
+    QCOMPARE(::kill(windowManager, SIGSTOP), 0);
+    repair();
     QCOMPARE(imagesLeft(), 0);
 }
 
