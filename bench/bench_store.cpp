@@ -130,43 +130,105 @@ void measureFlushes() {
 }
 
 /// The same flushes by eight threads at once, each with a folder of its own, in plain C, without a network
-/// and without senders: the file and its folder by each, and the log by one for all that wait. It is what
-/// eight senders could have at most.
-void measureSharedFlushes() {
-    static const QTemporaryDir folder;
-    constexpr int Each = 250;
+/// and without senders: the file and its folder by each, and the log by one for all that wait.
+void flushSideBySide() {
+    const QTemporaryDir& folder = keep(std::make_unique<QTemporaryDir>());
     const std::vector<char> object(33'000, 'x');
     const std::vector<char> pages(4L * 4096, 'x');
     const int log = ::open(qPrintable(folder.filePath(u"log"_s)), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     std::atomic<bool> good{log >= 0};
     tessaly::archive::SharedFlush flushes;
-    const double seconds = secondsOf([&] {
-        std::vector<std::jthread> threads;
-        for (int thread = 0; thread < Senders; ++thread) {
-            threads.emplace_back([&, thread] {
-                const QString path = folder.filePath(QString::number(thread));
-                QDir{}.mkpath(path);
-                const int root = ::open(qPrintable(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-                for (int i = 0; i < Each && good; ++i) {
-                    const std::string name = std::to_string(i);
-                    const int file = ::openat(root, "part", O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-                    good =
-                        good && ::write(file, object.data(), object.size()) == ssize_t(object.size()) &&
-                        ::fsync(file) == 0 && ::renameat(root, "part", root, name.c_str()) == 0 &&
-                        ::fsync(root) == 0 && flushes.run({0, 0}, [&] {
-                            return ::pwrite(log, pages.data(), pages.size(), i * ssize_t(pages.size())) > 0 &&
-                                   ::fdatasync(log) == 0;
-                        });
-                    ::close(file);
-                }
-                ::close(root);
-            });
+    const auto write = [&](int thread) {
+        const QString path = folder.filePath(QString::number(thread));
+        QDir{}.mkpath(path);
+        const int root = ::open(qPrintable(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        for (int i = 0; i < Part && good; ++i) {
+            const std::string name = std::to_string(i);
+            const int file = ::openat(root, "part", O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+            good = good && ::write(file, object.data(), object.size()) == ssize_t(object.size()) &&
+                   ::fsync(file) == 0 && ::renameat(root, "part", root, name.c_str()) == 0 &&
+                   ::fsync(root) == 0 && flushes.run({0, 0}, [&] {
+                       return ::pwrite(log, pages.data(), pages.size(), i * ssize_t(pages.size())) > 0 &&
+                              ::fdatasync(log) == 0;
+                   });
+            ::close(file);
         }
-    });
+        ::close(root);
+    };
+    {
+        std::vector<std::jthread> threads;
+        for (int thread = 0; thread < Senders; ++thread)
+            threads.emplace_back(write, thread);
+    }
+    ::close(log);
     if (!good)
         throw std::runtime_error("the disk cannot be measured");
-    std::printf("eight at once, the log's flush shared  %5.0f objects/s\n", Senders * Each / seconds);
-    ::close(log);
+}
+
+/// Seconds that all processors together have worked since the machine's start, for the kernel's own threads,
+/// which write to the disk, as well.
+double busySeconds() {
+    QFile statistics{u"/proc/stat"_s};
+    if (!statistics.open(QIODevice::ReadOnly))
+        throw std::runtime_error("no statistics of the processors");
+    const QList<QByteArray> ticks = statistics.readLine().simplified().split(' ');
+    double sum = 0;
+    for (const int column : {1, 2, 3, 6, 7})  // user, nice, system, interrupts; not idle, nor waiting
+        sum += ticks.at(column).toDouble();
+    return sum / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+/// What eight senders could have at most on this machine: what they cost by themselves, with a receiver that
+/// writes nothing, and what making their objects safe costs in plain C have to be paid by the same
+/// processors.
+void measureBound(const Objects& made) {
+    constexpr int All = Senders * Part;
+    struct Cost {
+        double rate = 0;            ///< objects a second
+        double busy = 0;            ///< processors at work, on the average
+        double milliseconds = 1e9;  ///< of processor time, an object
+        void best(double seconds, double processor) {
+            rate = std::max(rate, All / seconds);
+            if (processor * 1000 / All < milliseconds) {
+                milliseconds = processor * 1000 / All;
+                busy = processor / seconds;
+            }
+        }
+    };
+    const auto measure = [](Cost& cost, const std::function<double()>& work) {
+        const double before = busySeconds();
+        const double seconds = work();
+        cost.best(seconds, busySeconds() - before);
+    };
+    QStringList eight;
+    for (int sender = 0; sender < Senders; ++sender)
+        eight << made.folder(0, sender);
+    Cost senders;
+    Cost flushes;
+    Cost here;
+    for (int round = 0; round < Rounds; ++round) {  // in turns
+        set(Tcp::NoDelay);
+        const Product& ignoring = keep(Product::storescp({u"--ignore"_s, u"--fork"_s}));
+        measure(senders, [&] { return send(ignoring.port(), eight); });
+        measure(flushes, [] { return secondsOf(flushSideBySide); });
+        set(Tcp::AsItComes);
+        Daemon& daemon = keep(std::make_unique<Daemon>());
+        daemon.launch();
+        set(Tcp::NoDelay);
+        measure(here, [&] { return send(daemon.port(), eight); });
+        if (!daemon.terminate())
+            throw std::runtime_error("the server does not end");
+    }
+    std::printf("\neight at once                              objects/s   processors   ms an object\n");
+    const auto print = [](const char* what, const Cost& cost) {
+        std::printf("%-42s %9.0f %12.2f %14.3f\n", what, cost.rate, cost.busy, cost.milliseconds);
+    };
+    print("senders, and a receiver that writes nothing", senders);
+    print("files, folders and log flushed in plain C", flushes);
+    print("tessalyd and its senders", here);
+    const double processors = static_cast<double>(::sysconf(_SC_NPROCESSORS_ONLN));
+    std::printf("at most, where the first two are paid      %9.0f\n",
+                std::min(flushes.rate, processors * 1000 / (senders.milliseconds + flushes.milliseconds)));
 }
 
 /// Of another process, in MB.
@@ -251,7 +313,7 @@ int main(int argc, char* argv[]) {
         const Objects objects;
         compareStores(objects);
         measureFlushes();
-        measureSharedFlushes();
+        measureBound(objects);
         measureMemory(objects);
         compareEchoes();
     });
