@@ -15,8 +15,8 @@ bool GroupCommit::run(ObjectRows& rows, std::chrono::milliseconds wait, const Wr
         if (!isWriting_) {
             writeSome(lock, write);
         } else if (own.state == State::Taken) {  // its end is bounded by the engine's own limits
-            changed_.wait(lock);
-        } else if (changed_.wait_until(lock, until) == std::cv_status::timeout && isWriting_ &&
+            own.changed.wait(lock);
+        } else if (own.changed.wait_until(lock, until) == std::cv_status::timeout && isWriting_ &&
                    own.state == State::Queued) {
             std::erase(queue_, &own);
             return false;
@@ -40,9 +40,12 @@ void GroupCommit::writeSome(std::unique_lock<std::mutex>& lock, const Write& wri
     write(group);
     lock.lock();
     isWriting_ = false;
-    for (Waiting* waiting : taken)
+    if (!queue_.empty())
+        queue_.front()->changed.notify_one();  // writes for the next ones
+    for (Waiting* waiting : taken) {
         waiting->state = Waiting::State::Done;
-    changed_.notify_all();
+        waiting->changed.notify_one();
+    }
 }
 
 }  // namespace tessaly::tessalyd

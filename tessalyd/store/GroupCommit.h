@@ -27,14 +27,15 @@ class GroupCommit {
     [[nodiscard]] bool run(ObjectRows& rows, std::chrono::milliseconds wait, const Write& write);
 
   private:
+    /// A thread that waits. Woken when its rows are written, or when it is its turn to write.
     struct Waiting {
         ObjectRows* rows;
         enum class State { Queued, Taken, Done } state = State::Queued;
+        std::condition_variable changed = {};
     };
     void writeSome(std::unique_lock<std::mutex>& lock, const Write& write);
 
     std::mutex mutex_;
-    std::condition_variable changed_;
     std::deque<Waiting*> queue_;
     bool isWriting_ = false;
 };
