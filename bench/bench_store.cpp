@@ -142,15 +142,16 @@ void flushSideBySide() {
         const QString path = folder.filePath(QString::number(thread));
         QDir{}.mkpath(path);
         const int root = ::open(qPrintable(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        for (int i = 0; i < Part && good; ++i) {
+        for (int i = 0; i < Batches * Part && good; ++i) {
             const std::string name = std::to_string(i);
             const int file = ::openat(root, "part", O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-            good = good && ::write(file, object.data(), object.size()) == ssize_t(object.size()) &&
-                   ::fsync(file) == 0 && ::renameat(root, "part", root, name.c_str()) == 0 &&
-                   ::fsync(root) == 0 && flushes.run({0, 0}, [&] {
-                       return ::pwrite(log, pages.data(), pages.size(), i * ssize_t(pages.size())) > 0 &&
-                              ::fdatasync(log) == 0;
-                   });
+            good =
+                good && ::write(file, object.data(), object.size()) == ssize_t(object.size()) &&
+                ::fsync(file) == 0 && ::renameat(root, "part", root, name.c_str()) == 0 &&
+                ::fsync(root) == 0 && flushes.run({0, 0}, [&] {
+                    return ::pwrite(log, pages.data(), pages.size(), i % Part * ssize_t(pages.size())) > 0 &&
+                           ::fdatasync(log) == 0;
+                });
             ::close(file);
         }
         ::close(root);
@@ -182,7 +183,7 @@ double busySeconds() {
 /// writes nothing, and what making their objects safe costs in plain C have to be paid by the same
 /// processors.
 void measureBound(const Objects& made) {
-    constexpr int All = Senders * Part;
+    constexpr int All = Batches * Senders * Part;
     struct Cost {
         double rate = 0;            ///< objects a second
         double busy = 0;            ///< processors at work, on the average
@@ -200,22 +201,29 @@ void measureBound(const Objects& made) {
         const double seconds = work();
         cost.best(seconds, busySeconds() - before);
     };
-    QStringList eight;
-    for (int sender = 0; sender < Senders; ++sender)
-        eight << made.folder(0, sender);
+    const auto sendAll = [&](const QString& port) {
+        double seconds = 0;
+        for (int batch = 0; batch < Batches; ++batch) {
+            QStringList eight;
+            for (int sender = 0; sender < Senders; ++sender)
+                eight << made.folder(batch, sender);
+            seconds += send(port, eight);
+        }
+        return seconds;
+    };
     Cost senders;
     Cost flushes;
     Cost here;
     for (int round = 0; round < Rounds; ++round) {  // in turns
         set(Tcp::NoDelay);
         const Product& ignoring = keep(Product::storescp({u"--ignore"_s, u"--fork"_s}));
-        measure(senders, [&] { return send(ignoring.port(), eight); });
+        measure(senders, [&] { return sendAll(ignoring.port()); });
         measure(flushes, [] { return secondsOf(flushSideBySide); });
         set(Tcp::AsItComes);
         Daemon& daemon = keep(std::make_unique<Daemon>());
         daemon.launch();
         set(Tcp::NoDelay);
-        measure(here, [&] { return send(daemon.port(), eight); });
+        measure(here, [&] { return sendAll(daemon.port()); });
         if (!daemon.terminate())
             throw std::runtime_error("the server does not end");
     }
