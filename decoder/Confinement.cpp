@@ -58,11 +58,12 @@ constexpr std::initializer_list<int> ForServing{
     SCMP_SYS(setrlimit), SCMP_SYS(getrlimit), SCMP_SYS(getppid),    SCMP_SYS(set_robust_list),
     SCMP_SYS(rseq)};
 
-/// What the sanitizers' run time needs: it tries whether memory is there by a pipe.
+/// What the sanitizers' run time needs: it tries whether memory is there by a pipe, and one has a thread of
+/// its own that asks for the time.
 constexpr std::initializer_list<int> ForSanitizers{
     SCMP_SYS(sigaltstack),     SCMP_SYS(rt_sigaction), SCMP_SYS(sched_yield), SCMP_SYS(nanosleep),
     SCMP_SYS(clock_nanosleep), SCMP_SYS(tgkill),       SCMP_SYS(getrusage),   SCMP_SYS(set_robust_list),
-    SCMP_SYS(pipe2),           SCMP_SYS(close)};
+    SCMP_SYS(pipe2),           SCMP_SYS(close),        SCMP_SYS(gettimeofday)};
 
 bool setLimit(__rlimit_resource resource, std::uint64_t value) {
     const rlimit limit{.rlim_cur = value, .rlim_max = value};

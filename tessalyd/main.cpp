@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "dicom/net/transport/SocketAddress.h"
+#include "tessalyd/configuration/Configuration.h"
 #include "tessalyd/control/ControlObject.h"
 #include "tessalyd/control/EndSignals.h"
 
@@ -173,7 +174,11 @@ int run(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow any more fails its write, not the server
     keepFreedMemory();
     QCoreApplication application{argc, argv};
-    return serve(options);
+    const int status = serve(options);
+    // A return would take the driver apart while the thread that was left behind is in it.
+    if (isReadingLeftBehind())
+        std::_Exit(status);
+    return status;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "tessalyd/configuration/Configuration.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -84,6 +85,8 @@ struct Reading {
     [[nodiscard]] bool hasEnded() const { return configuration || fault; }
 };
 
+std::atomic<int> readings = 0;  // threads that are in the database's driver
+
 void read(Reading& reading) {
     std::optional<Configuration> configuration;
     std::optional<std::string> fault;
@@ -133,13 +136,26 @@ Configuration readConfiguration(const db::Connection& connection) {
 
 Configuration fetchConfiguration(const std::stop_token& stop) {
     const auto reading = std::make_shared<Reading>();
-    std::thread{[reading] { read(*reading); }}.detach();
+    ++readings;
+    try {
+        std::thread{[reading] {
+            read(*reading);
+            --readings;
+        }}.detach();
+    } catch (...) {
+        --readings;
+        throw;
+    }
     std::unique_lock lock{reading->mutex};
     if (!reading->ended.wait(lock, stop, [&reading] { return reading->hasEnded(); }))
         throw ReadingStopped{};
     if (reading->fault)
         throw std::runtime_error{*reading->fault};
     return std::move(*reading->configuration);
+}
+
+bool isReadingLeftBehind() noexcept {
+    return readings > 0;
 }
 
 }  // namespace tessaly::tessalyd

@@ -84,4 +84,7 @@ class ReadingStopped : public std::runtime_error {
 /// std::runtime_error, and ReadingStopped.
 [[nodiscard]] Configuration fetchConfiguration(const std::stop_token& stop);
 
+/// True while a thread that fetchConfiguration() has left behind is in the database's driver. Thread-safe.
+[[nodiscard]] bool isReadingLeftBehind() noexcept;
+
 }  // namespace tessaly::tessalyd

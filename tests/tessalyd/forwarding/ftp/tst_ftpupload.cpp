@@ -64,7 +64,7 @@ void FtpUploadTest::putsFilesOverOneConnection() {
 void FtpUploadTest::replacesAFile() {
     ScriptedFtp server;
     server.putFile(Uploaded, "before");
-    server.putFile(std::string{Uploaded} + ".part", "of an attempt that was killed");
+    server.putFile(std::string{Uploaded}.append(".part"), "of an attempt that was killed");
     Uploader uploader{nodeOf(server), std::stop_token{}};
     put(uploader, "a.dcm");
     QCOMPARE(server.files(), (std::map<std::string, QByteArray>{{Uploaded, "content"}}));
