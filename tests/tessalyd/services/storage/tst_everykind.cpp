@@ -48,7 +48,7 @@ class EveryKindTest : public RetrieveTest {
     /// Stores an object in every syntax of the table.
     [[nodiscard]] QMap<QString, QByteArray> storeEverySyntax() const;
     [[nodiscard]] static std::string instanceOf(std::size_t number) {
-        return std::string{Study} + ".1." + std::to_string(number + 1);
+        return Study + std::string{".1."} + std::to_string(number + 1);
     }
     static const inline std::vector<AskedKey> TheStudy{{DCM_StudyInstanceUID, Study}};
 };
