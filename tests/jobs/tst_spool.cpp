@@ -3,6 +3,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <fstream>
+#include <stop_token>
+#include <thread>
 
 #include "jobs/Spool.h"
 
@@ -15,6 +17,7 @@ class SpoolTest : public QObject {
   private Q_SLOTS:
     void nobodyElseReadsIt();
     void whatSomebodyMakesStays();
+    void whatIsMadeWhileAServerStartsStays();
     void whatAJobHasStays();
     void whatAKilledServerLeftGoes();
     void aRootWithoutOneIsClean();
@@ -48,6 +51,22 @@ void SpoolTest::whatSomebodyMakesStays() {
     (void)spool.clean([](const fs::path&) { return false; });
     QVERIFY(fs::exists(file.path));
     QVERIFY(fs::exists(folder.path));
+}
+
+/// Between its making and its locking an entry looks like one that a killed server has left.
+void SpoolTest::whatIsMadeWhileAServerStartsStays() {
+    constexpr int Entries = 5000;
+    const jobs::Spool spool{root()};
+    const std::jthread starting{[&spool](const std::stop_token& stop) {
+        while (!stop.stop_requested())
+            (void)spool.clean([](const fs::path&) { return false; });
+    }};
+    for (int i = 0; i < Entries; ++i) {
+        const auto entry = i % 2 == 0 ? spool.makeFile("A") : spool.makeFolder("B");
+        std::this_thread::yield();
+        QVERIFY2(fs::exists(entry.path), qPrintable(QString::number(i)));
+        jobs::Spool::remove(entry.path);
+    }
 }
 
 void SpoolTest::whatAJobHasStays() {
