@@ -39,7 +39,11 @@ std::string hashOf(const std::string& text) {
 /// Takes what a job of the same key asks for already into account. Returns false if there is nothing to be
 /// done anew: the report on the same list waits.
 bool begin(const db::Connection& connection, const jobs::NewJob& job) {
-    return jobs::add(connection, job) || jobs::renew(connection, job);
+    if (jobs::add(connection, job))
+        return true;
+    const auto first = jobs::find(connection, job.kind, job.key);
+    // This list may have its job already, by an attempt of which nobody could say whether it was kept.
+    return (first && first->spool == job.spool) || jobs::renew(connection, job);
 }
 
 /// Whether the report on that list is asked for, or was.
@@ -151,6 +155,8 @@ void CommitmentService::accept(const CommitmentParser& list, const Association& 
                 isKept = begin(connection, job);
             },
             association.stop());
+    } catch (const db::OutcomeUnknown&) {
+        throw;  // there may be a job: its list stays until the next start finds that there is none
     } catch (...) {
         jobs::Spool::remove(spooled.path);
         throw;
