@@ -37,6 +37,17 @@ std::string nameOf(const Job& job) {
     return "job " + std::to_string(job.number) + " (" + job.kind + ", " + job.target + ")";
 }
 
+/// For a connection's setStop(): its statements are ended LastStatements after the stop.
+std::function<bool()> isOverdue(std::stop_token stop) {
+    return [stop = std::move(stop), end = std::optional<Clock::time_point>{}]() mutable {
+        if (!stop.stop_requested())
+            return false;
+        if (!end)
+            end = Clock::now() + LastStatements;
+        return Clock::now() > *end;
+    };
+}
+
 }  // namespace
 
 class Runner::Work {
@@ -60,8 +71,6 @@ class Runner::Work {
         scheduler_.request_stop();
         scheduler_.join();
         scheduler_ = {};
-        const std::lock_guard lock{notesMutex_};
-        notes_.reset();
     }
 
     void wake() {
@@ -80,7 +89,7 @@ class Runner::Work {
 
         [[nodiscard]] const Job& job() const noexcept override { return job_; }
         [[nodiscard]] const std::stop_token& stop() const noexcept override { return token_; }
-        void noteProgress(const std::string& note) override { work_.noteProgress(job_.number, note); }
+        void noteProgress(const std::string& note) override { work_.noteProgress(*this, note); }
 
         void begin(const Handler& handler) {
             thread_ = std::jthread{[this, &handler] { work_.attempt(*this, handler); }};
@@ -96,8 +105,9 @@ class Runner::Work {
         std::stop_source source_;
         std::stop_token token_;
         Clock::time_point leasedUntil_;
-        bool isLost_ = false;             // the job is another's by now, or was dropped
-        std::optional<Outcome> outcome_;  // guarded by the mutex of the work
+        bool isLost_ = false;                    // the job is another's by now, or was dropped
+        std::optional<Outcome> outcome_;         // guarded by the mutex of the work
+        std::unique_ptr<db::Connection> notes_;  // of the attempt's thread
         std::jthread thread_;
     };
 
@@ -130,13 +140,7 @@ class Runner::Work {
             return;
         auto connection = std::make_unique<db::Connection>();
         connection->setLockWait(LockWait);
-        connection->setStop([stop, end = std::optional<Clock::time_point>{}]() mutable {
-            if (!stop.stop_requested())
-                return false;
-            if (!end)
-                end = Clock::now() + LastStatements;
-            return Clock::now() > *end;
-        });
+        connection->setStop(isOverdue(stop));
         connect_(*connection);
         connection_ = std::move(connection);
     }
@@ -166,11 +170,8 @@ class Runner::Work {
     /// A database that is a file is not held open while there is nothing to do: others may want it alone.
     void rest() {
         isIdle_ = running_.empty() && !anyUnfinished(*connection_);
-        if (!isIdle_ || !connection_->dialect().keepsFiles())
-            return;
-        connection_.reset();
-        const std::lock_guard lock{notesMutex_};
-        notes_.reset();
+        if (isIdle_ && connection_->dialect().keepsFiles())
+            connection_.reset();
     }
 
     void tidy() {
@@ -313,20 +314,20 @@ class Runner::Work {
         connection_.reset();
     }
 
-    /// In an attempt's thread. A connection of its own: the scheduler's may be busy.
-    void noteProgress(long long number, const std::string& note) {
-        const std::lock_guard lock{notesMutex_};
+    /// In the attempt's thread. On a connection of its own: the scheduler's may be busy.
+    void noteProgress(Running& attempt, const std::string& note) {
         try {
-            if (!notes_) {
+            if (!attempt.notes_) {
                 auto connection = std::make_unique<db::Connection>();
                 connection->setLockWait(LockWait);
+                connection->setStop(isOverdue(attempt.token_));
                 connect_(*connection);
-                notes_ = std::move(connection);
+                attempt.notes_ = std::move(connection);
             }
-            if (!jobs::noteProgress(*notes_, number, owner_, note))
+            if (!jobs::noteProgress(*attempt.notes_, attempt.job_.number, owner_, note))
                 throw std::runtime_error{"the job is not this server's any more"};
         } catch (const db::Error&) {
-            notes_.reset();
+            attempt.notes_.reset();
             throw;
         }
     }
@@ -340,9 +341,6 @@ class Runner::Work {
     std::mutex mutex_;
     std::condition_variable_any changed_;
     bool isWoken_ = false;
-
-    std::mutex notesMutex_;
-    std::unique_ptr<db::Connection> notes_;
 
     // Of the scheduler's thread.
     std::unique_ptr<db::Connection> connection_;

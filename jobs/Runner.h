@@ -37,8 +37,8 @@ class Attempt {
     /// Requested when the server stops, somebody drops the job, or the lease is lost; the handler comes back
     /// within 0.2 s.
     [[nodiscard]] virtual const std::stop_token& stop() const noexcept = 0;
-    /// Keeps a note with the job, durably. Throws std::runtime_error if the job is not ours any more or the
-    /// database is not there.
+    /// Keeps a note with the job, durably. Throws std::runtime_error if the job is not ours any more, the
+    /// database is not there, or it says nothing for a second after the stop.
     virtual void noteProgress(const std::string& note) = 0;
 };
 

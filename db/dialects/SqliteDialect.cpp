@@ -1,4 +1,7 @@
 #include <dlfcn.h>
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
 #include <strings.h>
 #include <unistd.h>
 
@@ -69,6 +72,9 @@ std::string attributeOf(const std::string& dataSource, const char* name, const c
     using Read = int (*)(const char*, const char*, const char*, char*, int, const char*);
     const auto read =
         library ? reinterpret_cast<Read>(::dlsym(library.get(), "SQLGetPrivateProfileString")) : nullptr;
+#if defined(__SANITIZE_ADDRESS__)
+    const __lsan::ScopedDisabler disabler;  // what it remembers is lost with it
+#endif
     std::array<char, 32> value{};
     if (read == nullptr ||
         read(dataSource.c_str(), name, otherwise, value.data(), value.size(), "odbc.ini") <= 0)
@@ -138,7 +144,7 @@ class SqliteDialect final : public Dialect {
     // SQLCancel would free the statement that is running: endsStatementsFromElsewhere() stays false.
     void expectConnection() const override { expectSqliteConnection(); }
     [[nodiscard]] std::unique_ptr<Progress> progress(const std::string& connectString) const override {
-        return sqliteProgress(lockWaitOf(connectString));
+        return sqliteProgress([connectString] { return lockWaitOf(connectString); });
     }
 
     [[nodiscard]] std::vector<std::string> compaction(

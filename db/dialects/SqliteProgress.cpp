@@ -3,7 +3,9 @@
 #include <sqlite3.h>
 
 #include <chrono>
+#include <optional>
 #include <thread>
+#include <utility>
 
 namespace tessaly::db {
 
@@ -21,12 +23,14 @@ int noteOpened(sqlite3* connection, char** /*message*/, const sqlite3_api_routin
 
 class SqliteProgress final : public Progress {
   public:
-    SqliteProgress(sqlite3* connection, std::chrono::milliseconds lockWait)
-        : connection_(connection), lockWait_(lockWait) {}
+    SqliteProgress(sqlite3* connection, LockWait lockWait)
+        : connection_(connection), askLockWait_(std::move(lockWait)) {}
 
     /// A connection that nobody ever listens to has no handler, which would cost it something.
     void setListener(Listener* listener) noexcept override {
         listener_ = listener;
+        if (std::exchange(isDenied_, false))
+            sqlite3_set_authorizer(connection_, nullptr, nullptr);
         if (listener == nullptr || hasHandler_)
             return;
         sqlite3_progress_handler(connection_, Instructions, &SqliteProgress::call, this);
@@ -48,17 +52,39 @@ class SqliteProgress final : public Progress {
         const auto now = std::chrono::steady_clock::now();
         if (before == 0)
             own.waitsSince_ = now;
-        if (call(self) != 0 || now - own.waitsSince_ >= own.lockWait_)
+        if (call(self) != 0) {
+            own.deny();
+            return 0;
+        }
+        if (now - own.waitsSince_ >= own.lockWait())
             return 0;
         std::this_thread::sleep_for(Interval);
         return 1;
     }
 
+    /// The driver itself runs a statement again and again for as long as it is to wait for a lock. It gives
+    /// up at once where the statement fails for another reason: it is not permitted any more.
+    void deny() noexcept {
+        isDenied_ = true;
+        sqlite3_set_authorizer(
+            connection_,
+            [](void*, int, const char*, const char*, const char*, const char*) { return SQLITE_DENY; },
+            nullptr);
+    }
+
+    std::chrono::milliseconds lockWait() {
+        if (!lockWait_)
+            lockWait_ = askLockWait_();
+        return *lockWait_;
+    }
+
     sqlite3* const connection_;
-    const std::chrono::milliseconds lockWait_;
+    const LockWait askLockWait_;
+    std::optional<std::chrono::milliseconds> lockWait_;
     std::chrono::steady_clock::time_point waitsSince_;
     Listener* listener_ = nullptr;
     bool hasHandler_ = false;
+    bool isDenied_ = false;
 };
 
 }  // namespace
@@ -69,9 +95,10 @@ void expectSqliteConnection() {
     openedByThisThread = nullptr;
 }
 
-std::unique_ptr<Progress> sqliteProgress(std::chrono::milliseconds lockWait) {
-    return openedByThisThread != nullptr ? std::make_unique<SqliteProgress>(openedByThisThread, lockWait)
-                                         : nullptr;
+std::unique_ptr<Progress> sqliteProgress(LockWait lockWait) {
+    if (openedByThisThread == nullptr)
+        return nullptr;
+    return std::make_unique<SqliteProgress>(openedByThisThread, std::move(lockWait));
 }
 
 }  // namespace tessaly::db

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 
 #include "db/dialects/Progress.h"
@@ -13,8 +14,10 @@ namespace tessaly::db {
 /// Before this thread has the driver open a connection.
 void expectSqliteConnection();
 /// Of the connection that this thread has opened since; null where none was, as by a driver that has the
-/// library built in. The connection must not be used any more when it goes. `lockWait`: how long the driver
-/// waits for another's lock; where somebody listens, the wait is cut short by the listener.
-[[nodiscard]] std::unique_ptr<Progress> sqliteProgress(std::chrono::milliseconds lockWait);
+/// library built in. The connection must not be used any more when it goes. Where somebody listens, the wait
+/// for another's lock is cut short by the listener; `lockWait`, how long the driver waits, is asked by the
+/// first statement that has to.
+using LockWait = std::function<std::chrono::milliseconds()>;
+[[nodiscard]] std::unique_ptr<Progress> sqliteProgress(LockWait lockWait);
 
 }  // namespace tessaly::db

@@ -1,6 +1,7 @@
 #include <QTest>
 #include <atomic>
 #include <future>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -49,6 +50,7 @@ class EndingTest : public QObject {
     void theOtherSetsOfTheConnectionGoOn();
     void theOtherConnectionsGoOn();
     void aConnectionsQuestionIsForItsStatements();
+    void aConnectionsQuestionMayChangeWhileItIsOpen();
     void aStatementsOwnQuestionComesFirst();
     void aTransactionWithAnEndedStatementIsRolledBack();
     void aStatementThatIsWantedIsComplete();
@@ -162,16 +164,26 @@ void EndingTest::aStatementEndsAtItsTimeout() {
 
 void EndingTest::aWaitForALockEndsToo_data() {
     QTest::addColumn<bool>("hasTimeout");
-    QTest::newRow("nobody wants it") << false;
-    QTest::newRow("it has a time-out") << true;
+    QTest::addColumn<bool>("isInTransaction");
+    QTest::newRow("nobody wants it") << false << false;
+    QTest::newRow("it has a time-out") << true << false;
+    QTest::newRow("nobody wants it, in a transaction") << false << true;
+    QTest::newRow("it has a time-out, in a transaction") << true << true;
 }
 
 void EndingTest::aWaitForALockEndsToo() {
     QFETCH(const bool, hasTimeout);
+    QFETCH(const bool, isInTransaction);
+    connection_->close();
+    connection_->setLockWait(1h);
+    connection_->establish();
     const auto other = connect();
     {
         db::Transaction transaction{*other};
         db::execute(*other, "UPDATE T SET N=N+10");
+        std::optional<db::Transaction> own;
+        if (isInTransaction)
+            own.emplace(*connection_);
         Query query{*connection_, "UPDATE T SET N=N+100"};
         if (hasTimeout)
             query.setTimeout(1s);
@@ -179,6 +191,7 @@ void EndingTest::aWaitForALockEndsToo() {
             query.setStop(impatience());
         QVERIFY_EXCEPTION_THROWN(query.execute(), db::Error);
         QVERIFY(hasTimeout || asked_ == 3);
+        own.reset();
         // What is not ended waits until the others are done.
         asked_ = 0;
         std::atomic<bool> isWaiting{false};
@@ -269,6 +282,16 @@ void EndingTest::aConnectionsQuestionIsForItsStatements() {
     asked_ = 0;
     Query again{*connection, "SELECT N FROM Endless WHERE N=2"};
     QVERIFY_EXCEPTION_THROWN((void)again.open(), db::Stopped);
+    QCOMPARE(asked_, 3);
+}
+
+void EndingTest::aConnectionsQuestionMayChangeWhileItIsOpen() {
+    connection_->setStop(impatience());
+    QVERIFY_EXCEPTION_THROWN((void)Query(*connection_, "SELECT N FROM Endless WHERE N=2").open(),
+                             db::Stopped);
+    QCOMPARE(asked_, 3);
+    connection_->setStop({});
+    db::execute(*connection_, "UPDATE T SET N=N+10");
     QCOMPARE(asked_, 3);
 }
 

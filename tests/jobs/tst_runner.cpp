@@ -4,6 +4,8 @@
 #include <set>
 #include <stdexcept>
 
+#include "db/Query.h"
+#include "db/Transaction.h"
 #include "jobs/JobTable.h"
 #include "jobs/Runner.h"
 #include "tests/support/Eventually.h"
@@ -52,6 +54,7 @@ class RunnerTest : public QObject {
     void aJobOfAnotherKindIsLeftAlone();
     void theDatabaseMayComeLater();
     void aNoteIsKept();
+    void aNoteThatWaitsForALockIsEndedByAStop();
     void whatNoJobHasLeavesTheSpool();
 
   private:
@@ -268,6 +271,35 @@ void RunnerTest::aNoteIsKept() {
     running->start();
     EVENTUALLY(state(number) == State::Done);
     QCOMPARE(job(number).progress, "first film");
+}
+
+/// The one who has the row locked lets it go when the stop is over, and no sooner.
+void RunnerTest::aNoteThatWaitsForALockIsEndedByAStop() {
+    const long long number = add("a", "X");
+    std::atomic<bool> notes = false;
+    std::atomic<bool> ended = false;
+    const auto running = runner([&](jobs::Attempt& attempt) {
+        while (!notes)
+            std::this_thread::sleep_for(5ms);
+        try {
+            attempt.noteProgress("never kept");
+        } catch (const db::Error&) {
+            ended = attempt.stop().stop_requested();
+        }
+        return Outcome{.kind = Kind::Stopped};
+    });
+    running->start();
+    EVENTUALLY(state(number) == State::Running);
+    {
+        const db::Transaction lock{*connection_};
+        db::execute(*connection_, "UPDATE Job SET LastError=? WHERE Number=?",
+                    {db::varchar("locked"), db::integer(number)});
+        notes = true;
+        QTest::qSleep(300);
+        running->stop();
+    }
+    QVERIFY(ended);
+    QCOMPARE(job(number).progress, std::string{});
 }
 
 void RunnerTest::whatNoJobHasLeavesTheSpool() {

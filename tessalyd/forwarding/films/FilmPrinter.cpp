@@ -18,11 +18,12 @@ using Kind = Outcome::Kind;
 
 constexpr const char* Uncertainty = " may have been printed: ";
 
-PrinterRow printerOf(const jobs::Job& job) {
+PrinterRow printerOf(const jobs::Attempt& attempt) {
     db::Connection connection;
+    connection.setStop([stop = attempt.stop()] { return stop.stop_requested(); });
     openDatabase(connection);
     const auto printers = readPrinters(connection);
-    const PrinterRow* const printer = printerNamed(printers, job.target);
+    const PrinterRow* const printer = printerNamed(printers, attempt.job().target);
     if (printer == nullptr)
         throw PrintFault{Kind::GiveUp, "there is no printer of this name any more"};
     return *printer;
@@ -69,7 +70,7 @@ class FilmPrinter {
         progress_.films = order.films.size();
         if (progress_.isAsked)  // an administrator has it begin with that film
             note(false);
-        const PrinterRow printer = printerOf(attempt_.job());
+        const PrinterRow printer = printerOf(attempt_);
         FilmSender sender{order,
                           printer,
                           {.folder = attempt_.job().subject,
