@@ -1,6 +1,7 @@
 #include "db/Connection.h"
 
 #include <array>
+#include <utility>
 
 #include "base/Text.h"
 #include "db/Odbc.h"
@@ -16,6 +17,12 @@ void Connection::establish() {
         throw Error("The connection is already open");
     sharedSession_ = std::make_shared<detail::SharedSession>(connectString_, cursorDriver_, lockWait_,
                                                              purpose_, isUnwanted_);
+}
+
+void Connection::setStop(std::function<bool()> isUnwanted) {
+    isUnwanted_ = std::move(isUnwanted);
+    if (sharedSession_)
+        sharedSession_->setStop(isUnwanted_);
 }
 
 void Connection::close() {

@@ -45,8 +45,9 @@ class Connection {
     /// source.
     void setLockWait(std::chrono::milliseconds wait) { lockWait_ = wait; }
 
-    /// Query::setStop() for each statement that has no question of its own.
-    void setStop(std::function<bool()> isUnwanted) { isUnwanted_ = std::move(isUnwanted); }
+    /// Query::setStop() for each statement that has no question of its own, also while the connection is
+    /// open.
+    void setStop(std::function<bool()> isUnwanted);
 
     /// Connects without ever prompting, and reads from the database once, so that a file that is missing,
     /// locked, unreadable or no database fails here and not at the first statement. Throws when already open.

@@ -112,6 +112,8 @@ class SharedSession {
     [[nodiscard]] const std::shared_ptr<Session>& current();
     [[nodiscard]] Purpose purpose() const noexcept { return purpose_; }
     [[nodiscard]] const std::function<bool()>& isUnwanted() const noexcept { return isUnwanted_; }
+    /// For the statements that begin from now on.
+    void setStop(std::function<bool()> isUnwanted) { isUnwanted_ = std::move(isUnwanted); }
     [[nodiscard]] bool isLost() const noexcept { return session_->lost; }
     [[nodiscard]] std::optional<DatabaseFile> file() const { return session_->file(); }
     /// A statement or a transaction is alive on the session.

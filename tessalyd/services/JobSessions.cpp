@@ -43,13 +43,15 @@ void JobSessions::run(const Work& work, const std::stop_token& stop) {
         auto lease = pool_.take(Patience, [&stop] { return stop.stop_requested(); });
         if (!lease)
             throw db::Stopped{};
+        const auto isUnwanted = [stop] { return stop.stop_requested(); };
         if (lease->isEmpty()) {
             auto opened = std::make_unique<db::Connection>();
             opened->setLockWait(30s);  // beside stores, where one writes at a time
+            opened->setStop(isUnwanted);
             openDatabase(*opened, db::Purpose::DurableWrites);
             lease->set(std::move(opened));
         }
-        (*lease)->setStop([&stop] { return stop.stop_requested(); });
+        (*lease)->setStop(isUnwanted);
         try {
             work(**lease);
         } catch (const db::Conflict&) {
