@@ -75,11 +75,12 @@ void LostFileTest::aRemovalIsNoticedWithoutAnObject() {
     launch();
     daemon_->database.release();
     QCOMPARE(errors(), 0);
+    const auto removals = [this] { return daemon_->log().count(u"was removed"_s); };
     QVERIFY(QFile::rename(file(), scratch(u"kept.mdb"_s)));
-    EVENTUALLY_COMPARE(errors(), 1);
+    EVENTUALLY_COMPARE(removals(), 1);  // the jobs, which look for work on their own, may miss it before
     QVERIFY(QFile::rename(scratch(u"kept.mdb"_s), file()));
     EVENTUALLY(daemon_->log().contains(u"is in its place again"_s));
-    QCOMPARE(errors(), 1);
+    QCOMPARE(removals(), 1);
 }
 
 void LostFileTest::anotherDatabaseInItsPlaceIsUsed() {
