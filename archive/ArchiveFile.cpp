@@ -32,6 +32,11 @@ std::string temporaryName() {
     return std::string{Prefix} + server + '-' + std::to_string(++last) + std::string{Suffix};
 }
 
+/// Leads to an open file, whether it has a name or not.
+std::string linkOf(const base::FileDescriptor& file) {
+    return "/proc/self/fd/" + std::to_string(file.get());
+}
+
 /// What is locked is to be found under its name by others: it has not been taken away in the moment before.
 bool isInAFolder(const base::FileDescriptor& file) noexcept {
     struct stat found {};
@@ -161,24 +166,45 @@ void ArchiveFile::makeFolder(const base::FileDescriptor& parent, const fs::path&
         fail(folder.parent_path());
 }
 
+constexpr mode_t Mode = 0666;  // less the process's mask
+
 void ArchiveFile::open() {
-    constexpr mode_t Mode = 0666;  // less the process's mask
+    if (!openUnnamed())
+        openNamed();
+}
+
+/// Returns false where files without a name are not to be had, as on network file systems.
+bool ArchiveFile::openUnnamed() {
+    static const bool canBeNamedLater = ::access("/proc/self/fd", X_OK) == 0;
+    if (!canBeNamedLater)
+        return false;
+    file_ = base::FileDescriptor{::openat(openedFolder_.get(), ".", O_RDWR | O_TMPFILE | O_CLOEXEC, Mode)};
+    if (!file_.isOpen()) {
+        if (errno != EOPNOTSUPP && errno != EISDIR)
+            fail(path());
+        return false;
+    }
+    // Nobody else can have it. Where locks are not to be had, nobody takes anything away.
+    static_cast<void>(lockFile(file_));
+    return true;
+}
+
+void ArchiveFile::openNamed() {
     // Before it is locked, a server that is just starting may take it for a left-over one.
     constexpr int Attempts = 5;
     for (int attempt = 1;; ++attempt) {
-        const std::string name = temporaryName();
-        temporary_ = folder_ / name;
+        temporary_ = temporaryName();
         base::FileDescriptor file{
-            ::openat(openedFolder_.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, Mode)};
+            ::openat(openedFolder_.get(), temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, Mode)};
         if (!file.isOpen())
-            fail(temporary_);
+            fail(path());
         // Where locks are not to be had, nobody takes anything away.
         const bool ours = lockFile(file) != FileLock::OfSomebody && isInAFolder(file);
         if (ours || attempt == Attempts) {
             file_ = std::move(file);
             return;
         }
-        ::unlinkat(openedFolder_.get(), name.c_str(), 0);
+        ::unlinkat(openedFolder_.get(), temporary_.c_str(), 0);
     }
 }
 
@@ -186,7 +212,7 @@ void ArchiveFile::write(std::span<const char> data) {
     while (!data.empty()) {
         const ssize_t written = ::write(file_.get(), data.data(), data.size());
         if (written < 0 && errno != EINTR)
-            fail(temporary_);
+            fail(path());
         if (written > 0)
             data = data.subspan(static_cast<std::size_t>(written));
     }
@@ -200,7 +226,7 @@ void ArchiveFile::readAt(std::size_t offset, std::span<char> target) const {
         if (read == 0)
             errno = EIO;  // somebody has cut it off
         if (read <= 0)
-            fail(temporary_);
+            fail(path());
         offset += static_cast<std::size_t>(read);
         target = target.subspan(static_cast<std::size_t>(read));
     }
@@ -209,14 +235,16 @@ void ArchiveFile::readAt(std::size_t offset, std::span<char> target) const {
 std::size_t ArchiveFile::size() const {
     struct stat found {};
     if (::fstat(file_.get(), &found) < 0)
-        fail(temporary_);
+        fail(path());
     return static_cast<std::size_t>(found.st_size);
 }
 
 base::FileDescriptor ArchiveFile::openForReading() const {
-    base::FileDescriptor file{::open(temporary_.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)};
+    base::FileDescriptor file{temporary_.empty() ? ::open(linkOf(file_).c_str(), O_RDONLY | O_CLOEXEC)
+                                                 : ::openat(openedFolder_.get(), temporary_.c_str(),
+                                                            O_RDONLY | O_NOFOLLOW | O_CLOEXEC)};
     if (!file.isOpen())
-        fail(temporary_);
+        fail(path());
     return file;
 }
 
@@ -245,7 +273,7 @@ bool ArchiveFile::isWhereItBelongs() const noexcept {
 
 void ArchiveFile::flush() {
     if (!flushed_ && ::fsync(file_.get()) < 0)
-        fail(temporary_);
+        fail(path());
     flushed_ = true;
 }
 
@@ -268,11 +296,37 @@ void ArchiveFile::publish() {
     }
 }
 
+/// Gives a file without a name its final one or, where something has that, a temporary one.
+void ArchiveFile::link() {
+    const auto isLinkedAs = [this, from = linkOf(file_)](const std::string& name) {
+        return ::linkat(AT_FDCWD, from.c_str(), openedFolder_.get(), name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+    };
+    constexpr int Attempts = 5;
+    for (int attempt = 1;; ++attempt) {
+        if (isLinkedAs(name_)) {
+            stage_ = Stage::Published;
+            return;
+        }
+        if (errno == EEXIST) {
+            if (std::string name = temporaryName(); isLinkedAs(name)) {
+                temporary_ = std::move(name);
+                return;
+            }
+        }
+        if (errno != ENOENT || attempt == Attempts)
+            fail(path());
+        // A store that failed has taken the folder away: it looked empty.
+        makeFolders();
+        openFolder();
+    }
+}
+
 void ArchiveFile::moveToName() {
-    const std::string temporary = temporary_.filename();
     flush();
+    if (temporary_.empty())
+        link();
     while (stage_ == Stage::Writing) {
-        if (moved(openedFolder_, temporary, name_, RENAME_NOREPLACE)) {
+        if (moved(openedFolder_, temporary_, name_, RENAME_NOREPLACE)) {
             stage_ = Stage::Published;
             break;
         }
@@ -283,11 +337,11 @@ void ArchiveFile::moveToName() {
         }
         // What is replaced gets the temporary name, by which only its lock tells it from a left-over file.
         replaced_ = lockedAt(openedFolder_, name_);
-        if (moved(openedFolder_, temporary, name_, RENAME_EXCHANGE)) {
+        if (moved(openedFolder_, temporary_, name_, RENAME_EXCHANGE)) {
             stage_ = Stage::Replaced;
         } else if (!isTaken || errno != ENOENT) {  // it has not merely vanished meanwhile
             // A file system that can neither: a file there is lost then even if this one is not kept.
-            if (!moved(openedFolder_, temporary, name_, 0))
+            if (!moved(openedFolder_, temporary_, name_, 0))
                 fail(folder_ / name_);
             stage_ = Stage::Published;
         }
@@ -319,10 +373,10 @@ void ArchiveFile::setAside(const std::string& name) const {
 }
 
 void ArchiveFile::keep() noexcept {
-    if (stage_ == Stage::Replaced && ::unlinkat(openedFolder_.get(), temporary_.filename().c_str(), 0) < 0 &&
+    if (stage_ == Stage::Replaced && ::unlinkat(openedFolder_.get(), temporary_.c_str(), 0) < 0 &&
         errno == EISDIR) {  // it came between the look at the name and the exchange
         try {
-            setAside(temporary_.filename());
+            setAside(temporary_);
         } catch (const std::exception&) {  // it stays under the temporary name
             errno = 0;
         }
@@ -342,16 +396,16 @@ void ArchiveFile::leave() noexcept {
 void ArchiveFile::withdraw() noexcept {
     if (stage_ == Stage::Done)
         return;
-    const std::string temporary = temporary_.filename();
-    if (openedFolder_.isOpen() && !temporary.empty()) {
+    if (openedFolder_.isOpen()) {
         // Where files cannot be locked, another server may have put its own there since: that is not this
         // one's to take away.
-        const bool isNamedYet = isNamed(file_, openedFolder_, name_);
+        const bool isNamedYet = stage_ != Stage::Writing && isNamed(file_, openedFolder_, name_);
         if (stage_ == Stage::Replaced && isNamedYet)
-            moved(openedFolder_, temporary, name_, RENAME_EXCHANGE);
+            moved(openedFolder_, temporary_, name_, RENAME_EXCHANGE);
         else if (stage_ == Stage::Published && isNamedYet)
             ::unlinkat(openedFolder_.get(), name_.c_str(), 0);
-        ::unlinkat(openedFolder_.get(), temporary.c_str(), 0);
+        if (!temporary_.empty())
+            ::unlinkat(openedFolder_.get(), temporary_.c_str(), 0);
     }
     // Each folder only when nothing is in it.
     const fs::path study = folder_.parent_path().filename();

@@ -13,13 +13,15 @@
 
 namespace tessaly::archive {
 
-/// True for a name that only this server gives, and only while an object is being written.
+/// True for a name that only this server gives, and only while an object is on its way into the archive.
 [[nodiscard]] bool isTemporaryName(std::string_view name) noexcept;
 
-/// A file on its way into the archive. It is written under a temporary name in its final folder, whose
-/// missing parts are made; it is locked meanwhile, which tells it from one that a killed server left. The
-/// destructor takes away whatever was not kept, folders that were made for it included. Every operation
-/// throws std::system_error, whose text names the root alone; the whole path is reported at level Debug.
+/// A file on its way into the archive. It is written without a name in its final folder, whose missing parts
+/// are made, so that a killed server leaves nothing of it. Where the file system has no such files, and where
+/// it is to replace another one, it has a temporary name; it is locked then, which tells it from one that was
+/// left. The destructor takes away whatever was not kept, folders that were made for it included. Every
+/// operation throws std::system_error, whose text names the root alone; the whole path is reported at level
+/// Debug.
 ///
 /// The folder lies two below the root. No symbolic link below the root is followed, and everything happens in
 /// the folder that was opened: one that is put in its place meanwhile gets nothing, and the file no name.
@@ -35,8 +37,6 @@ class ArchiveFile {
     ArchiveFile& operator=(const ArchiveFile&) = delete;
 
     void write(std::span<const char> data);
-    /// The temporary file, for reading back.
-    [[nodiscard]] const std::filesystem::path& temporaryPath() const noexcept { return temporary_; }
     [[nodiscard]] const std::filesystem::path& folder() const noexcept { return folder_; }
 
     /// Bytes that were written, from anywhere in them.
@@ -72,11 +72,17 @@ class ArchiveFile {
     enum class Stage { Writing, Published, Replaced, Done };
 
     [[nodiscard]] std::filesystem::path root() const { return folder_.parent_path().parent_path(); }
+    [[nodiscard]] std::filesystem::path path() const {
+        return folder_ / (temporary_.empty() ? name_ : temporary_);
+    }
     [[noreturn]] void fail(const std::filesystem::path& path) const;
     void openFolder();
     void makeFolders();
     void makeFolder(const base::FileDescriptor& parent, const std::filesystem::path& folder) const;
     void open();
+    [[nodiscard]] bool openUnnamed();
+    void openNamed();
+    void link();
     void moveToName();
     void setAside(const std::string& name) const;
     [[nodiscard]] bool isWhereItBelongs() const noexcept;
@@ -84,7 +90,7 @@ class ArchiveFile {
     Report report_;
     std::filesystem::path folder_;
     std::string name_;
-    std::filesystem::path temporary_;
+    std::string temporary_;  ///< empty: it has had none
     base::FileDescriptor openedRoot_;
     base::FileDescriptor openedFolder_;
     base::FileDescriptor file_;

@@ -16,6 +16,7 @@
 #include "archive/ArchiveFile.h"
 #include "archive/FileLock.h"
 #include "archive/LeftoverCleaner.h"
+#include "tests/archive/UnnamedFiles.h"
 #include "tests/support/Eventually.h"
 
 using namespace Qt::StringLiterals;
@@ -23,11 +24,17 @@ using namespace tessaly;
 using namespace tessaly::archive;
 using namespace tessaly::test;
 
-/// A file on its way into the archive, and those that are left on it.
+/// A file on its way into the archive, and those that are left on it; each on a file system that has files
+/// without a name, and on one that has none.
 class ArchiveFileTest : public QObject {
     Q_OBJECT
 
   private Q_SLOTS:
+    void initTestCase_data();
+    void init();
+    void aFileOnItsWayHasNoName();
+    void aFolderThatGoesMeanwhileIsMadeAgain();
+    void aFileIsReadBackBeforeItHasItsName();
     void aFileThatIsNotKeptLeavesNothing();
     void aFileThatIsKeptStays();
     void aReplacedFileComesBackUnlessKept();
@@ -69,13 +76,63 @@ class ArchiveFileTest : public QObject {
     }
 };
 
+void ArchiveFileTest::initTestCase_data() {
+    QTest::addColumn<bool>("unnamed");
+    QTest::newRow("files without a name") << true;
+    QTest::newRow("temporary names") << false;
+}
+
+void ArchiveFileTest::init() {
+    QFETCH_GLOBAL(const bool, unnamed);
+    allowUnnamedFiles(unnamed);
+}
+
+void ArchiveFileTest::aFileOnItsWayHasNoName() {
+    const QTemporaryDir root;
+    const QString folder = root.filePath(u"1.2/1.2.3"_s);
+    for (const char* text : {"first", "second"}) {  // the second replaces the first
+        ArchiveFile file{folder.toStdString(), "1.dcm"};
+        file.write(bytes(text));
+        file.flush();
+        QCOMPARE(names(folder).filter(u".part"_s).size(), allowsUnnamedFiles() ? 0 : 1);
+        file.publish();
+        QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{text});
+        file.keep();
+        QCOMPARE(names(folder), QStringList{u"1.dcm"_s});
+    }
+}
+
+void ArchiveFileTest::aFolderThatGoesMeanwhileIsMadeAgain() {
+    const QTemporaryDir root;
+    const QString folder = root.filePath(u"1.2/1.2.3"_s);
+    ArchiveFile file{folder.toStdString(), "1.dcm"};
+    file.write(bytes("text"));
+    { const ArchiveFile dropped{folder.toStdString(), "2.dcm"}; }  // takes it away where nothing is in it
+    QCOMPARE(QDir{folder}.exists(), !allowsUnnamedFiles());
+    file.publish();
+    file.keep();
+    QCOMPARE(read(folder + u"/1.dcm"_s), QByteArray{"text"});
+    QCOMPARE(names(folder), QStringList{u"1.dcm"_s});
+}
+
+void ArchiveFileTest::aFileIsReadBackBeforeItHasItsName() {
+    const QTemporaryDir root;
+    ArchiveFile file{root.filePath(u"1.2/1.2.3"_s).toStdString(), "1.dcm"};
+    file.write(bytes("text"));
+    QFile reader;
+    const base::FileDescriptor again = file.openForReading();
+    QVERIFY(reader.open(again.get(), QIODevice::ReadOnly));
+    QCOMPARE(reader.readAll(), QByteArray{"text"});
+    QVERIFY(::write(again.get(), "x", 1) < 0);
+}
+
 void ArchiveFileTest::aFileThatIsNotKeptLeavesNothing() {
     const QTemporaryDir root;
     const std::filesystem::path folder{root.filePath(u"1.2/1.2.3"_s).toStdString()};
     {
         ArchiveFile file{folder, "1.dcm"};
         file.write(bytes("text"));
-        QCOMPARE(names(root.filePath(u"1.2/1.2.3"_s)).size(), 1);
+        QCOMPARE(names(root.filePath(u"1.2"_s)), QStringList{u"1.2.3"_s});
     }
     QCOMPARE(names(root.path()), QStringList{});
     {

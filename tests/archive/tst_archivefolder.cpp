@@ -12,16 +12,19 @@
 #include "archive/ArchiveFile.h"
 #include "archive/Folder.h"
 #include "archive/LeftoverCleaner.h"
+#include "tests/archive/UnnamedFiles.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::archive;
 namespace fs = std::filesystem;
 
-/// Folders of the archive that somebody has put there: links, and what stands in an object's place.
+/// Folders of the archive that somebody has put there: links, and what stands in an object's place; each on a
+/// file system that has files without a name, and on one that has none.
 class ArchiveFolderTest : public QObject {
     Q_OBJECT
 
   private Q_SLOTS:
+    void initTestCase_data();
     void init();
     void noLinkIsFollowedBelowAFolder_data();
     void noLinkIsFollowedBelowAFolder();
@@ -70,7 +73,15 @@ class ArchiveFolderTest : public QObject {
     std::unique_ptr<QTemporaryDir> scratch_;
 };
 
+void ArchiveFolderTest::initTestCase_data() {
+    QTest::addColumn<bool>("unnamed");
+    QTest::newRow("files without a name") << true;
+    QTest::newRow("temporary names") << false;
+}
+
 void ArchiveFolderTest::init() {
+    QFETCH_GLOBAL(const bool, unnamed);
+    tessaly::test::allowUnnamedFiles(unnamed);
     scratch_ = std::make_unique<QTemporaryDir>();
     for (const QString& folder : {u"root/1/2"_s, u"elsewhere/2"_s})
         QVERIFY(QDir{scratch_->path()}.mkpath(folder));
