@@ -74,22 +74,28 @@ fuzz() {
 rooms='archive|base|bench|console|db|decoder|dicom|docs|jobs|maintenance|passwords|schema|tessaly-db|tessalyd|tests'  # not what is made from them
 
 # The precompiled headers are another compiler's: each source stands on what it includes.
-tidy() {  # PRESET FOLDERS
-    local log=build/clang-tidy-$1.log commands=build/tidy-$1
-    build "$1"  # for the sources that it makes
+tidy() {  # PRESET FOLDERS OPTIONS...
+    local preset=$1 folders=$2 log=build/clang-tidy-$1.log commands=build/tidy-$1
+    shift 2
+    build "$preset"  # for the sources that it makes
     mkdir -p "$commands"
-    sed -E 's/ -Winvalid-pch( -Xclang)? -include [^ "]*cmake_pch\.hxx//' "build/$1/compile_commands.json" \
+    sed -E 's/ -Winvalid-pch( -Xclang)? -include [^ "]*cmake_pch\.hxx//' "build/$preset/compile_commands.json" \
         >"$commands/compile_commands.json"
-    run-clang-tidy-14 -quiet -j "$(nproc)" -p "$commands" -header-filter="^$top/($rooms)/" \
-        "^$top/($2)/" >"$log" 2>&1 && return
+    run-clang-tidy-14 -quiet -j "$(nproc)" -p "$commands" -header-filter="^$top/($rooms)/" "$@" \
+        "^$top/($folders)/" >"$log" 2>&1 && return
     grep -E '(error|warning): ' "$log" | sort -u || tail "$log"
     return 1
 }
 
+# The paths through a test are those of its macros, which are many, and it is run.
+shallow=(-extra-arg={-Xclang,-analyzer-config,-Xclang,mode=shallow})
+
 static_checks() {
-    tidy release "$rooms"
-    local release=$?
-    tidy fuzz tests/fuzz && return "$release"
+    local status=0
+    tidy release "${rooms%|tests}" || status=1
+    tidy release tests "${shallow[@]}" || status=1
+    tidy fuzz tests/fuzz "${shallow[@]}" || status=1
+    return "$status"
 }
 
 stage 'tests' tests_of release
