@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/Bench.h"
 #include "bench/Measure.h"
 #include "decoder/Pool.h"
 #include "tests/tessalyd/Objects.h"
@@ -85,6 +86,7 @@ template <class Decode>
 double secondsOf(int atOnce, const Decode& decode) {
     const auto begin = Clock::now();
     std::vector<std::jthread> threads;
+    threads.reserve(static_cast<std::size_t>(atOnce));
     for (int i = 0; i < atOnce; ++i)
         threads.emplace_back([&decode, atOnce, i] {
             for (int n = i; n < Objects; n += atOnce)
@@ -113,20 +115,23 @@ Seconds measure(const Folder& folder, decoder::Pool& pool, int atOnce) {
 }  // namespace
 
 int main() {
-    const Folder folder{Side};
-    const Folder tiny{TinySide};
-    decoder::Pool pool{{.program = TESSALY_DECODER}};
-    std::printf("%d objects of %d x %d in lossless JPEG, the best of %d rounds in turns\n", Objects, Side,
-                Side, Rounds);
-    for (const int atOnce : {1, 8}) {
-        const Seconds full = measure(folder, pool, atOnce);
-        const Seconds empty = measure(tiny, pool, atOnce);
-        // As much as decoding could reach with a process for each object that cost nothing but itself.
-        const double bound = full.here / (full.here + empty.there - empty.here);
-        std::printf(
-            "%d at a time: in the process %.0f objects/s, in its own %.0f objects/s, ratio %.2f\n"
-            "  a process for each object, with %d x %d pixels: %.2f ms, and so the ratio is at most %.2f\n",
-            atOnce, Objects / full.here, Objects / full.there, full.here / full.there, TinySide, TinySide,
-            1e3 * (empty.there - empty.here) / Objects, bound);
-    }
+    return runBench([] {
+        const Folder folder{Side};
+        const Folder tiny{TinySide};
+        decoder::Pool pool{{.program = TESSALY_DECODER}};
+        std::printf("%d objects of %d x %d in lossless JPEG, the best of %d rounds in turns\n", Objects, Side,
+                    Side, Rounds);
+        for (const int atOnce : {1, 8}) {
+            const Seconds full = measure(folder, pool, atOnce);
+            const Seconds empty = measure(tiny, pool, atOnce);
+            // As much as decoding could reach with a process for each object that cost nothing but itself.
+            const double bound = full.here / (full.here + empty.there - empty.here);
+            std::printf(
+                "%d at a time: in the process %.0f objects/s, in its own %.0f objects/s, ratio %.2f\n"
+                "  a process for each object, with %d x %d pixels: %.2f ms, and so the ratio is at most "
+                "%.2f\n",
+                atOnce, Objects / full.here, Objects / full.there, full.here / full.there, TinySide, TinySide,
+                1e3 * (empty.there - empty.here) / Objects, bound);
+        }
+    });
 }

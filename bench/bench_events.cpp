@@ -41,7 +41,7 @@ void print(const char* what, std::vector<double> times) {
 
 }  // namespace
 
-int main(int argc, char* argv[]) {
+int main(int argc, char** argv) {
     qputenv("TCP_NODELAY", "1");  // the client's: the server is to be measured
     const ScratchBus bus;
     const QApplication application{argc, argv};

@@ -14,6 +14,7 @@
 
 #include <fcntl.h>
 
+#include "bench/Bench.h"
 #include "bench/Measure.h"
 #include "tessalyd/forwarding/ftp/Uploader.h"
 #include "tests/tessalyd/forwarding/ftp/FtpProduct.h"
@@ -104,7 +105,7 @@ void compare(int count, int size) {
     for (int round = 0; round < Rounds; ++round) {  // in turns
         here = std::min(here, secondsOf([&] { longest.add(putHere(nodeOf(server, round), files)); }));
         there = std::min(there, secondsOf([&] { putThere(server, folder.path(), round); }));
-        if (server.files().size() != 2 * count * (round + 1))
+        if (server.files().size() != qsizetype{2} * count * (round + 1))
             throw std::runtime_error{"not all files are there"};
     }
     std::printf("%6d of %4d KB       %8.0f/s   %8.0f/s   %5.2f   %8.1f ms %8.1f ms\n", count, size / 1000,
@@ -162,13 +163,15 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     QCoreApplication application{argc, argv};
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    compareIn("on disk", "/var/tmp");
-    compareIn("in memory", "/dev/shm");  // no disk: what the clients themselves cost
-    std::printf("500 of 33 KB in memory   Uploader   first file   longest other\n");
-    show(FtpProduct::Kind::Vsftpd, "vsftpd", false);
-    show(FtpProduct::Kind::Vsftpd, "vsftpd", true);
-    show(FtpProduct::Kind::Proftpd, "proftpd", false);
-    show(FtpProduct::Kind::Proftpd, "proftpd", true);
-    std::printf("\n");
-    measureMemory();
+    return tessaly::runBench([] {
+        compareIn("on disk", "/var/tmp");
+        compareIn("in memory", "/dev/shm");  // no disk: what the clients themselves cost
+        std::printf("500 of 33 KB in memory   Uploader   first file   longest other\n");
+        show(FtpProduct::Kind::Vsftpd, "vsftpd", false);
+        show(FtpProduct::Kind::Vsftpd, "vsftpd", true);
+        show(FtpProduct::Kind::Proftpd, "proftpd", false);
+        show(FtpProduct::Kind::Proftpd, "proftpd", true);
+        std::printf("\n");
+        measureMemory();
+    });
 }

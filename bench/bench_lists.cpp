@@ -117,7 +117,7 @@ double reloadAfterSave(TessalyManager& window) {
 
 }  // namespace
 
-int main(int argc, char* argv[]) {
+int main(int argc, char** argv) {
     const QApplication application{argc, argv};
     const ScratchDatabase database;
     fill(database);

@@ -226,7 +226,7 @@ void measure(int many) {
 
 }  // namespace
 
-int main(int argc, char* argv[]) {
+int main(int argc, char** argv) {
     return tessaly::runBench([&] {
         const ScratchBus bus;
         const QCoreApplication application{argc, argv};

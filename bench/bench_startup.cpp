@@ -185,7 +185,7 @@ int child(const QString& role, QApplication& application) {
 
 }  // namespace
 
-int main(int argc, char* argv[]) {
+int main(int argc, char** argv) {
     QApplication application{argc, argv};
     if (argc > 1)
         return child(QString::fromLocal8Bit(argv[1]), application);

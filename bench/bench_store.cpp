@@ -158,6 +158,7 @@ void flushSideBySide() {
     };
     {
         std::vector<std::jthread> threads;
+        threads.reserve(Senders);
         for (int thread = 0; thread < Senders; ++thread)
             threads.emplace_back(write, thread);
     }
@@ -234,7 +235,7 @@ void measureBound(const Objects& made) {
     print("senders, and a receiver that writes nothing", senders);
     print("files, folders and log flushed in plain C", flushes);
     print("tessalyd and its senders", here);
-    const double processors = static_cast<double>(::sysconf(_SC_NPROCESSORS_ONLN));
+    const auto processors = static_cast<double>(::sysconf(_SC_NPROCESSORS_ONLN));
     std::printf("at most, where the first two are paid      %9.0f\n",
                 std::min(flushes.rate, processors * 1000 / (senders.milliseconds + flushes.milliseconds)));
 }
@@ -314,7 +315,7 @@ void compareEchoes() {
 
 }  // namespace
 
-int main(int argc, char* argv[]) {
+int main(int argc, char** argv) {
     return tessaly::runBench([&] {
         const ScratchBus bus;
         const QCoreApplication application{argc, argv};

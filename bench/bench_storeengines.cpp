@@ -111,7 +111,7 @@ void countStatements() {
 
 }  // namespace
 
-int main(int argc, char* argv[]) {
+int main(int argc, char** argv) {
     return tessaly::runBench([&] {
         const ScratchBus bus;
         const QCoreApplication application{argc, argv};

@@ -31,12 +31,13 @@ constexpr int Stops = 40;
 
 /// Something round with a few tissues in it, and noise as scanners have it, in air less.
 std::vector<Uint16> slicePixels(int slice, std::mt19937& random) {
+    constexpr int Middle = Side / 2;
     std::normal_distribution<double> noise{0, 1};
     std::vector<Uint16> pixels;
     for (int row = 0; row < Side; ++row)
         for (int column = 0; column < Side; ++column) {
-            const double x = (column - Side / 2) / 200.0;
-            const double y = (row - Side / 2) / 150.0;
+            const double x = (column - Middle) / 200.0;
+            const double y = (row - Middle) / 150.0;
             const double radius = x * x + y * y;
             double value = 24;
             if (radius < 1)

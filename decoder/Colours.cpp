@@ -8,8 +8,8 @@ namespace tessaly::decoder {
 
 void toRgb(std::span<unsigned char> pixels, std::size_t bytes, unsigned bits) {
     constexpr std::size_t Samples = 3;
-    const double most = static_cast<double>((1U << bits) - 1);
-    const double middle = static_cast<double>(1U << (bits - 1));
+    const auto most = static_cast<double>((1U << bits) - 1);
+    const auto middle = static_cast<double>(1U << (bits - 1));
     for (; pixels.size() >= Samples * bytes; pixels = pixels.subspan(Samples * bytes)) {
         std::array<double, Samples> read{};
         for (std::size_t i = 0; i < Samples; ++i) {

@@ -65,6 +65,7 @@ class Start {
         if (const char* dictionary = std::getenv("DCMDICTPATH"); dictionary != nullptr)
             texts.push_back("DCMDICTPATH=" + std::string{dictionary});
         std::vector<char*> environment;
+        environment.reserve(texts.size() + 1);
         for (std::string& text : texts)
             environment.push_back(text.data());
         environment.push_back(nullptr);

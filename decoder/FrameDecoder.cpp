@@ -211,7 +211,7 @@ bool FrameDecoder::decodeStream(Bytes stream, const JpegStream& described,
     }
     OFString photometric;
     if (set.findAndGetOFString(DCM_PhotometricInterpretation, photometric).good())
-        image_.photometric = photometric.c_str();
+        image_.photometric = photometric;
     Uint16 planar = image_.planarConfiguration;
     if (set.findAndGetUint16(DCM_PlanarConfiguration, planar).good())
         image_.planarConfiguration = planar;

@@ -88,7 +88,7 @@ bool describe(DcmItem& item, const ImageDescription& before, const ImageDescript
 std::string text(DcmItem& item, const DcmTagKey& tag) {
     OFString value;
     item.findAndGetOFString(tag, value);
-    return value.c_str();
+    return value;
 }
 
 ImageDescription description(DcmItem& item) {

@@ -94,7 +94,7 @@ class Runner::Work {
         void begin(const Handler& handler) {
             thread_ = std::jthread{[this, &handler] { work_.attempt(*this, handler); }};
         }
-        void end() { source_.request_stop(); }
+        void end() const { source_.request_stop(); }
         void join() {
             if (thread_.joinable())
                 thread_.join();

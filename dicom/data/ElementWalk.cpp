@@ -31,9 +31,9 @@ std::optional<std::uint16_t> unsignedShort(std::string_view value, bool littleEn
 }
 
 ElementWalk::ElementWalk(TransferSyntax syntax, Reading reading, ElementVisitor& visitor)
-    : reading_(reading),
-      visitor_(visitor),
-      outermost_{.hasVrs = syntax.hasVrs(), .littleEndian = syntax.isLittleEndian()} {}
+    : visitor_(visitor),
+      outermost_{.hasVrs = syntax.hasVrs(), .littleEndian = syntax.isLittleEndian()},
+      reading_(reading) {}
 
 void ElementWalk::take(std::span<const char> bytes) {
     while (!bytes.empty() && !ended_) {

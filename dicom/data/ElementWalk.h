@@ -118,22 +118,22 @@ class ElementWalk {
     void beginValue(std::uint32_t length) noexcept;
     void leaveHead(std::size_t size) noexcept;
 
-    Reading reading_;
     ElementVisitor& visitor_;
-    Encoding outermost_;
     std::vector<Level> levels_;
 
     std::uint64_t at_ = 0;  // in the data set: where head_ begins
-    std::array<char, LongHead> head_{};
     std::size_t have_ = 0;  // bytes in head_
     std::size_t needed_ = ShortHead;
     std::uint64_t valueLeft_ = 0;
+    std::array<char, LongHead> head_{};
 
-    bool inContent_ = false;  // head_ is the beginning of a value that may be a sequence
     std::uint32_t contentLength_ = 0;
-    Encoding contentEncoding_;
     DcmTagKey contentTag_;
+    Encoding contentEncoding_;
+    bool inContent_ = false;  // head_ is the beginning of a value that may be a sequence
 
+    Encoding outermost_;
+    Reading reading_;
     bool ended_ = false;
     bool tooDeep_ = false;
 };

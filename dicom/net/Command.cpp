@@ -297,18 +297,18 @@ Command& Command::setHasDataSet(bool has) {
 std::vector<char> Command::encoded() const {
     constexpr std::uint32_t Head = 8;
     constexpr std::uint32_t LengthSize = 4;
-    std::uint32_t size = 0;
+    std::uint32_t groupLength = 0;
     for (const auto& [element, value] : values_)
-        size += Head + static_cast<std::uint32_t>(value.size());
+        groupLength += Head + static_cast<std::uint32_t>(value.size());
     std::vector<char> bytes;
-    bytes.reserve(size + Head + LengthSize);
+    bytes.reserve(groupLength + Head + LengthSize);
     const auto begin = [&bytes](std::uint16_t element, std::uint32_t length) {
         append(bytes, 0, 2);
         append(bytes, element, 2);
         append(bytes, length, 4);
     };
     begin(0, LengthSize);
-    append(bytes, size, LengthSize);
+    append(bytes, groupLength, LengthSize);
     for (const auto& [element, value] : values_) {
         begin(element, static_cast<std::uint32_t>(value.size()));
         bytes.insert(bytes.end(), value.begin(), value.end());

@@ -18,9 +18,13 @@ SendResult failed(const std::string& reason) {
 
 }  // namespace
 
-ObjectSender::ObjectSender(PeerAddress peer, const std::vector<ObjectKind>& kinds,
-                           const std::stop_token& stop, const Limits& limits, OutboundTrace trace)
-    : peer_(std::move(peer)), plan_(kinds), limits_(limits), trace_(std::move(trace)), stop_(stop) {}
+ObjectSender::ObjectSender(PeerAddress peer, const std::vector<ObjectKind>& kinds, std::stop_token stop,
+                           const Limits& limits, OutboundTrace trace)
+    : peer_(std::move(peer)),
+      plan_(kinds),
+      limits_(limits),
+      trace_(std::move(trace)),
+      stop_(std::move(stop)) {}
 
 ObjectSender::~ObjectSender() {
     close();

@@ -28,10 +28,10 @@ class ObjectSender {
     };
     /// `kinds` are those of the objects that are going to be sent, in any order and more than once if need
     /// be. Throws std::system_error.
-    ObjectSender(PeerAddress peer, const std::vector<ObjectKind>& kinds, const std::stop_token& stop,
+    ObjectSender(PeerAddress peer, const std::vector<ObjectKind>& kinds, std::stop_token stop,
                  const Limits& limits, OutboundTrace trace = {});
-    ObjectSender(PeerAddress peer, const std::vector<ObjectKind>& kinds, const std::stop_token& stop)
-        : ObjectSender(std::move(peer), kinds, stop, Limits{}) {}
+    ObjectSender(PeerAddress peer, const std::vector<ObjectKind>& kinds, std::stop_token stop)
+        : ObjectSender(std::move(peer), kinds, std::move(stop), Limits{}) {}
     /// Releases what is open.
     ~ObjectSender();
     ObjectSender(const ObjectSender&) = delete;

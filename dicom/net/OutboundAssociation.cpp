@@ -170,7 +170,7 @@ AssociationFailure OutboundAssociation::failure(const OFCondition& reason) const
         T_ASC_RejectParameters rejection{};
         ASC_getRejectParameters(association_->params, &rejection);
         OFString words;
-        return {Kind::Rejected, ASC_printRejectParameters(words, &rejection).c_str(), rejection};
+        return {Kind::Rejected, ASC_printRejectParameters(words, &rejection), rejection};
     }
     if (ioLimits().isExpired() || reason == DUL_READTIMEOUT || reason == DIMSE_NODATAAVAILABLE)
         return {Kind::TimedOut, reason.text()};

@@ -94,7 +94,7 @@ VerificationResult echo(OutboundAssociation& association, std::chrono::milliseco
                 .status = status,
                 .detail = DU_cechoStatusString(status)};
     } catch (const AssociationEnded& ended) {
-        const VerificationResult result = resultOf(association.failure(ended.reason()));
+        VerificationResult result = resultOf(association.failure(ended.reason()));
         association.abort();
         return result;
     }

@@ -143,9 +143,10 @@ void AssociationHandler::dispatch(const Request& request, Association& associati
     const auto found = negotiated.targets.find(request.context->id);
     const Negotiated::Target target =
         found == negotiated.targets.end() ? Negotiated::Target{} : found->second;
-    const auto commands =
-        target.service == nullptr ? std::span<const CommandField>{} : target.service->commands();
-    if (std::find(commands.begin(), commands.end(), request.command.field()) == commands.end()) {
+    const auto isOneOf = [field = request.command.field()](std::span<const CommandField> commands) {
+        return std::find(commands.begin(), commands.end(), field) != commands.end();
+    };
+    if (target.service == nullptr || !isOneOf(target.service->commands())) {
         constexpr std::uint16_t UnrecognizedOperation = 0x0211;
         association.log(PeerLog::Event::Fault, "a request that the service of its context does not have");
         throw RequestFailure{UnrecognizedOperation, "The service does not have this operation"};

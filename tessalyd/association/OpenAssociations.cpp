@@ -15,7 +15,7 @@ int fairShare(const Places& places) {
 
 std::optional<OpenAssociations::Entry> OpenAssociations::open(AssociationNames names, Peer peer,
                                                               const Places& places) {
-    std::stop_source displaced{std::nostopstate};  // stopped without the lock, which its thread will want
+    std::optional<std::stop_source> displaced;  // stopped without the lock, which its thread will want
     std::unique_lock lock{mutex_};
     Port& port = ports_[names.port];
     if (!hasRoom(port, peer, places)) {
@@ -24,13 +24,14 @@ std::optional<OpenAssociations::Entry> OpenAssociations::open(AssociationNames n
         if (other == nullptr)
             return std::nullopt;
         other->isDisplaced = true;
-        displaced = other->peer.stop;
+        displaced.emplace(other->peer.stop);
     }
     const auto record = port.records.emplace(port.records.end(), std::move(names), std::move(peer));
     opened_(record->names, ++total_);
     std::optional<Entry> entry{std::in_place, *this, record};
     lock.unlock();
-    displaced.request_stop();
+    if (displaced)
+        displaced->request_stop();
     return entry;
 }
 

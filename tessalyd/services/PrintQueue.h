@@ -9,11 +9,9 @@
 #include "tessalyd/forwarding/films/PrinterRow.h"
 #include "tessalyd/services/ServiceContext.h"
 
-namespace tessaly::tessalyd {
-
 /// The jobs of printers, as services make them. Both calls throw db::Error, and std::runtime_error where the
 /// printer has too many jobs already.
-namespace printqueue {
+namespace tessaly::tessalyd::printqueue {
 
 constexpr std::size_t MostWaiting = 1000;  ///< jobs of one printer
 
@@ -27,6 +25,4 @@ void requireRoom(ServiceContext& shared, const films::PrinterRow& printer, std::
                               const films::PrinterRow& printer, films::NewFolder& folder,
                               const std::stop_token& stop);
 
-}  // namespace printqueue
-
-}  // namespace tessaly::tessalyd
+}  // namespace tessaly::tessalyd::printqueue

@@ -127,21 +127,26 @@ void ArchiveIndex::write(std::span<ObjectRows* const> group) {
     const auto until = std::chrono::steady_clock::now() + sessions_.patience();
     std::vector<ObjectRows*> left{group.begin(), group.end()};
     while (!left.empty()) {
-        const auto all = left.size();
-        std::exception_ptr fault;
-        try {
-            withSession([&left](ArchiveSession& session) { session.record(left); });
+        const std::exception_ptr fault = writeTogether(left);
+        if (!fault)
             return;
-        } catch (const StoreUndecided&) {  // whatever is found out now, they may be written already
-            for (ObjectRows* rows : left)
-                rows->fault = std::current_exception();
-            return;
-        } catch (...) {
-            fault = std::current_exception();
-        }
-        std::erase_if(left, [](const ObjectRows* rows) { return rows->fault != nullptr; });
-        if (left.size() == all)  // it is not said whose fault it was
+        const auto isFaulty = [](const ObjectRows* rows) { return rows->fault != nullptr; };
+        if (std::erase_if(left, isFaulty) == 0)  // it is not said whose fault it was
             return writeOneByOne(left, until, fault);
+    }
+}
+
+/// Writes all or none; returns what was in the way.
+std::exception_ptr ArchiveIndex::writeTogether(std::span<ObjectRows* const> group) {
+    try {
+        withSession([group](ArchiveSession& session) { session.record(group); });
+        return nullptr;
+    } catch (const StoreUndecided&) {  // whatever is found out now, they may be written already
+        for (ObjectRows* rows : group)
+            rows->fault = std::current_exception();
+        return std::current_exception();
+    } catch (...) {
+        return std::current_exception();
     }
 }
 

@@ -94,6 +94,7 @@ class ArchiveIndex {
     template <class Work>
     auto withSession(Work work);
     void write(std::span<ObjectRows* const> group);
+    [[nodiscard]] std::exception_ptr writeTogether(std::span<ObjectRows* const> group);
     void writeOneByOne(std::span<ObjectRows* const> group, std::chrono::steady_clock::time_point until,
                        const std::exception_ptr& late);
     [[nodiscard]] ArchiveSessions::Lease open();

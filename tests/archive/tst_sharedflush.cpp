@@ -59,6 +59,7 @@ void SharedFlushTest::eachChangeIsFlushedAfterItWasMade() {
     std::atomic<int> flushed{0};
     std::atomic<int> early{0};
     std::vector<std::jthread> threads;
+    threads.reserve(Threads);
     for (int i = 0; i < Threads; ++i) {
         threads.emplace_back([&] {
             for (int turn = 0; turn < Turns; ++turn) {
@@ -85,6 +86,7 @@ void SharedFlushTest::aFailureIsToldToAllThatItServed() {
     std::atomic<int> failedFlushes{0};
     std::atomic<int> told{0};
     std::vector<std::jthread> threads;
+    threads.reserve(Threads);
     for (int i = 0; i < Threads; ++i) {
         threads.emplace_back([&] {
             for (int turn = 0; turn < Turns; ++turn) {

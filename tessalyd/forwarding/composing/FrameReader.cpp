@@ -153,13 +153,13 @@ void FrameReader::readColour(std::uint32_t row, std::uint32_t column, std::span<
 
 /// Of PS3.3, C.7.6.3.1.2.
 void FrameReader::convert(std::span<std::uint8_t> values) const {
-    const double most = static_cast<double>((std::uint64_t{1} << image_.bitsStored) - 1);
+    const auto most = static_cast<double>((std::uint64_t{1} << image_.bitsStored) - 1);
     if (kind_ == Kind::Rgb) {
         for (std::size_t i = 0; i < values.size(); ++i)
             values[i] = rounded(static_cast<double>(colours_[i]), most);
         return;
     }
-    const double middle = static_cast<double>(std::uint64_t{1} << (image_.bitsStored - 1));
+    const auto middle = static_cast<double>(std::uint64_t{1} << (image_.bitsStored - 1));
     for (std::size_t i = 0; i + 3 <= values.size(); i += 3) {
         const auto light = static_cast<double>(colours_[i]);
         const double blue = static_cast<double>(colours_[i + 1]) - middle;

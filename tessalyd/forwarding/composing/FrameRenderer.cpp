@@ -31,8 +31,8 @@ bool isTurned(const Look& look) {
 
 /// Pixel Aspect Ratio where pixels are not square; empty where they are. It is vertical\horizontal.
 std::string aspectRatioOf(const Header& header, bool isTurned) {
-    const auto group = header.item(DCM_SharedFunctionalGroupsSequence);
-    const auto measures = group == nullptr ? nullptr : group->item(DCM_PixelMeasuresSequence);
+    const auto* const group = header.item(DCM_SharedFunctionalGroupsSequence);
+    const auto* const measures = group == nullptr ? nullptr : group->item(DCM_PixelMeasuresSequence);
     auto vertical = header.decimal(DCM_PixelAspectRatio, 0);
     auto horizontal = header.decimal(DCM_PixelAspectRatio, 1);
     for (const auto& [source, tag] :

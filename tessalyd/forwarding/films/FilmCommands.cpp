@@ -102,7 +102,7 @@ void FilmSender::requireNoFailure() const {
                      "the printer's own print job says FAILURE" + (info.empty() ? info : ": " + info)};
 }
 
-void FilmSender::require(const Reply& reply, const std::string& what) {
+void FilmSender::require(const Reply& reply, const std::string& what) const {
     const Verdict verdict = verdictOf(reply.status);
     if (verdict == Verdict::Success)
         return;

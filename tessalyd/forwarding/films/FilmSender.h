@@ -78,7 +78,7 @@ class FilmSender {
     [[nodiscard]] unsigned pixelBits() const noexcept { return printer_.bits == 8 ? 8 : 12; }
     [[nodiscard]] TargetLayout targetOf(const Film& film, unsigned position, const FilmImage& image) const;
     /// Throws PrintFault unless it is success or a warning, which is logged.
-    void require(const Reply& reply, const std::string& what);
+    void require(const Reply& reply, const std::string& what) const;
     /// The answer to a request with all attributes or, where that is refused for one, with the least.
     [[nodiscard]] Reply withRetry(const std::string& what, const std::function<Reply(bool isBare)>& request);
     void noteEvent(const PrinterLink::Event& event);

@@ -130,7 +130,7 @@ class Reducer {
         while (begin < end) {
             const std::uint64_t border = (std::uint64_t{finished_} + 1) * rows_;
             const std::uint64_t until = std::min(end, border);
-            const auto weight = static_cast<double>(until - begin) / rows_;
+            const auto weight = static_cast<double>(until - begin) / static_cast<double>(rows_);
             for (std::size_t x = 0; x < sums_.size(); ++x)
                 sums_[x] += weight * row_[x];
             if (until == border) {
@@ -156,7 +156,8 @@ class Reducer {
             while (begin < end) {
                 const std::uint64_t border = (std::uint64_t{x} + 1) * columns_;
                 const std::uint64_t until = std::min(end, border);
-                row_[x] += static_cast<double>(until - begin) / columns_ * source[column];
+                row_[x] +=
+                    static_cast<double>(until - begin) / static_cast<double>(columns_) * source[column];
                 if (until == border)
                     ++x;
                 begin = until;
@@ -203,13 +204,14 @@ PixelSize fitted(const PixelSize& image, const PixelSize& box) noexcept {
 void convertPixels(int file, const ImageLayout& source, const TargetLayout& target,
                    const std::function<void(std::span<const char>)>& take) {
     constexpr std::array Luminance{299U, 587U, 114U};  // thousandths, ITU-R BT.601
+    constexpr double Half = 0.5;                       // rounds, where the rest is cut off
     RowReader reader{file, source};
     const std::vector<std::uint16_t> map = mapping(source, target);
     std::vector<char> piece;
     piece.reserve(PieceSize + std::size_t{target.columns} * 2);
     const auto put = [&](const auto& row) {
         for (const auto sample : row) {
-            const auto value = static_cast<unsigned>(sample + 0.5);
+            const auto value = static_cast<unsigned>(sample + Half);
             piece.push_back(static_cast<char>(value & 0xffU));
             if (target.bytesPerSample() == 2)
                 piece.push_back(static_cast<char>(value >> 8U));

@@ -7,6 +7,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -160,10 +161,10 @@ bool isUsable(const Film& film) {
     const auto format = DisplayFormat::parse(film.displayFormat);
     if (!format)
         return false;
-    for (const auto& [position, image] : film.images)
-        if (position == 0 || position > format->boxes() || !isUsable(image))
-            return false;
-    return true;
+    return std::ranges::all_of(film.images, [&format](const auto& box) {
+        const auto& [position, image] = box;
+        return position > 0 && position <= format->boxes() && isUsable(image);
+    });
 }
 
 QByteArray contentOf(const std::filesystem::path& file) {

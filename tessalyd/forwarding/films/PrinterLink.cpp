@@ -108,6 +108,7 @@ PrinterLink::PrinterLink(const dicom::PeerAddress& printer, const std::vector<st
                          std::chrono::milliseconds answer, const std::stop_token& stop, EventSink events)
     : answer_(answer), events_(std::move(events)) {
     std::vector<dicom::ProposedContext> contexts;
+    contexts.reserve(sopClasses.size());
     for (const std::string& sopClass : sopClasses)
         contexts.push_back({.sopClass = sopClass,
                             .transferSyntaxes = {UID_LittleEndianExplicitTransferSyntax,

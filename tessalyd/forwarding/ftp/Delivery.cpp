@@ -130,7 +130,7 @@ void Delivery::finish(Series& series) {
     put(series, complete, "complete");
 }
 
-void Delivery::tell(Series& series, std::size_t keep) {
+void Delivery::tell(Series& series, std::size_t keep) const {
     const std::size_t told = series.untold.size() - std::min(keep, series.untold.size());
     for (std::size_t each = 0; each < told; ++each)
         events_.delivered();

@@ -56,7 +56,7 @@ class Delivery {
     void addTo(Series& series, const LocatedInstance& instance);
     void finish(Series& series);
     void put(Series& series, Source& source, const std::string& name);
-    void tell(Series& series, std::size_t keep);
+    void tell(Series& series, std::size_t keep) const;
     void fail(Series* series, const std::string& sopInstanceUid, const Fault& fault);
 
     InstanceLookup lookup_;

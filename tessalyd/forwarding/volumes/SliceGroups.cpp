@@ -120,10 +120,12 @@ std::vector<SliceGroup> SliceGroups::take() {
         return least;
     };
     std::vector<std::pair<std::pair<std::int64_t, std::uint32_t>, std::size_t>> order;
+    order.reserve(groups_.size());
     for (std::size_t i = 0; i < groups_.size(); ++i)
         order.emplace_back(first(groups_[i]), i);
     std::sort(order.begin(), order.end());
     std::vector<SliceGroup> sorted;
+    sorted.reserve(groups_.size());
     for (const auto& [key, index] : order)
         sorted.push_back(std::move(groups_[index]));
     return sorted;

@@ -41,6 +41,7 @@ PrintService::Answer PrintService::setImage(const Request& request, Association&
     if (!attributes.has(sequence))
         throw RequestFailure{MissingAttribute, "The image sequence is missing", {sequence}};
     const auto* const items = attributes.items(sequence);
+    const bool hasImage = items != nullptr && !items->empty();
     require(items != nullptr && items->size() <= 1, sequence, "There is more than one image");
     const films::SentSettings sent = sentSettings(films::SettingsOf::Image, attributes, state_.printer);
     bool isLutUnusable = false;
@@ -49,7 +50,7 @@ PrintService::Answer PrintService::setImage(const Request& request, Association&
     films::FilmImage image;
     image.settings = sent.settings;
     image.lut = std::move(lut);
-    if (!items->empty()) {
+    if (hasImage) {
         image.layout = layoutOf(items->front(), isColour);
         if (image.layout.bytes() > PixelFile::MostBytes || pixels.size() > PixelFile::MostBytes)
             throw RequestFailure{NoRoomForImage, "The image has more than 64 MB"};
