@@ -188,7 +188,7 @@ void ControlTest::terminateAbortsWhatIsOpen() {
     RequestorAssociation idle{daemon_->port()};
     RequestorAssociation busy{daemon_->port()};
     busy.beginStore({.side = 1200}, 2'000'000);
-    EVENTUALLY_COMPARE(daemon_->files().size(), 1);
+    EVENTUALLY(!daemon_->entries().isEmpty());  // the folders of what is under way
     QVERIFY(daemon_->terminate());
     QVERIFY(idle.waitForEnd());
     QVERIFY(busy.waitForEnd());
