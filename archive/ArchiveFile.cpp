@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -13,7 +14,6 @@
 
 #include "archive/FileLock.h"
 #include "archive/Folder.h"
-#include "archive/SharedFlush.h"
 
 namespace tessaly::archive {
 
@@ -43,55 +43,9 @@ bool isInAFolder(const base::FileDescriptor& file) noexcept {
     return ::fstat(file.get(), &found) == 0 && found.st_nlink > 0;
 }
 
-/// Flushes a folder, however it was opened.
-bool isFlushedAlone(const base::FileDescriptor& folder) noexcept {
-    if (::fsync(folder.get()) == 0)
-        return true;
-    if (errno != EBADF)
-        return false;
-    const base::FileDescriptor handle{::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    return handle.isOpen() && ::fsync(handle.get()) == 0;
-}
-
-/// The same, with one flush for all stores that wait for the folder's.
-bool isFlushed(const base::FileDescriptor& folder) {
-    static SharedFlush flushes;
-    struct stat found {};
-    if (::fstat(folder.get(), &found) < 0)
-        return false;
-    int fault = 0;
-    const bool isDone = flushes.run({found.st_dev, found.st_ino}, [&folder, &fault] {
-        const bool isGood = isFlushedAlone(folder);
-        fault = errno;
-        return isGood;
-    });
-    if (!isDone)
-        errno = fault != 0 ? fault : EIO;  // another thread's flush has failed
-    return isDone;
-}
-
 bool moved(const base::FileDescriptor& folder, const std::string& from, const std::string& to,
            unsigned flags) noexcept {
     return ::renameat2(folder.get(), from.c_str(), folder.get(), to.c_str(), flags) == 0;
-}
-
-std::optional<struct stat> entry(const base::FileDescriptor& folder, const std::string& name) noexcept {
-    struct stat found {};
-    if (::fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) < 0)
-        return std::nullopt;
-    return found;
-}
-
-/// Opens and locks the file of that name. Without a lock on a file system that has none; closed if the file
-/// is missing or may not be opened.
-base::FileDescriptor lockedAt(const base::FileDescriptor& folder, const std::string& name) {
-    for (;;) {
-        // For writing, although nothing is written: network file systems give no other the lock.
-        base::FileDescriptor file{
-            ::openat(folder.get(), name.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
-        if (!file.isOpen() || waitForLock(file) == FileLock::NotToBeHad || isNamed(file, folder, name))
-            return file;
-    }
 }
 
 }  // namespace
@@ -162,7 +116,7 @@ void ArchiveFile::makeFolder(const base::FileDescriptor& parent, const fs::path&
     constexpr mode_t Mode = 0777;  // less the process's mask
     if (::mkdirat(parent.get(), folder.filename().c_str(), Mode) < 0 && errno != EEXIST)
         fail(folder);
-    if (!isFlushed(parent))
+    if (!flushFolder(parent))
         fail(folder.parent_path());
 }
 
@@ -259,7 +213,7 @@ void ArchiveFile::copyTo(ArchiveFile& other) const {
 }
 
 bool ArchiveFile::replaces() const noexcept {
-    return entry(openedFolder_, name_).has_value();
+    return entryAt(openedFolder_, name_).has_value();
 }
 
 /// The final path leads to this file. It does not where a folder was moved, or the root is another one by
@@ -331,7 +285,7 @@ void ArchiveFile::moveToName() {
             break;
         }
         const bool isTaken = errno == EEXIST;
-        if (const auto found = entry(openedFolder_, name_); found && !S_ISREG(found->st_mode)) {
+        if (const auto found = entryAt(openedFolder_, name_); found && !S_ISREG(found->st_mode)) {
             setAside(name_);
             continue;
         }
@@ -346,7 +300,7 @@ void ArchiveFile::moveToName() {
             stage_ = Stage::Published;
         }
     }
-    if (!isFlushed(openedFolder_))
+    if (!flushFolder(openedFolder_))
         fail(folder_);
 }
 
@@ -356,7 +310,7 @@ void ArchiveFile::setAside(const std::string& name) const {
     constexpr int Most = 1000;
     for (int number = 1; number <= Most; ++number) {
         const std::string aside = name_ + ".aside-" + std::to_string(number);
-        if (entry(openedFolder_, aside))
+        if (entryAt(openedFolder_, aside))
             continue;
         // Of file systems that cannot do without replacing, nothing of that name is known.
         const bool isMoved = moved(openedFolder_, name, aside, RENAME_NOREPLACE) ||
@@ -416,25 +370,6 @@ void ArchiveFile::withdraw() noexcept {
     stage_ = Stage::Done;
     file_.reset();
     replaced_.reset();
-}
-
-FormerFile::FormerFile(const fs::path& path) : name_(path.filename()) {
-    const fs::path folder = path.parent_path();
-    const fs::path study = folder.parent_path();
-    folder_ = openBeneath(openRoot(study.parent_path()), study.filename() / folder.filename(),
-                          O_PATH | O_DIRECTORY);
-    if (!folder_.isOpen())
-        return;
-    file_ = lockedAt(folder_, name_);
-    found_ = entry(folder_, name_);
-}
-
-void FormerFile::remove() const noexcept {
-    if (!found_)
-        return;
-    const auto found = entry(folder_, name_);
-    if (found && isSameFile(*found_, *found))
-        ::unlinkat(folder_.get(), name_.c_str(), 0);
 }
 
 }  // namespace tessaly::archive

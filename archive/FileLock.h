@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -59,6 +60,28 @@ enum class FileLock {
     return ::fstat(file.get(), &opened) == 0 &&
            ::fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 &&
            isSameFile(opened, found);
+}
+
+/// What has that name in the folder, a symbolic link included.
+[[nodiscard]] inline std::optional<struct stat> entryAt(const base::FileDescriptor& folder,
+                                                        const std::string& name) noexcept {
+    struct stat found {};
+    if (::fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) < 0)
+        return std::nullopt;
+    return found;
+}
+
+/// Opens and locks the file of that name. Without a lock on a file system that has none; closed if the file
+/// is missing or may not be opened. Throws as waitForLock().
+[[nodiscard]] inline base::FileDescriptor lockedAt(const base::FileDescriptor& folder,
+                                                   const std::string& name) {
+    for (;;) {
+        // For writing, although nothing is written: network file systems give no other the lock.
+        base::FileDescriptor file{
+            ::openat(folder.get(), name.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+        if (!file.isOpen() || waitForLock(file) == FileLock::NotToBeHad || isNamed(file, folder, name))
+            return file;
+    }
 }
 
 }  // namespace tessaly::archive

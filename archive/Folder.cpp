@@ -2,13 +2,31 @@
 
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
+
+#include "archive/SharedFlush.h"
 
 namespace tessaly::archive {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+/// Flushes a folder, however it was opened.
+bool isFlushedAlone(const base::FileDescriptor& folder) noexcept {
+    if (::fsync(folder.get()) == 0)
+        return true;
+    if (errno != EBADF)
+        return false;
+    const base::FileDescriptor handle{::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    return handle.isOpen() && ::fsync(handle.get()) == 0;
+}
+
+}  // namespace
 
 base::FileDescriptor openRoot(const fs::path& root) noexcept {
     return base::FileDescriptor{::open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
@@ -53,6 +71,22 @@ base::FileDescriptor openStepByStep(const base::FileDescriptor& folder, const fs
         reached = std::move(next);
     }
     return reached;
+}
+
+bool flushFolder(const base::FileDescriptor& folder) {
+    static SharedFlush flushes;
+    struct stat found {};
+    if (::fstat(folder.get(), &found) < 0)
+        return false;
+    int fault = 0;
+    const bool isDone = flushes.run({found.st_dev, found.st_ino}, [&folder, &fault] {
+        const bool isGood = isFlushedAlone(folder);
+        fault = errno;
+        return isGood;
+    });
+    if (!isDone)
+        errno = fault != 0 ? fault : EIO;  // another thread's flush has failed
+    return isDone;
 }
 
 }  // namespace tessaly::archive

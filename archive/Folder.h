@@ -23,4 +23,8 @@ namespace tessaly::archive {
 [[nodiscard]] base::FileDescriptor openStepByStep(const base::FileDescriptor& folder,
                                                   const std::filesystem::path& way, int flags) noexcept;
 
+/// Flushes a folder, however it was opened, with one flush for all threads that wait for the same one's.
+/// Returns false, with errno set, where that fails.
+[[nodiscard]] bool flushFolder(const base::FileDescriptor& folder);
+
 }  // namespace tessaly::archive

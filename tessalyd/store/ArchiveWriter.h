@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "archive/ArchiveFile.h"
+#include "archive/FormerFile.h"
 #include "decoder/Pool.h"
 #include "dicom/data/DataSetWalk.h"
 #include "tessalyd/configuration/Configuration.h"

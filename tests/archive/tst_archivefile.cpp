@@ -15,6 +15,7 @@
 
 #include "archive/ArchiveFile.h"
 #include "archive/FileLock.h"
+#include "archive/FormerFile.h"
 #include "archive/LeftoverCleaner.h"
 #include "tests/archive/UnnamedFiles.h"
 #include "tests/support/Eventually.h"

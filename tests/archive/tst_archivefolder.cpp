@@ -11,6 +11,7 @@
 
 #include "archive/ArchiveFile.h"
 #include "archive/Folder.h"
+#include "archive/FormerFile.h"
 #include "archive/LeftoverCleaner.h"
 #include "tests/archive/UnnamedFiles.h"
 
