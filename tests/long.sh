@@ -71,18 +71,11 @@ fuzz() {
     return "$status"
 }
 
-rooms='archive|base|bench|console|db|decoder|dicom|docs|jobs|maintenance|passwords|schema|tessaly-db|tessalyd|tests'  # not what is made from them
-
-# The precompiled headers are another compiler's: each source stands on what it includes.
-tidy() {  # PRESET FOLDERS OPTIONS...
-    local preset=$1 folders=$2 log=build/clang-tidy-$1.log commands=build/tidy-$1
-    shift 2
+tidy() {  # PRESET PATTERN ARGUMENTS...
+    local preset=$1 log
+    log=build/$preset/findings.log
     build "$preset"  # for the sources that it makes
-    mkdir -p "$commands"
-    sed -E 's/ -Winvalid-pch( -Xclang)? -include [^ "]*cmake_pch\.hxx//' "build/$preset/compile_commands.json" \
-        >"$commands/compile_commands.json"
-    run-clang-tidy-14 -quiet -j "$(nproc)" -p "$commands" -header-filter="^$top/($rooms)/" "$@" \
-        "^$top/($folders)/" >"$log" 2>&1 && return
+    tests/tidy.py "$@" >"$log" && return
     grep -E '(error|warning): ' "$log" | sort -u || tail "$log"
     return 1
 }
@@ -92,9 +85,9 @@ shallow=(-extra-arg={-Xclang,-analyzer-config,-Xclang,mode=shallow})
 
 static_checks() {
     local status=0
-    tidy release "${rooms%|tests}" || status=1
-    tidy release tests "${shallow[@]}" || status=1
-    tidy fuzz tests/fuzz "${shallow[@]}" || status=1
+    tidy release '(?!tests/)' || status=1
+    tidy release tests/ "${shallow[@]}" || status=1
+    tidy fuzz tests/fuzz/ "${shallow[@]}" || status=1
     return "$status"
 }
 
