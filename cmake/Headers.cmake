@@ -1,12 +1,14 @@
 # Headers of the language and of the toolkits, parsed once for all targets that use them. None of this project is
 # among them: an edit rebuilds what includes the edited file, and no more.
 #
-# tessaly_headers(NAME LINKS... HEADERS...): a set of such headers. A target uses it by tessaly_use_headers(); what the
-# set's LINKS define must be defined for the target too, or the compiler parses the headers itself.
+# tessaly_headers(NAME OPTIONS... LINKS... HEADERS...): a set of such headers. A target uses it by tessaly_use_headers();
+# what the set's LINKS define must be defined for the target too, and its OPTIONS be the target's, or the compiler parses
+# the headers itself.
 file(WRITE ${CMAKE_BINARY_DIR}/empty.cpp "")
 function(tessaly_headers name)
-  cmake_parse_arguments(arg "" "" "LINKS;HEADERS" ${ARGN})
+  cmake_parse_arguments(arg "" "" "OPTIONS;LINKS;HEADERS" ${ARGN})
   add_library(tessaly_headers_${name} OBJECT ${CMAKE_BINARY_DIR}/empty.cpp)
+  target_compile_options(tessaly_headers_${name} PRIVATE ${arg_OPTIONS})
   target_link_libraries(tessaly_headers_${name} PRIVATE tessaly_options ${arg_LINKS})
   target_precompile_headers(tessaly_headers_${name} PRIVATE ${arg_HEADERS})
 endfunction()
@@ -33,5 +35,9 @@ set(widgets <QApplication> <QCheckBox> <QComboBox> <QDialog> <QFormLayout> <QGri
 tessaly_headers(language HEADERS ${language})
 tessaly_headers(dicom LINKS DCMTK::dcmnet Qt6::Core HEADERS ${toolkit} ${language})
 tessaly_headers(widgets LINKS Qt6::Widgets HEADERS ${language} ${core} ${widgets})
-tessaly_headers(tests LINKS DCMTK::dcmnet Qt6::DBus Qt6::Network Qt6::Widgets Qt6::Test
+set(tests LINKS DCMTK::dcmnet Qt6::DBus Qt6::Network Qt6::Widgets Qt6::Test
   HEADERS ${toolkit} ${language} ${core} ${widgets} <QDBusConnection> <QDBusInterface> <QProcess> <QSignalSpy> <QTest>)
+tessaly_headers(tests ${tests})
+# For the tests themselves, which take longer to optimise than they run: what they test is optimised.
+set(unoptimised $<$<CONFIG:Release>:-O0>)
+tessaly_headers(unoptimised_tests OPTIONS ${unoptimised} ${tests})
