@@ -40,15 +40,16 @@ bool isAlone(const FileLease& lease) {
     return lease.state() == FileLease::State::Held;
 }
 
-/// The same, but waits for whoever has the file open for a moment, as a server that looks for jobs.
-bool waitToBeAlone(const fs::path& file, const std::function<void()>& keepAlive) {
+/// Waits for whoever has the file open for a moment, as a server that looks for jobs.
+FileLease leaseWhenFree(const fs::path& file, const std::function<void()>& keepAlive) {
     constexpr int Most = 50;
     constexpr std::chrono::milliseconds Interval{20};
-    for (int i = 0; i < Most && FileLease{file}.state() == FileLease::State::InUse; ++i) {
+    for (int i = 0;; ++i) {
+        if (FileLease lease{file}; lease.state() != FileLease::State::InUse || i == Most)
+            return lease;
         keepAlive();
         std::this_thread::sleep_for(Interval);
     }
-    return isAlone(FileLease{file});
 }
 
 bool isWritable(const fs::path& file) {
@@ -235,7 +236,7 @@ void FileCompaction::run(const db::Connection& /*connection*/, Progress& progres
     removeStale(temporary, target, dataSource_);
     const Staged staged{temporary, target, dataSource_};
 
-    const bool leases = waitToBeAlone(target, keepAlive);
+    const bool leases = isAlone(leaseWhenFree(target, keepAlive));
     EarlyFlush earlyFlush{temporary};
     const std::function<void()> breatheAndFlush = [&] {
         earlyFlush.advance();
@@ -268,7 +269,7 @@ void FileCompaction::run(const db::Connection& /*connection*/, Progress& progres
             // lease finds him; but it wants the engine's own descriptor gone, hence the look for changes.
             const Stamp locked{target};
             source.reset();
-            lease.emplace(target);
+            lease = leaseWhenFree(target, keepAlive);
             if (!isAlone(*lease) || locked != Stamp{target})
                 refuseInUse();
         }

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QTest>
 
@@ -27,6 +28,7 @@ class CompactRefusalsTest : public CompactTest {
     void anybodyElseIsARefusal();
     void aLeaseSeesAnIdleDescriptor();
     void whoeverComesMeanwhileIsARefusal();
+    void whoeverComesForAMomentIsWaitedFor();
     void aFullDiskIsRefused();
     void aFolderThatCannotBeWrittenIsRefused_data();
     void aFolderThatCannotBeWrittenIsRefused();
@@ -152,6 +154,25 @@ void CompactRefusalsTest::whoeverComesMeanwhileIsARefusal() {
     QCOMPARE(statusOf(path()).st_ino, before);
     newcomer.close();
     QCOMPARE(database().value(u"PRAGMA journal_mode"_s), u"wal"_s);
+    checkContent(20'000);
+}
+
+/// As a server does that looks for jobs, and waits for the lock: he has written nothing when he goes.
+void CompactRefusalsTest::whoeverComesForAMomentIsWaitedFor() {
+    fillAnew(20'000);
+    QFile newcomer{path()};
+    QElapsedTimer since;
+    const auto open = opening(newcomer);
+    const auto openForAMoment = [&] {
+        if (!since.isValid()) {
+            open();
+            since.start();
+        } else if (since.hasExpired(500)) {
+            newcomer.close();
+        }
+    };
+    QCOMPARE(compact(path(), openForAMoment), QString{});
+    QVERIFY(since.isValid() && !newcomer.isOpen());
     checkContent(20'000);
 }
 
