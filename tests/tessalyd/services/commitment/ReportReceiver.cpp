@@ -3,6 +3,7 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dctk.h>
 #include <dcmtk/dcmnet/scp.h>
+#include <dcmtk/oflog/oflog.h>
 
 #include <thread>
 
@@ -21,6 +22,8 @@ std::string text(DcmItem& item, const DcmTagKey& tag) {
 class ReportReceiver::Acceptor final : public DcmSCP {
   public:
     Acceptor(const QString& port, int status) : status_(status) {
+        // A report is six of the toolkit's lines: hundreds of them would hide what a test says.
+        OFLog::getLogger("dcmtk.dcmnet").setLogLevel(OFLogger::ERROR_LOG_LEVEL);
         OFList<OFString> syntaxes;
         syntaxes.push_back(UID_LittleEndianImplicitTransferSyntax);
         syntaxes.push_back(UID_LittleEndianExplicitTransferSyntax);
