@@ -8,7 +8,7 @@ target_include_directories(tessaly_options INTERFACE ${PROJECT_SOURCE_DIR})
 set(TESSALY_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
 if(TESSALY_SANITIZE)
   target_compile_options(tessaly_options INTERFACE
-    -fsanitize=${TESSALY_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+    -fsanitize=${TESSALY_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g1)  # a finding names lines
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     # What the instrumentation adds leads this warning astray; the other builds have it.
     target_compile_options(tessaly_options INTERFACE -Wno-maybe-uninitialized)
