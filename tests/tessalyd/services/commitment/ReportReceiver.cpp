@@ -14,7 +14,7 @@ namespace {
 std::string text(DcmItem& item, const DcmTagKey& tag) {
     OFString value;
     item.findAndGetOFString(tag, value);
-    return value.c_str();
+    return value;
 }
 
 }  // namespace
@@ -25,8 +25,8 @@ class ReportReceiver::Acceptor final : public DcmSCP {
         // A report is six of the toolkit's lines: hundreds of them would hide what a test says.
         OFLog::getLogger("dcmtk.dcmnet").setLogLevel(OFLogger::ERROR_LOG_LEVEL);
         OFList<OFString> syntaxes;
-        syntaxes.push_back(UID_LittleEndianImplicitTransferSyntax);
-        syntaxes.push_back(UID_LittleEndianExplicitTransferSyntax);
+        syntaxes.emplace_back(UID_LittleEndianImplicitTransferSyntax);
+        syntaxes.emplace_back(UID_LittleEndianExplicitTransferSyntax);
         addPresentationContext(UID_StorageCommitmentPushModelSOPClass, syntaxes, ASC_SC_ROLE_SCU);
         setPort(static_cast<Uint16>(port.toUInt()));
         setAETitle("CT");
@@ -66,7 +66,7 @@ class ReportReceiver::Acceptor final : public DcmSCP {
     Uint16 checkEVENTREPORTRequest(T_DIMSE_N_EventReportRQ& request, DcmDataset* data) override {
         Report report;
         report.eventType = request.EventTypeID;
-        report.calling = getPeerAETitle().c_str();
+        report.calling = getPeerAETitle();
         report.transactionUid = text(*data, DCM_TransactionUID);
         report.retrieveAeTitle = text(*data, DCM_RetrieveAETitle);
         report.roleWasProposed = proposed_;
