@@ -68,11 +68,12 @@ def main(preset, pattern, *arguments):
     tidy = [CLANG_TIDY, "-quiet", f"-p={folder}", f"-header-filter=^{TOP}/({ROOMS})/", *arguments]
     version = subprocess.run([CLANG_TIDY, "--version"], stdout=subprocess.PIPE, check=True).stdout
     checks = b"\n".join([version, (TOP / ".clang-tidy").read_bytes(), json.dumps(tidy).encode()])
+    found = False
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        findings = [finding for finding in
-                    pool.map(lambda entry: check(entry, tidy, checks, passed), entries) if finding]
-    print("".join(findings), end="")
-    return bool(findings)
+        for finding in pool.map(lambda entry: check(entry, tidy, checks, passed), entries):
+            print(finding, end="", flush=True)
+            found = found or bool(finding)
+    return found
 
 
 if __name__ == "__main__":
