@@ -33,7 +33,7 @@ extern "C" int openat(int folder, const char* path, int flags, ...) {
     if (isUnnamed || (flags & O_CREAT) != 0) {
         va_list more;
         va_start(more, flags);
-        mode = va_arg(more, mode_t);
+        mode = va_arg(more, mode_t);  // NOLINT(clang-analyzer-valist.Uninitialized): the check's mistake
         va_end(more);
     }
     if (isUnnamed && !areAllowed) {

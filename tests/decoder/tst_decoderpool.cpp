@@ -42,7 +42,7 @@ struct Files {
         return pool.convert({.file = source.handle(), .size = static_cast<std::size_t>(size), .syntax = from},
                             {.file = target.handle(), .syntax = to}, interest);
     }
-    [[nodiscard]] QByteArray result() {
+    [[nodiscard]] QByteArray result() const {
         QFile file{target.fileName()};
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray{};
     }
@@ -85,7 +85,7 @@ class DecoderPoolTest : public QObject {
 
   private:
     [[nodiscard]] QString standin(const QString& behaviour) {
-        const QString link = folder_.filePath(behaviour);
+        QString link = folder_.filePath(behaviour);
         QFile::link(QStringLiteral(STANDIN), link);
         return link;
     }
@@ -108,6 +108,7 @@ void DecoderPoolTest::anObjectIsConverted() {
 void DecoderPoolTest::manyAtOnceAreConverted() {
     Pool pool{real()};
     std::vector<std::future<bool>> all;
+    all.reserve(16);
     for (int i = 0; i < 16; ++i)
         all.push_back(std::async(std::launch::async, [&pool] {
             Files files{smallImage()};
@@ -282,6 +283,7 @@ void DecoderPoolTest::allDecodersKeepWithinTheirMemory() {
     Pool pool{options};
     std::stop_source stop;
     std::vector<std::future<decoder::Result>> all;
+    all.reserve(4);
     for (int i = 0; i < 4; ++i)
         all.push_back(std::async(std::launch::async, [&] {
             Files files{smallImage()};

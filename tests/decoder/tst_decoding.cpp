@@ -240,9 +240,9 @@ void DecodingTest::aShortRunLengthFrameLeavesNothingUnwritten() {
         .rows = 64, .columns = 64, .samplesPerPixel = 1, .bitsAllocated = 16};
     const ImageSpec spec;
     const QByteArray frame = encodedFrame(spec, framePixels(spec), EXS_RLELossless);
-    std::vector<unsigned char> target(64 * 64 * 2, 0xaa);
+    std::vector<unsigned char> target(std::size_t{64} * 64 * 2, 0xaa);
     QVERIFY(decoder::decodeRunLength(bytesOf(frame), image, target));
-    QVERIFY(QByteArray(reinterpret_cast<const char*>(target.data()), 64 * 64 * 2) == framePixels(spec));
+    QVERIFY(QByteArrayView(target) == framePixels(spec));
     for (qsizetype size = 0; size < frame.size() - 2; ++size)  // the last bytes may be what fills it up
         QVERIFY2(!decoder::decodeRunLength(bytesOf(frame.left(size)), image, target),
                  qPrintable(QString::number(size)));
@@ -360,8 +360,9 @@ void DecodingTest::anElementLongerThanTheObjectIsNotGivenToTheToolkit() {
     const QByteArray begin = written(set, EXS_LittleEndianImplicit);
     QVERIFY(converted(begin, EXS_LittleEndianImplicit).has_value());
     // In an item without a length of its own nothing else says how far it can reach.
-    const QByteArray item = QByteArray::fromHex("feff00e0ffffffff"
-                                                "08005011f0ffff7f");
+    const QByteArray item = QByteArray::fromHex(
+        "feff00e0ffffffff"
+        "08005011f0ffff7f");
     const QByteArray sequence = QByteArray::fromHex("08004011ffffffff") + item;
     const long long before = peakOfAddressSpace();
     QVERIFY(!converted(begin + sequence, EXS_LittleEndianImplicit));

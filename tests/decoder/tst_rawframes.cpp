@@ -21,7 +21,7 @@ const dicom::TransferSyntax Native{EXS_LittleEndianExplicit};
 QByteArray someBytes(qsizetype size, int seed) {
     QByteArray bytes(size, '\0');
     for (qsizetype i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>(i * 37 + seed * 11 + i / 5);
+        bytes[i] = static_cast<char>(i * 37 + qsizetype{seed} * 11 + i / 5);
     return bytes;
 }
 

@@ -72,7 +72,7 @@ void write(const QString& path, const QByteArray& bytes) {
 std::string photometricOf(DcmDataset& set) {
     OFString value;
     set.findAndGetOFString(DCM_PhotometricInterpretation, value);
-    return value.c_str();
+    return value;
 }
 
 }  // namespace

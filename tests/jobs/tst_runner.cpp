@@ -212,7 +212,7 @@ void RunnerTest::aDroppedJobEnds() {
     const long long number = add("a", "X");
     std::atomic<bool> ended = false;
     const auto running = runner([&](jobs::Attempt& attempt) {
-        const Outcome outcome = untilStopped(attempt);
+        Outcome outcome = untilStopped(attempt);
         ended = true;
         return outcome;
     });

@@ -76,9 +76,9 @@ QByteArray encapsulated(const ImageSpec& image, const QByteArrayList& fragments,
 QByteArray framePixels(const ImageSpec& image, int seed) {
     QByteArray pixels(image.frameSize(), '\0');
     const int most = (1 << image.stored) - 1;
-    const int count = image.frameSize() * 8 / image.bits;
-    for (int i = 0; i < count; ++i) {
-        const int value = (i * 7 + i / image.columns * 13 + seed * 101) & most;
+    const qsizetype count = image.frameSize() * 8 / image.bits;
+    for (qsizetype i = 0; i < count; ++i) {
+        const auto value = (i * 7 + i / image.columns * 13 + seed * 101) & most;
         if (image.bits == 16)
             qToLittleEndian(static_cast<quint16>(value), pixels.data() + 2 * i);
         else
@@ -88,7 +88,7 @@ QByteArray framePixels(const ImageSpec& image, int seed) {
 }
 
 QByteArray flatPixels(const ImageSpec& image, int value) {
-    return QByteArray(image.frameSize(), static_cast<char>(value));
+    return {image.frameSize(), static_cast<char>(value)};
 }
 
 std::unique_ptr<DcmFileFormat> nativeObject(const ImageSpec& image, const QByteArray& pixels) {

@@ -102,14 +102,14 @@ void HostilePeers::startPeers() {
 }
 
 void HostilePeers::startSenders() {
-    for (HostileObject& object : objectsAgainstDecoders(Instance)) {
-        repeat(object.kind, [this, object = std::move(object)](const auto& /*stop*/) {
+    for (const HostileObject& object : objectsAgainstDecoders(Instance)) {
+        repeat(object.kind, [this, object](const auto& /*stop*/) {
             RequestorAssociation peer{decoding_, "HOSTILE", "TESSALY", storageIn(object.transferSyntax)};
             static_cast<void>(peer.storeBytes(Instance, object.dataSet));
         });
     }
-    for (HostileObject& object : objectsAgainstReaders(Instance)) {
-        repeat(object.kind, [this, object = std::move(object)](const auto& /*stop*/) {
+    for (const HostileObject& object : objectsAgainstReaders(Instance)) {
+        repeat(object.kind, [this, object](const auto& /*stop*/) {
             RequestorAssociation peer{asTheyCome_, "HOSTILE", "TESSALY", storageIn(object.transferSyntax)};
             static_cast<void>(peer.storeBytes(Instance, object.dataSet));
         });

@@ -3,6 +3,7 @@
 #include <openjpeg.h>
 
 #include <algorithm>
+#include <new>
 #include <stdexcept>
 #include <vector>
 
@@ -57,7 +58,8 @@ QByteArray waveletFrame(const ImageSpec& image, const QByteArray& pixels, const 
     }
     opj_image_t* const coded = opj_image_create(static_cast<OPJ_UINT32>(image.samples), components.data(),
                                                 image.samples == 3 ? OPJ_CLRSPC_SRGB : OPJ_CLRSPC_GRAY);
-    check(coded != nullptr, "no image");
+    if (coded == nullptr)
+        throw std::bad_alloc{};
     coded->x1 = static_cast<OPJ_UINT32>(image.columns);
     coded->y1 = static_cast<OPJ_UINT32>(image.rows);
     const qsizetype count = qsizetype{image.columns} * image.rows;

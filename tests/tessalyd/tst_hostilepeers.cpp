@@ -138,7 +138,7 @@ void HostilePeersTest::theHonestOnesAreServed() {
     EVENTUALLY(resources().descriptors <= before.descriptors + Kept);
     EVENTUALLY(resources().children <= before.children + 2);
     if (limit > 0)  // freed pages are returned every few seconds
-        EVENTUALLY(resources().kilobytes <= before.kilobytes + 64 * 1024);
+        EVENTUALLY(resources().kilobytes <= before.kilobytes + 64L * 1024);
     const Resources after = resources();
     qInfo("threads %d to %d, descriptors %d to %d, resident %ld to %ld KB", before.threads, after.threads,
           before.descriptors, after.descriptors, before.kilobytes, after.kilobytes);

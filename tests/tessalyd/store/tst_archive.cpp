@@ -31,6 +31,12 @@ std::optional<ObjectHeader> readHeader(std::span<const char> data, E_TransferSyn
     return incoming.header();
 }
 
+/// Of FTP nodes and of images.
+QString rowsIn(const ScratchDatabase& database) {
+    return database.value(u"SELECT COUNT(*) FROM FtpNodes"_s) + u' ' +
+           database.value(u"SELECT COUNT(*) FROM Image"_s);
+}
+
 }  // namespace
 
 /// The server's parts by themselves, where a client cannot reach every case.
@@ -236,22 +242,18 @@ void ArchiveTest::otherRowsAreThereExactlyWhenTheObjectsAre() {
     const auto writeRows = [](const tessaly::db::Connection& connection) {
         tessaly::db::Query{connection, "INSERT INTO FtpNodes (Name) VALUES ('beside')"}.execute();
     };
-    const auto rows = [&database] {
-        return database.value(u"SELECT COUNT(*) FROM FtpNodes"_s) + u' ' +
-               database.value(u"SELECT COUNT(*) FROM Image"_s);
-    };
     const auto fail = [] { throw std::runtime_error{"the disk is full"}; };
     QVERIFY_EXCEPTION_THROWN(
         index.record(header, placement->location(), {.writeRows = writeRows, .publish = fail}),
         std::runtime_error);
-    QCOMPARE(rows(), u"0 0"_s);
+    QCOMPARE(rowsIn(database), u"0 0"_s);
     index.record(header, placement->location(), {.writeRows = writeRows});
-    QCOMPARE(rows(), u"1 1"_s);
+    QCOMPARE(rowsIn(database), u"1 1"_s);
     // A row that cannot be written leaves the object without one too.
     header.sopInstanceUid = "1.2.1.2";
     QVERIFY_EXCEPTION_THROWN(index.record(header, placement->location(), {.writeRows = writeRows}),
                              std::exception);
-    QCOMPARE(rows(), u"1 1"_s);
+    QCOMPARE(rowsIn(database), u"1 1"_s);
 }
 
 void ArchiveTest::theConfigurationIsRead() {

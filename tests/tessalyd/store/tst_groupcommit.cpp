@@ -217,6 +217,7 @@ void GroupCommitTest::whatTheEngineRefusesForOneKeepsNoneAway() {
     ArchiveIndex index;
     index.configure(60s, 8);
     std::vector<ObjectHeader> objects;
+    objects.reserve(16);
     for (int i = 0; i < 16; ++i)
         objects.push_back(header("1.2.1", "1.2.1." + std::to_string(i)));
     const QStringList failures = storeTogether(index, objects, [](std::size_t i) {

@@ -35,7 +35,7 @@ class LostFileTest : public RetrieveTest {
     }
     /// A whole database, as a back-up is.
     [[nodiscard]] QString backUp() const {
-        const QString copy = scratch(u"copy.mdb"_s);
+        QString copy = scratch(u"copy.mdb"_s);
         daemon_->database.run(u"VACUUM INTO '%1'"_s.arg(copy));
         return copy;
     }

@@ -36,8 +36,7 @@ void ComposingTest::storeObject(DcmFileFormat& object) const {
     const std::vector<Context> contexts{
         Context{.abstractSyntax = UID_VerificationSOPClass,
                 .transferSyntaxes = {UID_LittleEndianImplicitTransferSyntax}},
-        Context{.abstractSyntax = sopClass.c_str(),
-                .transferSyntaxes = {UID_LittleEndianExplicitTransferSyntax}}};
+        Context{.abstractSyntax = sopClass, .transferSyntaxes = {UID_LittleEndianExplicitTransferSyntax}}};
     RequestorAssociation sender{daemon_->port(), "TESTER", "TESSALY", contexts};
     if (const auto answer = sender.store(object); !answer.arrived || answer.status != 0)
         throw std::runtime_error{"an object was not stored: " + answer.comment};

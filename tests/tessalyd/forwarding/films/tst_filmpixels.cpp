@@ -51,10 +51,10 @@ void FilmPixelsTest::everyValueOfEightBits() {
         all[i] = static_cast<char>(i);
     const QByteArray twelve = converted(all, gray8(16, 16), {.rows = 16, .columns = 16, .bits = 12});
     QCOMPARE(twelve.size(), 512);
-    for (int i = 0; i < 256; ++i) {
+    for (qsizetype i = 0; i < 256; ++i) {
         const unsigned value = static_cast<unsigned char>(twelve[2 * i]) |
                                static_cast<unsigned>(static_cast<unsigned char>(twelve[2 * i + 1])) << 8U;
-        QCOMPARE(value, static_cast<unsigned>(std::lround(i * 4095.0 / 255)));
+        QCOMPARE(value, static_cast<unsigned>(std::lround(static_cast<double>(i) * 4095.0 / 255)));
     }
     QCOMPARE(converted(all, gray8(16, 16), to8(16, 16)), all);
 }
@@ -98,7 +98,7 @@ void FilmPixelsTest::keepsAPlainSurfacePlain_data() {
 void FilmPixelsTest::keepsAPlainSurfacePlain() {
     QFETCH(const unsigned, rows);
     QFETCH(const unsigned, columns);
-    const QByteArray plain(99 * 100, static_cast<char>(200));
+    const QByteArray plain(qsizetype{99} * 100, static_cast<char>(200));
     const QByteArray reduced = converted(plain, gray8(99, 100), to8(rows, columns));
     QCOMPARE(reduced, QByteArray(static_cast<qsizetype>(rows * columns), static_cast<char>(200)));
 }

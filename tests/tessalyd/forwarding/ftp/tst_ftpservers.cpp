@@ -42,6 +42,7 @@ void FtpServersTest::threeServersDeliverEachFileOnce() {
         archive.launch(server, {u"--first-retry"_s, u"1"_s});
     {
         std::vector<std::unique_ptr<RequestorAssociation>> senders;
+        senders.reserve(Servers);
         for (int server = 0; server < Servers; ++server)
             senders.push_back(
                 std::make_unique<RequestorAssociation>(archive.target(server, 0), "TESTER", "BACKUP"));

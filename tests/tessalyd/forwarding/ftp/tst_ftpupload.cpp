@@ -187,7 +187,7 @@ void FtpUploadTest::aFullDiskFails() {
     QCOMPARE(fault.kind(), Fault::Kind::Transient);
     QCOMPARE(fault.what(), "the server does not take the file (452: no room)");
     QCOMPARE(server.names(), QStringList{});
-    const std::string large(20'000'000, 'x');
+    const std::string large = QByteArray(20'000'000, 'x').toStdString();
     const Fault broken = failing(uploader, large);
     QCOMPARE(broken.kind(), Fault::Kind::Transient);
     for (const QString& name : server.names())

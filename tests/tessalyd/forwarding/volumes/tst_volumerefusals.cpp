@@ -107,14 +107,14 @@ void VolumeRefusalsTest::whatIsNoVolumeIsRefused_data() {
     row("no position", without(DCM_ImagePositionPatient), u"does not say where it is"_s);
     row("no orientation", without(DCM_ImageOrientationPatient), u"does not say where it is"_s);
     row("no spacing", without(DCM_PixelSpacing), u"does not say where it is"_s);
-    row("a spacing of 0", with(DCM_PixelSpacing, "0\\1"), u"does not say where it is"_s);
-    row("a negative spacing", with(DCM_PixelSpacing, "-1\\-1"), u"does not say where it is"_s);
-    row("a position that is no number", with(DCM_ImagePositionPatient, "a\\b\\c"),
+    row("a spacing of 0", with(DCM_PixelSpacing, R"(0\1)"), u"does not say where it is"_s);
+    row("a negative spacing", with(DCM_PixelSpacing, R"(-1\-1)"), u"does not say where it is"_s);
+    row("a position that is no number", with(DCM_ImagePositionPatient, R"(a\b\c)"),
         u"does not say where it is"_s);
-    row("an endless position", with(DCM_ImagePositionPatient, "inf\\nan\\1"), u"does not say where it is"_s);
-    row("two parts of a position", with(DCM_ImagePositionPatient, "1\\2"), u"does not say where it is"_s);
-    row("axes of no length", with(DCM_ImageOrientationPatient, "0\\0\\0\\0\\0\\0"), u"perpendicular"_s);
-    row("axes that are one", with(DCM_ImageOrientationPatient, "1\\0\\0\\1\\0\\0"), u"perpendicular"_s);
+    row("an endless position", with(DCM_ImagePositionPatient, R"(inf\nan\1)"), u"does not say where it is"_s);
+    row("two parts of a position", with(DCM_ImagePositionPatient, R"(1\2)"), u"does not say where it is"_s);
+    row("axes of no length", with(DCM_ImageOrientationPatient, R"(0\0\0\0\0\0)"), u"perpendicular"_s);
+    row("axes that are one", with(DCM_ImageOrientationPatient, R"(1\0\0\1\0\0)"), u"perpendicular"_s);
     row(
         "colour",
         [](DcmDataset& set, int) {
@@ -123,7 +123,7 @@ void VolumeRefusalsTest::whatIsNoVolumeIsRefused_data() {
         },
         u"colours"_s);
     row("a palette", with(DCM_PhotometricInterpretation, "PALETTE COLOR"), u"colours"_s);
-    row("a mosaic", with(DCM_ImageType, "ORIGINAL\\PRIMARY\\M\\ND\\MOSAIC"), u"mosaic"_s);
+    row("a mosaic", with(DCM_ImageType, R"(ORIGINAL\PRIMARY\M\ND\MOSAIC)"), u"mosaic"_s);
     row(
         "values of a table",
         [](DcmDataset& set, int) {
@@ -309,7 +309,7 @@ void VolumeRefusalsTest::aNameThatIsNoUidIsNotUsed() {
 void VolumeRefusalsTest::volumesThatAreTooLargeAreRefused() {
     MadeSeries series;
     series.add(SeriesSpec{});
-    series.request.mostBytes = 24 * 32 * 2 * 7;
+    series.request.mostBytes = std::uint64_t{24} * 32 * 2 * 7;
     static_cast<void>(series.write());
     --series.request.mostBytes;
     QVERIFY(series.refusal().contains(u"would be larger"));

@@ -269,14 +269,14 @@ PrintStation::Reply PrintStation::printSession(const std::string& uid) {
 
 PrintStation::Reply PrintStation::printAll(const std::string& format, const PrintImage& image,
                                            const Attributes& session, const Attributes& film) {
-    if (const Reply made = createSession(session); made.status != 0)
+    if (Reply made = createSession(session); made.status != 0)
         return made;
-    const Reply made = createFilm(format, film);
+    Reply made = createFilm(format, film);
     if (made.status != 0)
         return made;
     int position = 0;
     for (const std::string& box : made.references(DCM_ReferencedImageBoxSequence))
-        if (const Reply set = setImage(box, ++position, image); set.status != 0)
+        if (Reply set = setImage(box, ++position, image); set.status != 0)
             return set;
     return printFilm();
 }

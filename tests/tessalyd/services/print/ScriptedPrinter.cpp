@@ -209,7 +209,7 @@ bool ScriptedPrinter::takeOne(T_ASC_Association& association, dicom::MessageStre
 }
 
 void ScriptedPrinter::report(dicom::MessageStream& messages, const T_ASC_Association& association,
-                             const Event& event) {
+                             const Event& event) const {
     const bool isOfJob = event.sopClass == std::string_view{UID_PrintJobSOPClass};
     for (T_ASC_PresentationContextID id = 1; id < 20; id = static_cast<T_ASC_PresentationContextID>(id + 2)) {
         T_ASC_PresentationContext accepted;

@@ -5,6 +5,7 @@
 #include <dcmtk/dcmnet/assoc.h>
 
 #include <QByteArray>
+#include <QString>
 #include <atomic>
 #include <condition_variable>
 #include <functional>
@@ -79,7 +80,8 @@ class ScriptedPrinter {
     void meet(int socket);
     void accept(T_ASC_Parameters* parameters) const;
     [[nodiscard]] bool takeOne(T_ASC_Association& association, dicom::MessageStream& messages);
-    void report(dicom::MessageStream& messages, const T_ASC_Association& association, const Event& event);
+    void report(dicom::MessageStream& messages, const T_ASC_Association& association,
+                const Event& event) const;
     [[nodiscard]] std::unique_ptr<DcmDataset> dataSetFor(const Request& request, const Answer& answer);
 
     Script script_;

@@ -28,7 +28,7 @@ class ImageRequestsTest : public PrintTest {
 void ImageRequestsTest::checksImages_data() {
     QTest::addColumn<PrintImage>("image");
     QTest::addColumn<int>("status");
-    const auto row = [](const char* name, PrintImage image, int status) {
+    const auto row = [](const char* name, const PrintImage& image, int status) {
         QTest::newRow(name) << image << status;
     };
     row("12 bits", {}, 0);
@@ -41,8 +41,8 @@ void ImageRequestsTest::checksImages_data() {
     row("no columns", {.columns = 0, .pixels = "12"}, 0x0106);
     row("more bits than there are", {.stored = 17}, 0x0106);
     row("too few bits", {.stored = 7}, 0x0106);
-    row("no such allocation", {.allocated = 32, .stored = 12, .pixels = QByteArray(16 * 16 * 4, 'x')},
-        0x0106);
+    row("no such allocation",
+        {.allocated = 32, .stored = 12, .pixels = QByteArray(qsizetype{16} * 16 * 4, 'x')}, 0x0106);
     row("too few pixels", {.pixels = QByteArray(16 * 16 * 2 - 2, 'x')}, 0x0106);
     row("more pixels than needed", {.pixels = QByteArray(16 * 16 * 2 + 2, 'x')}, 0);
     row("more than 64 MB", {.rows = 65535, .columns = 65535, .pixels = "12"}, 0xc605);

@@ -6,7 +6,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
-using tessaly::dicom::CommandField;
 
 namespace {
 

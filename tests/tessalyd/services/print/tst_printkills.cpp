@@ -61,7 +61,8 @@ void PrintKillsTest::losesAndDoublesNothing() {
             if (peer.printAll("STANDARD\\1,1", {}, {{DCM_FilmSessionLabel, label}}).status == 0)
                 accepted.insert(label);
             const auto isKilled = [this] { return daemon_->process.state() == QProcess::NotRunning; };
-            (void)QTest::qWaitFor([&] { return isKilled() || areAll(2, jobs().size()); }, 3000);
+            (void)QTest::qWaitFor([&] { return isKilled() || areAll(2, static_cast<int>(jobs().size())); },
+                                  3000);
         } catch (const std::runtime_error&) {  // it was killed before
         }
         daemon_->kill();

@@ -63,7 +63,7 @@ QList<Kind> makeKinds() {
     all << Kind{"deflated",
                 UID_DeflatedExplicitVRLittleEndianTransferSyntax,
                 {},
-                plain.right(spec.side * spec.side * 2),
+                plain.right(qsizetype{spec.side} * spec.side * 2),
                 deflated(plain)};
     return all;
 }
@@ -217,7 +217,7 @@ void DecodedKindsTest::anotherArchiveForwardsThem() {
     QVERIFY(bytes.open(QIODevice::ReadOnly));
     const OtherArchive archive{scratch(u"orthanc"_s), u"ORTHANC"_s, daemon_->port()};
     const QByteArray taken = archive.ask(u"instances"_s, bytes.readAll());
-    const qsizetype at = taken.indexOf("\"ID\" : \"") + 8;
+    const qsizetype at = taken.indexOf(R"("ID" : ")") + 8;
     QVERIFY2(at > 8, taken);
     QVERIFY(
         !archive.ask(u"modalities/tessaly/store"_s, taken.mid(at, taken.indexOf('"', at) - at)).isEmpty());

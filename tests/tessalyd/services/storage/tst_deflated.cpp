@@ -9,7 +9,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace tessaly::test;
-using tessaly::dicom::HeaderFault;
 using tessaly::dicom::HeaderReader;
 using tessaly::dicom::ObjectHeader;
 using tessaly::dicom::TransferSyntax;
@@ -58,7 +57,8 @@ class DeflatedTest : public DaemonTest {
 
   private:
     [[nodiscard]] RequestorAssociation::Answer send(const QByteArray& bytes) const {
-        RequestorAssociation sender{daemon_->port(), "TESTER", "TESSALY", {{UID_CTImageStorage, {Deflated.uid()}}}};
+        RequestorAssociation sender{
+            daemon_->port(), "TESTER", "TESSALY", {{UID_CTImageStorage, {Deflated.uid()}}}};
         return sender.storeBytes(0, UID_CTImageStorage, Instance, view(bytes));
     }
 };
