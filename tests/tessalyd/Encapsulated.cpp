@@ -78,7 +78,7 @@ QByteArray framePixels(const ImageSpec& image, int seed) {
     const int most = (1 << image.stored) - 1;
     const qsizetype count = image.frameSize() * 8 / image.bits;
     for (qsizetype i = 0; i < count; ++i) {
-        const auto value = (i * 7 + i / image.columns * 13 + seed * 101) & most;
+        const auto value = (i * 7 + i / image.columns * 13 + qsizetype{seed} * 101) & most;
         if (image.bits == 16)
             qToLittleEndian(static_cast<quint16>(value), pixels.data() + 2 * i);
         else
