@@ -4,14 +4,13 @@
 #include <cstring>
 #include <vector>
 
-#include "decoder/Transcoder.h"
 #include "decoder/FrameDecoder.h"
 #include "decoder/ObjectLayout.h"
+#include "decoder/Transcoder.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {
 
-using tessaly::fuzz::require;
 using namespace tessaly::decoder;
 using namespace std::string_view_literals;
 using tessaly::dicom::TransferSyntax;

@@ -27,7 +27,7 @@ constexpr std::size_t FewFrames = 3;
 
 void checkTexts(const Header& header) {
     for (const auto& [position, annotation] : annotationsOf(header, {.number = 2, .films = 3})) {
-        require(position > 0 && annotation.text.size() <= 4 * 64);
+        require(position > 0 && annotation.text.size() <= std::size_t{4} * 64);
         for (const char c : annotation.text)
             require(static_cast<unsigned char>(c) >= ' ' && c != '\\');
     }

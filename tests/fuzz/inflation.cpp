@@ -10,7 +10,6 @@
 
 namespace {
 
-using tessaly::fuzz::require;
 using namespace tessaly::dicom;
 
 constexpr std::size_t MostInflated = std::size_t{1} << 20U;
