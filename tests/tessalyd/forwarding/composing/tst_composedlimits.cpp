@@ -124,7 +124,7 @@ void ComposedLimitsTest::aFilmTakesNoMoreMemory() {
     store({{.study = "1.2.3.1", .series = "1.2.3.1.1"}});
     QCOMPARE(move("1.2.3.1").status, 0);
     const auto process = daemon_->process.processId();
-    Picture large{.rows = 1600, .columns = 1600, .frames = 8};  // 5 MB each
+    Picture large{.rows = 1024, .columns = 1024, .frames = 8};  // 2 MB each
     for (int number = 1; number <= 8; ++number) {
         large.number = number;
         store({large});
@@ -134,7 +134,7 @@ void ComposedLimitsTest::aFilmTakesNoMoreMemory() {
     QCOMPARE(moved.status, 0);
     QCOMPARE(moved.counters, (Progress{-1, 8, 0, 0}));
     QCOMPARE(jobs().size(), 2);
-    constexpr long long Most = 24 << 10;  // kilobytes, of 320 MB
+    constexpr long long Most = 24 << 10;  // kilobytes, of 128 MB
     const long long grown = peakMemoryOf(process) - before;
     QVERIFY2(grown < Most, qPrintable(u"%1 KB more than %2 KB"_s.arg(grown).arg(before)));
     qInfo() << "peak" << before << "KB, with the film" << before + grown << "KB";
