@@ -193,6 +193,9 @@ Product::Product(const QString& program, const QStringList& arguments, const QSt
     for (const QString& argument : arguments)
         filled << fill(argument);
     process_.start(program, filled);
+    // Before the probe: the product may listen sooner than its start is noticed here.
+    if (!process_.waitForStarted())
+        throw std::runtime_error(program.toStdString() + ": " + process_.errorString().toStdString());
     const bool ready = QTest::qWaitFor(
         [this] {
             QTcpSocket probe;
