@@ -20,6 +20,9 @@ namespace {
 using Kind = jobs::Outcome::Kind;
 using Clock = std::chrono::steady_clock;
 
+/// The database's clock counts whole seconds: what came a second ago by it may have come just now.
+constexpr std::chrono::seconds ClockStep{1};
+
 /// Notes how far the attempt is, once a second.
 class Noting {
   public:
@@ -127,7 +130,7 @@ class Work {
         const auto last = jobs::lastAdded(connection_, JobKind, job_.key);
         if (!last)
             return std::nullopt;
-        const auto left = *last + quietTime_ - jobs::now(connection_);
+        const auto left = *last + quietTime_ + ClockStep - jobs::now(connection_);
         return left > std::chrono::seconds{0} ? std::optional{left} : std::nullopt;
     }
 
@@ -163,10 +166,12 @@ void deliverLater(const db::Connection& connection, std::string_view node,
                   const std::string& seriesInstanceUid, const std::string& sopInstanceUid,
                   std::chrono::seconds quietTime) {
     const std::string target = targetOf(node);
-    jobs::addItemTo(
-        connection,
-        {.kind = JobKind, .target = target, .key = target + "/" + seriesInstanceUid, .delay = quietTime},
-        sopInstanceUid);
+    jobs::addItemTo(connection,
+                    {.kind = JobKind,
+                     .target = target,
+                     .key = target + "/" + seriesInstanceUid,
+                     .delay = quietTime + ClockStep},
+                    sopInstanceUid);
 }
 
 std::string textOf(const Progress& progress) {

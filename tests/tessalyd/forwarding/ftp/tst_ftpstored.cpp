@@ -1,4 +1,6 @@
+#include <QElapsedTimer>
 #include <QRandomGenerator>
+#include <QTime>
 #include <atomic>
 
 #include "tests/support/Eventually.h"
@@ -25,6 +27,7 @@ class FtpStoredTest : public DeliveryTest {
     void isDeliveredWhenItsSeriesIsQuiet();
     void isDeliveredOnce();
     void isNotDeliveredBeforeItsSeriesIsQuiet();
+    void theEndOfASecondIsNoQuietSecond();
     void onlyUnderTheNodesName_data();
     void onlyUnderTheNodesName();
     void isStoredWhoeverIsThere();
@@ -83,6 +86,23 @@ void FtpStoredTest::isNotDeliveredBeforeItsSeriesIsQuiet() {
     QCOMPARE(filesOf(server).size(), 5);
 }
 
+void FtpStoredTest::theEndOfASecondIsNoQuietSecond() {
+    const ScriptedFtp server;
+    launchFor(nodeOf(server));
+    // Another series waits: the table is looked at each second then, and not each five.
+    storeFor("BACKUP", 1);
+    daemon_->database.run(u"UPDATE Job SET NextAttempt=NextAttempt+3600"_s);
+    QTest::qSleep(5500);
+    // By a clock of whole seconds, what comes now is a second old in a tenth of one.
+    while (QTime::currentTime().msec() < 900)
+        QTest::qSleep(10);
+    QElapsedTimer time;
+    time.start();
+    storeFor("BACKUP", 1, 2);
+    EVENTUALLY(server.connections() > 0);
+    QVERIFY2(time.elapsed() >= 1000, qPrintable(QString::number(time.elapsed())));
+}
+
 void FtpStoredTest::onlyUnderTheNodesName_data() {
     QTest::addColumn<QString>("called");
     QTest::addColumn<QString>("aeTitle");
@@ -116,17 +136,21 @@ void FtpStoredTest::isStoredWhoeverIsThere() {
 void FtpStoredTest::isRetriedWithWhatCameMeanwhile() {
     ScriptedFtp server;
     std::atomic<bool> isFull = true;
-    std::atomic<int> refused = 0;
     server.setScript([&](const std::string& verb, const std::string&) {
-        if (verb != "STOR" || !isFull)
-            return Reply{};
-        ++refused;
-        return Reply{"452 full"};
+        return verb == "STOR" && isFull ? Reply{"452 full"} : Reply{};
     });
     launchFor(nodeOf(server));
     QStringList uids = storeFor("BACKUP", 3);
-    EVENTUALLY(refused > 0);
+    const auto haveFailed = [this](int first, int second) {
+        const QStringList log = daemon_->log().split(u'\n');
+        const auto hasFailed = [&](int job, int objects) {
+            return !log.filter(u"job %1 (FTP, backup): %2 of %2 objects: "_s.arg(job).arg(objects)).isEmpty();
+        };
+        return hasFailed(1, first) && hasFailed(2, second);
+    };
+    EVENTUALLY(haveFailed(2, 1));
     uids += storeFor("BACKUP", 3, 4);
+    EVENTUALLY(haveFailed(3, 3));
     isFull = false;
     EVENTUALLY(allAreDone());
     EVENTUALLY(filesOf(server) == deliveryOf(uids));
