@@ -39,7 +39,7 @@ void ArchiveSearch::read(db::StatementCache& statements) {
     } catch (const db::Error&) {
         dropPage();
         // An engine that keeps to the limit by itself says so in words of its own.
-        if (clock_.isOver())
+        if (clock_.mayHaveTimedOut())
             throw SearchTimeout{};
         throw;
     } catch (...) {

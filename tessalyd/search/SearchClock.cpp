@@ -35,6 +35,12 @@ bool SearchClock::endsStatement() {
     return isLate_ || (limits_.stop && isUnwanted());
 }
 
+bool SearchClock::mayHaveTimedOut() const {
+    const auto now = Clock::now();
+    return isOver(now) ||
+           (limits_.timeout > std::chrono::seconds::zero() && now - statementSince_ >= limits_.timeout);
+}
+
 bool SearchClock::isOver(Clock::time_point now) const {
     return limits_.timeout > std::chrono::seconds::zero() && worked_ + (now - since_) >= limits_.timeout;
 }

@@ -41,13 +41,18 @@ class SearchClock {
     bool watch();
     /// The same at once.
     bool look();
-    [[nodiscard]] bool isOver() const { return isOver(Clock::now()); }
 
     /// For a statement that the engine works on: whether it is to be ended.
     [[nodiscard]] bool endsStatement();
     /// A statement was ended: at the time-out, or else nobody wanted it any more.
     [[nodiscard]] bool isLate() const noexcept { return isLate_; }
-    void expectStatement() noexcept { isLate_ = false; }
+    void expectStatement() noexcept {
+        isLate_ = false;
+        statementSince_ = Clock::now();
+    }
+    /// A statement failed: whether that may have been the time-out of an engine that keeps it by itself and
+    /// works on while somebody is asked.
+    [[nodiscard]] bool mayHaveTimedOut() const;
 
     void setStopped() noexcept { stopped_ = true; }
     [[nodiscard]] bool wasStopped() const noexcept { return stopped_; }
@@ -56,7 +61,7 @@ class SearchClock {
     [[nodiscard]] Clock::time_point ownTime() const { return Clock::now() - asking_; }
 
   private:
-    [[nodiscard]] bool isOver(Clock::time_point now) const;
+    [[nodiscard]] bool isOver(Clock::time_point now = Clock::now()) const;
     [[nodiscard]] bool isUnwanted();
 
     SearchLimits limits_;
@@ -64,6 +69,7 @@ class SearchClock {
     Clock::time_point since_;  // as if nobody had been asked in between
     Clock::duration asking_{0};
     Clock::time_point lastAsked_;
+    Clock::time_point statementSince_;
     unsigned rowsSeen_ = 0;
     bool stopped_ = false;
     bool isLate_ = false;

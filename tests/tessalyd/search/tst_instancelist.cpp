@@ -1,6 +1,9 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 
 #include <QTest>
+#include <chrono>
+#include <thread>
+#include <utility>
 
 #include "tessalyd/search/InstanceList.h"
 #include "tests/tessalyd/StockedArchive.h"
@@ -21,6 +24,7 @@ class InstanceListTest : public QObject {
     void anInstanceHasAllThatSendingNeeds();
     void manyInstancesComeBackAsTheyAre();
     void aListThatIsMadeHoldsNothingOfTheTables();
+    void theTimeoutIsToldAsOneHoweverLongAskingTook();
 
   private:
     [[nodiscard]] InstanceList list(const char* level, const std::vector<AskedKey>& keys) {
@@ -154,6 +158,23 @@ void InstanceListTest::aListThatIsMadeHoldsNothingOfTheTables() {
     if (!ScratchDatabase::isPostgresql())
         QCOMPARE(archive_->database.rows(u"PRAGMA wal_checkpoint(TRUNCATE)"_s).first().first(), u"0"_s);
     QCOMPARE(this->instances(std::move(instances)).size(), 4);
+}
+
+void InstanceListTest::theTimeoutIsToldAsOneHoweverLongAskingTook() {
+    makeStudiesEndless(archive_->database);
+    DcmDataset question = identifier("PATIENT", {{DCM_PatientID, "P1"}});
+    bool isFirst = true;
+    const SearchLimits limits{.timeout = std::chrono::seconds{1}, .stop = [&isFirst] {
+                                  if (std::exchange(isFirst, false))
+                                      std::this_thread::sleep_for(std::chrono::milliseconds{400});
+                                  return false;
+                              }};
+    QVERIFY_THROWS_EXCEPTION(
+        SearchTimeout,
+        (InstanceList{archive_->statements, readRetrieval(question, InformationModel::PatientRoot), limits}));
+    QVERIFY(!isFirst);
+    makeStudiesFast(archive_->database);
+    QCOMPARE(list("PATIENT", {{DCM_PatientID, "P1"}}).size(), std::size_t{3});
 }
 
 QTEST_APPLESS_MAIN(InstanceListTest)
