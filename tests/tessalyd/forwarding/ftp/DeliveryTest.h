@@ -13,6 +13,8 @@ class DeliveryTest : public MoveTest {
 
   protected:
     static const inline QStringList QuickRetry{QStringLiteral("--first-retry"), QStringLiteral("1")};
+    /// Later than any test: for one that looks at what the first attempt left.
+    static const inline QStringList LateRetry{QStringLiteral("--first-retry"), QStringLiteral("3600")};
 
     struct FtpNode {
         QString host;

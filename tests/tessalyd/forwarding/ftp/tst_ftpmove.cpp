@@ -172,7 +172,7 @@ void FtpMoveTest::whatFailsIsNamedAndRetried() {
 
 void FtpMoveTest::nobodyThereIsRetriedElsewhere() {
     const ScriptedFtp server;
-    launchFor({.host = u"127.0.0.1:"_s + unusedPort()});
+    launchFor({.host = u"127.0.0.1:"_s + unusedPort()}, LateRetry);
     const QStringList uids = storeStudy(3);
     Retriever viewer{daemon_->port()};
     askForDelivery(viewer);
@@ -182,6 +182,7 @@ void FtpMoveTest::nobodyThereIsRetriedElsewhere() {
     QCOMPARE(moved.comment, "Not all is delivered; it will be retried");
     QCOMPARE(jobStates(), QStringList{Waiting});
     setNode(u"Host"_s, server.host());
+    retryAll();
     EVENTUALLY_COMPARE(jobStates(), QStringList{Done});
     QVERIFY(filesOf(server) == deliveryOf(uids));
 }
@@ -193,7 +194,7 @@ void FtpMoveTest::theConnectionThatBreaksFailsWhatIsLeft() {
     server.setAfterStore([&](const std::string&, const std::string&) {
         return isBroken && ++stores > 2 ? Reply{ScriptedFtp::Close} : std::nullopt;
     });
-    launchFor(nodeOf(server));
+    launchFor(nodeOf(server), LateRetry);
     const QStringList uids = storeStudy(10);
     Retriever viewer{daemon_->port()};
     askForDelivery(viewer);
@@ -202,6 +203,7 @@ void FtpMoveTest::theConnectionThatBreaksFailsWhatIsLeft() {
     QCOMPARE(moved.counters, (Progress{-1, 2, 8, 0}));
     QCOMPARE(stores.load(), 4);  // the third was tried over a new connection, too
     isBroken = false;
+    retryAll();
     EVENTUALLY_COMPARE(jobStates(), QStringList{Done});
     QVERIFY(filesOf(server) == deliveryOf(uids));
 }
@@ -211,7 +213,7 @@ void FtpMoveTest::aServerThatTakesNothingIsLeftAlone() {
     server.setScript([&](const std::string& verb, const std::string&) {
         return verb == "STOR" ? Reply{"553 no"} : std::nullopt;
     });
-    launchFor(nodeOf(server), {u"--first-retry"_s, u"3600"_s});
+    launchFor(nodeOf(server), LateRetry);
     const QStringList uids = storeStudy(15);
     Retriever viewer{daemon_->port()};
     askForDelivery(viewer);
@@ -225,7 +227,7 @@ void FtpMoveTest::aServerThatTakesNothingIsLeftAlone() {
 
 void FtpMoveTest::whatIsMissingOrDamagedFails() {
     const ScriptedFtp server;
-    launchFor(nodeOf(server), {u"--first-retry"_s, u"3600"_s});
+    launchFor(nodeOf(server), LateRetry);
     const QStringList uids = storeStudy(6);
     QVERIFY(QFile::remove(fileOf(uids[0])));
     QFile shortened{fileOf(uids[1])};

@@ -69,7 +69,7 @@ void FtpStoredTest::isDeliveredOnce() {
 
 void FtpStoredTest::isNotDeliveredBeforeItsSeriesIsQuiet() {
     const ScriptedFtp server;
-    launchFor(nodeOf(server), {u"--first-retry"_s, u"3600"_s});
+    launchFor(nodeOf(server), LateRetry);
     storeFor("BACKUP", 3);
     QCOMPARE(jobStates(), (QStringList{Waiting, Waiting}));
     // An hour is over for the job; but something has come just now.
