@@ -8,6 +8,7 @@
 #include "db/Query.h"
 #include "db/Transaction.h"
 #include "tests/db/Fault.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchCluster.h"
 #include "tests/support/ScratchDatabase.h"
 
@@ -73,9 +74,7 @@ void LocksTest::aVictimOfADeadlockIsRolledBackAtOnce() {
             update(other, "1", "other");
             surviving.commit();
         });
-        constexpr int Patience = 30'000;
-        QTRY_COMPARE_WITH_TIMEOUT(scratch_->value(u"SELECT count(*) FROM pg_locks WHERE NOT granted"_s),
-                                  u"1"_s, Patience);
+        EVENTUALLY_COMPARE(scratch_->value(u"SELECT count(*) FROM pg_locks WHERE NOT granted"_s), u"1"_s);
         QCOMPARE(faultOf([&] { update(*connection_, "2", "victim"); }).sqlState(), "40P01");
         survivor.get();  // which waits for no end of the victim's
         QVERIFY_EXCEPTION_THROWN(transaction.commit(), db::Error);

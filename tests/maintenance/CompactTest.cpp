@@ -11,6 +11,7 @@
 #include "db/Connection.h"
 #include "maintenance/FileCompaction.h"
 #include "maintenance/FileLease.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/PassProgress.h"
 
 namespace tessaly::test {
@@ -98,7 +99,7 @@ std::function<void()> CompactTest::opening(QFile& newcomer) {
 QString CompactTest::compactInChild(const QStringList& arguments) {
     QProcess child;
     child.start(QStringLiteral(COMPACT_CHILD), arguments);
-    if (!child.waitForFinished())
+    if (!child.waitForFinished(PatienceMs))
         return u"the child does not end"_s;
     return QString::fromUtf8(child.readAllStandardOutput());
 }

@@ -13,6 +13,7 @@
 
 #include "maintenance/FileCompaction.h"
 #include "tests/maintenance/CompactTest.h"
+#include "tests/support/Eventually.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -261,7 +262,7 @@ void CompactFileTest::aKilledCompactionLeavesOneOrTheOther() {
     QProcess whole;
     const auto started = std::chrono::steady_clock::now();
     whole.start(QStringLiteral(COMPACT_CHILD), {path()});
-    QVERIFY(whole.waitForFinished() && whole.exitCode() == 0);
+    QVERIFY(whole.waitForFinished(PatienceMs) && whole.exitCode() == 0);
     const auto needed =
         std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - started);
 

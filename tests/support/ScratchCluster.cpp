@@ -19,6 +19,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "tests/support/Eventually.h"
+
 namespace tessaly::test {
 
 using namespace Qt::StringLiterals;
@@ -79,7 +81,7 @@ ScratchCluster::ScratchCluster() : folder_(place()) {
     QProcess tar;
     tar.setStandardInputFile(QStringLiteral(TESSALY_CLUSTER));
     tar.start(u"setpriv"_s, asOwner() + unpack);
-    if (!tar.waitForFinished() || tar.exitCode() != 0)
+    if (!tar.waitForFinished(PatienceMs) || tar.exitCode() != 0)
         fail(u"the cluster cannot be unpacked: "_s + QString::fromUtf8(tar.readAllStandardError()));
     start();
 }
@@ -129,8 +131,7 @@ void ScratchCluster::start() {
     QElapsedTimer waiting;
     waiting.start();
     while (PQping(target.constData()) != PQPING_OK) {
-        constexpr int Patience = 60'000;
-        if (waitpid(server_, nullptr, WNOHANG) != 0 || waiting.hasExpired(Patience)) {
+        if (waitpid(server_, nullptr, WNOHANG) != 0 || waiting.hasExpired(PatienceMs)) {
             QFile text{QString::fromUtf8(log)};
             fail(u"the cluster does not start: "_s +
                  (text.open(QIODevice::ReadOnly) ? QString::fromUtf8(text.readAll()) : QString{}));

@@ -13,11 +13,9 @@
 #include <csignal>
 #include <vector>
 
-namespace {
+#include "tests/support/Eventually.h"
 
-constexpr int PatienceMs = 20'000;
-
-}  // namespace
+using tessaly::test::PatienceMs;
 
 Terminal::Terminal(const char* program, const QStringList& arguments) {
     QByteArrayList words{program};

@@ -14,6 +14,7 @@
 #include "db/Query.h"
 #include "passwords/PasswordEncoder.h"
 #include "schema/Definitions.h"
+#include "tests/support/Eventually.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
@@ -31,8 +32,8 @@ Outcome runProgram(const QString& name, const QStringList& arguments, const QStr
     if (!out.isEmpty())
         program.setStandardOutputFile(out);
     program.start(name, arguments);
-    program.waitForFinished();
-    return {.status = program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -1,
+    const bool isOver = program.waitForFinished(test::PatienceMs);
+    return {.status = isOver && program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -1,
             .out = QString::fromUtf8(program.readAllStandardOutput()),
             .err = QString::fromUtf8(program.readAllStandardError())};
 }

@@ -2,6 +2,7 @@
 #include <QProcess>
 #include <QTest>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessaly-db/ToolTest.h"
 
 using namespace Qt::StringLiterals;
@@ -19,8 +20,8 @@ class TestBackupServer : public ToolTest {
 Outcome runLine(const QString& line) {
     QProcess shell;
     shell.start(u"sh"_s, {u"-c"_s, line});
-    shell.waitForFinished();
-    return {.status = shell.exitCode(),
+    const bool isOver = shell.waitForFinished(tessaly::test::PatienceMs);
+    return {.status = isOver && shell.exitStatus() == QProcess::NormalExit ? shell.exitCode() : -1,
             .out = QString::fromUtf8(shell.readAllStandardOutput()),
             .err = QString::fromUtf8(shell.readAllStandardError())};
 }

@@ -7,6 +7,7 @@
 #include <QTest>
 #include <csignal>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessaly-db/ToolTest.h"
 
 using namespace Qt::StringLiterals;
@@ -146,7 +147,7 @@ void TestCreateFile::leavesNothingBehindASignal() {
             creating.waitForFinished(1);
         if (creating.state() == QProcess::Running)
             kill(pid, signal);
-        QVERIFY(creating.state() == QProcess::NotRunning || creating.waitForFinished());
+        QVERIFY(creating.state() == QProcess::NotRunning || creating.waitForFinished(test::PatienceMs));
         const bool brokenOff = creating.exitStatus() == QProcess::NormalExit && creating.exitCode() == 1;
         QCOMPARE(folder.entryList(QDir::Files | QDir::Hidden),
                  brokenOff ? QStringList{} : QStringList{u"DicomDB.mdb"_s});

@@ -6,11 +6,11 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "tests/support/Eventually.h"
+
 namespace tessaly::test {
 
 namespace {
-
-constexpr int Patience = 60;  // seconds
 
 T_ASC_PresentationContextID contextOf(std::string_view sopClass) {
     return sopClass == PatientRootFind ? 3 : 5;
@@ -52,7 +52,8 @@ Finding::Answer Finding::next() {
     T_ASC_PresentationContextID context = 0;
     T_DIMSE_Message message{};
     DcmDataset* detail = nullptr;
-    if (DIMSE_receiveCommand(peer_.raw(), DIMSE_NONBLOCKING, Patience, &context, &message, &detail).bad())
+    if (DIMSE_receiveCommand(peer_.raw(), DIMSE_NONBLOCKING, PatienceSeconds, &context, &message, &detail)
+            .bad())
         return answer;
     const std::unique_ptr<DcmDataset> owned{detail};
     const T_DIMSE_C_FindRSP& response = message.msg.CFindRSP;
@@ -72,7 +73,7 @@ Finding::Answer Finding::next() {
     }
     if (response.DataSetType != DIMSE_DATASET_NULL) {
         DcmDataset* found = nullptr;
-        check(DIMSE_receiveDataSetInMemory(peer_.raw(), DIMSE_NONBLOCKING, Patience, &context, &found,
+        check(DIMSE_receiveDataSetInMemory(peer_.raw(), DIMSE_NONBLOCKING, PatienceSeconds, &context, &found,
                                            nullptr, nullptr));
         answer.found.reset(found);
     }

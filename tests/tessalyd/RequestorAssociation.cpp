@@ -14,6 +14,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "tests/support/Eventually.h"
 #include "tests/tessalyd/ToolkitNames.h"
 
 namespace tessaly::test {
@@ -34,7 +35,6 @@ class NotingLayer : public DcmTransportLayer {
     int& socket_;
 };
 
-constexpr int Patience = 60;  // seconds
 constexpr T_ASC_PresentationContextID Storage = 3;
 
 void check(const OFCondition& condition) {
@@ -125,7 +125,7 @@ std::vector<RequestorAssociation::Context> RequestorAssociation::usual() {
 RequestorAssociation::RequestorAssociation(const QString& port, const std::string& calling,
                                            const std::string& called, const std::vector<Context>& contexts,
                                            const std::vector<Extension>& extensions) {
-    check(ASC_initializeNetwork(NET_REQUESTOR, 0, Patience, &network_));
+    check(ASC_initializeNetwork(NET_REQUESTOR, 0, PatienceSeconds, &network_));
     check(ASC_setTransportLayer(network_, new NotingLayer{socket_}, OFTrue));
     check(ASC_createAssociationParameters(&parameters_, ASC_MAXIMUMPDUSIZE));
     ASC_setAPTitles(parameters_, calling.c_str(), called.c_str(), nullptr);
@@ -194,7 +194,7 @@ bool RequestorAssociation::echo() {
     DIC_US status = 0xffff;
     DcmDataset* detail = nullptr;
     const OFCondition answered = DIMSE_echoUser(association_, association_->nextMsgID++, DIMSE_NONBLOCKING,
-                                                Patience, &status, &detail);
+                                                PatienceSeconds, &status, &detail);
     delete detail;
     return answered.good() && status == STATUS_Success;
 }
@@ -215,8 +215,9 @@ RequestorAssociation::Answer RequestorAssociation::store(DcmFileFormat& object,
     request.Priority = DIMSE_PRIORITY_MEDIUM;
     T_DIMSE_C_StoreRSP response{};
     DcmDataset* detail = nullptr;
-    const OFCondition answered = DIMSE_storeUser(association_, Storage, &request, nullptr, &set, nullptr,
-                                                 nullptr, DIMSE_NONBLOCKING, Patience, &response, &detail);
+    const OFCondition answered =
+        DIMSE_storeUser(association_, Storage, &request, nullptr, &set, nullptr, nullptr, DIMSE_NONBLOCKING,
+                        PatienceSeconds, &response, &detail);
     return answerOf(answered, response, detail);
 }
 
@@ -235,7 +236,7 @@ RequestorAssociation::Answer RequestorAssociation::storeBytes(int index, const s
     T_ASC_PresentationContextID context = 0;
     DcmDataset* detail = nullptr;
     const OFCondition answered =
-        DIMSE_receiveCommand(association_, DIMSE_NONBLOCKING, Patience, &context, &answer, &detail);
+        DIMSE_receiveCommand(association_, DIMSE_NONBLOCKING, PatienceSeconds, &context, &answer, &detail);
     return answerOf(answered, answer.msg.CStoreRSP, detail);
 }
 
@@ -349,7 +350,7 @@ bool RequestorAssociation::waitForEnd() {
     T_DIMSE_Message message{};
     T_ASC_PresentationContextID context = 0;
     const OFCondition end =
-        DIMSE_receiveCommand(association_, DIMSE_NONBLOCKING, Patience, &context, &message, nullptr);
+        DIMSE_receiveCommand(association_, DIMSE_NONBLOCKING, PatienceSeconds, &context, &message, nullptr);
     return end == DUL_PEERABORTEDASSOCIATION || end == DUL_NETWORKCLOSED;
 }
 

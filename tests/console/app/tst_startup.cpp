@@ -4,6 +4,7 @@
 #include <QTest>
 
 #include "console/session/Globals.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchCluster.h"
 #include "tests/support/ScratchDatabase.h"
 
@@ -52,7 +53,7 @@ class StartupTest : public QObject {
                      const QString& password = ScratchDatabase::Password) {
         QProcess console;
         console.start(QStringLiteral(CONSOLE_CHILD), {user, password});
-        if (!console.waitForFinished(60'000) || console.exitStatus() != QProcess::NormalExit)
+        if (!console.waitForFinished(test::PatienceMs) || console.exitStatus() != QProcess::NormalExit)
             return {};
         return {console.exitCode(),
                 QString::fromUtf8(console.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts)};

@@ -17,6 +17,7 @@
 #include "tests/console/maintenance/Archive.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/Console.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/support/ScratchDatabase.h"
 
@@ -25,8 +26,6 @@ using namespace tessaly;
 using namespace tessaly::test;
 
 namespace {
-
-constexpr int Patience = 30'000;  // ms for what takes a second or two on an idle machine
 
 const QString Question =
     u"The Tessaly must now be stopped to compact the Database\rDo you want to proceed?"_s;
@@ -92,7 +91,7 @@ void CompactServerTest::init() {
     window_->load();
     window_->show();
     window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(3);
-    QTRY_VERIFY_WITH_TIMEOUT(serverProcess() > 0, Patience);
+    EVENTUALLY(serverProcess() > 0);
 }
 
 void CompactServerTest::cleanup() {
@@ -154,7 +153,7 @@ void CompactServerTest::yesEndsTheServerAndBringsItBack() {
     QVERIFY(script.isDone());
     QVERIFY(goneInTheWait);
     QVERIFY(::kill(process, 0) != 0);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
     QVERIFY(serverProcess() > 0);
     QVERIFY(serverProcess() != process);
     checkCompacted();
@@ -173,7 +172,7 @@ void CompactServerTest::aServerStartedInTheWaitIdlesBesideIt() {
     QVERIFY(script.isDone());
     QVERIFY(process > 0);
     QCOMPARE(serverProcess(), process);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
     checkCompacted();
 }
 
@@ -181,7 +180,7 @@ void CompactServerTest::withoutAServerItGoesOn() {
     bus_->withdraw(server::ServiceName);
     const int process = serverProcess();
     ::kill(process, SIGKILL);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Error"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Error"_s);
     BoxScript script;
     sayYes(script);
     window().trigger(u"mnuToolsRepair"_s);

@@ -4,6 +4,7 @@
 
 #include "console/session/Globals.h"
 #include "tests/console/maintenance/CompactFormTest.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/RealInput.h"
 
 using namespace Qt::StringLiterals;
@@ -55,7 +56,7 @@ void CompactStopTest::stopIsPressedWhileTheServerWorks() {
     BoxScript script;
     repair().CompactDatabaseFile();  // comes to no end by itself
     QVERIFY(script.isDone());
-    QTRY_VERIFY_WITH_TIMEOUT(!isAtWork(), 30'000);
+    EVENTUALLY(!isAtWork());
     QCOMPARE(database().value(u"SELECT pg_relation_filenode('series')"_s), file);
 }
 

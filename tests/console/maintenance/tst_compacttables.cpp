@@ -9,17 +9,12 @@
 #include "console/ui/ConsoleEnd.h"
 #include "tests/console/maintenance/CompactFormTest.h"
 #include "tests/support/Console.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchCluster.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
-
-namespace {
-
-constexpr int Patience = 30'000;  // ms for what takes a moment on an idle machine
-
-}  // namespace
 
 class CompactTablesTest : public CompactFormTest {
     Q_OBJECT
@@ -171,7 +166,7 @@ void CompactTablesTest::stopEndsIt() {
     whenAtSeries([this] { form().click(u"cmdStop"_s); });
     compact(locked ? Part::Whole : Part::Database);
     // The server breaks off too, while nothing lets it go on.
-    QTRY_VERIFY_WITH_TIMEOUT(!isAtWork(), Patience);
+    EVENTUALLY(!isAtWork());
     QCOMPARE(fileOf(u"series"_s), file);
     QCOMPARE(database().rows(u"SELECT SeriesInstanceUID FROM Series"_s), QList<QStringList>{{u"1.2.7"_s}});
 }
@@ -182,7 +177,7 @@ void CompactTablesTest::theEndOfTheConsoleEndsIt() {
     whenAtSeries([] { ui::endConsole(0); });
     compact(Part::Database);
     QCOMPARE(takeConsoleEnd(), 0);
-    QTRY_VERIFY_WITH_TIMEOUT(!isAtWork(), Patience);
+    EVENTUALLY(!isAtWork());
     QCOMPARE(fileOf(u"series"_s), file);
 }
 
@@ -192,10 +187,10 @@ void CompactTablesTest::aConsoleThatIsKilledTakesItAlong() {
     QProcess console;
     console.start(QStringLiteral(COMPACT_TABLES_CHILD));
     QVERIFY(console.waitForStarted());
-    QTRY_VERIFY_WITH_TIMEOUT(isAtSeries(), Patience);
+    EVENTUALLY(isAtSeries());
     console.kill();
     QVERIFY(console.waitForFinished());
-    QTRY_VERIFY_WITH_TIMEOUT(!isAtWork(), Patience);
+    EVENTUALLY(!isAtWork());
     QCOMPARE(fileOf(u"series"_s), file);
 }
 
@@ -256,7 +251,7 @@ void CompactTablesTest::aToolThatIsNotThereIsReported() {
     environment.insert(u"PATH"_s, database().folder());
     console.setProcessEnvironment(environment);
     console.start(lonely);
-    QVERIFY(console.waitForFinished());
+    QVERIFY(console.waitForFinished(PatienceMs));
     QCOMPARE(console.exitCode(), 1);
     const QString said = QString::fromUtf8(console.readAllStandardOutput());
     QVERIFY2(said.startsWith(u"tessaly-db: "_s), qPrintable(said));

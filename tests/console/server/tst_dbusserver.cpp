@@ -13,8 +13,6 @@ using tessaly::server::ServerBus;
 
 namespace {
 
-constexpr int Patience = 30'000;  // ms for what takes a second or two on an idle machine
-
 // The console is not to stand still for longer; the bus alone would wait for 25 s.
 static_assert(ServerBus::CallLimit <= 2000);
 static_assert(ServerBus::AnswerLimit == 3000);
@@ -117,7 +115,7 @@ void DBusServerTest::aServerThatNeverComesUpIsWaitedForOnce() {
     QCOMPARE(fake_->calls(), QStringList{u"created"_s});  // the one process that does not come up
     fake_->offer();
     fake_->endAll();
-    QTRY_VERIFY_WITH_TIMEOUT(canBeMade(), Patience);
+    EVENTUALLY(canBeMade());
 }
 
 void DBusServerTest::everyOperationArrives() {
@@ -182,7 +180,7 @@ void DBusServerTest::aHungServerIsWaitedForOnce() {
     QVERIFY_FAILS(server->Terminate(), NotWaitedFor);
     QVERIFY_FAILS((void)make(), NotWaitedFor);
     fake_->resume(process);
-    QTRY_VERIFY_WITH_TIMEOUT(canBeMade(), Patience);
+    EVENTUALLY(canBeMade());
     QCOMPARE(make()->GetStatus().state, 0);
     QCOMPARE(fake_->process(), process);
 }
@@ -200,7 +198,7 @@ void DBusServerTest::aSwallowedQuestionIsAskedAnew() {
             faults << says;
         return says.isNull();
     };
-    QTRY_VERIFY_WITH_TIMEOUT(comesBack(), Patience);
+    EVENTUALLY(comesBack());
     // All of them but the first were questions that nobody waited for.
     QCOMPARE(faults, QSet<QString>{NotWaitedFor});
     QVERIFY(fake_->tell(u"Looks"_s).toInt() > Swallowed);
@@ -211,7 +209,7 @@ void DBusServerTest::aCrashedServerStaysGone() {
     const int process = fake_->process();
     fake_->tell(u"SetCrashes"_s, {true});
     QVERIFY_FAILS(server->Restart(), u"Message recipient disconnected"_s);
-    QTRY_VERIFY_WITH_TIMEOUT(!fake_->runs(), Patience);
+    EVENTUALLY(!fake_->runs());
     QVERIFY(!fault([&] { (void)server->GetStatus(); }).isNull());
     QVERIFY(!fake_->runs());  // a dead server's object does not start another one
     const auto next = make();
@@ -248,7 +246,7 @@ void DBusServerTest::aServerThatDoesNotEndIsNotTakenAgain() {
     QCOMPARE(fake_->process(), process);
     QVERIFY_FAILS((void)make(), u"The server that was terminated has not ended yet"_s);
     fake_->kill(process);
-    QTRY_VERIFY_WITH_TIMEOUT(canBeMade(), Patience);
+    EVENTUALLY(canBeMade());
     QVERIFY(fake_->process() != process);
 }
 

@@ -12,6 +12,7 @@
 #include "console/session/Globals.h"
 #include "tests/support/BoxScript.h"
 #include "tests/support/Console.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchBus.h"
 #include "tests/support/ScratchDatabase.h"
 #include "tests/support/UnusedPort.h"
@@ -19,12 +20,6 @@
 using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
-
-namespace {
-
-constexpr int Patience = 30'000;  // ms for what takes a second or two on an idle machine
-
-}  // namespace
 
 /// The console and the DICOM server of this system, met by DICOM clients of somebody else's.
 class RealServerTest : public QObject {
@@ -56,11 +51,11 @@ class RealServerTest : public QObject {
         window_->show();
         window().find<QTabWidget>(u"tabNodes"_s).setCurrentIndex(3);
         window_->RefreshServerState();
-        QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+        EVENTUALLY_COMPARE(state(), u"Listening"_s);
         // The state may be known by the server's event, before the buttons follow.
-        QTRY_VERIFY_WITH_TIMEOUT(window().find(u"cmdRestart"_s).isEnabled(), Patience);
+        EVENTUALLY(window().find(u"cmdRestart"_s).isEnabled());
         window().click(u"cmdRestart"_s);  // the server of the test before has another port
-        QTRY_VERIFY_WITH_TIMEOUT(echoes(), Patience);
+        EVENTUALLY(echoes());
     }
     void cleanup() {
         window_.reset();
@@ -106,7 +101,7 @@ class RealServerTest : public QObject {
     [[nodiscard]] QStringList row(const QString& calling, int count) const {
         return {port_, calling, u"TESSALY"_s, QString::number(count)};
     }
-#define TRY_ROWS(...) QTRY_COMPARE_WITH_TIMEOUT(rows(), (QList<QStringList>{__VA_ARGS__}), Patience)
+#define TRY_ROWS(...) EVENTUALLY_COMPARE(rows(), (QList<QStringList>{__VA_ARGS__}))
 
     std::unique_ptr<ScratchDatabase> database_;
     std::unique_ptr<ScratchBus> bus_;
@@ -132,12 +127,12 @@ void RealServerTest::associationsComeAndGoInTheList() {
 
 void RealServerTest::suspendAndStart() {
     window().click(u"cmdStop"_s);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Stopped"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Stopped"_s);
     QVERIFY(!echoes());
-    QTRY_VERIFY_WITH_TIMEOUT(window().find(u"cmdStart"_s).isEnabled(), Patience);
+    EVENTUALLY(window().find(u"cmdStart"_s).isEnabled());
     QVERIFY(!window().find(u"cmdStop"_s).isEnabled());
     window().click(u"cmdStart"_s);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
     QVERIFY(echoes());
 }
 
@@ -145,7 +140,7 @@ void RealServerTest::restartRereadsTheConfiguration() {
     QVERIFY(!echoes(u"RENAMED"_s));
     database_->run(u"UPDATE Port SET AETitle='RENAMED'"_s);
     window().click(u"cmdRestart"_s);
-    QTRY_VERIFY_WITH_TIMEOUT(echoes(u"RENAMED"_s), Patience);
+    EVENTUALLY(echoes(u"RENAMED"_s));
     QVERIFY(!echoes());
 }
 
@@ -158,7 +153,7 @@ void RealServerTest::closingWithYesRereadsTheConfiguration() {
     QVERIFY(window_->close());
     QVERIFY(script.isDone());
     QCOMPARE(takeConsoleEnd(), std::optional{0});
-    QTRY_VERIFY_WITH_TIMEOUT(echoes(u"RENAMED"_s), Patience);
+    EVENTUALLY(echoes(u"RENAMED"_s));
 }
 
 void RealServerTest::terminateBringsAnotherProcess() {
@@ -166,10 +161,10 @@ void RealServerTest::terminateBringsAnotherProcess() {
     TRY_ROWS(row(u"CT1"_s, 1));
     const int process = serverProcess();
     window().click(u"cmdLoad"_s);
-    QTRY_VERIFY_WITH_TIMEOUT(isAnotherThan(process), Patience);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
-    QTRY_VERIFY_WITH_TIMEOUT(::kill(process, 0) != 0, Patience);
-    QTRY_VERIFY_WITH_TIMEOUT(echoes(), Patience);
+    EVENTUALLY(isAnotherThan(process));
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
+    EVENTUALLY(::kill(process, 0) != 0);
+    EVENTUALLY(echoes());
     TRY_ROWS();  // the association that ended with it is not left behind
     client->kill();
     client->waitForFinished();
@@ -178,17 +173,17 @@ void RealServerTest::terminateBringsAnotherProcess() {
 void RealServerTest::aKilledServerComesBack() {
     const int process = serverProcess();
     ::kill(process, SIGKILL);
-    QTRY_VERIFY_WITH_TIMEOUT(isAnotherThan(process), Patience);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
-    QTRY_VERIFY_WITH_TIMEOUT(echoes(), Patience);
+    EVENTUALLY(isAnotherThan(process));
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
+    EVENTUALLY(echoes());
 }
 
 void RealServerTest::aHungServerIsAnErrorWhileItHangs() {
     const int process = serverProcess();
     ::kill(process, SIGSTOP);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Error"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Error"_s);
     ::kill(process, SIGCONT);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
     QCOMPARE(serverProcess(), process);
 }
 
@@ -199,7 +194,7 @@ void RealServerTest::withoutAServiceManagerItCannotBeAService() {
     window().click(u"chkService"_s);
     QVERIFY(script.isDone());
     QVERIFY(!window().isChecked(u"chkService"_s));
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
 }
 
 QTEST_MAIN(RealServerTest)

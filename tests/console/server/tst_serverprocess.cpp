@@ -16,12 +16,6 @@ using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
 
-namespace {
-
-constexpr int Patience = 30'000;  // ms for what takes a second or two on an idle machine
-
-}  // namespace
-
 /// The main window and a server process of its own.
 class ServerProcessTest : public QObject {
     Q_OBJECT
@@ -74,10 +68,10 @@ class ServerProcessTest : public QObject {
 void ServerProcessTest::theWindowStartsTheServer() {
     QVERIFY(fake_->runs());
     QCOMPARE(fake_->calls(), (QStringList{u"created"_s, u"IsService"_s}));
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
     QVERIFY(!isEnabled(u"cmdStart"_s) && isEnabled(u"cmdStop"_s) && isEnabled(u"cmdRestart"_s));
     fake_->tell(u"SetState"_s, {2});
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Stopped"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Stopped"_s);
     QVERIFY(isEnabled(u"cmdStart"_s) && !isEnabled(u"cmdStop"_s) && !isEnabled(u"cmdRestart"_s));
 }
 
@@ -113,8 +107,8 @@ void ServerProcessTest::terminateBringsAnotherProcess() {
 void ServerProcessTest::aKilledServerComesBack() {
     window_->RefreshServerState();
     fake_->kill(fake_->process());
-    QTRY_COMPARE_WITH_TIMEOUT(fake_->calls().count(u"created"_s), 2, Patience);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(fake_->calls().count(u"created"_s), 2);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
 }
 
 void ServerProcessTest::aCommandThatCrashesTheServer() {
@@ -122,7 +116,7 @@ void ServerProcessTest::aCommandThatCrashesTheServer() {
     fake_->tell(u"SetCrashes"_s, {true});
     window().click(u"cmdRestart"_s);
     QCOMPARE(state(), u"Error"_s);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
     QCOMPARE(fake_->calls().count(u"created"_s), 2);
 }
 
@@ -131,12 +125,12 @@ void ServerProcessTest::anAbsentServerIsAnErrorUntilItComes() {
     window_->RefreshServerState();
     const BoxScript noBox;
     fake_->kill(fake_->process());
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Error"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Error"_s);
     window().click(u"cmdLoad"_s);
     QCOMPARE(window().text(u"cmdLoad"_s), u"Run"_s);
     QVERIFY(!isEnabled(u"cmdStart"_s) && !isEnabled(u"cmdStop"_s) && !isEnabled(u"cmdRestart"_s));
     fake_->offer();
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
 }
 
 void ServerProcessTest::aHungServerLeavesTheWindowUsable() {
@@ -146,10 +140,10 @@ void ServerProcessTest::aHungServerLeavesTheWindowUsable() {
     QSignalSpy looks{window_->findChild<QTimer*>(u"timerCheckConnections"_s), &QTimer::timeout};
     const BoxScript noBox;
     fake_->hang();
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Error"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Error"_s);
     QVERIFY(fake_->isHung(process));
     const auto looksUntilError = looks.size();
-    QTRY_VERIFY_WITH_TIMEOUT(looks.size() >= looksUntilError + 3, Patience);
+    EVENTUALLY(looks.size() >= looksUntilError + 3);
     QCOMPARE(state(), u"Error"_s);
     window().click(u"cmdLoad"_s);
     QCOMPARE(state(), u"Error"_s);
@@ -162,7 +156,7 @@ void ServerProcessTest::aHungServerLeavesTheWindowUsable() {
     const auto others = looks.size() - 1 + 1;  // the button's is one, too
     QVERIFY(fake_->tell(u"Looks"_s).toInt() <= looksBefore + 2 + others);
     window_->setConnectionTimerEnabled(true);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
     QCOMPARE(fake_->process(), process);
     QVERIFY(isEnabled(u"cmdStop"_s));
 }
@@ -174,8 +168,8 @@ void ServerProcessTest::aServerThatSwallowedCallsComesBack() {
     const int looksBefore = fake_->tell(u"Looks"_s).toInt();
     fake_->tell(u"SetSwallows"_s, {2});  // the look that runs out of time, and the question behind it
     const BoxScript noBox;
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Error"_s, Patience);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(state(), u"Error"_s);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
     QCOMPARE(fake_->process(), process);
     // A second question behind it was answered before the window looked again.
     QVERIFY(fake_->tell(u"Looks"_s).toInt() >= looksBefore + 4);
@@ -221,13 +215,12 @@ void ServerProcessTest::aBurstIsCountedRight() {
             numbers << row.last();
         return numbers;
     };
-    QTRY_COMPARE_WITH_TIMEOUT(counts(), (QStringList{Callers, QString::number(Associations / Callers)}),
-                              Patience);
+    EVENTUALLY_COMPARE(counts(), (QStringList{Callers, QString::number(Associations / Callers)}));
     fake_->tell(u"EndBurst"_s, {Associations - Callers, Callers});
-    QTRY_COMPARE_WITH_TIMEOUT(counts(), (QStringList{Callers, u"1"_s}), Patience);
+    EVENTUALLY_COMPARE(counts(), (QStringList{Callers, u"1"_s}));
     fake_->tell(u"EndBurst"_s, {Callers, Callers});
-    QTRY_COMPARE_WITH_TIMEOUT(rows().size(), 0, Patience);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(rows().size(), 0);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
 }
 
 void ServerProcessTest::theLastEndsOfATerminatedServerCount() {
@@ -244,8 +237,8 @@ void ServerProcessTest::rowsOfAKilledServerStay() {
     fake_->tell(u"Connect"_s, {u"104"_s, u"CT1"_s, u"TESSALY"_s, QVariant::fromValue<short>(1)});
     EVENTUALLY_COMPARE(rows().size(), 1);
     fake_->kill(fake_->process());
-    QTRY_COMPARE_WITH_TIMEOUT(fake_->calls().count(u"created"_s), 2, Patience);
-    QTRY_COMPARE_WITH_TIMEOUT(state(), u"Listening"_s, Patience);
+    EVENTUALLY_COMPARE(fake_->calls().count(u"created"_s), 2);
+    EVENTUALLY_COMPARE(state(), u"Listening"_s);
     QCOMPARE(rows().size(), 1);
 }
 

@@ -16,6 +16,7 @@
 #include <array>
 #include <stdexcept>
 
+#include "tests/support/Eventually.h"
 #include "tests/support/UnusedPort.h"
 
 namespace tessaly::test {
@@ -202,7 +203,7 @@ Product::Product(const QString& program, const QStringList& arguments, const QSt
             probe.connectToHost(QHostAddress::LocalHost, port_.toUShort());
             return probe.waitForConnected(1000) || process_.state() == QProcess::NotRunning;
         },
-        30'000);
+        PatienceMs);
     if (!ready || process_.state() != QProcess::Running)
         throw std::runtime_error(program.toStdString() + ": " + process_.readAll().toStdString());
 }

@@ -10,13 +10,9 @@
 #include <array>
 #include <stdexcept>
 
+#include "tests/support/Eventually.h"
+
 namespace tessaly::test {
-
-namespace {
-
-constexpr int Patience = 60;  // seconds
-
-}  // namespace
 
 StorePeer::StorePeer(std::vector<std::string> syntaxes, std::function<int(int)> answer)
     : syntaxes_(std::move(syntaxes)),
@@ -57,7 +53,7 @@ void StorePeer::serve() {
 void StorePeer::meet(int socket) {
     T_ASC_Network* network = nullptr;
     T_ASC_Association* association = nullptr;
-    ASC_initializeNetwork(NET_ACCEPTOR, 0, Patience, &network);
+    ASC_initializeNetwork(NET_ACCEPTOR, 0, PatienceSeconds, &network);
     dcmExternalSocketHandle.set(socket);
     if (ASC_receiveAssociation(network, &association, ASC_DEFAULTMAXPDU).good()) {
         ++associations_;
@@ -82,7 +78,7 @@ OFCondition StorePeer::take(T_ASC_Association& association) {
     T_ASC_PresentationContextID id = 0;
     T_DIMSE_Message message{};
     OFCondition condition =
-        DIMSE_receiveCommand(&association, DIMSE_NONBLOCKING, Patience, &id, &message, nullptr);
+        DIMSE_receiveCommand(&association, DIMSE_NONBLOCKING, PatienceSeconds, &id, &message, nullptr);
     if (condition.bad())
         return condition;
     T_ASC_PresentationContext context;
@@ -96,7 +92,7 @@ OFCondition StorePeer::take(T_ASC_Association& association) {
     }
     DIC_UL bytes = 0;
     DIC_UL parts = 0;
-    condition = DIMSE_ignoreDataSet(&association, DIMSE_NONBLOCKING, Patience, &bytes, &parts);
+    condition = DIMSE_ignoreDataSet(&association, DIMSE_NONBLOCKING, PatienceSeconds, &bytes, &parts);
     if (condition.bad())
         return condition;
     const int answer = answer_(number);

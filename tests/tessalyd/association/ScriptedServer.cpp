@@ -17,8 +17,6 @@ using namespace tessalyd;
 
 namespace {
 
-constexpr int Patience = PatienceMs / 1000;
-
 template <auto& Class>
 bool is(const char* sopClass) {
     return std::strcmp(sopClass, Class) == 0;
@@ -182,9 +180,9 @@ Heard hear(RequestorAssociation& peer) {
     Heard heard;
     T_ASC_PresentationContextID context = 0;
     DcmDataset* detail = nullptr;
-    heard.arrived =
-        DIMSE_receiveCommand(peer.raw(), DIMSE_NONBLOCKING, Patience, &context, &heard.message, &detail)
-            .good();
+    heard.arrived = DIMSE_receiveCommand(peer.raw(), DIMSE_NONBLOCKING, PatienceSeconds, &context,
+                                         &heard.message, &detail)
+                        .good();
     heard.detail.reset(detail);
     const auto& message = heard.message;
     const bool more = (message.CommandField == DIMSE_C_FIND_RSP &&
@@ -193,7 +191,7 @@ Heard hear(RequestorAssociation& peer) {
     DIC_UL bytes = 0;
     DIC_UL parts = 0;
     if (heard.arrived && more)
-        DIMSE_ignoreDataSet(peer.raw(), DIMSE_NONBLOCKING, Patience, &bytes, &parts);
+        DIMSE_ignoreDataSet(peer.raw(), DIMSE_NONBLOCKING, PatienceSeconds, &bytes, &parts);
     return heard;
 }
 

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "dicom/net/AssociationEnded.h"
+#include "tests/support/Eventually.h"
 
 namespace tessaly::test {
 
@@ -14,7 +15,7 @@ namespace {
 using dicom::Command;
 using tessalyd::films::AttributeSet;
 
-constexpr std::chrono::seconds Patience{60};
+constexpr std::chrono::seconds Patience{PatienceSeconds};
 constexpr int Color = 1;  // of the contexts, by their numbers
 
 void refer(DcmItem& target, const DcmTagKey& sequence, const char* sopClass, const std::string& instance) {

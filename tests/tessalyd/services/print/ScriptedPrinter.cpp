@@ -16,6 +16,7 @@
 #include "dicom/net/AssociationEnded.h"
 #include "tessalyd/forwarding/films/DisplayFormat.h"
 #include "tessalyd/forwarding/films/PrintClasses.h"
+#include "tests/support/Eventually.h"
 
 namespace tessaly::test {
 
@@ -23,8 +24,6 @@ namespace {
 
 using dicom::Command;
 using dicom::CommandField;
-
-constexpr int Patience = 60;  // seconds
 
 dicom::AcceptedContext contextOf(const T_ASC_Association& association, T_ASC_PresentationContextID id) {
     T_ASC_PresentationContext context;
@@ -136,7 +135,7 @@ void ScriptedPrinter::accept(T_ASC_Parameters* parameters) const {
 void ScriptedPrinter::meet(int socket) {
     T_ASC_Network* network = nullptr;
     T_ASC_Association* association = nullptr;
-    ASC_initializeNetwork(NET_ACCEPTOR, 0, Patience, &network);
+    ASC_initializeNetwork(NET_ACCEPTOR, 0, PatienceSeconds, &network);
     dcmExternalSocketHandle.set(socket);
     const OFCondition received = ASC_receiveAssociation(network, &association, ASC_DEFAULTMAXPDU);
     if (received.good() && ASC_countPresentationContexts(association->params) > 0) {
@@ -160,10 +159,10 @@ void ScriptedPrinter::meet(int socket) {
 
 /// False: the connection is to be closed.
 bool ScriptedPrinter::takeOne(T_ASC_Association& association, dicom::MessageStream& messages) {
-    const auto received = messages.receive(std::chrono::seconds{Patience});
+    const auto received = messages.receive(std::chrono::seconds{PatienceSeconds});
     const dicom::AcceptedContext context = contextOf(association, received.context);
     if (received.command.isResponse()) {
-        messages.passOverDataSet(std::chrono::seconds{Patience});
+        messages.passOverDataSet(std::chrono::seconds{PatienceSeconds});
         const std::lock_guard lock{mutex_};
         eventAnswers_.push_back(received.command.status());
         return true;
@@ -181,7 +180,7 @@ bool ScriptedPrinter::takeOne(T_ASC_Association& association, dicom::MessageStre
             context.syntax(), [&request](std::span<const char> piece) {
                 request.pixels.append(piece.data(), static_cast<qsizetype>(piece.size()));
             }};
-        (void)messages.receiveDataSet(std::chrono::seconds{Patience},
+        (void)messages.receiveDataSet(std::chrono::seconds{PatienceSeconds},
                                       [&](std::span<const char> part) { collector.take(part); });
         request.attributes = std::move(collector.attributes());
     }
@@ -198,7 +197,7 @@ bool ScriptedPrinter::takeOne(T_ASC_Association& association, dicom::MessageStre
         return false;
     if (answer.end == Answer::End::Silence) {
         while (!ending_)  // until the other side goes
-            (void)messages.receive(std::chrono::seconds{Patience});
+            (void)messages.receive(std::chrono::seconds{PatienceSeconds});
         return false;
     }
     messages.send(context, Command::responseTo(request.command, answer.status),

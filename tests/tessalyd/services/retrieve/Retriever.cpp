@@ -9,12 +9,11 @@
 #include <stdexcept>
 
 #include "dicom/data/SinkStream.h"
+#include "tests/support/Eventually.h"
 
 namespace tessaly::test {
 
 namespace {
-
-constexpr int Patience = 60;  // seconds
 
 void check(const OFCondition& condition) {
     if (condition.bad())
@@ -125,9 +124,9 @@ RetrievalMessage Retriever::hearStore() {
 RetrievalMessage Retriever::hear() {
     RetrievalMessage heard;
     DcmDataset* detail = nullptr;
-    heard.arrived =
-        DIMSE_receiveCommand(raw(), DIMSE_NONBLOCKING, Patience, &heard.context, &heard.message, &detail)
-            .good();
+    heard.arrived = DIMSE_receiveCommand(raw(), DIMSE_NONBLOCKING, PatienceSeconds, &heard.context,
+                                         &heard.message, &detail)
+                        .good();
     heard.detail.reset(detail);
     if (!heard.isStore())
         return heard;
@@ -135,8 +134,8 @@ RetrievalMessage Retriever::hear() {
         heard.dataSet.append(part.data(), static_cast<qsizetype>(part.size()));
     }};
     T_ASC_PresentationContextID context = 0;
-    check(
-        DIMSE_receiveDataSetInFile(raw(), DIMSE_NONBLOCKING, Patience, &context, &stream, nullptr, nullptr));
+    check(DIMSE_receiveDataSetInFile(raw(), DIMSE_NONBLOCKING, PatienceSeconds, &context, &stream, nullptr,
+                                     nullptr));
     return heard;
 }
 
@@ -171,8 +170,8 @@ Retrieved Retriever::collect(const Status& status) {
         if (dataSetType != DIMSE_DATASET_NULL) {
             DcmDataset* identifier = nullptr;
             T_ASC_PresentationContextID context = 0;
-            check(DIMSE_receiveDataSetInMemory(raw(), DIMSE_NONBLOCKING, Patience, &context, &identifier,
-                                               nullptr, nullptr));
+            check(DIMSE_receiveDataSetInMemory(raw(), DIMSE_NONBLOCKING, PatienceSeconds, &context,
+                                               &identifier, nullptr, nullptr));
             const std::unique_ptr<DcmDataset> owned{identifier};
             OFString uids;
             owned->findAndGetOFStringArray(DCM_FailedSOPInstanceUIDList, uids);
