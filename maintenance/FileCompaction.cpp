@@ -40,15 +40,12 @@ bool isAlone(const FileLease& lease) {
     return lease.state() == FileLease::State::Held;
 }
 
-/// Waits for whoever has the file open for a moment, as a server that looks for jobs.
 FileLease leaseWhenFree(const fs::path& file, const std::function<void()>& keepAlive) {
-    constexpr int Most = 50;
-    constexpr std::chrono::milliseconds Interval{20};
-    for (int i = 0;; ++i) {
-        if (FileLease lease{file}; lease.state() != FileLease::State::InUse || i == Most)
+    for (auto i = LockWait / LockInterval;; --i) {
+        if (FileLease lease{file, O_RDWR}; lease.state() != FileLease::State::InUse || i == 0)
             return lease;
         keepAlive();
-        std::this_thread::sleep_for(Interval);
+        std::this_thread::sleep_for(LockInterval);
     }
 }
 
@@ -137,6 +134,19 @@ void writeCompacted(SqliteFile& source, const fs::path& temporary) {
     source.run("PRAGMA synchronous=FULL");
 }
 
+/// Moves all that is in the write-ahead log into the file, onto the disk, and cuts the log to nothing.
+void emptyLog(SqliteFile& database) {
+    if (database.run("PRAGMA wal_checkpoint(TRUNCATE)") != "0")
+        refuseInUse();
+}
+
+/// True when somebody has written to the log, or when that cannot be told.
+bool hasLog(const fs::path& database) {
+    std::error_code error;
+    const std::uintmax_t size = fs::file_size(database.string() + "-wal", error);
+    return error ? error != std::errc::no_such_file_or_directory : size > 0;
+}
+
 /// The old file goes only when the new one is known to be sound: every page of every tree, every row. That
 /// the indexes hold the table's rows is not looked up again: the engine copies them entry by entry, and the
 /// look-up takes longer than the compaction.
@@ -217,6 +227,31 @@ struct Stamp {
     struct stat status_ {};
 };
 
+/// Renames the copy to the database at an instant when nobody has that open. Whoever opened it since the
+/// beginning waits for the engine's lock, on a file that is about to be nobody's: he has his turn first, and
+/// the copy is used where he has written nothing.
+///
+/// The database keeps its journal mode until he has gone. A server's connection, finding that changed, would
+/// change it back, which cannot be told from writing.
+void replaceAlone(std::optional<SqliteFile>& source, bool writeAhead, const fs::path& copy,
+                  const fs::path& target, const std::function<void()>& keepAlive) {
+    constexpr std::chrono::milliseconds ClockTick{20};  // a coarse one's: whatever is written later is seen
+    if (writeAhead)
+        emptyLog(*source);
+    std::this_thread::sleep_for(ClockTick);
+    const Stamp locked{target};
+    source.reset();  // the lease wants the engine's own descriptor gone, too
+    const FileLease lease = leaseWhenFree(target, keepAlive);
+    if (!isAlone(lease) || locked != Stamp{target} || hasLog(target))
+        refuseInUse();
+    removeSideFiles(target);
+    // Whoever comes now waits in his open(), and then has the old file. A write-ahead log is found by the
+    // database's path: he would take the new one's for his.
+    if (writeAhead)
+        markWithoutLog(lease.descriptor());
+    replaceFile(copy, target);
+}
+
 }  // namespace
 
 fs::path temporaryPathOf(const fs::path& database) {
@@ -252,28 +287,21 @@ void FileCompaction::run(const db::Connection& /*connection*/, Progress& progres
     if (replaces)
         flushFile(staged.path());
 
-    // A write-ahead log is found by the database's path: the old one's, taken for the new one's, would ruin
-    // it. So the old database gives its log up first, with everything in it.
-    setJournalMode(*source, "delete");
     try {
-        if (!replaces) {
-            writeInto(*source, staged.path(), keepAlive);
+        if (replaces && leases) {
+            replaceAlone(source, writeAhead, staged.path(), target, keepAlive);
+        } else {
+            // A write-ahead log is found by the database's path: the old one's, taken for the new one's,
+            // would ruin it. So the old database gives its log up first, with everything in it.
+            setJournalMode(*source, "delete");
+            if (replaces) {
+                removeSideFiles(target);  // a killed process leaves an index of its log that nobody needs now
+                replaceFile(staged.path(), target);
+            } else {
+                writeInto(*source, staged.path(), keepAlive);
+            }
             source.reset();
-            fs::remove(temporary);
-            return;
         }
-        removeSideFiles(target);  // a killed process leaves an index of its log that nobody needs now
-        std::optional<FileLease> lease;
-        if (leases) {
-            // Whoever opened the file since waits for the lock, on a file that is about to be nobody's. The
-            // lease finds him; but it wants the engine's own descriptor gone, hence the look for changes.
-            const Stamp locked{target};
-            source.reset();
-            lease = leaseWhenFree(target, keepAlive);
-            if (!isAlone(*lease) || locked != Stamp{target})
-                refuseInUse();
-        }
-        replaceFile(staged.path(), target);
     } catch (...) {
         source.reset();
         if (writeAhead)

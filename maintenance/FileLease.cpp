@@ -1,6 +1,5 @@
 #include "maintenance/FileLease.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,7 +21,8 @@ FileLease::State takeLease(int descriptor) {
 
 }  // namespace
 
-FileLease::FileLease(const std::filesystem::path& file) : file_(open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
+FileLease::FileLease(const std::filesystem::path& file, int access)
+    : file_(open(file.c_str(), access | O_CLOEXEC)) {
     if (!file_.isOpen())
         throw std::system_error(errno, std::generic_category(), file.string());
     state_ = takeLease(file_.get());

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <fcntl.h>
+
 #include <filesystem>
 
 #include "base/FileDescriptor.h"
@@ -17,10 +19,12 @@ class FileLease {
         Unavailable  ///< the file system gives no leases, or not to this user: nothing is known
     };
 
-    /// Throws std::system_error when the file cannot be read.
-    explicit FileLease(const std::filesystem::path& file);
+    /// Opens the file with O_RDONLY or O_RDWR. Throws std::system_error when it cannot be opened so.
+    explicit FileLease(const std::filesystem::path& file, int access = O_RDONLY);
 
     [[nodiscard]] State state() const noexcept { return state_; }
+    /// The file itself, which even this process cannot open once more while the lease lives.
+    [[nodiscard]] int descriptor() const noexcept { return file_.get(); }
 
   private:
     base::FileDescriptor file_;  // its end gives the lease back

@@ -1,10 +1,13 @@
 #include "maintenance/SqliteFile.h"
 
 #include <sqlite3.h>
+#include <unistd.h>
 
-#include <chrono>
+#include <array>
+#include <cerrno>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 
 namespace tessaly::maintenance {
@@ -18,14 +21,11 @@ int callBreathe(void* keepAlive) {
     return 0;  // go on
 }
 
-/// Somebody who works on the file for a moment, as a server does that looks for jobs, is waited for.
 int waitForLock(void* keepAlive, int before) {
-    constexpr int Most = 50;
-    constexpr std::chrono::milliseconds Interval{20};
-    if (before >= Most)
+    if (before >= LockWait / LockInterval)
         return 0;
     callBreathe(keepAlive);
-    std::this_thread::sleep_for(Interval);
+    std::this_thread::sleep_for(LockInterval);
     return 1;
 }
 
@@ -84,6 +84,15 @@ void SqliteFile::takeOver(SqliteFile& other, const std::function<void()>& keepAl
 
 void SqliteFile::fail() const {
     throw std::runtime_error(sqlite3_errmsg(handle_));
+}
+
+void markWithoutLog(int file) {
+    // The versions of the file format that writers and readers need, as the engine documents them: 2 is a
+    // write-ahead log.
+    constexpr off_t VersionsAt = 18;
+    constexpr std::array<char, 2> WithoutLog{1, 1};
+    if (pwrite(file, WithoutLog.data(), WithoutLog.size(), VersionsAt) != ssize_t{WithoutLog.size()})
+        throw std::system_error(errno, std::generic_category());
 }
 
 }  // namespace tessaly::maintenance

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -7,6 +8,12 @@
 struct sqlite3;
 
 namespace tessaly::maintenance {
+
+/// How long this process waits for another that works on a database's file, as a server that looks for jobs:
+/// as long as for any other lock.
+constexpr std::chrono::seconds LockWait{5};
+/// Between two attempts to have the file alone.
+constexpr std::chrono::milliseconds LockInterval{20};
 
 /// A database file in the hands of the engine's own library, for what no data source offers. Throws
 /// std::runtime_error with the engine's description.
@@ -34,5 +41,10 @@ class SqliteFile {
 
     sqlite3* handle_ = nullptr;
 };
+
+/// Changes the journal mode of a database that nobody has open, and whose write-ahead log is gone, from that
+/// log to a rollback journal: what "PRAGMA journal_mode=delete" writes. `file` is open for writing. Throws
+/// std::system_error.
+void markWithoutLog(int file);
 
 }  // namespace tessaly::maintenance

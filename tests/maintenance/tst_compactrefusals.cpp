@@ -4,14 +4,30 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QTest>
+#include <algorithm>
+#include <utility>
 
 #include "maintenance/FileLease.h"
 #include "tests/maintenance/CompactTest.h"
+#include "tests/support/Eventually.h"
 
 using namespace Qt::StringLiterals;
 using namespace tessaly;
 using namespace tessaly::test;
+
+namespace {
+
+/// True when a process has the file open.
+bool hasOpen(const QProcess& process, const QString& file) {
+    const QDir descriptors{u"/proc/%1/fd"_s.arg(process.processId())};
+    const QFileInfoList all = descriptors.entryInfoList(QDir::Files | QDir::System);
+    return std::any_of(all.begin(), all.end(),
+                       [&file](const QFileInfo& one) { return one.symLinkTarget() == file; });
+}
+
+}  // namespace
 
 /// What the compaction of a file refuses, and that it then has changed nothing.
 class CompactRefusalsTest : public CompactTest {
@@ -29,6 +45,8 @@ class CompactRefusalsTest : public CompactTest {
     void aLeaseSeesAnIdleDescriptor();
     void whoeverComesMeanwhileIsARefusal();
     void whoeverComesForAMomentIsWaitedFor();
+    void aServerThatComesMeanwhileHasItsTurn_data();
+    void aServerThatComesMeanwhileHasItsTurn();
     void aFullDiskIsRefused();
     void aFolderThatCannotBeWrittenIsRefused_data();
     void aFolderThatCannotBeWrittenIsRefused();
@@ -174,6 +192,42 @@ void CompactRefusalsTest::whoeverComesForAMomentIsWaitedFor() {
     QCOMPARE(compact(path(), openForAMoment), QString{});
     QVERIFY(since.isValid() && !newcomer.isOpen());
     checkContent(20'000);
+}
+
+void CompactRefusalsTest::aServerThatComesMeanwhileHasItsTurn_data() {
+    QTest::addColumn<QStringList>("doing");
+    QTest::addColumn<QString>("failure");
+    QTest::addColumn<int>("images");
+    const QString add =
+        u"INSERT INTO Image (SOPInstanceUID, SeriesInstanceUID, ImageFile, SOPClassUID, TransferSyntaxUID, "
+        "InstanceNumber) VALUES ('1.2.new', '1.3.1', 'new.dcm', '', '', 20001)"_s;
+    QTest::newRow("looks") << QStringList{u"SELECT count(*) FROM Image"_s} << QString{} << 20'000;
+    QTest::newRow("adds an image") << QStringList{add} << u"database is locked"_s << 20'001;
+    QTest::newRow("adds an image and is killed")
+        << QStringList{add, u"killed"_s} << u"database is locked"_s << 20'001;
+}
+
+/// It waits for the engine's lock, and its data source asks for a log, whether there is one or not.
+void CompactRefusalsTest::aServerThatComesMeanwhileHasItsTurn() {
+    if (!hasLeases())
+        return;  // where the kernel gives no leases it waits for the lock, and is not seen
+    QFETCH(QStringList, doing);
+    QFETCH(QString, failure);
+    QFETCH(int, images);
+    fillAnew(20'000);
+    QProcess newcomer;
+    bool hasCome = false;
+    const auto come = [&] {
+        if (std::exchange(hasCome, true))
+            return;
+        newcomer.start(QStringLiteral(NEWCOMER_CHILD), doing);
+        EVENTUALLY(hasOpen(newcomer, path()));
+    };
+    QCOMPARE(compact(path(), come), failure);
+    QVERIFY(newcomer.waitForFinished(PatienceMs));
+    QCOMPARE(newcomer.readAllStandardOutput(), QByteArray{});
+    checkContent(images);
+    QCOMPARE(database().value(u"PRAGMA journal_mode"_s), u"wal"_s);
 }
 
 void CompactRefusalsTest::aFullDiskIsRefused() {
