@@ -39,7 +39,10 @@ void SharedFlushTest::whatIsUnderWayServesNobodyWhoComesLater() {
     for (int i = 0; i < Later; ++i) {
         threads.emplace_back([&] {
             called.count_down();
-            QVERIFY(flushes.run({1, 1}, [&more] { return ++more > 0; }));
+            QVERIFY(flushes.run({1, 1}, [&more] {
+                std::this_thread::sleep_for(std::chrono::milliseconds{20});  // in which the late ones come
+                return ++more > 0;
+            }));
         });
     }
     called.wait();

@@ -215,11 +215,11 @@ void EndingTest::theTimeOfTheQuestionDoesNotCount() {
     if (ScratchDatabase::isPostgresql())
         return;  // the engine works on meanwhile, and keeps to the limit by itself
     Query query{*connection_, "SELECT COUNT(*) AS N FROM Endless"};
-    query.setTimeout(1s);
+    query.setTimeout(3s);
     int asked = 0;
     query.setStop([&asked] {
         if (asked == 0)
-            std::this_thread::sleep_for(1100ms);
+            std::this_thread::sleep_for(3100ms);
         return ++asked == 2;
     });
     QVERIFY_EXCEPTION_THROWN((void)query.open(), db::Stopped);

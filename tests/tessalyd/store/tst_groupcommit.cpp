@@ -13,6 +13,7 @@
 #include "tessalyd/store/ArchiveIndex.h"
 #include "tessalyd/store/GroupCommit.h"
 #include "tessalyd/store/StoreFailure.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ScratchDatabase.h"
 
 using namespace Qt::StringLiterals;
@@ -71,6 +72,7 @@ void GroupCommitTest::whoWaitsMeanwhileIsWrittenTogether() {
     const GroupCommit::Write write = [&](std::span<ObjectRows* const> group) {
         const std::lock_guard lock{mutex};
         sizes.push_back(group.size());
+        std::this_thread::sleep_for(20ms);  // in which the late ones come
     };
     {
         std::vector<std::jthread> threads;
@@ -88,9 +90,9 @@ void GroupCommitTest::whoWaitsMeanwhileIsWrittenTogether() {
                     ++done;
             });
         }
-        QTRY_COMPARE(waiting.load(), Others);
+        EVENTUALLY_COMPARE(waiting.load(), Others);
         QCOMPARE(done.load(), 0);
-        // They are on their way into the queue; whoever is late makes a group more.
+        // They are on their way into the queue; whoever is late is in a later group.
         std::this_thread::sleep_for(50ms);
         go.set_value();
         threads.clear();

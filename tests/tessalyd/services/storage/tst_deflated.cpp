@@ -1,6 +1,7 @@
 #include <dcmtk/dcmdata/dcuid.h>
 
 #include <QtEndian>
+#include <array>
 
 #include "dicom/data/ObjectHeader.h"
 #include "dicom/data/TransferSyntaxes.h"
@@ -40,6 +41,24 @@ QByteArray withBehindInstance(const QByteArray& added) {
     const QByteArray uid{Instance};
     return object.insert(object.indexOf(uid) + uid.size() + uid.size() % 2, added);
 }
+
+/// The beginning of a raw deflate stream that goes on behind the bytes, which stand in it as they are.
+QByteArray openStream(const QByteArray& plain) {
+    constexpr qsizetype LongestBlock = 65535;
+    QByteArray stream;
+    for (qsizetype at = 0; at < plain.size(); at += LongestBlock) {
+        const QByteArray block = plain.mid(at, LongestBlock);
+        const auto length = static_cast<quint16>(block.size());
+        std::array<char, 5> head{};  // stored, and not the last
+        qToLittleEndian(length, head.data() + 1);
+        qToLittleEndian(static_cast<quint16>(~length), head.data() + 3);
+        stream += QByteArray{head.data(), head.size()} + block;
+    }
+    return stream;
+}
+
+/// Of a type that does not exist.
+const QByteArray BrokenBlock{"\x06\x06"};
 
 }  // namespace
 
@@ -99,13 +118,9 @@ void DeflatedTest::piecesDoNotMatter() {
 /// What comes behind the header is not looked at, be it endless or broken.
 void DeflatedTest::pixelDataIsNotInflated() {
     launch();
-    const QByteArray object = plainObject();
-    QByteArray sent = deflated(object + QByteArray(qsizetype{64} << 20, '\0'));
-    sent += QByteArray(qsizetype{2} << 20, 'x');  // which no inflation gets through
-    QElapsedTimer timer;
-    timer.start();
+    const QByteArray sent =
+        openStream(plainObject() + QByteArray(qsizetype{64} << 20, '\0')) + BrokenBlock.repeated(1 << 20);
     QCOMPARE(send(sent).status, 0);
-    QVERIFY2(timer.elapsed() < 2000, qPrintable(QString::number(timer.elapsed())));
     QCOMPARE(dataSetOf(daemon_->files().first()), sent);
 }
 
@@ -113,6 +128,7 @@ void DeflatedTest::whatCannotBeReadIsRefused_data() {
     QTest::addColumn<QByteArray>("sent");
     const QByteArray whole = deflated(plainObject());
     QTest::newRow("cut off within the header") << whole.left(100);
+    QTest::newRow("broken within the header") << openStream(plainObject().left(100)) + BrokenBlock;
     QTest::newRow("nothing of it deflated") << plainObject();
     QTest::newRow("with a header of zlib's") << QByteArray::fromHex("789c") + whole;
     QTest::newRow("a header that is cut off, in a stream that is whole") << deflated(plainObject().left(200));
